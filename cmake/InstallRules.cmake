@@ -1,0 +1,19 @@
+include(CMakePackageConfigHelpers)
+
+install(TARGETS tksinterface EXPORT tksinterfaceTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tksinterface DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(EXPORT tksinterfaceTargets NAMESPACE tksinterface::
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tksinterfaceConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfig.cmake
+                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfig.cmake
+              ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/tksinterface.pc.in ${PROJECT_BINARY_DIR}/generated/tksinterface.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

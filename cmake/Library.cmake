@@ -1,0 +1,30 @@
+# Two libraries from the same objects: the shared one that hosts load, which exports exactly the committed list of symbols,
+# and a static one for the project's own tests and benchmarks, which also look inside.
+set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${tks_exported_symbols})
+
+add_library(tksinterface SHARED $<TARGET_OBJECTS:tks_objects>)
+add_library(tksinterface::tksinterface ALIAS tksinterface)
+target_include_directories(tksinterface PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+target_compile_features(tksinterface PUBLIC cxx_std_20)
+target_link_libraries(tksinterface PRIVATE tks_dependencies)
+set_target_properties(tksinterface PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+
+if(NOT APPLE)
+  file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
+  list(JOIN tks_symbols ";\n    " tks_symbol_lines)
+  set(tks_version_script ${PROJECT_BINARY_DIR}/generated/tksinterface.map)
+  file(CONFIGURE OUTPUT ${tks_version_script}
+       CONTENT "{\n  global:\n    @tks_symbol_lines@;\n  local:\n    *;\n};\n" @ONLY)
+  target_link_options(tksinterface PRIVATE LINKER:--version-script=${tks_version_script} LINKER:--exclude-libs,ALL)
+  set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_version_script})
+  if(NOT TKS_SANITIZE)
+    target_link_options(tksinterface PRIVATE LINKER:-z,defs)
+  endif()
+endif()
+
+add_library(tks_internal STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:tks_objects>)
+target_include_directories(tks_internal PUBLIC ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}
+                                               ${PROJECT_BINARY_DIR}/generated)
+target_link_libraries(tks_internal PUBLIC tks_dependencies)

@@ -1,0 +1,14 @@
+#include "foundation/Logging.h"
+
+#include "platform/platform.h"
+
+namespace tks {
+
+void trace(std::string_view className, std::string_view method, std::source_location where) {
+  if (!TKSILog::isListening()) return;
+  platform::ThisProcess& process = platform::thisProcess();
+  TKSILog::logWithLevel(TKSILogLevelTrace, "[%u:%u][%@: %@] line:%d", process.identifier(), process.threadNumber(),
+                        className, method, where.line());
+}
+
+}  // namespace tks

@@ -1,0 +1,83 @@
+#include <tksinterface/TKSILog.h>
+
+#include <memory>
+#include <utility>
+
+#include <tksinterface/MaskSensitiveInformation.h>
+
+namespace {
+
+using SharedBlock = std::shared_ptr<const TKSLogBlock>;
+
+/// Lives as long as the process: lines may still be logged while static objects are destroyed.
+std::atomic<SharedBlock>& installedBlock() {
+  static auto& block = *new std::atomic<SharedBlock>;
+  return block;
+}
+
+/// How many lines deep a callback that logs again is served.
+constexpr int kDeepestLine = 8;
+thread_local int linesInDelivery = 0;
+
+struct LineInDelivery {
+  LineInDelivery() { ++linesInDelivery; }
+  ~LineInDelivery() { --linesInDelivery; }
+};
+
+}  // namespace
+
+std::atomic<bool> TKSILog::listening_ = false;
+
+TKSILog& TKSILog::sharedInstance() {
+  static auto& log = *new TKSILog;
+  return log;
+}
+
+TKSLogBlock TKSILog::logBlock() const {
+  const SharedBlock block = installedBlock().load();
+  return block ? *block : TKSLogBlock();
+}
+
+void TKSILog::setLogBlock(TKSLogBlock block) {
+  const bool listening = static_cast<bool>(block);
+  installedBlock().store(listening ? std::make_shared<const TKSLogBlock>(std::move(block)) : nullptr);
+  listening_.store(listening, std::memory_order_relaxed);
+}
+
+void TKSILog::deliver(std::int32_t level, std::string_view format, std::span<const tks::format::Argument> arguments) {
+  if (linesInDelivery >= kDeepestLine) return;
+  const LineInDelivery line;
+  try {
+    const SharedBlock block = installedBlock().load();
+    if (block) (*block)(level, tks::format::format(format, arguments));
+  } catch (...) {
+    // A log callback has nowhere left to report to.
+  }
+}
+
+std::string TKSILog::removeSensitiveInformation(std::string_view text) {
+  return MaskSensitiveInformation::removeSensitiveInformation(text);
+}
+
+std::string TKSILog::removeSensitiveInformation(const std::string& text) {
+  return removeSensitiveInformation(std::string_view(text));
+}
+
+std::string TKSILog::removeSensitiveInformation(const char* text) {
+  return removeSensitiveInformation(TKSValue(text));
+}
+
+std::string TKSILog::removeSensitiveInformation(const TKSValue& object) {
+  return object.isText() ? removeSensitiveInformation(object.text())
+                         : removeSensitiveInformation(std::string_view(object.description()));
+}
+
+std::string TKSILog::addMask(std::string_view text) { return MaskSensitiveInformation::addMask(text); }
+
+std::string TKSILog::addMask(const std::string& text) { return addMask(std::string_view(text)); }
+
+std::string TKSILog::addMask(const char* text) { return addMask(TKSValue(text)); }
+
+std::string TKSILog::addMask(const TKSValue& object) {
+  return object.isText() ? addMask(object.text()) : addMask(std::string_view(object.description()));
+}

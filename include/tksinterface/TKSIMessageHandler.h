@@ -1,0 +1,72 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSCallbacks.h>
+#include <tksinterface/TKSExport.h>
+#include <tksinterface/TKSMessageHost.h>
+
+/// The interface's side of the conversation with the launcher: sends "hello", "launch_meeting" and "disconnect", reacts to
+/// the answers, greets again when the transport fails before there is a connection, and turns every outcome into a call
+/// of one of the callbacks below. Main thread only. A callback is taken out of its place before it is called.
+class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
+ public:
+  /// `init` All callbacks are empty; makes the message host, of the interface's type.
+  TKSIMessageHandler();
+  /// Closes the message host; the callbacks are dropped uncalled.
+  ~TKSIMessageHandler() override;
+  TKSIMessageHandler(const TKSIMessageHandler&) = delete;
+  TKSIMessageHandler& operator=(const TKSIMessageHandler&) = delete;
+
+  /// `startMessageHost` Opens the message host unless it is open.
+  void startMessageHost();
+  /// `stopMessageHost` Closes the message host if it is open.
+  void stopMessageHost();
+  /// `setIPCFileFolderPath:` The folder of the conversation, for the file channel.
+  void setIPCFileFolderPath(std::string_view folderPath);
+
+  /// `sendCommonMessageOfType:` Sends "hello" or "disconnect"; answers false for any other type.
+  bool sendCommonMessageOfType(std::string_view type);
+  /// `sendHelloMessage:errorBlock:` Opens the message host if need be and greets the launcher.
+  void sendHelloMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  /// `sendDisconnectMessage:errorBlock:` Asks the launcher to end the conversation.
+  void sendDisconnectMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  /// `sendLaunchMessage:finishBlock:errorBlock:TKSUpdateDoneBlock:` Asks the launcher to launch a meeting. An absent
+  /// dictionary (nothing) is reported to the error callback, and the request is sent all the same.
+  void sendLaunchMessage(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock,
+                         TKSFinishBlock TKSUpdateDoneBlock);
+
+  /// `handleMessage:from:` Reacts to one message of the launcher.
+  void handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) override;
+  /// `handleMessageHostFatalError:` Greets again, or closes the message host and reports the failure. Sleeps 100 ms on the
+  /// calling thread before it greets again.
+  void handleMessageHostFatalError(const std::string& description) override;
+
+  /// `handleError:` Drops the finish callbacks of hello and launch and calls the error callbacks that are set.
+  void handleError(const TKSError& error);
+  /// `handleErrorString:` The same with the default error of a text.
+  void handleErrorString(const std::string& text);
+  /// `handleLaunchErrorMessageInfo:` Reports the launcher's own error to the launch error callback.
+  void handleLaunchErrorMessageInfo(const TKSDictionary& info);
+  /// `handleDisconnectAckMessage` Ends the conversation in good order.
+  void handleDisconnectAckMessage();
+  /// `cleanupFinishBlocksAfterError`
+  void cleanupFinishBlocksAfterError();
+  /// `cleanupStatusBlocks`
+  void cleanupStatusBlocks();
+  /// `cleanupConnectStatus4FileIPC` Ends a conversation over files at once; no callback of the conversation is called.
+  void cleanupConnectStatus4FileIPC();
+
+  std::unique_ptr<TKSMessageHost> messageHost;
+  TKSFinishBlock helloFinishBlock;
+  TKSErrorBlock helloErrorBlock;
+  TKSFinishBlock launchFinishBlock;
+  TKSErrorBlock launchErrorBlock;
+  TKSFinishBlock TKSUpdateDoneBlock;
+  TKSFinishBlock disconnectFinishBlock;
+  TKSErrorBlock disconnectErrorBlock;
+  TKSNotifyStatusBlock notifyStatusBlock;
+  TKSQueryStatusBlock queryStatusBlock;
+};

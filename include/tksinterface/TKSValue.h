@@ -1,0 +1,251 @@
+#pragma once
+
+#include <compare>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include <tksinterface/TKSExport.h>
+
+/// Values of property lists, of preferences and of JSON.
+///
+/// Everything here is a value: copying shares the content and costs one reference count, changing a copy never changes
+/// the original. Different objects may be used from different threads at once, also when they share content; one object
+/// must not be changed on one thread while another thread uses it. Nesting of any depth is copied, compared, printed and
+/// destroyed without recursion.
+
+class TKSArray;
+class TKSDictionary;
+
+namespace tks::value {
+struct Node;
+struct Access;
+}  // namespace tks::value
+
+/// Bytes.
+using TKSData = std::vector<std::uint8_t>;
+
+/// Keys of a nested value, outermost first. There is no textual form and no separator.
+using TKSKeyPath = std::vector<std::string>;
+
+/// A moment, counted in seconds from 1970-01-01 00:00:00 UTC.
+struct TKSDate {
+  double secondsSince1970 = 0;
+  friend bool operator==(const TKSDate&, const TKSDate&) = default;
+};
+
+/// The null of JSON. Unlike an absent value ("nothing") it is something that was said.
+struct TKSNull {
+  friend bool operator==(const TKSNull&, const TKSNull&) = default;
+};
+
+/// One value of any kind: nothing, null, boolean, integer, real, text, data, date, array or dictionary.
+///
+/// Readers of the wrong kind answer the neutral value of their type (false, 0, empty) and never fail. Texts are UTF-8.
+class TKS_EXPORT TKSValue {
+ public:
+  enum class Kind : std::uint8_t { nothing, null, boolean, integer, real, text, data, date, array, dictionary };
+
+  /// Nothing: an absent value.
+  constexpr TKSValue() noexcept = default;
+  TKSValue(TKSNull) noexcept;
+  TKSValue(bool value) noexcept;
+  template <std::integral Integer>
+    requires(!std::same_as<Integer, bool>)
+  TKSValue(Integer value) noexcept : TKSValue(makeInteger(static_cast<std::int64_t>(value))) {}
+  TKSValue(double value) noexcept;
+  TKSValue(std::string_view text);
+  TKSValue(const std::string& text) : TKSValue(std::string_view(text)) {}
+  /// A text; a null pointer gives nothing.
+  TKSValue(const char* text);
+  /// A text or nothing.
+  TKSValue(const std::optional<std::string>& text);
+  TKSValue(TKSData data);
+  TKSValue(TKSDate date) noexcept;
+  TKSValue(TKSArray array) noexcept;
+  TKSValue(TKSDictionary dictionary) noexcept;
+
+  TKSValue(const TKSValue& other) noexcept;
+  TKSValue(TKSValue&& other) noexcept;
+  TKSValue& operator=(const TKSValue& other) noexcept;
+  TKSValue& operator=(TKSValue&& other) noexcept;
+  ~TKSValue();
+
+  Kind kind() const noexcept { return kind_; }
+  bool isNothing() const noexcept { return kind_ == Kind::nothing; }
+  bool isNull() const noexcept { return kind_ == Kind::null; }
+  bool isBoolean() const noexcept { return kind_ == Kind::boolean; }
+  bool isInteger() const noexcept { return kind_ == Kind::integer; }
+  bool isReal() const noexcept { return kind_ == Kind::real; }
+  /// A boolean, an integer or a real.
+  bool isNumber() const noexcept { return isBoolean() || isInteger() || isReal(); }
+  bool isText() const noexcept { return kind_ == Kind::text; }
+  bool isData() const noexcept { return kind_ == Kind::data; }
+  bool isDate() const noexcept { return kind_ == Kind::date; }
+  bool isArray() const noexcept { return kind_ == Kind::array; }
+  bool isDictionary() const noexcept { return kind_ == Kind::dictionary; }
+
+  /// The boolean, or whether the number is not zero.
+  bool boolean() const noexcept;
+  /// The integer; a boolean as 0 or 1; a real cut towards zero and clamped to 64 bits.
+  std::int64_t integer() const noexcept;
+  /// The number as a real.
+  double real() const noexcept;
+  /// The text. The view holds as long as this value is neither changed nor destroyed.
+  std::string_view text() const noexcept;
+  /// The text as a string of its own, or nothing when this is no text.
+  std::optional<std::string> optionalText() const;
+  TKSData data() const;
+  TKSDate date() const noexcept;
+  TKSArray array() const noexcept;
+  TKSDictionary dictionary() const noexcept;
+
+  /// The value under a key of a dictionary; nothing when absent or when this is no dictionary. The reference holds as
+  /// long as this value is neither changed nor destroyed.
+  const TKSValue& operator[](std::string_view key) const noexcept;
+  const TKSValue& operator[](const char* key) const noexcept { return (*this)[std::string_view(key)]; }
+  /// The element of an array; nothing when out of range or when this is no array.
+  const TKSValue& operator[](std::size_t index) const noexcept;
+  const TKSValue& operator[](int index) const noexcept { return (*this)[static_cast<std::size_t>(index)]; }
+
+  /// Same kind and same content. An integer equals a real of the same number; a boolean equals only a boolean.
+  friend TKS_EXPORT bool operator==(const TKSValue& left, const TKSValue& right) noexcept;
+
+  /// The text of the value as log lines and messages show it: texts as they are, integers in decimal, reals with the
+  /// fewest digits that read back the same, booleans 1 and 0, nothing as "(null)", JSON null as "<null>", data as
+  /// "<0a0b>", arrays and dictionaries in the old-style property-list layout.
+  std::string description() const;
+  /// A stable word for the kind, for messages about a wrong kind of value: "dictionary", "array", "string", "number"
+  /// (integers and reals), "boolean", "null", "data", "date", and "(null)" for nothing.
+  std::string_view className() const noexcept;
+
+ private:
+  friend class TKSArray;
+  friend class TKSDictionary;
+  friend struct tks::value::Node;
+  friend struct tks::value::Access;
+  static TKSValue makeInteger(std::int64_t value) noexcept;
+
+  /// Texts of at most this many bytes stand in the value itself.
+  static constexpr std::size_t kInlineCapacity = 14;
+  /// In inlineLength_: the content stands in a shared node, whose address is in storage_.
+  static constexpr std::uint8_t kShared = 0xFF;
+
+  // 16 bytes: the number, the short text or the address of the shared node; then the length of the short text; the kind.
+  alignas(8) unsigned char storage_[kInlineCapacity] = {};
+  std::uint8_t inlineLength_ = 0;
+  Kind kind_ = Kind::nothing;
+};
+
+/// An array of values.
+class TKS_EXPORT TKSArray {
+ public:
+  using const_iterator = const TKSValue*;
+
+  constexpr TKSArray() noexcept = default;
+  TKSArray(std::initializer_list<TKSValue> values);
+  explicit TKSArray(std::vector<TKSValue> values);
+  TKSArray(const TKSArray& other) noexcept;
+  TKSArray(TKSArray&& other) noexcept;
+  TKSArray& operator=(const TKSArray& other) noexcept;
+  TKSArray& operator=(TKSArray&& other) noexcept;
+  ~TKSArray();
+
+  std::size_t size() const noexcept;
+  bool empty() const noexcept { return size() == 0; }
+  /// The element, or nothing when `index` is out of range.
+  const TKSValue& operator[](std::size_t index) const noexcept;
+  /// References and iterators hold as long as this array is neither changed nor destroyed.
+  const_iterator begin() const noexcept;
+  const_iterator end() const noexcept;
+
+  void append(TKSValue value);
+  /// Replaces the element at `index`; does nothing when `index` is out of range.
+  void set(std::size_t index, TKSValue value);
+
+  friend TKS_EXPORT bool operator==(const TKSArray& left, const TKSArray& right) noexcept;
+  /// As TKSValue::description.
+  std::string description() const;
+
+ private:
+  friend class TKSValue;
+  friend struct tks::value::Access;
+  tks::value::Node* node_ = nullptr;
+};
+
+/// A dictionary with text keys, enumerated in byte order of its keys. Keys are unique.
+class TKS_EXPORT TKSDictionary {
+ public:
+  /// Walks over pairs of key and value: for (auto [key, value] : dictionary).
+  class TKS_EXPORT const_iterator {
+   public:
+    using value_type = std::pair<std::string_view, const TKSValue&>;
+    using reference = value_type;
+    using pointer = void;
+    using difference_type = std::ptrdiff_t;
+    using iterator_category = std::input_iterator_tag;
+
+    const_iterator() noexcept = default;
+    reference operator*() const noexcept { return {position_[0].text(), position_[1]}; }
+    const_iterator& operator++() noexcept {
+      position_ += 2;
+      return *this;
+    }
+    const_iterator operator++(int) noexcept {
+      const_iterator before = *this;
+      ++*this;
+      return before;
+    }
+    friend bool operator==(const const_iterator&, const const_iterator&) = default;
+
+   private:
+    friend class TKSDictionary;
+    explicit const_iterator(const TKSValue* position) noexcept : position_(position) {}
+    // Keys and values alternate: a key is a text value, its value stands right behind it.
+    const TKSValue* position_ = nullptr;
+  };
+
+  constexpr TKSDictionary() noexcept = default;
+  /// Of several entries with one key the last one counts.
+  TKSDictionary(std::initializer_list<std::pair<std::string_view, TKSValue>> entries);
+  /// Builds a large dictionary at once, in O(n log n). Of several entries with one key the last one counts.
+  explicit TKSDictionary(std::vector<std::pair<std::string, TKSValue>> entries);
+  TKSDictionary(const TKSDictionary& other) noexcept;
+  TKSDictionary(TKSDictionary&& other) noexcept;
+  TKSDictionary& operator=(const TKSDictionary& other) noexcept;
+  TKSDictionary& operator=(TKSDictionary&& other) noexcept;
+  ~TKSDictionary();
+
+  std::size_t size() const noexcept;
+  bool empty() const noexcept { return size() == 0; }
+  bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
+  /// The value under the key, or a null pointer. References, pointers and iterators hold as long as this dictionary is
+  /// neither changed nor destroyed.
+  const TKSValue* find(std::string_view key) const noexcept;
+  /// The value under the key, or nothing.
+  const TKSValue& operator[](std::string_view key) const noexcept;
+  const_iterator begin() const noexcept;
+  const_iterator end() const noexcept;
+
+  /// Stores a value under a key, replacing an earlier one. Storing nothing removes the key.
+  void set(std::string_view key, TKSValue value);
+  /// Removes a key; answers whether it was there.
+  bool erase(std::string_view key);
+
+  friend TKS_EXPORT bool operator==(const TKSDictionary& left, const TKSDictionary& right) noexcept;
+  /// As TKSValue::description.
+  std::string description() const;
+
+ private:
+  friend class TKSValue;
+  friend struct tks::value::Access;
+  tks::value::Node* node_ = nullptr;
+};

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::platform {
+
+/// What one read or write came to. `count` bytes were moved; with 0 bytes `end` and `error` tell why: the other end is
+/// gone for good, or the channel is broken; neither: nothing can be moved right now.
+struct Transfer {
+  std::size_t count = 0;
+  bool end = false;
+  std::optional<TKSError> error;
+};
+
+/// The reading end of a message channel. Main thread only.
+class ByteSource {
+ public:
+  virtual ~ByteSource() = default;
+  /// Reads what is there, at most `into.size()` bytes; never waits. For a file `end` never comes: more may be appended.
+  virtual Transfer read(std::span<char> into) = 0;
+  /// Calls `ready` on the main thread whenever a read would give bytes, the end or an error, until `unwatch`; costs
+  /// nothing while there is nothing. Once a read gave the end, `ready` is not called for it again. `ready` may call
+  /// anything here, and may destroy the source.
+  virtual void watch(std::function<void()> ready) = 0;
+  virtual void unwatch() = 0;
+};
+
+/// The writing end of a message channel. `write` may be called from any thread, by one at a time.
+class ByteSink {
+ public:
+  virtual ~ByteSink() = default;
+  /// Writes as much as the channel takes now; never waits, never raises a signal. A file takes all bytes or, cut back to
+  /// its earlier length, none.
+  virtual Transfer write(std::span<const char> bytes) = 0;
+  /// Tells that a frame of `size` bytes is about to be written, so that the channel can make room for it.
+  virtual void expect(std::size_t size) = 0;
+  /// Calls `ready` once on the main thread when a write would move bytes or fail. Any thread.
+  virtual void whenWritable(std::function<void()> ready) = 0;
+};
+
+/// The message channels of the process. macOS: NSFileHandle on the descriptors, libdispatch read, write and vnode sources.
+/// Linux: poll through the main loop, inotify for files.
+class Channels {
+ public:
+  virtual ~Channels() = default;
+  /// Standard input and output as they are now. A later pipe-mode launch puts other pipes in their place: ask again at
+  /// each opening. Null, and `error`, when the process has none.
+  virtual std::unique_ptr<ByteSource> standardInput(TKSError* error) = 0;
+  virtual std::shared_ptr<ByteSink> standardOutput(TKSError* error) = 0;
+  /// A file that another process appends to, from its beginning. A file that is cut, replaced or removed while it is
+  /// read gives an error within a second.
+  virtual std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) = 0;
+  /// A file to append to; its other content stays. Refuses links and files of other users.
+  virtual std::shared_ptr<ByteSink> fileSink(std::string_view path, TKSError* error) = 0;
+};
+
+}  // namespace tks::platform

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::platform {
+
+/// How a child process ended. `unknown`: it is gone, but somebody else collected its status.
+struct ChildEnd {
+  enum class How { exited, killed, unknown };
+  How how = How::unknown;
+  /// Exit code or signal number.
+  int number = 0;
+};
+
+/// What to start and how to connect it.
+struct ChildRequest {
+  /// Absolute path of the executable.
+  std::string executable;
+  /// Without the program's name, which is added.
+  std::vector<std::string> arguments;
+  /// Join the child's standard input and output to this process's own (see ChildProcesses::start).
+  bool joinStandardHandles = false;
+};
+
+/// Child processes of the launcher's kind: started and left to run. macOS: NSTask and NSPipe. Linux: posix_spawn, pidfds.
+/// Any thread. The child gets descriptors 0 to 2 and nothing else, default signal handling and an empty signal mask.
+class ChildProcesses {
+ public:
+  virtual ~ChildProcesses() = default;
+
+  /// Starts a child. Returns its process identifier, or 0 and `error`.
+  ///
+  /// With `joinStandardHandles` two pipes are made: this process's standard output then feeds the child's standard input,
+  /// and this process's standard input reads the child's standard output. Standard error stays shared. The child's ends
+  /// are closed here at once, all ends are close-on-exec. The handles that stood on 0 and 1 before are kept on private
+  /// descriptors; a second start replaces the pipes of the first and leaves nothing of them behind. On failure everything
+  /// is as it was before.
+  /// Without it the child shares this process's standard handles.
+  ///
+  /// The child is collected when it ends, whether or not anyone asks, also when the host ignores SIGCHLD or collects all
+  /// children itself. `ended` is called once on the main thread, and may be empty.
+  virtual std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> ended, TKSError* error) = 0;
+
+  /// The standard input and output from before the first start with joined handles: a private close-on-exec descriptor,
+  /// -1 when there was none; 0 and 1 while nothing was joined yet.
+  virtual int originalStandardInput() = 0;
+  virtual int originalStandardOutput() = 0;
+};
+
+}  // namespace tks::platform

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include <tksinterface/TKSError.h>
+#include <tksinterface/TKSURL.h>
+
+namespace tks::platform {
+
+struct DownloadRequest {
+  TKSURL url;
+  /// Longest time without a byte.
+  std::chrono::milliseconds idleTimeout{5000};
+  /// Longest body.
+  std::size_t limit = 64u * 1024 * 1024;
+};
+
+struct DownloadResult {
+  /// Path of the downloaded file, in a private folder of its own; empty on failure. The receiver removes the folder.
+  std::string location;
+  /// Status code of the response, when it has one.
+  std::optional<int> statusCode;
+  std::optional<TKSError> error;
+};
+
+/// Downloads. macOS: download tasks of the shared NSURLSession. Linux: libcurl on a worker thread. http, https and file
+/// URLs only, redirects too; caches are not asked.
+class Download {
+ public:
+  virtual ~Download() = default;
+  /// Fetches a file and calls `done` exactly once, on a thread of the downloader's own. Any thread.
+  virtual void start(const DownloadRequest& request, std::function<void(DownloadResult)> done) = 0;
+};
+
+}  // namespace tks::platform

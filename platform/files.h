@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <tksinterface/TKSError.h>
+#include <tksinterface/TKSValue.h>
+
+namespace tks::platform {
+
+struct FileAttributes {
+  /// Permission bits, 07777.
+  std::uint32_t permissions = 0;
+  /// Extended attributes of the item itself: name (without the system's own prefix) to data. On Linux a well-formed
+  /// AppleDouble side-car ("._name") beside the item is read as well; the item's own attributes win.
+  TKSDictionary extendedAttributes;
+};
+
+struct VolumeSpace {
+  std::uint64_t freeBytes = 0;
+  std::uint64_t totalBytes = 0;
+};
+
+/// Files, folders and their attributes. macOS: NSFileManager, removexattr. Linux: std::filesystem's calls and extended
+/// attributes under "user.". Any thread. Errors name the step, the path and the reason. Links are not followed unless
+/// said. Removing, copying and moving work on whole trees.
+class Files {
+ public:
+  virtual ~Files() = default;
+
+  /// Something exists at the path (links followed).
+  virtual bool exists(std::string_view path) = 0;
+  virtual bool isDirectory(std::string_view path) = 0;
+  /// A plain file that this process may execute (links followed).
+  virtual bool isExecutableFile(std::string_view path) = 0;
+  virtual bool isWritable(std::string_view path) = 0;
+  /// Names in a folder, without "." and "..", in the order the system gives.
+  virtual std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) = 0;
+
+  /// Makes a folder with all folders above it; succeeds when it is there already. `permissions` is for what is made, before
+  /// the umask.
+  virtual bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
+  /// Makes an empty file that did not exist; an existing file or link is an error.
+  virtual bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
+  virtual bool remove(std::string_view path, TKSError* error) = 0;
+  /// Copies with permissions and attributes; the destination must not exist.
+  virtual bool copy(std::string_view from, std::string_view to, TKSError* error) = 0;
+  /// Renames; across volumes copies to a hidden name beside the destination, syncs, renames and removes the source. The
+  /// destination must not exist.
+  virtual bool move(std::string_view from, std::string_view to, TKSError* error) = 0;
+
+  /// The whole content of a regular file (links followed) of at most `limit` bytes.
+  virtual std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) = 0;
+  /// Replaces a file as a whole: afterwards it has the old content or the new one, also after a crash. Keeps the
+  /// permissions of an existing file.
+  virtual bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) = 0;
+
+  virtual std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) = 0;
+  /// Sets the permission bits (links followed).
+  virtual bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
+  /// Removes an extended attribute from the item itself (removexattr with XATTR_NOFOLLOW). The call's result: 0 or -1.
+  virtual int removeExtendedAttribute(std::string_view path, std::string_view name) = 0;
+
+  /// Space on the volume that holds the path; free means free for this user.
+  virtual std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) = 0;
+};
+
+}  // namespace tks::platform

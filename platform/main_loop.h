@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace tks::platform {
+
+/// The main queue of the process. macOS: libdispatch's main queue and the main run loop. Linux: one epoll descriptor.
+/// `post` and `after` may be called from any thread; work runs in order of posting, on the thread that runs or drains the
+/// loop. What work throws is caught and logged at level 8; the loop goes on.
+class MainLoop {
+ public:
+  /// A pending timer: destroying it on the loop's thread cancels it; from another thread it may just be running.
+  class Timer {
+   public:
+    virtual ~Timer() = default;
+  };
+
+  virtual ~MainLoop() = default;
+
+  /// Runs `work` once on the main thread, soon.
+  virtual void post(std::function<void()> work) = 0;
+  /// Runs `work` once on the main thread, not before `delay` is over (by a clock that no clock change touches).
+  [[nodiscard]] virtual std::unique_ptr<Timer> after(std::chrono::milliseconds delay, std::function<void()> work) = 0;
+
+  /// See TKSMainLoop, which says the same to hosts.
+  virtual void run() = 0;
+  virtual void stop() = 0;
+  virtual int descriptor() = 0;
+  virtual void drain() = 0;
+};
+
+/// Work off the main thread. macOS: the global queue of default priority. Linux: a small pool whose threads block all
+/// signals, grow with demand and end when idle. Any thread. What work throws is caught and logged at level 8.
+class BackgroundWork {
+ public:
+  virtual ~BackgroundWork() = default;
+  virtual void submit(std::function<void()> work) = 0;
+};
+
+}  // namespace tks::platform

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+#include <tksinterface/TKSValue.h>
+
+namespace tks::platform {
+
+/// Property lists, XML and binary. macOS: NSPropertyListSerialization. Linux: pugixml for XML, an own reader and writer for
+/// the binary form. Bounded: files of at most 16 MiB, nesting of at most 512, regular files only; what is beyond is an
+/// error, never a crash. Any thread.
+class PropertyLists {
+ public:
+  enum class Format { xml, binary };
+
+  virtual ~PropertyLists() = default;
+  /// Reads a property list of either form. Nothing, and `error`, when it is none.
+  virtual TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) = 0;
+  /// Writes one. Nothing, and `error`, for values that property lists do not have (null, nothing).
+  virtual std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) = 0;
+  /// Reads a file whose top level is a dictionary.
+  virtual std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) = 0;
+  /// Replaces a file as a whole by the dictionary in XML form.
+  virtual bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) = 0;
+};
+
+}  // namespace tks::platform

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::platform {
+
+enum class Tool { unzip, tar, spctl, lsof, shasum, tccutil, sysctl };
+
+/// How a tool is run. No tool ever gets a shell, this process's standard input or any other of its descriptors; its
+/// environment is a clean one.
+struct ToolRequest {
+  Tool tool;
+  std::vector<std::string> arguments;
+  /// Collect standard error instead of standard output. The other one is thrown away.
+  bool collectStandardError = false;
+  /// A second tool that reads the first one's output; its own output is then what is collected.
+  std::optional<Tool> pipedInto;
+  /// What is longer is read to its end and thrown away.
+  std::size_t outputLimit = 16u * 1024 * 1024;
+  /// After this the tool is ended with its process group.
+  std::chrono::seconds timeLimit{300};
+};
+
+struct ToolResult {
+  /// False: the tool is missing or could not be started; `error` says why.
+  bool started = false;
+  std::string output;
+  /// Exit code of the (last) tool; -1 when it was ended by a signal or by the time limit.
+  int exitCode = -1;
+  TKSError error;
+};
+
+/// The system's command-line tools. macOS: NSTask and NSPipe. Linux: posix_spawn. The absolute paths stand in one table of
+/// each back end. Any thread; waits for the tool.
+class SystemTools {
+ public:
+  virtual ~SystemTools() = default;
+  virtual ToolResult run(const ToolRequest& request) = 0;
+};
+
+}  // namespace tks::platform
