@@ -11,8 +11,8 @@
 
 namespace tks {
 
-/// A text or value that appears in a log line with its personal data masked. Masks only when the line is wanted. Holds a
-/// reference: for use as an argument of a log call only.
+/// A text or value that appears in a log line with its personal data masked. Masks only when the line is wanted. Holds
+/// a reference: for use as an argument of a log call only.
 template <class T>
 class Masked {
  public:

@@ -63,9 +63,7 @@ std::string TKSILog::removeSensitiveInformation(const std::string& text) {
   return removeSensitiveInformation(std::string_view(text));
 }
 
-std::string TKSILog::removeSensitiveInformation(const char* text) {
-  return removeSensitiveInformation(TKSValue(text));
-}
+std::string TKSILog::removeSensitiveInformation(const char* text) { return removeSensitiveInformation(TKSValue(text)); }
 
 std::string TKSILog::removeSensitiveInformation(const TKSValue& object) {
   return object.isText() ? removeSensitiveInformation(object.text())

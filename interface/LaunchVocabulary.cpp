@@ -60,4 +60,3 @@ constinit const std::string_view TKSLaunchMtaArgIsError = "isError";
 constinit const std::string_view TKSLaunchMtaArgTKSToken = "TKSToken";
 constinit const std::string_view TKSLaunchMtaArgIsNewMTA = "isNewMTA";
 constinit const std::string_view TKSLaunchMtaArgLanguageId = "languageID";
-

@@ -52,4 +52,3 @@ constinit const std::string_view tks_message_error_code_forced_update_failed = "
 constinit const std::string_view tks_message_error_code_launch_meeting_failed = "2005";
 constinit const std::string_view tks_message_error_code_another_meeting_in_process = "2006";
 constinit const std::string_view tks_message_error_code_launch_meeting_timeout = "2007";
-

@@ -1,24 +1,10 @@
 #pragma once
 
 /// Every contract, for what has to be said once per contract.
-#define TKS_PLATFORM_CONTRACTS(each) \
-  each(BackgroundWork)               \
-  each(Bundles)                      \
-  each(Channels)                     \
-  each(ChildProcesses)               \
-  each(Clock)                        \
-  each(Download)                     \
-  each(Files)                        \
-  each(Json)                         \
-  each(KnownFolders)                 \
-  each(MainLoop)                     \
-  each(Preferences)                  \
-  each(PropertyLists)                \
-  each(RunningApplications)          \
-  each(Signatures)                   \
-  each(SystemTools)                  \
-  each(Text)                         \
-  each(ThisProcess)
+#define TKS_PLATFORM_CONTRACTS(each)                                                                               \
+  each(BackgroundWork) each(Bundles) each(Channels) each(ChildProcesses) each(Clock) each(Download) each(Files)    \
+      each(Json) each(KnownFolders) each(MainLoop) each(Preferences) each(PropertyLists) each(RunningApplications) \
+          each(Signatures) each(SystemTools) each(Text) each(ThisProcess)
 
 namespace tks::platform {
 
@@ -26,8 +12,8 @@ namespace tks::platform {
 TKS_PLATFORM_CONTRACTS(TKS_DECLARE)
 #undef TKS_DECLARE
 
-/// The back end's implementation of a contract, made on first use and never destroyed. Each back end defines it for every
-/// contract, beside the implementation.
+/// The back end's implementation of a contract, made on first use and never destroyed. Each back end defines it for
+/// every contract, beside the implementation.
 template <class Contract>
 Contract& backend();
 

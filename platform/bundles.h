@@ -19,9 +19,9 @@ struct Bundle {
   TKSDictionary infoDictionary;
 };
 
-/// Bundles. macOS: NSBundle. Linux: folders with Contents/Info.plist, or Info.plist and Resources; the main bundle is the
-/// folder X of X.app/Contents/MacOS/executable around the running executable, or the executable's own folder when an
-/// Info.plist lies beside it. Any thread.
+/// Bundles. macOS: NSBundle. Linux: folders with Contents/Info.plist, or Info.plist and Resources; the main bundle is
+/// the folder X of X.app/Contents/MacOS/executable around the running executable, or the executable's own folder when
+/// an Info.plist lies beside it. Any thread.
 class Bundles {
  public:
   virtual ~Bundles() = default;

@@ -36,8 +36,8 @@ class ByteSource {
 class ByteSink {
  public:
   virtual ~ByteSink() = default;
-  /// Writes as much as the channel takes now; never waits, never raises a signal. A file takes all bytes or, cut back to
-  /// its earlier length, none.
+  /// Writes as much as the channel takes now; never waits, never raises a signal. A file takes all bytes or, cut back
+  /// to its earlier length, none.
   virtual Transfer write(std::span<const char> bytes) = 0;
   /// Tells that a frame of `size` bytes is about to be written, so that the channel can make room for it.
   virtual void expect(std::size_t size) = 0;
@@ -45,8 +45,8 @@ class ByteSink {
   virtual void whenWritable(std::function<void()> ready) = 0;
 };
 
-/// The message channels of the process. macOS: NSFileHandle on the descriptors, libdispatch read, write and vnode sources.
-/// Linux: poll through the main loop, inotify for files.
+/// The message channels of the process. macOS: NSFileHandle on the descriptors, libdispatch read, write and vnode
+/// sources. Linux: poll through the main loop, inotify for files.
 class Channels {
  public:
   virtual ~Channels() = default;

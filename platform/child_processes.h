@@ -28,23 +28,23 @@ struct ChildRequest {
   bool joinStandardHandles = false;
 };
 
-/// Child processes of the launcher's kind: started and left to run. macOS: NSTask and NSPipe. Linux: posix_spawn, pidfds.
-/// Any thread. The child gets descriptors 0 to 2 and nothing else, default signal handling and an empty signal mask.
+/// Child processes of the launcher's kind: started and left to run. macOS: NSTask and NSPipe. Linux: posix_spawn,
+/// pidfds. Any thread. The child gets descriptors 0 to 2 and nothing else, default signal handling and an empty signal
+/// mask.
 class ChildProcesses {
  public:
   virtual ~ChildProcesses() = default;
 
   /// Starts a child. Returns its process identifier, or 0 and `error`.
   ///
-  /// With `joinStandardHandles` two pipes are made: this process's standard output then feeds the child's standard input,
-  /// and this process's standard input reads the child's standard output. Standard error stays shared. The child's ends
-  /// are closed here at once, all ends are close-on-exec. The handles that stood on 0 and 1 before are kept on private
-  /// descriptors; a second start replaces the pipes of the first and leaves nothing of them behind. On failure everything
-  /// is as it was before.
-  /// Without it the child shares this process's standard handles.
+  /// With `joinStandardHandles` two pipes are made: this process's standard output then feeds the child's standard
+  /// input, and this process's standard input reads the child's standard output. Standard error stays shared. The
+  /// child's ends are closed here at once, all ends are close-on-exec. The handles that stood on 0 and 1 before are
+  /// kept on private descriptors; a second start replaces the pipes of the first and leaves nothing of them behind. On
+  /// failure everything is as it was before. Without it the child shares this process's standard handles.
   ///
-  /// The child is collected when it ends, whether or not anyone asks, also when the host ignores SIGCHLD or collects all
-  /// children itself. `ended` is called once on the main thread, and may be empty.
+  /// The child is collected when it ends, whether or not anyone asks, also when the host ignores SIGCHLD or collects
+  /// all children itself. `ended` is called once on the main thread, and may be empty.
   virtual std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> ended, TKSError* error) = 0;
 
   /// The standard input and output from before the first start with joined handles: a private close-on-exec descriptor,

@@ -42,8 +42,8 @@ class Files {
   /// Names in a folder, without "." and "..", in the order the system gives.
   virtual std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) = 0;
 
-  /// Makes a folder with all folders above it; succeeds when it is there already. `permissions` is for what is made, before
-  /// the umask.
+  /// Makes a folder with all folders above it; succeeds when it is there already. `permissions` is for what is made,
+  /// before the umask.
   virtual bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   /// Makes an empty file that did not exist; an existing file or link is an error.
   virtual bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;

@@ -11,10 +11,10 @@ namespace tks::platform {
 class Json {
  public:
   virtual ~Json() = default;
-  /// Reads a text whose top level is an object or an array. Nothing, and `error`, for anything else. A byte-order mark at
-  /// the start is skipped; nesting beyond 512 is an error; of equal member names the last one counts; integers beyond 64
-  /// bits become reals; text that is not UTF-8 and lone surrogate escapes are errors; a NUL escape is a NUL byte in the
-  /// text. Any thread.
+  /// Reads a text whose top level is an object or an array. Nothing, and `error`, for anything else. A byte-order mark
+  /// at the start is skipped; nesting beyond 512 is an error; of equal member names the last one counts; integers
+  /// beyond 64 bits become reals; text that is not UTF-8 and lone surrogate escapes are errors; a NUL escape is a NUL
+  /// byte in the text. Any thread.
   virtual TKSValue parse(std::string_view text, TKSError* error) = 0;
 };
 

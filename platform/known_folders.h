@@ -11,8 +11,8 @@ class KnownFolders {
   virtual ~KnownFolders() = default;
   /// Home of the process's real user from the password database, never HOME; without a closing slash.
   virtual std::string realHome() = 0;
-  /// The temporary folder of this user, which nobody else can write to; without a closing slash. Empty when there is none
-  /// that can be trusted.
+  /// The temporary folder of this user, which nobody else can write to; without a closing slash. Empty when there is
+  /// none that can be trusted.
   virtual std::string temporary() = 0;
   /// The user's documents folder, which need not exist.
   virtual std::string documents() = 0;

@@ -7,8 +7,8 @@
 namespace tks::platform {
 
 /// The main queue of the process. macOS: libdispatch's main queue and the main run loop. Linux: one epoll descriptor.
-/// `post` and `after` may be called from any thread; work runs in order of posting, on the thread that runs or drains the
-/// loop. What work throws is caught and logged at level 8; the loop goes on.
+/// `post` and `after` may be called from any thread; work runs in order of posting, on the thread that runs or drains
+/// the loop. What work throws is caught and logged at level 8; the loop goes on.
 class MainLoop {
  public:
   /// A pending timer: destroying it on the loop's thread cancels it; from another thread it may just be running.

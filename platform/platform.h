@@ -22,8 +22,8 @@
 
 namespace tks::platform {
 
-/// The one place through which the library reaches the system. The composition root fills each slot with the back end of
-/// the system it is built for, on first use; back ends are never destroyed.
+/// The one place through which the library reaches the system. The composition root fills each slot with the back end
+/// of the system it is built for, on first use; back ends are never destroyed.
 template <class Contract>
 std::atomic<Contract*>& slot();
 

@@ -7,8 +7,8 @@
 
 namespace tks::platform {
 
-/// The preferences of this process: the argument domain (pairs "-Name value" of its command line, values are texts) over
-/// its own domain over the global domain. macOS: NSUserDefaults. Linux: property lists in the real home's
+/// The preferences of this process: the argument domain (pairs "-Name value" of its command line, values are texts)
+/// over its own domain over the global domain. macOS: NSUserDefaults. Linux: property lists in the real home's
 /// Library/Preferences. Any thread; several processes may write at once without losing each other's keys.
 class Preferences {
  public:

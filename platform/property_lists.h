@@ -10,9 +10,9 @@
 
 namespace tks::platform {
 
-/// Property lists, XML and binary. macOS: NSPropertyListSerialization. Linux: pugixml for XML, an own reader and writer for
-/// the binary form. Bounded: files of at most 16 MiB, nesting of at most 512, regular files only; what is beyond is an
-/// error, never a crash. Any thread.
+/// Property lists, XML and binary. macOS: NSPropertyListSerialization. Linux: pugixml for XML, an own reader and writer
+/// for the binary form. Bounded: files of at most 16 MiB, nesting of at most 512, regular files only; what is beyond is
+/// an error, never a crash. Any thread.
 class PropertyLists {
  public:
   enum class Format { xml, binary };

@@ -11,8 +11,8 @@
 
 namespace tks::platform {
 
-/// Running applications of this user. macOS: NSRunningApplication and the shared NSWorkspace. Linux: the process table; an
-/// application is a live process (no zombie) of this user whose executable lies in a bundle. Any thread.
+/// Running applications of this user. macOS: NSRunningApplication and the shared NSWorkspace. Linux: the process table;
+/// an application is a live process (no zombie) of this user whose executable lies in a bundle. Any thread.
 class RunningApplications {
  public:
   virtual ~RunningApplications() = default;

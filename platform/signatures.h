@@ -9,27 +9,28 @@
 
 namespace tks::platform {
 
-/// Code signatures of bundles and files on disk. macOS: static code objects of the Security framework. Linux: an engine of
-/// our own over OpenSSL that gives the same statuses. Any thread; blocks while it reads. Statuses are the platform's
+/// Code signatures of bundles and files on disk. macOS: static code objects of the Security framework. Linux: an engine
+/// of our own over OpenSSL that gives the same statuses. Any thread; blocks while it reads. Statuses are the platform's
 /// OSStatus numbers: 0 good, else for example -67062 (not signed).
 class StaticCode {
  public:
   virtual ~StaticCode() = default;
 
-  /// Validity for all architectures (kSecCSCheckAllArchitectures, flags 1), without a requirement. `details` receives the
-  /// description of the framework's error when the status is not 0.
+  /// Validity for all architectures (kSecCSCheckAllArchitectures, flags 1), without a requirement. `details` receives
+  /// the description of the framework's error when the status is not 0.
   virtual std::int32_t checkValidity(std::string& details) = 0;
 
   /// The signing information (flags 30: signing, requirements, dynamic and content information). Keys as the platform
-  /// names them: "identifier", "teamid", "flags", "format", "unique", "cdhashes", "certificates" (array of DER data, leaf
-  /// first), "main-executable" (text, file URL), and so on; unsigned code has "main-executable" alone.
+  /// names them: "identifier", "teamid", "flags", "format", "unique", "cdhashes", "certificates" (array of DER data,
+  /// leaf first), "main-executable" (text, file URL), and so on; unsigned code has "main-executable" alone.
   virtual std::int32_t copySigningInformation(TKSDictionary& information) = 0;
 };
 
 class Signatures {
  public:
   virtual ~Signatures() = default;
-  /// Makes the code object for a bundle or file (SecStaticCodeCreateWithPath, flags 0). `code` is set when the status is 0.
+  /// Makes the code object for a bundle or file (SecStaticCodeCreateWithPath, flags 0). `code` is set when the status
+  /// is 0.
   virtual std::int32_t create(std::string_view path, std::unique_ptr<StaticCode>& code) = 0;
   /// The common name of a DER certificate (SecCertificateCopyCommonName). `name` is set when the status is 0.
   virtual std::int32_t commonName(const TKSData& certificate, std::string& name) = 0;

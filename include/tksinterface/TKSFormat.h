@@ -12,9 +12,9 @@
 
 /// Formats of log lines and messages: texts with the conversions "%@", "%s", "%i", "%d", "%u", "%lu" and "%%".
 ///
-/// "%@" takes a text or anything with a `description()` that gives one, "%s" a text, "%i" and "%d" an integer printed as
-/// signed 32-bit value, "%u" as unsigned 32-bit and "%lu" as unsigned 64-bit value. A null `const char*` prints "(null)".
-/// A format that does not fit its arguments does not compile.
+/// "%@" takes a text or anything with a `description()` that gives one, "%s" a text, "%i" and "%d" an integer printed
+/// as signed 32-bit value, "%u" as unsigned 32-bit and "%lu" as unsigned 64-bit value. A null `const char*` prints
+/// "(null)". A format that does not fit its arguments does not compile.
 namespace tks::format {
 
 template <class T>

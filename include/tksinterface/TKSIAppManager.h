@@ -10,9 +10,9 @@
 #include <tksinterface/TKSExport.h>
 #include <tksinterface/TKSValue.h>
 
-/// What the facade knows of the launcher: where its bundle and executable lie, which backup archive the host offered, and
-/// which process was started and connected. Main thread only, but the status and the process identifiers may be read from
-/// any thread.
+/// What the facade knows of the launcher: where its bundle and executable lie, which backup archive the host offered,
+/// and which process was started and connected. Main thread only, but the status and the process identifiers may be
+/// read from any thread.
 class TKS_EXPORT TKSIAppManager {
  public:
   /// `init` Pids 0, status unconnected, paths of the standard launcher.
@@ -43,8 +43,8 @@ class TKS_EXPORT TKSIAppManager {
 
   /// `isBackupVersionNewer:` Whether the version is newer than the launcher at TKSAppPath.
   bool isBackupVersionNewer(std::string_view backupVersion);
-  /// `isBackupVersionNewer:defaultAppPath:` Whether the version is newer than the bundle at a path. A missing or unreadable
-  /// bundle is always older.
+  /// `isBackupVersionNewer:defaultAppPath:` Whether the version is newer than the bundle at a path. A missing or
+  /// unreadable bundle is always older.
   bool isBackupVersionNewer(std::string_view backupVersion, std::string_view defaultAppPath);
 
   /// `getBundleVersion:` CFBundleVersion of a bundle on disk, or nothing.

@@ -34,8 +34,8 @@ class TKS_EXPORT TKSILog {
   /// callback is replaced still reaches the old one, which is kept alive until it returns.
   void setLogBlock(TKSLogBlock block);
 
-  /// `logWithLevel:format:` Formats a line and hands it to the callback, if there is one. Nothing is formatted otherwise.
-  /// The text is not masked here. A callback that logs again is served up to eight lines deep.
+  /// `logWithLevel:format:` Formats a line and hands it to the callback, if there is one. Nothing is formatted
+  /// otherwise. The text is not masked here. A callback that logs again is served up to eight lines deep.
   template <class... Arguments>
   static void logWithLevel(std::int32_t level, tks::format::Checked<std::type_identity_t<Arguments>...> format,
                            const Arguments&... arguments) {

@@ -8,9 +8,9 @@
 #include <tksinterface/TKSExport.h>
 #include <tksinterface/TKSMessageHost.h>
 
-/// The interface's side of the conversation with the launcher: sends "hello", "launch_meeting" and "disconnect", reacts to
-/// the answers, greets again when the transport fails before there is a connection, and turns every outcome into a call
-/// of one of the callbacks below. Main thread only. A callback is taken out of its place before it is called.
+/// The interface's side of the conversation with the launcher: sends "hello", "launch_meeting" and "disconnect", reacts
+/// to the answers, greets again when the transport fails before there is a connection, and turns every outcome into a
+/// call of one of the callbacks below. Main thread only. A callback is taken out of its place before it is called.
 class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
  public:
   /// `init` All callbacks are empty; makes the message host, of the interface's type.
@@ -40,8 +40,8 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
 
   /// `handleMessage:from:` Reacts to one message of the launcher.
   void handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) override;
-  /// `handleMessageHostFatalError:` Greets again, or closes the message host and reports the failure. Sleeps 100 ms on the
-  /// calling thread before it greets again.
+  /// `handleMessageHostFatalError:` Greets again, or closes the message host and reports the failure. Sleeps 100 ms on
+  /// the calling thread before it greets again.
   void handleMessageHostFatalError(const std::string& description) override;
 
   /// `handleError:` Drops the finish callbacks of hello and launch and calls the error callbacks that are set.

@@ -16,9 +16,9 @@ class TKSIMessageHandler;
 
 /// The one class that a host talks to: starts the launcher, asks it to launch meetings, stops it.
 ///
-/// All operations are called on the main thread, and all callbacks arrive there; they may call any operation again. Each
-/// callback is called at most once. Status and process identifier may be read from any thread.
-/// Example: examples/host/main.cpp
+/// All operations are called on the main thread, and all callbacks arrive there; they may call any operation again.
+/// Each callback is called at most once. Status and process identifier may be read from any thread. Example:
+/// examples/host/main.cpp
 class TKS_EXPORT TKSInterface {
  public:
   /// `sharedInstance` The process-wide facade.
@@ -42,8 +42,8 @@ class TKS_EXPORT TKSInterface {
 
   /// `TKSAppPath` Path of the launcher bundle.
   std::string TKSAppPath() const;
-  /// `setTKSAppPath:` Sets it; the executable is the one that the bundle declares. An empty path leaves the executable as
-  /// it was.
+  /// `setTKSAppPath:` Sets it; the executable is the one that the bundle declares. An empty path leaves the executable
+  /// as it was.
   void setTKSAppPath(std::string_view path);
 
   /// `isTKSAppSuspending` The launcher is connected and waits.
@@ -58,13 +58,13 @@ class TKS_EXPORT TKSInterface {
   /// `stop:errorBlock:` Disconnects from the launcher. A running launch is given up; its callbacks get an error first.
   void stop(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
 
-  /// `launchMeetingWithParam:finishBlock:errorBlock:` Launches a meeting, starting the launcher first if need be. `param`
-  /// is the dictionary of launch parameters (TKSConstants.h); nothing stands for a missing one.
+  /// `launchMeetingWithParam:finishBlock:errorBlock:` Launches a meeting, starting the launcher first if need be.
+  /// `param` is the dictionary of launch parameters (TKSConstants.h); nothing stands for a missing one.
   void launchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
   /// `internalLaunchMeetingWithParam:finishBlock:errorBlock:` The same without looking at the status first.
   void internalLaunchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
-  /// `relaunchTKSWhenUpdateDone:launchFinishBlock:launchErrorBlock:` Waits, off the main thread, until the old launcher has
-  /// quit (51 looks, about 5.1 s), then launches again.
+  /// `relaunchTKSWhenUpdateDone:launchFinishBlock:launchErrorBlock:` Waits, off the main thread, until the old launcher
+  /// has quit (51 looks, about 5.1 s), then launches again.
   void relaunchTKSWhenUpdateDone(const TKSValue& param, TKSFinishBlock launchFinishBlock,
                                  TKSErrorBlock launchErrorBlock);
 

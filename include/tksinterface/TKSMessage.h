@@ -37,8 +37,9 @@ class TKS_EXPORT TKSMessage {
   /// `dumpJSONString:` The compact JSON text, or nothing (and `error`) when the body cannot be written as JSON.
   std::optional<std::string> dumpJSONString(TKSError* error = nullptr) const;
 
-  /// `dictionaryWithAllKeysToLowerCase:` The same values under lower-cased keys (Unicode rules), one level deep. Of keys
-  /// that differ only in case the one that comes last in byte order wins. Nothing, or no dictionary, gives nothing.
+  /// `dictionaryWithAllKeysToLowerCase:` The same values under lower-cased keys (Unicode rules), one level deep. Of
+  /// keys that differ only in case the one that comes last in byte order wins. Nothing, or no dictionary, gives
+  /// nothing.
   static TKSValue dictionaryWithAllKeysToLowerCase(const TKSValue& dictionary);
   /// `JSONStringToObject:error:` Reads a JSON object or array. Nothing, and `error`, when the text is neither.
   static TKSValue JSONStringToObject(std::string_view text, TKSError* error = nullptr);

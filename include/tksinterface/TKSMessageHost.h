@@ -48,13 +48,13 @@ class TKS_EXPORT TKSMessageHost {
   /// `sharedMessengeHost` The launcher's host, made on first use; it lives as long as the process.
   static TKSMessageHost& sharedMessengeHost();
 
-  /// `openWithMessengeHandler:` Starts reading. The delegate is not owned and must outlive the conversation. For the file
-  /// channel the interface makes the folder and both files (modes 0700 and 0600); the launcher only looks at them.
+  /// `openWithMessengeHandler:` Starts reading. The delegate is not owned and must outlive the conversation. For the
+  /// file channel the interface makes the folder and both files (modes 0700 and 0600); the launcher only looks at them.
   /// Problems with the files are logged; they never fail the opening.
   void openWithMessengeHandler(TKSMessageHandlerDelegate* handler);
 
-  /// `close` Stops reading and forgets the delegate. The interface's side of a file channel removes the folder, and both
-  /// sides forget the paths: set the folder again before the next opening.
+  /// `close` Stops reading and forgets the delegate. The interface's side of a file channel removes the folder, and
+  /// both sides forget the paths: set the folder again before the next opening.
   void close();
 
   /// `sendMessage:` Writes one message, at once as far as the channel takes it; the rest waits in order, bounded, until

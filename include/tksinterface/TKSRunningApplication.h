@@ -5,7 +5,8 @@
 
 #include <tksinterface/TKSExport.h>
 
-/// A running application: a live process whose executable lies in an application bundle, as it was when it was looked up.
+/// A running application: a live process whose executable lies in an application bundle, as it was when it was looked
+/// up.
 struct TKS_EXPORT TKSRunningApplication {
   std::int32_t processIdentifier = 0;
   /// Empty when the bundle declares none.

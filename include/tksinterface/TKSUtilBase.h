@@ -18,12 +18,13 @@
 using TKSLaunchResultBlock =
     std::function<void(const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& error)>;
 
-/// The stateless operations that the rest of the library, the launcher and hosts share. All are class operations; unless
-/// one says otherwise they may be called on any thread, run on the caller's thread and keep nothing. An error
+/// The stateless operations that the rest of the library, the launcher and hosts share. All are class operations;
+/// unless one says otherwise they may be called on any thread, run on the caller's thread and keep nothing. An error
 /// out-parameter may be null and is written only on failure. Paths are absolute UTF-8 texts.
 class TKS_EXPORT TKSUtilBase {
  public:
-  // Folder layout. Paths are computed at each call from the user's real home; nothing is created but the temporary folder.
+  // Folder layout. Paths are computed at each call from the user's real home; nothing is created but the temporary
+  // folder.
 
   /// `getRealHomeDirectory` Home of the process's user from the password database, whatever HOME says.
   static std::string getRealHomeDirectory();
@@ -90,8 +91,8 @@ class TKS_EXPORT TKSUtilBase {
   /// `setPlist:value:plistPath:` Stores a value in a property-list file, which is made when missing and replaced as a
   /// whole; what stands in the way on the key path is replaced by dictionaries.
   static bool setPlist(const TKSKeyPath& keyPath, const TKSValue& value, std::string_view plistPath);
-  /// `setValueForDict:value:plistDict:` Stores a value in a dictionary, in place, and returns it. A null pointer starts a
-  /// new dictionary.
+  /// `setValueForDict:value:plistDict:` Stores a value in a dictionary, in place, and returns it. A null pointer starts
+  /// a new dictionary.
   static TKSDictionary setValueForDict(const TKSKeyPath& keyPath, const TKSValue& value, TKSDictionary* plistDict);
   /// `getValueInInfoPlist:forKey:` A value of an application's information, or nothing.
   static TKSValue getValueInInfoPlist(std::string_view appPath, std::string_view key);
@@ -108,7 +109,8 @@ class TKS_EXPORT TKSUtilBase {
   static std::optional<TKSDictionary> getURLQueryDict(std::string_view url);
   /// `getQueryDict:` The same for the text behind the "?".
   static std::optional<TKSDictionary> getQueryDict(std::string_view query);
-  /// `getParamDictFromPath:` Reads a file of lines PREFIX(9) KEY -=-[VALUE]-=- VALUE SUFFIX(3); nothing when it is missing.
+  /// `getParamDictFromPath:` Reads a file of lines PREFIX(9) KEY -=-[VALUE]-=- VALUE SUFFIX(3); nothing when it is
+  /// missing.
   static std::optional<TKSDictionary> getParamDictFromPath(std::string_view path);
   /// `isCaseInsensitiveTrue:` Whether a text equals one of the candidates, ignoring case.
   static bool isCaseInsensitiveTrue(const TKSValue& value, std::initializer_list<std::string_view> candidates);
@@ -130,7 +132,8 @@ class TKS_EXPORT TKSUtilBase {
 
   /// `generateTKSInterfaceDefaultError:` Domain TKSIDefaultDomain, code 0.
   static TKSError generateTKSInterfaceDefaultError(std::string_view message);
-  /// `generateTKSInterfaceError:domain:code:` An empty message becomes "Unknown error.", an empty domain the default one.
+  /// `generateTKSInterfaceError:domain:code:` An empty message becomes "Unknown error.", an empty domain the default
+  /// one.
   static TKSError generateTKSInterfaceError(std::string_view message, std::string_view domain, std::int32_t code);
   /// `JSONStringToObject:error:` Reads a JSON object or array; nothing, and `error`, when the text is neither.
   static TKSValue JSONStringToObject(std::string_view text, TKSError* error = nullptr);
@@ -174,7 +177,8 @@ class TKS_EXPORT TKSUtilBase {
 
   /// `isBrokenApp:` Whether a launcher bundle is missing or refused by the system's assessment. May take seconds.
   static bool isBrokenApp(std::string_view appPath);
-  /// `hashFilePropertiesWithAppPath:` Digest of the list of processes that hold the path open; nothing when it is missing.
+  /// `hashFilePropertiesWithAppPath:` Digest of the list of processes that hold the path open; nothing when it is
+  /// missing.
   static std::optional<std::string> hashFilePropertiesWithAppPath(std::string_view appPath);
   /// `willShowVerifyDialogFor:` Whether the system will ask the user to confirm the first opening.
   static bool willShowVerifyDialogFor(std::string_view appPath);
@@ -183,13 +187,15 @@ class TKS_EXPORT TKSUtilBase {
 
   // Processes.
 
-  /// `launchAppWithExePath:args:launchResult:` Starts an executable in the background and calls back on the main thread.
+  /// `launchAppWithExePath:args:launchResult:` Starts an executable in the background and calls back on the main
+  /// thread.
   static void launchAppWithExePath(std::string_view exePath, const std::vector<std::string>& args,
                                    TKSLaunchResultBlock launchResult);
-  /// `launchAppWithExePath:args:error:` Starts an executable of a bundle as a child process and waits until it is listed
-  /// as a running application (up to about 30 s; keep it off the main thread). With "-Communicate" and "Pipe" among the
-  /// arguments, and no "File", this process's standard output then feeds the child's standard input and its standard
-  /// input reads the child's standard output. Nothing on failure, and for a start with "-warmup", which does not wait.
+  /// `launchAppWithExePath:args:error:` Starts an executable of a bundle as a child process and waits until it is
+  /// listed as a running application (up to about 30 s; keep it off the main thread). With "-Communicate" and "Pipe"
+  /// among the arguments, and no "File", this process's standard output then feeds the child's standard input and its
+  /// standard input reads the child's standard output. Nothing on failure, and for a start with "-warmup", which does
+  /// not wait.
   static std::optional<TKSRunningApplication> launchAppWithExePath(std::string_view exePath,
                                                                    const std::vector<std::string>& args,
                                                                    TKSError* error);
@@ -202,8 +208,8 @@ class TKS_EXPORT TKSUtilBase {
   /// `forceTerminateApp:` Ends an application at once and waits up to about 5 s; whether the process is gone.
   static bool forceTerminateApp(const std::optional<TKSRunningApplication>& application);
 
-  /// Descriptor of the standard input that this process had before a pipe-mode launch replaced it; 0 before that, and -1
-  /// when there was none. Owned by the library: read it, never close it.
+  /// Descriptor of the standard input that this process had before a pipe-mode launch replaced it; 0 before that, and
+  /// -1 when there was none. Owned by the library: read it, never close it.
   static int originalStandardInput();
   /// The same for the standard output; 1 before a pipe-mode launch.
   static int originalStandardOutput();

@@ -19,8 +19,8 @@
 ///
 /// Everything here is a value: copying shares the content and costs one reference count, changing a copy never changes
 /// the original. Different objects may be used from different threads at once, also when they share content; one object
-/// must not be changed on one thread while another thread uses it. Nesting of any depth is copied, compared, printed and
-/// destroyed without recursion.
+/// must not be changed on one thread while another thread uses it. Nesting of any depth is copied, compared, printed
+/// and destroyed without recursion.
 
 class TKSArray;
 class TKSDictionary;
@@ -59,8 +59,8 @@ class TKS_EXPORT TKSValue {
   TKSValue(TKSNull) noexcept;
   TKSValue(bool value) noexcept;
   template <std::integral Integer>
-    requires(!std::same_as<Integer, bool>)
-  TKSValue(Integer value) noexcept : TKSValue(makeInteger(static_cast<std::int64_t>(value))) {}
+  requires(!std::same_as<Integer, bool>) TKSValue(Integer value)
+  noexcept : TKSValue(makeInteger(static_cast<std::int64_t>(value))) {}
   TKSValue(double value) noexcept;
   TKSValue(std::string_view text);
   TKSValue(const std::string& text) : TKSValue(std::string_view(text)) {}
@@ -139,7 +139,8 @@ class TKS_EXPORT TKSValue {
   /// In inlineLength_: the content stands in a shared node, whose address is in storage_.
   static constexpr std::uint8_t kShared = 0xFF;
 
-  // 16 bytes: the number, the short text or the address of the shared node; then the length of the short text; the kind.
+  // 16 bytes: the number, the short text or the address of the shared node; then the length of the short text; the
+  // kind.
   alignas(8) unsigned char storage_[kInlineCapacity] = {};
   std::uint8_t inlineLength_ = 0;
   Kind kind_ = Kind::nothing;

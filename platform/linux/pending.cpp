@@ -1,3 +1,4 @@
+// clang-format off
 #include <cstdlib>
 
 #include "platform/backend.h"
