@@ -1,0 +1,19 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace tks::masking {
+
+/// What masking may cut: single bytes, or only whole UTF-8 characters. With whole characters the bytes that a cut would
+/// leave over are masked too.
+enum class Unit { bytes, characters };
+
+/// Puts "*" in the place of the bytes [start, end), but for the first three of a range longer than that. `end` may be
+/// std::string::npos or beyond the text; a range that ends before it starts is no range.
+void maskRange(std::string& text, std::size_t start, std::size_t end, Unit unit);
+
+/// Applies all masking rules to a text, in place and in a time that grows with its length alone.
+void removePersonalData(std::string& text, Unit unit);
+
+}  // namespace tks::masking
