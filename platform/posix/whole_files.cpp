@@ -1,0 +1,121 @@
+#include "platform/posix/whole_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include "platform/posix/file_descriptor.h"
+#include "platform/posix/posix_error.h"
+
+namespace tks::posix {
+namespace {
+
+constexpr int kMostNamesTried = 100;
+
+/// Folder of a path with its closing slash; empty for a bare name.
+std::string_view folderOf(std::string_view path) {
+  return path.substr(0, path.rfind('/') + 1);
+}
+
+bool syncFolderOf(std::string_view path) {
+  const std::string folder = folderOf(path).empty() ? "." : std::string(folderOf(path));
+  const FileDescriptor descriptor(retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!descriptor) return errno == EACCES;  // a folder that may be written to but not read cannot be synced
+  // Some file systems cannot sync folders and say so by EINVAL.
+  return retried([&] { return ::fsync(descriptor.get()); }) == 0 || errno == EINVAL;
+}
+
+bool fillAndRename(int descriptor, const std::string& temporary, const std::string& path,
+                   std::span<const std::uint8_t> content, const struct stat* before) {
+  if (before != nullptr && ::fchmod(descriptor, before->st_mode & 07777) != 0) return false;
+  return writeAll(descriptor, content) && retried([&] { return ::fsync(descriptor); }) == 0 &&
+         ::rename(temporary.c_str(), path.c_str()) == 0;
+}
+
+}  // namespace
+
+std::optional<TKSData> readWholeFile(std::string_view path, std::size_t limit, TKSError* error) {
+  const std::string name(path);
+  const FileDescriptor descriptor(
+      retried([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+  struct stat facts {};
+  if (!descriptor || ::fstat(descriptor.get(), &facts) != 0) {
+    fail(error, "open", path);
+    return std::nullopt;
+  }
+  if (!S_ISREG(facts.st_mode)) {
+    errno = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
+    fail(error, "read", path);
+    return std::nullopt;
+  }
+
+  // The size is only a hint: the file may grow while it is read, and files of /proc announce none.
+  TKSData content;
+  std::size_t size = 0;
+  std::size_t room = std::min(static_cast<std::size_t>(facts.st_size), limit) + 1;
+  while (size <= limit) {
+    if (size == content.size()) content.resize(std::min(size + std::exchange(room, 65536), limit + 1));
+    const ssize_t count =
+        retried([&] { return ::read(descriptor.get(), content.data() + size, content.size() - size); });
+    if (count < 0) {
+      fail(error, "read", path);
+      return std::nullopt;
+    }
+    if (count == 0) break;
+    size += static_cast<std::size_t>(count);
+  }
+  if (size > limit) {
+    errno = EFBIG;
+    fail(error, "read", path);
+    return std::nullopt;
+  }
+  content.resize(size);
+  return content;
+}
+
+bool writeAll(int descriptor, std::span<const std::uint8_t> content) {
+  while (!content.empty()) {
+    const ssize_t count = retried([&] { return ::write(descriptor, content.data(), content.size()); });
+    if (count < 0) return false;
+    content = content.subspan(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+int makeHiddenSibling(std::string_view path, unsigned mode, std::string& name) {
+  static std::atomic<unsigned> serial{0};
+  const std::string_view folder = folderOf(path);
+  const std::string_view last = path.substr(folder.size(), 200);  // leaves room for the rest within 255 bytes
+  for (int i = 0; i < kMostNamesTried; ++i) {
+    char suffix[40];
+    std::snprintf(suffix, sizeof suffix, ".%d-%u.tmp", static_cast<int>(::getpid()), ++serial);
+    name = std::string(folder) + "." + std::string(last) + suffix;
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    const int descriptor = retried([&] { return ::open(name.c_str(), flags, static_cast<mode_t>(mode)); });
+    if (descriptor >= 0 || errno != EEXIST) return descriptor;
+  }
+  return -1;
+}
+
+bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) {
+  const std::string name(path);
+  struct stat facts {};
+  const bool exists = ::lstat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
+  std::string temporary;
+  // An existing file's permissions are set before anything is written, so that nobody reads what he could not before.
+  const FileDescriptor descriptor(makeHiddenSibling(path, exists ? 0600 : 0666, temporary));
+  if (!descriptor) return fail(error, "create a file beside", path);
+  if (!fillAndRename(descriptor.get(), temporary, name, content, exists ? &facts : nullptr)) {
+    fail(error, "write", path);
+    ::unlink(temporary.c_str());
+    return false;
+  }
+  return syncFolderOf(path) || fail(error, "sync the folder of", path);
+}
+
+}  // namespace tks::posix
