@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -19,10 +20,20 @@ struct Transfer {
   std::optional<TKSError> error;
 };
 
+/// Tells channels apart by what the system knows them by (device and inode): handles of one pipe or file have the same
+/// identity. Bytes that were read ahead of a closed conversation, or still wait to be written for it, are followed up
+/// only on the channel that they belong to, not on one that has taken its place.
+struct ChannelIdentity {
+  std::uint64_t device = 0;
+  std::uint64_t object = 0;
+  friend bool operator==(const ChannelIdentity&, const ChannelIdentity&) = default;
+};
+
 /// The reading end of a message channel. Main thread only.
 class ByteSource {
  public:
   virtual ~ByteSource() = default;
+  virtual ChannelIdentity identity() const = 0;
   /// Reads what is there, at most `into.size()` bytes; never waits. For a file `end` never comes: more may be appended.
   virtual Transfer read(std::span<char> into) = 0;
   /// Calls `ready` on the main thread whenever a read would give bytes, the end or an error, until `unwatch`; costs
@@ -36,6 +47,7 @@ class ByteSource {
 class ByteSink {
  public:
   virtual ~ByteSink() = default;
+  virtual ChannelIdentity identity() const = 0;
   /// Writes as much as the channel takes now; never waits, never raises a signal. A file takes all bytes or, cut back
   /// to its earlier length, none.
   virtual Transfer write(std::span<const char> bytes) = 0;
