@@ -9,5 +9,11 @@ set(TKS_TEST_MODE_HELP_URL "https://developer.tarvo.example/test-mode" CACHE STR
 option(TKS_ALLOW_TEST_MODE "Let lab devices skip the trust checks" ON)
 option(TKS_STRICT_MAKER_CHECK "Verify the maker's chain up to a pinned root" OFF)
 set(TKS_PINNED_ROOT_SHA256 "" CACHE STRING "SHA-256 of the pinned root certificate, for the strict maker check")
+if(TKS_STRICT_MAKER_CHECK)
+  string(LENGTH "${TKS_PINNED_ROOT_SHA256}" tks_pin_length)
+  if(NOT tks_pin_length EQUAL 64 OR NOT TKS_PINNED_ROOT_SHA256 MATCHES "^[0-9A-Fa-f]+$")
+    message(FATAL_ERROR "TKS_STRICT_MAKER_CHECK needs TKS_PINNED_ROOT_SHA256: 64 hexadecimal digits")
+  endif()
+endif()
 
 configure_file(${PROJECT_SOURCE_DIR}/cmake/BuildValues.h.in ${PROJECT_BINARY_DIR}/generated/BuildValues.h @ONLY)

@@ -20,6 +20,11 @@ class StaticCode {
   /// the description of the framework's error when the status is not 0.
   virtual std::int32_t checkValidity(std::string& details) = 0;
 
+  /// The same and more, for code that is about to be installed: nested code with its pages and resources, no link that
+  /// leaves the bundle, nothing outside of what is sealed (kSecCSCheckAllArchitectures, kSecCSCheckNestedCode,
+  /// kSecCSStrictValidate and kSecCSRestrictSymlinks).
+  virtual std::int32_t checkForInstalling(std::string& details) = 0;
+
   /// The signing information (flags 30: signing, requirements, dynamic and content information). Keys as the platform
   /// names them: "identifier", "teamid", "flags", "format", "unique", "cdhashes", "certificates" (array of DER data,
   /// leaf first), "main-executable" (text, file URL), and so on; unsigned code has "main-executable" alone.
@@ -34,6 +39,12 @@ class Signatures {
   virtual std::int32_t create(std::string_view path, std::unique_ptr<StaticCode>& code) = 0;
   /// The common name of a DER certificate (SecCertificateCopyCommonName). `name` is set when the status is 0.
   virtual std::int32_t commonName(const TKSData& certificate, std::string& name) = 0;
+  /// The first organizational unit of a DER certificate's subject. `unit` is set when the status is 0.
+  virtual std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) = 0;
+  /// Whether a chain (array of DER data, leaf first) leads by good signatures to its last certificate, and that one is
+  /// the pinned root: `rootSHA256` is the SHA-256 of its DER form in 64 hexadecimal digits of either case. Dates are
+  /// not looked at; the check of the signature itself does that.
+  virtual bool leadsToRoot(const TKSArray& chain, std::string_view rootSHA256) = 0;
 };
 
 }  // namespace tks::platform

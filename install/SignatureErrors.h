@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks {
+
+/// The message for a validity status that is not 0, with the platform's own description behind it.
+std::string signatureStatusMessage(std::int32_t status, std::string_view details);
+
+/// Writes the error of the code-signature domain when there is a message, and answers whether there is none.
+bool reportSignatureMessage(std::string message, TKSError* error);
+
+}  // namespace tks
