@@ -13,7 +13,6 @@ template <> Channels& backend<Channels>() { std::abort(); }
 template <> ChildProcesses& backend<ChildProcesses>() { std::abort(); }
 template <> Clock& backend<Clock>() { std::abort(); }
 template <> Download& backend<Download>() { std::abort(); }
-template <> Files& backend<Files>() { std::abort(); }
 template <> Json& backend<Json>() { std::abort(); }
 template <> KnownFolders& backend<KnownFolders>() { std::abort(); }
 template <> MainLoop& backend<MainLoop>() { std::abort(); }

@@ -18,16 +18,18 @@ namespace {
 constexpr int kMostNamesTried = 100;
 
 /// Folder of a path with its closing slash; empty for a bare name.
-std::string_view folderOf(std::string_view path) {
-  return path.substr(0, path.rfind('/') + 1);
-}
+std::string_view folderOf(std::string_view path) { return path.substr(0, path.rfind('/') + 1); }
 
-bool syncFolderOf(std::string_view path) {
-  const std::string folder = folderOf(path).empty() ? "." : std::string(folderOf(path));
-  const FileDescriptor descriptor(retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  if (!descriptor) return errno == EACCES;  // a folder that may be written to but not read cannot be synced
-  // Some file systems cannot sync folders and say so by EINVAL.
-  return retried([&] { return ::fsync(descriptor.get()); }) == 0 || errno == EINVAL;
+/// A new empty file beside `path`, open for writing; `name` receives its path.
+int createSibling(std::string_view path, mode_t mode, std::string& name) {
+  int descriptor = -1;
+  for (int i = 0; i < kMostNamesTried; ++i) {
+    name = hiddenSibling(path);
+    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    descriptor = retried([&] { return ::open(name.c_str(), flags, mode); });
+    if (descriptor >= 0 || errno != EEXIST) break;
+  }
+  return descriptor;
 }
 
 bool fillAndRename(int descriptor, const std::string& temporary, const std::string& path,
@@ -87,19 +89,21 @@ bool writeAll(int descriptor, std::span<const std::uint8_t> content) {
   return true;
 }
 
-int makeHiddenSibling(std::string_view path, unsigned mode, std::string& name) {
+std::string hiddenSibling(std::string_view path) {
   static std::atomic<unsigned> serial{0};
   const std::string_view folder = folderOf(path);
   const std::string_view last = path.substr(folder.size(), 200);  // leaves room for the rest within 255 bytes
-  for (int i = 0; i < kMostNamesTried; ++i) {
-    char suffix[40];
-    std::snprintf(suffix, sizeof suffix, ".%d-%u.tmp", static_cast<int>(::getpid()), ++serial);
-    name = std::string(folder) + "." + std::string(last) + suffix;
-    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    const int descriptor = retried([&] { return ::open(name.c_str(), flags, static_cast<mode_t>(mode)); });
-    if (descriptor >= 0 || errno != EEXIST) return descriptor;
-  }
-  return -1;
+  char suffix[40];
+  std::snprintf(suffix, sizeof suffix, ".%d-%u.tmp", static_cast<int>(::getpid()), ++serial);
+  return std::string(folder).append(".").append(last).append(suffix);
+}
+
+bool syncFolderOf(std::string_view path) {
+  const std::string folder = folderOf(path).empty() ? "." : std::string(folderOf(path));
+  const FileDescriptor descriptor(retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!descriptor) return errno == EACCES;  // a folder that may be written to but not read cannot be synced
+  // Some file systems cannot sync folders and say so by EINVAL.
+  return retried([&] { return ::fsync(descriptor.get()); }) == 0 || errno == EINVAL;
 }
 
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) {
@@ -108,7 +112,7 @@ bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, T
   const bool exists = ::lstat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
   std::string temporary;
   // An existing file's permissions are set before anything is written, so that nobody reads what he could not before.
-  const FileDescriptor descriptor(makeHiddenSibling(path, exists ? 0600 : 0666, temporary));
+  const FileDescriptor descriptor(createSibling(path, exists ? 0600 : 0666, temporary));
   if (!descriptor) return fail(error, "create a file beside", path);
   if (!fillAndRename(descriptor.get(), temporary, name, content, exists ? &facts : nullptr)) {
     fail(error, "write", path);

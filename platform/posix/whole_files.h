@@ -22,8 +22,11 @@ bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, T
 /// Writes all bytes to a descriptor. False, and errno, when that fails.
 bool writeAll(int descriptor, std::span<const std::uint8_t> content);
 
-/// Makes a new empty file for writing, of a hidden, unused name that starts like `path`, in the same folder; `name`
-/// receives its path. -1, and errno, when that fails.
-int makeHiddenSibling(std::string_view path, unsigned mode, std::string& name);
+/// A hidden name in the folder of `path` that starts like it and that this process has not used before.
+std::string hiddenSibling(std::string_view path);
+
+/// Makes what was done to the names in the folder of `path` last through a power cut. False, and errno, when that
+/// fails.
+bool syncFolderOf(std::string_view path);
 
 }  // namespace tks::posix

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::linux_system {
+
+/// Removes a file, a link or a folder with all it holds. Links are removed, never followed, also when somebody puts one
+/// in place of a folder meanwhile. Stops at the first thing that cannot be removed.
+bool removeTree(const std::string& path, TKSError* error);
+
+/// Copies a file, a link, a FIFO or a folder with all it holds: content, permissions, extended attributes, times of
+/// change. The destination must not exist; on failure nothing of it is left.
+bool copyTree(const std::string& from, const std::string& to, TKSError* error);
+
+/// Renames; from one volume to another copies to a hidden name beside the destination, syncs, renames, and removes the
+/// source at last. The destination must not exist. Until the rename nothing has changed.
+bool moveTree(const std::string& from, const std::string& to, TKSError* error);
+
+}  // namespace tks::linux_system
