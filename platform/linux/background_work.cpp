@@ -1,0 +1,116 @@
+#include <pthread.h>
+#include <signal.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "foundation/Logging.h"
+#include "platform/backend.h"
+#include "platform/linux/event_loop.h"
+#include "platform/main_loop.h"
+#include "platform/posix/posix_error.h"
+
+namespace tks::platform {
+namespace {
+
+/// Work waits, rather than computes: a launch polls for up to 30 s, a tool runs for minutes. So there are threads for
+/// far more work than there are processors; nobody should wait for somebody else's launcher.
+constexpr std::size_t kMostThreads = 64;
+constexpr std::chrono::seconds kIdleBeforeEnd(2);
+constexpr std::chrono::milliseconds kBeforeNextAttempt(50);
+
+/// Threads that come with demand and go when idle. Lives as long as the process.
+class ThreadPool final : public BackgroundWork {
+ public:
+  void submit(std::function<void()> work) override {
+    int refused = 0;
+    {
+      const std::scoped_lock lock(mutex_);
+      waiting_.push_back(std::move(work));
+      if (waiting_.size() > idle_ && threads_ < kMostThreads) refused = startThread();
+    }
+    arrived_.notify_one();
+    if (refused != 0) {
+      TKSILog::logWithLevel(TKSILogLevelError, "Cannot start a thread for background work, it has to wait: %@",
+                            posix::reasonText(refused));
+    }
+  }
+
+ private:
+  /// Returns 0 or an error number. Without any thread at all the main loop tries again later.
+  int startThread() {
+    const int refused = createThread();
+    if (refused == 0) {
+      ++threads_;
+    } else if (threads_ == 0) {
+      retry_ = gnulinux::EventLoop::main().after(kBeforeNextAttempt, [this] { startWhatWaits(); });
+    }
+    return refused;
+  }
+
+  void startWhatWaits() {
+    const std::scoped_lock lock(mutex_);
+    if (!waiting_.empty() && threads_ == 0) startThread();
+  }
+
+  /// All signals stay with the host's own threads.
+  int createThread() {
+    sigset_t all;
+    ::sigfillset(&all);
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    ::pthread_attr_setsigmask_np(&attributes, &all);
+    pthread_t thread{};
+    const int refused = ::pthread_create(&thread, &attributes, &ThreadPool::threadMain, this);
+    ::pthread_attr_destroy(&attributes);
+    return refused;
+  }
+
+  static void* threadMain(void* pool) {
+    ::pthread_setname_np(::pthread_self(), "tksinterface");
+    static_cast<ThreadPool*>(pool)->workUntilIdle();
+    return nullptr;
+  }
+
+  void workUntilIdle() {
+    std::unique_lock lock(mutex_);
+    while (waitForWork(lock)) {
+      std::function<void()> work = std::move(waiting_.front());
+      waiting_.pop_front();
+      lock.unlock();
+      callHost("background work", take(work));
+      lock.lock();
+    }
+    --threads_;
+  }
+
+  bool waitForWork(std::unique_lock<std::mutex>& lock) {
+    ++idle_;
+    const bool found = arrived_.wait_for(lock, kIdleBeforeEnd, [this] { return !waiting_.empty(); });
+    --idle_;
+    return found;
+  }
+
+  std::mutex mutex_;
+  std::condition_variable arrived_;
+  std::deque<std::function<void()>> waiting_;
+  std::size_t threads_ = 0;
+  std::size_t idle_ = 0;
+  std::unique_ptr<MainLoop::Timer> retry_;
+};
+
+}  // namespace
+
+template <>
+BackgroundWork& backend<BackgroundWork>() {
+  static auto& pool = *new ThreadPool;
+  return pool;
+}
+
+}  // namespace tks::platform

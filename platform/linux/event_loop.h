@@ -1,0 +1,122 @@
+#pragma once
+
+#include <sys/epoll.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/main_loop.h"
+#include "platform/posix/file_descriptor.h"
+
+namespace tks::gnulinux {
+
+/// A loop without a thread: one epoll descriptor that gathers posted work, timers and watched descriptors, and that is
+/// itself readable while there is something to do, so that any other loop can watch it.
+///
+/// Work is only ever done inside `run` or `drain`, see platform/main_loop.h. Everything else may be called from any
+/// thread. What work throws is caught and logged. Descriptors are made on first use. While none can be had, posted work
+/// and timers still run, by polling inside `run`, and every use tries again.
+class EventLoop {
+ public:
+  using Work = std::function<void()>;
+  /// Receives what epoll reports: EPOLLIN, EPOLLHUP and so on.
+  using Ready = std::function<void(std::uint32_t events)>;
+
+  /// A watched descriptor. Destroying it on the loop's thread ends the calls, also from inside a call, also when one is
+  /// due already; on another thread a call may just be running. Destroy it before the descriptor is closed.
+  class Watch {
+   public:
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+
+   private:
+    friend class EventLoop;
+    Watch(EventLoop& loop, std::uint64_t number, int descriptor)
+        : loop_(loop), number_(number), descriptor_(descriptor) {}
+
+    EventLoop& loop_;
+    std::uint64_t number_;
+    int descriptor_;
+  };
+
+  EventLoop() = default;
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  /// The loop behind the main queue of the process; never destroyed.
+  static EventLoop& main();
+
+  void post(Work work);
+  [[nodiscard]] std::unique_ptr<platform::MainLoop::Timer> after(std::chrono::milliseconds delay, Work work);
+  /// Calls `ready` whenever the descriptor is ready for `events`: EPOLLIN or EPOLLOUT, with EPOLLONESHOT or EPOLLET
+  /// when wanted. Null, and errno, when the descriptor cannot be watched; files and folders never can.
+  [[nodiscard]] std::unique_ptr<Watch> watch(int descriptor, std::uint32_t events, Ready ready);
+
+  void run();
+  void stop();
+  int descriptor();
+  void drain();
+
+ private:
+  class LoopTimer;
+  class Occupied;
+  using Nanoseconds = std::int64_t;
+  /// Deadline by the monotonic clock, then order of setting.
+  using TimerKey = std::pair<Nanoseconds, std::uint64_t>;
+
+  static constexpr Nanoseconds kNever = std::numeric_limits<Nanoseconds>::max();
+
+  bool isOnLoopThread() const { return loopThread_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
+  bool hasDescriptors();
+  bool makeDescriptors();
+  bool makeWaker();
+  bool join(int epoll, int descriptor, std::uint64_t number);
+  void wake();
+  void clearWaker();
+
+  bool waitAndWork(bool mayWait);
+  bool settle();
+  int millisecondsToWait();
+  void handle(const epoll_event& event);
+  void runWatch(std::uint64_t number, std::uint32_t events);
+  bool runTimers();
+  bool runPosted();
+  void armTimer(Nanoseconds deadline);
+  void cancel(const TimerKey& key);
+  void unwatch(std::uint64_t number, int descriptor);
+
+  std::atomic<bool> stopped_ = false;
+  /// The thread inside `run` or `drain`.
+  std::atomic<std::thread::id> loopThread_;
+  /// Set once the descriptors below are made; they stay as they are from then on.
+  std::atomic<int> epoll_ = -1;
+
+  std::mutex mutex_;  // guards what follows
+  posix::FileDescriptor epollOwner_;
+  posix::FileDescriptor waker_;
+  /// The writing end of the pipe that stands in for an eventfd where there is none.
+  posix::FileDescriptor wakerWriter_;
+  posix::FileDescriptor timer_;
+  bool saidThereAreNone_ = false;
+  std::vector<Work> posted_;
+  /// The loop will look at `posted_` without being woken again.
+  bool attentive_ = false;
+  std::map<TimerKey, Work> timers_;
+  std::uint64_t timersSet_ = 0;
+  Nanoseconds armedFor_ = kNever;
+  std::unordered_map<std::uint64_t, std::shared_ptr<const Ready>> watches_;
+  std::uint64_t watchesMade_ = 0;
+};
+
+}  // namespace tks::gnulinux

@@ -1,0 +1,38 @@
+#include "platform/linux/system_calls.h"
+
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/syscall.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace tks::gnulinux {
+namespace {
+
+// Not by the C library's wrappers: those of some versions lack these calls or emulate them.
+int pidfdOpen(pid_t process, unsigned flags) { return static_cast<int>(::syscall(SYS_pidfd_open, process, flags)); }
+
+int closeRange(unsigned first, unsigned last, unsigned flags) {
+  return static_cast<int>(::syscall(SYS_close_range, first, last, flags));
+}
+
+int renameAt2(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) {
+  return static_cast<int>(::syscall(SYS_renameat2, fromFolder, from, toFolder, to, flags));
+}
+
+}  // namespace
+
+SystemCalls& systemCalls() {
+  static SystemCalls calls{.epollCreate = ::epoll_create1,
+                           .eventfd = ::eventfd,
+                           .timerfdCreate = ::timerfd_create,
+                           .inotifyInit = ::inotify_init1,
+                           .pidfdOpen = pidfdOpen,
+                           .closeRange = closeRange,
+                           .renameat2 = renameAt2};
+  return calls;
+}
+
+}  // namespace tks::gnulinux

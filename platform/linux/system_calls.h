@@ -1,0 +1,22 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace tks::gnulinux {
+
+/// The system calls that an older kernel, a filter or a limit may refuse, in one table, so that a test can refuse them
+/// as well. Each is called like the kernel's own and fails with -1 and errno.
+struct SystemCalls {
+  int (*epollCreate)(int flags);
+  int (*eventfd)(unsigned initial, int flags);
+  int (*timerfdCreate)(int clock, int flags);
+  int (*inotifyInit)(int flags);
+  int (*pidfdOpen)(pid_t process, unsigned flags);
+  int (*closeRange)(unsigned first, unsigned last, unsigned flags);
+  int (*renameat2)(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags);
+};
+
+/// The table in force. Changed by tests only, and never while another thread uses the library.
+SystemCalls& systemCalls();
+
+}  // namespace tks::gnulinux
