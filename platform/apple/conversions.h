@@ -1,0 +1,36 @@
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+#include <tksinterface/TKSValue.h>
+
+namespace tks::platform::apple {
+
+/// UTF-8 to a string object; bytes that are not UTF-8 give nil.
+NSString* toString(std::string_view text);
+/// A string object as UTF-8; nil gives the empty text. Lone surrogates become replacement characters.
+std::string fromString(NSString* text);
+/// A path as the file system's own representation: unlike `toString` never nil.
+NSString* toPath(std::string_view path);
+NSURL* toFileURL(std::string_view path);
+NSData* toData(std::span<const std::uint8_t> bytes);
+TKSData fromData(NSData* data);
+
+/// A property-list or JSON object as a value, without recursion; nil gives nothing. Objects of other classes give their
+/// description as text.
+TKSValue fromObject(id object);
+/// A value as a property-list or JSON object, without recursion; nothing gives nil, null gives NSNull.
+id toObject(const TKSValue& value);
+TKSDictionary fromDictionary(NSDictionary* dictionary);
+
+/// The system's error in our form; nil gives an error that names the step alone.
+TKSError fromError(NSError* error, std::string_view step);
+/// Writes an error through an out-parameter that may be null.
+void store(TKSError* slot, NSError* error, std::string_view step);
+
+}  // namespace tks::platform::apple

@@ -1,0 +1,201 @@
+#import "platform/apple/conversions.h"
+
+#include <utility>
+#include <vector>
+
+namespace tks::platform::apple {
+namespace {
+
+bool isBoolean(NSNumber* number) { return CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID(); }
+
+TKSValue fromNumber(NSNumber* number) {
+  if (isBoolean(number)) return TKSValue(static_cast<bool>(number.boolValue));
+  if (CFNumberIsFloatType((__bridge CFNumberRef)number)) return TKSValue(number.doubleValue);
+  // An unsigned number beyond 63 bits has no place in an integer value.
+  if (number.objCType[0] == 'Q' && number.unsignedLongLongValue > INT64_MAX) return TKSValue(number.doubleValue);
+  return TKSValue(static_cast<std::int64_t>(number.longLongValue));
+}
+
+/// Everything that has no members.
+TKSValue fromLeaf(id object) {
+  if (object == nil) return TKSValue();
+  if ([object isKindOfClass:NSString.class]) return TKSValue(fromString(object));
+  if ([object isKindOfClass:NSNumber.class]) return fromNumber(object);
+  if ([object isKindOfClass:NSNull.class]) return TKSValue(TKSNull());
+  if ([object isKindOfClass:NSDate.class]) return TKSValue(TKSDate{[object timeIntervalSince1970]});
+  if ([object isKindOfClass:NSData.class]) return TKSValue(fromData(object));
+  return TKSValue(fromString([object description]));
+}
+
+/// A container under construction: its members, how far the walk has come, and what was converted so far.
+struct OpenContainer {
+  NSArray* keys = nil;
+  NSArray* members = nil;
+  NSUInteger next = 0;
+  std::vector<std::pair<std::string, TKSValue>> entries;
+  std::vector<TKSValue> elements;
+};
+
+bool open(id object, std::vector<OpenContainer>& stack) {
+  if ([object isKindOfClass:NSDictionary.class]) {
+    OpenContainer container;
+    container.keys = [object allKeys];
+    container.members = [object objectsForKeys:container.keys notFoundMarker:NSNull.null];
+    stack.push_back(std::move(container));
+    return true;
+  }
+  if ([object isKindOfClass:NSArray.class]) {
+    OpenContainer container;
+    container.members = object;
+    stack.push_back(std::move(container));
+    return true;
+  }
+  return false;
+}
+
+void add(OpenContainer& container, TKSValue value) {
+  const NSUInteger index = container.next++;
+  if (container.keys == nil) {
+    container.elements.push_back(std::move(value));
+  } else {
+    container.entries.emplace_back(fromString([container.keys[index] description]), std::move(value));
+  }
+}
+
+TKSValue close(OpenContainer& container) {
+  if (container.keys == nil) return TKSArray(std::move(container.elements));
+  return TKSDictionary(std::move(container.entries));
+}
+
+/// A value under conversion to objects: the values still to come and the object they go into.
+struct OpenValue {
+  TKSValue value;
+  std::vector<std::pair<std::string_view, const TKSValue*>> members;
+  std::size_t next = 0;
+  NSMutableDictionary* dictionary = nil;
+  NSMutableArray* array = nil;
+};
+
+id toLeaf(const TKSValue& value) {
+  switch (value.kind()) {
+    case TKSValue::Kind::nothing:
+      return nil;
+    case TKSValue::Kind::null:
+      return NSNull.null;
+    case TKSValue::Kind::boolean:
+      return @(value.boolean());
+    case TKSValue::Kind::integer:
+      return @(value.integer());
+    case TKSValue::Kind::real:
+      return @(value.real());
+    case TKSValue::Kind::text:
+      return toString(value.text());
+    case TKSValue::Kind::data:
+      return toData(value.data());
+    case TKSValue::Kind::date:
+      return [NSDate dateWithTimeIntervalSince1970:value.date().secondsSince1970];
+    case TKSValue::Kind::array:
+    case TKSValue::Kind::dictionary:
+      break;
+  }
+  return nil;
+}
+
+bool open(const TKSValue& value, std::vector<OpenValue>& stack) {
+  OpenValue container;
+  container.value = value;
+  if (value.isDictionary()) {
+    container.dictionary = [NSMutableDictionary dictionary];
+    for (const auto& [key, member] : value.dictionary()) container.members.emplace_back(key, &member);
+  } else if (value.isArray()) {
+    container.array = [NSMutableArray array];
+    for (const TKSValue& member : value.array()) container.members.emplace_back(std::string_view(), &member);
+  } else {
+    return false;
+  }
+  stack.push_back(std::move(container));
+  return true;
+}
+
+void add(OpenValue& container, id object) {
+  const std::string_view key = container.members[container.next++].first;
+  if (object == nil) return;
+  if (container.array != nil) {
+    [container.array addObject:object];
+  } else if (NSString* name = toString(key)) {
+    container.dictionary[name] = object;
+  }
+}
+
+}  // namespace
+
+NSString* toString(std::string_view text) {
+  return [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
+}
+
+std::string fromString(NSString* text) {
+  if (text == nil) return {};
+  NSData* bytes = [text dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES];
+  return std::string(static_cast<const char*>(bytes.bytes), bytes.length);
+}
+
+NSString* toPath(std::string_view path) {
+  NSString* text = [NSFileManager.defaultManager stringWithFileSystemRepresentation:path.data() length:path.size()];
+  return text != nil ? text : @"";
+}
+
+NSURL* toFileURL(std::string_view path) { return [NSURL fileURLWithPath:toPath(path)]; }
+
+NSData* toData(std::span<const std::uint8_t> bytes) { return [NSData dataWithBytes:bytes.data() length:bytes.size()]; }
+
+TKSData fromData(NSData* data) {
+  const auto* bytes = static_cast<const std::uint8_t*>(data.bytes);
+  return TKSData(bytes, bytes + data.length);
+}
+
+TKSValue fromObject(id object) {
+  std::vector<OpenContainer> stack;
+  if (!open(object, stack)) return fromLeaf(object);
+  for (;;) {
+    OpenContainer& top = stack.back();
+    if (top.next < top.members.count) {
+      id member = top.members[top.next];
+      if (!open(member, stack)) add(top, fromLeaf(member));
+      continue;
+    }
+    TKSValue done = close(top);
+    stack.pop_back();
+    if (stack.empty()) return done;
+    add(stack.back(), std::move(done));
+  }
+}
+
+id toObject(const TKSValue& value) {
+  std::vector<OpenValue> stack;
+  if (!open(value, stack)) return toLeaf(value);
+  for (;;) {
+    OpenValue& top = stack.back();
+    if (top.next < top.members.size()) {
+      const TKSValue& member = *top.members[top.next].second;
+      if (!open(member, stack)) add(top, toLeaf(member));
+      continue;
+    }
+    id done = top.array != nil ? static_cast<id>(top.array) : static_cast<id>(top.dictionary);
+    stack.pop_back();
+    if (stack.empty()) return done;
+    add(stack.back(), done);
+  }
+}
+
+TKSDictionary fromDictionary(NSDictionary* dictionary) { return fromObject(dictionary).dictionary(); }
+
+TKSError fromError(NSError* error, std::string_view step) {
+  if (error == nil) return {"NSCocoaErrorDomain", 0, std::string(step)};
+  return {fromString(error.domain), static_cast<std::int64_t>(error.code), fromString(error.localizedDescription)};
+}
+
+void store(TKSError* slot, NSError* error, std::string_view step) {
+  if (slot != nullptr) *slot = fromError(error, step);
+}
+
+}  // namespace tks::platform::apple

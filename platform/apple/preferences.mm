@@ -1,0 +1,58 @@
+#import <Foundation/Foundation.h>
+
+#include "platform/apple/conversions.h"
+#include "platform/backend.h"
+#include "platform/preferences.h"
+
+namespace tks::platform {
+namespace {
+
+class ApplePreferences final : public Preferences {
+ public:
+  TKSDictionary dictionaryRepresentation() override {
+    @autoreleasepool {
+      return apple::fromDictionary(NSUserDefaults.standardUserDefaults.dictionaryRepresentation);
+    }
+  }
+
+  TKSValue value(std::string_view key) override {
+    @autoreleasepool {
+      NSString* name = apple::toString(key);
+      return name == nil ? TKSValue() : apple::fromObject([NSUserDefaults.standardUserDefaults objectForKey:name]);
+    }
+  }
+
+  TKSValue argument(std::string_view key) override {
+    @autoreleasepool {
+      NSString* name = apple::toString(key);
+      NSDictionary* domain = [NSUserDefaults.standardUserDefaults volatileDomainForName:NSArgumentDomain];
+      return name == nil ? TKSValue() : apple::fromObject(domain[name]);
+    }
+  }
+
+  bool set(std::string_view key, const TKSValue& value, TKSError* error) override {
+    @autoreleasepool {
+      NSString* name = apple::toString(key);
+      @try {
+        if (name != nil) {
+          [NSUserDefaults.standardUserDefaults setObject:apple::toObject(value) forKey:name];
+          return true;
+        }
+        apple::store(error, nil, "store preference: the key is no text");
+      } @catch (NSException* exception) {
+        apple::store(error, nil, "store preference: " + apple::fromString(exception.reason));
+      }
+      return false;
+    }
+  }
+};
+
+}  // namespace
+
+template <>
+Preferences& backend<Preferences>() {
+  static auto& preferences = *new ApplePreferences;
+  return preferences;
+}
+
+}  // namespace tks::platform

@@ -1,0 +1,74 @@
+#import <Foundation/Foundation.h>
+
+#include "platform/apple/conversions.h"
+#include "platform/backend.h"
+#include "platform/files.h"
+#include "platform/platform.h"
+#include "platform/property_lists.h"
+
+namespace tks::platform {
+namespace {
+
+constexpr std::size_t kLargestFile = 16u * 1024 * 1024;
+
+class ApplePropertyLists final : public PropertyLists {
+ public:
+  TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) override {
+    @autoreleasepool {
+      NSError* failure = nil;
+      id object = content.size() > kLargestFile
+                      ? nil
+                      : [NSPropertyListSerialization propertyListWithData:apple::toData(content)
+                                                                  options:NSPropertyListImmutable
+                                                                   format:nil
+                                                                    error:&failure];
+      if (object == nil) apple::store(error, failure, "property list cannot be read");
+      return apple::fromObject(object);
+    }
+  }
+
+  std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) override {
+    @autoreleasepool {
+      NSError* failure = nil;
+      NSPropertyListFormat as =
+          format == Format::binary ? NSPropertyListBinaryFormat_v1_0 : NSPropertyListXMLFormat_v1_0;
+      id object = apple::toObject(value);
+      NSData* data = nil;
+      @try {
+        if (object != nil) {
+          data = [NSPropertyListSerialization dataWithPropertyList:object format:as options:0 error:&failure];
+        }
+      } @catch (NSException* exception) {
+        apple::store(error, nil, apple::fromString(exception.reason));
+        return std::nullopt;
+      }
+      if (data != nil) return apple::fromData(data);
+      apple::store(error, failure, "value cannot be written as a property list");
+      return std::nullopt;
+    }
+  }
+
+  std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) override {
+    const std::optional<TKSData> content = files().read(path, kLargestFile, error);
+    if (!content) return std::nullopt;
+    const TKSValue value = parse(*content, error);
+    if (value.isDictionary()) return value.dictionary();
+    if (!value.isNothing()) apple::store(error, nil, "property list is no dictionary");
+    return std::nullopt;
+  }
+
+  bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) override {
+    const std::optional<TKSData> content = serialize(dictionary, Format::xml, error);
+    return content && files().writeAtomically(path, *content, error);
+  }
+};
+
+}  // namespace
+
+template <>
+PropertyLists& backend<PropertyLists>() {
+  static auto& lists = *new ApplePropertyLists;
+  return lists;
+}
+
+}  // namespace tks::platform

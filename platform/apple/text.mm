@@ -1,0 +1,109 @@
+#import <Foundation/Foundation.h>
+
+#include <atomic>
+#include <chrono>
+
+#include "platform/apple/conversions.h"
+#include "platform/backend.h"
+#include "platform/text.h"
+
+namespace tks::platform {
+namespace {
+
+constexpr std::chrono::milliseconds kPatternTimeLimit{200};
+
+class AppleText final : public Text {
+ public:
+  std::string lowerCase(std::string_view text) override {
+    @autoreleasepool {
+      return apple::fromString(lossless(text).lowercaseString);
+    }
+  }
+
+  bool equalIgnoringCase(std::string_view left, std::string_view right) override {
+    @autoreleasepool {
+      return [lossless(left) caseInsensitiveCompare:lossless(right)] == NSOrderedSame;
+    }
+  }
+
+  int compareNumerically(std::string_view left, std::string_view right) override {
+    @autoreleasepool {
+      return static_cast<int>([lossless(left) compare:lossless(right) options:NSNumericSearch]);
+    }
+  }
+
+  Match findPattern(std::string_view pattern, std::string_view text) override {
+    @autoreleasepool {
+      NSRegularExpression* expression =
+          [NSRegularExpression regularExpressionWithPattern:lossless(pattern)
+                                                    options:NSRegularExpressionCaseInsensitive
+                                                      error:nil];
+      if (expression == nil) return Match::badPattern;
+      return find(expression, lossless(text));
+    }
+  }
+
+  std::size_t utf16Length(std::string_view text) override {
+    @autoreleasepool {
+      return lossless(text).length;
+    }
+  }
+
+  std::string decimal(const TKSValue& number) override {
+    @autoreleasepool {
+      // One formatter for the process, as long as it lives; the formatter is safe to share since macOS 10.9.
+      static NSNumberFormatter* formatter = [] {
+        NSNumberFormatter* made = [[NSNumberFormatter alloc] init];
+        made.formatterBehavior = NSNumberFormatterBehavior10_4;
+        made.numberStyle = NSNumberFormatterDecimalStyle;
+        return made;
+      }();
+      return apple::fromString([formatter stringFromNumber:apple::toObject(number)]);
+    }
+  }
+
+ private:
+  /// Broken sequences count as replacement characters.
+  static NSString* lossless(std::string_view text) {
+    if (NSString* exact = apple::toString(text)) return exact;
+    NSString* repaired = nil;
+    [NSString stringEncodingForData:[NSData dataWithBytes:text.data() length:text.size()]
+                    encodingOptions:@{
+                      NSStringEncodingDetectionSuggestedEncodingsKey : @[ @(NSUTF8StringEncoding) ],
+                      NSStringEncodingDetectionUseOnlySuggestedEncodingsKey : @YES,
+                      NSStringEncodingDetectionAllowLossyKey : @YES,
+                    }
+                    convertedString:&repaired
+                usedLossyConversion:nil];
+    return repaired != nil ? repaired : @"";
+  }
+
+  static Match find(NSRegularExpression* expression, NSString* text) {
+    const auto deadline = std::chrono::steady_clock::now() + kPatternTimeLimit;
+    __block Match result = Match::notMatched;
+    // Reporting progress makes the engine call back now and then, so that a runaway search can be stopped.
+    [expression enumerateMatchesInString:text
+                                 options:NSMatchingReportProgress
+                                   range:NSMakeRange(0, text.length)
+                              usingBlock:^(NSTextCheckingResult* found, NSMatchingFlags, BOOL* stop) {
+                                if (found != nil) {
+                                  result = Match::matched;
+                                  *stop = YES;
+                                } else if (std::chrono::steady_clock::now() > deadline) {
+                                  result = Match::timeLimit;
+                                  *stop = YES;
+                                }
+                              }];
+    return result;
+  }
+};
+
+}  // namespace
+
+template <>
+Text& backend<Text>() {
+  static auto& text = *new AppleText;
+  return text;
+}
+
+}  // namespace tks::platform
