@@ -22,6 +22,12 @@ Transfer failed(std::string_view step, std::string_view what) {
   return transfer;
 }
 
+ChannelIdentity identityOf(int descriptor) {
+  struct stat information {};
+  if (fstat(descriptor, &information) != 0) return {};
+  return {static_cast<std::uint64_t>(information.st_dev), information.st_ino};
+}
+
 bool isReady(int descriptor, short events) {
   pollfd entry{descriptor, events, 0};
   return posix::retried([&] { return poll(&entry, 1, 0); }) > 0;
@@ -51,11 +57,13 @@ class Watch {
   dispatch_source_t source_ = nil;
 };
 
-/// Standard input, on a descriptor of its own. The other end of the pipe never sees a change of mode: a read is made only
-/// when something is there.
+/// Standard input, on a descriptor of its own. The other end of the pipe never sees a change of mode: a read is made
+/// only when something is there.
 class PipeSource final : public ByteSource {
  public:
   explicit PipeSource(posix::FileDescriptor descriptor) : descriptor_(std::move(descriptor)) {}
+
+  ChannelIdentity identity() const override { return identityOf(descriptor_.get()); }
 
   Transfer read(std::span<char> into) override {
     Transfer transfer;
@@ -91,6 +99,8 @@ class PipeSink final : public ByteSink {
       nonBlocking_ = true;
     }
   }
+
+  ChannelIdentity identity() const override { return identityOf(descriptor_.get()); }
 
   Transfer write(std::span<const char> bytes) override {
     Transfer transfer;
@@ -136,6 +146,8 @@ class FileSource final : public ByteSource {
  public:
   FileSource(posix::FileDescriptor descriptor, std::string path)
       : descriptor_(std::move(descriptor)), path_(std::move(path)) {}
+
+  ChannelIdentity identity() const override { return identityOf(descriptor_.get()); }
 
   Transfer read(std::span<char> into) override {
     const ssize_t count = posix::retried([&] { return pread(descriptor_.get(), into.data(), into.size(), position_); });
@@ -207,6 +219,8 @@ class FileSink final : public ByteSink {
  public:
   FileSink(posix::FileDescriptor descriptor, std::string path)
       : descriptor_(std::move(descriptor)), path_(std::move(path)) {}
+
+  ChannelIdentity identity() const override { return identityOf(descriptor_.get()); }
 
   Transfer write(std::span<const char> bytes) override {
     const off_t before = lseek(descriptor_.get(), 0, SEEK_END);

@@ -20,7 +20,9 @@ NSString* keep(NSURL* location, NSError** failure) {
   NSString* folder = [NSTemporaryDirectory() stringByAppendingPathComponent:NSUUID.UUID.UUIDString];
   if (![manager createDirectoryAtPath:folder
           withIntermediateDirectories:YES
-                           attributes:@{NSFilePosixPermissions : @0700}
+                           attributes:@{
+                             NSFilePosixPermissions : @0700
+                           }
                                 error:failure]) {
     return nil;
   }
@@ -64,10 +66,9 @@ class AppleDownload final : public Download {
         });
         return;
       }
-      NSURLRequest* prepared =
-          [NSURLRequest requestWithURL:url
-                           cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
-                       timeoutInterval:std::chrono::duration<double>(request.idleTimeout).count()];
+      NSURLRequest* prepared = [NSURLRequest requestWithURL:url
+                                                cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                                            timeoutInterval:std::chrono::duration<double>(request.idleTimeout).count()];
       const std::size_t limit = request.limit;
       NSURLSessionDownloadTask* task = [NSURLSession.sharedSession
           downloadTaskWithRequest:prepared

@@ -70,7 +70,9 @@ class AppleFiles final : public Files {
       NSError* failure = nil;
       const BOOL made = [manager() createDirectoryAtPath:apple::toPath(path)
                              withIntermediateDirectories:YES
-                                              attributes:@{NSFilePosixPermissions : @(permissions)}
+                                              attributes:@{
+                                                NSFilePosixPermissions : @(permissions)
+                                              }
                                                    error:&failure];
       return outcome(made, failure, "create folder", error);
     }
@@ -127,7 +129,9 @@ class AppleFiles final : public Files {
   bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     @autoreleasepool {
       NSError* failure = nil;
-      const BOOL set = [manager() setAttributes:@{NSFilePosixPermissions : @(permissions)}
+      const BOOL set = [manager() setAttributes:@{
+        NSFilePosixPermissions : @(permissions)
+      }
                                    ofItemAtPath:apple::toPath(path)
                                           error:&failure];
       return outcome(set, failure, "set permissions", error);

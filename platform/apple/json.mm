@@ -10,8 +10,8 @@ namespace {
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr int kDeepest = 512;
 
-/// Whether objects and arrays stay within the depth that every back end takes. A look at the brackets outside of texts is
-/// enough: what else is wrong the reader tells.
+/// Whether objects and arrays stay within the depth that every back end takes. A look at the brackets outside of texts
+/// is enough: what else is wrong the reader tells.
 bool isTooDeep(std::string_view text) {
   int depth = 0;
   bool inText = false;

@@ -83,7 +83,8 @@ class AppleApplications final : public RunningApplications {
         [list addObject:text];
       }
       NSError* failure = nil;
-// The workspace's newer call answers on another queue only and has no way to report the application to a caller that waits.
+// The workspace's newer call answers on another queue only and has no way to report the application to a caller that
+// waits.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
       NSRunningApplication* started =

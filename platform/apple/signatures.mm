@@ -1,6 +1,9 @@
 #import <Foundation/Foundation.h>
 #import <Security/Security.h>
 
+#include <CommonCrypto/CommonDigest.h>
+
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -49,15 +52,11 @@ class AppleStaticCode final : public StaticCode {
  public:
   explicit AppleStaticCode(SecStaticCodeRef code) : code_(code) {}
 
-  std::int32_t checkValidity(std::string& details) override {
-    @autoreleasepool {
-      CFErrorRef failure = nullptr;
-      const OSStatus status =
-          SecStaticCodeCheckValidityWithErrors(code_.get(), kSecCSCheckAllArchitectures, nullptr, &failure);
-      NSError* error = CFBridgingRelease(failure);
-      if (status != errSecSuccess) details = apple::fromString(error.description);
-      return status;
-    }
+  std::int32_t checkValidity(std::string& details) override { return check(kSecCSCheckAllArchitectures, details); }
+
+  std::int32_t checkForInstalling(std::string& details) override {
+    return check(kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSStrictValidate | kSecCSRestrictSymlinks,
+                 details);
   }
 
   std::int32_t copySigningInformation(TKSDictionary& information) override {
@@ -73,8 +72,71 @@ class AppleStaticCode final : public StaticCode {
   }
 
  private:
+  std::int32_t check(SecCSFlags flags, std::string& details) {
+    @autoreleasepool {
+      CFErrorRef failure = nullptr;
+      const OSStatus status = SecStaticCodeCheckValidityWithErrors(code_.get(), flags, nullptr, &failure);
+      NSError* error = CFBridgingRelease(failure);
+      if (status != errSecSuccess) details = apple::fromString(error.description);
+      return status;
+    }
+  }
+
   Owned<SecStaticCodeRef> code_;
 };
+
+Owned<SecCertificateRef> parse(const TKSData& certificate) {
+  return Owned<SecCertificateRef>(
+      SecCertificateCreateWithData(kCFAllocatorDefault, (__bridge CFDataRef)apple::toData(certificate)));
+}
+
+/// One of the properties that the framework takes apart: its value, or nil.
+id propertyOf(SecCertificateRef certificate, CFStringRef key) {
+  NSDictionary* values = CFBridgingRelease(
+      SecCertificateCopyValues(certificate, (__bridge CFArrayRef) @[ (__bridge NSString*)key ], nullptr));
+  return values[(__bridge NSString*)key][(__bridge NSString*)kSecPropertyKeyValue];
+}
+
+/// The first organizational unit of the subject, or nil.
+NSString* unitOf(SecCertificateRef certificate) {
+  for (NSDictionary* part in propertyOf(certificate, kSecOIDX509V1SubjectName)) {
+    if ([part[(__bridge NSString*)kSecPropertyKeyLabel] isEqual:(__bridge NSString*)kSecOIDOrganizationalUnitName]) {
+      return part[(__bridge NSString*)kSecPropertyKeyValue];
+    }
+  }
+  return nil;
+}
+
+bool hasDigest(const TKSData& certificate, std::string_view hexadecimal) {
+  unsigned char digest[CC_SHA256_DIGEST_LENGTH];
+  CC_SHA256(certificate.data(), static_cast<CC_LONG>(certificate.size()), digest);
+  std::string text;
+  for (const unsigned char byte : digest) {
+    text += "0123456789abcdef"[byte >> 4];
+    text += "0123456789abcdef"[byte & 15];
+  }
+  return std::equal(text.begin(), text.end(), hexadecimal.begin(), hexadecimal.end(), [](char ours, char theirs) {
+    return ours == (theirs >= 'A' && theirs <= 'F' ? theirs + 32 : theirs);
+  });
+}
+
+/// Evaluates a chain at a moment when its leaf was valid, with its last certificate as the only anchor.
+bool leadsToLast(NSArray* certificates) {
+  const Owned<SecPolicyRef> policy(SecPolicyCreateBasicX509());
+  SecTrustRef created = nullptr;
+  if (SecTrustCreateWithCertificates((__bridge CFArrayRef)certificates, policy.get(), &created) != errSecSuccess) {
+    return false;
+  }
+  const Owned<SecTrustRef> trust(created);
+  SecTrustSetAnchorCertificates(trust.get(), (__bridge CFArrayRef) @[ certificates.lastObject ]);
+  SecTrustSetAnchorCertificatesOnly(trust.get(), true);
+  SecTrustSetNetworkFetchAllowed(trust.get(), false);
+  NSNumber* validFrom =
+      propertyOf((__bridge SecCertificateRef)certificates.firstObject, kSecOIDX509V1ValidityNotBefore);
+  NSDate* moment = [NSDate dateWithTimeIntervalSinceReferenceDate:validFrom.doubleValue + 1];
+  SecTrustSetVerifyDate(trust.get(), (__bridge CFDateRef)moment);
+  return SecTrustEvaluateWithError(trust.get(), nullptr);
+}
 
 class AppleSignatures final : public Signatures {
  public:
@@ -90,14 +152,36 @@ class AppleSignatures final : public Signatures {
 
   std::int32_t commonName(const TKSData& certificate, std::string& name) override {
     @autoreleasepool {
-      const Owned<SecCertificateRef> parsed(
-          SecCertificateCreateWithData(kCFAllocatorDefault, (__bridge CFDataRef)apple::toData(certificate)));
+      const Owned<SecCertificateRef> parsed = parse(certificate);
       if (parsed.get() == nullptr) return errSecDecode;
       CFStringRef copied = nullptr;
       const OSStatus status = SecCertificateCopyCommonName(parsed.get(), &copied);
       NSString* text = CFBridgingRelease(copied);
       if (status == errSecSuccess) name = apple::fromString(text);
       return status;
+    }
+  }
+
+  std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) override {
+    @autoreleasepool {
+      const Owned<SecCertificateRef> parsed = parse(certificate);
+      NSString* found = parsed.get() == nullptr ? nil : unitOf(parsed.get());
+      if (found == nil) return errSecDecode;
+      unit = apple::fromString(found);
+      return errSecSuccess;
+    }
+  }
+
+  bool leadsToRoot(const TKSArray& chain, std::string_view rootSHA256) override {
+    @autoreleasepool {
+      NSMutableArray* certificates = [NSMutableArray array];
+      for (const TKSValue& der : chain) {
+        const Owned<SecCertificateRef> parsed = parse(der.data());
+        if (parsed.get() == nullptr) return false;
+        [certificates addObject:(__bridge id)parsed.get()];
+      }
+      if (certificates.count == 0) return false;
+      return hasDigest(chain[chain.size() - 1].data(), rootSHA256) && leadsToLast(certificates);
     }
   }
 };

@@ -108,7 +108,8 @@ class AppleTools final : public SystemTools {
   static dispatch_source_t endAfter(std::chrono::seconds limit, NSTask* first, NSTask* last) {
     dispatch_queue_t queue = dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0);
     dispatch_source_t timer = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, queue);
-    dispatch_source_set_timer(timer, dispatch_time(DISPATCH_TIME_NOW, limit.count() * static_cast<int64_t>(NSEC_PER_SEC)),
+    dispatch_source_set_timer(timer,
+                              dispatch_time(DISPATCH_TIME_NOW, limit.count() * static_cast<int64_t>(NSEC_PER_SEC)),
                               DISPATCH_TIME_FOREVER, NSEC_PER_SEC);
     dispatch_source_set_event_handler(timer, ^{
       for (NSTask* task in @[ first, last ]) {
