@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <iterator>
 #include <optional>
@@ -56,12 +57,12 @@ class TKS_EXPORT TKSValue {
 
   /// Nothing: an absent value.
   constexpr TKSValue() noexcept = default;
-  TKSValue(TKSNull) noexcept;
-  TKSValue(bool value) noexcept;
+  TKSValue(TKSNull) noexcept : kind_(Kind::null) {}
+  TKSValue(bool value) noexcept : TKSValue(Kind::boolean, value) {}
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) TKSValue(Integer value)
-  noexcept : TKSValue(makeInteger(static_cast<std::int64_t>(value))) {}
-  TKSValue(double value) noexcept;
+  noexcept : TKSValue(Kind::integer, static_cast<std::int64_t>(value)) {}
+  TKSValue(double value) noexcept : TKSValue(Kind::real, value) {}
   TKSValue(std::string_view text);
   TKSValue(const std::string& text) : TKSValue(std::string_view(text)) {}
   /// A text; a null pointer gives nothing.
@@ -69,15 +70,31 @@ class TKS_EXPORT TKSValue {
   /// A text or nothing.
   TKSValue(const std::optional<std::string>& text);
   TKSValue(TKSData data);
-  TKSValue(TKSDate date) noexcept;
+  TKSValue(TKSDate date) noexcept : TKSValue(Kind::date, date.secondsSince1970) {}
   TKSValue(TKSArray array) noexcept;
   TKSValue(TKSDictionary dictionary) noexcept;
 
-  TKSValue(const TKSValue& other) noexcept;
-  TKSValue(TKSValue&& other) noexcept;
-  TKSValue& operator=(const TKSValue& other) noexcept;
-  TKSValue& operator=(TKSValue&& other) noexcept;
-  ~TKSValue();
+  TKSValue(const TKSValue& other) noexcept {
+    assign(other);
+    if (isShared()) retain();
+  }
+  TKSValue(TKSValue&& other) noexcept {
+    assign(other);
+    other.forget();
+  }
+  TKSValue& operator=(const TKSValue& other) noexcept { return *this = TKSValue(other); }
+  /// Leaves nothing behind in `other`.
+  TKSValue& operator=(TKSValue&& other) noexcept {
+    TKSValue taken(std::move(other));
+    TKSValue before;
+    before.assign(*this);  // goes away last: what it holds may be what `other` stood in
+    assign(taken);
+    taken.forget();
+    return *this;
+  }
+  constexpr ~TKSValue() {
+    if (isShared()) release();
+  }
 
   Kind kind() const noexcept { return kind_; }
   bool isNothing() const noexcept { return kind_ == Kind::nothing; }
@@ -100,7 +117,11 @@ class TKS_EXPORT TKSValue {
   /// The number as a real.
   double real() const noexcept;
   /// The text. The view holds as long as this value is neither changed nor destroyed.
-  std::string_view text() const noexcept;
+  std::string_view text() const noexcept {
+    if (kind_ != Kind::text) return {};
+    if (isShared()) return sharedText();
+    return {reinterpret_cast<const char*>(storage_), inlineLength_};
+  }
   /// The text as a string of its own, or nothing when this is no text.
   std::optional<std::string> optionalText() const;
   TKSData data() const;
@@ -116,7 +137,8 @@ class TKS_EXPORT TKSValue {
   const TKSValue& operator[](std::size_t index) const noexcept;
   const TKSValue& operator[](int index) const noexcept { return (*this)[static_cast<std::size_t>(index)]; }
 
-  /// Same kind and same content. An integer equals a real of the same number; a boolean equals only a boolean.
+  /// Same kind and same content. An integer equals a real of the same number; a boolean equals only a boolean; "not a
+  /// number" equals itself.
   friend TKS_EXPORT bool operator==(const TKSValue& left, const TKSValue& right) noexcept;
 
   /// The text of the value as log lines and messages show it: texts as they are, integers in decimal, reals with the
@@ -132,15 +154,37 @@ class TKS_EXPORT TKSValue {
   friend class TKSDictionary;
   friend struct tks::value::Node;
   friend struct tks::value::Access;
-  static TKSValue makeInteger(std::int64_t value) noexcept;
 
-  /// Texts of at most this many bytes stand in the value itself.
+  template <class Scalar>
+  TKSValue(Kind kind, Scalar value) noexcept : kind_(kind) {
+    std::memcpy(storage_, &value, sizeof value);
+  }
+  template <class Scalar>
+  Scalar scalar() const noexcept {
+    Scalar value;
+    std::memcpy(&value, storage_, sizeof value);
+    return value;
+  }
+  constexpr bool isShared() const noexcept { return inlineLength_ == kShared; }
+  /// Takes over the bits; the shared node, if there is one, keeps its count.
+  void assign(const TKSValue& other) noexcept {
+    std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof *this);
+  }
+  void forget() noexcept {
+    inlineLength_ = 0;
+    kind_ = Kind::nothing;
+  }
+  void retain() const noexcept;
+  void release() const noexcept;
+  std::string_view sharedText() const noexcept;
+
+  /// Texts and data of at most this many bytes stand in the value itself.
   static constexpr std::size_t kInlineCapacity = 14;
   /// In inlineLength_: the content stands in a shared node, whose address is in storage_.
   static constexpr std::uint8_t kShared = 0xFF;
 
-  // 16 bytes: the number, the short text or the address of the shared node; then the length of the short text; the
-  // kind.
+  // 16 bytes: the number, the short text (with zeros behind) or the address of the shared node; then the length of the
+  // short text; the kind.
   alignas(8) unsigned char storage_[kInlineCapacity] = {};
   std::uint8_t inlineLength_ = 0;
   Kind kind_ = Kind::nothing;

@@ -1,0 +1,213 @@
+#pragma once
+
+#include <atomic>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <span>
+#include <string_view>
+
+#include <tksinterface/TKSValue.h>
+
+/// How values hold what does not fit into their sixteen bytes.
+///
+/// A *node* holds a long text, data, or the values of an array or dictionary right behind its header. A node made by a
+/// constructor or a change stands alone on the heap and counts its own references. The nodes of a document that was
+/// read as a whole stand in one *block*, and references to any of them count for the block: a copy of an inner value
+/// keeps the document alive, and a document goes away without being walked through. A node in a block refers only to
+/// nodes of the same block, and is never changed once the block is built.
+namespace tks::value {
+
+/// A chain of chunks that is handed out piece by piece and given back as a whole.
+class Block {
+ public:
+  /// With room for about so many bytes in the first chunk. Throws std::bad_alloc.
+  static Block* make(std::size_t expectedBytes);
+
+  /// Memory for a node, aligned to eight. Throws std::bad_alloc and changes nothing then. Only while the block is
+  /// built.
+  void* allocate(std::size_t bytes) {
+    bytes = (bytes + 7) & ~std::size_t{7};
+    if (bytes > static_cast<std::size_t>(end_ - next_)) addChunk(bytes);
+    char* const memory = next_;
+    next_ += bytes;
+    return memory;
+  }
+
+  void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
+  void release() noexcept {
+    if (references_.load(std::memory_order_acquire) == 1 || references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+      freeAll();
+    }
+  }
+
+ private:
+  struct Chunk {
+    Chunk* next;
+  };
+
+  Block(char* next, char* end) noexcept : next_(next), end_(end) {}
+  void addChunk(std::size_t bytes);
+  void freeAll() noexcept;
+
+  std::atomic<std::size_t> references_{1};
+  Chunk* chunks_ = nullptr;
+  std::size_t total_ = 0;
+  char* next_;
+  char* end_;
+};
+
+/// The header of a node; behind it the bytes of a text or of data.
+struct Node {
+  union {
+    Block* block;  // null for a node that stands alone
+    Node* next;    // of a node nobody refers to any more, and of a list that is being built: see who uses it
+  };
+  std::size_t size;  // bytes, or values: keys count as values
+  std::atomic<std::uint32_t> references;
+  TKSValue::Kind kind;
+
+  Node(TKSValue::Kind nodeKind, std::size_t nodeSize, Block* owner) noexcept
+      : block(owner), size(nodeSize), references(1), kind(nodeKind) {}
+
+  bool isList() const noexcept { return kind == TKSValue::Kind::array || kind == TKSValue::Kind::dictionary; }
+  char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
+  const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
+};
+
+/// The header of an array or dictionary; behind it its values, or its keys and values in turn.
+struct List : Node {
+  std::size_t capacity;
+
+  List(TKSValue::Kind nodeKind, std::size_t nodeCapacity, Block* owner) noexcept
+      : Node(nodeKind, 0, owner), capacity(nodeCapacity) {}
+
+  TKSValue* values() noexcept { return reinterpret_cast<TKSValue*>(this + 1); }
+  const TKSValue* values() const noexcept { return reinterpret_cast<const TKSValue*>(this + 1); }
+};
+
+inline void retain(Node* node) noexcept {
+  if (node->block != nullptr) {
+    node->block->retain();
+  } else {
+    node->references.fetch_add(1, std::memory_order_relaxed);
+  }
+}
+
+/// Gives one reference back; answers whether the node stands alone and nobody refers to it any more.
+inline bool dropReference(Node* node) noexcept {
+  if (node->block != nullptr) {
+    node->block->release();
+    return false;
+  }
+  return node->references.load(std::memory_order_acquire) == 1 ||
+         node->references.fetch_sub(1, std::memory_order_acq_rel) == 1;
+}
+
+/// Frees a node nobody refers to any more, and with it all that only it referred to, at any depth.
+void destroy(Node* node) noexcept;
+
+inline void release(Node* node) noexcept {
+  if (node != nullptr && dropReference(node)) destroy(node);
+}
+
+/// Whether only one value refers to the node, so that it may be changed in place.
+inline bool isUnique(const Node* node) noexcept {
+  return node->block == nullptr && node->references.load(std::memory_order_acquire) == 1;
+}
+
+/// A text or data on the heap. Throws std::bad_alloc.
+Node* makeBytes(TKSValue::Kind kind, const void* bytes, std::size_t size);
+/// An empty array or dictionary on the heap. Throws std::bad_alloc.
+List* makeList(TKSValue::Kind kind, std::size_t capacity);
+
+/// The list behind an array or dictionary, made ready to be changed: in place when nobody else sees it, else a copy;
+/// with room for `size` values. `node` is replaced. Throws std::bad_alloc and changes nothing then.
+List* writable(Node*& node, TKSValue::Kind kind, std::size_t size);
+
+/// The insides of the public types.
+struct Access {
+  static bool isShared(const TKSValue& value) noexcept { return value.isShared(); }
+  static Node* node(const TKSValue& value) noexcept { return value.isShared() ? value.scalar<Node*>() : nullptr; }
+  static Node* node(const TKSArray& array) noexcept { return array.node_; }
+  static Node* node(const TKSDictionary& dictionary) noexcept { return dictionary.node_; }
+
+  /// Hands a reference over to a value that held nothing; a null node makes an empty array, dictionary, text or data.
+  static void setNode(TKSValue& value, TKSValue::Kind kind, Node* node) noexcept {
+    std::memcpy(value.storage_, &node, sizeof node);
+    value.inlineLength_ = node == nullptr ? 0 : TKSValue::kShared;
+    value.kind_ = kind;
+  }
+  static bool fits(std::size_t bytes) noexcept { return bytes <= TKSValue::kInlineCapacity; }
+  /// Puts a short text or short data into a value that held nothing.
+  static void setShort(TKSValue& value, TKSValue::Kind kind, const void* bytes, std::size_t size) noexcept {
+    std::memset(value.storage_, 0, sizeof value.storage_);
+    if (size != 0) std::memcpy(value.storage_, bytes, size);
+    value.inlineLength_ = static_cast<std::uint8_t>(size);
+    value.kind_ = kind;
+  }
+  static TKSValue array(Node* node) noexcept {
+    TKSValue value;
+    setNode(value, TKSValue::Kind::array, node);
+    return value;
+  }
+  /// Forgets what a value holds without giving its reference back.
+  static void forget(TKSValue& value) noexcept { value.forget(); }
+
+  /// The bytes of a text or of data.
+  static std::string_view bytes(const TKSValue& value) noexcept {
+    if (value.isShared()) {
+      const Node* const node = value.scalar<Node*>();
+      return {node->bytes(), node->size};
+    }
+    return {reinterpret_cast<const char*>(value.storage_), value.inlineLength_};
+  }
+  /// The values of an array, or the keys and values of a dictionary.
+  static std::span<const TKSValue> values(const TKSValue& value) noexcept { return values(node(value)); }
+  static std::span<const TKSValue> values(const Node* node) noexcept {
+    if (node == nullptr) return {};
+    return {static_cast<const List*>(node)->values(), node->size};
+  }
+
+  /// Byte order of two texts: negative, zero or positive.
+  static int compareTexts(const TKSValue& left, const TKSValue& right) noexcept {
+    if (left.isShared() || right.isShared()) return left.text().compare(right.text());
+    // The zeros behind a short text and then its length make the order of the sixteen bytes that of the texts.
+    const std::uint64_t leftHead = bigEndian(left, 0), rightHead = bigEndian(right, 0);
+    if (leftHead != rightHead) return leftHead < rightHead ? -1 : 1;
+    const std::uint64_t leftTail = bigEndian(left, 8), rightTail = bigEndian(right, 8);
+    return leftTail == rightTail ? 0 : leftTail < rightTail ? -1 : 1;
+  }
+
+ private:
+  static std::uint64_t bigEndian(const TKSValue& value, std::size_t offset) noexcept {
+    std::uint64_t word;
+    std::memcpy(&word, reinterpret_cast<const unsigned char*>(&value) + offset, sizeof word);
+    if constexpr (std::endian::native == std::endian::little) {
+      word = (word & 0x00FF00FF00FF00FFu) << 8 | (word >> 8 & 0x00FF00FF00FF00FFu);
+      word = (word & 0x0000FFFF0000FFFFu) << 16 | (word >> 16 & 0x0000FFFF0000FFFFu);
+      word = word << 32 | word >> 32;
+    }
+    return word;
+  }
+};
+
+/// What absent elements and keys read as.
+const TKSValue& nothing() noexcept;
+
+/// A dictionary's value under a key, or a null pointer; `node` may be null.
+const TKSValue* find(const Node* node, std::string_view key) noexcept;
+
+/// Sorts keys and values by key, unless they are sorted; of equal keys the last one stays. Answers how many values are
+/// left. `forget` says what becomes of those that go: they belong to a block or have to be released.
+std::size_t sortByKey(std::span<TKSValue> keysAndValues, bool ownsReferences) noexcept;
+
+/// Whether two arrays or two dictionaries hold the same; either may be null.
+bool equalLists(const Node* left, const Node* right) noexcept;
+
+/// Text of an array or dictionary; `node` may be null.
+std::string describeList(TKSValue::Kind kind, const Node* node);
+
+}  // namespace tks::value
