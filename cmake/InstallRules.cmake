@@ -1,10 +1,13 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS tksinterface EXPORT tksinterfaceTargets
+        FRAMEWORK DESTINATION Library/Frameworks
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tksinterface DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+if(NOT APPLE)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tksinterface DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+endif()
 install(EXPORT tksinterfaceTargets NAMESPACE tksinterface::
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tksinterfaceConfig.cmake.in

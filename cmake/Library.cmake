@@ -11,8 +11,29 @@ target_compile_features(tksinterface PUBLIC cxx_std_20)
 target_link_libraries(tksinterface PRIVATE tks_dependencies)
 set_target_properties(tksinterface PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 
-if(NOT APPLE)
-  file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
+file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
+if(APPLE)
+  # The framework bundle, and the list in the form of Apple's linker: one underscore more.
+  list(TRANSFORM tks_symbols PREPEND "_")
+  list(JOIN tks_symbols "\n" tks_symbol_lines)
+  set(tks_export_list ${PROJECT_BINARY_DIR}/generated/tksinterface.exports)
+  file(CONFIGURE OUTPUT ${tks_export_list} CONTENT "@tks_symbol_lines@\n" @ONLY)
+  file(GLOB tks_public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/tksinterface/*.h)
+  target_sources(tksinterface PRIVATE ${tks_public_headers} ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap)
+  set_source_files_properties(${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap
+                              PROPERTIES MACOSX_PACKAGE_LOCATION Modules)
+  set_target_properties(tksinterface PROPERTIES
+    FRAMEWORK TRUE
+    FRAMEWORK_VERSION A
+    PUBLIC_HEADER "${tks_public_headers}"
+    MACOSX_FRAMEWORK_INFO_PLIST ${PROJECT_SOURCE_DIR}/cmake/framework/Info.plist.in
+    MACOSX_FRAMEWORK_IDENTIFIER com.tarvo.kovra.tksinterface
+    MACOSX_FRAMEWORK_BUNDLE_VERSION ${PROJECT_VERSION}
+    MACOSX_FRAMEWORK_SHORT_VERSION_STRING ${PROJECT_VERSION}
+    INSTALL_NAME_DIR "@rpath")
+  target_link_options(tksinterface PRIVATE LINKER:-exported_symbols_list,${tks_export_list})
+  set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_export_list})
+else()
   list(JOIN tks_symbols ";\n    " tks_symbol_lines)
   set(tks_version_script ${PROJECT_BINARY_DIR}/generated/tksinterface.map)
   file(CONFIGURE OUTPUT ${tks_version_script}

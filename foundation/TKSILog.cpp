@@ -1,6 +1,7 @@
 #include <tksinterface/TKSILog.h>
 
 #include <memory>
+#include <mutex>
 #include <utility>
 
 #include <tksinterface/MaskSensitiveInformation.h>
@@ -9,9 +10,26 @@ namespace {
 
 using SharedBlock = std::shared_ptr<const TKSLogBlock>;
 
-/// Lives as long as the process: lines may still be logged while static objects are destroyed.
-std::atomic<SharedBlock>& installedBlock() {
-  static auto& block = *new std::atomic<SharedBlock>;
+/// The installed callback. Its lock is held only while the pointer is copied, never while the callback runs. Lives as
+/// long as the process: lines may still be logged while static objects are destroyed.
+class InstalledBlock {
+ public:
+  SharedBlock get() {
+    const std::scoped_lock lock(mutex_);
+    return block_;
+  }
+  void set(SharedBlock block) {
+    const std::scoped_lock lock(mutex_);
+    block_.swap(block);
+  }
+
+ private:
+  std::mutex mutex_;
+  SharedBlock block_;
+};
+
+InstalledBlock& installedBlock() {
+  static auto& block = *new InstalledBlock;
   return block;
 }
 
@@ -34,13 +52,13 @@ TKSILog& TKSILog::sharedInstance() {
 }
 
 TKSLogBlock TKSILog::logBlock() const {
-  const SharedBlock block = installedBlock().load();
+  const SharedBlock block = installedBlock().get();
   return block ? *block : TKSLogBlock();
 }
 
 void TKSILog::setLogBlock(TKSLogBlock block) {
   const bool listening = static_cast<bool>(block);
-  installedBlock().store(listening ? std::make_shared<const TKSLogBlock>(std::move(block)) : nullptr);
+  installedBlock().set(listening ? std::make_shared<const TKSLogBlock>(std::move(block)) : nullptr);
   listening_.store(listening, std::memory_order_relaxed);
 }
 
@@ -48,7 +66,7 @@ void TKSILog::deliver(std::int32_t level, std::string_view format, std::span<con
   if (linesInDelivery >= kDeepestLine) return;
   const LineInDelivery line;
   try {
-    const SharedBlock block = installedBlock().load();
+    const SharedBlock block = installedBlock().get();
     if (block) (*block)(level, tks::format::format(format, arguments));
   } catch (...) {
     // A log callback has nowhere left to report to.
