@@ -11,7 +11,7 @@
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
-namespace tks::linux_system {
+namespace tks::gnulinux {
 namespace {
 
 constexpr std::string_view kPrefix = "user.";
@@ -150,4 +150,4 @@ bool isSideCar(const std::string& path) {
   return content && parseAppleDouble(*content);
 }
 
-}  // namespace tks::linux_system
+}  // namespace tks::gnulinux

@@ -13,11 +13,12 @@
 #include <vector>
 
 #include "platform/linux/extended_attributes.h"
+#include "platform/linux/system_calls.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
-namespace tks::linux_system {
+namespace tks::gnulinux {
 namespace {
 
 using posix::fail;
@@ -261,7 +262,7 @@ class FolderCopy {
 // Moving
 
 bool renameToNew(const std::string& from, const std::string& to) {
-  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (systemCalls().renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
   // An old kernel, a filter, or a volume that cannot do it: look before. Only somebody who makes the very same name in
   // between can lose it, and a folder is never replaced unless it is empty.
   if (errno != ENOSYS && errno != EINVAL && errno != EPERM) return false;
@@ -335,4 +336,4 @@ bool moveTree(const std::string& from, const std::string& to, TKSError* error) {
   return fail(error, errno == EEXIST ? "move to" : "move", errno == EEXIST ? to : from);
 }
 
-}  // namespace tks::linux_system
+}  // namespace tks::gnulinux

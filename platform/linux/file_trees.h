@@ -4,7 +4,7 @@
 
 #include <tksinterface/TKSError.h>
 
-namespace tks::linux_system {
+namespace tks::gnulinux {
 
 /// Removes a file, a link or a folder with all it holds. Links are removed, never followed, also when somebody puts one
 /// in place of a folder meanwhile. Stops at the first thing that cannot be removed.
@@ -18,4 +18,4 @@ bool copyTree(const std::string& from, const std::string& to, TKSError* error);
 /// source at last. The destination must not exist. Until the rename nothing has changed.
 bool moveTree(const std::string& from, const std::string& to, TKSError* error);
 
-}  // namespace tks::linux_system
+}  // namespace tks::gnulinux

@@ -96,16 +96,14 @@ class LinuxFiles final : public Files {
     return file || fail(error, "create", path);
   }
 
-  bool remove(std::string_view path, TKSError* error) override {
-    return linux_system::removeTree(plainPath(path), error);
-  }
+  bool remove(std::string_view path, TKSError* error) override { return gnulinux::removeTree(plainPath(path), error); }
 
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
-    return linux_system::copyTree(plainPath(from), plainPath(to), error);
+    return gnulinux::copyTree(plainPath(from), plainPath(to), error);
   }
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
-    return linux_system::moveTree(plainPath(from), plainPath(to), error);
+    return gnulinux::moveTree(plainPath(from), plainPath(to), error);
   }
 
   std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) override {
@@ -123,7 +121,7 @@ class LinuxFiles final : public Files {
       fail(error, "read the attributes of", path);
       return std::nullopt;
     }
-    std::optional<TKSDictionary> extended = linux_system::readExtendedAttributes(name, error);
+    std::optional<TKSDictionary> extended = gnulinux::readExtendedAttributes(name, error);
     if (!extended) return std::nullopt;
     return FileAttributes{facts.st_mode & 07777u, std::move(*extended)};
   }
@@ -134,7 +132,7 @@ class LinuxFiles final : public Files {
   }
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
-    return linux_system::removeExtendedAttribute(plainPath(path), name);
+    return gnulinux::removeExtendedAttribute(plainPath(path), name);
   }
 
   std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {

@@ -9,15 +9,12 @@ namespace tks::platform {
 
 template <> Bundles& backend<Bundles>() { std::abort(); }
 template <> Channels& backend<Channels>() { std::abort(); }
-template <> ChildProcesses& backend<ChildProcesses>() { std::abort(); }
 template <> Download& backend<Download>() { std::abort(); }
 template <> Json& backend<Json>() { std::abort(); }
 template <> KnownFolders& backend<KnownFolders>() { std::abort(); }
 template <> Preferences& backend<Preferences>() { std::abort(); }
 template <> PropertyLists& backend<PropertyLists>() { std::abort(); }
-template <> RunningApplications& backend<RunningApplications>() { std::abort(); }
 template <> Signatures& backend<Signatures>() { std::abort(); }
-template <> SystemTools& backend<SystemTools>() { std::abort(); }
 template <> Text& backend<Text>() { std::abort(); }
 
 }  // namespace tks::platform

@@ -14,6 +14,10 @@ namespace {
 // Not by the C library's wrappers: those of some versions lack these calls or emulate them.
 int pidfdOpen(pid_t process, unsigned flags) { return static_cast<int>(::syscall(SYS_pidfd_open, process, flags)); }
 
+int pidfdSendSignal(int process, int signal, siginfo_t* facts, unsigned flags) {
+  return static_cast<int>(::syscall(SYS_pidfd_send_signal, process, signal, facts, flags));
+}
+
 int closeRange(unsigned first, unsigned last, unsigned flags) {
   return static_cast<int>(::syscall(SYS_close_range, first, last, flags));
 }
@@ -30,6 +34,7 @@ SystemCalls& systemCalls() {
                            .timerfdCreate = ::timerfd_create,
                            .inotifyInit = ::inotify_init1,
                            .pidfdOpen = pidfdOpen,
+                           .pidfdSendSignal = pidfdSendSignal,
                            .closeRange = closeRange,
                            .renameat2 = renameAt2};
   return calls;

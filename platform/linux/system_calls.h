@@ -1,5 +1,6 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 namespace tks::gnulinux {
@@ -12,6 +13,7 @@ struct SystemCalls {
   int (*timerfdCreate)(int clock, int flags);
   int (*inotifyInit)(int flags);
   int (*pidfdOpen)(pid_t process, unsigned flags);
+  int (*pidfdSendSignal)(int process, int signal, siginfo_t* facts, unsigned flags);
   int (*closeRange)(unsigned first, unsigned last, unsigned flags);
   int (*renameat2)(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags);
 };

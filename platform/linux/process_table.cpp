@@ -1,0 +1,83 @@
+#include "platform/linux/process_table.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+
+#include "platform/posix/file_descriptor.h"
+
+namespace tks::gnulinux {
+namespace {
+
+constexpr std::string_view kRemoved = " (deleted)";
+/// Fields of a stat line that stand between the state and the start time.
+constexpr int kFieldsToStartTime = 19;
+
+std::array<char, 40> procPath(pid_t process, const char* file) {
+  std::array<char, 40> path{};
+  std::snprintf(path.data(), path.size(), "/proc/%d/%s", static_cast<int>(process), file);
+  return path;
+}
+
+/// Reads "PID (NAME) STATE ... STARTTIME ...". The name may hold anything, blanks and brackets as well.
+std::optional<ProcessFacts> parseStat(std::string_view line) {
+  const std::size_t name = line.rfind(") ");
+  if (name == std::string_view::npos || name + 2 >= line.size()) return std::nullopt;
+  line.remove_prefix(name + 2);
+  ProcessFacts facts;
+  facts.state = line.front();
+  for (int i = 0; i < kFieldsToStartTime; ++i) {
+    const std::size_t blank = line.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    line.remove_prefix(blank + 1);
+  }
+  if (std::from_chars(line.data(), line.data() + line.size(), facts.startTime).ec != std::errc()) return std::nullopt;
+  return facts;
+}
+
+}  // namespace
+
+std::optional<ProcessFacts> readProcessFacts(pid_t process) {
+  const posix::FileDescriptor file(
+      posix::retried([&] { return ::open(procPath(process, "stat").data(), O_RDONLY | O_CLOEXEC); }));
+  std::array<char, 1024> line;
+  struct stat owner {};
+  if (!file || ::fstat(file.get(), &owner) != 0) return std::nullopt;
+  const ssize_t size = posix::retried([&] { return ::read(file.get(), line.data(), line.size()); });
+  if (size <= 0) return std::nullopt;
+  std::optional<ProcessFacts> facts = parseStat({line.data(), static_cast<std::size_t>(size)});
+  if (facts) facts->owner = owner.st_uid;
+  return facts;
+}
+
+std::optional<std::string> executablePath(pid_t process) {
+  std::array<char, PATH_MAX> target;
+  const ssize_t size = ::readlink(procPath(process, "exe").data(), target.data(), target.size());
+  if (size <= 0) return std::nullopt;
+  std::string_view path(target.data(), static_cast<std::size_t>(size));
+  if (path.ends_with(kRemoved)) path.remove_suffix(kRemoved.size());
+  return std::string(path);
+}
+
+std::vector<pid_t> allProcesses() {
+  std::vector<pid_t> processes;
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir("/proc"), ::closedir);
+  if (!folder) return processes;
+  while (const dirent* entry = ::readdir(folder.get())) {
+    const std::string_view name = entry->d_name;
+    pid_t process = 0;
+    const auto [end, failure] = std::from_chars(name.data(), name.data() + name.size(), process);
+    if (failure == std::errc() && end == name.data() + name.size()) processes.push_back(process);
+  }
+  return processes;
+}
+
+}  // namespace tks::gnulinux

@@ -1,0 +1,220 @@
+#include "platform/linux/tool_runner.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+#include "platform/linux/child_collector.h"
+#include "platform/linux/spawn.h"
+#include "platform/posix/posix_error.h"
+#include "platform/posix/standard_handles.h"
+#include "platform/posix/whole_files.h"
+
+namespace tks::gnulinux {
+namespace {
+
+using platform::ChildEnd;
+using platform::Tool;
+using platform::ToolRequest;
+using platform::ToolResult;
+using Clock = std::chrono::steady_clock;
+
+/// How often a tool is looked at that cannot be watched.
+constexpr int kLookIntervalMilliseconds = 20;
+constexpr std::string_view kProcessorFile = "/proc/cpuinfo";
+/// On a line of its own, never the first one.
+constexpr std::string_view kProcessorKey = "\nmodel name";
+constexpr std::string_view kProcessorVariable = "machdep.cpu.brand_string";
+
+/// One running tool with a process group of its own. Destroying it ends the group and collects the tool.
+class RunningTool {
+ public:
+  RunningTool() = default;
+  RunningTool(const RunningTool&) = delete;
+  RunningTool& operator=(const RunningTool&) = delete;
+  ~RunningTool() { end(); }
+
+  bool start(SpawnRequest request) {
+    request.group = SpawnRequest::Group::own;
+    request.cleanEnvironment = true;
+    process_ = spawn(request);
+    if (process_ > 0) descriptor_ = openProcess(process_);
+    return process_ > 0;
+  }
+
+  int descriptor() const { return descriptor_.get(); }
+  bool hasEnded() const { return end_ || childState(process_, descriptor_) != ChildState::running; }
+
+  /// Ends whatever of the group still runs, and collects the tool: how it ended, `unknown` included.
+  ChildEnd end() {
+    if (end_ || process_ <= 0) return end_.value_or(ChildEnd());
+    // As long as the tool is not collected, no other group can have its number.
+    if (childState(process_, descriptor_) != ChildState::collected) ::kill(-process_, SIGKILL);
+    while (!(end_ = collectChild(process_, descriptor_))) waitForEnd();
+    if (end_->how == ChildEnd::How::unknown) end_ = rememberedEnd(descriptor_).value_or(ChildEnd());
+    return *end_;
+  }
+
+ private:
+  void waitForEnd() const {
+    pollfd watched{descriptor_.get(), POLLIN, 0};
+    ::poll(&watched, 1, descriptor_ ? -1 : kLookIntervalMilliseconds);
+  }
+
+  pid_t process_ = 0;
+  posix::FileDescriptor descriptor_;
+  std::optional<ChildEnd> end_;
+};
+
+/// What a tool prints, read as it comes; what is beyond the limit is thrown away.
+class Output {
+ public:
+  Output(posix::FileDescriptor reader, std::size_t limit) : reader_(std::move(reader)), limit_(limit) {
+    ::fcntl(reader_.get(), F_SETFL, O_NONBLOCK);
+  }
+
+  /// -1 once everything was read, which poll ignores.
+  int descriptor() const { return reader_.get(); }
+
+  /// Reads all that is there now.
+  void read() {
+    std::array<char, 65536> piece;
+    while (reader_) {
+      const ssize_t count = posix::retried([&] { return ::read(reader_.get(), piece.data(), piece.size()); });
+      if (count < 0 && errno == EAGAIN) return;
+      if (count <= 0) return reader_.reset();
+      text_.append(piece.data(), std::min(static_cast<std::size_t>(count), limit_ - text_.size()));
+    }
+  }
+
+  std::string take() { return std::move(text_); }
+
+ private:
+  posix::FileDescriptor reader_;
+  std::size_t limit_;
+  std::string text_;
+};
+
+/// Reads the output until the tool has ended; false when the time is over before.
+bool readToTheEnd(RunningTool& tool, Output& output, Clock::time_point deadline) {
+  while (true) {
+    const bool ended = tool.hasEnded();  // asked before the last read: what was printed by then is there
+    output.read();
+    if (ended) return true;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return false;
+    std::array<pollfd, 2> watched{{{output.descriptor(), POLLIN, 0}, {tool.descriptor(), POLLIN, 0}}};
+    const auto longest = tool.descriptor() < 0 ? kLookIntervalMilliseconds : std::chrono::milliseconds::rep{60000};
+    ::poll(watched.data(), watched.size(), static_cast<int>(std::min(left, longest)));
+  }
+}
+
+class ToolRunner final : public platform::SystemTools {
+ public:
+  explicit ToolRunner(ToolPath path) : path_(std::move(path)) {}
+
+  ToolResult run(const ToolRequest& request) override {
+    const bool isProcessorQuestion =
+        request.tool == Tool::sysctl && std::ranges::count(request.arguments, kProcessorVariable) > 0;
+    return isProcessorQuestion ? processorText() : runTools(request);
+  }
+
+ private:
+  ToolResult runTools(const ToolRequest& request) {
+    posix::Pipe output = posix::makePipe();
+    if (!output.reader) return failure("make a pipe for");
+    RunningTool first;
+    RunningTool second;
+    if (!request.pipedInto) {
+      SpawnRequest spawned = requestFor(request.tool, request.arguments);
+      if (!startLast(first, spawned, request, output.writer)) return failure("run", spawned.executable);
+      return finish(first, request, std::move(output));
+    }
+
+    posix::Pipe between = posix::makePipe();
+    if (!between.reader) return failure("make a pipe for");
+    SpawnRequest writing = requestFor(request.tool, request.arguments);
+    writing.standardOutput = between.writer.get();
+    if (!start(first, writing)) return failure("run", writing.executable);
+    between.writer.reset();
+    SpawnRequest reading = requestFor(*request.pipedInto, {});
+    reading.standardInput = between.reader.get();
+    if (!startLast(second, reading, request, output.writer)) return failure("run", reading.executable);
+    between.reader.reset();
+    return finish(second, request, std::move(output));
+  }
+
+  SpawnRequest requestFor(Tool tool, std::vector<std::string> arguments) const {
+    SpawnRequest request;
+    request.executable = path_(tool);
+    request.arguments = std::move(arguments);
+    request.standardInput = request.standardOutput = request.standardError = SpawnRequest::kNull;
+    return request;
+  }
+
+  static bool start(RunningTool& tool, const SpawnRequest& request) {
+    errno = ENOENT;
+    return !request.executable.empty() && tool.start(request);
+  }
+
+  /// Starts the tool whose output is wanted.
+  static bool startLast(RunningTool& tool, SpawnRequest& spawned, const ToolRequest& request,
+                        posix::FileDescriptor& writer) {
+    (request.collectStandardError ? spawned.standardError : spawned.standardOutput) = writer.get();
+    const bool started = start(tool, spawned);
+    writer.reset();
+    return started;
+  }
+
+  static ToolResult finish(RunningTool& tool, const ToolRequest& request, posix::Pipe pipe) {
+    Output output(std::move(pipe.reader), request.outputLimit);
+    ToolResult result;
+    result.started = true;
+    const bool inTime = readToTheEnd(tool, output, Clock::now() + request.timeLimit);
+    const ChildEnd end = tool.end();
+    result.output = output.take();
+    if (inTime && end.how == ChildEnd::How::exited) result.exitCode = end.number;
+    if (!inTime) result.error = posix::posixError(ETIMEDOUT, "wait for", "the tool");
+    return result;
+  }
+
+  static ToolResult failure(std::string_view step, std::string_view path = "a tool") {
+    ToolResult result;
+    result.error = posix::posixError(errno, step, path);
+    return result;
+  }
+
+  /// Linux has no such variable; the kernel says the same elsewhere.
+  static ToolResult processorText() {
+    ToolResult result;
+    const std::optional<TKSData> file = posix::readWholeFile(kProcessorFile, std::size_t{16} << 20, &result.error);
+    if (!file) return result;
+    result.started = true;
+    result.exitCode = 0;
+    const std::string_view text(reinterpret_cast<const char*>(file->data()), file->size());
+    const std::size_t key = text.find(kProcessorKey);
+    if (key == std::string_view::npos) return result;
+    const std::size_t value = text.find_first_not_of(": \t", text.find(':', key));
+    result.output = text.substr(value, text.find('\n', value) - value);
+    result.output += '\n';
+    return result;
+  }
+
+  ToolPath path_;
+};
+
+}  // namespace
+
+std::unique_ptr<platform::SystemTools> makeSystemTools(ToolPath path) {
+  return std::make_unique<ToolRunner>(std::move(path));
+}
+
+}  // namespace tks::gnulinux
