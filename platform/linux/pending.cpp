@@ -7,13 +7,10 @@
 
 namespace tks::platform {
 
-template <> Bundles& backend<Bundles>() { std::abort(); }
 template <> Channels& backend<Channels>() { std::abort(); }
 template <> Download& backend<Download>() { std::abort(); }
 template <> Json& backend<Json>() { std::abort(); }
-template <> KnownFolders& backend<KnownFolders>() { std::abort(); }
 template <> Preferences& backend<Preferences>() { std::abort(); }
-template <> PropertyLists& backend<PropertyLists>() { std::abort(); }
 template <> Signatures& backend<Signatures>() { std::abort(); }
 template <> Text& backend<Text>() { std::abort(); }
 

@@ -1,0 +1,638 @@
+#include "platform/linux/property_list_xml.h"
+
+#include <locale.h>
+#include <simdjson.h>
+#include <stdlib.h>
+
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <pugixml.hpp>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "foundation/Base64.h"
+
+namespace tks::platform::property_list {
+namespace {
+
+using Kind = TKSValue::Kind;
+
+constexpr std::string_view kBlanks = " \t\r\n";
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+}
+
+// Scalars.
+
+bool isXmlCharacter(std::uint32_t code) {
+  return code == '\t' || code == '\n' || code == '\r' || (code >= 0x20 && code <= 0xD7FF) ||
+         (code >= 0xE000 && code <= 0xFFFD) || (code >= 0x10000 && code <= 0x10FFFF);
+}
+
+void appendUtf8(std::string& text, std::uint32_t code) {
+  const auto put = [&](std::uint32_t byte) { text += static_cast<char>(byte); };
+  if (code < 0x80) return put(code);
+  if (code < 0x800) {
+    put(0xC0 | code >> 6);
+  } else {
+    if (code < 0x10000) {
+      put(0xE0 | code >> 12);
+    } else {
+      put(0xF0 | code >> 18);
+      put(0x80 | (code >> 12 & 0x3F));
+    }
+    put(0x80 | (code >> 6 & 0x3F));
+  }
+  put(0x80 | (code & 0x3F));
+}
+
+/// Appends the character that a reference ("amp", "#65", "#x41") stands for. False when it stands for none.
+bool appendReference(std::string& text, std::string_view name) {
+  constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
+      {{"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}}};
+  for (const auto& [entity, character] : kEntities) {
+    if (name != entity) continue;
+    text += character;
+    return true;
+  }
+  if (!name.starts_with('#')) return false;
+  const bool hexadecimal = name.starts_with("#x");
+  const std::string_view digits = name.substr(hexadecimal ? 2 : 1);
+  std::uint32_t code = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [stop, failure] = std::from_chars(digits.data(), end, code, hexadecimal ? 16 : 10);
+  if (failure != std::errc() || stop != end || !isXmlCharacter(code)) return false;
+  appendUtf8(text, code);
+  return true;
+}
+
+/// Appends character data as XML means it: line ends become LF, and references their characters, unless it is a CDATA
+/// section. False when a reference is unknown or unfinished.
+bool appendCharacterData(std::string& text, std::string_view raw, bool hasReferences) {
+  constexpr std::size_t kLongestReference = 12;
+  while (!raw.empty()) {
+    const std::size_t plain = std::min(raw.find_first_of(hasReferences ? "&\r" : "\r"), raw.size());
+    text.append(raw.substr(0, plain));
+    raw.remove_prefix(plain);
+    if (raw.empty()) break;
+    if (raw.front() == '\r') {
+      text += '\n';
+      raw.remove_prefix(raw.starts_with("\r\n") ? 2 : 1);
+      continue;
+    }
+    const std::size_t end = raw.substr(0, kLongestReference).find(';');
+    if (end == std::string_view::npos || !appendReference(text, raw.substr(1, end - 1))) return false;
+    raw.remove_prefix(end + 1);
+  }
+  return true;
+}
+
+/// A number however large or small: infinite or zero beyond the range. Nothing when the text is no number as a whole.
+std::optional<double> parseReal(std::string_view text) {
+  if (text.starts_with('+') && !text.starts_with("+-")) text.remove_prefix(1);
+  const char* const end = text.data() + text.size();
+  double value = 0;
+  const auto [stop, failure] = std::from_chars(text.data(), end, value);
+  if (stop != end || failure == std::errc::invalid_argument) return std::nullopt;
+  if (failure == std::errc()) return value;
+  static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+  return ::strtod_l(std::string(text).c_str(), nullptr, plain);
+}
+
+/// Decimal or, behind "0x", hexadecimal. What 64 bits with a sign cannot hold becomes a real.
+TKSValue parseInteger(std::string_view text) {
+  const std::string_view whole = text;
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (hexadecimal) text.remove_prefix(2);
+  const char* const end = text.data() + text.size();
+  std::uint64_t magnitude = 0;
+  const auto [stop, failure] = std::from_chars(text.data(), end, magnitude, hexadecimal ? 16 : 10);
+  if (stop != end || failure == std::errc::invalid_argument) return {};
+  constexpr auto kLargest = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+  if (failure == std::errc() && magnitude <= kLargest) {
+    const auto value = static_cast<std::int64_t>(magnitude);
+    return negative ? -value : value;
+  }
+  if (failure == std::errc() && negative && magnitude == kLargest + 1) return std::numeric_limits<std::int64_t>::min();
+  if (failure == std::errc()) {
+    const auto value = static_cast<double>(magnitude);
+    return negative ? -value : value;
+  }
+  const std::optional<double> real = hexadecimal ? std::nullopt : parseReal(whole);
+  return real ? TKSValue(*real) : TKSValue();
+}
+
+/// Reads `size` digits at the front of the text, and `closing` behind them.
+std::optional<int> takeNumber(std::string_view& text, std::size_t size, char closing) {
+  if (text.size() <= size || text[size] != closing) return std::nullopt;
+  int number = 0;
+  for (const char digit : text.substr(0, size)) {
+    if (digit < '0' || digit > '9') return std::nullopt;
+    number = number * 10 + (digit - '0');
+  }
+  text.remove_prefix(size + 1);
+  return number;
+}
+
+/// YYYY-MM-DDThh:mm:ssZ
+std::optional<TKSDate> parseDate(std::string_view text) {
+  const auto year = takeNumber(text, 4, '-');
+  const auto month = takeNumber(text, 2, '-');
+  const auto day = takeNumber(text, 2, 'T');
+  const auto hour = takeNumber(text, 2, ':');
+  const auto minute = takeNumber(text, 2, ':');
+  const auto second = takeNumber(text, 2, 'Z');
+  if (!year || !month || !day || !hour || !minute || !second || !text.empty()) return std::nullopt;
+  const std::chrono::year_month_day date{std::chrono::year(*year), std::chrono::month(static_cast<unsigned>(*month)),
+                                         std::chrono::day(static_cast<unsigned>(*day))};
+  if (!date.ok() || *hour > 23 || *minute > 59 || *second > 60) return std::nullopt;
+  const std::chrono::seconds moment = std::chrono::sys_days(date).time_since_epoch() + std::chrono::hours(*hour) +
+                                      std::chrono::minutes(*minute) + std::chrono::seconds(*second);
+  return TKSDate{static_cast<double>(moment.count())};
+}
+
+// Reading.
+
+enum class Element { dictionary, array, key, text, integer, real, yes, no, date, data, unknown };
+
+Element elementOf(std::string_view name) {
+  constexpr std::array<std::pair<std::string_view, Element>, 10> kElements = {{
+      {"key", Element::key},
+      {"string", Element::text},
+      {"integer", Element::integer},
+      {"dict", Element::dictionary},
+      {"array", Element::array},
+      {"true", Element::yes},
+      {"false", Element::no},
+      {"real", Element::real},
+      {"data", Element::data},
+      {"date", Element::date},
+  }};
+  for (const auto& [known, element] : kElements) {
+    if (name == known) return element;
+  }
+  return Element::unknown;
+}
+
+/// Turns the tree of elements into a value. Without recursion: what is open stands in `open_`, and what it holds so far
+/// on top of `values_`, keys and values of a dictionary in turn.
+class XmlReader {
+ public:
+  /// How the tree was made. Reading fast drops blanks between elements, which is wrong for the rare text that is cut
+  /// into pieces by comments or CDATA sections; when one turns up the list is read once more, exactly.
+  enum class Mode { fast, exact };
+
+  XmlReader(Mode mode, std::string& problem) : mode_(mode), problem_(problem) {}
+
+  TKSValue read(const pugi::xml_document& document);
+  bool needsExactMode() const { return needsExactMode_; }
+
+ private:
+  struct Open {
+    Element element;
+    pugi::xml_node next;
+    std::size_t firstValue;
+  };
+
+  TKSValue fail(std::string_view what) {
+    if (problem_.empty()) problem_ = what;
+    return {};
+  }
+
+  std::optional<pugi::xml_node> onlyElementIn(const pugi::xml_node& parent);
+  bool begin(const pugi::xml_node& node);
+  bool finish();
+  bool enter(pugi::xml_node node);
+  bool isInPlace(Element element) const;
+  TKSValue scalar(Element element, const pugi::xml_node& node);
+  std::optional<std::string_view> textOf(const pugi::xml_node& node);
+
+  const Mode mode_;
+  std::string& problem_;
+  bool needsExactMode_ = false;
+  std::vector<Open> open_;
+  std::vector<TKSValue> values_;
+  std::string buffer_;
+};
+
+bool isIgnorable(const pugi::xml_node& node) {
+  switch (node.type()) {
+    case pugi::node_comment:
+    case pugi::node_pi:
+    case pugi::node_declaration:
+    case pugi::node_doctype:
+      return true;
+    case pugi::node_pcdata:
+      return trimmed(node.value()).empty();
+    default:
+      return false;
+  }
+}
+
+std::optional<pugi::xml_node> XmlReader::onlyElementIn(const pugi::xml_node& parent) {
+  pugi::xml_node found;
+  for (const pugi::xml_node& node : parent.children()) {
+    if (node.type() == pugi::node_doctype && std::strstr(node.value(), "<!ENTITY") != nullptr) {
+      fail("it declares entities");
+      return std::nullopt;
+    }
+    if (isIgnorable(node)) continue;
+    if (node.type() != pugi::node_element || found) {
+      fail("it holds more than one value");
+      return std::nullopt;
+    }
+    found = node;
+  }
+  if (!found) fail("it holds no value");
+  return found ? std::optional(found) : std::nullopt;
+}
+
+TKSValue XmlReader::read(const pugi::xml_document& document) {
+  std::optional<pugi::xml_node> root = onlyElementIn(document);
+  if (root && root->name() == std::string_view("plist")) root = onlyElementIn(*root);
+  if (!root || !begin(*root)) return {};
+  while (!open_.empty()) {
+    if (!(open_.back().next ? enter(open_.back().next) : finish())) return {};
+  }
+  return std::move(values_.front());
+}
+
+/// Takes the next node of the innermost open element.
+bool XmlReader::enter(pugi::xml_node node) {
+  open_.back().next = node.next_sibling();
+  if (isIgnorable(node)) return true;
+  if (node.type() == pugi::node_element) return begin(node);
+  fail("there is text between values");
+  return false;
+}
+
+/// A key where a key has to stand, and a value everywhere else.
+bool XmlReader::isInPlace(Element element) const {
+  const bool keyComesNext = !open_.empty() && open_.back().element == Element::dictionary &&
+                            (values_.size() - open_.back().firstValue) % 2 == 0;
+  return keyComesNext == (element == Element::key);
+}
+
+bool XmlReader::begin(const pugi::xml_node& node) {
+  const Element element = elementOf(node.name());
+  if (!isInPlace(element)) {
+    fail("keys and values do not alternate in a dictionary");
+    return false;
+  }
+  if (element != Element::dictionary && element != Element::array) {
+    TKSValue value = scalar(element, node);
+    if (value.isNothing()) return false;
+    values_.push_back(std::move(value));
+    return true;
+  }
+  if (open_.size() == kDeepestNesting) {
+    fail("it is nested too deeply");
+    return false;
+  }
+  if (!trimmed(node.value()).empty()) {
+    fail("there is text between values");
+    return false;
+  }
+  open_.push_back({element, node.first_child(), values_.size()});
+  return true;
+}
+
+/// Closes the innermost open element.
+bool XmlReader::finish() {
+  const Open closed = open_.back();
+  open_.pop_back();
+  const auto first = values_.begin() + static_cast<std::ptrdiff_t>(closed.firstValue);
+  TKSValue value;
+  if (closed.element == Element::array) {
+    value = TKSArray(std::vector<TKSValue>(std::make_move_iterator(first), std::make_move_iterator(values_.end())));
+  } else {
+    if ((values_.size() - closed.firstValue) % 2 != 0) {
+      fail("a key has no value");
+      return false;
+    }
+    std::vector<std::pair<std::string, TKSValue>> entries;
+    entries.reserve((values_.size() - closed.firstValue) / 2);
+    for (auto key = first; key != values_.end(); key += 2) {
+      entries.emplace_back(std::string(key->text()), std::move(key[1]));
+    }
+    value = TKSDictionary(std::move(entries));
+  }
+  values_.erase(first, values_.end());
+  values_.push_back(std::move(value));
+  return true;
+}
+
+/// The character data of an element, which must not hold other elements.
+std::optional<std::string_view> XmlReader::textOf(const pugi::xml_node& node) {
+  const auto withReferences = [&](std::string_view raw) { return appendCharacterData(buffer_, raw, true); };
+  if (mode_ == Mode::fast) {
+    if (node.first_child()) {
+      needsExactMode_ = true;
+      return std::nullopt;
+    }
+    const std::string_view raw = node.value();
+    if (raw.find_first_of("&\r") == std::string_view::npos) return raw;
+    buffer_.clear();
+    if (withReferences(raw)) return buffer_;
+    fail("it holds an unknown reference");
+    return std::nullopt;
+  }
+  buffer_.clear();
+  for (const pugi::xml_node& piece : node.children()) {
+    if (piece.type() == pugi::node_element) {
+      fail("an element stands inside of a scalar");
+      return std::nullopt;
+    }
+    if (piece.type() == pugi::node_cdata) {
+      appendCharacterData(buffer_, piece.value(), false);
+    } else if (piece.type() == pugi::node_pcdata && !withReferences(piece.value())) {
+      fail("it holds an unknown reference");
+      return std::nullopt;
+    }
+  }
+  return buffer_;
+}
+
+TKSValue XmlReader::scalar(Element element, const pugi::xml_node& node) {
+  const std::optional<std::string_view> text = textOf(node);
+  if (!text) return {};
+  switch (element) {
+    case Element::key:
+    case Element::text:
+      return *text;
+    case Element::integer: {
+      TKSValue value = parseInteger(trimmed(*text));
+      return value.isNothing() ? fail("an integer is none") : value;
+    }
+    case Element::real: {
+      const std::optional<double> value = parseReal(trimmed(*text));
+      return value ? TKSValue(*value) : fail("a real is none");
+    }
+    case Element::yes:
+    case Element::no:
+      return trimmed(*text).empty() ? TKSValue(element == Element::yes) : fail("a boolean holds text");
+    case Element::date: {
+      const std::optional<TKSDate> value = parseDate(trimmed(*text));
+      return value ? TKSValue(*value) : fail("a date is none");
+    }
+    case Element::data: {
+      std::optional<TKSData> value = base64::decode(*text);
+      return value ? TKSValue(std::move(*value)) : fail("data are not base64");
+    }
+    case Element::dictionary:
+    case Element::array:
+    case Element::unknown:
+      break;
+  }
+  return fail("an element is unknown");
+}
+
+TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, std::string& problem, bool& again) {
+  constexpr unsigned kCommon = pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi | pugi::parse_doctype;
+  constexpr unsigned kFast = kCommon | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
+  constexpr unsigned kExact = kCommon | pugi::parse_ws_pcdata;
+  pugi::xml_document document;
+  const pugi::xml_parse_result result =
+      document.load_buffer(content.data(), content.size(), mode == XmlReader::Mode::fast ? kFast : kExact);
+  if (!result) {
+    problem = std::string(result.description()) + " at byte " + std::to_string(result.offset);
+    return {};
+  }
+  if (result.encoding == pugi::encoding_utf8 &&
+      !simdjson::validate_utf8(reinterpret_cast<const char*>(content.data()), content.size())) {
+    problem = "it is not UTF-8";
+    return {};
+  }
+  XmlReader reader(mode, problem);
+  TKSValue value = reader.read(document);
+  again = reader.needsExactMode();
+  return value;
+}
+
+// Writing.
+
+constexpr std::string_view kHead =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n";
+constexpr std::string_view kFoot = "</plist>\n";
+
+/// Writes a value without recursion: what is open stands in `open_`.
+class XmlWriter {
+ public:
+  explicit XmlWriter(std::string& problem) : problem_(problem) {}
+
+  std::optional<TKSData> write(const TKSValue& value);
+
+ private:
+  struct Open {
+    TKSDictionary dictionary;
+    TKSArray array;
+    bool isDictionary;
+    TKSDictionary::const_iterator entry;
+    std::size_t element;
+  };
+
+  bool fail(std::string_view what) {
+    problem_ = what;
+    return false;
+  }
+  bool begin(const TKSValue& value);
+  bool beginContainer(const TKSValue& value);
+  bool advance();
+  void indent() { out_.append(open_.size(), '\t'); }
+  void element(std::string_view name, std::string_view content);
+  bool textElement(std::string_view name, std::string_view text);
+  bool date(TKSDate date);
+  void data(const TKSData& data);
+
+  std::string& problem_;
+  std::string out_;
+  std::vector<Open> open_;
+};
+
+std::optional<TKSData> XmlWriter::write(const TKSValue& value) {
+  out_ = kHead;
+  if (!begin(value)) return std::nullopt;
+  while (!open_.empty()) {
+    if (!advance()) return std::nullopt;
+    if (out_.size() > kLargestSize - kFoot.size()) {
+      fail("it is too large");
+      return std::nullopt;
+    }
+  }
+  out_ += kFoot;
+  return TKSData(out_.begin(), out_.end());
+}
+
+/// Writes the next value of the innermost container, or closes it.
+bool XmlWriter::advance() {
+  Open& innermost = open_.back();
+  if (innermost.isDictionary && innermost.entry != innermost.dictionary.end()) {
+    const auto [key, value] = *innermost.entry++;
+    return textElement("key", key) && begin(value);
+  }
+  if (!innermost.isDictionary && innermost.element < innermost.array.size()) {
+    return begin(innermost.array[innermost.element++]);
+  }
+  const std::string_view closing = innermost.isDictionary ? "</dict>\n" : "</array>\n";
+  open_.pop_back();
+  indent();
+  out_ += closing;
+  return true;
+}
+
+bool XmlWriter::begin(const TKSValue& value) {
+  switch (value.kind()) {
+    case Kind::nothing:
+    case Kind::null:
+      return fail("property lists have no null");
+    case Kind::boolean:
+      indent();
+      out_ += value.boolean() ? "<true/>\n" : "<false/>\n";
+      return true;
+    case Kind::integer:
+      element("integer", std::to_string(value.integer()));
+      return true;
+    case Kind::real: {
+      const double number = value.real();
+      char digits[32];
+      const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+      if (std::isfinite(number)) {
+        element("real", std::string_view(digits, end));
+      } else {
+        element("real", std::isnan(number) ? "nan" : number > 0 ? "+infinity" : "-infinity");
+      }
+      return true;
+    }
+    case Kind::text:
+      return textElement("string", value.text());
+    case Kind::date:
+      return date(value.date());
+    case Kind::data:
+      data(value.data());
+      return true;
+    case Kind::array:
+    case Kind::dictionary:
+      return beginContainer(value);
+  }
+  return false;
+}
+
+bool XmlWriter::beginContainer(const TKSValue& value) {
+  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  const bool isDictionary = value.isDictionary();
+  TKSDictionary dictionary = value.dictionary();
+  TKSArray array = value.array();
+  indent();
+  if (dictionary.empty() && array.empty()) {
+    out_ += isDictionary ? "<dict/>\n" : "<array/>\n";
+    return true;
+  }
+  out_ += isDictionary ? "<dict>\n" : "<array>\n";
+  const TKSDictionary::const_iterator first = dictionary.begin();
+  open_.push_back({std::move(dictionary), std::move(array), isDictionary, first, 0});
+  return true;
+}
+
+void XmlWriter::element(std::string_view name, std::string_view content) {
+  indent();
+  out_.append("<").append(name).append(">").append(content).append("</").append(name).append(">\n");
+}
+
+/// Replacements of the characters that cannot stand for themselves. A bare CR would be read back as LF.
+std::string_view escapeOf(char character) {
+  switch (character) {
+    case '&':
+      return "&amp;";
+    case '<':
+      return "&lt;";
+    case '>':
+      return "&gt;";
+    default:
+      return "&#13;";
+  }
+}
+
+/// Whether XML has all characters of a text: neither control characters nor U+FFFE and U+FFFF.
+bool xmlHasAllOf(std::string_view text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r') return false;
+    if (byte == 0xEF && (text.substr(i).starts_with("\xEF\xBF\xBE") || text.substr(i).starts_with("\xEF\xBF\xBF"))) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool XmlWriter::textElement(std::string_view name, std::string_view text) {
+  if (!simdjson::validate_utf8(text.data(), text.size())) return fail("a text is not UTF-8");
+  if (!xmlHasAllOf(text)) return fail("a text holds a character that XML does not have");
+  indent();
+  out_.append("<").append(name).append(">");
+  while (!text.empty()) {
+    const std::size_t plain = std::min(text.find_first_of("&<>\r"), text.size());
+    out_.append(text.substr(0, plain));
+    if (plain == text.size()) break;
+    out_.append(escapeOf(text[plain]));
+    text.remove_prefix(plain + 1);
+  }
+  out_.append("</").append(name).append(">\n");
+  return true;
+}
+
+bool XmlWriter::date(TKSDate date) {
+  constexpr double kFirst = -62135596800;  // 0001-01-01
+  constexpr double kLast = 253402300800;   // 10000-01-01
+  if (!(date.secondsSince1970 >= kFirst && date.secondsSince1970 < kLast)) {
+    return fail("a date lies beyond what XML can hold");
+  }
+  const std::chrono::sys_seconds moment{
+      std::chrono::seconds(static_cast<std::int64_t>(std::floor(date.secondsSince1970)))};
+  const auto day = std::chrono::floor<std::chrono::days>(moment);
+  const std::chrono::year_month_day calendar{day};
+  const std::chrono::hh_mm_ss time{moment - day};
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(calendar.year()),
+                static_cast<unsigned>(calendar.month()), static_cast<unsigned>(calendar.day()),
+                static_cast<int>(time.hours().count()), static_cast<int>(time.minutes().count()),
+                static_cast<int>(time.seconds().count()));
+  element("date", text);
+  return true;
+}
+
+void XmlWriter::data(const TKSData& data) {
+  constexpr std::size_t kLine = 76;
+  indent();
+  out_ += "<data>\n";
+  const std::string text = base64::encode(data);
+  for (std::size_t i = 0; i < text.size(); i += kLine) {
+    indent();
+    out_.append(text, i, kLine).append("\n");
+  }
+  indent();
+  out_ += "</data>\n";
+}
+
+}  // namespace
+
+TKSValue readXml(std::span<const std::uint8_t> content, std::string& problem) {
+  bool again = false;
+  TKSValue value = readXml(content, XmlReader::Mode::fast, problem, again);
+  return again ? readXml(content, XmlReader::Mode::exact, problem, again) : value;
+}
+
+std::optional<TKSData> writeXml(const TKSValue& value, std::string& problem) { return XmlWriter(problem).write(value); }
+
+}  // namespace tks::platform::property_list

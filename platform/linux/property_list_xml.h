@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include <tksinterface/TKSValue.h>
+
+namespace tks::platform::property_list {
+
+/// Bounds of every property list, read or written, in either form.
+inline constexpr std::size_t kLargestSize = 16u * 1024 * 1024;
+inline constexpr std::size_t kDeepestNesting = 512;
+
+/// The XML form.
+///
+///   list     := <plist> value </plist>            a bare value is taken as well
+///   value    := <dict> (<key> value)* </dict> | <array> value* </array> | <string> | <integer> | <real> | <true/> |
+///               <false/> | <date> YYYY-MM-DDThh:mm:ssZ </date> | <data> base64 </data>
+///
+/// Texts may hold references to characters and to the five entities that XML itself has, and CDATA sections. Lists that
+/// declare entities of their own are refused. Integers that need more than 63 bits and a sign become reals.
+///
+/// Both answer nothing on failure and put into words what is wrong.
+TKSValue readXml(std::span<const std::uint8_t> content, std::string& problem);
+std::optional<TKSData> writeXml(const TKSValue& value, std::string& problem);
+
+}  // namespace tks::platform::property_list

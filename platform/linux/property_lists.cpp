@@ -1,0 +1,78 @@
+#include "platform/property_lists.h"
+
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "platform/backend.h"
+#include "platform/linux/property_list_binary.h"
+#include "platform/linux/property_list_xml.h"
+#include "platform/posix/whole_files.h"
+
+namespace tks::platform {
+namespace {
+
+// The numbers that the platform gives these errors.
+constexpr std::string_view kDomain = "NSCocoaErrorDomain";
+constexpr std::int64_t kReadCorrupt = 3840;
+constexpr std::int64_t kWriteInvalid = 3852;
+
+bool fail(TKSError* error, std::int64_t code, std::string_view step, std::string_view problem) {
+  if (error != nullptr) *error = {std::string(kDomain), code, std::string(step).append(": ").append(problem)};
+  return false;
+}
+
+TKSValue read(std::span<const std::uint8_t> content, TKSError* error) {
+  std::string problem;
+  TKSValue value;
+  if (content.size() > property_list::kLargestSize) {
+    problem = "it is too large";
+  } else if (property_list::isBinary(content)) {
+    value = property_list::readBinary(content, problem);
+  } else {
+    value = property_list::readXml(content, problem);
+  }
+  if (value.isNothing()) fail(error, kReadCorrupt, "read a property list", problem);
+  return value;
+}
+
+class LinuxPropertyLists final : public PropertyLists {
+ public:
+  TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) override { return read(content, error); }
+
+  std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) override {
+    std::string problem;
+    std::optional<TKSData> content =
+        format == Format::xml ? property_list::writeXml(value, problem) : property_list::writeBinary(value, problem);
+    if (!content) fail(error, kWriteInvalid, "write a property list", problem);
+    return content;
+  }
+
+  std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) override {
+    const std::optional<TKSData> content = posix::readWholeFile(path, property_list::kLargestSize, error);
+    if (!content) return std::nullopt;
+    const TKSValue value = read(*content, error);
+    if (value.isDictionary()) return value.dictionary();
+    if (!value.isNothing()) fail(error, kReadCorrupt, "read a property list", "its outermost value is no dictionary");
+    return std::nullopt;
+  }
+
+  bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) override {
+    std::string problem;
+    std::optional<TKSData> content = property_list::writeXml(dictionary, problem);
+    // Texts and dates that XML does not have are no reason to lose them.
+    if (!content) content = property_list::writeBinary(dictionary, problem);
+    if (!content) return fail(error, kWriteInvalid, "write a property list", problem);
+    return posix::replaceFile(path, *content, error);
+  }
+};
+
+}  // namespace
+
+template <>
+PropertyLists& backend<PropertyLists>() {
+  static auto& lists = *new LinuxPropertyLists;
+  return lists;
+}
+
+}  // namespace tks::platform
