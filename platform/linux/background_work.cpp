@@ -12,6 +12,7 @@
 #include "foundation/Logging.h"
 #include "platform/backend.h"
 #include "platform/linux/event_loop.h"
+#include "platform/linux/system_calls.h"
 #include "platform/main_loop.h"
 #include "platform/posix/posix_error.h"
 
@@ -32,7 +33,7 @@ class ThreadPool final : public BackgroundWork {
     {
       const std::scoped_lock lock(mutex_);
       waiting_.push_back(std::move(work));
-      if (waiting_.size() > idle_ && threads_ < kMostThreads) refused = startThread();
+      if (waiting_.size() > threads_ - busy_ && threads_ < kMostThreads) refused = startThread();
     }
     arrived_.notify_one();
     if (refused != 0) {
@@ -67,7 +68,7 @@ class ThreadPool final : public BackgroundWork {
     ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     ::pthread_attr_setsigmask_np(&attributes, &all);
     pthread_t thread{};
-    const int refused = ::pthread_create(&thread, &attributes, &ThreadPool::threadMain, this);
+    const int refused = gnulinux::systemCalls().threadCreate(&thread, &attributes, &ThreadPool::threadMain, this);
     ::pthread_attr_destroy(&attributes);
     return refused;
   }
@@ -80,28 +81,23 @@ class ThreadPool final : public BackgroundWork {
 
   void workUntilIdle() {
     std::unique_lock lock(mutex_);
-    while (waitForWork(lock)) {
+    while (arrived_.wait_for(lock, kIdleBeforeEnd, [this] { return !waiting_.empty(); })) {
       std::function<void()> work = std::move(waiting_.front());
       waiting_.pop_front();
+      ++busy_;
       lock.unlock();
       callHost("background work", take(work));
       lock.lock();
+      --busy_;
     }
     --threads_;
-  }
-
-  bool waitForWork(std::unique_lock<std::mutex>& lock) {
-    ++idle_;
-    const bool found = arrived_.wait_for(lock, kIdleBeforeEnd, [this] { return !waiting_.empty(); });
-    --idle_;
-    return found;
   }
 
   std::mutex mutex_;
   std::condition_variable arrived_;
   std::deque<std::function<void()>> waiting_;
   std::size_t threads_ = 0;
-  std::size_t idle_ = 0;
+  std::size_t busy_ = 0;
   std::unique_ptr<MainLoop::Timer> retry_;
 };
 

@@ -36,6 +36,7 @@ SystemCalls& systemCalls() {
                            .pidfdOpen = pidfdOpen,
                            .pidfdSendSignal = pidfdSendSignal,
                            .closeRange = closeRange,
+                           .threadCreate = ::pthread_create,
                            .renameat2 = renameAt2};
   return calls;
 }

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <pthread.h>
 #include <signal.h>
 #include <sys/types.h>
 
 namespace tks::gnulinux {
 
 /// The system calls that an older kernel, a filter or a limit may refuse, in one table, so that a test can refuse them
-/// as well. Each is called like the kernel's own and fails with -1 and errno.
+/// as well. Each is called like the kernel's own and fails with -1 and errno; threadCreate returns the number instead.
 struct SystemCalls {
   int (*epollCreate)(int flags);
   int (*eventfd)(unsigned initial, int flags);
@@ -15,6 +16,7 @@ struct SystemCalls {
   int (*pidfdOpen)(pid_t process, unsigned flags);
   int (*pidfdSendSignal)(int process, int signal, siginfo_t* facts, unsigned flags);
   int (*closeRange)(unsigned first, unsigned last, unsigned flags);
+  int (*threadCreate)(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
   int (*renameat2)(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags);
 };
 
