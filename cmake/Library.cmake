@@ -1,6 +1,10 @@
 # Two libraries from the same objects: the shared one that hosts load, which exports exactly the committed list of symbols,
 # and a static one for the project's own tests and benchmarks, which also look inside.
-set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols.txt)
+if(APPLE)
+  set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols/macos.txt)
+else()
+  set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols/linux.txt)
+endif()
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${tks_exported_symbols})
 
 add_library(tksinterface SHARED $<TARGET_OBJECTS:tks_objects>)
