@@ -1,8 +1,9 @@
 #include "foundation/Masking.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
+
+#include "foundation/WordSearch.h"
 
 namespace tks::masking {
 namespace {
@@ -12,88 +13,39 @@ constexpr char kStar = '*';
 /// So many bytes of a longer value stay readable.
 constexpr std::size_t kKept = 3;
 
-/// A word that is looked for in any case (ASCII letters only), without making a lower-case copy of the text. The search
-/// goes by three neighbouring bytes of the word, chosen to be rare in our log lines.
-class Word {
- public:
-  static constexpr std::size_t kAnchorLength = 3;
+constexpr Word kSecureProtocol{"https", 2};
+constexpr Word kProtocol{"http", 1};
+constexpr Word kUserName{"username", 0};
+constexpr Word kUserFolder{"/users/", 1};
+constexpr Word kPassword{"password", 2};
+constexpr Word kEmail{"email", 1};
+constexpr Word kTicket{"ticket", 2};
+constexpr Word kUserNameInTwoWords{"user name", 0};
+constexpr Word kToken{"token", 1};
+using SensitiveKeys = WordSearch<kPassword, kEmail, kUserName, kTicket, kUserNameInTwoWords, kToken>;
+/// What any rule but that for e-mail addresses begins with.
+using Marks = WordSearch<kProtocol, kUserName, kUserFolder>;
 
-  consteval Word(std::string_view lowerCase, std::size_t anchor) : text_(lowerCase), anchor_(anchor) {
-    for (std::size_t i = 0; i < kAnchorLength; ++i) {
-      anchorByte_[i] = static_cast<unsigned char>(lowerCase[anchor + i]);
-      caseBit_[i] = isLetter(lowerCase[anchor + i]) ? kCaseBit : 0;
-    }
-  }
-
-  constexpr std::size_t size() const { return text_.size(); }
-
-  /// The first occurrence at or after `from`.
-  std::size_t findIn(std::string_view text, std::size_t from = 0) const {
-    if (text.size() < size()) return kNowhere;
-    const std::size_t end = text.size() - size() + 1;
-    std::size_t at = from;
-    // Neighbouring occurrences are found without starting up the wide search.
-    for (const std::size_t near = std::min(end, at + kNear); at < near; ++at) {
-      if (standsAt(text, at)) return at;
-    }
-    for (; at + kBlock <= end; at += kBlock) {
-      if (!blockHasAnchor(text.data() + at + anchor_)) continue;
-      for (std::size_t i = at; i < at + kBlock; ++i) {
-        if (standsAt(text, i)) return i;
-      }
-    }
-    for (; at < end; ++at) {
-      if (standsAt(text, at)) return at;
-    }
-    return kNowhere;
-  }
-
- private:
-  static constexpr unsigned char kCaseBit = 0x20;
-  static constexpr std::size_t kNear = 8;
-  static constexpr std::size_t kBlock = 128;
-
-  static constexpr bool isLetter(char byte) { return byte >= 'a' && byte <= 'z'; }
-
-  /// Setting the case bit makes a byte equal to a small letter only if it is that letter, small or capital.
-  unsigned anchorAt(const unsigned char* bytes) const {
-    return static_cast<unsigned>((bytes[0] | caseBit_[0]) == anchorByte_[0]) &
-           static_cast<unsigned>((bytes[1] | caseBit_[1]) == anchorByte_[1]) &
-           static_cast<unsigned>((bytes[2] | caseBit_[2]) == anchorByte_[2]);
-  }
-
-  /// Branch-free, so that the compiler turns it into vector instructions.
-  bool blockHasAnchor(const char* position) const {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(position);
-    unsigned char found = 0;
-    for (std::size_t i = 0; i < kBlock; ++i) found = static_cast<unsigned char>(found | anchorAt(bytes + i));
-    return found != 0;
-  }
-
-  bool standsAt(std::string_view text, std::size_t at) const {
-    if (anchorAt(reinterpret_cast<const unsigned char*>(text.data()) + at + anchor_) == 0) return false;
-    for (std::size_t i = 0; i < size(); ++i) {
-      const char letter = text_[i];
-      const char byte = text[at + i];
-      if (byte != letter && !(isLetter(letter) && (byte | kCaseBit) == letter)) return false;
-    }
-    return true;
-  }
-
-  std::string_view text_;
-  std::size_t anchor_;
-  std::array<unsigned char, kAnchorLength> anchorByte_{};
-  std::array<unsigned char, kAnchorLength> caseBit_{};
-};
-
-constexpr Word kSecureProtocol("https", 2);
-constexpr Word kProtocol("http", 1);
-constexpr Word kUserName("username", 3);
-constexpr Word kUserFolder("/users/", 4);
-constexpr Word kSensitiveKeys[] = {
-    {"password", 2}, {"email", 0}, kUserName, {"ticket", 2}, {"user name", 2}, {"token", 1},
-};
 constexpr std::string_view kMeetingPathKeys[] = {"/meet/", "/join/", "/start/"};
+
+void star(std::string& text, std::size_t from, std::size_t end) {
+  char* bytes = text.data() + from;
+  switch (end - from) {
+    case 3:
+      bytes[2] = kStar;
+      [[fallthrough]];
+    case 2:
+      bytes[1] = kStar;
+      [[fallthrough]];
+    case 1:
+      bytes[0] = kStar;
+      [[fallthrough]];
+    case 0:
+      return;
+    default:
+      std::fill(bytes, bytes + (end - from), kStar);
+  }
+}
 
 constexpr bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
@@ -117,9 +69,14 @@ std::size_t beginOfSplitCharacter(std::string_view text, std::size_t position) {
   return begin + characterLength(text[begin]) > position ? begin : position;
 }
 
-bool hasSensitiveKey(std::string_view text) {
-  return std::any_of(std::begin(kSensitiveKeys), std::end(kSensitiveKeys),
-                     [text](const Word& key) { return key.findIn(text) != kNowhere; });
+/// As text.find(byte, from), but quicker when the byte is near.
+std::size_t findNear(std::string_view text, char byte, std::size_t from) {
+  constexpr std::size_t kNear = 8;
+  const std::size_t near = std::min(text.size(), from + kNear);
+  for (; from < near; ++from) {
+    if (text[from] == byte) return from;
+  }
+  return text.find(byte, from);
 }
 
 /// "?" wherever it stands, else ",".
@@ -130,11 +87,11 @@ std::size_t findQuery(std::string_view text, std::size_t from) {
 
 /// A URL loses its query when a secret is named anywhere in the text, and its meeting room's name is masked.
 void maskURL(std::string& text, Unit unit) {
-  const std::size_t protocol = kProtocol.findIn(text);
+  const std::size_t protocol = WordSearch<kProtocol>::find(text);
   if (protocol == kNowhere) return;
-  const std::size_t secureProtocol = kSecureProtocol.findIn(text, protocol);
+  const std::size_t secureProtocol = WordSearch<kSecureProtocol>::find(text, protocol);
   const std::size_t query = findQuery(text, secureProtocol != kNowhere ? secureProtocol : protocol);
-  if (query != kNowhere && hasSensitiveKey(text)) text.resize(query);
+  if (query != kNowhere && SensitiveKeys::findsAny(text)) text.resize(query);
   for (const std::string_view key : kMeetingPathKeys) {
     const std::size_t at = text.find(key);
     if (at != kNowhere) maskRange(text, at + key.size(), kNowhere, unit);
@@ -152,7 +109,7 @@ std::size_t findEndOfUserName(std::string_view text, std::size_t from) {
 
 /// Masks the value of the first "username"; exactly one separator stands between them.
 void maskUserName(std::string& text, Unit unit) {
-  const std::size_t key = kUserName.findIn(text);
+  const std::size_t key = WordSearch<kUserName>::find(text);
   if (key == kNowhere) return;
   const std::size_t start = key + kUserName.size() + 1;
   maskRange(text, start, findEndOfUserName(text, start), unit);
@@ -166,17 +123,21 @@ std::size_t beginOfLocalPart(std::string_view text, std::size_t at) {
   return begin == 0 ? 0 : begin + 1;
 }
 
-/// Masks the letters and digits before each "@"; behind the last "@" also those before each "%40".
+std::size_t findEscapedAt(std::string_view text, std::size_t from) {
+  std::size_t at = findNear(text, '%', from);
+  while (at != kNowhere && text.substr(at, 3) != "%40") at = findNear(text, '%', at + 1);
+  return at;
+}
+
+/// Masks the letters and digits before each "@"; behind the last "@" also those before each "%40". Looking for the next
+/// "@" again after each "%40" would read the rest of the text over and over.
 void maskMailAddresses(std::string& text, Unit unit) {
-  std::string_view marker = "@";
-  for (std::size_t position = 0; position < text.size();) {
-    std::size_t at = text.find(marker, position);
-    if (at == kNowhere && marker == "@") {
-      // There is no "@" any more: looking for it again each time would read the rest of the text over and over.
-      marker = "%40";
-      at = text.find(marker, position);
-    }
-    if (at == kNowhere) return;
+  std::size_t position = 0;
+  for (std::size_t at = findNear(text, '@', position); at != kNowhere; at = findNear(text, '@', position)) {
+    maskRange(text, beginOfLocalPart(text, at), at, unit);
+    position = at + 2;
+  }
+  for (std::size_t at = findEscapedAt(text, position); at != kNowhere; at = findEscapedAt(text, position)) {
     maskRange(text, beginOfLocalPart(text, at), at, unit);
     position = at + 2;
   }
@@ -184,18 +145,15 @@ void maskMailAddresses(std::string& text, Unit unit) {
 
 /// Stars the whole folder name behind each "/users/". A name that nothing closes stays, except behind a double slash.
 void maskUserFolders(std::string& text) {
-  for (std::size_t key = kUserFolder.findIn(text); key != kNowhere;) {
+  std::size_t key = WordSearch<kUserFolder>::find(text);
+  while (key != kNowhere) {
     std::size_t start = key + kUserFolder.size();
-    std::size_t end = text.find('/', start);
-    if (end == start) {
-      ++start;
-      end = std::min(text.find('/', start), text.size());
-    }
-    // No masked byte is part of a later key: all of them stand before the slash that the next key can begin with.
-    if (end != kNowhere)
-      std::fill(text.begin() + static_cast<std::ptrdiff_t>(start), text.begin() + static_cast<std::ptrdiff_t>(end),
-                kStar);
-    key = kUserFolder.findIn(text, start);
+    std::size_t end = findNear(text, '/', start);
+    if (end == kNowhere) return;
+    if (end == start) end = std::min(findNear(text, '/', ++start), text.size());
+    star(text, start, end);
+    // The next key begins with a slash, and there is none before `end`.
+    key = WordSearch<kUserFolder>::find(text, end);
   }
 }
 
@@ -206,14 +164,15 @@ void maskRange(std::string& text, std::size_t start, std::size_t end, Unit unit)
   if (end <= start) return;
   std::size_t from = end - start > kKept ? start + kKept : start;
   if (unit == Unit::characters) from = beginOfSplitCharacter(text, from);
-  std::fill(text.begin() + static_cast<std::ptrdiff_t>(from), text.begin() + static_cast<std::ptrdiff_t>(end), kStar);
+  star(text, from, end);
 }
 
 void removePersonalData(std::string& text, Unit unit) {
-  maskURL(text, unit);
-  maskUserName(text, unit);
+  const bool hasMarks = Marks::findsAny(text);
+  if (hasMarks) maskURL(text, unit);
+  if (hasMarks) maskUserName(text, unit);
   maskMailAddresses(text, unit);
-  maskUserFolders(text);
+  if (hasMarks) maskUserFolders(text);
 }
 
 }  // namespace tks::masking

@@ -1,0 +1,116 @@
+// Masking, measured against what no program could do without: a copy of the text and one look at each of its bytes.
+//
+// A benchmark "ours/X" comes with "limit/X" on the same text: the price of the limit's unit. How many units ours may
+// cost stands in the counter "at_most" of ours.
+
+#include <benchmark/benchmark.h>
+
+#include <cctype>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/MaskSensitiveInformation.h>
+#include <tksinterface/TKSILog.h>
+
+namespace {
+
+constexpr std::size_t kLine = 4096;
+constexpr std::size_t kFlood = 65536;
+
+std::string filled(std::string_view pattern, std::size_t length) {
+  std::string text;
+  while (text.size() < length) text += pattern;
+  text.resize(length);
+  return text;
+}
+
+/// What the library logs at length: the parameters of a launch, with paths, addresses and URLs here and there.
+std::string typicalLine() {
+  return filled(
+      "Launch meeting with parameters: { \"gpchostname\" : \"server.example\", \"meetingid\" : \"182736455\", "
+      "\"launchmethod\" "
+      ": \"browser extension\", \"workingfolder\" : \"/Users/jane/Library/Application Support/Kovra Folder/Add-ons\", "
+      "\"loggingurl\" : \"https://logging.example/upload?site=a&ticket=QUJDREVGR0g\", \"contact\" : "
+      "\"jane.roe@mail.example\", \"clientbuildversion\" : \"43.10.2.11\", \"originbrowsertype\" : \"2\", "
+      "\"packageparams\" : \"eyJhIjoiYiIsImMiOiJkIn0gZXlKaElqb2lZaUlzSW1NaU9pSmtJbjA\" }; ",
+      kLine);
+}
+
+/// Nothing in it is masked, and nothing begins like something that is.
+std::string cleanLine() {
+  return filled(
+      "Message host opened, status is connected; 4 parts of the message were read in 12 ms and put together. ", kLine);
+}
+
+std::string typicalLineWithoutURL() {
+  return filled(
+      "Bundle exists with path: /Users/jane/Library/Application Support/Kovra Folder/Add-ons/Launcher.app, "
+      "contact jane.roe@mail.example, username=jane.roe ",
+      kLine);
+}
+
+/// Without a question mark, a comma or a protocol: nothing may be cut away early.
+std::string marks() {
+  return filled("/users/ username %40 user name @ password /meet/ %40 email & ticket /join/ %40 token /start/ ",
+                kFlood);
+}
+
+/// One copy and one pass of memchr for a byte that does not occur.
+void copyAndPass(benchmark::State& state, const std::string& text) {
+  for (auto _ : state) {
+    std::string copy = text;
+    benchmark::DoNotOptimize(std::memchr(copy.data(), '\x01', copy.size()));
+    benchmark::DoNotOptimize(copy.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+/// One copy with every byte in lower case, as a masker would make that searches such a copy.
+void lowerCasingPass(benchmark::State& state, const std::string& text) {
+  for (auto _ : state) {
+    std::string copy = text;
+    for (char& byte : copy) byte = static_cast<char>(std::tolower(static_cast<unsigned char>(byte)));
+    benchmark::DoNotOptimize(copy.data());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+void masking(benchmark::State& state, const std::string& text, double atMost) {
+  for (auto _ : state) benchmark::DoNotOptimize(removePII(text));
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.counters["at_most"] = atMost;
+}
+
+void compare(const std::string& name, const std::string& text, double atMost) {
+  benchmark::RegisterBenchmark(("limit/masking_" + name).c_str(), copyAndPass, text);
+  benchmark::RegisterBenchmark(("lower_case/masking_" + name).c_str(), lowerCasingPass, text);
+  benchmark::RegisterBenchmark(("ours/masking_" + name).c_str(), masking, text, atMost);
+}
+
+void droppedLogLine(benchmark::State& state) {
+  const std::string text = "text";
+  for (auto _ : state) TKSILog::logWithLevel(TKSILogLevelInfo, "Send message string: %@", text);
+}
+
+void oneAtomicLoad(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(TKSILog::isListening());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  compare("line_4k", typicalLine(), 30);
+  compare("paths_4k", typicalLineWithoutURL(), 30);
+  compare("clean_4k", cleanLine(), 8);
+  compare("marks_64k", marks(), 100);
+  compare("at_signs_64k", filled("@", kFlood), 100);
+  compare("escaped_at_signs_64k", filled("%40", kFlood), 100);
+  compare("user_folders_64k", filled("/users/", kFlood), 100);
+  benchmark::RegisterBenchmark("limit/dropped_log_line", oneAtomicLoad);
+  benchmark::RegisterBenchmark("ours/dropped_log_line", droppedLogLine);
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
