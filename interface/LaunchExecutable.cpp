@@ -1,0 +1,190 @@
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSILog.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/Logging.h"
+#include "interface/LaunchArguments.h"
+#include "platform/platform.h"
+
+// Starting the launcher's executable as a child process of this one.
+
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{100};
+/// The counter starts at 0 and the polling stops once it has reached this: one more poll than the number says.
+constexpr int kLastPoll = 300;
+constexpr int kPollSeconds = 30;
+
+using tks::masked;
+
+/// What the steps of a launch leave behind for its last line.
+struct Launch {
+  std::string exePath;
+  std::int32_t pid = 0;
+  int polls = 0;
+  bool succeeded = false;
+  /// Why it failed.
+  std::string message;
+  std::optional<TKSRunningApplication> application;
+};
+
+std::string withTildeExpanded(std::string_view path) {
+  if (path != "~" && !path.starts_with("~/")) return std::string(path);
+  return TKSUtilBase::getRealHomeDirectory().append(path.substr(1));
+}
+
+std::string withoutLastComponents(std::string_view path, int count) {
+  for (int i = 0; i < count; ++i) {
+    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+    const std::size_t slash = path.rfind('/');
+    path = path.substr(0, slash == std::string_view::npos ? 0 : slash == 0 ? 1 : slash);
+  }
+  return std::string(path);
+}
+
+TKSArray arrayOf(const std::vector<std::string>& texts) {
+  return TKSArray(std::vector<TKSValue>(texts.begin(), texts.end()));
+}
+
+bool isTrusted(Launch& launch) {
+  const std::string bundlePath = withoutLastComponents(launch.exePath, 3);
+  TKSError error;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Check app begin.");
+  const bool trusted = TKSUtilBase::checkTrustForLaunch(bundlePath, &error);
+  if (!trusted) launch.message = tks::formatted("Security check failed: %@", error.localizedDescription);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Check app done, result: %i, path: %@", trusted, masked(bundlePath));
+  return trusted;
+}
+
+bool mayBeLaunched(Launch& launch) {
+  if (!tks::platform::files().exists(launch.exePath)) {
+    launch.message = tks::formatted("Component binary file not exists: %@", launch.exePath);
+    return false;
+  }
+  if (!isTrusted(launch)) return false;
+  if (!tks::platform::files().isExecutableFile(launch.exePath)) {
+    launch.message = tks::formatted("Component binary file not executable: %@", masked(launch.exePath));
+    return false;
+  }
+  return true;
+}
+
+/// Names the reason when a launcher ends before it was seen running: without it the time-out alone would be left.
+void reportEarlyEnd(std::int32_t pid, tks::platform::ChildEnd end) {
+  using How = tks::platform::ChildEnd::How;
+  switch (end.how) {
+    case How::exited:
+      TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, exit code: %d", pid,
+                            end.number);
+      return;
+    case How::killed:
+      TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, signal: %d", pid, end.number);
+      return;
+    case How::unknown:
+      TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, status unknown", pid);
+  }
+}
+
+/// How far the launch has come, for the end of the child, which may be told at any time.
+struct ChildWatch {
+  std::atomic<std::int32_t> pid = 0;
+  std::atomic<bool> wasSeen = false;
+};
+
+void startProcess(Launch& launch, const std::vector<std::string>& args, const tks::LaunchArguments& scanned,
+                  const std::shared_ptr<ChildWatch>& watch) {
+  tks::platform::ChildRequest request;
+  request.executable = launch.exePath;
+  request.arguments = args;
+  request.joinStandardHandles = scanned.joinsStandardHandles();
+  TKSError error;
+  launch.pid = tks::platform::childProcesses().start(
+      request,
+      [watch](tks::platform::ChildEnd end) {
+        watch->pid.wait(0);  // the end may overtake the answer of the start
+        if (!watch->wasSeen) reportEarlyEnd(watch->pid, end);
+      },
+      &error);
+  watch->pid = launch.pid;
+  watch->pid.notify_all();
+  if (launch.pid < 1) {
+    const std::string reason = error.description();
+    TKSILog::logWithLevel(TKSILogLevelError, "Launch task failed: %@", masked(reason));
+  }
+  TKSILog::logWithLevel(TKSILogLevelInfo, "PID launched: %d", launch.pid);
+}
+
+/// Polls until the system lists the process as a running application.
+void waitForApplication(Launch& launch) {
+  for (int counter = 0; counter <= kLastPoll && !launch.application; ++counter) {
+    tks::platform::clock().sleep(kPollInterval);
+    ++launch.polls;
+    launch.application = tks::platform::runningApplications().find(launch.pid);
+    const std::string found = launch.application ? launch.application->description() : "(null)";
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Launched app: %@", masked(found));
+  }
+}
+
+void startAndWait(Launch& launch, const std::vector<std::string>& args) {
+  const tks::LaunchArguments scanned = tks::scanLaunchArguments(args);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Want Pipe communicate: %d", scanned.wantsPipe);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Want File communicate: %d", scanned.wantsFile);
+  const auto watch = std::make_shared<ChildWatch>();
+  startProcess(launch, args, scanned, watch);
+  if (scanned.warmUp) {
+    watch->wasSeen = true;  // nobody waits to see it
+    launch.succeeded = true;
+    return;
+  }
+  if (launch.pid < 1) {
+    launch.message = "Getting pid failed, probably launch app by NSTask failed.";
+    return;
+  }
+  waitForApplication(launch);
+  launch.succeeded = launch.application.has_value();
+  watch->wasSeen = launch.succeeded;
+  if (launch.succeeded) return;
+  launch.message = tks::formatted("Getting running app process timeout (more than %i s). Path: %@", kPollSeconds,
+                                  masked(launch.exePath));
+}
+
+}  // namespace
+
+void TKSUtilBase::launchAppWithExePath(std::string_view exePath, const std::vector<std::string>& args,
+                                       TKSLaunchResultBlock launchResult) {
+  auto run = [exePath = std::string(exePath), args, launchResult = std::move(launchResult)] {
+    TKSError failure;
+    std::optional<TKSRunningApplication> application = launchAppWithExePath(exePath, args, &failure);
+    if (!launchResult) return;
+    std::optional<TKSError> error;
+    if (failure != TKSError()) error = std::move(failure);
+    tks::platform::mainLoop().post([launchResult, application = std::move(application), error = std::move(error)] {
+      tks::callHost("launchResult", launchResult, application, error);
+    });
+  };
+  tks::platform::backgroundWork().submit(std::move(run));
+}
+
+std::optional<TKSRunningApplication> TKSUtilBase::launchAppWithExePath(std::string_view exePath,
+                                                                       const std::vector<std::string>& args,
+                                                                       TKSError* error) {
+  Launch launch;
+  launch.exePath = exePath;
+  const std::string shownPath = withTildeExpanded(exePath);
+  const TKSValue shownArguments = arrayOf(args);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Exe path: %@", masked(shownPath));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Launch with args: %@", masked(shownArguments));
+  if (mayBeLaunched(launch)) startAndWait(launch, args);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Launch exe result %i: [pid: %d, path: %@, retryCount: %d]", launch.succeeded,
+                        launch.pid, masked(launch.exePath), launch.polls);
+  if (!launch.succeeded && error != nullptr) {
+    *error = TKSError{std::string(TKSUtilErrorDomain), 0, std::move(launch.message)};
+  }
+  return launch.application;
+}
