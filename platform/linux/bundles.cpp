@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "BuildValues.h"
+#include "platform/linux/process_table.h"
 #include "platform/platform.h"
 
 namespace tks::platform {
@@ -69,17 +70,6 @@ std::string executableOf(const std::string& bundlePath, const Layout& layout, co
   return isFile(path) ? path : std::string();
 }
 
-/// Absolute path of the running executable; empty when the kernel does not tell.
-std::string runningExecutable() {
-  constexpr std::string_view kDeleted = " (deleted)";
-  std::string path(4096, '\0');
-  const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
-  if (size <= 0 || path.front() != '/') return {};
-  path.resize(static_cast<std::size_t>(size));
-  if (path.ends_with(kDeleted) && !isFile(path)) path.resize(path.size() - kDeleted.size());
-  return path;
-}
-
 /// The bundle around an executable: X of X/Contents/MacOS/executable, else its folder when an Info.plist is beside it.
 std::string bundleAround(std::string_view executable) {
   const std::string_view folder = folderOf(executable);
@@ -115,7 +105,7 @@ class LinuxBundles final : public Bundles {
 
  private:
   std::optional<std::string> findMainBundleIdentifier() {
-    const std::optional<Bundle> bundle = open(bundleAround(runningExecutable()));
+    const std::optional<Bundle> bundle = open(bundleAround(gnulinux::executablePath(::getpid()).value_or("")));
     if (!bundle) return std::nullopt;
     const std::string_view identifier = bundle->infoDictionary["CFBundleIdentifier"].text();
     if (identifier.empty()) return std::nullopt;

@@ -16,7 +16,7 @@
 
 #include "platform/linux/property_list_xml.h"
 
-namespace tks::platform::property_list {
+namespace tks::gnulinux::property_list {
 namespace {
 
 using Bytes = std::span<const std::uint8_t>;
@@ -627,4 +627,4 @@ std::optional<TKSData> writeBinary(const TKSValue& value, std::string& problem) 
   return BinaryWriter(problem).write(value);
 }
 
-}  // namespace tks::platform::property_list
+}  // namespace tks::gnulinux::property_list

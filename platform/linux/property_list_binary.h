@@ -7,7 +7,7 @@
 
 #include <tksinterface/TKSValue.h>
 
-namespace tks::platform::property_list {
+namespace tks::gnulinux::property_list {
 
 /// The binary form. All numbers are big-endian.
 ///
@@ -38,4 +38,4 @@ bool isBinary(std::span<const std::uint8_t> content);
 TKSValue readBinary(std::span<const std::uint8_t> content, std::string& problem);
 std::optional<TKSData> writeBinary(const TKSValue& value, std::string& problem);
 
-}  // namespace tks::platform::property_list
+}  // namespace tks::gnulinux::property_list

@@ -17,7 +17,7 @@
 
 #include "foundation/Base64.h"
 
-namespace tks::platform::property_list {
+namespace tks::gnulinux::property_list {
 namespace {
 
 using Kind = TKSValue::Kind;
@@ -635,4 +635,4 @@ TKSValue readXml(std::span<const std::uint8_t> content, std::string& problem) {
 
 std::optional<TKSData> writeXml(const TKSValue& value, std::string& problem) { return XmlWriter(problem).write(value); }
 
-}  // namespace tks::platform::property_list
+}  // namespace tks::gnulinux::property_list

@@ -8,7 +8,7 @@
 
 #include <tksinterface/TKSValue.h>
 
-namespace tks::platform::property_list {
+namespace tks::gnulinux::property_list {
 
 /// Bounds of every property list, read or written, in either form.
 inline constexpr std::size_t kLargestSize = 16u * 1024 * 1024;
@@ -27,4 +27,4 @@ inline constexpr std::size_t kDeepestNesting = 512;
 TKSValue readXml(std::span<const std::uint8_t> content, std::string& problem);
 std::optional<TKSData> writeXml(const TKSValue& value, std::string& problem);
 
-}  // namespace tks::platform::property_list
+}  // namespace tks::gnulinux::property_list

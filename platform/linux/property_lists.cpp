@@ -25,12 +25,12 @@ bool fail(TKSError* error, std::int64_t code, std::string_view step, std::string
 TKSValue read(std::span<const std::uint8_t> content, TKSError* error) {
   std::string problem;
   TKSValue value;
-  if (content.size() > property_list::kLargestSize) {
+  if (content.size() > gnulinux::property_list::kLargestSize) {
     problem = "it is too large";
-  } else if (property_list::isBinary(content)) {
-    value = property_list::readBinary(content, problem);
+  } else if (gnulinux::property_list::isBinary(content)) {
+    value = gnulinux::property_list::readBinary(content, problem);
   } else {
-    value = property_list::readXml(content, problem);
+    value = gnulinux::property_list::readXml(content, problem);
   }
   if (value.isNothing()) fail(error, kReadCorrupt, "read a property list", problem);
   return value;
@@ -42,14 +42,14 @@ class LinuxPropertyLists final : public PropertyLists {
 
   std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) override {
     std::string problem;
-    std::optional<TKSData> content =
-        format == Format::xml ? property_list::writeXml(value, problem) : property_list::writeBinary(value, problem);
+    std::optional<TKSData> content = format == Format::xml ? gnulinux::property_list::writeXml(value, problem)
+                                                           : gnulinux::property_list::writeBinary(value, problem);
     if (!content) fail(error, kWriteInvalid, "write a property list", problem);
     return content;
   }
 
   std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) override {
-    const std::optional<TKSData> content = posix::readWholeFile(path, property_list::kLargestSize, error);
+    const std::optional<TKSData> content = posix::readWholeFile(path, gnulinux::property_list::kLargestSize, error);
     if (!content) return std::nullopt;
     const TKSValue value = read(*content, error);
     if (value.isDictionary()) return value.dictionary();
@@ -59,9 +59,9 @@ class LinuxPropertyLists final : public PropertyLists {
 
   bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) override {
     std::string problem;
-    std::optional<TKSData> content = property_list::writeXml(dictionary, problem);
+    std::optional<TKSData> content = gnulinux::property_list::writeXml(dictionary, problem);
     // Texts and dates that XML does not have are no reason to lose them.
-    if (!content) content = property_list::writeBinary(dictionary, problem);
+    if (!content) content = gnulinux::property_list::writeBinary(dictionary, problem);
     if (!content) return fail(error, kWriteInvalid, "write a property list", problem);
     return posix::replaceFile(path, *content, error);
   }
