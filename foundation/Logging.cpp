@@ -4,11 +4,11 @@
 
 namespace tks {
 
-void trace(std::string_view className, std::string_view method, std::source_location where) {
+void trace(std::string_view className, std::string_view method, int line) {
   if (!TKSILog::isListening()) return;
   platform::ThisProcess& process = platform::thisProcess();
   TKSILog::logWithLevel(TKSILogLevelTrace, "[%u:%u][%@: %@] line:%d", process.identifier(), process.threadNumber(),
-                        className, method, where.line());
+                        className, method, line);
 }
 
 }  // namespace tks

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <exception>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,9 +28,9 @@ inline Masked<TKSValue> masked(const TKSValue& value) { return Masked<TKSValue>(
 // A temporary would be gone by the time the line is made: keep it in a variable first.
 Masked<std::string> masked(const std::string&& text) = delete;
 
-/// The method trace line, level 1: "[process:thread][class: method] line:number" of the place that calls it.
-void trace(std::string_view className, std::string_view method,
-           std::source_location where = std::source_location::current());
+/// The method trace line, level 1: "[process:thread][class: method] line:number" of the place that calls it. The line
+/// number comes from what all compilers have; std::source_location is still missing from some.
+void trace(std::string_view className, std::string_view method, int line = __builtin_LINE());
 
 /// Calls what the host installed. What it throws is caught and logged at level 8; an empty function is not called.
 /// `name` names the callback in that line.
