@@ -1,0 +1,95 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSConstants.h>
+
+/// The frame that carries one message, in both directions and on both kinds of channel:
+///
+///   offset  size  content
+///   0       4     length: uint32, little-endian, bytes in the payload (these four bytes do not count)
+///   4       length  payload: UTF-8 JSON text, no terminator
+///
+/// Pure functions: no channel, no clock and no log in here.
+namespace tks::messaging {
+
+inline constexpr std::size_t kHeaderBytes = 4;
+
+/// The largest message, as the transport compares it: read at each use, as an unsigned number.
+inline std::uint64_t largestMessage() { return static_cast<std::uint64_t>(tks_max_msg_size); }
+
+constexpr std::uint32_t decodeLength(std::span<const char, kHeaderBytes> header) {
+  std::uint32_t length = 0;
+  for (std::size_t i = 0; i < kHeaderBytes; ++i) {
+    length |= static_cast<std::uint32_t>(static_cast<unsigned char>(header[i])) << (8 * i);
+  }
+  return length;
+}
+
+/// The length that the first four bytes of `bytes` announce; there must be as many.
+constexpr std::uint32_t announcedLength(std::string_view bytes) {
+  return decodeLength(std::span<const char, kHeaderBytes>(bytes.data(), kHeaderBytes));
+}
+
+constexpr void encodeLength(std::uint32_t length, std::span<char, kHeaderBytes> header) {
+  for (std::size_t i = 0; i < kHeaderBytes; ++i) header[i] = static_cast<char>(length >> (8 * i) & 0xFF);
+}
+
+/// A frame is made in one buffer: room for the header first, then the payload is written behind it, then the header is
+/// filled in.
+inline void beginFrame(std::string& frame) { frame.assign(kHeaderBytes, '\0'); }
+
+inline std::string_view payloadOf(const std::string& frame) { return std::string_view(frame).substr(kHeaderBytes); }
+
+/// False when a header cannot announce that many bytes.
+constexpr bool fitsFrame(std::uint64_t payloadBytes) {
+  return payloadBytes <= std::numeric_limits<std::uint32_t>::max();
+}
+
+inline bool finishFrame(std::string& frame) {
+  const std::size_t payloadBytes = frame.size() - kHeaderBytes;
+  if (!fitsFrame(payloadBytes)) return false;
+  encodeLength(static_cast<std::uint32_t>(payloadBytes), std::span<char, kHeaderBytes>(frame.data(), kHeaderBytes));
+  return true;
+}
+
+/// Decides where the pieces of an input end, for a reader that hands it out piece by piece: a piece never reaches
+/// beyond the end of the frame it belongs to, is never longer than the largest message, and never cuts a header.
+class PieceCutter {
+ public:
+  /// The length of the next piece at the front of `ahead`, the bytes that were read but not handed out; they count as
+  /// handed out from now on. 0: wait for more. `ended`: nothing more will come, so that a cut header is a piece too.
+  std::size_t next(std::string_view ahead, bool ended) {
+    if (ahead.empty()) return 0;
+    if (missing_ > 0) return cut(ahead, missing_);
+    if (ahead.size() < kHeaderBytes) return ended ? ahead.size() : 0;
+    const std::uint32_t length = announcedLength(ahead);
+    const std::size_t piece = cut(ahead, std::uint64_t{length} + kHeaderBytes);
+    // The transport refuses such a frame and takes the next piece for a new one; following the announcement instead
+    // would let a stray line of text swallow gigabytes of good frames.
+    if (length > largestMessage()) missing_ = 0;
+    return piece;
+  }
+
+  /// The next byte starts a frame.
+  void restart() { missing_ = 0; }
+
+ private:
+  std::size_t cut(std::string_view ahead, std::uint64_t wanted) {
+    const std::uint64_t longest = std::max<std::uint64_t>(largestMessage(), kHeaderBytes);
+    const std::uint64_t piece = std::min({wanted, longest, std::uint64_t{ahead.size()}});
+    missing_ = wanted - piece;
+    return static_cast<std::size_t>(piece);
+  }
+
+  /// Bytes of the current frame that were not handed out yet.
+  std::uint64_t missing_ = 0;
+};
+
+}  // namespace tks::messaging

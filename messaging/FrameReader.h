@@ -1,0 +1,73 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+
+#include "messaging/Frame.h"
+#include "platform/channels.h"
+#include "platform/main_loop.h"
+
+namespace tks::messaging {
+
+/// Reads a channel ahead and hands its bytes out in pieces (see PieceCutter), for as long as it is started. All on the
+/// main thread; what is called may call anything here and may let go of the reader.
+///
+/// Reading follows handing out: nothing is read while pieces are in hand, so that a host which drains its loop slowly
+/// makes the writer wait instead of the memory grow. Each time the channel is readable at most one buffer full is
+/// handled, so that a busy channel leaves the loop to others.
+class FrameReader : public std::enable_shared_from_this<FrameReader> {
+ public:
+  /// After the end of a channel its end is told again and again, but not more often than this.
+  static constexpr std::chrono::milliseconds kEndInterval{10};
+  static constexpr std::size_t kBufferBytes = std::size_t{128} * 1024;
+
+  using Piece = std::function<void(std::string_view piece)>;
+  using Broken = std::function<void(const TKSError& error)>;
+
+  /// `piece` is called with each piece, and with an empty one when the channel has ended. `broken` is called instead
+  /// when the channel failed. Neither is called while the reader is stopped. A piece holds until the call returns.
+  FrameReader(Piece piece, Broken broken);
+
+  /// Starts handing out: first what was read ahead of this very channel before the reader was stopped, then what comes.
+  /// Nothing is handed out before this returns. The next byte starts a frame.
+  void start(std::unique_ptr<platform::ByteSource> source);
+  /// Starts with a channel that could not be opened: it counts as broken.
+  void startBroken(TKSError error);
+  /// Stops handing out and lets go of the channel. What was read ahead is kept.
+  void stop();
+
+ private:
+  void onReadable();
+  void handOut();
+  void onEnd();
+  void tellEnd();
+  std::string_view ahead() const { return {buffer_.get() + begin_, end_ - begin_}; }
+  std::size_t makeRoom();
+
+  Piece piece_;
+  Broken broken_;
+  std::unique_ptr<platform::ByteSource> source_;
+  std::unique_ptr<platform::MainLoop::Timer> endTimer_;
+  PieceCutter cutter_;
+  bool ended_ = false;
+  /// Why the channel failed; nothing after an orderly end.
+  std::optional<TKSError> failure_;
+
+  /// The channel that the bytes in the buffer came from.
+  std::optional<platform::ChannelIdentity> identity_;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+
+  /// Counts starts and stops, so that work in hand notices when it is no longer wanted.
+  std::uint64_t turn_ = 0;
+};
+
+}  // namespace tks::messaging

@@ -1,0 +1,166 @@
+#include "messaging/SendingQueue.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+
+#include "foundation/Logging.h"
+#include "messaging/Frame.h"
+
+namespace tks::messaging {
+namespace {
+
+/// Written in one turn of the main loop at most, so that a fast reader leaves the loop to others.
+constexpr std::size_t kBytesPerTurn = std::size_t{1024} * 1024;
+/// Buffers of this size are worth keeping between frames.
+constexpr std::size_t kSpareBytes = std::size_t{1024} * 1024;
+
+std::uint64_t mostWaitingBytes() {
+  const std::uint64_t message = largestMessage();
+  constexpr std::uint64_t kMessages = 4;
+  if (message > std::numeric_limits<std::uint64_t>::max() / kMessages - kHeaderBytes) return message;
+  return kMessages * (message + kHeaderBytes);
+}
+
+TKSError failure(std::string text) { return {std::string(TKSUtilErrorDomain), 0, std::move(text)}; }
+
+/// Why a write moved nothing, if it will never move anything.
+std::optional<TKSError> failureOf(platform::Transfer& transfer) {
+  if (transfer.error) return std::move(transfer.error);
+  if (transfer.end) return failure("The other end of the channel is gone.");
+  return std::nullopt;
+}
+
+void report(const std::optional<TKSError>& error) {
+  if (!error) return;
+  const std::string text = error->description();
+  TKSILog::logWithLevel(TKSILogLevelError, "Write message failed: %@", tks::masked(text));
+}
+
+}  // namespace
+
+void SendingQueue::open(std::shared_ptr<platform::ByteSink> sink) {
+  std::size_t dropped = 0;
+  std::shared_ptr<platform::ByteSink> before;
+  {
+    const std::scoped_lock lock(mutex_);
+    closing_ = false;
+    const bool sameChannel = sink_ && sink && sink_->identity() == sink->identity();
+    if (sameChannel && !waiting().empty()) return;
+    dropped = dropWaiting();
+    before = std::exchange(sink_, std::move(sink));
+  }
+  if (dropped > 0) {
+    report(failure(tks::formatted("Another channel took the place of the one that %lu bytes waited for.", dropped)));
+  }
+}
+
+void SendingQueue::close() {
+  std::shared_ptr<platform::ByteSink> before;
+  const std::scoped_lock lock(mutex_);
+  closing_ = !waiting().empty();
+  if (!closing_) before = std::move(sink_);
+}
+
+void SendingQueue::abandon() {
+  std::shared_ptr<platform::ByteSink> before;
+  const std::scoped_lock lock(mutex_);
+  dropWaiting();
+  before = std::move(sink_);
+}
+
+std::string SendingQueue::takeBuffer() {
+  const std::scoped_lock lock(mutex_);
+  std::string buffer = std::exchange(spareBuffer_, {});
+  buffer.clear();
+  return buffer;
+}
+
+void SendingQueue::send(std::string frame) {
+  std::optional<TKSError> error;
+  {
+    const std::scoped_lock lock(mutex_);
+    error = write(frame);
+  }
+  report(error);
+}
+
+std::size_t SendingQueue::waitingBytes() const {
+  const std::scoped_lock lock(mutex_);
+  return waiting().size();
+}
+
+std::optional<TKSError> SendingQueue::write(std::string& frame) {
+  if (!sink_) return failure("There is no channel to write to.");
+  if (waiting().size() + frame.size() > mostWaitingBytes()) {
+    return failure(tks::formatted("%lu bytes wait already, no room for %lu more.", waiting().size(), frame.size()));
+  }
+  if (!waiting().empty()) {
+    waiting_ += frame;
+    return std::nullopt;
+  }
+  sink_->expect(frame.size());
+  platform::Transfer transfer = sink_->write(frame);
+  if (transfer.count == frame.size()) {
+    keepBuffer(frame);
+    return std::nullopt;
+  }
+  if (std::optional<TKSError> error = failureOf(transfer)) return error;
+  waiting_ = std::move(frame);
+  waitingFrom_ = transfer.count;
+  awaitRoom();
+  return std::nullopt;
+}
+
+void SendingQueue::awaitRoom() {
+  if (awaitingRoom_) return;
+  awaitingRoom_ = true;
+  // Keeps this object until the bytes are written, the channel breaks or another channel takes its place.
+  sink_->whenWritable([self = shared_from_this(), sink = sink_.get()] {
+    std::optional<TKSError> error;
+    std::shared_ptr<platform::ByteSink> kept;
+    {
+      const std::scoped_lock lock(self->mutex_);
+      kept = self->sink_;
+      error = self->writeWaiting(sink);
+    }
+    report(error);
+  });
+}
+
+std::optional<TKSError> SendingQueue::writeWaiting(const platform::ByteSink* sink) {
+  if (sink != sink_.get()) return std::nullopt;
+  awaitingRoom_ = false;
+  platform::Transfer transfer = sink_->write(waiting().substr(0, kBytesPerTurn));
+  waitingFrom_ += transfer.count;
+  std::optional<TKSError> error = failureOf(transfer);
+  if (!error && !waiting().empty()) {
+    // Each byte is moved to the front at most once: only when as many have left before it.
+    if (waitingFrom_ > waiting().size()) {
+      waiting_.erase(0, waitingFrom_);
+      waitingFrom_ = 0;
+    }
+    awaitRoom();
+    return std::nullopt;
+  }
+  dropWaiting();
+  if (std::exchange(closing_, false)) sink_.reset();
+  return error;
+}
+
+void SendingQueue::keepBuffer(std::string& buffer) {
+  if (buffer.capacity() <= kSpareBytes) spareBuffer_ = std::move(buffer);
+}
+
+std::size_t SendingQueue::dropWaiting() {
+  const std::size_t dropped = waiting().size();
+  keepBuffer(waiting_);
+  waiting_ = {};
+  waitingFrom_ = 0;
+  awaitingRoom_ = false;
+  return dropped;
+}
+
+}  // namespace tks::messaging
