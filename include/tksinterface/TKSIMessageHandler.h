@@ -69,4 +69,22 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   TKSErrorBlock disconnectErrorBlock;
   TKSNotifyStatusBlock notifyStatusBlock;
   TKSQueryStatusBlock queryStatusBlock;
+
+ private:
+  struct Progress;
+  class Step;
+
+  void onHelloAck();
+  void onLaunchAck();
+  void onDisconnectAck();
+  void onUpdateDone();
+  void onError(const TKSValue& body);
+  void updateDone();
+  void notifyStatus(TKSIAppStatus status);
+  TKSIAppStatus queryStatus();
+  bool greetAgain();
+  void giveUp(const std::string& description);
+
+  /// What has happened so far; outlives the handler for operations whose callback destroys it.
+  const std::shared_ptr<Progress> progress_;
 };

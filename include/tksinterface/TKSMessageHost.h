@@ -89,11 +89,26 @@ class TKS_EXPORT TKSMessageHost {
   std::string tempIPCFileFullPathFromInterface2TKS;
 
  private:
+  class Conversation;
+
+  void chooseChannel();
+  bool isFileChannelAskedFor();
+  void openStandardHandles();
   void createFileHandle();
+  void openFiles(const std::string& inputPath, const std::string& outputPath);
+  void makeReader();
   void checkIpcFile4Interface();
   void checkIpcFile4TKS();
   void destroyFileHandle();
 
-  std::unique_ptr<tks::messaging::FrameReader> input_;
-  std::shared_ptr<tks::messaging::SendingQueue> output_;
+  bool isAcceptable(std::string_view piece);
+  void beginMessage(std::string_view piece);
+  void continueMessage(std::string_view piece);
+  void deliverMessage();
+  void onBrokenInput(const TKSError& error);
+
+  std::shared_ptr<tks::messaging::FrameReader> input_;
+  const std::shared_ptr<tks::messaging::SendingQueue> output_;
+  /// Changes with each opening and at the end of the host's life; outlives the host for those who look.
+  const std::shared_ptr<std::uint64_t> conversation_;
 };

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+#include <tksinterface/TKSMessage.h>
+
+namespace tks::messaging {
+
+/// Appends the compact JSON text of a message. False, and `error`, when the body cannot be written as JSON; what was
+/// appended until then is taken back.
+bool appendText(const TKSMessage& message, std::string& out, TKSError* error);
+
+/// A received text as lines and messages show it: nothing at all unless it is UTF-8. Looks at the bytes only when a
+/// line is made. Holds a view: for use as an argument of a format only.
+class ReceivedText {
+ public:
+  explicit ReceivedText(std::string_view bytes) : bytes_(bytes) {}
+  std::string description() const;
+
+ private:
+  std::string_view bytes_;
+};
+
+}  // namespace tks::messaging
