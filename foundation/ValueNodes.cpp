@@ -1,8 +1,6 @@
 #include "foundation/ValueNodes.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <limits>
 #include <memory>
 
 namespace tks::value {
@@ -10,10 +8,9 @@ namespace {
 
 constexpr std::size_t kSmallestChunk = 1024;
 constexpr std::size_t kLargestGrownChunk = 1024 * 1024;
-constexpr std::size_t kMostValues = std::numeric_limits<std::size_t>::max() / sizeof(TKSValue) / 4;
 
 void* allocate(std::size_t header, std::size_t content) {
-  if (content > std::numeric_limits<std::size_t>::max() / 2) throw std::bad_alloc();
+  if (content > SIZE_MAX / 2) throw std::bad_alloc();
   return ::operator new(header + content);
 }
 

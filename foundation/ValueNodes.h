@@ -77,6 +77,9 @@ struct Node {
   const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
 };
 
+/// No list holds more: sizes in bytes must not overflow.
+inline constexpr std::size_t kMostValues = SIZE_MAX / sizeof(TKSValue) / 4;
+
 /// The header of an array or dictionary; behind it its values, or its keys and values in turn.
 struct List : Node {
   std::size_t capacity;
@@ -201,7 +204,7 @@ const TKSValue& nothing() noexcept;
 const TKSValue* find(const Node* node, std::string_view key) noexcept;
 
 /// Sorts keys and values by key, unless they are sorted; of equal keys the last one stays. Answers how many values are
-/// left. `forget` says what becomes of those that go: they belong to a block or have to be released.
+/// left. With `ownsReferences` those that go are released, else they belong to a block.
 std::size_t sortByKey(std::span<TKSValue> keysAndValues, bool ownsReferences) noexcept;
 
 /// Whether two arrays or two dictionaries hold the same; either may be null.
