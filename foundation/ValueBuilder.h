@@ -102,8 +102,8 @@ class Builder {
       Access::setShort(*value, kind, bytes, size);
       return;
     }
-    Node* const node = new (allocate(sizeof(Node) + size)) Node(kind, size, block_);
-    std::memcpy(node->bytes(), bytes, size);
+    Node* const node = new (allocate(sizeof(Node) + size + kBytesBehind)) Node(kind, size, block_);
+    node->setBytes(bytes);
     Access::setNode(*value, kind, node);
   }
   void* allocate(std::size_t bytes) {

@@ -1,54 +1,18 @@
 #include <cmath>
 
 #include "foundation/ValueNodes.h"
+#include "foundation/WorkList.h"
 
 namespace tks::value {
 namespace {
 
 using Kind = TKSValue::Kind;
 
-/// What is left to compare of two lists. Those of documents that were read fit into the stack's own memory; deeper ones
-/// take memory from the heap.
-class PairsToCompare {
- public:
-  struct Pair {
-    const TKSValue* left;
-    const TKSValue* right;
-    std::size_t count;
-  };
-
-  PairsToCompare() = default;
-  PairsToCompare(const PairsToCompare&) = delete;
-  PairsToCompare& operator=(const PairsToCompare&) = delete;
-  ~PairsToCompare() {
-    if (pairs_ != own_) delete[] pairs_;
-  }
-
-  bool push(const Pair& pair) noexcept {
-    if (size_ == capacity_ && !grow()) return false;
-    pairs_[size_++] = pair;
-    return true;
-  }
-  bool empty() const noexcept { return size_ == 0; }
-  Pair& top() noexcept { return pairs_[size_ - 1]; }
-  void pop() noexcept { --size_; }
-
- private:
-  bool grow() noexcept {
-    Pair* const larger = new (std::nothrow) Pair[2 * capacity_];
-    if (larger == nullptr) return false;
-    std::memcpy(larger, pairs_, size_ * sizeof(Pair));
-    if (pairs_ != own_) delete[] pairs_;
-    pairs_ = larger;
-    capacity_ *= 2;
-    return true;
-  }
-
-  static constexpr std::size_t kOwn = 64;
-  Pair own_[kOwn];
-  Pair* pairs_ = own_;
-  std::size_t size_ = 0;
-  std::size_t capacity_ = kOwn;
+/// What is left to compare of two lists.
+struct Pair {
+  const TKSValue* left;
+  const TKSValue* right;
+  std::size_t count;
 };
 
 bool equalReals(double left, double right) noexcept { return left == right || (std::isnan(left) && std::isnan(right)); }
@@ -99,10 +63,10 @@ bool equalLists(const Node* left, const Node* right) noexcept {
   const std::span<const TKSValue> rightValues = Access::values(right);
   if (leftValues.size() != rightValues.size()) return false;
 
-  PairsToCompare work;
+  WorkList<Pair> work;
   work.push({leftValues.data(), rightValues.data(), leftValues.size()});
   while (!work.empty()) {
-    PairsToCompare::Pair& pair = work.top();
+    Pair& pair = work.top();
     if (pair.count == 0 || pair.left == pair.right) {
       work.pop();
       continue;
@@ -114,7 +78,7 @@ bool equalLists(const Node* left, const Node* right) noexcept {
     if (!isList(leftValue) || Access::node(leftValue) == Access::node(rightValue)) continue;
     const std::span<const TKSValue> inner = Access::values(leftValue);
     // Without memory to look any deeper they do not count as equal.
-    if (!work.push({inner.data(), Access::values(rightValue).data(), inner.size()})) return false;
+    if (!work.tryPush({inner.data(), Access::values(rightValue).data(), inner.size()})) return false;
   }
   return true;
 }

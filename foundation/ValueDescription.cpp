@@ -2,10 +2,11 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
-#include <vector>
 
 #include "foundation/RealText.h"
+#include "foundation/Utf8.h"
 #include "foundation/ValueNodes.h"
+#include "foundation/WorkList.h"
 
 namespace tks::value {
 namespace {
@@ -13,46 +14,24 @@ namespace {
 using Kind = TKSValue::Kind;
 
 constexpr std::string_view kHexDigits = "0123456789abcdef";
+constexpr char32_t kReplacement = 0xFFFD;
 constexpr std::size_t kBlanksPerLevel = 4;
 /// Beyond this depth lines are not indented any further: the length of a text must not grow with the square of the
 /// depth.
 constexpr std::size_t kDeepestIndent = 64;
 
-void appendUnit(std::string& out, std::uint32_t unit) {
+void appendUnit(std::string& out, char32_t unit) {
   out += "\\\\U";
   for (int shift = 12; shift >= 0; shift -= 4) out += kHexDigits[unit >> shift & 0xF];
 }
 
-void appendCodePoint(std::string& out, std::uint32_t codePoint) {
-  if (codePoint < 0x10000) {
-    appendUnit(out, codePoint);
+void appendCharacter(std::string& out, char32_t character) {
+  if (character < 0x10000) {
+    appendUnit(out, character);
     return;
   }
-  appendUnit(out, 0xD800 + ((codePoint - 0x10000) >> 10));
-  appendUnit(out, 0xDC00 + ((codePoint - 0x10000) & 0x3FF));
-}
-
-/// Takes one character off the front of a text; a byte that is no part of a UTF-8 character reads as U+FFFD.
-std::uint32_t takeCodePoint(std::string_view& text) {
-  constexpr std::uint32_t kReplacement = 0xFFFD;
-  constexpr std::uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
-  const auto byteAt = [&](std::size_t i) { return static_cast<std::uint32_t>(static_cast<unsigned char>(text[i])); };
-  const std::uint32_t first = byteAt(0);
-  const std::size_t length = first < 0x80         ? 1
-                             : first >> 5 == 0x6  ? 2
-                             : first >> 4 == 0xE  ? 3
-                             : first >> 3 == 0x1E ? 4
-                                                  : 0;
-  std::uint32_t codePoint = length == 1 ? first : length == 0 ? 0 : first & (0x7Fu >> length);
-  bool valid = length != 0 && length <= text.size();
-  for (std::size_t i = 1; valid && i < length; ++i) {
-    valid = byteAt(i) >> 6 == 0x2;
-    codePoint = codePoint << 6 | (byteAt(i) & 0x3F);
-  }
-  valid =
-      valid && codePoint >= kSmallest[length] && codePoint <= 0x10FFFF && (codePoint < 0xD800 || codePoint > 0xDFFF);
-  text.remove_prefix(valid ? length : 1);
-  return valid ? codePoint : kReplacement;
+  appendUnit(out, 0xD800 + ((character - 0x10000) >> 10));
+  appendUnit(out, 0xDC00 + ((character - 0x10000) & 0x3FF));
 }
 
 char escapeLetter(char c) {
@@ -84,7 +63,7 @@ void appendInnerText(std::string& out, std::string_view text) {
       out += c;
       text.remove_prefix(1);
     } else {
-      appendCodePoint(out, takeCodePoint(text));
+      appendCharacter(out, utf8::takeCharacter(text).value_or(kReplacement));
     }
   }
   out += '"';
@@ -169,8 +148,8 @@ class ListPrinter {
   std::string print(Kind kind, const Node* node) {
     open(kind, Access::values(node));
     while (!levels_.empty()) {
-      Level& level = levels_.back();
-      if (level.rest.empty()) {
+      Level& level = levels_.top();
+      if (level.next == level.end) {
         close();
       } else {
         printNext(level);
@@ -181,21 +160,22 @@ class ListPrinter {
 
  private:
   struct Level {
-    std::span<const TKSValue> rest;
+    const TKSValue* next;
+    const TKSValue* end;
     Kind kind;
-    bool isFirst = true;
+    bool isFirst;
   };
 
   void indent(std::size_t levels) { out_.append(kBlanksPerLevel * std::min(levels, kDeepestIndent), ' '); }
 
   void open(Kind kind, std::span<const TKSValue> values) {
     out_ += kind == Kind::array ? "(\n" : "{\n";
-    levels_.push_back({values, kind});
+    levels_.push({values.data(), values.data() + values.size(), kind, true});
   }
 
   void close() {
-    const Level closed = levels_.back();
-    levels_.pop_back();
+    const Level closed = levels_.top();
+    levels_.pop();
     if (closed.kind == Kind::array && !closed.isFirst) out_ += '\n';
     indent(levels_.size());
     out_ += closed.kind == Kind::array ? ')' : '}';
@@ -204,7 +184,7 @@ class ListPrinter {
 
   /// A dictionary's values end with a semicolon and their line; in an array the next one or the end completes the line.
   void endValue() {
-    if (!levels_.empty() && levels_.back().kind == Kind::dictionary) out_ += ";\n";
+    if (!levels_.empty() && levels_.top().kind == Kind::dictionary) out_ += ";\n";
   }
 
   void printNext(Level& level) {
@@ -212,12 +192,10 @@ class ListPrinter {
     level.isFirst = false;
     indent(levels_.size());
     if (level.kind == Kind::dictionary) {
-      appendInnerText(out_, level.rest.front().text());
+      appendInnerText(out_, level.next++->text());
       out_ += " = ";
-      level.rest = level.rest.subspan(1);
     }
-    const TKSValue& value = level.rest.front();
-    level.rest = level.rest.subspan(1);
+    const TKSValue& value = *level.next++;
     if (value.isArray() || value.isDictionary()) {
       indent(levels_.size());
       open(value.kind(), Access::values(value));
@@ -232,7 +210,7 @@ class ListPrinter {
   }
 
   std::string out_;
-  std::vector<Level> levels_;
+  WorkList<Level> levels_;
 };
 
 }  // namespace

@@ -57,8 +57,8 @@ void destroy(Node* node) noexcept {
 }
 
 Node* makeBytes(TKSValue::Kind kind, const void* bytes, std::size_t size) {
-  Node* const node = new (allocate(sizeof(Node), size)) Node(kind, size, nullptr);
-  std::memcpy(node->bytes(), bytes, size);
+  Node* const node = new (allocate(sizeof(Node) + kBytesBehind, size)) Node(kind, size, nullptr);
+  node->setBytes(bytes);
   return node;
 }
 

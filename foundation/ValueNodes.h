@@ -59,6 +59,9 @@ class Block {
   char* end_;
 };
 
+/// Behind the bytes of a text or of data stand so many zeros, so that they can be read in strides.
+inline constexpr std::size_t kBytesBehind = 16;
+
 /// The header of a node; behind it the bytes of a text or of data.
 struct Node {
   union {
@@ -75,6 +78,11 @@ struct Node {
   bool isList() const noexcept { return kind == TKSValue::Kind::array || kind == TKSValue::Kind::dictionary; }
   char* bytes() noexcept { return reinterpret_cast<char*>(this + 1); }
   const char* bytes() const noexcept { return reinterpret_cast<const char*>(this + 1); }
+  /// Fills in the `size` bytes.
+  void setBytes(const void* content) noexcept {
+    std::memcpy(bytes(), content, size);
+    std::memset(bytes() + size, 0, kBytesBehind);
+  }
 };
 
 /// No list holds more: sizes in bytes must not overflow.

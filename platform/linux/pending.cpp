@@ -9,7 +9,6 @@ namespace tks::platform {
 
 template <> Channels& backend<Channels>() { std::abort(); }
 template <> Download& backend<Download>() { std::abort(); }
-template <> Json& backend<Json>() { std::abort(); }
 template <> Signatures& backend<Signatures>() { std::abort(); }
 template <> Text& backend<Text>() { std::abort(); }
 

@@ -1,0 +1,53 @@
+#include "foundation/Utf8.h"
+
+#include <cstring>
+
+namespace tks::utf8 {
+namespace {
+
+constexpr std::size_t lengthFrom(unsigned char first) noexcept {
+  if (first < 0x80) return 1;
+  if (first < 0xC2) return 0;
+  if (first < 0xE0) return 2;
+  if (first < 0xF0) return 3;
+  return first < 0xF5 ? 4 : 0;
+}
+
+constexpr bool isCharacter(char32_t character, std::size_t length) noexcept {
+  constexpr char32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  return character >= kSmallest[length] && character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
+}
+
+}  // namespace
+
+std::optional<char32_t> takeCharacter(std::string_view& text) noexcept {
+  const auto byteAt = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+  const std::size_t length = lengthFrom(byteAt(0));
+  char32_t character = length == 1 ? byteAt(0) : byteAt(0) & (0x7Fu >> length);
+  bool whole = length != 0 && length <= text.size();
+  for (std::size_t i = 1; whole && i < length; ++i) {
+    whole = byteAt(i) >> 6 == 2;
+    character = character << 6 | (byteAt(i) & 0x3Fu);
+  }
+  whole = whole && isCharacter(character, length);
+  text.remove_prefix(whole ? length : 1);
+  if (!whole) return std::nullopt;
+  return character;
+}
+
+bool isValid(std::string_view text) noexcept {
+  while (!text.empty()) {
+    std::uint64_t eight;
+    if (text.size() >= sizeof eight) {
+      std::memcpy(&eight, text.data(), sizeof eight);
+      if ((eight & 0x8080'8080'8080'8080u) == 0) {
+        text.remove_prefix(sizeof eight);
+        continue;
+      }
+    }
+    if (!takeCharacter(text)) return false;
+  }
+  return true;
+}
+
+}  // namespace tks::utf8

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace tks::utf8 {
+
+/// Takes the first character off a text that is not empty. Nothing, and one byte taken, when it does not begin with a
+/// character: broken sequences, overlong forms and surrogates are none.
+std::optional<char32_t> takeCharacter(std::string_view& text) noexcept;
+
+/// Whether a text consists of whole characters.
+bool isValid(std::string_view text) noexcept;
+
+}  // namespace tks::utf8
