@@ -1,0 +1,52 @@
+#include <tksinterface/TKSILog.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/Logging.h"
+#include "platform/platform.h"
+#include "platform/preferences.h"
+
+// Values of the process's preferences by key path.
+
+namespace {
+
+/// The platform keeps preferences without telling of failures; where it does tell, the host hears of it.
+bool store(const std::string& key, const TKSValue& value) {
+  TKSError error;
+  if (tks::platform::preferences().set(key, value, &error)) return true;
+  const std::string reason = error.description();
+  TKSILog::logWithLevel(TKSILogLevelError, "Fail to store preference '%@': %@", tks::masked(key), tks::masked(reason));
+  return false;
+}
+
+}  // namespace
+
+TKSValue TKSUtilBase::getPreference(const TKSKeyPath& keyPath) {
+  if (keyPath.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "No key path given, fail to get preference.");
+    return {};
+  }
+  return getValueFormPlist(keyPath, tks::platform::preferences().dictionaryRepresentation());
+}
+
+bool TKSUtilBase::setPreference(const TKSKeyPath& keyPath, const TKSValue& value) {
+  if (keyPath.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "No key path given, fail to set preference.");
+    return false;
+  }
+  if (value.isNothing()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "No value given, fail to set preference.");
+    return false;
+  }
+  const std::string& key = keyPath.front();
+  if (keyPath.size() == 1) return store(key, value);
+
+  const TKSValue existing = tks::platform::preferences().value(key);
+  if (!existing.isNothing() && !existing.isDictionary()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "The value: %@ for Key: %@ in preference is not a dict",
+                          tks::masked(existing), tks::masked(key));
+    return false;
+  }
+  TKSDictionary dictionary = existing.dictionary();
+  setValueForDict(TKSKeyPath(keyPath.begin() + 1, keyPath.end()), value, &dictionary);
+  return store(key, dictionary);
+}
