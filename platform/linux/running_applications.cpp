@@ -32,8 +32,7 @@ constexpr std::string_view kExtension = ".app";
 std::string_view bundleOf(std::string_view executable) {
   const std::string_view folder = executable.substr(0, executable.rfind('/'));
   if (!folder.ends_with(kExecutables)) return {};
-  const std::string_view bundle = folder.substr(0, folder.size() - kExecutables.size());
-  return bundle.ends_with(kExtension) ? bundle : std::string_view();
+  return folder.substr(0, folder.size() - kExecutables.size());
 }
 
 struct Names {
@@ -48,8 +47,9 @@ Names readNames(const std::string& bundle) {
               std::string(information["CFBundleDisplayName"].text())};
   if (names.localizedName.empty()) names.localizedName = information["CFBundleName"].text();
   if (names.localizedName.empty()) {
-    names.localizedName = bundle.substr(bundle.rfind('/') + 1);
-    names.localizedName.resize(names.localizedName.size() - kExtension.size());
+    std::string_view name = std::string_view(bundle).substr(bundle.rfind('/') + 1);
+    if (name.ends_with(kExtension)) name.remove_suffix(kExtension.size());
+    names.localizedName = name;
   }
   return names;
 }

@@ -1,0 +1,523 @@
+// A launcher that misbehaves on request. It speaks the launcher's side of the conversation with plain system calls and
+// without the library, so that it can also break the rules.
+//
+//   frame := length (uint32, little-endian, bytes of the text) text (JSON)
+//
+// The channel comes from its command line, as for the real launcher: "-Communicate Pipe" (standard input and output) or
+// "-Communicate File -TempIPCFilePath FOLDER". What to do wrong comes from the file "switches" beside the executable,
+// one word a line, and from the environment variable TKS_FAKE_LAUNCHER, words apart by blanks. Without a switch it
+// answers "hello", "launch_meeting" and "disconnect" as it should, and quits after the last, or when its host is gone.
+//
+// Times are numbers with "ms" or "s", sizes numbers with "K" or "M". Relative paths start at the executable's folder.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+struct SwitchInfo {
+  const char* name;
+  bool hasValue;
+  const char* meaning;
+};
+
+// In the order of a conversation.
+constexpr SwitchInfo kSwitches[] = {
+    {"--lifetime", true, "end after this time whatever happens (default 120s)"},
+    {"--dump-arguments", true, "write the arguments, each closed by a NUL byte, to a file"},
+    {"--dump-descriptors", true, "write the open descriptors, lines of NUMBER TARGET, to a file"},
+    {"--dump-environment", true, "write the environment, each entry closed by a NUL byte, to a file"},
+    {"--dump-status", true, "copy /proc/self/status to a file"},
+    {"--received", true, "append each text that is received, a line each, to a file"},
+    {"--exit", true, "exit at once with this code"},
+    {"--abort", false, "abort at once"},
+    {"--signal", true, "end at once by this signal"},
+    {"--stderr", true, "write so many bytes to standard error before anything else"},
+    {"--close-stderr", false, "close standard error"},
+    {"--fork-holder", false, "leave a child of its own that keeps all descriptors open"},
+    {"--wont-die", false, "ignore the end of input and all signals that can be ignored"},
+    {"--no-read", true, "wait so long before the first read"},
+    {"--noise", true, "print this text into the channel before the first answer"},
+    {"--mute", false, "never answer"},
+    {"--mute-after", true, "do not answer any more after this type was received or sent"},
+    {"--late", true, "wait so long before each answer"},
+    {"--twice", false, "send each answer twice"},
+    {"--split", true, "write in pieces of so many bytes"},
+    {"--pause", true, "wait so long after each piece"},
+    {"--die-after-bytes", true, "exit once so many bytes were written"},
+    {"--exit-before", true, "exit instead of sending this type"},
+    {"--exit-after", true, "exit after sending this type"},
+    {"--burst", true, "send so many further frames (client_status) in one write with the hello_ack"},
+    {"--flood", true, "send so many further frames (client_status) after the hello_ack"},
+    {"--header", true, "answer hello by a header that announces so many bytes"},
+    {"--fill", true, "follow that header with so many bytes"},
+    {"--stall-after", true, "send the header and so many bytes of the first answer, then nothing more"},
+    {"--payload", true, "answer hello by a frame with the content of this file"},
+    {"--error-code", true, "answer launch_meeting by an error with this code"},
+    {"--error-text", true, "answer launch_meeting by an error with this text"},
+    {"--update", false, "answer launch_meeting by host_notify"},
+    {"--update-once", false, "the same, but only the first process started from this folder does it"},
+    {"--always-updated", false, "send host_notify right after each hello_ack"},
+    {"--linger", true, "live on for so long after disconnect_ack"},
+    {"--stay", false, "live on after disconnect_ack until the host is gone"},
+    {"--script", true, "follow a script instead of all rules: expect TYPE, send JSON, raw HEX, sleep TIME, exit CODE"},
+};
+
+[[noreturn]] void quit(int code) { ::_exit(code); }
+
+[[noreturn]] void misuse(const std::string& problem) {
+  std::fprintf(stderr, "fake launcher: %s\n", problem.c_str());
+  for (const SwitchInfo& info : kSwitches) std::fprintf(stderr, "  %-20s %s\n", info.name, info.meaning);
+  quit(64);
+}
+
+void sleepFor(double seconds) {
+  timespec left{static_cast<time_t>(seconds), 0};
+  left.tv_nsec = static_cast<long>((seconds - static_cast<double>(left.tv_sec)) * 1e9);
+  while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
+}
+
+double seconds(const std::string& text) {
+  char* unit = nullptr;
+  const double number = std::strtod(text.c_str(), &unit);
+  return std::string_view(unit) == "ms" ? number / 1000 : number;
+}
+
+std::uint64_t bytes(const std::string& text) {
+  char* unit = nullptr;
+  const double number = std::strtod(text.c_str(), &unit);
+  const double factor = *unit == 'K' ? 1024.0 : *unit == 'M' ? 1024.0 * 1024.0 : 1.0;
+  return static_cast<std::uint64_t>(number * factor);
+}
+
+/// What the launcher was asked to do.
+class Switches {
+ public:
+  void add(const std::vector<std::string>& words) {
+    for (std::size_t i = 0; i < words.size(); ++i) {
+      const auto* info = std::find_if(std::begin(kSwitches), std::end(kSwitches),
+                                      [&](const SwitchInfo& one) { return words[i] == one.name; });
+      if (info == std::end(kSwitches)) misuse("unknown switch " + words[i]);
+      if (info->hasValue && i + 1 == words.size()) misuse("no value for " + words[i]);
+      values_[info->name] = info->hasValue ? words[++i] : "1";
+    }
+  }
+  bool has(const char* name) const { return values_.count(name) != 0; }
+  std::string text(const char* name) const { return has(name) ? values_.at(name) : std::string(); }
+  std::uint64_t size(const char* name) const { return bytes(text(name)); }
+  double time(const char* name, double otherwise = 0) const { return has(name) ? seconds(text(name)) : otherwise; }
+
+ private:
+  std::map<std::string, std::string> values_;
+};
+
+Switches switches;
+
+std::string ownFolder() {
+  std::string path(4096, '\0');
+  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return path.substr(0, path.rfind('/') + 1);
+}
+
+std::string resolved(const std::string& path) { return path.starts_with('/') ? path : ownFolder() + path; }
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(resolved(path), std::ios::binary);
+  if (!file) misuse("cannot read " + path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// Written under another name first, so that whoever waits for the file finds it whole.
+void writeFile(const std::string& path, const std::string& content) {
+  const std::string temporary = resolved(path) + ".part";
+  {
+    std::ofstream file(temporary, std::ios::binary);
+    file << content;
+  }
+  if (::rename(temporary.c_str(), resolved(path).c_str()) != 0) misuse("cannot write " + path);
+}
+
+void readSwitches() {
+  std::vector<std::string> words;
+  std::ifstream file(ownFolder() + "switches");
+  for (std::string line; std::getline(file, line);) {
+    if (!line.empty()) words.push_back(line);
+  }
+  const char* variable = std::getenv("TKS_FAKE_LAUNCHER");
+  std::istringstream more(variable != nullptr ? variable : "");
+  for (std::string word; more >> word;) words.push_back(word);
+  switches.add(words);
+}
+
+void writeOut(int descriptor, const char* data, std::size_t size) {
+  while (size > 0) {
+    const ssize_t count = ::write(descriptor, data, size);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) quit(3);
+    data += count;
+    size -= static_cast<std::size_t>(count);
+  }
+}
+
+/// The channel to the host, both ends.
+class Channel {
+ public:
+  virtual ~Channel() = default;
+  /// Waits for bytes; 0 when the host is gone.
+  virtual std::size_t read(char* into, std::size_t size) = 0;
+  virtual int output() const = 0;
+
+  void write(std::string_view data) {
+    const std::size_t piece = switches.has("--split") ? switches.size("--split") : data.size();
+    while (!data.empty()) {
+      std::string_view part = data.substr(0, std::max<std::size_t>(piece, 1));
+      if (switches.has("--die-after-bytes")) {
+        const std::uint64_t left = switches.size("--die-after-bytes") - written_;
+        if (left <= part.size()) {
+          writeOut(output(), part.data(), left);
+          quit(0);
+        }
+      }
+      writeOut(output(), part.data(), part.size());
+      written_ += part.size();
+      data.remove_prefix(part.size());
+      if (switches.has("--pause")) sleepFor(switches.time("--pause"));
+    }
+  }
+
+ private:
+  std::uint64_t written_ = 0;
+};
+
+class PipeChannel final : public Channel {
+ public:
+  std::size_t read(char* into, std::size_t size) override {
+    while (true) {
+      const ssize_t count = ::read(STDIN_FILENO, into, size);
+      if (count >= 0) return static_cast<std::size_t>(count);
+      if (errno != EINTR) return 0;
+    }
+  }
+  int output() const override { return STDOUT_FILENO; }
+};
+
+class FileChannel final : public Channel {
+ public:
+  explicit FileChannel(const std::string& folder)
+      : input_(::open((folder + "/ipcFile_Interface2TKS").c_str(), O_RDONLY | O_CLOEXEC)),
+        output_(::open((folder + "/ipcFile_TKS2Interface").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)),
+        host_(::getppid()) {}
+
+  std::size_t read(char* into, std::size_t size) override {
+    while (::getppid() == host_) {
+      const ssize_t count = ::read(input_, into, size);
+      if (count < 0) return 0;
+      if (count > 0) return static_cast<std::size_t>(count);
+      struct stat facts {};
+      if (::fstat(input_, &facts) != 0 || facts.st_nlink == 0) return 0;
+      sleepFor(0.002);
+    }
+    return 0;
+  }
+  int output() const override { return output_; }
+  bool isOpen() const { return input_ >= 0 && output_ >= 0; }
+
+ private:
+  int input_;
+  int output_;
+  pid_t host_;
+};
+
+std::string header(std::uint64_t size) {
+  std::string bytes;
+  for (int shift = 0; shift < 32; shift += 8) bytes.push_back(static_cast<char>(size >> shift & 0xFF));
+  return bytes;
+}
+
+std::string frame(const std::string& text) { return header(text.size()) + text; }
+
+std::string quoted(const std::string& text) {
+  std::string out = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') out += '\\';
+    out += c;
+  }
+  return out + '"';
+}
+
+std::string message(const std::string& type, const std::string& body) {
+  return R"({"message_type":)" + quoted(type) + R"(,"message":)" + body + "}";
+}
+
+/// The text under a key at the top level of a JSON object, as it stands there.
+std::string topLevelText(const std::string& json, const std::string& key) {
+  int depth = 0;
+  std::string last;
+  bool isKey = false;
+  for (std::size_t i = 0; i < json.size(); ++i) {
+    if (json[i] == '{' || json[i] == '[') ++depth;
+    if (json[i] == '}' || json[i] == ']') --depth;
+    if (json[i] == ':' && depth == 1) isKey = last == key;
+    if (json[i] == ',' && depth == 1) isKey = false;
+    if (json[i] != '"') continue;
+    std::string text;
+    for (++i; i < json.size() && json[i] != '"'; ++i) {
+      if (json[i] == '\\') text += json[i++];
+      if (i < json.size()) text += json[i];
+    }
+    if (depth == 1 && isKey) return text;
+    last = text;
+  }
+  return {};
+}
+
+/// One conversation.
+class Launcher {
+ public:
+  explicit Launcher(Channel& channel) : channel_(channel) {}
+
+  [[noreturn]] void converse() {
+    sleepFor(switches.time("--no-read"));
+    while (true) {
+      const std::string text = receive();
+      const std::string type = topLevelText(text, "message_type");
+      if (!muted_) answer(type, text);
+      muted_ = muted_ || switches.text("--mute-after") == type;
+    }
+  }
+
+  [[noreturn]] void follow(const std::string& script) {
+    std::istringstream lines(script);
+    for (std::string line; std::getline(lines, line);) followLine(line);
+    leave();
+  }
+
+ private:
+  void answer(const std::string& type, const std::string& text) {
+    if (type == "hello") answerHello();
+    if (type == "launch_meeting") answerLaunch(text);
+    if (type == "disconnect") answerDisconnect();
+  }
+
+  void answerHello() {
+    if (switches.has("--noise")) channel_.write(switches.text("--noise"));
+    if (switches.has("--header")) return channel_.write(header(switches.size("--header")) + filling());
+    if (switches.has("--payload")) return channel_.write(frame(contentOf(switches.text("--payload"))));
+    std::string more;
+    for (std::uint64_t i = 1; i <= switches.size("--burst"); ++i) more += status(i);
+    send("hello_ack", quoted("hello_ack"), more);
+    for (std::uint64_t i = 1; i <= switches.size("--flood"); ++i) channel_.write(status(i));
+    if (switches.has("--always-updated")) send("host_notify", quoted("host_notify"));
+  }
+
+  void answerLaunch(const std::string& text) {
+    if (switches.has("--error-code") || switches.has("--error-text")) return send("error", errorBody());
+    if (switches.has("--update") || isFirstUpdate()) return send("host_notify", quoted("host_notify"));
+    const std::string token = topLevelText(text, "token");
+    const std::string extra = token.empty() ? "" : R"("tkstoken":")" + token + R"(",)";
+    send("launch_meeting_ack", "{" + extra + R"("result":"0","reason":"Launch meeting done"})");
+  }
+
+  void answerDisconnect() {
+    send("disconnect_ack", quoted("disconnect_ack"));
+    if (switches.has("--stay")) return;
+    sleepFor(switches.time("--linger"));
+    leave();
+  }
+
+  static std::string errorBody() {
+    const std::string text = quoted(switches.text("--error-text"));
+    if (!switches.has("--error-code")) return text;
+    return R"({"error_code":)" + quoted(switches.text("--error-code")) + R"(,"error_message":)" + text + "}";
+  }
+
+  static std::string filling() { return std::string(switches.size("--fill"), 'x'); }
+  static std::string status(std::uint64_t i) { return frame(message("client_status", quoted(std::to_string(i)))); }
+
+  static bool isFirstUpdate() {
+    if (!switches.has("--update-once")) return false;
+    return ::open(resolved("updated").c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600) >= 0;
+  }
+
+  void send(const std::string& type, const std::string& body, const std::string& more = {}) {
+    if (muted_ || switches.has("--mute")) return;
+    if (switches.text("--exit-before") == type) quit(0);
+    sleepFor(switches.time("--late"));
+    std::string whole = frame(message(type, body));
+    if (switches.has("--stall-after")) {
+      channel_.write(whole.substr(0, 4 + switches.size("--stall-after")));
+      muted_ = true;
+      return;
+    }
+    if (switches.has("--twice")) whole += whole;
+    channel_.write(whole + more);
+    if (switches.text("--exit-after") == type) quit(0);
+    muted_ = switches.text("--mute-after") == type;
+  }
+
+  void followLine(const std::string& line) {
+    const std::size_t blank = std::min(line.find(' '), line.size());
+    const std::string verb = line.substr(0, blank);
+    const std::string rest = blank < line.size() ? line.substr(blank + 1) : "";
+    if (verb.empty() || verb.starts_with('#')) return;
+    if (verb == "expect") {
+      if (topLevelText(receive(), "message_type") != rest) quit(65);
+    } else if (verb == "send") {
+      channel_.write(frame(rest));
+    } else if (verb == "raw") {
+      std::istringstream numbers(rest);
+      std::string raw;
+      for (std::string number; numbers >> number;) {
+        raw.push_back(static_cast<char>(std::strtol(number.c_str(), nullptr, 16)));
+      }
+      channel_.write(raw);
+    } else if (verb == "sleep") {
+      sleepFor(seconds(rest));
+    } else if (verb == "exit") {
+      quit(std::atoi(rest.c_str()));
+    } else {
+      misuse("unknown line in the script: " + line);
+    }
+  }
+
+  std::string receive() {
+    std::string size = exactly(4);
+    std::uint32_t length = 0;
+    for (int i = 3; i >= 0; --i) length = length << 8 | static_cast<unsigned char>(size[static_cast<std::size_t>(i)]);
+    std::string text = exactly(length);
+    if (switches.has("--received")) {
+      std::ofstream(resolved(switches.text("--received")), std::ios::app | std::ios::binary) << text << '\n';
+    }
+    return text;
+  }
+
+  std::string exactly(std::size_t size) {
+    std::string data(size, '\0');
+    for (std::size_t have = 0; have < size;) {
+      const std::size_t count = channel_.read(data.data() + have, size - have);
+      if (count == 0) leave();
+      have += count;
+    }
+    return data;
+  }
+
+  [[noreturn]] static void leave() {
+    while (switches.has("--wont-die")) sleepFor(1);
+    quit(0);
+  }
+
+  Channel& channel_;
+  bool muted_ = false;
+};
+
+void dumpDescriptors(const std::string& path) {
+  std::string lines;
+  DIR* folder = ::opendir("/proc/self/fd");
+  if (folder == nullptr) misuse("cannot list descriptors");
+  while (const dirent* entry = ::readdir(folder)) {
+    if (entry->d_name[0] == '.' || std::atoi(entry->d_name) == ::dirfd(folder)) continue;
+    std::string target(4096, '\0');
+    const ssize_t length = ::readlink((std::string("/proc/self/fd/") + entry->d_name).c_str(), target.data(), 4096);
+    target.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+    lines += std::string(entry->d_name) + " " + target + "\n";
+  }
+  ::closedir(folder);
+  writeFile(path, lines);
+}
+
+std::string joined(char* const* texts) {
+  std::string all;
+  for (; *texts != nullptr; ++texts) all.append(*texts).push_back('\0');
+  return all;
+}
+
+void dump(char** arguments) {
+  if (switches.has("--dump-environment")) writeFile(switches.text("--dump-environment"), joined(::environ));
+  if (switches.has("--dump-status")) writeFile(switches.text("--dump-status"), contentOf("/proc/self/status"));
+  if (switches.has("--dump-descriptors")) dumpDescriptors(switches.text("--dump-descriptors"));
+  if (switches.has("--dump-arguments")) writeFile(switches.text("--dump-arguments"), joined(arguments));
+}
+
+void limitLifetime() {
+  // Whatever a test does wrong, nothing of it stays behind.
+  struct sigaction action {};
+  action.sa_handler = [](int) { quit(99); };
+  ::sigaction(SIGALRM, &action, nullptr);
+  ::alarm(static_cast<unsigned>(switches.time("--lifetime", 120)));
+}
+
+void leaveHolder() {
+  if (::fork() != 0) return;
+  limitLifetime();
+  while (true) sleepFor(1);
+}
+
+void fillStandardError(std::uint64_t size) {
+  const std::string line = std::string(99, 'e') + "\n";
+  for (; size > 0; size -= std::min<std::uint64_t>(size, line.size())) {
+    writeOut(STDERR_FILENO, line.data(), std::min<std::uint64_t>(size, line.size()));
+  }
+}
+
+void misbehaveAtStart() {
+  if (switches.has("--exit")) quit(std::atoi(switches.text("--exit").c_str()));
+  if (switches.has("--abort")) std::abort();
+  if (switches.has("--signal")) ::raise(std::atoi(switches.text("--signal").c_str()));
+  if (switches.has("--wont-die")) {
+    for (const int number : {SIGTERM, SIGHUP, SIGINT, SIGPIPE, SIGQUIT}) ::signal(number, SIG_IGN);
+  }
+  if (switches.has("--fork-holder")) leaveHolder();
+  fillStandardError(switches.size("--stderr"));
+  if (switches.has("--close-stderr")) ::close(STDERR_FILENO);
+}
+
+std::string valueOf(char** arguments, const char* name) {
+  for (; *arguments != nullptr; ++arguments) {
+    if (std::string_view(*arguments) == name && arguments[1] != nullptr) return arguments[1];
+  }
+  return {};
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+  readSwitches();
+  limitLifetime();
+  dump(arguments);
+  misbehaveAtStart();
+
+  std::unique_ptr<Channel> channel = std::make_unique<PipeChannel>();
+  if (valueOf(arguments, "-Communicate") == "File") {
+    auto files = std::make_unique<FileChannel>(valueOf(arguments, "-TempIPCFilePath"));
+    // The host makes the files when it opens the conversation, which is after the start.
+    while (!files->isOpen()) {
+      sleepFor(0.005);
+      files = std::make_unique<FileChannel>(valueOf(arguments, "-TempIPCFilePath"));
+    }
+    channel = std::move(files);
+  }
+  Launcher launcher(*channel);
+  if (switches.has("--script")) launcher.follow(contentOf(switches.text("--script")));
+  launcher.converse();
+}
