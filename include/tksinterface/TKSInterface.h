@@ -1,14 +1,17 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <tksinterface/TKSCallbacks.h>
 #include <tksinterface/TKSExport.h>
 #include <tksinterface/TKSILog.h>
+#include <tksinterface/TKSRunningApplication.h>
 #include <tksinterface/TKSValue.h>
 
 class TKSIAppManager;
@@ -79,4 +82,25 @@ class TKS_EXPORT TKSInterface {
   /// Identifier of the host's main bundle, noted at each start; empty when it has none.
   std::string bundleID;
   TKSPidBlock pidBlock;
+
+ private:
+  struct State;
+
+  bool isElsewhere() const;
+  void doOnMainThread(std::function<void()> operation) const;
+  void installStatusBlocks();
+  void launchAndConnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  std::optional<std::vector<std::string>> prepareChannel();
+  void connect(const TKSRunningApplication& application, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  void reportFailedLaunch(const std::string& exePath, const std::string& reason, const TKSErrorBlock& errorBlock);
+  void greet(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  void refuseToStop(std::int32_t status, const TKSErrorBlock& errorBlock);
+  void disconnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  void endUnansweredCalls();
+  void launchOverRunningJob(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
+  void sendLaunch(const TKSValue& param, const TKSFinishBlock& finishBlock, const TKSErrorBlock& errorBlock);
+  void launchAgain(const TKSValue& param, const std::optional<TKSRunningApplication>& stillRunning,
+                   TKSFinishBlock launchFinishBlock, TKSErrorBlock launchErrorBlock);
+
+  std::shared_ptr<State> state_;
 };

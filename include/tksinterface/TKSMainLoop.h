@@ -3,7 +3,7 @@
 #include <tksinterface/TKSExport.h>
 
 /// The library's main queue: everything that is said to happen "on the main thread" happens inside `run` or `drain`, on
-/// the thread that calls it.
+/// the thread that calls it. Until the first call of either, the main thread is the one that the process began with.
 ///
 /// A host without a loop of its own calls `run`. A host with one watches `descriptor` for readability and calls `drain`
 /// whenever it is readable. Use one of the two. On macOS the main queue is the system's: a host that runs the main run

@@ -58,6 +58,8 @@ class AppleMainLoop final : public MainLoop {
     return std::make_unique<AppleTimer>(delay, std::move(work));
   }
 
+  bool isMainThread() override { return [NSThread isMainThread]; }
+
   void run() override {
     if (!enter()) return;
     while (!stopped_.exchange(false)) {

@@ -57,7 +57,10 @@ class EventLoop::Occupied {
   Occupied(EventLoop& loop, std::string_view operation) : loop_(loop) {
     std::thread::id nobody;
     granted_ = loop_.loopThread_.compare_exchange_strong(nobody, std::this_thread::get_id(), std::memory_order_acquire);
-    if (granted_) return;
+    if (granted_) {
+      loop_.homeThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+      return;
+    }
     TKSILog::logWithLevel(TKSILogLevelError, "Main loop is being run or drained already, '%@' does nothing.",
                           operation);
   }
@@ -202,6 +205,11 @@ void EventLoop::unwatch(std::uint64_t number, int descriptor) {
   const std::scoped_lock lock(mutex_);
   ended = watches_.extract(number);
   ::epoll_ctl(epollOwner_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+}
+
+bool EventLoop::isMainThread() const {
+  const std::thread::id home = homeThread_.load(std::memory_order_relaxed);
+  return home == std::thread::id() ? ::gettid() == ::getpid() : home == std::this_thread::get_id();
 }
 
 void EventLoop::stop() {

@@ -63,6 +63,8 @@ class EventLoop {
   /// when wanted. Null, and errno, when the descriptor cannot be watched; files and folders never can.
   [[nodiscard]] std::unique_ptr<Watch> watch(int descriptor, std::uint32_t events, Ready ready);
 
+  /// Whether the caller is on the thread that works the loop; see platform/main_loop.h.
+  bool isMainThread() const;
   void run();
   void stop();
   int descriptor();
@@ -99,6 +101,8 @@ class EventLoop {
   std::atomic<bool> stopped_ = false;
   /// The thread inside `run` or `drain`.
   std::atomic<std::thread::id> loopThread_;
+  /// The thread that was inside last.
+  std::atomic<std::thread::id> homeThread_;
   /// Set once the descriptors below are made; they stay as they are from then on.
   std::atomic<int> epoll_ = -1;
 

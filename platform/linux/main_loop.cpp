@@ -14,6 +14,7 @@ class LinuxMainLoop final : public MainLoop {
   std::unique_ptr<Timer> after(std::chrono::milliseconds delay, std::function<void()> work) override {
     return loop_.after(delay, std::move(work));
   }
+  bool isMainThread() override { return loop_.isMainThread(); }
   void run() override { loop_.run(); }
   void stop() override { loop_.stop(); }
   int descriptor() override { return loop_.descriptor(); }

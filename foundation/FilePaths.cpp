@@ -1,0 +1,30 @@
+#include "foundation/FilePaths.h"
+
+namespace tks {
+namespace {
+
+std::string_view withoutClosingSlashes(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return path;
+}
+
+}  // namespace
+
+std::string joinedPath(std::string_view folder, std::string_view component) {
+  std::string path(withoutClosingSlashes(folder));
+  if (!path.empty() && !path.ends_with('/')) path += '/';
+  path += component;
+  return path;
+}
+
+std::string_view lastPathComponent(std::string_view path) {
+  path = withoutClosingSlashes(path);
+  return path.size() > 1 ? path.substr(path.rfind('/') + 1) : path;
+}
+
+std::string_view withoutExtension(std::string_view name) {
+  const std::size_t dot = name.rfind('.');
+  return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
+}
+
+}  // namespace tks

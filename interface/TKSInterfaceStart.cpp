@@ -1,0 +1,164 @@
+#include <string_view>
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSLaunchVocabulary.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/FilePaths.h"
+#include "foundation/Logging.h"
+#include "install/Pending.h"
+#include "interface/TKSInterfaceState.h"
+#include "platform/platform.h"
+
+// Starting the launcher and greeting it.
+
+using tks::formatted;
+using tks::masked;
+
+namespace {
+
+/// The hosts whose standard input and output belong to somebody else: they talk to the launcher over files.
+bool talksOverFiles(std::string_view bundleIdentifier) {
+  return bundleIdentifier == TKSIBundleIDHuddle || bundleIdentifier == TKSIBundleIDHuddleDebug;
+}
+
+std::string option(std::string_view name) { return formatted("-%@", name); }
+
+}  // namespace
+
+void TKSInterface::start(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+  if (isElsewhere()) return doOnMainThread([=, this] { start(finishBlock, errorBlock); });
+
+  TKSILog::logWithLevel(TKSILogLevelInfo, "%s,  connected pid: %i", "-[TKSInterface start:errorBlock:]",
+                        connectedTKSAppPid());
+  TKSILog::logWithLevel(TKSILogLevelInfo, "TKSInterface SDK version: %@", tks::platform::bundles().libraryVersion());
+  installStatusBlocks();
+
+  const std::int32_t status = appManager->TKSAppStatus;
+  switch (status) {
+    case TKSI_APP_STATUS_UNCONNECTED:
+      launchAndConnect(std::move(finishBlock), std::move(errorBlock));
+      break;
+    case TKSI_APP_STATUS_CONNECTED:
+      TKSILog::logWithLevel(
+          TKSILogLevelWarning,
+          "TKS app status: CONNECTED. Already started. Send hello message to test and get on processing.");
+      state_->greetAgain = state_->disconnects.isWaiting();
+      greet(std::move(finishBlock), std::move(errorBlock));
+      break;
+    default: {
+      const std::string message = formatted("Unexpected app status: %i", status);
+      TKSILog::logWithLevel(TKSILogLevelWarning, "Start failed: %@", message);
+      tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
+      break;
+    }
+  }
+}
+
+void TKSInterface::installStatusBlocks() {
+  messageHandler->notifyStatusBlock = [this](TKSIAppStatus status) {
+    appManager->handleStatusChange(status);
+    // Looked at once the conversation is done with this step.
+    if (status == TKSI_APP_STATUS_UNCONNECTED) doOnMainThread([this] { endUnansweredCalls(); });
+  };
+  messageHandler->queryStatusBlock = [this] { return static_cast<TKSIAppStatus>(appManager->TKSAppStatus.load()); };
+}
+
+void TKSInterface::launchAndConnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+  TKSILog::logWithLevel(TKSILogLevelInfo, "TKS app status: UNCONNECTED. Try to launch and connect TKS.");
+  appManager->handleStatusChange(TKSI_APP_STATUS_STARTING);
+  if (!appManager->updateDefaultTKS()) {
+    TKSILog::logWithLevel(TKSILogLevelWarning,
+                          "Check default TKS version failed. Get on to process with default version.");
+  }
+  const std::optional<std::vector<std::string>> arguments = prepareChannel();
+  if (!arguments) {
+    appManager->handleStatusChange(TKSI_APP_STATUS_UNCONNECTED);
+    const std::string message = "No temporary folder that can be trusted, can not communicate by file.";
+    TKSILog::logWithLevel(TKSILogLevelError, "Start failed: %@", message);
+    tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
+    return;
+  }
+  const std::string exePath = appManager->TKSExePath;
+  TKSUtilBase::launchAppWithExePath(
+      exePath, *arguments,
+      [state = state_, exePath, finish = std::move(finishBlock), error = std::move(errorBlock)](
+          const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& reason) {
+        if (state->facade == nullptr) return;
+        if (application) {
+          state->facade->connect(*application, finish, error);
+        } else {
+          state->facade->reportFailedLaunch(exePath, reason ? reason->localizedDescription : "(null)", error);
+        }
+      });
+}
+
+/// Chooses the channel by the host's identifier and gets it ready: the launcher's arguments. Nothing when a host that
+/// talks over files has no place for them.
+std::optional<std::vector<std::string>> TKSInterface::prepareChannel() {
+  bundleID = tks::platform::bundles().mainBundleIdentifier().value_or("");
+  std::vector<std::string> arguments = {option(TKSLaunchArgNameLaunchMethod),
+                                        std::string(TKSLaunchArgValueLaunchMethodTKSInterface),
+                                        option(TKSLaunchArgNameCommunicate)};
+  if (!talksOverFiles(bundleID)) {
+    arguments.emplace_back(TKSLaunchArgValueCommunicatePipe);
+    return arguments;
+  }
+  const std::string temporary = tks::platform::knownFolders().temporary();
+  if (temporary.empty()) return std::nullopt;
+  const std::string folder = tks::joinedPath(tks::joinedPath(temporary, bundleID),
+                                             formatted("ipcFile_%@", tks::platform::clock().localTimestamp()));
+  // Left open by a launch that failed: with it open, the new folder would never be made and the old one never removed.
+  if (messageHandler->messageHost->isOpened) messageHandler->stopMessageHost();
+  messageHandler->setIPCFileFolderPath(folder);
+  messageHandler->startMessageHost();
+  arguments.emplace_back(TKSLaunchArgValueCommunicateFile);
+  arguments.push_back(option(TKSLaunchArgNameTempIPCFilePath));
+  arguments.push_back(folder);
+  return arguments;
+}
+
+void TKSInterface::connect(const TKSRunningApplication& application, TKSFinishBlock finishBlock,
+                           TKSErrorBlock errorBlock) {
+  const std::int32_t pid = application.processIdentifier;
+  appManager->launchedTKSPid = pid;
+  const TKSPidBlock block = pidBlock;  // it may set another one
+  tks::callHost("launchedTKSPidBlock", block, pid);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "TKS launched, pid: %i. Start message host, and send hello message to test",
+                        pid);
+  greet(std::move(finishBlock), std::move(errorBlock));
+}
+
+/// The check for a broken launcher, and its removal, are made for hosts that listen to errors only: kept.
+void TKSInterface::reportFailedLaunch(const std::string& exePath, const std::string& reason,
+                                      const TKSErrorBlock& errorBlock) {
+  appManager->handleStatusChange(TKSI_APP_STATUS_UNCONNECTED);
+  if (!errorBlock) return;
+  const std::string message = formatted("Launch app failed. Path: %@. Error: %@", exePath, reason);
+  TKSILog::logWithLevel(TKSILogLevelError, "%@", masked(message));
+  if (tks::install::isBroken(appManager->TKSAppPath)) {
+    TKSILog::logWithLevel(TKSILogLevelError, "App broken, about to clean up the broken tks app.");
+    tks::install::cleanUp(appManager->TKSAppPath);
+  }
+  tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
+}
+
+void TKSInterface::greet(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+  auto [finish, error] = state_->greetings.join({std::move(finishBlock), std::move(errorBlock)});
+  messageHandler->sendHelloMessage(std::move(finish), std::move(error));
+}
+
+/// The launcher has said goodbye. What was asked of it and not answered until then never will be: a greeting that
+/// crossed our own goodbye is made again with a new launcher, everything else has failed.
+void TKSInterface::endUnansweredCalls() {
+  if (appManager->TKSAppStatus != TKSI_APP_STATUS_UNCONNECTED || messageHandler->messageHost->isOpened) return;
+  const bool greetingWaits = state_->greetings.isWaiting();
+  if (greetingWaits && std::exchange(state_->greetAgain, false)) {
+    TKSILog::logWithLevel(TKSILogLevelWarning, "TKS disconnected before it answered hello. Start again.");
+    start(tks::take(messageHandler->helloFinishBlock), tks::take(messageHandler->helloErrorBlock));
+    return;
+  }
+  if (!greetingWaits && !messageHandler->launchFinishBlock && !messageHandler->launchErrorBlock) return;
+  messageHandler->handleErrorString("TKS disconnected before it answered.");
+}
