@@ -1,0 +1,106 @@
+#import <Foundation/Foundation.h>
+
+#include <signal.h>
+
+#include <cerrno>
+#include <utility>
+
+#include "platform/apple/conversions.h"
+#include "platform/backend.h"
+#include "platform/child_processes.h"
+#include "platform/platform.h"
+#include "platform/posix/posix_error.h"
+#include "platform/posix/standard_handles.h"
+
+namespace tks::platform {
+namespace {
+
+using posix::StandardHandles;
+
+NSFileHandle* handleOn(int descriptor) {
+  return [[NSFileHandle alloc] initWithFileDescriptor:descriptor closeOnDealloc:NO];
+}
+
+ChildEnd endOf(NSTask* task) {
+  const bool exited = task.terminationReason == NSTaskTerminationReasonExit;
+  return {exited ? ChildEnd::How::exited : ChildEnd::How::killed, task.terminationStatus};
+}
+
+/// A task that is ready to be launched. It keeps itself alive until the child ends, and collects it.
+NSTask* prepare(const ChildRequest& request, std::function<void(ChildEnd)> ended) {
+  NSTask* task = [[NSTask alloc] init];
+  task.executableURL = apple::toFileURL(request.executable);
+  if (!request.arguments.empty()) {
+    NSMutableArray<NSString*>* arguments = [NSMutableArray array];
+    for (const std::string& argument : request.arguments) [arguments addObject:apple::toPath(argument)];
+    task.arguments = arguments;
+  }
+  task.terminationHandler = ^(NSTask* finished) {
+    const ChildEnd end = endOf(finished);
+    if (ended) mainLoop().post([ended, end] { ended(end); });
+  };
+  return task;
+}
+
+std::int32_t launch(NSTask* task, TKSError* error) {
+  NSError* failure = nil;
+  if ([task launchAndReturnError:&failure]) return task.processIdentifier;
+  apple::store(error, failure, "start");
+  return 0;
+}
+
+/// Joins the child's standard input and output to this process's own.
+std::int32_t launchJoined(NSTask* task, const std::string& executable, TKSError* error) {
+  StandardHandles& handles = StandardHandles::shared();
+  StandardHandles::Joint joint = handles.begin();
+  if (!handles.prepare(joint)) {
+    posix::fail(error, "start", executable);
+    return 0;
+  }
+  task.standardInput = handleOn(joint.childInput());
+  task.standardOutput = handleOn(joint.childOutput());
+  const std::int32_t process = launch(task, error);
+  if (process == 0 || joint.putInForce()) return process;
+  posix::fail(error, "start", executable);
+  kill(process, SIGKILL);
+  return 0;
+}
+
+/// Shares this process's standard handles with the child, but never the pipes to another child.
+std::int32_t launchSharing(NSTask* task, TKSError* error) {
+  return StandardHandles::shared().whileUnchanged([&](bool joined) {
+    if (joined) {
+      task.standardInput = NSFileHandle.fileHandleWithNullDevice;
+      task.standardOutput = NSFileHandle.fileHandleWithNullDevice;
+    }
+    return launch(task, error);
+  });
+}
+
+class AppleChildProcesses final : public ChildProcesses {
+ public:
+  std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> ended, TKSError* error) override {
+    @autoreleasepool {
+      @try {
+        NSTask* task = prepare(request, std::move(ended));
+        return request.joinStandardHandles ? launchJoined(task, request.executable, error) : launchSharing(task, error);
+      } @catch (NSException* exception) {
+        apple::store(error, nil, "start: " + apple::fromString(exception.reason));
+        return 0;
+      }
+    }
+  }
+
+  int originalStandardInput() override { return StandardHandles::shared().originalInput(); }
+  int originalStandardOutput() override { return StandardHandles::shared().originalOutput(); }
+};
+
+}  // namespace
+
+template <>
+ChildProcesses& backend<ChildProcesses>() {
+  static auto& processes = *new AppleChildProcesses;
+  return processes;
+}
+
+}  // namespace tks::platform
