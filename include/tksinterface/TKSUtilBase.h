@@ -185,6 +185,23 @@ class TKS_EXPORT TKSUtilBase {
   /// `appHaveBeenUsed:` Whether the application has a last-used date.
   static bool appHaveBeenUsed(std::string_view appPath);
 
+  // Where downloaded files came from, and delta updates.
+
+  /// `getDownloadURLFromFile:` The address that a downloaded file came from: the first entry of its where-from attribute;
+  /// nothing when it has none. A hint only, for anybody can write the attribute.
+  static TKSValue getDownloadURLFromFile(std::string_view filePath);
+  /// `getProperty:fromFile:` The property list in an extended attribute, when it is an array with at least one entry. On
+  /// macOS 10.15 and later a missing attribute resets this host's access to the file's folder and is looked for again.
+  static TKSValue getProperty(std::string_view property, std::string_view filePath);
+  /// `resetAppAccessWithPkgPath:` Resets the host's recorded privacy decision for the folder that holds the path.
+  static void resetAppAccessWithPkgPath(std::string_view pkgPath);
+  /// `getSystemPolicyFolderToResetAccess:` Name of the privacy service for that folder.
+  static std::string getSystemPolicyFolderToResetAccess(std::string_view pkgPath);
+  /// `avaliableDeltaUpdates:error:` The delta packages that a server offers: version to a dictionary of "version", "hash",
+  /// "size" and "path". Nothing when the base address is empty or no package was found. Waits for the download (a server
+  /// that is silent for 5 s ends it): keep it off the main thread.
+  static std::optional<TKSDictionary> avaliableDeltaUpdates(std::string_view baseURL, TKSError* error);
+
   // Processes.
 
   /// `launchAppWithExePath:args:launchResult:` Starts an executable in the background and calls back on the main

@@ -8,7 +8,6 @@
 namespace tks::platform {
 
 template <> Channels& backend<Channels>() { std::abort(); }
-template <> Download& backend<Download>() { std::abort(); }
 template <> Signatures& backend<Signatures>() { std::abort(); }
 template <> Text& backend<Text>() { std::abort(); }
 

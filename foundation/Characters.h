@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace tks {
+
+/// The beginning of a UTF-8 text: at most `count` characters, counted as UTF-16 units. Never cuts a character in two.
+std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+}  // namespace tks

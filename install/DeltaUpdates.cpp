@@ -1,0 +1,144 @@
+#include <future>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSURL.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/Logging.h"
+#include "platform/platform.h"
+
+// The list of delta packages: a small tar archive with a signed "deltalist.json" in it.
+
+namespace {
+
+constexpr std::string_view kRemoteName = "deltalist.json.delta";
+constexpr std::string_view kListName = "deltalist.json";
+constexpr std::string_view kPackageSuffix = ".delta";
+constexpr std::string_view kConversionFailed = "Convert the DeltaInfos to dictionary failed";
+constexpr std::size_t kLargestList = 64u * 1024 * 1024;
+constexpr int kOK = 200;
+
+/// What a download came to: the entries of the list, or the error to report.
+struct DeltaList {
+  TKSArray entries;
+  std::optional<TKSError> error;
+};
+
+DeltaList failure(const TKSError& underlying) {
+  DeltaList result;
+  result.error = TKSError{std::string(TKSUtilErrorDomain), 0, std::string(kConversionFailed)};
+  TKSILog::logWithLevel(TKSILogLevelError, "Convert the DeltaInfos to dictionary failed: %@", tks::masked(underlying));
+  return result;
+}
+
+/// Makes the place of the list empty, so that an old list never passes for the new one.
+bool clear(const std::string& listPath, TKSError& error) {
+  if (!tks::platform::files().exists(listPath)) return true;
+  const bool removed = tks::platform::files().remove(listPath, &error);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Clean existed temp app result: %i, any error: %@", removed,
+                        tks::masked(error));
+  return removed;
+}
+
+/// Unpacks the archive, checks who signed the list in it, and reads the list.
+DeltaList readArchive(const std::string& archive) {
+  const std::string folder = archive.substr(0, archive.rfind('/') + 1);
+  const std::string listPath = folder + std::string(kListName);
+  TKSError error;
+  if (!clear(listPath, error)) return failure(error);
+  TKSUtilBase::untar(archive, folder);
+  if (!tks::platform::files().exists(listPath)) {
+    TKSILog::logWithLevel(TKSILogLevelError, "untar fail %@", tks::masked(archive));
+    return failure(error);
+  }
+  if (!TKSUtilBase::checkTrust(listPath, &error)) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Check the DeltaInfos Codesign failed: %@", tks::masked(error));
+    return failure(error);
+  }
+  const std::optional<TKSData> content = tks::platform::files().read(listPath, kLargestList, &error);
+  if (!content) return failure(error);
+  const std::string_view text(reinterpret_cast<const char*>(content->data()), content->size());
+  const TKSValue list = TKSUtilBase::JSONStringToObject(text, &error);
+  if (list.isNothing()) return failure(error);
+  return {list.array(), std::nullopt};
+}
+
+DeltaList readDownload(const tks::platform::DownloadResult& download) {
+  if (download.error || download.location.empty()) {
+    const TKSError error = download.error.value_or(TKSError());
+    TKSILog::logWithLevel(TKSILogLevelError, "Get remote deltaList has error: %@", tks::masked(error));
+    return {TKSArray(), error};
+  }
+  if (download.statusCode && *download.statusCode != kOK) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Check the delta download response statusCode failed: %d",
+                          *download.statusCode);
+    return failure(TKSError());
+  }
+  return readArchive(download.location);
+}
+
+/// Downloads and reads the list; waits for both.
+DeltaList fetch(const TKSURL& url) {
+  auto answer = std::make_shared<std::promise<tks::platform::DownloadResult>>();
+  std::future<tks::platform::DownloadResult> arrived = answer->get_future();
+  tks::platform::DownloadRequest request;
+  request.url = url;
+  tks::platform::download().start(
+      request, [answer](tks::platform::DownloadResult result) { answer->set_value(std::move(result)); });
+  const tks::platform::DownloadResult download = arrived.get();
+  DeltaList list = readDownload(download);
+  if (!download.location.empty()) {
+    tks::platform::files().remove(download.location.substr(0, download.location.rfind('/')), nullptr);
+  }
+  return list;
+}
+
+/// Names are file names: one that could lead elsewhere is no delta package.
+bool isPlainFileName(std::string_view name) {
+  if (name.find('/') == std::string_view::npos) return true;
+  TKSILog::logWithLevel(TKSILogLevelWarning, "Delta package name with a path separator, skip it: %@",
+                        tks::masked(name));
+  return false;
+}
+
+TKSDictionary packagesOf(const TKSArray& entries, std::string_view baseURL) {
+  std::string base(baseURL);
+  while (base.ends_with('/')) base.pop_back();
+  std::vector<std::pair<std::string, TKSValue>> packages;
+  for (const TKSValue& entry : entries) {
+    const std::string_view name = entry["name"].text();
+    if (!name.ends_with(kPackageSuffix) || !isPlainFileName(name)) continue;
+    std::string key(name);
+    for (char& character : key) {
+      if (character == '-') character = '.';
+    }
+    packages.emplace_back(std::move(key), TKSDictionary{{"version", name},
+                                                        {"hash", entry["hash"]},
+                                                        {"size", entry["size"]},
+                                                        {"path", base + "/" + std::string(name)}});
+  }
+  return TKSDictionary(std::move(packages));
+}
+
+}  // namespace
+
+std::optional<TKSDictionary> TKSUtilBase::avaliableDeltaUpdates(std::string_view baseURL, TKSError* error) {
+  if (baseURL.empty()) return std::nullopt;
+  const TKSURL url = TKSURL::URLWithString(baseURL).value_or(TKSURL()).appendingPathComponent(kRemoteName);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Get remote deltaList, begin. DeltaListPath: %@.",
+                        tks::masked(url.absoluteString()));
+  const DeltaList list = fetch(url);
+  if (list.error && error != nullptr) *error = *list.error;
+  const TKSValue entries = list.entries;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Get remote deltaList, end. deltaInfos: %@.", tks::masked(entries));
+  TKSDictionary packages = packagesOf(list.entries, baseURL);
+  if (packages.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Failed to get delta json file from server.");
+    return std::nullopt;
+  }
+  return packages;
+}
