@@ -3,8 +3,10 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
+#include <tksinterface/TKSError.h>
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSValue.h>
 
@@ -16,7 +18,14 @@ template <class T>
 class Masked {
  public:
   explicit Masked(const T& value) : value_(value) {}
-  std::string description() const { return TKSILog::removeSensitiveInformation(value_); }
+  std::string description() const {
+    if constexpr (std::is_same_v<T, TKSError>) {
+      // An error that was never written is an absent one.
+      return value_ == TKSError() ? "(null)" : TKSILog::removeSensitiveInformation(value_.description());
+    } else {
+      return TKSILog::removeSensitiveInformation(value_);
+    }
+  }
 
  private:
   const T& value_;
@@ -25,6 +34,7 @@ class Masked {
 inline Masked<std::string> masked(const std::string& text) { return Masked<std::string>(text); }
 inline Masked<std::string_view> masked(const std::string_view& text) { return Masked<std::string_view>(text); }
 inline Masked<TKSValue> masked(const TKSValue& value) { return Masked<TKSValue>(value); }
+inline Masked<TKSError> masked(const TKSError& error) { return Masked<TKSError>(error); }
 // A temporary would be gone by the time the line is made: keep it in a variable first.
 Masked<std::string> masked(const std::string&& text) = delete;
 

@@ -108,6 +108,7 @@ bool isPlainFileName(std::string_view name) {
 TKSDictionary packagesOf(const TKSArray& entries, std::string_view baseURL) {
   std::string base(baseURL);
   while (base.ends_with('/')) base.pop_back();
+  base.push_back('/');
   std::vector<std::pair<std::string, TKSValue>> packages;
   for (const TKSValue& entry : entries) {
     const std::string_view name = entry["name"].text();
@@ -116,10 +117,10 @@ TKSDictionary packagesOf(const TKSArray& entries, std::string_view baseURL) {
     for (char& character : key) {
       if (character == '-') character = '.';
     }
-    packages.emplace_back(std::move(key), TKSDictionary{{"version", name},
-                                                        {"hash", entry["hash"]},
-                                                        {"size", entry["size"]},
-                                                        {"path", base + "/" + std::string(name)}});
+    packages.emplace_back(
+        std::move(key),
+        TKSDictionary{
+            {"version", name}, {"hash", entry["hash"]}, {"size", entry["size"]}, {"path", base + std::string(name)}});
   }
   return TKSDictionary(std::move(packages));
 }

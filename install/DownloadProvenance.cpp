@@ -45,7 +45,7 @@ TKSData findAttribute(std::string_view name, std::string_view path) {
   const std::optional<TKSData> found = readAttribute(name, path, &error);
   if (!found) {
     TKSILog::logWithLevel(TKSILogLevelError, "Get file attributes failed. Pkg Path: %@, error: %@", tks::masked(path),
-                          error);
+                          tks::masked(error));
     return {};
   }
   if (!found->empty()) return *found;
@@ -91,7 +91,7 @@ TKSValue TKSUtilBase::getProperty(std::string_view property, std::string_view fi
   TKSError error;
   TKSValue list = tks::platform::propertyLists().parse(data, &error);
   if (list.isNothing()) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Convert data to plist failed: %@", error);
+    TKSILog::logWithLevel(TKSILogLevelError, "Convert data to plist failed: %@", tks::masked(error));
     return {};
   }
   if (!list.isArray()) {

@@ -185,6 +185,13 @@ class TKS_EXPORT TKSUtilBase {
   /// `appHaveBeenUsed:` Whether the application has a last-used date.
   static bool appHaveBeenUsed(std::string_view appPath);
 
+  // Archives. The tools' exit status is not examined: look at what is there afterwards.
+
+  /// `unzip:to:` Unpacks a zip archive into a folder with the system's tool, replacing older files.
+  static void unzip(std::string_view zipPath, std::string_view to);
+  /// `untar:to:` Unpacks a tar archive into a folder with the system's tool.
+  static void untar(std::string_view archivePath, std::string_view to);
+
   // Where downloaded files came from, and delta updates.
 
   /// `getDownloadURLFromFile:` The address that a downloaded file came from: the first entry of its where-from attribute;

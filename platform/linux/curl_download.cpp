@@ -64,8 +64,8 @@ TKSError errorOf(CURLcode code, const std::string& url, const char* detail) {
   return {kURLErrorDomain, known->number, std::move(text)};
 }
 
-/// A folder for one download, of a name nobody can guess and this user alone can enter. Removed with what is in it unless
-/// it is kept.
+/// A folder for one download, of a name nobody can guess and this user alone can enter. Removed with what is in it
+/// unless it is kept.
 class PrivateFolder {
  public:
   bool make(TKSError* error) {
