@@ -28,6 +28,8 @@ class Output {
  public:
   static constexpr std::size_t kMostAtOnce = 64;
 
+  explicit Output(std::string& text) : text_(text) {}
+
   /// Where to write on: there is room for `kMostAtOnce` bytes. Hand the end of what was written to `advance`.
   char* room() {
     if (static_cast<std::size_t>(stage_ + sizeof stage_ - end_) < kMostAtOnce) flush();
@@ -39,18 +41,13 @@ class Output {
     ++end_;
   }
 
-  std::string take() {
-    flush();
-    return std::move(text_);
-  }
-
- private:
   void flush() {
     text_.append(stage_, static_cast<std::size_t>(end_ - stage_));
     end_ = stage_;
   }
 
-  std::string text_;
+ private:
+  std::string& text_;
   char stage_[8192];
   char* end_ = stage_;
 };
@@ -105,6 +102,9 @@ std::size_t plainBytes(Sixteen bytes) noexcept {
 
 class Writer {
  public:
+  /// Writes behind what `out` holds.
+  explicit Writer(std::string& out) : output_(out) {}
+
   /// Answers what kept the value from being written, or a null pointer.
   const char* write(const TKSValue& outermost) {
     if (!isList(outermost)) return "Invalid top-level type in JSON write";
@@ -118,10 +118,9 @@ class Writer {
       }
       if (const char* const problem = writeNext(level)) return problem;
     }
+    output_.flush();
     return nullptr;
   }
-
-  std::string take() { return output_.take(); }
 
  private:
   struct Level {
@@ -224,16 +223,23 @@ class Writer {
 
 }  // namespace
 
-std::optional<std::string> write(const TKSValue& value, TKSError* error) {
+bool append(const TKSValue& value, std::string& out, TKSError* error) {
+  const std::size_t before = out.size();
   try {
-    Writer writer;
-    const char* const problem = writer.write(value);
-    if (problem == nullptr) return writer.take();
+    const char* const problem = Writer(out).write(value);
+    if (problem == nullptr) return true;
     if (error != nullptr) *error = TKSError{std::string(commonErrorDomain), 0, problem};
   } catch (const std::bad_alloc&) {
     setOutOfMemory(error);
   }
-  return std::nullopt;
+  out.resize(before);
+  return false;
+}
+
+std::optional<std::string> write(const TKSValue& value, TKSError* error) {
+  std::string text;
+  if (!append(value, text, error)) return std::nullopt;
+  return text;
 }
 
 }  // namespace tks::json
