@@ -10,8 +10,8 @@ namespace tks::test {
 
 /// A header that announces `length` bytes, written down independently of the library.
 inline std::string header(std::uint32_t length) {
-  return {static_cast<char>(length & 0xFF), static_cast<char>(length >> 8 & 0xFF), static_cast<char>(length >> 16 & 0xFF),
-          static_cast<char>(length >> 24 & 0xFF)};
+  return {static_cast<char>(length & 0xFF), static_cast<char>(length >> 8 & 0xFF),
+          static_cast<char>(length >> 16 & 0xFF), static_cast<char>(length >> 24 & 0xFF)};
 }
 
 inline std::string frame(std::string_view payload) {

@@ -16,8 +16,8 @@
 
 namespace tks::test {
 
-/// One direction of a channel, in memory. The writer's end is a ByteSink, the reader's a ByteSource; a test that plays the
-/// peer puts bytes in and takes bytes out itself. Main thread only.
+/// One direction of a channel, in memory. The writer's end is a ByteSink, the reader's a ByteSource; a test that plays
+/// the peer puts bytes in and takes bytes out itself. Main thread only.
 class Wire : public std::enable_shared_from_this<Wire> {
  public:
   Wire() {
@@ -155,8 +155,8 @@ class WireSink final : public platform::ByteSink {
   std::shared_ptr<Wire> wire_;
 };
 
-/// Channels in memory, for a scope. `input` and `output` are those of the process; a test puts other wires in their place
-/// to play a new launch.
+/// Channels in memory, for a scope. `input` and `output` are those of the process; a test puts other wires in their
+/// place to play a new launch.
 class MemoryChannels final : public platform::Channels {
  public:
   std::shared_ptr<Wire> input = std::make_shared<Wire>();
