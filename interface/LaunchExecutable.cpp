@@ -1,6 +1,8 @@
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -10,6 +12,7 @@
 
 #include "foundation/Logging.h"
 #include "interface/LaunchArguments.h"
+#include "interface/LaunchExecutable.h"
 #include "platform/platform.h"
 
 // Starting the launcher's executable as a child process of this one.
@@ -75,27 +78,31 @@ bool mayBeLaunched(Launch& launch) {
   return true;
 }
 
-/// Names the reason when a launcher ends before it was seen running: without it the time-out alone would be left.
-void reportEarlyEnd(std::int32_t pid, tks::platform::ChildEnd end) {
-  using How = tks::platform::ChildEnd::How;
-  switch (end.how) {
-    case How::exited:
-      TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, exit code: %d", pid,
-                            end.number);
-      return;
-    case How::killed:
-      TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, signal: %d", pid, end.number);
-      return;
-    case How::unknown:
-      TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, status unknown", pid);
-  }
-}
-
 /// How far the launch has come, for the end of the child, which may be told at any time.
 struct ChildWatch {
   std::atomic<std::int32_t> pid = 0;
   std::atomic<bool> wasSeen = false;
+
+  // Main thread only: the end, until somebody has been told.
+  std::optional<tks::platform::ChildEnd> end;
+  std::function<void(tks::platform::ChildEnd)> ended;
+
+  /// Tells those who know the application by now.
+  void tellEnd() {
+    if (end && ended) std::exchange(ended, nullptr)(*end);
+  }
 };
+
+/// Names the reason when a launcher ends before it was seen running: without it the time-out alone would be left.
+void onEnd(ChildWatch& watch, tks::platform::ChildEnd end) {
+  watch.pid.wait(0);  // the end may overtake the answer of the start
+  watch.end = end;
+  if (!watch.wasSeen) {
+    TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, %@", watch.pid.load(),
+                          tks::described(end));
+  }
+  watch.tellEnd();
+}
 
 void startProcess(Launch& launch, const std::vector<std::string>& args, const tks::LaunchArguments& scanned,
                   const std::shared_ptr<ChildWatch>& watch) {
@@ -105,12 +112,7 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   request.joinStandardHandles = scanned.joinsStandardHandles();
   TKSError error;
   launch.pid = tks::platform::childProcesses().start(
-      request,
-      [watch](tks::platform::ChildEnd end) {
-        watch->pid.wait(0);  // the end may overtake the answer of the start
-        if (!watch->wasSeen) reportEarlyEnd(watch->pid, end);
-      },
-      &error);
+      request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, &error);
   watch->pid = launch.pid;
   watch->pid.notify_all();
   if (launch.pid < 1) {
@@ -131,11 +133,10 @@ void waitForApplication(Launch& launch) {
   }
 }
 
-void startAndWait(Launch& launch, const std::vector<std::string>& args) {
+void startAndWait(Launch& launch, const std::vector<std::string>& args, const std::shared_ptr<ChildWatch>& watch) {
   const tks::LaunchArguments scanned = tks::scanLaunchArguments(args);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Want Pipe communicate: %d", scanned.wantsPipe);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Want File communicate: %d", scanned.wantsFile);
-  const auto watch = std::make_shared<ChildWatch>();
   startProcess(launch, args, scanned, watch);
   if (scanned.warmUp) {
     watch->wasSeen = true;  // nobody waits to see it
@@ -154,37 +155,64 @@ void startAndWait(Launch& launch, const std::vector<std::string>& args) {
                                   masked(launch.exePath));
 }
 
-}  // namespace
-
-void TKSUtilBase::launchAppWithExePath(std::string_view exePath, const std::vector<std::string>& args,
-                                       TKSLaunchResultBlock launchResult) {
-  auto run = [exePath = std::string(exePath), args, launchResult = std::move(launchResult)] {
-    TKSError failure;
-    std::optional<TKSRunningApplication> application = launchAppWithExePath(exePath, args, &failure);
-    if (!launchResult) return;
-    std::optional<TKSError> error;
-    if (failure != TKSError()) error = std::move(failure);
-    tks::platform::mainLoop().post([launchResult, application = std::move(application), error = std::move(error)] {
-      tks::callHost("launchResult", launchResult, application, error);
-    });
-  };
-  tks::platform::backgroundWork().submit(std::move(run));
-}
-
-std::optional<TKSRunningApplication> TKSUtilBase::launchAppWithExePath(std::string_view exePath,
-                                                                       const std::vector<std::string>& args,
-                                                                       TKSError* error) {
+std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, const std::vector<std::string>& args,
+                                                   const std::shared_ptr<ChildWatch>& watch, TKSError* error) {
   Launch launch;
   launch.exePath = exePath;
   const std::string shownPath = withTildeExpanded(exePath);
   const TKSValue shownArguments = arrayOf(args);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Exe path: %@", masked(shownPath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch with args: %@", masked(shownArguments));
-  if (mayBeLaunched(launch)) startAndWait(launch, args);
+  if (mayBeLaunched(launch)) startAndWait(launch, args, watch);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch exe result %i: [pid: %d, path: %@, retryCount: %d]", launch.succeeded,
                         launch.pid, masked(launch.exePath), launch.polls);
   if (!launch.succeeded && error != nullptr) {
     *error = TKSError{std::string(TKSUtilErrorDomain), 0, std::move(launch.message)};
   }
   return launch.application;
+}
+
+}  // namespace
+
+std::string tks::described(platform::ChildEnd end) {
+  using How = platform::ChildEnd::How;
+  switch (end.how) {
+    case How::exited:
+      return formatted("exit code: %d", end.number);
+    case How::killed:
+      return formatted("signal: %d", end.number);
+    case How::unknown:
+      break;
+  }
+  return "status unknown";
+}
+
+void tks::launchExecutable(std::string_view exePath, const std::vector<std::string>& args,
+                           TKSLaunchResultBlock launchResult, std::function<void(platform::ChildEnd)> ended) {
+  auto run = [exePath = std::string(exePath), args, launchResult = std::move(launchResult), ended = std::move(ended)] {
+    const auto watch = std::make_shared<ChildWatch>();
+    TKSError failure;
+    std::optional<TKSRunningApplication> application = launchAndWait(exePath, args, watch, &failure);
+    if (!launchResult) return;
+    std::optional<TKSError> error;
+    if (failure != TKSError()) error = std::move(failure);
+    platform::mainLoop().post([=, application = std::move(application), error = std::move(error)] {
+      callHost("launchResult", launchResult, application, error);
+      if (!application) return;
+      watch->ended = ended;
+      watch->tellEnd();
+    });
+  };
+  platform::backgroundWork().submit(std::move(run));
+}
+
+void TKSUtilBase::launchAppWithExePath(std::string_view exePath, const std::vector<std::string>& args,
+                                       TKSLaunchResultBlock launchResult) {
+  tks::launchExecutable(exePath, args, std::move(launchResult), nullptr);
+}
+
+std::optional<TKSRunningApplication> TKSUtilBase::launchAppWithExePath(std::string_view exePath,
+                                                                       const std::vector<std::string>& args,
+                                                                       TKSError* error) {
+  return launchAndWait(exePath, args, std::make_shared<ChildWatch>(), error);
 }

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <string_view>
 #include <utility>
 
@@ -8,6 +9,7 @@
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "install/Pending.h"
+#include "interface/LaunchExecutable.h"
 #include "interface/TKSInterfaceState.h"
 #include "platform/platform.h"
 
@@ -22,6 +24,9 @@ namespace {
 bool talksOverFiles(std::string_view bundleIdentifier) {
   return bundleIdentifier == TKSIBundleIDHuddle || bundleIdentifier == TKSIBundleIDHuddleDebug;
 }
+
+/// What the launcher wrote before it ended is read first.
+constexpr std::chrono::milliseconds kTimeForLastWords{250};
 
 std::string option(std::string_view name) { return formatted("-%@", name); }
 
@@ -81,7 +86,8 @@ void TKSInterface::launchAndConnect(TKSFinishBlock finishBlock, TKSErrorBlock er
     return;
   }
   const std::string exePath = appManager->TKSExePath;
-  TKSUtilBase::launchAppWithExePath(
+  const std::uint64_t launch = ++state_->launches;
+  tks::launchExecutable(
       exePath, *arguments,
       [state = state_, exePath, finish = std::move(finishBlock), error = std::move(errorBlock)](
           const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& reason) {
@@ -91,7 +97,8 @@ void TKSInterface::launchAndConnect(TKSFinishBlock finishBlock, TKSErrorBlock er
         } else {
           state->facade->reportFailedLaunch(exePath, reason ? reason->localizedDescription : "(null)", error);
         }
-      });
+      },
+      [state = state_, launch](tks::platform::ChildEnd end) { state->onLauncherEnd(launch, tks::described(end)); });
 }
 
 /// Chooses the channel by the host's identifier and gets it ready: the launcher's arguments. Nothing when a host that
@@ -128,6 +135,20 @@ void TKSInterface::connect(const TKSRunningApplication& application, TKSFinishBl
   TKSILog::logWithLevel(TKSILogLevelInfo, "TKS launched, pid: %i. Start message host, and send hello message to test",
                         pid);
   greet(std::move(finishBlock), std::move(errorBlock));
+}
+
+/// Most often the conversation has noticed by itself. It cannot when the channel is a pair of files, or when a child of
+/// the launcher keeps the pipe open.
+void TKSInterface::State::onLauncherEnd(std::uint64_t launch, const std::string& end) {
+  if (launch != launches) return;
+  const std::weak_ptr<State> self = weak_from_this();
+  endTimer = tks::platform::mainLoop().after(kTimeForLastWords, [self, launch, end] {
+    const std::shared_ptr<State> state = self.lock();
+    if (!state || state->facade == nullptr || state->launches != launch) return;
+    TKSMessageHost& host = *state->facade->messageHandler->messageHost;
+    if (!host.isOpened) return;
+    host.handleFatalError(formatted("Launcher process ended while message host is still open. (%@)", end));
+  });
 }
 
 /// The check for a broken launcher, and its removal, are made for hosts that listen to errors only: kept.

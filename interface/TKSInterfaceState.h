@@ -1,16 +1,21 @@
 #pragma once
 
+#include <cstdint>
+#include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 
 #include <tksinterface/TKSIAppManager.h>
 #include <tksinterface/TKSIMessageHandler.h>
 #include <tksinterface/TKSInterface.h>
 
 #include "interface/WaitingCalls.h"
+#include "platform/main_loop.h"
 
 /// What the facade keeps beside its public properties. Work that runs later or elsewhere holds it instead of the
 /// facade, and finds the facade through it for as long as there is one.
-struct TKSInterface::State {
+struct TKSInterface::State : std::enable_shared_from_this<TKSInterface::State> {
   /// Held while `facade` is used off the main thread, and while it is cleared.
   std::mutex mutex;
   /// Null once the facade is destroyed.
@@ -20,6 +25,11 @@ struct TKSInterface::State {
   tks::interface::WaitingCalls disconnects;
   /// A greeting was sent after the request to disconnect: the launcher will not answer it, and it is made again.
   bool greetAgain = false;
+
+  /// Launchers started so far: the last one is the one that the conversation is with.
+  std::uint64_t launches = 0;
+  std::unique_ptr<tks::platform::MainLoop::Timer> endTimer;
+  void onLauncherEnd(std::uint64_t launch, const std::string& end);
 
   /// Off the main thread:
   std::int32_t connectedPid();
