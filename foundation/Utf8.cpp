@@ -35,6 +35,24 @@ std::optional<char32_t> takeCharacter(std::string_view& text) noexcept {
   return character;
 }
 
+void append(std::string& text, char32_t character) {
+  const auto put = [&](char32_t byte) { text += static_cast<char>(byte); };
+  const auto putRest = [&](unsigned shift) { put(0x80 | (character >> shift & 0x3F)); };
+  if (character < 0x80) return put(character);
+  if (character < 0x800) {
+    put(0xC0 | character >> 6);
+    return putRest(0);
+  }
+  if (character < 0x10000) {
+    put(0xE0 | character >> 12);
+  } else {
+    put(0xF0 | character >> 18);
+    putRest(12);
+  }
+  putRest(6);
+  putRest(0);
+}
+
 bool isValid(std::string_view text) noexcept {
   while (!text.empty()) {
     std::uint64_t eight;

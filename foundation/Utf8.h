@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace tks::utf8 {
@@ -9,6 +10,9 @@ namespace tks::utf8 {
 /// Takes the first character off a text that is not empty. Nothing, and one byte taken, when it does not begin with a
 /// character: broken sequences, overlong forms and surrogates are none.
 std::optional<char32_t> takeCharacter(std::string_view& text) noexcept;
+
+/// Appends a character, which must be one: neither a surrogate nor beyond U+10FFFF.
+void append(std::string& text, char32_t character);
 
 /// Whether a text consists of whole characters.
 bool isValid(std::string_view text) noexcept;

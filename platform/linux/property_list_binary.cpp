@@ -1,19 +1,18 @@
 #include "platform/linux/property_list_binary.h"
 
-#include <simdjson.h>
-
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cmath>
 #include <cstddef>
 #include <cstring>
-#include <limits>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "foundation/Utf8.h"
+#include "foundation/ValueBuilder.h"
+#include "foundation/ValueNodes.h"
 #include "platform/linux/property_list_xml.h"
 
 namespace tks::gnulinux::property_list {
@@ -21,12 +20,14 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 using Kind = TKSValue::Kind;
+using value::Access;
 
 constexpr std::string_view kMagic = "bplist00";
 constexpr std::size_t kTrailerSize = 32;
 constexpr double kSecondsTo2001 = 978307200;
-/// What a list may come to when every reference in it is followed: one unit for a value and one for each byte of it.
-constexpr std::uint64_t kLargestExpansion = 4 * kLargestSize;
+/// Bytes that a list may come to in memory when every reference in it is followed. A list without an object that is
+/// referred to twice stays below this whatever it holds.
+constexpr std::size_t kLargestExpansion = 16 * kLargestSize;
 
 /// The high half of the first byte of an object.
 enum Marker : std::uint8_t {
@@ -53,31 +54,40 @@ std::uint64_t bigEndian(Bytes bytes) {
 
 // Reading.
 
-/// Turns the objects of a list into a value. Without recursion: what is open stands in `open_`, and what it holds so
-/// far on top of `values_`. Every object is read once; all references to it share the value.
+/// Appends the text of UTF-16 units. Half a surrogate pair becomes the replacement character.
+void appendUtf16(std::string& text, Bytes bytes) {
+  constexpr char32_t kReplacement = 0xFFFD;
+  const auto unitAt = [&](std::size_t at) { return static_cast<char32_t>(bytes[at] << 8 | bytes[at + 1]); };
+  for (std::size_t i = 0; i < bytes.size(); i += 2) {
+    char32_t character = unitAt(i);
+    if (character >= 0xD800 && character < 0xE000) {
+      const char32_t second = character < 0xDC00 && i + 2 < bytes.size() ? unitAt(i + 2) : 0;
+      if (second >= 0xDC00 && second < 0xE000) {
+        character = 0x10000 + ((character - 0xD800) << 10) + (second - 0xDC00);
+        i += 2;
+      } else {
+        character = kReplacement;
+      }
+    }
+    utf8::append(text, character);
+  }
+}
+
+/// Turns the objects of a list into a value, without recursion: what is open stands in `open_`. An object is read anew
+/// for each reference to it; that an object holds itself shows as nesting without end.
 class BinaryReader {
  public:
-  BinaryReader(Bytes content, std::string& problem) : content_(content), problem_(problem) {}
+  BinaryReader(Bytes content, std::string& problem)
+      : content_(content), problem_(problem), builder_(2 * content.size()) {}
 
   TKSValue read();
 
  private:
-  enum class State : std::uint8_t { unread, open, read };
-
-  struct Object {
-    TKSValue value;
-    std::uint64_t expansion = 0;
-    State state = State::unread;
-  };
-
-  /// An array or dictionary that is being read. Items are counted as references: a key and its value are two.
+  /// An array or dictionary that is being read. A key and its value are two items.
   struct Open {
-    std::size_t object;
     std::size_t references;
     std::size_t items;
-    std::size_t done;
-    std::size_t firstValue;
-    std::uint64_t expansion;
+    std::size_t taken;
     bool isDictionary;
   };
 
@@ -87,30 +97,31 @@ class BinaryReader {
   }
 
   bool readTrailer();
-  bool take(std::uint64_t number);
-  bool begin(std::size_t number);
-  bool next();
-  bool finish();
-  bool readObject(std::size_t number);
+  bool advance();
+  std::uint64_t referenceAt(const Open& container, std::size_t item) const;
+  bool readObject(std::uint64_t number, bool asKey);
+  bool simple(std::uint8_t low);
+  bool integer(std::size_t position, std::uint8_t low);
+  bool real(std::size_t position, std::uint8_t low, double& value);
+  bool identifier(std::size_t position, std::uint8_t low);
+  bool sized(std::uint8_t marker, std::size_t position, std::uint8_t low);
+  bool text(Bytes bytes);
+  bool open(std::size_t position, std::size_t count, bool isDictionary);
   std::optional<std::size_t> takeSize(std::size_t& position, std::uint8_t low);
   bool takeBytes(std::size_t position, std::size_t count, std::size_t unit, Bytes& bytes);
-  bool open(std::size_t number, std::size_t position, std::size_t count, bool isDictionary);
-  bool integer(std::size_t position, std::uint8_t low, TKSValue& value);
-  bool real(std::size_t position, std::uint8_t low, double& value);
-  bool text(std::uint8_t marker, Bytes bytes, TKSValue& value);
-  std::uint64_t referenceAt(const Open& container, std::size_t item) const;
+  bool spend(std::size_t bytes);
 
   const Bytes content_;
   std::string& problem_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
   std::size_t offsets_ = 0;
+  std::size_t objects_ = 0;
   std::size_t top_ = 0;
-  /// Bytes that objects may still take up. Objects of a sound list do not overlap, so together they fit the file.
-  std::size_t budget_ = 0;
-  std::vector<Object> objects_;
+  std::size_t budget_ = kLargestExpansion;
   std::vector<Open> open_;
-  std::vector<TKSValue> values_;
+  value::Builder builder_;
+  std::string buffer_;
 };
 
 bool BinaryReader::readTrailer() {
@@ -126,54 +137,33 @@ bool BinaryReader::readTrailer() {
     return fail("its trailer names impossible sizes");
   }
   if (offsets < kMagic.size() || offsets > trailerStart || count > (trailerStart - offsets) / offsetSize_ ||
-      count > offsets - kMagic.size() || top >= count) {
+      top >= count) {
     return fail("its trailer points beyond the list");
   }
   offsets_ = static_cast<std::size_t>(offsets);
+  objects_ = static_cast<std::size_t>(count);
   top_ = static_cast<std::size_t>(top);
-  budget_ = offsets_ - kMagic.size();
-  objects_.resize(static_cast<std::size_t>(count));
   return true;
 }
 
 TKSValue BinaryReader::read() {
-  if (!readTrailer() || !take(top_)) return {};
+  if (!readTrailer() || !readObject(top_, false)) return {};
   while (!open_.empty()) {
-    if (!next()) return {};
+    if (!advance()) return {};
   }
-  return std::move(values_.front());
+  return builder_.take();
 }
 
-/// Puts the value of an object on top of `values_`, or opens the array or dictionary that it is.
-bool BinaryReader::take(std::uint64_t number) {
-  if (number >= objects_.size()) return fail("a reference points beyond the list");
-  const auto index = static_cast<std::size_t>(number);
-  switch (objects_[index].state) {
-    case State::open:
-      return fail("an object holds itself");
-    case State::unread:
-      if (!readObject(index)) return false;
-      if (objects_[index].state == State::open) return true;
-      break;
-    case State::read:
-      break;
+/// Reads the next item of the innermost open array or dictionary, or closes it.
+bool BinaryReader::advance() {
+  Open& innermost = open_.back();
+  if (innermost.taken < innermost.items) {
+    const bool asKey = innermost.isDictionary && innermost.taken % 2 == 0;
+    return readObject(referenceAt(innermost, innermost.taken++), asKey);
   }
-  const Object& object = objects_[index];
-  if (!open_.empty()) {
-    Open& container = open_.back();
-    if (container.isDictionary && container.done % 2 == 1 && !object.value.isText()) return fail("a key is no text");
-    container.expansion += object.expansion;
-    if (container.expansion > kLargestExpansion) return fail("its references stand for too much");
-  }
-  values_.push_back(object.value);
+  innermost.isDictionary ? builder_.endDictionary() : builder_.endArray();
+  open_.pop_back();
   return true;
-}
-
-/// Reads the next item of the innermost open object, or closes it.
-bool BinaryReader::next() {
-  Open& container = open_.back();
-  if (container.done == container.items) return finish();
-  return take(referenceAt(container, container.done++));
 }
 
 /// Keys and values are taken in turn, although all keys stand before all values.
@@ -182,46 +172,17 @@ std::uint64_t BinaryReader::referenceAt(const Open& container, std::size_t item)
   return bigEndian(content_.subspan(container.references + at * referenceSize_, referenceSize_));
 }
 
-bool BinaryReader::finish() {
-  const Open closed = open_.back();
-  open_.pop_back();
-  const auto first = values_.begin() + static_cast<std::ptrdiff_t>(closed.firstValue);
-  TKSValue value;
-  if (closed.isDictionary) {
-    std::vector<std::pair<std::string, TKSValue>> entries;
-    entries.reserve(closed.items / 2);
-    for (auto key = first; key != values_.end(); key += 2) {
-      entries.emplace_back(std::string(key->text()), std::move(key[1]));
-    }
-    value = TKSDictionary(std::move(entries));
-  } else {
-    value = TKSArray(std::vector<TKSValue>(std::make_move_iterator(first), std::make_move_iterator(values_.end())));
-  }
-  values_.erase(first, values_.end());
-  Object& object = objects_[closed.object];
-  object.value = std::move(value);
-  object.expansion = closed.expansion;
-  object.state = State::read;
-  return take(closed.object);
-}
-
-bool BinaryReader::open(std::size_t number, std::size_t position, std::size_t count, bool isDictionary) {
-  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
-  Bytes references;
-  if (!takeBytes(position, count, (isDictionary ? 2 : 1) * referenceSize_, references)) return false;
-  open_.push_back({number, position, isDictionary ? 2 * count : count, 0, values_.size(), 1, isDictionary});
-  objects_[number].state = State::open;
+bool BinaryReader::spend(std::size_t bytes) {
+  if (bytes > budget_) return fail("its references stand for too much");
+  budget_ -= bytes;
   return true;
 }
 
-/// The bytes of `count` units behind the head of an object, which must lie before the offsets.
+/// The bytes of `count` units, which must lie before the offsets.
 bool BinaryReader::takeBytes(std::size_t position, std::size_t count, std::size_t unit, Bytes& bytes) {
   if (position > offsets_ || count > (offsets_ - position) / unit) return fail("an object reaches beyond its place");
-  const std::size_t size = count * unit;
-  if (size >= budget_) return fail("objects overlap");
-  budget_ -= size + 1;
-  bytes = content_.subspan(position, size);
-  return true;
+  bytes = content_.subspan(position, count * unit);
+  return spend(bytes.size());
 }
 
 /// The size of an object whose first byte ended in `low`; moves `position` behind it.
@@ -237,90 +198,123 @@ std::optional<std::size_t> BinaryReader::takeSize(std::size_t& position, std::ui
   return static_cast<std::size_t>(size);
 }
 
-bool BinaryReader::readObject(std::size_t number) {
-  const std::uint64_t offset = bigEndian(content_.subspan(offsets_ + number * offsetSize_, offsetSize_));
+bool BinaryReader::readObject(std::uint64_t number, bool asKey) {
+  if (number >= objects_) return fail("a reference points beyond the list");
+  const std::size_t entry = offsets_ + static_cast<std::size_t>(number) * offsetSize_;
+  const std::uint64_t offset = bigEndian(content_.subspan(entry, offsetSize_));
   if (offset < kMagic.size() || offset >= offsets_) return fail("an object lies beyond the list");
-  auto position = static_cast<std::size_t>(offset);
+  const auto position = static_cast<std::size_t>(offset);
   const std::uint8_t marker = content_[position] >> 4;
   const std::uint8_t low = content_[position] & 0xF;
-  ++position;
-  Object& object = objects_[number];
-  std::uint64_t size = 0;
-  double seconds = 0;
+  if (asKey && marker != kAscii && marker != kUtf16) return fail("a key is no text");
+  if (!spend(sizeof(TKSValue))) return false;
+  double number64 = 0;
   switch (marker) {
     case kSimple:
-      if (low == 0x0) {
-        object.value = TKSNull();
-      } else if (low == 0x8 || low == 0x9) {
-        object.value = low == 0x9;
-      } else {
-        return fail("an object is of an unknown kind");
-      }
-      break;
+      return simple(low);
     case kInteger:
-      if (!integer(position, low, object.value)) return false;
-      break;
+      return integer(position + 1, low);
     case kReal:
-      if (!real(position, low, seconds)) return false;
-      object.value = seconds;
-      break;
+      if (!real(position + 1, low, number64)) return false;
+      builder_.real(number64);
+      return true;
     case kDate:
-      if (low != 3 || !real(position, low, seconds)) return fail("a date is none");
-      object.value = TKSDate{seconds + kSecondsTo2001};
-      break;
-    case kIdentifier: {
-      Bytes bytes;
-      if (!takeBytes(position, low + 1u, 1, bytes) || bytes.size() > 8) return fail("an identifier is too long");
-      object.value = TKSDictionary{{"CF$UID", static_cast<std::int64_t>(bigEndian(bytes))}};
-      break;
-    }
-    case kData:
-    case kAscii:
-    case kUtf16: {
-      const std::optional<std::size_t> count = takeSize(position, low);
-      Bytes bytes;
-      if (!count) return fail("an object has no size");
-      if (!takeBytes(position, *count, marker == kUtf16 ? 2 : 1, bytes)) return false;
-      if (marker == kData) {
-        object.value = TKSData(bytes.begin(), bytes.end());
-      } else if (!text(marker, bytes, object.value)) {
-        return false;
-      }
-      size = bytes.size();
-      break;
-    }
-    case kArray:
-    case kOrderedSet:
-    case kSet:
-    case kDictionary: {
-      const std::optional<std::size_t> count = takeSize(position, low);
-      if (!count) return fail("an object has no size");
-      return open(number, position, *count, marker == kDictionary);
-    }
+      if (low != 3 || !real(position + 1, low, number64)) return fail("a date is none");
+      builder_.date(TKSDate{number64 + kSecondsTo2001});
+      return true;
+    case kIdentifier:
+      return identifier(position + 1, low);
+    default:
+      return sized(marker, position + 1, low);
+  }
+}
+
+bool BinaryReader::simple(std::uint8_t low) {
+  switch (low) {
+    case 0x0:
+      builder_.null();
+      return true;
+    case 0x8:
+    case 0x9:
+      builder_.boolean(low == 0x9);
+      return true;
     default:
       return fail("an object is of an unknown kind");
   }
-  object.expansion = 1 + size;
-  object.state = State::read;
+}
+
+bool BinaryReader::identifier(std::size_t position, std::uint8_t low) {
+  Bytes bytes;
+  if (!takeBytes(position, low + 1u, 1, bytes) || bytes.size() > 8) return fail("an identifier is too long");
+  builder_.beginDictionary(1);
+  builder_.key("CF$UID");
+  builder_.integer(static_cast<std::int64_t>(bigEndian(bytes)));
+  builder_.endDictionary();
+  return true;
+}
+
+bool BinaryReader::sized(std::uint8_t marker, std::size_t position, std::uint8_t low) {
+  const std::optional<std::size_t> count = takeSize(position, low);
+  if (!count) return fail("an object has no size");
+  Bytes bytes;
+  switch (marker) {
+    case kData:
+      if (!takeBytes(position, *count, 1, bytes)) return false;
+      builder_.data(bytes);
+      return true;
+    case kAscii:
+      return takeBytes(position, *count, 1, bytes) && text(bytes);
+    case kUtf16:
+      if (!takeBytes(position, *count, 2, bytes)) return false;
+      buffer_.clear();
+      appendUtf16(buffer_, bytes);
+      builder_.text(buffer_);
+      return true;
+    case kArray:
+    case kOrderedSet:
+    case kSet:
+    case kDictionary:
+      return open(position, *count, marker == kDictionary);
+    default:
+      return fail("an object is of an unknown kind");
+  }
+}
+
+/// Some writers put UTF-8 where ASCII is meant.
+bool BinaryReader::text(Bytes bytes) {
+  const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  if (!utf8::isValid(characters)) return fail("a text is broken");
+  builder_.text(characters);
+  return true;
+}
+
+bool BinaryReader::open(std::size_t position, std::size_t count, bool isDictionary) {
+  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  const std::size_t items = isDictionary ? 2 * count : count;
+  Bytes references;
+  // The room for the values is spent before it is taken.
+  if (!takeBytes(position, items, referenceSize_, references) || !spend(items * sizeof(TKSValue))) return false;
+  isDictionary ? builder_.beginDictionary(count) : builder_.beginArray(count);
+  open_.push_back({position, items, 0, isDictionary});
   return true;
 }
 
 /// Integers of up to four bytes have no sign. What 64 bits with a sign cannot hold becomes a real.
-bool BinaryReader::integer(std::size_t position, std::uint8_t low, TKSValue& value) {
+bool BinaryReader::integer(std::size_t position, std::uint8_t low) {
   Bytes bytes;
   if (low > 4) return fail("an integer is too wide");
   if (!takeBytes(position, std::size_t{1} << low, 1, bytes)) return false;
   if (low < 4) {
-    value = static_cast<std::int64_t>(bigEndian(bytes));
+    builder_.integer(static_cast<std::int64_t>(bigEndian(bytes)));
     return true;
   }
   const auto high = static_cast<std::int64_t>(bigEndian(bytes.first(8)));
   const std::uint64_t lowHalf = bigEndian(bytes.last(8));
-  const auto signedLow = static_cast<std::int64_t>(lowHalf);
-  if (high == (signedLow < 0 ? -1 : 0)) {
-    value = signedLow;
+  const auto fitting = static_cast<std::int64_t>(lowHalf);
+  if (high == (fitting < 0 ? -1 : 0)) {
+    builder_.integer(fitting);
   } else {
-    value = std::ldexp(static_cast<double>(high), 64) + static_cast<double>(lowHalf);
+    builder_.real(std::ldexp(static_cast<double>(high), 64) + static_cast<double>(lowHalf));
   }
   return true;
 }
@@ -331,57 +325,6 @@ bool BinaryReader::real(std::size_t position, std::uint8_t low, double& value) {
   if (!takeBytes(position, std::size_t{1} << low, 1, bytes)) return false;
   const std::uint64_t bits = bigEndian(bytes);
   value = low == 3 ? std::bit_cast<double>(bits) : std::bit_cast<float>(static_cast<std::uint32_t>(bits));
-  return true;
-}
-
-void appendUtf8(std::string& text, std::uint32_t code) {
-  const auto put = [&](std::uint32_t byte) { text += static_cast<char>(byte); };
-  if (code < 0x80) return put(code);
-  if (code < 0x800) {
-    put(0xC0 | code >> 6);
-  } else {
-    if (code < 0x10000) {
-      put(0xE0 | code >> 12);
-    } else {
-      put(0xF0 | code >> 18);
-      put(0x80 | (code >> 12 & 0x3F));
-    }
-    put(0x80 | (code >> 6 & 0x3F));
-  }
-  put(0x80 | (code & 0x3F));
-}
-
-/// Half a surrogate pair becomes the replacement character.
-std::string utf8OfUtf16(Bytes bytes) {
-  constexpr std::uint32_t kReplacement = 0xFFFD;
-  const auto unitAt = [&](std::size_t at) { return static_cast<std::uint32_t>(bytes[at] << 8 | bytes[at + 1]); };
-  std::string text;
-  text.reserve(bytes.size());
-  for (std::size_t i = 0; i < bytes.size(); i += 2) {
-    std::uint32_t code = unitAt(i);
-    if (code >= 0xD800 && code < 0xE000) {
-      const std::uint32_t second = code < 0xDC00 && i + 2 < bytes.size() ? unitAt(i + 2) : 0;
-      if (second >= 0xDC00 && second < 0xE000) {
-        code = 0x10000 + ((code - 0xD800) << 10) + (second - 0xDC00);
-        i += 2;
-      } else {
-        code = kReplacement;
-      }
-    }
-    appendUtf8(text, code);
-  }
-  return text;
-}
-
-bool BinaryReader::text(std::uint8_t marker, Bytes bytes, TKSValue& value) {
-  if (marker == kUtf16) {
-    value = utf8OfUtf16(bytes);
-    return true;
-  }
-  const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  // Some writers put UTF-8 here.
-  if (!simdjson::validate_utf8(characters.data(), characters.size())) return fail("a text is broken");
-  value = characters;
   return true;
 }
 
@@ -400,12 +343,11 @@ class BinaryWriter {
   std::optional<TKSData> write(const TKSValue& value);
 
  private:
-  /// A value, or the key of a dictionary. The values belong to the one being written, which stays unchanged.
+  /// A value, or the key of a dictionary. It belongs to the value that is being written.
   struct Object {
     const TKSValue* value;
-    std::string_view key;
     std::size_t firstReference;
-    std::uint32_t depth;
+    std::size_t depth;
   };
 
   bool fail(std::string_view what) {
@@ -413,18 +355,16 @@ class BinaryWriter {
     return false;
   }
   bool number(const TKSValue& root);
-  bool add(const TKSValue& value, std::uint32_t depth);
-  bool addKey(std::string_view key, std::uint32_t depth);
-  bool addText(std::string_view text, Object object);
-  bool addReferences(std::size_t object);
-  bool addObject(Object object);
+  bool add(const TKSValue& value, std::size_t depth);
+  bool addItems(std::size_t index);
   bool writeObject(const Object& object);
   void put(std::uint64_t number, std::size_t width);
+  void putBytes(std::string_view bytes) { out_.insert(out_.end(), bytes.begin(), bytes.end()); }
   void putHead(Marker marker, std::size_t size);
   void putInteger(std::int64_t number);
   void putReal(Marker marker, double number);
   bool putText(std::string_view text);
-  void putReferences(Marker marker, const Object& object, std::size_t size, std::size_t references);
+  void putItems(Marker marker, const Object& object);
 
   std::string& problem_;
   std::vector<Object> objects_;
@@ -434,48 +374,29 @@ class BinaryWriter {
   TKSData out_;
 };
 
-bool BinaryWriter::addObject(Object object) {
-  references_.push_back(static_cast<std::uint32_t>(objects_.size()));
-  objects_.push_back(object);
-  // Each object takes at least a byte and a reference, so this bounds the memory too.
-  return objects_.size() <= kLargestSize / 2 || fail("it is too large");
-}
-
-bool BinaryWriter::addText(std::string_view text, Object object) {
-  const auto [known, isNew] = texts_.try_emplace(text, static_cast<std::uint32_t>(objects_.size()));
-  if (isNew) return addObject(object);
-  references_.push_back(known->second);
-  return references_.size() <= kLargestSize || fail("it is too large");
-}
-
-bool BinaryWriter::add(const TKSValue& value, std::uint32_t depth) {
+/// Numbers a value, unless it is a text that has a number, and refers to it.
+bool BinaryWriter::add(const TKSValue& value, std::size_t depth) {
   if (value.isNothing() || value.isNull()) return fail("property lists have no null");
-  const Object object{&value, {}, 0, depth};
-  return value.isText() ? addText(value.text(), object) : addObject(object);
+  auto number = static_cast<std::uint32_t>(objects_.size());
+  if (value.isText()) number = texts_.try_emplace(value.text(), number).first->second;
+  references_.push_back(number);
+  if (number == objects_.size()) objects_.push_back({&value, 0, depth});
+  // Every object and every reference takes a byte at least, so this bounds the memory too.
+  return objects_.size() + references_.size() <= kLargestSize || fail("it is too large");
 }
 
-bool BinaryWriter::addKey(std::string_view key, std::uint32_t depth) { return addText(key, {nullptr, key, 0, depth}); }
-
-/// Numbers what an array or dictionary holds.
-bool BinaryWriter::addReferences(std::size_t index) {
-  Object& object = objects_[index];
-  if (object.value == nullptr || (!object.value->isArray() && !object.value->isDictionary())) return true;
+/// Numbers what an array or dictionary holds: all elements, or all keys and then all values.
+bool BinaryWriter::addItems(std::size_t index) {
+  const Object object = objects_[index];
+  if (!object.value->isArray() && !object.value->isDictionary()) return true;
   if (object.depth > kDeepestNesting) return fail("it is nested too deeply");
-  object.firstReference = references_.size();
-  const std::uint32_t depth = object.depth + 1;
-  const TKSValue& value = *object.value;
-  if (value.isArray()) {
-    for (const TKSValue& element : value.array()) {
-      if (!add(element, depth)) return false;
+  objects_[index].firstReference = references_.size();
+  const std::span<const TKSValue> items = Access::values(*object.value);
+  const std::size_t step = object.value->isDictionary() ? 2 : 1;
+  for (std::size_t first = 0; first < step; ++first) {
+    for (std::size_t i = first; i < items.size(); i += step) {
+      if (!add(items[i], object.depth + 1)) return false;
     }
-    return true;
-  }
-  const TKSDictionary dictionary = value.dictionary();
-  for (const auto& [key, unused] : dictionary) {
-    if (!addKey(key, depth)) return false;
-  }
-  for (const auto& [unused, element] : dictionary) {
-    if (!add(element, depth)) return false;
   }
   return true;
 }
@@ -483,7 +404,7 @@ bool BinaryWriter::addReferences(std::size_t index) {
 bool BinaryWriter::number(const TKSValue& root) {
   if (!add(root, 1)) return false;
   for (std::size_t i = 0; i < objects_.size(); ++i) {
-    if (!addReferences(i)) return false;
+    if (!addItems(i)) return false;
   }
   referenceWidth_ = widthOf(objects_.size() - 1);
   return true;
@@ -509,45 +430,43 @@ void BinaryWriter::putHead(Marker marker, std::size_t size) {
   if (size >= 0xF) putInteger(static_cast<std::int64_t>(size));
 }
 
-/// The UTF-16 units of a text that is UTF-8.
-std::vector<std::uint16_t> utf16OfUtf8(std::string_view text) {
+/// The UTF-16 units of a text; nothing when it is not UTF-8.
+std::optional<std::vector<std::uint16_t>> utf16Of(std::string_view text) {
   std::vector<std::uint16_t> units;
   units.reserve(text.size());
-  for (std::size_t i = 0; i < text.size();) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t size = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    std::uint32_t code = size == 1 ? lead : lead & (0xFFu >> (size + 1));
-    for (std::size_t j = 1; j < size; ++j) code = code << 6 | (static_cast<unsigned char>(text[i + j]) & 0x3F);
-    i += size;
-    if (code >= 0x10000) {
-      units.push_back(static_cast<std::uint16_t>(0xD800 + ((code - 0x10000) >> 10)));
-      code = 0xDC00 + ((code - 0x10000) & 0x3FF);
+  while (!text.empty()) {
+    const std::optional<char32_t> character = utf8::takeCharacter(text);
+    if (!character) return std::nullopt;
+    if (*character < 0x10000) {
+      units.push_back(static_cast<std::uint16_t>(*character));
+    } else {
+      units.push_back(static_cast<std::uint16_t>(0xD7C0 + (*character >> 10)));
+      units.push_back(static_cast<std::uint16_t>(0xDC00 + (*character & 0x3FF)));
     }
-    units.push_back(static_cast<std::uint16_t>(code));
   }
   return units;
 }
 
 bool BinaryWriter::putText(std::string_view text) {
-  if (!simdjson::validate_utf8(text.data(), text.size())) return fail("a text is not UTF-8");
   if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
     putHead(kAscii, text.size());
-    out_.insert(out_.end(), text.begin(), text.end());
+    putBytes(text);
     return true;
   }
-  const std::vector<std::uint16_t> units = utf16OfUtf8(text);
-  putHead(kUtf16, units.size());
-  for (const std::uint16_t unit : units) put(unit, 2);
+  const std::optional<std::vector<std::uint16_t>> units = utf16Of(text);
+  if (!units) return fail("a text is not UTF-8");
+  putHead(kUtf16, units->size());
+  for (const std::uint16_t unit : *units) put(unit, 2);
   return true;
 }
 
-void BinaryWriter::putReferences(Marker marker, const Object& object, std::size_t size, std::size_t references) {
-  putHead(marker, size);
-  for (std::size_t i = 0; i < references; ++i) put(references_[object.firstReference + i], referenceWidth_);
+void BinaryWriter::putItems(Marker marker, const Object& object) {
+  const std::size_t items = Access::values(*object.value).size();
+  putHead(marker, marker == kDictionary ? items / 2 : items);
+  for (std::size_t i = 0; i < items; ++i) put(references_[object.firstReference + i], referenceWidth_);
 }
 
 bool BinaryWriter::writeObject(const Object& object) {
-  if (object.value == nullptr) return putText(object.key);
   const TKSValue& value = *object.value;
   switch (value.kind()) {
     case Kind::boolean:
@@ -564,22 +483,16 @@ bool BinaryWriter::writeObject(const Object& object) {
       return true;
     case Kind::text:
       return putText(value.text());
-    case Kind::data: {
-      const TKSData data = value.data();
-      putHead(kData, data.size());
-      out_.insert(out_.end(), data.begin(), data.end());
+    case Kind::data:
+      putHead(kData, Access::bytes(value).size());
+      putBytes(Access::bytes(value));
       return true;
-    }
-    case Kind::array: {
-      const std::size_t size = value.array().size();
-      putReferences(kArray, object, size, size);
+    case Kind::array:
+      putItems(kArray, object);
       return true;
-    }
-    case Kind::dictionary: {
-      const std::size_t size = value.dictionary().size();
-      putReferences(kDictionary, object, size, 2 * size);
+    case Kind::dictionary:
+      putItems(kDictionary, object);
       return true;
-    }
     case Kind::nothing:
     case Kind::null:
       break;

@@ -16,6 +16,9 @@
 #include <vector>
 
 #include "foundation/Base64.h"
+#include "foundation/Utf8.h"
+#include "foundation/ValueBuilder.h"
+#include "foundation/ValueNodes.h"
 
 namespace tks::gnulinux::property_list {
 namespace {
@@ -37,23 +40,6 @@ bool isXmlCharacter(std::uint32_t code) {
          (code >= 0xE000 && code <= 0xFFFD) || (code >= 0x10000 && code <= 0x10FFFF);
 }
 
-void appendUtf8(std::string& text, std::uint32_t code) {
-  const auto put = [&](std::uint32_t byte) { text += static_cast<char>(byte); };
-  if (code < 0x80) return put(code);
-  if (code < 0x800) {
-    put(0xC0 | code >> 6);
-  } else {
-    if (code < 0x10000) {
-      put(0xE0 | code >> 12);
-    } else {
-      put(0xF0 | code >> 18);
-      put(0x80 | (code >> 12 & 0x3F));
-    }
-    put(0x80 | (code >> 6 & 0x3F));
-  }
-  put(0x80 | (code & 0x3F));
-}
-
 /// Appends the character that a reference ("amp", "#65", "#x41") stands for. False when it stands for none.
 bool appendReference(std::string& text, std::string_view name) {
   constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
@@ -70,7 +56,7 @@ bool appendReference(std::string& text, std::string_view name) {
   const char* const end = digits.data() + digits.size();
   const auto [stop, failure] = std::from_chars(digits.data(), end, code, hexadecimal ? 16 : 10);
   if (failure != std::errc() || stop != end || !isXmlCharacter(code)) return false;
-  appendUtf8(text, code);
+  utf8::append(text, static_cast<char32_t>(code));
   return true;
 }
 
@@ -184,8 +170,7 @@ Element elementOf(std::string_view name) {
   return Element::unknown;
 }
 
-/// Turns the tree of elements into a value. Without recursion: what is open stands in `open_`, and what it holds so far
-/// on top of `values_`, keys and values of a dictionary in turn.
+/// Turns the tree of elements into a value, without recursion: what is open stands in `open_`.
 class XmlReader {
  public:
   /// How the tree was made. Reading fast drops blanks between elements, which is wrong for the rare text that is cut
@@ -201,27 +186,28 @@ class XmlReader {
   struct Open {
     Element element;
     pugi::xml_node next;
-    std::size_t firstValue;
+    std::size_t taken;
   };
 
-  TKSValue fail(std::string_view what) {
+  bool fail(std::string_view what) {
     if (problem_.empty()) problem_ = what;
-    return {};
+    return false;
   }
 
   std::optional<pugi::xml_node> onlyElementIn(const pugi::xml_node& parent);
-  bool begin(const pugi::xml_node& node);
+  bool begin(pugi::xml_node node);
   bool finish();
   bool enter(pugi::xml_node node);
   bool isInPlace(Element element) const;
-  TKSValue scalar(Element element, const pugi::xml_node& node);
+  bool scalar(Element element, const pugi::xml_node& node);
+  bool integer(std::string_view text);
   std::optional<std::string_view> textOf(const pugi::xml_node& node);
 
   const Mode mode_;
   std::string& problem_;
   bool needsExactMode_ = false;
   std::vector<Open> open_;
-  std::vector<TKSValue> values_;
+  value::Builder builder_;
   std::string buffer_;
 };
 
@@ -264,46 +250,34 @@ TKSValue XmlReader::read(const pugi::xml_document& document) {
   while (!open_.empty()) {
     if (!(open_.back().next ? enter(open_.back().next) : finish())) return {};
   }
-  return std::move(values_.front());
+  return builder_.take();
 }
 
 /// Takes the next node of the innermost open element.
 bool XmlReader::enter(pugi::xml_node node) {
   open_.back().next = node.next_sibling();
   if (isIgnorable(node)) return true;
-  if (node.type() == pugi::node_element) return begin(node);
-  fail("there is text between values");
-  return false;
+  if (node.type() != pugi::node_element) return fail("there is text between values");
+  return begin(node);
 }
 
 /// A key where a key has to stand, and a value everywhere else.
 bool XmlReader::isInPlace(Element element) const {
-  const bool keyComesNext = !open_.empty() && open_.back().element == Element::dictionary &&
-                            (values_.size() - open_.back().firstValue) % 2 == 0;
+  const bool keyComesNext =
+      !open_.empty() && open_.back().element == Element::dictionary && open_.back().taken % 2 == 0;
   return keyComesNext == (element == Element::key);
 }
 
-bool XmlReader::begin(const pugi::xml_node& node) {
+bool XmlReader::begin(pugi::xml_node node) {
   const Element element = elementOf(node.name());
-  if (!isInPlace(element)) {
-    fail("keys and values do not alternate in a dictionary");
-    return false;
-  }
-  if (element != Element::dictionary && element != Element::array) {
-    TKSValue value = scalar(element, node);
-    if (value.isNothing()) return false;
-    values_.push_back(std::move(value));
-    return true;
-  }
-  if (open_.size() == kDeepestNesting) {
-    fail("it is nested too deeply");
-    return false;
-  }
-  if (!trimmed(node.value()).empty()) {
-    fail("there is text between values");
-    return false;
-  }
-  open_.push_back({element, node.first_child(), values_.size()});
+  if (!isInPlace(element)) return fail("keys and values do not alternate in a dictionary");
+  if (!open_.empty()) ++open_.back().taken;
+  if (element != Element::dictionary && element != Element::array) return scalar(element, node);
+  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  if (!trimmed(node.value()).empty()) return fail("there is text between values");
+  const auto children = static_cast<std::size_t>(std::distance(node.begin(), node.end()));
+  element == Element::array ? builder_.beginArray(children) : builder_.beginDictionary(children / 2);
+  open_.push_back({element, node.first_child(), 0});
   return true;
 }
 
@@ -311,24 +285,12 @@ bool XmlReader::begin(const pugi::xml_node& node) {
 bool XmlReader::finish() {
   const Open closed = open_.back();
   open_.pop_back();
-  const auto first = values_.begin() + static_cast<std::ptrdiff_t>(closed.firstValue);
-  TKSValue value;
   if (closed.element == Element::array) {
-    value = TKSArray(std::vector<TKSValue>(std::make_move_iterator(first), std::make_move_iterator(values_.end())));
-  } else {
-    if ((values_.size() - closed.firstValue) % 2 != 0) {
-      fail("a key has no value");
-      return false;
-    }
-    std::vector<std::pair<std::string, TKSValue>> entries;
-    entries.reserve((values_.size() - closed.firstValue) / 2);
-    for (auto key = first; key != values_.end(); key += 2) {
-      entries.emplace_back(std::string(key->text()), std::move(key[1]));
-    }
-    value = TKSDictionary(std::move(entries));
+    builder_.endArray();
+    return true;
   }
-  values_.erase(first, values_.end());
-  values_.push_back(std::move(value));
+  if (closed.taken % 2 != 0) return fail("a key has no value");
+  builder_.endDictionary();
   return true;
 }
 
@@ -363,31 +325,34 @@ std::optional<std::string_view> XmlReader::textOf(const pugi::xml_node& node) {
   return buffer_;
 }
 
-TKSValue XmlReader::scalar(Element element, const pugi::xml_node& node) {
+bool XmlReader::scalar(Element element, const pugi::xml_node& node) {
   const std::optional<std::string_view> text = textOf(node);
-  if (!text) return {};
+  if (!text) return false;
   switch (element) {
     case Element::key:
     case Element::text:
-      return *text;
-    case Element::integer: {
-      TKSValue value = parseInteger(trimmed(*text));
-      return value.isNothing() ? fail("an integer is none") : value;
-    }
+      builder_.text(*text);
+      return true;
+    case Element::integer:
+      return integer(trimmed(*text));
     case Element::real: {
       const std::optional<double> value = parseReal(trimmed(*text));
-      return value ? TKSValue(*value) : fail("a real is none");
+      if (value) builder_.real(*value);
+      return value || fail("a real is none");
     }
     case Element::yes:
     case Element::no:
-      return trimmed(*text).empty() ? TKSValue(element == Element::yes) : fail("a boolean holds text");
+      builder_.boolean(element == Element::yes);
+      return trimmed(*text).empty() || fail("a boolean holds text");
     case Element::date: {
       const std::optional<TKSDate> value = parseDate(trimmed(*text));
-      return value ? TKSValue(*value) : fail("a date is none");
+      if (value) builder_.date(*value);
+      return value || fail("a date is none");
     }
     case Element::data: {
-      std::optional<TKSData> value = base64::decode(*text);
-      return value ? TKSValue(std::move(*value)) : fail("data are not base64");
+      const std::optional<TKSData> value = base64::decode(*text);
+      if (value) builder_.data(*value);
+      return value || fail("data are not base64");
     }
     case Element::dictionary:
     case Element::array:
@@ -395,6 +360,14 @@ TKSValue XmlReader::scalar(Element element, const pugi::xml_node& node) {
       break;
   }
   return fail("an element is unknown");
+}
+
+/// What 64 bits with a sign cannot hold becomes a real.
+bool XmlReader::integer(std::string_view text) {
+  const TKSValue value = parseInteger(text);
+  if (value.isNothing()) return fail("an integer is none");
+  value.isReal() ? builder_.real(value.real()) : builder_.integer(value.integer());
+  return true;
 }
 
 TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, std::string& problem, bool& again) {
@@ -436,11 +409,9 @@ class XmlWriter {
 
  private:
   struct Open {
-    TKSDictionary dictionary;
-    TKSArray array;
     bool isDictionary;
-    TKSDictionary::const_iterator entry;
-    std::size_t element;
+    /// Keys and values in turn for a dictionary.
+    std::span<const TKSValue> rest;
   };
 
   bool fail(std::string_view what) {
@@ -478,18 +449,17 @@ std::optional<TKSData> XmlWriter::write(const TKSValue& value) {
 /// Writes the next value of the innermost container, or closes it.
 bool XmlWriter::advance() {
   Open& innermost = open_.back();
-  if (innermost.isDictionary && innermost.entry != innermost.dictionary.end()) {
-    const auto [key, value] = *innermost.entry++;
-    return textElement("key", key) && begin(value);
+  if (innermost.rest.empty()) {
+    const std::string_view closing = innermost.isDictionary ? "</dict>\n" : "</array>\n";
+    open_.pop_back();
+    indent();
+    out_ += closing;
+    return true;
   }
-  if (!innermost.isDictionary && innermost.element < innermost.array.size()) {
-    return begin(innermost.array[innermost.element++]);
-  }
-  const std::string_view closing = innermost.isDictionary ? "</dict>\n" : "</array>\n";
-  open_.pop_back();
-  indent();
-  out_ += closing;
-  return true;
+  const TKSValue* const next = innermost.rest.data();
+  innermost.rest = innermost.rest.subspan(innermost.isDictionary ? 2 : 1);
+  if (!innermost.isDictionary) return begin(*next);
+  return textElement("key", next->text()) && begin(next[1]);
 }
 
 bool XmlWriter::begin(const TKSValue& value) {
@@ -531,17 +501,15 @@ bool XmlWriter::begin(const TKSValue& value) {
 
 bool XmlWriter::beginContainer(const TKSValue& value) {
   if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  const std::span<const TKSValue> values = value::Access::values(value);
   const bool isDictionary = value.isDictionary();
-  TKSDictionary dictionary = value.dictionary();
-  TKSArray array = value.array();
   indent();
-  if (dictionary.empty() && array.empty()) {
+  if (values.empty()) {
     out_ += isDictionary ? "<dict/>\n" : "<array/>\n";
     return true;
   }
   out_ += isDictionary ? "<dict>\n" : "<array>\n";
-  const TKSDictionary::const_iterator first = dictionary.begin();
-  open_.push_back({std::move(dictionary), std::move(array), isDictionary, first, 0});
+  open_.push_back({isDictionary, values});
   return true;
 }
 
@@ -577,7 +545,7 @@ bool xmlHasAllOf(std::string_view text) {
 }
 
 bool XmlWriter::textElement(std::string_view name, std::string_view text) {
-  if (!simdjson::validate_utf8(text.data(), text.size())) return fail("a text is not UTF-8");
+  if (!utf8::isValid(text)) return fail("a text is not UTF-8");
   if (!xmlHasAllOf(text)) return fail("a text holds a character that XML does not have");
   indent();
   out_.append("<").append(name).append(">");
