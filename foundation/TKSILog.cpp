@@ -18,8 +18,10 @@ class InstalledBlock {
     const std::scoped_lock lock(mutex_);
     return block_;
   }
-  void set(SharedBlock block) {
+  void set(SharedBlock block, std::atomic<bool>& listening) {
     const std::scoped_lock lock(mutex_);
+    listening.store(block != nullptr, std::memory_order_relaxed);
+    // What was installed before is released with the parameter, after the lock.
     block_.swap(block);
   }
 
@@ -57,9 +59,7 @@ TKSLogBlock TKSILog::logBlock() const {
 }
 
 void TKSILog::setLogBlock(TKSLogBlock block) {
-  const bool listening = static_cast<bool>(block);
-  installedBlock().set(listening ? std::make_shared<const TKSLogBlock>(std::move(block)) : nullptr);
-  listening_.store(listening, std::memory_order_relaxed);
+  installedBlock().set(block ? std::make_shared<const TKSLogBlock>(std::move(block)) : nullptr, listening_);
 }
 
 void TKSILog::deliver(std::int32_t level, std::string_view format, std::span<const tks::format::Argument> arguments) {

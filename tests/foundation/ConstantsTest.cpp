@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-// The catalogue as hosts see it: every constant is looked up by its plain name in the shared library and compared with the
-// table in tests/data/constants.tsv.
+// The catalogue as hosts see it: every constant is looked up by its plain name in the shared library and compared with
+// the table in tests/data/constants.tsv.
 
 namespace {
 
