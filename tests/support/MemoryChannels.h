@@ -95,6 +95,7 @@ class Wire : public std::enable_shared_from_this<Wire> {
   std::function<void()> reader_;
   bool wakeUpPosted_ = false;
   std::function<void()> writable_;
+  const void* waitingSink_ = nullptr;
 };
 
 class WireSource final : public platform::ByteSource {
@@ -130,7 +131,9 @@ class WireSource final : public platform::ByteSource {
 class WireSink final : public platform::ByteSink {
  public:
   explicit WireSink(std::shared_ptr<Wire> wire) : wire_(std::move(wire)) {}
-  ~WireSink() override { wire_->writable_ = nullptr; }
+  ~WireSink() override {
+    if (wire_->waitingSink_ == this) wire_->writable_ = nullptr;
+  }
 
   platform::ChannelIdentity identity() const override { return wire_->identity; }
   platform::Transfer write(std::span<const char> bytes) override {
@@ -148,6 +151,7 @@ class WireSink final : public platform::ByteSink {
       platform::mainLoop().post(std::move(ready));
     } else {
       wire_->writable_ = std::move(ready);
+      wire_->waitingSink_ = this;
     }
   }
 
