@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <stdexcept>
+#include <utility>
 
 extern char** environ;
 
@@ -50,7 +51,7 @@ std::vector<char*> pointersTo(const Arguments& texts) {
 
 }  // namespace
 
-ChildRole::ChildRole(std::string_view name, Function play) { roles().emplace(name, play); }
+ChildRole::ChildRole(std::string_view name, Function function) { roles().emplace(name, function); }
 
 std::optional<int> ChildRole::play(int argc, char** argv) {
   if (argc < 2 || !std::string_view(argv[1]).starts_with(kSwitch)) return std::nullopt;

@@ -18,7 +18,7 @@ using Arguments = std::vector<std::string>;
 class ChildRole {
  public:
   using Function = int (*)(const Arguments& arguments);
-  ChildRole(std::string_view name, Function play);
+  ChildRole(std::string_view name, Function function);
 
   /// Plays the role that the command line asks for ("--child=NAME arguments..."); nothing when it asks for none.
   static std::optional<int> play(int argc, char** argv);
