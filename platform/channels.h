@@ -58,7 +58,7 @@ class ByteSink {
 };
 
 /// The message channels of the process. macOS: NSFileHandle on the descriptors, libdispatch read, write and vnode
-/// sources. Linux: poll through the main loop, inotify for files.
+/// sources. Linux: the main loop, inotify for files.
 class Channels {
  public:
   virtual ~Channels() = default;
@@ -66,8 +66,8 @@ class Channels {
   /// each opening. Null, and `error`, when the process has none.
   virtual std::unique_ptr<ByteSource> standardInput(TKSError* error) = 0;
   virtual std::shared_ptr<ByteSink> standardOutput(TKSError* error) = 0;
-  /// A file that another process appends to, from its beginning. A file that is cut, replaced or removed while it is
-  /// read gives an error within a second.
+  /// A file that another process appends to, from its beginning. Refuses links and files of other users. A file that is
+  /// cut, replaced or removed while it is read gives an error within a second.
   virtual std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) = 0;
   /// A file to append to; its other content stays. Refuses links and files of other users.
   virtual std::shared_ptr<ByteSink> fileSink(std::string_view path, TKSError* error) = 0;

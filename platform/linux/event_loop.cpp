@@ -15,6 +15,7 @@
 #include "foundation/Logging.h"
 #include "platform/linux/system_calls.h"
 #include "platform/posix/posix_error.h"
+#include "platform/posix/standard_handles.h"
 
 namespace tks::gnulinux {
 namespace {
@@ -102,11 +103,11 @@ bool EventLoop::hasDescriptors() {
 
 bool EventLoop::makeDescriptors() {
   posix::FileDescriptor epoll(systemCalls().epollCreate(EPOLL_CLOEXEC));
-  if (!epoll || !makeWaker()) return false;
+  if (!posix::raiseAboveStandard(epoll) || !makeWaker()) return false;
   timer_.reset(systemCalls().timerfdCreate(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
   const bool outOfDescriptors = !timer_ && (errno == EMFILE || errno == ENFILE || errno == ENOMEM);
-  if (outOfDescriptors || !join(epoll.get(), waker_.get(), kWakerNumber) ||
-      (timer_ && !join(epoll.get(), timer_.get(), kTimerNumber))) {
+  if (outOfDescriptors || (timer_ && !posix::raiseAboveStandard(timer_)) ||
+      !join(epoll.get(), waker_.get(), kWakerNumber) || (timer_ && !join(epoll.get(), timer_.get(), kTimerNumber))) {
     timer_.reset();
     waker_.reset();
     wakerWriter_.reset();
@@ -123,11 +124,14 @@ bool EventLoop::makeDescriptors() {
 
 bool EventLoop::makeWaker() {
   waker_.reset(systemCalls().eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  if (waker_) return true;
-  std::array<int, 2> ends{};
-  if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return false;
-  waker_.reset(ends[0]);
-  wakerWriter_.reset(ends[1]);
+  if (waker_) return posix::raiseAboveStandard(waker_);
+  posix::Pipe pipe = posix::makePipe();
+  if (!pipe.reader) return false;
+  // Nobody else has these descriptions, so the flag may be set after the fact.
+  ::fcntl(pipe.reader.get(), F_SETFL, O_NONBLOCK);
+  ::fcntl(pipe.writer.get(), F_SETFL, O_NONBLOCK);
+  waker_ = std::move(pipe.reader);
+  wakerWriter_ = std::move(pipe.writer);
   return true;
 }
 

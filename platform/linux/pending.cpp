@@ -7,7 +7,6 @@
 
 namespace tks::platform {
 
-template <> Channels& backend<Channels>() { std::abort(); }
 template <> Signatures& backend<Signatures>() { std::abort(); }
 template <> Text& backend<Text>() { std::abort(); }
 

@@ -6,6 +6,7 @@
 #include <sys/inotify.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace tks::gnulinux {
@@ -26,6 +27,15 @@ int renameAt2(int fromFolder, const char* from, int toFolder, const char* to, un
   return static_cast<int>(::syscall(SYS_renameat2, fromFolder, from, toFolder, to, flags));
 }
 
+#ifndef RWF_NOSIGNAL
+#define RWF_NOSIGNAL 0x00000100
+#endif
+
+ssize_t writeWithoutSignal(int descriptor, const void* bytes, std::size_t count) {
+  const iovec piece{.iov_base = const_cast<void*>(bytes), .iov_len = count};
+  return ::pwritev2(descriptor, &piece, 1, -1, RWF_NOSIGNAL);  // -1: where a write() would write
+}
+
 }  // namespace
 
 SystemCalls& systemCalls() {
@@ -37,6 +47,7 @@ SystemCalls& systemCalls() {
                            .pidfdSendSignal = pidfdSendSignal,
                            .closeRange = closeRange,
                            .threadCreate = ::pthread_create,
+                           .writeWithoutSignal = writeWithoutSignal,
                            .renameat2 = renameAt2};
   return calls;
 }

@@ -4,6 +4,8 @@
 #include <signal.h>
 #include <sys/types.h>
 
+#include <cstddef>
+
 namespace tks::gnulinux {
 
 /// The system calls that an older kernel, a filter or a limit may refuse, in one table, so that a test can refuse them
@@ -17,6 +19,8 @@ struct SystemCalls {
   int (*pidfdSendSignal)(int process, int signal, siginfo_t* facts, unsigned flags);
   int (*closeRange)(unsigned first, unsigned last, unsigned flags);
   int (*threadCreate)(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*), void* argument);
+  /// write() that raises no SIGPIPE: pwritev2 with RWF_NOSIGNAL, from Linux 6.18 on. EOPNOTSUPP before.
+  ssize_t (*writeWithoutSignal)(int descriptor, const void* bytes, std::size_t count);
   int (*renameat2)(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags);
 };
 

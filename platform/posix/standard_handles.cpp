@@ -7,15 +7,6 @@ namespace {
 
 constexpr int kFirstFree = 3;
 
-/// Moves a descriptor above the standard ones.
-bool raise(FileDescriptor& descriptor) {
-  if (descriptor.get() >= kFirstFree) return true;
-  FileDescriptor raised(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstFree));
-  if (!raised) return false;
-  descriptor = std::move(raised);
-  return true;
-}
-
 /// A private copy of a standard handle. True, and an empty copy, when the process has none.
 bool keep(int number, FileDescriptor& copy) {
   copy.reset(::fcntl(number, F_DUPFD_CLOEXEC, kFirstFree));
@@ -40,6 +31,14 @@ void putBack(const FileDescriptor& before, int number, int flags) {
 
 }  // namespace
 
+bool raiseAboveStandard(FileDescriptor& descriptor) {
+  if (descriptor.get() >= kFirstFree) return true;
+  FileDescriptor raised(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstFree));
+  if (!raised) return false;
+  descriptor = std::move(raised);
+  return true;
+}
+
 Pipe makePipe() {
   int ends[2];
 #ifdef __linux__
@@ -49,7 +48,7 @@ Pipe makePipe() {
   for (const int end : ends) ::fcntl(end, F_SETFD, FD_CLOEXEC);
 #endif
   Pipe pipe{FileDescriptor(ends[0]), FileDescriptor(ends[1])};
-  if (!raise(pipe.reader) || !raise(pipe.writer)) return {};
+  if (!raiseAboveStandard(pipe.reader) || !raiseAboveStandard(pipe.writer)) return {};
   return pipe;
 }
 

@@ -6,14 +6,17 @@
 
 namespace tks::posix {
 
+/// Gives a descriptor a number above 2, close-on-exec, also when some of 0 to 2 are closed: one there would be taken
+/// for a standard handle, and replaced like one. False, and errno, when that fails or there is no descriptor.
+bool raiseAboveStandard(FileDescriptor& descriptor);
+
 /// Both ends of a pipe, above the standard descriptors and close-on-exec.
 struct Pipe {
   FileDescriptor reader;
   FileDescriptor writer;
 };
 
-/// A new pipe, or an empty one and errno. Its ends are above 2, also when some of 0 to 2 are closed: an end there would
-/// be taken for a standard handle.
+/// A new pipe, or an empty one and errno.
 Pipe makePipe();
 
 /// This process's standard input and output, which a start can join to a child. Any thread.
