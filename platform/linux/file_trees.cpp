@@ -290,7 +290,7 @@ std::string folderOf(const std::string& path) {
 
 bool moveToOtherVolume(const std::string& from, const std::string& to, TKSError* error) {
   // What will not be removable in the end is not copied in the first place.
-  if (::access(folderOf(from).c_str(), W_OK | X_OK) != 0) return fail(error, "move", from);
+  if (::faccessat(AT_FDCWD, folderOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0) return fail(error, "move", from);
   const std::string staged = posix::hiddenSibling(to);
   if (!copyTree(from, staged, error)) return false;
   if (!syncVolumeOf(staged) || !renameToNew(staged, to)) {
