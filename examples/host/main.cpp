@@ -74,7 +74,7 @@ int main(int count, char** arguments) {
 
   TKSInterface& tks = TKSInterface::sharedInstance();
   tks.setLogBlock([verbose = options.verbose](std::int32_t, const std::string& line) { show(line, verbose); });
-  if (!options.launcher.empty()) tks.setTKSAppPath(options.launcher);
+  if (!options.launcher.empty()) tks.setTKSAppPath(std::filesystem::absolute(options.launcher).string());
   const TKSKeyPath labDevice = {std::string(TKSUserDefaultsKeyIsLabDevice)};
   if (options.labDevice) TKSUtilBase::setPreference(labDevice, true);
 
