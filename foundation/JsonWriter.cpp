@@ -23,33 +23,31 @@ namespace {
 using Kind = TKSValue::Kind;
 using value::Access;
 
-/// The text so far: its end stands in the object itself, so that a short text is copied once, to where it stays.
+/// The text so far. Its end stands on a stage of fixed size, so that a short text is copied once, to where it stays.
+/// Who writes keeps the place to write at in a variable of its own: as a member the compiler would have to take it for
+/// changed by every byte.
 class Output {
  public:
+  /// How much may be written between two calls of `room`.
   static constexpr std::size_t kMostAtOnce = 64;
 
-  explicit Output(std::string& text) : text_(text) {}
+  /// Writes behind what `text` holds.
+  explicit Output(std::string& text) noexcept : text_(text) {}
 
-  /// Where to write on: there is room for `kMostAtOnce` bytes. Hand the end of what was written to `advance`.
-  char* room() {
-    if (static_cast<std::size_t>(stage_ + sizeof stage_ - end_) < kMostAtOnce) flush();
-    return end_;
+  char* begin() noexcept { return stage_; }
+  /// Where to go on writing behind `out`.
+  char* room(char* out) {
+    if (out <= stage_ + sizeof stage_ - kMostAtOnce) [[likely]] {
+      return out;
+    }
+    flush(out);
+    return stage_;
   }
-  void advance(char* end) noexcept { end_ = end; }
-  void append(char c) {
-    *room() = c;
-    ++end_;
-  }
-
-  void flush() {
-    text_.append(stage_, static_cast<std::size_t>(end_ - stage_));
-    end_ = stage_;
-  }
+  void flush(char* out) { text_.append(stage_, static_cast<std::size_t>(out - stage_)); }
 
  private:
   std::string& text_;
   char stage_[8192];
-  char* end_ = stage_;
 };
 
 /// For every byte what stands for it in a text: itself (0), a letter behind a backslash, or 'u' for four hex digits.
@@ -100,26 +98,51 @@ std::size_t plainBytes(Sixteen bytes) noexcept {
   return low != 0 ? firstOf(low) : 8 + firstOf(high);
 }
 
+/// What keeps a value from being written.
+enum class Problem { none, topLevel, nothing, data, date, notANumber, infinite, notUtf8 };
+
+const char* describe(Problem problem) noexcept {
+  switch (problem) {
+    case Problem::none:
+      return "";
+    case Problem::topLevel:
+      return "Invalid top-level type in JSON write";
+    case Problem::nothing:
+      return "Invalid type in JSON write ((null))";
+    case Problem::data:
+      return "Invalid type in JSON write (data)";
+    case Problem::date:
+      return "Invalid type in JSON write (date)";
+    case Problem::notANumber:
+      return "Invalid number value (NaN) in JSON write";
+    case Problem::infinite:
+      return "Invalid number value (infinite) in JSON write";
+    case Problem::notUtf8:
+      return "Invalid text in JSON write (not UTF-8)";
+  }
+  return "";
+}
+
 class Writer {
  public:
-  /// Writes behind what `out` holds.
-  explicit Writer(std::string& out) : output_(out) {}
+  /// Writes behind what `text` holds.
+  explicit Writer(std::string& text) noexcept : output_(text) {}
 
-  /// Answers what kept the value from being written, or a null pointer.
-  const char* write(const TKSValue& outermost) {
-    if (!isList(outermost)) return "Invalid top-level type in JSON write";
-    open(outermost);
-    while (!levels_.empty()) {
+  Problem write(const TKSValue& outermost) {
+    if (!isList(outermost)) return Problem::topLevel;
+    char* out = open(output_.begin(), outermost);
+    while (problem_ == Problem::none && !levels_.empty()) {
       Level& level = levels_.top();
+      out = output_.room(out);
       if (level.next == level.end) {
-        output_.append(level.kind == Kind::array ? ']' : '}');
+        *out++ = level.kind == Kind::array ? ']' : '}';
         levels_.pop();
-        continue;
+      } else {
+        out = writeNext(out, level);
       }
-      if (const char* const problem = writeNext(level)) return problem;
     }
-    output_.flush();
-    return nullptr;
+    if (problem_ == Problem::none) output_.flush(out);
+    return problem_;
   }
 
  private:
@@ -132,52 +155,52 @@ class Writer {
 
   static bool isList(const TKSValue& value) noexcept { return value.isArray() || value.isDictionary(); }
 
-  void open(const TKSValue& list) {
-    output_.append(list.isArray() ? '[' : '{');
+  char* open(char* out, const TKSValue& list) {
+    *out++ = list.isArray() ? '[' : '{';
     const std::span<const TKSValue> values = Access::values(list);
     levels_.push({values.data(), values.data() + values.size(), list.kind(), true});
+    return out;
   }
 
-  const char* writeNext(Level& level) {
-    if (!level.isFirst) output_.append(',');
+  char* writeNext(char* out, Level& level) {
+    if (!level.isFirst) *out++ = ',';
     level.isFirst = false;
     if (level.kind == Kind::dictionary) {
-      if (const char* const problem = writeText(*level.next++)) return problem;
-      output_.append(':');
+      out = writeText(out, *level.next++);
+      out = output_.room(out);
+      *out++ = ':';
     }
     const TKSValue& value = *level.next++;
-    if (value.isText()) return writeText(value);
-    if (isList(value)) {
-      open(value);
-      return nullptr;
-    }
-    return writeScalar(value);
+    if (value.isText()) return writeText(out, value);
+    return isList(value) ? open(out, value) : writeScalar(out, value);
   }
 
-  const char* writeScalar(const TKSValue& value) {
-    char* const out = output_.room();
+  char* writeScalar(char* out, const TKSValue& value) noexcept {
     switch (value.kind()) {
       case Kind::null:
-        output_.advance(copied(out, "null"));
-        return nullptr;
+        return copied(out, "null");
       case Kind::boolean:
-        output_.advance(copied(out, value.boolean() ? "true" : "false"));
-        return nullptr;
+        return copied(out, value.boolean() ? "true" : "false");
       case Kind::integer:
-        output_.advance(std::to_chars(out, out + Output::kMostAtOnce, value.integer()).ptr);
-        return nullptr;
+        return std::to_chars(out, out + Output::kMostAtOnce / 2, value.integer()).ptr;
       case Kind::real:
-        if (std::isnan(value.real())) return "Invalid number value (NaN) in JSON write";
-        if (std::isinf(value.real())) return "Invalid number value (infinite) in JSON write";
-        output_.advance(writeReal(out, value.real()));
-        return nullptr;
+        return writeReal(out, value.real());
       case Kind::data:
-        return "Invalid type in JSON write (data)";
+        problem_ = Problem::data;
+        return out;
       case Kind::date:
-        return "Invalid type in JSON write (date)";
+        problem_ = Problem::date;
+        return out;
       default:
-        return "Invalid type in JSON write (null)";
+        problem_ = Problem::nothing;
+        return out;
     }
+  }
+
+  char* writeReal(char* out, double real) noexcept {
+    if (std::isfinite(real)) return tks::writeReal(out, real);
+    problem_ = std::isnan(real) ? Problem::notANumber : Problem::infinite;
+    return out;
   }
 
   static char* copied(char* out, std::string_view text) noexcept {
@@ -185,38 +208,56 @@ class Writer {
     return out + text.size();
   }
 
-  const char* writeText(const TKSValue& text) {
+  char* writeText(char* out, const TKSValue& text) {
     const std::string_view bytes = Access::bytes(text);
-    if (Access::isShared(text)) return writeText(bytes.data(), bytes.size());
-    char padded[sizeof(TKSValue) + value::kBytesBehind] = {};
-    std::memcpy(padded, static_cast<const void*>(&text), sizeof text);
-    return writeText(padded, bytes.size());
+    *out++ = '"';
+    if (Access::isShared(text)) {
+      out = writeContent(out, bytes.data(), bytes.size());
+    } else {
+      out = writeShort(out, text, bytes.size());
+    }
+    *out++ = '"';
+    return out;
   }
 
-  /// `next` has `kBytesBehind` readable bytes behind its end.
-  const char* writeText(const char* next, std::size_t size) {
-    const std::string_view text(next, size);
+  /// The bytes of a short text are followed by zeros or by their number, so that the first bytes that are not plain are
+  /// those behind the text.
+  char* writeShort(char* out, const TKSValue& text, std::size_t size) {
+    char padded[sizeof text + value::kBytesBehind];
+    std::memcpy(padded, static_cast<const void*>(&text), sizeof text);
+    std::memcpy(out, padded, sizeof text);
+    Sixteen bytes;
+    std::memcpy(&bytes, padded, sizeof bytes);
+    if (plainBytes(bytes) == size) [[likely]] {
+      return out + size;
+    }
+    std::memset(padded + size, 0, sizeof padded - size);
+    return writeContent(out, padded, size);
+  }
+
+  /// Behind the content stand `kBytesBehind` zeros.
+  char* writeContent(char* out, const char* next, std::size_t size) {
+    const std::string_view content(next, size);
+    const char* const end = next + size;
     bool isAscii = true;
-    output_.append('"');
-    for (std::size_t left = size; left > 0;) {
-      char* out = output_.room();
+    while (true) {
+      out = output_.room(out);
       Sixteen bytes;
       std::memcpy(&bytes, next, sizeof bytes);
       std::memcpy(out, &bytes, sizeof bytes);
-      std::size_t done = std::min(plainBytes(bytes), left);
-      out += done;
-      if (done < sizeof bytes && done < left) {
-        isAscii = isAscii && next[done] >= 0;
-        out = writeByte(out, next[done++]);
-      }
-      next += done;
-      left -= done;
-      output_.advance(out);
+      const std::size_t plain = plainBytes(bytes);
+      out += plain;
+      next += plain;
+      if (plain == sizeof bytes) continue;
+      if (next >= end) break;
+      isAscii = isAscii && *next >= 0;
+      out = writeByte(out, *next++);
     }
-    output_.append('"');
-    return isAscii || utf8::isValid(text) ? nullptr : "Invalid text in JSON write (not UTF-8)";
+    if (!isAscii && !utf8::isValid(content)) problem_ = Problem::notUtf8;
+    return out;
   }
 
+  Problem problem_ = Problem::none;
   Output output_;
   WorkList<Level> levels_;
 };
@@ -226,9 +267,9 @@ class Writer {
 bool append(const TKSValue& value, std::string& out, TKSError* error) {
   const std::size_t before = out.size();
   try {
-    const char* const problem = Writer(out).write(value);
-    if (problem == nullptr) return true;
-    if (error != nullptr) *error = TKSError{std::string(commonErrorDomain), 0, problem};
+    const Problem problem = Writer(out).write(value);
+    if (problem == Problem::none) return true;
+    if (error != nullptr) *error = TKSError{std::string(commonErrorDomain), 0, describe(problem)};
   } catch (const std::bad_alloc&) {
     setOutOfMemory(error);
   }

@@ -27,7 +27,7 @@ namespace tks::value {
 /// builder can only be destroyed. Values and keys are copied.
 class Builder {
  public:
-  /// `expectedBytes`: about how much memory the value will take, so that it comes in one piece. See bytesFor.
+  /// `expectedBytes`: about how much memory the value will take, so that it comes in one piece.
   explicit Builder(std::size_t expectedBytes = 0) noexcept : expectedBytes_(expectedBytes) {}
   Builder(const Builder&) = delete;
   Builder& operator=(const Builder&) = delete;
@@ -54,7 +54,25 @@ class Builder {
   void real(double value) { place(value); }
   void date(TKSDate value) { place(value); }
   void text(std::string_view text) { bytes(TKSValue::Kind::text, text.data(), text.size()); }
+  /// As text, faster, where `kBytesBehind` bytes from the beginning and behind the end can be read. For keys as well.
+  void readableText(std::string_view text) {
+    TKSValue* const value = new (next()) TKSValue();
+    if (Access::fits(text.size())) {
+      Access::setShortReadable(*value, TKSValue::Kind::text, text.data(), text.size());
+      return;
+    }
+    Node* const node = makeNode(TKSValue::Kind::text, text.size());
+    copyInStrides(node->bytes(), text.data(), text.size());
+    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+    Access::setNode(*value, TKSValue::Kind::text, node);
+  }
   void data(std::span<const std::uint8_t> data) { bytes(TKSValue::Kind::data, data.data(), data.size()); }
+
+  /// Takes the expected memory at once, for a caller who wants to tell the system about it.
+  std::span<char> reserve() {
+    if (block_ == nullptr) block_ = Block::make(expectedBytes_);
+    return block_->rest();
+  }
 
   /// The finished value. The builder is empty afterwards.
   TKSValue take() noexcept {
@@ -102,9 +120,21 @@ class Builder {
       Access::setShort(*value, kind, bytes, size);
       return;
     }
-    Node* const node = new (allocate(sizeof(Node) + size + kBytesBehind)) Node(kind, size, block_);
+    Node* const node = makeNode(kind, size);
     node->setBytes(bytes);
     Access::setNode(*value, kind, node);
+  }
+  Node* makeNode(TKSValue::Kind kind, std::size_t size) {
+    return new (allocate(sizeof(Node) + size + kBytesBehind)) Node(kind, size, block_);
+  }
+  /// Copies up to `kBytesBehind` bytes more.
+  static void copyInStrides(char* to, const char* from, std::size_t size) noexcept {
+    constexpr std::size_t kWorthACall = 128;
+    if (size > kWorthACall) {
+      std::memcpy(to, from, size);
+      return;
+    }
+    for (std::size_t done = 0; done < size; done += kBytesBehind) std::memcpy(to + done, from + done, kBytesBehind);
   }
   void* allocate(std::size_t bytes) {
     if (block_ == nullptr) block_ = Block::make(expectedBytes_);

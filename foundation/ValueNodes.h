@@ -36,6 +36,9 @@ class Block {
     return memory;
   }
 
+  /// What is left of the chunk that is being handed out.
+  std::span<char> rest() const noexcept { return {next_, end_}; }
+
   void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
   void release() noexcept {
     if (references_.load(std::memory_order_acquire) == 1 || references_.fetch_sub(1, std::memory_order_acq_rel) == 1) {
@@ -159,10 +162,20 @@ struct Access {
     value.inlineLength_ = static_cast<std::uint8_t>(size);
     value.kind_ = kind;
   }
-  static TKSValue array(Node* node) noexcept {
-    TKSValue value;
-    setNode(value, TKSValue::Kind::array, node);
-    return value;
+  /// As setShort, faster, where `kBytesBehind` bytes can be read whatever the size.
+  static void setShortReadable(TKSValue& value, TKSValue::Kind kind, const void* bytes, std::size_t size) noexcept {
+    if constexpr (std::endian::native != std::endian::little) {
+      setShort(value, kind, bytes, size);
+      return;
+    }
+    std::uint64_t words[2];
+    std::memcpy(words, bytes, sizeof words);
+    const auto firstBytes = [](std::size_t count) { return (std::uint64_t{1} << 8 * count) - 1; };
+    words[0] &= size < 8 ? firstBytes(size) : ~std::uint64_t{0};
+    words[1] &= size < 8 ? 0 : firstBytes(size - 8);
+    std::memcpy(static_cast<void*>(&value), words, sizeof words);
+    value.inlineLength_ = static_cast<std::uint8_t>(size);
+    value.kind_ = kind;
   }
   /// Forgets what a value holds without giving its reference back.
   static void forget(TKSValue& value) noexcept { value.forget(); }
@@ -196,11 +209,7 @@ struct Access {
   static std::uint64_t bigEndian(const TKSValue& value, std::size_t offset) noexcept {
     std::uint64_t word;
     std::memcpy(&word, reinterpret_cast<const unsigned char*>(&value) + offset, sizeof word);
-    if constexpr (std::endian::native == std::endian::little) {
-      word = (word & 0x00FF00FF00FF00FFu) << 8 | (word >> 8 & 0x00FF00FF00FF00FFu);
-      word = (word & 0x0000FFFF0000FFFFu) << 16 | (word >> 16 & 0x0000FFFF0000FFFFu);
-      word = word << 32 | word >> 32;
-    }
+    if constexpr (std::endian::native == std::endian::little) word = __builtin_bswap64(word);
     return word;
   }
 };

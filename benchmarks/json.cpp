@@ -1,0 +1,124 @@
+// JSON, measured against the least there is to do: reading against simdjson's own parse of the same bytes, which leaves
+// no value behind yet; writing against one copy of the text.
+
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <simdjson.h>
+
+#include "foundation/JsonWriter.h"
+#include "platform/platform.h"
+
+namespace {
+
+using tks::platform::json;
+
+/// A text of letters and digits, another one for every number.
+std::string words(std::size_t number, std::size_t length) {
+  std::string text = "value " + std::to_string(number) + " of a launch parameter, as the site's page hands it over";
+  while (text.size() < length) text += text;
+  text.resize(length);
+  return text;
+}
+
+/// An object whose members are texts, short and long in turn.
+TKSValue documentOfTexts(std::size_t bytes) {
+  constexpr std::size_t kLengths[] = {4, 60, 12, 24, 9, 36};
+  TKSDictionary document;
+  std::size_t written = 2;
+  for (std::size_t i = 0; written < bytes; ++i) {
+    const std::string key = "parameter" + std::to_string(1000 + i);
+    const std::string text = words(i, kLengths[i % std::size(kLengths)]);
+    document.set(key, text);
+    written += key.size() + text.size() + 6;
+  }
+  return document;
+}
+
+/// Objects in arrays in objects, with numbers, texts and booleans.
+TKSValue nestedDocument(std::size_t bytes) {
+  const auto person = [](std::size_t i) {
+    return TKSDictionary{{"id", i},
+                         {"name", words(i, 18)},
+                         {"site", words(i / 7, 40)},
+                         {"load", static_cast<double>(i) / 8},
+                         {"active", i % 3 == 0},
+                         {"versions", TKSArray{43, 10, 2, i % 100}},
+                         {"client", TKSDictionary{{"os", "mac"}, {"arch", i % 2 ? "arm64" : "x86_64"}}}};
+  };
+  const std::size_t each = tks::json::write(person(100000))->size() + 1;
+  TKSArray groups;
+  for (std::size_t i = 0; i * each < bytes; i += 100) {
+    TKSArray group;
+    for (std::size_t k = 0; k < 100 && (i + k) * each < bytes; ++k) group.append(person(i + k));
+    groups.append(TKSDictionary{{"group", i}, {"people", group}});
+  }
+  return TKSDictionary{{"groups", groups}};
+}
+
+void simdjsonParse(benchmark::State& state, const std::string& text) {
+  simdjson::dom::parser parser;
+  for (auto _ : state) {
+    auto parsed = parser.parse(text.data(), text.size());
+    if (parsed.error() != simdjson::SUCCESS) state.SkipWithError("not read");
+    benchmark::DoNotOptimize(parsed);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+void read(benchmark::State& state, const std::string& text) {
+  for (auto _ : state) {
+    const TKSValue value = json().parse(text, nullptr);
+    if (value.isNothing()) state.SkipWithError("not read");
+    benchmark::DoNotOptimize(&value);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+void oneCopy(benchmark::State& state, const std::string& text) {
+  std::vector<char> copy(text.size());
+  for (auto _ : state) {
+    std::memcpy(copy.data(), text.data(), text.size());
+    benchmark::DoNotOptimize(copy.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+}
+
+void write(benchmark::State& state, const TKSValue& value) {
+  std::size_t bytes = 0;
+  for (auto _ : state) {
+    const auto text = tks::json::write(value);
+    if (!text) state.SkipWithError("not written");
+    bytes += text ? text->size() : 0;
+    benchmark::DoNotOptimize(&text);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
+}
+
+void compare(const std::string& size, const TKSValue& value) {
+  const std::string text = tks::json::write(value).value_or("");
+  // What was read stands in one block, in order: write that, and not what was put together piece by piece.
+  const TKSValue document = json().parse(text, nullptr);
+  benchmark::RegisterBenchmark(("limit/json_read_" + size).c_str(), simdjsonParse, text);
+  benchmark::RegisterBenchmark(("ours/json_read_" + size).c_str(), read, text);
+  benchmark::RegisterBenchmark(("limit/json_write_" + size).c_str(), oneCopy, text);
+  benchmark::RegisterBenchmark(("ours/json_write_" + size).c_str(), write, document);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  compare("300", documentOfTexts(300));
+  compare("4k", documentOfTexts(4096));
+  compare("4k_nested", nestedDocument(4096));
+  compare("1m", nestedDocument(std::size_t{1} << 20));
+  compare("10m", nestedDocument(std::size_t{10} << 20));
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
