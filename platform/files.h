@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -26,6 +28,12 @@ struct VolumeSpace {
   std::uint64_t totalBytes = 0;
 };
 
+/// A lock that this process holds until the object is destroyed or the process ends.
+class FileLock {
+ public:
+  virtual ~FileLock() = default;
+};
+
 /// Files, folders and their attributes. macOS: NSFileManager, removexattr. Linux: std::filesystem's calls and extended
 /// attributes under "user.". Any thread. Errors name the step, the path and the reason. Links are not followed unless
 /// said. Removing, copying and moving work on whole trees.
@@ -39,6 +47,8 @@ class Files {
   /// A plain file that this process may execute (links followed).
   virtual bool isExecutableFile(std::string_view path) = 0;
   virtual bool isWritable(std::string_view path) = 0;
+  /// Length of a file in bytes (links followed).
+  virtual std::optional<std::uint64_t> size(std::string_view path, TKSError* error) = 0;
   /// Names in a folder, without "." and "..", in the order the system gives.
   virtual std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) = 0;
 
@@ -53,6 +63,14 @@ class Files {
   /// Renames; across volumes copies to a hidden name beside the destination, syncs, renames and removes the source. The
   /// destination must not exist.
   virtual bool move(std::string_view from, std::string_view to, TKSError* error) = 0;
+
+  /// Lets two files or folders of one volume change places in one step, so that either name always has one of the two.
+  /// Both must exist. On a volume that cannot do this in one step the first is out of its place for a moment.
+  virtual bool exchange(std::string_view first, std::string_view second, TKSError* error) = 0;
+  /// Waits until no other process, and no other part of this one, holds the lock that the file at `path` stands for;
+  /// the file is made when missing and stays. Null, and `error`, when it cannot be made or `patience` is over.
+  virtual std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience,
+                                         TKSError* error) = 0;
 
   /// The whole content of a regular file (links followed) of at most `limit` bytes.
   virtual std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) = 0;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "platform/archives.h"
 #include "platform/backend.h"
 #include "platform/bundles.h"
 #include "platform/channels.h"
@@ -55,6 +56,7 @@ class Replaced {
   Contract* before_;
 };
 
+inline Archives& archives() { return get<Archives>(); }
 inline MainLoop& mainLoop() { return get<MainLoop>(); }
 inline BackgroundWork& backgroundWork() { return get<BackgroundWork>(); }
 inline Bundles& bundles() { return get<Bundles>(); }

@@ -185,6 +185,25 @@ class TKS_EXPORT TKSUtilBase {
   /// `appHaveBeenUsed:` Whether the application has a last-used date.
   static bool appHaveBeenUsed(std::string_view appPath);
 
+  // Installing.
+
+  /// `installTKSVersion:backupZipPath:targetPath:` Replaces the bundle at the target by the launcher in a zip archive, when
+  /// that is signed by the maker, supported and of the given version; whether the target is then in place and healthy. At
+  /// every moment the target is the old launcher or the new one. A launcher that the health check finds broken afterwards
+  /// is removed. Installations of one user wait for each other. Takes seconds: keep it off the main thread.
+  static bool installTKSVersion(std::string_view version, std::string_view backupZipPath, std::string_view targetPath);
+  /// `isSafeToInstall:tellingVersion:error:` Whether an unpacked package is the maker's and of the version that is told. A
+  /// plain file whose name ends in ".dylib" has no version to compare.
+  static bool isSafeToInstall(std::string_view packagePath, std::string_view tellingVersion, TKSError* error = nullptr);
+  /// `isSupportedTKSVersion:` Whether the main version is at least TKSMinSupportedMainVersion.
+  static bool isSupportedTKSVersion(std::string_view version);
+  /// `checkLaunchService` Makes the launcher at the standard path and its app extensions executable for their owner.
+  static void checkLaunchService();
+  /// `getTKSBuildArchitecture` "BuildArchitectures" of the launcher at the standard path; read once per process.
+  static std::optional<std::string> getTKSBuildArchitecture();
+  /// `isArmArchitecturalApp:` Whether that value names "arm64". The path is not used.
+  static bool isArmArchitecturalApp(std::string_view appPath);
+
   // Archives. The tools' exit status is not examined: look at what is there afterwards.
 
   /// `unzip:to:` Unpacks a zip archive into a folder with the system's tool, replacing older files.

@@ -9,6 +9,7 @@
 #include "platform/backend.h"
 #include "platform/files.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/file_lock.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
@@ -51,6 +52,13 @@ class AppleFiles final : public Files {
     @autoreleasepool {
       return [manager() isWritableFileAtPath:apple::toPath(path)];
     }
+  }
+
+  std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override {
+    struct stat facts {};
+    if (::stat(std::string(path).c_str(), &facts) == 0) return static_cast<std::uint64_t>(facts.st_size);
+    posix::fail(error, "read the size of", path);
+    return std::nullopt;
   }
 
   std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) override {
@@ -106,6 +114,15 @@ class AppleFiles final : public Files {
       const BOOL moved = [manager() moveItemAtPath:apple::toPath(from) toPath:apple::toPath(to) error:&failure];
       return outcome(moved, failure, "move", error);
     }
+  }
+
+  bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
+    return renamex_np(std::string(first).c_str(), std::string(second).c_str(), RENAME_SWAP) == 0 ||
+           posix::fail(error, "exchange", first);
+  }
+
+  std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience, TKSError* error) override {
+    return posix::lockFile(path, patience, error);
   }
 
   std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) override {

@@ -18,4 +18,8 @@ bool copyTree(const std::string& from, const std::string& to, TKSError* error);
 /// source at last. The destination must not exist. Until the rename nothing has changed.
 bool moveTree(const std::string& from, const std::string& to, TKSError* error);
 
+/// Lets two files or folders of one volume change places in one step; where the volume cannot do that, in three, undone
+/// when one of them fails.
+bool exchangeTrees(const std::string& first, const std::string& second, TKSError* error);
+
 }  // namespace tks::gnulinux

@@ -13,6 +13,7 @@
 #include "platform/linux/extended_attributes.h"
 #include "platform/linux/file_trees.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/file_lock.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
@@ -60,6 +61,13 @@ class LinuxFiles final : public Files {
     return ::faccessat(AT_FDCWD, std::string(path).c_str(), W_OK, AT_EACCESS) == 0;
   }
 
+  std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override {
+    struct stat facts {};
+    if (::stat(std::string(path).c_str(), &facts) == 0) return static_cast<std::uint64_t>(facts.st_size);
+    fail(error, "read the size of", path);
+    return std::nullopt;
+  }
+
   std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) override {
     const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(std::string(path).c_str()), ::closedir);
     if (!folder) {
@@ -104,6 +112,14 @@ class LinuxFiles final : public Files {
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
     return gnulinux::moveTree(plainPath(from), plainPath(to), error);
+  }
+
+  bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
+    return gnulinux::exchangeTrees(plainPath(first), plainPath(second), error);
+  }
+
+  std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience, TKSError* error) override {
+    return posix::lockFile(path, patience, error);
   }
 
   std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) override {

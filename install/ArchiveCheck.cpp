@@ -1,0 +1,124 @@
+#include "install/ArchiveCheck.h"
+
+#include <cstdint>
+#include <set>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace tks::install {
+namespace {
+
+using platform::ArchiveEntry;
+
+/// No launcher packs better than this; an archive below the floor is harmless whatever it packs.
+constexpr std::uint64_t kLargestRatio = 250;
+constexpr std::uint64_t kHarmlessSize = 64u * 1024 * 1024;
+constexpr std::size_t kMostEntries = 200'000;
+
+/// Backslashes count as separators too: unpackers take them for such in archives made elsewhere.
+std::vector<std::string_view> componentsOf(std::string_view path) {
+  std::vector<std::string_view> components;
+  while (!path.empty()) {
+    const std::size_t slash = path.find_first_of("/\\");
+    const std::string_view component = path.substr(0, slash);
+    if (!component.empty() && component != ".") components.push_back(component);
+    path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
+  }
+  return components;
+}
+
+bool staysInside(std::string_view name) {
+  if (name.empty() || name.front() == '/') return false;
+  for (const std::string_view component : componentsOf(name)) {
+    if (component == "..") return false;
+  }
+  return true;
+}
+
+/// A link's target, seen from the folder that holds the link, does not climb out of the archive's top.
+bool targetStaysInside(std::string_view name, std::string_view target) {
+  if (target.empty() || target.front() == '/') return false;
+  std::ptrdiff_t depth = static_cast<std::ptrdiff_t>(componentsOf(name).size()) - 1;
+  for (const std::string_view component : componentsOf(target)) {
+    depth += component == ".." ? -1 : 1;
+    if (depth < 0) return false;
+  }
+  return true;
+}
+
+std::string joined(const std::vector<std::string_view>& components, std::size_t count) {
+  std::string path;
+  for (std::size_t i = 0; i < count; ++i) path.append("/").append(components[i]);
+  return path;
+}
+
+/// What is known of the entries so far.
+class Look {
+ public:
+  /// False ends the look: there is a reason.
+  bool take(const ArchiveEntry& entry) {
+    if (++entries_ > kMostEntries) return refuse("too many entries", entry);
+    if (!staysInside(entry.name)) return refuse("a name leads out of the folder", entry);
+    if (entry.kind == ArchiveEntry::Kind::hardLink || entry.kind == ArchiveEntry::Kind::other) {
+      return refuse("neither file, folder nor link", entry);
+    }
+    const std::vector<std::string_view> components = componentsOf(entry.name);
+    for (std::size_t above = 1; above < components.size(); ++above) {
+      if (links_.contains(joined(components, above))) return refuse("a name goes through a link", entry);
+    }
+    if (entry.kind == ArchiveEntry::Kind::link) return takeLink(entry, joined(components, components.size()));
+    if (links_.contains(joined(components, components.size()))) return refuse("a name is used twice", entry);
+    size_ = size_ > UINT64_MAX - entry.size ? UINT64_MAX : size_ + entry.size;
+    return true;
+  }
+
+  std::uint64_t size() const { return size_; }
+  std::optional<std::string>& reason() { return reason_; }
+
+ private:
+  bool takeLink(const ArchiveEntry& entry, std::string path) {
+    // A zip archive carries a link's target as content, which is not read here: the unpacked tree is looked at later.
+    if (!entry.target.empty() && !targetStaysInside(entry.name, entry.target)) {
+      return refuse("a link leads out of the folder", entry);
+    }
+    links_.insert(std::move(path));
+    return true;
+  }
+
+  bool refuse(std::string_view why, const ArchiveEntry& entry) {
+    reason_ = std::string(why) + ": \"" + entry.name + "\"";
+    return false;
+  }
+
+  std::size_t entries_ = 0;
+  std::uint64_t size_ = 0;
+  std::set<std::string> links_;
+  std::optional<std::string> reason_;
+};
+
+std::optional<std::string> reasonAgainstSize(std::uint64_t unpacked, std::string_view archivePath,
+                                             std::string_view folder) {
+  const std::optional<std::uint64_t> packed = platform::files().size(archivePath, nullptr);
+  if (unpacked > kHarmlessSize && packed && unpacked / kLargestRatio > *packed) {
+    return "it would grow to " + std::to_string(unpacked) + " bytes";
+  }
+  const std::optional<platform::VolumeSpace> space = platform::files().volumeSpace(folder, nullptr);
+  if (space && unpacked > space->freeBytes)
+    return "it needs " + std::to_string(unpacked) + " bytes, more than are free";
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> reasonAgainstUnpacking(std::string_view archivePath, std::string_view folder) {
+  Look look;
+  TKSError error;
+  const bool readable = platform::archives().inspect(
+      archivePath, [&](const ArchiveEntry& entry) { return look.take(entry); }, &error);
+  if (look.reason()) return look.reason();
+  if (!readable) return error.localizedDescription;
+  return reasonAgainstSize(look.size(), archivePath, folder);
+}
+
+}  // namespace tks::install

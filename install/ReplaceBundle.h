@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::install {
+
+/// Puts a bundle in the place of another, or in an empty place. At every moment the target is what stood there before
+/// or the new bundle as a whole; a process that ends half-way leaves at most a hidden bundle beside the target, which
+/// the next replacement removes.
+///
+/// Made for one replacement: `stage`, then `putInPlace`. Destroyed without the latter it leaves no trace.
+class BundleReplacement {
+ public:
+  explicit BundleReplacement(std::string target);
+  ~BundleReplacement();
+  BundleReplacement(const BundleReplacement&) = delete;
+  BundleReplacement& operator=(const BundleReplacement&) = delete;
+
+  /// Moves the new bundle to a hidden name beside the target (from another volume: copies, syncs and renames). The
+  /// target's folder must exist.
+  bool stage(const std::string& bundle, TKSError* error);
+  /// The staged bundle, for a last look before it is put in place.
+  const std::string& stagedPath() const { return staged_; }
+  /// Exchanges the staged bundle with what is at the target, or renames it into the empty place; then removes the old
+  /// one.
+  bool putInPlace(TKSError* error);
+
+ private:
+  void removeLeftOvers() const;
+
+  std::string target_;
+  std::string folder_;
+  std::string prefix_;
+  std::string staged_;
+};
+
+}  // namespace tks::install

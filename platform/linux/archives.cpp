@@ -1,0 +1,79 @@
+#include "platform/archives.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+
+#include <memory>
+
+#include "platform/backend.h"
+
+namespace tks::platform {
+namespace {
+
+constexpr std::size_t kBlockSize = 64 * 1024;
+
+ArchiveEntry::Kind kindOf(archive_entry* entry) {
+  if (archive_entry_hardlink(entry) != nullptr) return ArchiveEntry::Kind::hardLink;
+  switch (archive_entry_filetype(entry)) {
+    case AE_IFREG:
+      return ArchiveEntry::Kind::file;
+    case AE_IFDIR:
+      return ArchiveEntry::Kind::folder;
+    case AE_IFLNK:
+      return ArchiveEntry::Kind::link;
+    default:
+      return ArchiveEntry::Kind::other;
+  }
+}
+
+std::string textOf(const char* text) { return text == nullptr ? std::string() : std::string(text); }
+
+ArchiveEntry describe(archive_entry* entry) {
+  ArchiveEntry result;
+  result.name = textOf(archive_entry_pathname(entry));
+  result.kind = kindOf(entry);
+  result.size = archive_entry_size_is_set(entry) ? static_cast<std::uint64_t>(archive_entry_size(entry)) : 0;
+  result.target = result.kind == ArchiveEntry::Kind::hardLink ? textOf(archive_entry_hardlink(entry))
+                                                              : textOf(archive_entry_symlink(entry));
+  return result;
+}
+
+class LinuxArchives final : public Archives {
+ public:
+  bool inspect(std::string_view path, const std::function<bool(const ArchiveEntry&)>& visit, TKSError* error) override {
+    const std::unique_ptr<archive, decltype(&archive_read_free)> reader(archive_read_new(), archive_read_free);
+    const std::string name(path);
+    archive_read_support_filter_all(reader.get());
+    archive_read_support_format_zip_seekable(reader.get());
+    archive_read_support_format_tar(reader.get());
+    if (archive_read_open_filename(reader.get(), name.c_str(), kBlockSize) != ARCHIVE_OK) {
+      return fail(reader.get(), name, error);
+    }
+    for (;;) {
+      archive_entry* entry = nullptr;
+      const int status = archive_read_next_header(reader.get(), &entry);
+      if (status == ARCHIVE_EOF) return true;
+      if (status != ARCHIVE_OK && status != ARCHIVE_WARN) return fail(reader.get(), name, error);
+      if (!visit(describe(entry))) return true;
+    }
+  }
+
+ private:
+  static bool fail(archive* reader, const std::string& name, TKSError* error) {
+    if (error != nullptr) {
+      *error = {"NSPOSIXErrorDomain", archive_errno(reader),
+                "read archive \"" + name + "\": " + textOf(archive_error_string(reader))};
+    }
+    return false;
+  }
+};
+
+}  // namespace
+
+template <>
+Archives& backend<Archives>() {
+  static auto& archives = *new LinuxArchives;
+  return archives;
+}
+
+}  // namespace tks::platform
