@@ -7,8 +7,6 @@ namespace tks::install {
 // Operations on the installed launcher whose implementation is still being written. The facade and the launcher's
 // record reach them through here alone.
 
-/// Replaces the bundle at `targetPath` by the launcher in an archive; whether it is in place and healthy.
-bool installLauncher(std::string_view version, std::string_view zipPath, std::string_view targetPath);
 /// Whether a launcher bundle is missing or refused by the system's assessment.
 bool isBroken(std::string_view appPath);
 /// Removes a folder, ending what runs from it.

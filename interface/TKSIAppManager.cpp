@@ -6,7 +6,6 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
-#include "install/Pending.h"
 #include "platform/platform.h"
 
 using tks::joinedPath;
@@ -65,7 +64,7 @@ bool TKSIAppManager::updateDefaultTKS(std::string_view backupVersion, const std:
     return true;
   }
   TKSILog::logWithLevel(TKSILogLevelWarning, "Backup version newer. Go to copy and replace with backup TKS.");
-  return tks::install::installLauncher(version, *backupZipPath, TKSAppPath);
+  return TKSUtilBase::installTKSVersion(version, *backupZipPath, TKSAppPath);
 }
 
 bool TKSIAppManager::isBackupVersionNewer(std::string_view backupVersion) {
