@@ -20,11 +20,13 @@ class PropertyLists {
   virtual ~PropertyLists() = default;
   /// Reads a property list of either form. Nothing, and `error`, when it is none.
   virtual TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) = 0;
-  /// Writes one. Nothing, and `error`, for values that property lists do not have (null, nothing).
+  /// Writes one. Nothing, and `error`, for values that property lists do not have (null, nothing), and in XML form for
+  /// texts with characters that XML does not have, and dates beyond the years 1 to 9999.
   virtual std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) = 0;
   /// Reads a file whose top level is a dictionary.
   virtual std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) = 0;
-  /// Replaces a file as a whole by the dictionary in XML form.
+  /// Replaces a file as a whole by the dictionary in XML form; in binary form when it holds a text or a date that XML
+  /// does not have.
   virtual bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) = 0;
 };
 

@@ -60,25 +60,19 @@ bool appendReference(std::string& text, std::string_view name) {
   return true;
 }
 
-/// Appends character data as XML means it: line ends become LF, and references their characters, unless it is a CDATA
-/// section. False when a reference is unknown or unfinished.
-bool appendCharacterData(std::string& text, std::string_view raw, bool hasReferences) {
+/// Appends character data with the characters that its references stand for. False when a reference is unknown or
+/// unfinished. Line ends stay as they are, as the platform has it, although XML would have them all become LF.
+bool appendCharacterData(std::string& text, std::string_view raw) {
   constexpr std::size_t kLongestReference = 12;
-  while (!raw.empty()) {
-    const std::size_t plain = std::min(raw.find_first_of(hasReferences ? "&\r" : "\r"), raw.size());
+  for (;;) {
+    const std::size_t plain = std::min(raw.find('&'), raw.size());
     text.append(raw.substr(0, plain));
     raw.remove_prefix(plain);
-    if (raw.empty()) break;
-    if (raw.front() == '\r') {
-      text += '\n';
-      raw.remove_prefix(raw.starts_with("\r\n") ? 2 : 1);
-      continue;
-    }
+    if (raw.empty()) return true;
     const std::size_t end = raw.substr(0, kLongestReference).find(';');
     if (end == std::string_view::npos || !appendReference(text, raw.substr(1, end - 1))) return false;
     raw.remove_prefix(end + 1);
   }
-  return true;
 }
 
 /// A number however large or small: infinite or zero beyond the range. Nothing when the text is no number as a whole.
@@ -296,33 +290,25 @@ bool XmlReader::finish() {
 
 /// The character data of an element, which must not hold other elements.
 std::optional<std::string_view> XmlReader::textOf(const pugi::xml_node& node) {
-  const auto withReferences = [&](std::string_view raw) { return appendCharacterData(buffer_, raw, true); };
-  if (mode_ == Mode::fast) {
-    if (node.first_child()) {
-      needsExactMode_ = true;
-      return std::nullopt;
-    }
-    const std::string_view raw = node.value();
-    if (raw.find_first_of("&\r") == std::string_view::npos) return raw;
-    buffer_.clear();
-    if (withReferences(raw)) return buffer_;
-    fail("it holds an unknown reference");
+  if (mode_ == Mode::fast && node.first_child()) {
+    needsExactMode_ = true;
     return std::nullopt;
   }
+  const std::string_view whole = node.value();  // empty in exact mode, in which character data stand below the element
+  if (!node.first_child() && whole.find('&') == std::string_view::npos) return whole;
   buffer_.clear();
-  for (const pugi::xml_node& piece : node.children()) {
+  bool isSound = appendCharacterData(buffer_, whole);
+  for (pugi::xml_node piece : node.children()) {
     if (piece.type() == pugi::node_element) {
       fail("an element stands inside of a scalar");
       return std::nullopt;
     }
-    if (piece.type() == pugi::node_cdata) {
-      appendCharacterData(buffer_, piece.value(), false);
-    } else if (piece.type() == pugi::node_pcdata && !withReferences(piece.value())) {
-      fail("it holds an unknown reference");
-      return std::nullopt;
-    }
+    if (piece.type() == pugi::node_cdata) buffer_ += piece.value();
+    if (piece.type() == pugi::node_pcdata) isSound = isSound && appendCharacterData(buffer_, piece.value());
   }
-  return buffer_;
+  if (isSound) return buffer_;
+  fail("it holds an unknown reference");
+  return std::nullopt;
 }
 
 bool XmlReader::scalar(Element element, const pugi::xml_node& node) {
@@ -421,6 +407,7 @@ class XmlWriter {
   bool begin(const TKSValue& value);
   bool beginContainer(const TKSValue& value);
   bool advance();
+  bool fits();
   void indent() { out_.append(open_.size(), '\t'); }
   void element(std::string_view name, std::string_view content);
   bool textElement(std::string_view name, std::string_view text);
@@ -434,17 +421,15 @@ class XmlWriter {
 
 std::optional<TKSData> XmlWriter::write(const TKSValue& value) {
   out_ = kHead;
-  if (!begin(value)) return std::nullopt;
-  while (!open_.empty()) {
-    if (!advance()) return std::nullopt;
-    if (out_.size() > kLargestSize - kFoot.size()) {
-      fail("it is too large");
-      return std::nullopt;
-    }
-  }
+  bool whole = begin(value) && fits();
+  while (whole && !open_.empty()) whole = advance() && fits();
+  if (!whole) return std::nullopt;
   out_ += kFoot;
   return TKSData(out_.begin(), out_.end());
 }
+
+/// Asked after each step, so that values that share their parts cannot fill the memory.
+bool XmlWriter::fits() { return out_.size() <= kLargestSize - kFoot.size() || fail("it is too large"); }
 
 /// Writes the next value of the innermost container, or closes it.
 bool XmlWriter::advance() {
@@ -518,7 +503,7 @@ void XmlWriter::element(std::string_view name, std::string_view content) {
   out_.append("<").append(name).append(">").append(content).append("</").append(name).append(">\n");
 }
 
-/// Replacements of the characters that cannot stand for themselves. A bare CR would be read back as LF.
+/// Replacements of the characters that cannot stand for themselves. Many readers take a bare CR for LF.
 std::string_view escapeOf(char character) {
   switch (character) {
     case '&':

@@ -1,9 +1,10 @@
 #include "platform/property_lists.h"
 
-#include <exception>
+#include <new>
 #include <string>
 #include <utility>
 
+#include "foundation/OutOfMemory.h"
 #include "platform/backend.h"
 #include "platform/linux/property_list_binary.h"
 #include "platform/linux/property_list_xml.h"
@@ -36,19 +37,46 @@ TKSValue read(std::span<const std::uint8_t> content, TKSError* error) {
   return value;
 }
 
+std::optional<TKSData> write(const TKSValue& value, PropertyLists::Format format, TKSError* error) {
+  std::string problem;
+  std::optional<TKSData> content = format == PropertyLists::Format::xml
+                                       ? gnulinux::property_list::writeXml(value, problem)
+                                       : gnulinux::property_list::writeBinary(value, problem);
+  if (!content) fail(error, kWriteInvalid, "write a property list", problem);
+  return content;
+}
+
+/// Lists come from outside and may be as large as the bound allows: memory may run out, and then nothing comes back.
+template <class Work>
+auto guarded(TKSError* error, Work work) -> decltype(work()) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    setOutOfMemory(error);
+    return {};
+  }
+}
+
 class LinuxPropertyLists final : public PropertyLists {
  public:
-  TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) override { return read(content, error); }
+  TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) override {
+    return guarded(error, [&] { return read(content, error); });
+  }
 
   std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) override {
-    std::string problem;
-    std::optional<TKSData> content = format == Format::xml ? gnulinux::property_list::writeXml(value, problem)
-                                                           : gnulinux::property_list::writeBinary(value, problem);
-    if (!content) fail(error, kWriteInvalid, "write a property list", problem);
-    return content;
+    return guarded(error, [&] { return write(value, format, error); });
   }
 
   std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) override {
+    return guarded(error, [&] { return readDictionaryFile(path, error); });
+  }
+
+  bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) override {
+    return guarded(error, [&] { return writeDictionaryFile(dictionary, path, error); });
+  }
+
+ private:
+  static std::optional<TKSDictionary> readDictionaryFile(std::string_view path, TKSError* error) {
     const std::optional<TKSData> content = posix::readWholeFile(path, gnulinux::property_list::kLargestSize, error);
     if (!content) return std::nullopt;
     const TKSValue value = read(*content, error);
@@ -57,13 +85,11 @@ class LinuxPropertyLists final : public PropertyLists {
     return std::nullopt;
   }
 
-  bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) override {
-    std::string problem;
-    std::optional<TKSData> content = gnulinux::property_list::writeXml(dictionary, problem);
+  static bool writeDictionaryFile(const TKSDictionary& dictionary, std::string_view path, TKSError* error) {
+    std::optional<TKSData> content = write(dictionary, Format::xml, nullptr);
     // Texts and dates that XML does not have are no reason to lose them.
-    if (!content) content = gnulinux::property_list::writeBinary(dictionary, problem);
-    if (!content) return fail(error, kWriteInvalid, "write a property list", problem);
-    return posix::replaceFile(path, *content, error);
+    if (!content) content = write(dictionary, Format::binary, error);
+    return content && posix::replaceFile(path, *content, error);
   }
 };
 

@@ -1,6 +1,7 @@
 #include "platform/posix/whole_files.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -32,6 +33,20 @@ int createSibling(std::string_view path, mode_t mode, std::string& name) {
   return descriptor;
 }
 
+/// Whether the system can be given the path at all: it would take one with a NUL byte for a shorter one.
+bool isPath(std::string_view path) {
+  errno = EINVAL;
+  return path.find('\0') == std::string_view::npos;
+}
+
+/// Whether the process may write a file of this size. Writing beyond its limit would send it a signal that ends it.
+bool isWithinFileSizeLimit(std::size_t size) {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return true;
+  errno = EFBIG;
+  return size <= limit.rlim_cur;
+}
+
 bool fillAndRename(int descriptor, const std::string& temporary, const std::string& path,
                    std::span<const std::uint8_t> content, const struct stat* before) {
   if (before != nullptr && ::fchmod(descriptor, before->st_mode & 07777) != 0) return false;
@@ -42,6 +57,10 @@ bool fillAndRename(int descriptor, const std::string& temporary, const std::stri
 }  // namespace
 
 std::optional<TKSData> readWholeFile(std::string_view path, std::size_t limit, TKSError* error) {
+  if (!isPath(path)) {
+    fail(error, "open", path);
+    return std::nullopt;
+  }
   const std::string name(path);
   const FileDescriptor descriptor(
       retried([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
@@ -107,9 +126,14 @@ bool syncFolderOf(std::string_view path) {
 }
 
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) {
+  if (!isPath(path) || !isWithinFileSizeLimit(content.size())) return fail(error, "write", path);
   const std::string name(path);
   struct stat facts {};
-  const bool exists = ::lstat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode);
+  const bool exists = ::lstat(name.c_str(), &facts) == 0 && !S_ISLNK(facts.st_mode);
+  if (exists && !S_ISREG(facts.st_mode)) {
+    errno = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
+    return fail(error, "replace", path);
+  }
   std::string temporary;
   // An existing file's permissions are set before anything is written, so that nobody reads what he could not before.
   const FileDescriptor descriptor(createSibling(path, exists ? 0600 : 0666, temporary));

@@ -16,7 +16,8 @@ namespace tks::posix {
 std::optional<TKSData> readWholeFile(std::string_view path, std::size_t limit, TKSError* error);
 
 /// Replaces a file as a whole: a new file beside it is written, synced and renamed over it, then the folder is synced.
-/// Keeps the permissions of an existing file; a link at the path is itself replaced.
+/// Keeps the permissions of an existing file; a link at the path is itself replaced; folders, FIFOs and devices are
+/// not.
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error);
 
 /// Writes all bytes to a descriptor. False, and errno, when that fails.
