@@ -1,0 +1,216 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <tksinterface/tksinterface.h>
+
+#include "platform/platform.h"
+#include "tests/support/FakeHome.h"
+#include "tests/support/Frames.h"
+#include "tests/support/HostLoop.h"
+#include "tests/support/MemoryChannels.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tks::test {
+
+/// Sleeps by counting, and tells a fixed time.
+class CountingClock final : public platform::Clock {
+ public:
+  std::string localTimestamp() override { return "0315142233045"; }
+  double secondsSince1970() override { return replaced_.before().secondsSince1970(); }
+  void sleep(std::chrono::microseconds duration) override {
+    const std::scoped_lock lock(mutex_);
+    sleeps_.push_back(duration);
+    if (std::this_thread::get_id() == mainThread_) ++sleepsOnMainThread_;
+  }
+
+  std::vector<std::chrono::microseconds> sleeps() const {
+    const std::scoped_lock lock(mutex_);
+    return sleeps_;
+  }
+  int sleepsOnMainThread() const {
+    const std::scoped_lock lock(mutex_);
+    return sleepsOnMainThread_;
+  }
+
+ private:
+  const std::thread::id mainThread_ = std::this_thread::get_id();
+  mutable std::mutex mutex_;
+  std::vector<std::chrono::microseconds> sleeps_;
+  int sleepsOnMainThread_ = 0;
+  platform::Replaced<platform::Clock> replaced_{*this};
+};
+
+/// A host's own bundle.
+class PlayedBundles final : public platform::Bundles {
+ public:
+  std::optional<std::string> identifier;
+  /// What a bundle at a path declares, before what is on disk.
+  std::map<std::string, platform::Bundle> declared;
+
+  std::optional<std::string> mainBundleIdentifier() override { return identifier; }
+  std::string libraryVersion() override { return "7.8.9"; }
+  std::optional<platform::Bundle> open(std::string_view path) override {
+    const auto found = declared.find(std::string(path));
+    return found != declared.end() ? found->second : replaced_.before().open(path);
+  }
+
+ private:
+  platform::Replaced<platform::Bundles> replaced_{*this};
+};
+
+/// Launcher processes that are numbered and nothing else.
+class PlayedProcesses final : public platform::ChildProcesses, public platform::RunningApplications {
+ public:
+  struct Process {
+    platform::ChildRequest request;
+    std::function<void(platform::ChildEnd)> ended;
+    bool runs = true;
+  };
+
+  static constexpr std::int32_t kFirstPid = 4711;
+
+  std::int32_t start(const platform::ChildRequest& request, std::function<void(platform::ChildEnd)> ended,
+                     TKSError* error) override {
+    const std::scoped_lock lock(mutex_);
+    if (refuse_) {
+      if (error != nullptr) *error = {"POSIX", 12, "No more processes"};
+      return 0;
+    }
+    processes_.push_back({request, std::move(ended)});
+    return kFirstPid + static_cast<std::int32_t>(processes_.size()) - 1;
+  }
+  int originalStandardInput() override { return 0; }
+  int originalStandardOutput() override { return 1; }
+
+  std::optional<TKSRunningApplication> find(std::int32_t pid) override {
+    const std::scoped_lock lock(mutex_);
+    ++looks_;
+    if (looksUntilQuit_ > 0 && --looksUntilQuit_ == 0) others_.erase(pid);
+    const auto index = static_cast<std::size_t>(pid - kFirstPid);
+    const bool runs =
+        others_.contains(pid) || (pid >= kFirstPid && index < processes_.size() && processes_[index].runs);
+    if (!runs) return std::nullopt;
+    return TKSRunningApplication{pid, "com.tarvo.kovra.Tarvo-Kovra-Start", "Tarvo Kovra Start", "/Users/jane/A.app", 1};
+  }
+  std::vector<TKSRunningApplication> list() override { return {}; }
+  bool forceTerminate(const TKSRunningApplication&) override { return false; }
+  bool terminate(const TKSRunningApplication&) override { return false; }
+  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
+    return std::nullopt;
+  }
+  bool hasLastUsedDate(std::string_view) override { return false; }
+  void terminateThisApplication() override {}
+
+  // What the test does and sees.
+
+  void refuseToStart(bool refuse = true) {
+    const std::scoped_lock lock(mutex_);
+    refuse_ = refuse;
+  }
+  /// Another process that runs; until it was looked for so many times, if said.
+  void addRunning(std::int32_t pid, int looks = 0) {
+    const std::scoped_lock lock(mutex_);
+    others_[pid] = true;
+    looksUntilQuit_ = looks;
+  }
+  void end(std::size_t index, platform::ChildEnd end) {
+    std::function<void(platform::ChildEnd)> ended;
+    {
+      const std::scoped_lock lock(mutex_);
+      processes_.at(index).runs = false;
+      ended = std::exchange(processes_.at(index).ended, nullptr);
+    }
+    if (ended) ended(end);
+  }
+  std::size_t count() const {
+    const std::scoped_lock lock(mutex_);
+    return processes_.size();
+  }
+  platform::ChildRequest request(std::size_t index) const {
+    const std::scoped_lock lock(mutex_);
+    return processes_.at(index).request;
+  }
+  int looks() const {
+    const std::scoped_lock lock(mutex_);
+    return looks_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Process> processes_;
+  std::map<std::int32_t, bool> others_;
+  int looksUntilQuit_ = 0;
+  int looks_ = 0;
+  bool refuse_ = false;
+  platform::Replaced<platform::ChildProcesses> replacedProcesses_{*this};
+  platform::Replaced<platform::RunningApplications> replacedApplications_{*this};
+};
+
+/// Preferences that hold what the test says, first of all that this is a lab device.
+class PlayedPreferences final : public platform::Preferences {
+ public:
+  TKSDictionary values = {{"IsLabDevice", true}};
+  TKSDictionary dictionaryRepresentation() override { return values; }
+  TKSValue value(std::string_view key) override { return values[key]; }
+  TKSValue argument(std::string_view) override { return {}; }
+  bool set(std::string_view key, const TKSValue& value, TKSError*) override {
+    values.set(key, value);
+    return true;
+  }
+
+ private:
+  platform::Replaced<platform::Preferences> replaced_{*this};
+};
+
+/// A world for a facade in which the test itself is the launcher: what is sent to it is heard here, and what it says
+/// arrives over the pipe. Nothing is started, and nobody sleeps.
+class FakeWorld {
+ public:
+  FakeHome home;
+  CountingClock clock;
+  PlayedBundles bundles;
+  PlayedPreferences preferences;
+  PlayedProcesses processes;
+  MemoryChannels channels;
+  TemporaryFolder folder;
+
+  FakeWorld() {
+    writeFile(executable(), "#!/bin/false\n");
+    std::filesystem::permissions(executable(), std::filesystem::perms::owner_all);
+  }
+
+  std::string bundle() const { return folder / "Launcher.app"; }
+  std::string executable() const { return bundle() + "/Contents/MacOS/Launcher"; }
+
+  /// The types of the messages that reached the launcher since the last time.
+  std::vector<std::string> heard() {
+    std::vector<std::string> types;
+    for (const std::string& text : payloads(channels.output->take())) {
+      lastMessage = platform::json().parse(text, nullptr);
+      types.push_back(std::string(lastMessage["message_type"].text()));
+    }
+    return types;
+  }
+  TKSValue lastMessage;
+
+  /// The launcher says something; `body` is JSON.
+  void says(std::string_view type, std::string_view body = "\"\"") {
+    std::string text = R"({"message_type":")";
+    text.append(type).append(R"(","message":)").append(body).append("}");
+    channels.input->arrive(frame(text));
+  }
+};
+
+}  // namespace tks::test
