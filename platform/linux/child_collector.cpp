@@ -11,6 +11,7 @@
 #include "platform/linux/process_table.h"
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
+#include "platform/posix/standard_handles.h"
 
 namespace tks::gnulinux {
 namespace {
@@ -47,7 +48,11 @@ constexpr unsigned long kPidfdGetInformation = _IOWR(0xFF, 11, PidfdInformation)
 
 }  // namespace
 
-posix::FileDescriptor openProcess(pid_t process) { return posix::FileDescriptor(systemCalls().pidfdOpen(process, 0)); }
+posix::FileDescriptor openProcess(pid_t process) {
+  posix::FileDescriptor descriptor(systemCalls().pidfdOpen(process, 0));
+  if (!posix::raiseAboveStandard(descriptor)) descriptor.reset();
+  return descriptor;
+}
 
 std::optional<ChildEnd> collectChild(pid_t process, const posix::FileDescriptor& descriptor) {
   siginfo_t facts{};

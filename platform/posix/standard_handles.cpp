@@ -33,6 +33,7 @@ void putBack(const FileDescriptor& before, int number, int flags) {
 
 bool raiseAboveStandard(FileDescriptor& descriptor) {
   if (descriptor.get() >= kFirstFree) return true;
+  if (!descriptor) return false;
   FileDescriptor raised(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, kFirstFree));
   if (!raised) return false;
   descriptor = std::move(raised);

@@ -7,7 +7,8 @@
 namespace tks::posix {
 
 /// Gives a descriptor a number above 2, close-on-exec, also when some of 0 to 2 are closed: one there would be taken
-/// for a standard handle, and replaced like one. False, and errno, when that fails or there is no descriptor.
+/// for a standard handle, and replaced like one. False, and errno, when that fails; also false, with
+/// errno as it is, when there is no descriptor.
 bool raiseAboveStandard(FileDescriptor& descriptor);
 
 /// Both ends of a pipe, above the standard descriptors and close-on-exec.

@@ -4,7 +4,10 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <set>
 #include <thread>
 
@@ -21,6 +24,22 @@ inline std::set<int> openDescriptors() {
   }
   ::closedir(folder);
   return found;
+}
+
+/// Children of this process, zombies included.
+inline std::set<int> children() {
+  std::set<int> found;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream file(thread.path() / "children");
+    for (int child = 0; file >> child;) found.insert(child);
+  }
+  return found;
+}
+
+/// Number of threads of this process.
+inline std::size_t threadCount() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
 }
 
 /// Waits for something that other threads or processes bring about. False when the time is over first.

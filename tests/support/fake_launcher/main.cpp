@@ -48,12 +48,12 @@ constexpr SwitchInfo kSwitches[] = {
     {"--dump-environment", true, "write the environment, each entry closed by a NUL byte, to a file"},
     {"--dump-status", true, "copy /proc/self/status to a file"},
     {"--received", true, "append each text that is received, a line each, to a file"},
+    {"--fork-holder", false, "leave a child of its own that keeps all descriptors open"},
     {"--exit", true, "exit at once with this code"},
     {"--abort", false, "abort at once"},
     {"--signal", true, "end at once by this signal"},
     {"--stderr", true, "write so many bytes to standard error before anything else"},
     {"--close-stderr", false, "close standard error"},
-    {"--fork-holder", false, "leave a child of its own that keeps all descriptors open"},
     {"--wont-die", false, "ignore the end of input and all signals that can be ignored"},
     {"--no-read", true, "wait so long before the first read"},
     {"--noise", true, "print this text into the channel before the first answer"},
@@ -481,13 +481,13 @@ void fillStandardError(std::uint64_t size) {
 }
 
 void misbehaveAtStart() {
+  if (switches.has("--fork-holder")) leaveHolder();
   if (switches.has("--exit")) quit(std::atoi(switches.text("--exit").c_str()));
   if (switches.has("--abort")) std::abort();
   if (switches.has("--signal")) ::raise(std::atoi(switches.text("--signal").c_str()));
   if (switches.has("--wont-die")) {
     for (const int number : {SIGTERM, SIGHUP, SIGINT, SIGPIPE, SIGQUIT}) ::signal(number, SIG_IGN);
   }
-  if (switches.has("--fork-holder")) leaveHolder();
   fillStandardError(switches.size("--stderr"));
   if (switches.has("--close-stderr")) ::close(STDERR_FILENO);
 }
