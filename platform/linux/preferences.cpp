@@ -29,7 +29,7 @@ constexpr std::string_view kLocaleKey = "AppleLocale";
 constexpr std::size_t kLargestDamagedFile = 64u * 1024 * 1024;
 constexpr std::size_t kLargestCommandLine = 16u * 1024 * 1024;
 /// How long a writer waits for the others. None of them holds the lock for longer than reading and writing one file.
-constexpr std::chrono::seconds kLongestWait{10};
+constexpr std::chrono::seconds kLongestWait{5};
 
 // The argument domain.
 
