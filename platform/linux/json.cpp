@@ -154,16 +154,20 @@ class Reader {
     return parser_.parse(padded_.get(), text.size(), false).error();
   }
   const dom::document& document() const noexcept { return parser_.doc; }
-  bool isWorthKeeping() const noexcept { return parser_.capacity() <= kLargestKeptCapacity; }
+  bool isWorthKeeping() const noexcept { return capacity_ <= kLargestKeptCapacity; }
 
  private:
   simdjson::error_code reserve(std::size_t length) {
-    if (length <= parser_.capacity()) return simdjson::SUCCESS;
+    if (length <= capacity_) return simdjson::SUCCESS;
+    if (length > simdjson::SIMDJSON_MAXSIZE_BYTES) return simdjson::CAPACITY;
     const std::size_t rounded = length > kLargestKeptCapacity ? length : std::bit_ceil(length);
     const std::size_t capacity = std::max(rounded, kSmallestCapacity);
-    padded_.reset(new (std::nothrow) char[capacity + simdjson::SIMDJSON_PADDING]);
-    if (padded_ == nullptr) return simdjson::MEMALLOC;
+    capacity_ = 0;
+    padded_.reset();
+    padded_.reset(new char[capacity + simdjson::SIMDJSON_PADDING]);
+    if (const simdjson::error_code error = parser_.doc.allocate(capacity)) return error;
     if (const simdjson::error_code error = parser_.allocate(capacity, kDeepestNesting)) return error;
+    capacity_ = capacity;
     preferLargePages(padded_.get(), capacity);
     preferLargePages(parser_.doc.tape.get(), sizeof(std::uint64_t) * capacity);
     preferLargePages(parser_.doc.string_buf.get(), capacity);
@@ -171,6 +175,7 @@ class Reader {
     return simdjson::SUCCESS;
   }
 
+  std::size_t capacity_ = 0;
   std::unique_ptr<char[]> padded_;  // a copy of the text: simdjson reads beyond the end
   dom::parser parser_;
 };
