@@ -197,7 +197,7 @@ struct Access {
 
   /// Byte order of two texts: negative, zero or positive.
   static int compareTexts(const TKSValue& left, const TKSValue& right) noexcept {
-    if (left.isShared() || right.isShared()) return left.text().compare(right.text());
+    if (left.isShared() || right.isShared()) return bytes(left).compare(bytes(right));
     // The zeros behind a short text and then its length make the order of the sixteen bytes that of the texts.
     const std::uint64_t leftHead = bigEndian(left, 0), rightHead = bigEndian(right, 0);
     if (leftHead != rightHead) return leftHead < rightHead ? -1 : 1;

@@ -59,13 +59,14 @@ void preferLargePages(const void* memory, std::size_t size) noexcept {
 }
 
 /// Turns the words of a document into a value, from front to back. Members come as a text and then a value, so keys
-/// need no care of their own.
+/// need no care of their own. Nothing when it is nested too deep.
 TKSValue valueOf(const dom::document& document, std::size_t textLength) {
   const std::uint64_t* const words = document.tape.get();
   const std::uint8_t* const texts = document.string_buf.get();
   value::Builder builder(sizeof(TKSValue) * Word{words[0]}.words() + textLength);
   const std::span<char> memory = builder.reserve();
   preferLargePages(memory.data(), memory.size());
+  std::size_t depth = 0;
   for (const std::uint64_t* next = words + 1;; ++next) {
     const Word word{*next};
     switch (word.type()) {
@@ -91,15 +92,19 @@ TKSValue valueOf(const dom::document& document, std::size_t textLength) {
         builder.null();
         break;
       case '[':
+        if (++depth > kDeepestNesting) return {};
         builder.beginArray(word.count());
         break;
       case ']':
+        --depth;
         builder.endArray();
         break;
       case '{':
+        if (++depth > kDeepestNesting) return {};
         builder.beginDictionary(word.count());
         break;
       case '}':
+        --depth;
         builder.endDictionary();
         break;
       default:  // the end
@@ -166,7 +171,8 @@ class Reader {
     padded_.reset();
     padded_.reset(new char[capacity + simdjson::SIMDJSON_PADDING]);
     if (const simdjson::error_code error = parser_.doc.allocate(capacity)) return error;
-    if (const simdjson::error_code error = parser_.allocate(capacity, kDeepestNesting)) return error;
+    // simdjson counts the document as a level, and an innermost array as none when it is empty.
+    if (const simdjson::error_code error = parser_.allocate(capacity, kDeepestNesting + 1)) return error;
     capacity_ = capacity;
     preferLargePages(padded_.get(), capacity);
     preferLargePages(parser_.doc.tape.get(), sizeof(std::uint64_t) * capacity);
@@ -227,7 +233,8 @@ TKSValue parseGuarded(std::string_view text, TKSError* error) {
   if (code != simdjson::SUCCESS) return fail(error, simdjson::error_message(code));
   const char outermost = Word{reader->document().tape[1]}.type();
   if (outermost != '{' && outermost != '[') return fail(error, "It is neither an object nor an array.");
-  return valueOf(reader->document(), length);
+  TKSValue value = valueOf(reader->document(), length);
+  return value.isNothing() ? fail(error, simdjson::error_message(simdjson::DEPTH_ERROR)) : value;
 }
 
 class SimdJson final : public Json {

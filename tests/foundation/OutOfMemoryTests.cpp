@@ -1,0 +1,201 @@
+// What happens when memory runs out: this program's own operator new refuses the n-th request, for every n until all
+// goes well. Nothing may leak, and every object has to stay usable.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "foundation/JsonWriter.h"
+#include "platform/platform.h"
+#include "tests/support/PrintValue.h"
+
+namespace {
+
+std::atomic<long> pieces = 0;
+// Of the thread under test: how many requests are still granted; negative when all are.
+thread_local long granted = -1;
+
+void* request(std::size_t size, std::size_t alignment = 0) noexcept {
+  if (granted == 0) return nullptr;
+  if (granted > 0) --granted;
+  if (size == 0) size = 1;
+  void* const memory = alignment == 0 ? std::malloc(size)
+                                      : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+  if (memory != nullptr) ++pieces;
+  return memory;
+}
+
+void* demand(std::size_t size, std::size_t alignment = 0) {
+  void* const memory = request(size, alignment);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+void giveBack(void* memory) noexcept {
+  if (memory == nullptr) return;
+  --pieces;
+  std::free(memory);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return demand(size); }
+void* operator new[](std::size_t size) { return demand(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+  return demand(size, static_cast<std::size_t>(alignment));
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return demand(size, static_cast<std::size_t>(alignment));
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return request(size); }
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return request(size); }
+void operator delete(void* memory) noexcept { giveBack(memory); }
+void operator delete[](void* memory) noexcept { giveBack(memory); }
+void operator delete(void* memory, std::size_t) noexcept { giveBack(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { giveBack(memory); }
+void operator delete(void* memory, std::align_val_t) noexcept { giveBack(memory); }
+void operator delete[](void* memory, std::align_val_t) noexcept { giveBack(memory); }
+void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { giveBack(memory); }
+void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept { giveBack(memory); }
+
+namespace {
+
+/// Calls `attempt` with ever more memory until it answers that it has succeeded; on a thread of its own, so that what a
+/// thread keeps for itself does not count as leaked. Answers how many times it failed.
+long failuresUntilSuccess(const std::function<bool()>& attempt) {
+  for (long n = 0; n < 10'000; ++n) {
+    const long before = pieces;
+    bool succeeded = false;
+    bool checked = false;
+    std::thread([&] {
+      granted = n;
+      succeeded = attempt();
+      granted = -1;
+      checked = attempt();  // once memory is back, all goes well
+    }).join();
+    EXPECT_EQ(pieces, before) << "leaked after the request " << n;
+    EXPECT_TRUE(checked);
+    if (succeeded) return n;
+  }
+  ADD_FAILURE() << "never succeeds";
+  return -1;
+}
+
+/// Texts and keys short and long, nested, out of order, and a number that takes a second attempt.
+const std::string& text() {
+  static const std::string text = [] {
+    std::string made =
+        R"({"z": [1, 2.5, true, null, 123456789012345678901234567890], "a long key, too long to stand in place": {)";
+    for (int i = 0; i < 400; ++i) {
+      made += "\"key" + std::to_string(997 * i % 400) + "\": \"a text that is too long to stand in place\", ";
+    }
+    return made + R"("last": []}, "short": "x"})";
+  }();
+  return text;
+}
+
+TEST(OutOfMemory, ReadingFailsCleanly) {
+  const TKSValue expected = tks::platform::json().parse(text(), nullptr);
+  ASSERT_TRUE(expected.isDictionary());
+  const long failures = failuresUntilSuccess([&] {
+    TKSError error;
+    const TKSValue value = tks::platform::json().parse(text(), &error);
+    if (value.isNothing()) {
+      EXPECT_NE(error, TKSError());
+      return false;
+    }
+    EXPECT_EQ(error, TKSError());
+    EXPECT_TRUE(value == expected);
+    return true;
+  });
+  EXPECT_GT(failures, 5);
+}
+
+TEST(OutOfMemory, ReportingABadTextFailsCleanly) {
+  failuresUntilSuccess([] {
+    TKSError error;
+    EXPECT_TRUE(tks::platform::json().parse("[1,]", &error).isNothing());
+    EXPECT_NE(error, TKSError());
+    return error.code == 3840;
+  });
+}
+
+TEST(OutOfMemory, WritingFailsCleanly) {
+  const TKSValue value = tks::platform::json().parse(text(), nullptr);
+  const std::string expected = tks::json::write(value).value();
+  const long failures = failuresUntilSuccess([&] {
+    std::string written = "kept";
+    TKSError error;
+    if (!tks::json::append(value, written, &error)) {
+      EXPECT_TRUE(written == "kept");
+      EXPECT_NE(error, TKSError());
+      return false;
+    }
+    EXPECT_TRUE(written.size() == expected.size() + 4);
+    return true;
+  });
+  EXPECT_GT(failures, 1);
+}
+
+TEST(OutOfMemory, WritingDeepNestingFailsCleanly) {
+  TKSValue value = 1;
+  for (int i = 0; i < 5000; ++i) value = TKSArray{value};
+  const long failures = failuresUntilSuccess([&] { return tks::json::write(value).has_value(); });
+  EXPECT_GT(failures, 3);
+}
+
+TEST(OutOfMemory, ComparingDeepNestingNeedsMemoryAndSaysNoWithoutIt) {
+  const auto nested = [] {
+    TKSValue value = "a text that is too long to stand in place";
+    for (int i = 0; i < 5000; ++i) value = TKSArray{value};
+    return value;
+  };
+  const TKSValue left = nested();
+  const TKSValue right = nested();
+  EXPECT_GT(failuresUntilSuccess([&] { return left == right; }), 0);
+}
+
+/// Runs a change that may throw; answers whether it did not, and expects that the value is as before if it did.
+template <class Collection>
+bool changes(const Collection& before, const std::function<void(Collection&)>& change) {
+  Collection collection = before;
+  try {
+    change(collection);
+    return true;
+  } catch (const std::bad_alloc&) {
+    EXPECT_TRUE(collection == before);
+    return false;
+  }
+}
+
+TEST(OutOfMemory, AChangeThatFailsChangesNothing) {
+  const TKSDictionary read = tks::platform::json().parse(text(), nullptr).dictionary();
+  const TKSDictionary made{{"z", 1}, {"a long key, too long to stand in place", 2}};
+  for (const TKSDictionary& dictionary : {read, made}) {
+    const std::function<void(TKSDictionary&)> changesToTry[] = {
+        [](TKSDictionary& d) {
+          d.set("a new key, too long to stand in place", "with a text that is too long as well");
+        },
+        [](TKSDictionary& d) {
+          d.set("z", TKSArray{1, 2, 3});
+        },
+        [](TKSDictionary& d) { d.erase("z"); },
+        [](TKSDictionary& d) {
+          d.set("copy", TKSDictionary(std::vector<std::pair<std::string, TKSValue>>{{"b", 1}, {"a", "x"}}));
+        },
+    };
+    for (const auto& change : changesToTry) {
+      EXPECT_GT(failuresUntilSuccess([&] { return changes(dictionary, change); }), 0);
+    }
+  }
+  const TKSArray array{1, "a text that is too long to stand in place"};
+  EXPECT_GT(failuresUntilSuccess([&] { return changes<TKSArray>(array, [](TKSArray& a) { a.append(2); }); }), 0);
+  EXPECT_GT(failuresUntilSuccess([&] { return changes<TKSArray>(array, [](TKSArray& a) { a.set(0, 2); }); }), 0);
+}
+
+}  // namespace

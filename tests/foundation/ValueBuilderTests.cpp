@@ -1,0 +1,161 @@
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+#include "foundation/ValueBuilder.h"
+#include "tests/support/PrintValue.h"
+#include "tests/support/SmallStack.h"
+
+namespace {
+
+using tks::value::Builder;
+
+constexpr std::string_view kLong = "a text that is too long to stand in the value itself";
+
+TEST(ValueBuilder, BuildsEveryKindOfValue) {
+  Builder builder;
+  builder.beginDictionary(9);
+  builder.key("array");
+  builder.beginArray(2);
+  builder.integer(-7);
+  builder.beginArray(0);
+  builder.endArray();
+  builder.endArray();
+  builder.key("boolean");
+  builder.boolean(true);
+  builder.key("data");
+  builder.data(TKSData(40, 3));
+  builder.key("date");
+  builder.date(TKSDate{5});
+  builder.key("null");
+  builder.null();
+  builder.key("real");
+  builder.real(0.5);
+  builder.key("short");
+  builder.text("text");
+  builder.key("text");
+  builder.text(kLong);
+  builder.key(kLong);
+  builder.text("");
+  builder.endDictionary();
+  EXPECT_EQ(builder.take(), (TKSDictionary{{"array", TKSArray{-7, TKSArray()}},
+                                           {"boolean", true},
+                                           {"data", TKSData(40, 3)},
+                                           {"date", TKSDate{5}},
+                                           {"null", TKSNull()},
+                                           {"real", 0.5},
+                                           {"short", "text"},
+                                           {"text", kLong},
+                                           {kLong, ""}}));
+}
+
+TEST(ValueBuilder, TheOutermostValueMayBeOfAnyKind) {
+  Builder builder;
+  EXPECT_TRUE(builder.take().isNothing());
+  builder.integer(5);
+  EXPECT_EQ(builder.take(), TKSValue(5));
+  builder.text("short");
+  EXPECT_EQ(builder.take(), TKSValue("short"));
+  builder.text(kLong);
+  EXPECT_EQ(builder.take(), TKSValue(kLong));
+  builder.beginArray(0);
+  builder.endArray();
+  EXPECT_EQ(builder.take(), TKSValue(TKSArray()));
+}
+
+TEST(ValueBuilder, WrongExpectationsOfSizeDoNoHarm) {
+  for (const std::size_t expected : {0, 1, 3, 1000}) {
+    Builder builder(expected);
+    TKSArray wanted;
+    builder.beginArray(expected);
+    for (int i = 0; i < 100; ++i) {
+      builder.beginDictionary(expected);
+      TKSDictionary entry;
+      for (int k = 0; k < i % 20; ++k) {
+        const std::string key = "key" + std::to_string(k);
+        builder.key(key);
+        builder.text(kLong);
+        entry.set(key, kLong);
+      }
+      builder.endDictionary();
+      wanted.append(entry);
+    }
+    builder.endArray();
+    EXPECT_EQ(builder.take(), wanted);
+  }
+}
+
+TEST(ValueBuilder, SortsKeysAndKeepsTheLastOfEqualOnes) {
+  std::mt19937 random(1);
+  for (int round = 0; round < 200; ++round) {
+    Builder builder;
+    TKSDictionary wanted;
+    const std::size_t count = random() % 60;
+    builder.beginDictionary(count);
+    for (std::size_t i = 0; i < count; ++i) {
+      const std::string key =
+          (random() % 2 ? "key" : "a key that does not fit in place ") + std::to_string(random() % 40);
+      builder.key(key);
+      builder.integer(i);
+      wanted.set(key, i);
+    }
+    builder.endDictionary();
+    EXPECT_EQ(builder.take(), wanted);
+  }
+}
+
+TEST(ValueBuilder, WhatWasBuiltIsCopiedOnWrite) {
+  Builder builder;
+  builder.beginArray(2);
+  builder.beginDictionary(1);
+  builder.key("a");
+  builder.text(kLong);
+  builder.endDictionary();
+  builder.text(kLong);
+  builder.endArray();
+  TKSArray array = builder.take().array();
+  const TKSArray before = array;
+  TKSDictionary inner = array[0].dictionary();
+  inner.set("b", 2);
+  array.set(1, inner);
+  array.append(kLong);
+  EXPECT_EQ(before, (TKSArray{TKSDictionary{{"a", kLong}}, kLong}));
+  EXPECT_EQ(array, (TKSArray{TKSDictionary{{"a", kLong}}, TKSDictionary{{"a", kLong}, {"b", 2}}, kLong}));
+}
+
+TEST(ValueBuilder, APartOutlivesTheWhole) {
+  Builder builder;
+  builder.beginArray(1);
+  builder.beginArray(1);
+  builder.text(kLong);
+  builder.endArray();
+  builder.endArray();
+  TKSValue value = builder.take();
+  value = value[0][0];
+  EXPECT_EQ(value.text(), kLong);
+}
+
+TEST(ValueBuilder, AnAbandonedBuilderLeavesNothingBehind) {
+  Builder builder;
+  builder.beginDictionary(3);
+  builder.key(kLong);
+  builder.beginArray(7);
+  builder.text(kLong);  // the leak check of the sanitizers watches
+}
+
+TEST(ValueBuilder, NestsToAnyDepthOnASmallStack) {
+  tks::test::onSmallStack([] {
+    constexpr int kLevels = 150'000;
+    Builder builder;
+    for (int i = 0; i < kLevels; ++i) builder.beginArray(1);
+    builder.text(kLong);
+    for (int i = 0; i < kLevels; ++i) builder.endArray();
+    const TKSValue value = builder.take();
+    const TKSValue* innermost = &value;
+    while (innermost->isArray()) innermost = &(*innermost)[0];
+    EXPECT_EQ(innermost->text(), kLong);
+  });
+}
+
+}  // namespace
