@@ -8,6 +8,5 @@
 namespace tks::platform {
 
 template <> Signatures& backend<Signatures>() { std::abort(); }
-template <> Text& backend<Text>() { std::abort(); }
 
 }  // namespace tks::platform

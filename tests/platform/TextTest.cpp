@@ -1,0 +1,206 @@
+#include "platform/text.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/platform.h"
+
+namespace {
+
+using tks::platform::Text;
+using Match = Text::Match;
+
+Text& text() { return tks::platform::text(); }
+
+/// A user who chose a locale, or none.
+class ChosenLocale final : public tks::platform::Preferences {
+ public:
+  explicit ChosenLocale(TKSValue locale) : locale_(std::move(locale)) {}
+  TKSDictionary dictionaryRepresentation() override { return {{"AppleLocale", locale_}}; }
+  TKSValue value(std::string_view key) override { return key == "AppleLocale" ? locale_ : TKSValue(); }
+  TKSValue argument(std::string_view) override { return {}; }
+  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
+
+ private:
+  TKSValue locale_;
+};
+
+std::string decimalIn(const TKSValue& locale, const TKSValue& number) {
+  ChosenLocale preferences(locale);
+  const tks::platform::Replaced<tks::platform::Preferences> replaced(preferences);
+  return text().decimal(number);
+}
+
+TEST(LowerCase, FollowsTheRulesThatHoldInEveryLanguage) {
+  EXPECT_EQ(text().lowerCase("ABC xyz [09]"), "abc xyz [09]");
+  EXPECT_EQ(text().lowerCase("\u00c4\u00d6\u0416"), "\u00e4\u00f6\u0436");
+  EXPECT_EQ(text().lowerCase("I"), "i");
+  EXPECT_EQ(text().lowerCase("\u00c4I"), "\u00e4i");
+  EXPECT_EQ(text().lowerCase("\U00010400"), "\U00010428");
+  EXPECT_EQ(text().lowerCase("\u0130"), "i\u0307");
+  EXPECT_EQ(text().lowerCase(""), "");
+}
+
+TEST(LowerCase, BrokenSequencesBecomeReplacementCharacters) {
+  EXPECT_EQ(text().lowerCase("A\xFF"), "a\uFFFD");
+  EXPECT_EQ(text().lowerCase("\xC3"), "\uFFFD");
+}
+
+TEST(LowerCase, KeepsNulBytes) {
+  using namespace std::string_literals;
+  EXPECT_EQ(text().lowerCase("A\0B"s), "a\0b"s);
+  EXPECT_EQ(text().lowerCase("\u00c4\0B"s), "\u00e4\0b"s);
+}
+
+TEST(EqualIgnoringCase, ComparesLettersOfAnyScript) {
+  EXPECT_TRUE(text().equalIgnoringCase("True", "tRUE"));
+  EXPECT_TRUE(text().equalIgnoringCase("\u00c4b", "\u00e4B"));
+  EXPECT_TRUE(text().equalIgnoringCase("", ""));
+  EXPECT_FALSE(text().equalIgnoringCase("true", "true "));
+  EXPECT_FALSE(text().equalIgnoringCase("a", ""));
+  EXPECT_FALSE(text().equalIgnoringCase("\u00c4", "A"));
+}
+
+TEST(EqualIgnoringCase, ALetterEqualsItsComposedForm) { EXPECT_TRUE(text().equalIgnoringCase("\u00e9", "E\u0301")); }
+
+TEST(CompareNumerically, RunsOfDigitsCountAsNumbers) {
+  EXPECT_GT(text().compareNumerically("44.10", "44.9"), 0);
+  EXPECT_LT(text().compareNumerically("44.9", "44.10"), 0);
+  EXPECT_EQ(text().compareNumerically("44.10", "44.10"), 0);
+  EXPECT_GT(text().compareNumerically("Forum_43.10.2", "Forum_43.9.11"), 0);
+  EXPECT_LT(text().compareNumerically("a2b", "a10a"), 0);
+}
+
+TEST(CompareNumerically, LeadingZerosDoNotCount) {
+  EXPECT_EQ(text().compareNumerically("1.02", "1.2"), 0);
+  EXPECT_EQ(text().compareNumerically("000", "0"), 0);
+  EXPECT_GT(text().compareNumerically("1.02a", "1.2"), 0);
+}
+
+TEST(CompareNumerically, NumbersMayBeLongerThanAnyInteger) {
+  EXPECT_LT(text().compareNumerically("99999999999999999999998", "99999999999999999999999"), 0);
+  EXPECT_LT(text().compareNumerically("9", "10000000000000000000000"), 0);
+}
+
+TEST(CompareNumerically, OtherCharactersCompareByTheirUnits) {
+  EXPECT_LT(text().compareNumerically("B", "a"), 0);
+  EXPECT_LT(text().compareNumerically("a", "\u00e4"), 0);
+  EXPECT_LT(text().compareNumerically("1", "a"), 0);
+  EXPECT_GT(text().compareNumerically(":", "1"), 0);
+  EXPECT_LT(text().compareNumerically("\U00010400", "\uFF21"), 0) << "a surrogate is less than the last units";
+}
+
+TEST(CompareNumerically, AShorterTextStandsBeforeTheLongerOneItBegins) {
+  EXPECT_LT(text().compareNumerically("", "a"), 0);
+  EXPECT_LT(text().compareNumerically("44", "44.1"), 0);
+  EXPECT_GT(text().compareNumerically("44.1", "44"), 0);
+  EXPECT_EQ(text().compareNumerically("", ""), 0);
+}
+
+TEST(FindPattern, FindsAnywhereIgnoringCase) {
+  EXPECT_EQ(text().findPattern("foo", "a FOOd"), Match::matched);
+  EXPECT_EQ(text().findPattern("^bar$", "BAR"), Match::matched);
+  EXPECT_EQ(text().findPattern("^bar$", "bars"), Match::notMatched);
+  EXPECT_EQ(text().findPattern("\u00e4", "\u00c4"), Match::matched);
+  EXPECT_EQ(text().findPattern("^$", ""), Match::matched);
+  EXPECT_EQ(text().findPattern("a{2,3}\\d", "xaaa7"), Match::matched);
+}
+
+TEST(FindPattern, AnchorsStandForTheWholeText) {
+  EXPECT_EQ(text().findPattern("^b", "a\nb"), Match::notMatched);
+  EXPECT_EQ(text().findPattern("a.b", "a\nb"), Match::notMatched);
+}
+
+TEST(FindPattern, APatternThatDoesNotCompileIsBad) {
+  for (const char* pattern : {"(", "[", "a{", "*", "?", "a{2,1}", "\\", "(?<x", ""}) {
+    EXPECT_EQ(text().findPattern(pattern, "text"), Match::badPattern) << pattern;
+  }
+}
+
+TEST(FindPattern, ARunawaySearchEndsAfterItsTimeLimit) {
+  const std::string input(200, 'a');
+  for (const char* pattern : {"(a+)+b", "(a|aa)+$b", "(a*)*(a*)*(a*)*c"}) {
+    const auto before = std::chrono::steady_clock::now();
+    const Match match = text().findPattern(pattern, input);
+    const auto took = std::chrono::steady_clock::now() - before;
+    EXPECT_EQ(match, Match::timeLimit) << pattern;
+    EXPECT_LT(took, std::chrono::seconds(3)) << pattern;
+  }
+}
+
+TEST(FindPattern, ASearchThatNeedsTooMuchMemoryFindsNothing) {
+  EXPECT_NE(text().findPattern("(.|\\n)*x", std::string(4u << 20, 'a')), Match::matched);
+}
+
+TEST(FindPattern, LongTextsAreSearchedToTheirEnd) {
+  EXPECT_EQ(text().findPattern("needle", std::string(100'000, 'a') + "Needle"), Match::matched);
+}
+
+TEST(Utf16Length, CountsUnits) {
+  EXPECT_EQ(text().utf16Length(""), 0U);
+  EXPECT_EQ(text().utf16Length("abc"), 3U);
+  EXPECT_EQ(text().utf16Length("\u00e9"), 1U);
+  EXPECT_EQ(text().utf16Length("\u20ac\u20ac"), 2U);
+  EXPECT_EQ(text().utf16Length("\U0001F600"), 2U);
+  EXPECT_EQ(text().utf16Length("a\xFFz"), 3U);
+}
+
+TEST(Decimal, GroupsByTheUsersLocale) {
+  EXPECT_EQ(decimalIn("en_US", 1234567), "1,234,567");
+  EXPECT_EQ(decimalIn("de_DE", 1234567), "1.234.567");
+  EXPECT_EQ(decimalIn("de_CH", 1234567), "1\u2019234\u2019567");
+  EXPECT_EQ(decimalIn("fr_FR", 1234567), "1\u202f234\u202f567");
+  EXPECT_EQ(decimalIn("hi_IN", 1234567), "12,34,567");
+  EXPECT_EQ(decimalIn("en_US", 999), "999");
+  EXPECT_EQ(decimalIn("en_US", -1000), "-1,000");
+  EXPECT_EQ(decimalIn("en_US", 0), "0");
+  EXPECT_EQ(decimalIn("en_US", std::numeric_limits<std::int64_t>::max()), "9,223,372,036,854,775,807");
+}
+
+TEST(Decimal, FollowsAChangeOfTheLocale) {
+  EXPECT_EQ(decimalIn("de_DE", 1000), "1.000");
+  EXPECT_EQ(decimalIn("en_GB", 1000), "1,000");
+}
+
+TEST(Decimal, WithoutALocaleNumbersAreWrittenInEnglish) {
+  EXPECT_EQ(decimalIn(TKSValue(), 1000), "1,000");
+  EXPECT_EQ(decimalIn("", 1000), "1,000");
+  EXPECT_EQ(decimalIn(7, 1000), "1,000");
+}
+
+TEST(Decimal, RealsHaveAtMostThreeDigitsBehindThePoint) {
+  EXPECT_EQ(decimalIn("en_US", 1234.5), "1,234.5");
+  EXPECT_EQ(decimalIn("de_DE", 1234.5678), "1.234,568");
+  EXPECT_EQ(decimalIn("en_US", 0.0625), "0.062");
+  EXPECT_EQ(decimalIn("en_US", 2.0), "2");
+}
+
+TEST(Decimal, WhatIsNoNumberHasNoText) {
+  EXPECT_EQ(decimalIn("en_US", "1000"), "");
+  EXPECT_EQ(decimalIn("en_US", TKSValue()), "");
+  EXPECT_EQ(decimalIn("en_US", true), "1");
+}
+
+TEST(TextThreads, AllOperationsMayRunAtOnce) {
+  ChosenLocale preferences("de_DE");
+  const tks::platform::Replaced<tks::platform::Preferences> replaced(preferences);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([] {
+      for (int round = 0; round < 50; ++round) {
+        EXPECT_EQ(text().decimal(1000), "1.000");
+        EXPECT_EQ(text().findPattern("b+", "aBb"), Match::matched);
+        EXPECT_EQ(text().lowerCase("\u00c4"), "\u00e4");
+        EXPECT_TRUE(text().equalIgnoringCase("\u00c4", "\u00e4"));
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+}  // namespace
