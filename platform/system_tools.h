@@ -20,7 +20,7 @@ struct ToolRequest {
   /// Collect standard error instead of standard output. The other one is thrown away.
   bool collectStandardError = false;
   /// A second tool that reads the first one's output; its own output is then what is collected.
-  std::optional<Tool> pipedInto;
+  std::optional<Tool> pipedInto = std::nullopt;
   /// What is longer is read to its end and thrown away.
   std::size_t outputLimit = 16u * 1024 * 1024;
   /// After this the tool is ended with its process group.

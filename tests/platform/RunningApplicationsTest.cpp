@@ -1,0 +1,290 @@
+#include "platform/running_applications.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <string>
+
+#include "platform/child_processes.h"
+#include "platform/platform.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FakeLauncher.h"
+#include "tests/support/FreshProcess.h"
+#include "tests/support/HostLoop.h"
+#include "tests/support/InjectedSystemCall.h"
+#include "tests/support/ProcessState.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using tks::gnulinux::SystemCalls;
+using tks::platform::runningApplications;
+using tks::test::ChildProcess;
+using tks::test::FakeLauncher;
+using tks::test::InjectedSystemCall;
+using tks::test::refusing;
+using tks::test::waitUntil;
+
+using ::testing::Contains;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+/// A launcher that was started by somebody and waits.
+struct Started {
+  explicit Started(const FakeLauncher& launcher)
+      : process(ChildProcess::run(launcher.executable(), {}, {"TKS_FAKE_LAUNCHER=--script wait"})) {
+    waitUntil([&] { return !launcher.processes().empty(); });
+  }
+  std::int32_t pid() const { return process.pid(); }
+  ChildProcess process;
+};
+
+class RunningApplications : public ::testing::Test {
+ protected:
+  RunningApplications() { tks::test::writeFile(launcher.file("wait"), "sleep 100s\n"); }
+  void writeInformation(const std::string& keys) {
+    tks::test::writeFile(launcher.bundle() + "/Contents/Info.plist",
+                         "<plist version=\"1.0\"><dict>" + keys + "</dict></plist>");
+  }
+  FakeLauncher launcher;
+  TKSError error;
+};
+
+TEST_F(RunningApplications, AProcessOfABundleIsFoundWithWhatTheBundleSays) {
+  const Started started(launcher);
+  const auto found = runningApplications().find(started.pid());
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->processIdentifier, started.pid());
+  EXPECT_EQ(found->bundleIdentifier, "com.tarvo.kovra.Tarvo-Kovra-Start");
+  EXPECT_EQ(found->localizedName, "Tarvo Kovra Start");
+  EXPECT_EQ(found->bundlePath, launcher.bundle());
+  EXPECT_GT(found->startTime, 0u);
+  EXPECT_EQ(runningApplications().find(started.pid()), found) << "the same again";
+}
+
+TEST_F(RunningApplications, ThereIsNoneForAProcessOutsideOfABundle) {
+  EXPECT_EQ(runningApplications().find(::getpid()), std::nullopt);
+  EXPECT_EQ(runningApplications().find(0), std::nullopt);
+  EXPECT_EQ(runningApplications().find(-1), std::nullopt);
+  EXPECT_EQ(runningApplications().find(0x7fffffff), std::nullopt);
+}
+
+TEST_F(RunningApplications, TheDisplayNameComesBeforeTheNameAndThatBeforeTheBundles) {
+  writeInformation("<key>CFBundleDisplayName</key><string>Shown</string><key>CFBundleName</key><string>Name</string>");
+  const Started started(launcher);
+  EXPECT_EQ(runningApplications().find(started.pid())->localizedName, "Shown");
+  writeInformation("<key>CFBundleName</key><string>Name</string>");
+  EXPECT_EQ(runningApplications().find(started.pid())->localizedName, "Name") << "the file has changed";
+  EXPECT_EQ(runningApplications().find(started.pid())->bundleIdentifier, "");
+  fs::remove(launcher.bundle() + "/Contents/Info.plist");
+  EXPECT_EQ(runningApplications().find(started.pid())->localizedName, "Tarvo Kovra Start");
+}
+
+TEST_F(RunningApplications, AProcessWhoseBundleWasRemovedIsStillFound) {
+  const Started started(launcher);
+  fs::remove_all(launcher.bundle());
+  const auto found = runningApplications().find(started.pid());
+  ASSERT_TRUE(found);
+  EXPECT_EQ(found->bundlePath, launcher.bundle());
+}
+
+TEST_F(RunningApplications, AProcessThatHasEndedIsNotFoundEvenBeforeItIsCollected) {
+  const Started started(launcher);
+  ASSERT_EQ(::kill(started.pid(), SIGKILL), 0);
+  siginfo_t facts{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(started.pid()), &facts, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(runningApplications().find(started.pid()), std::nullopt);
+  EXPECT_THAT(runningApplications().list(), IsEmpty());
+}
+
+int launcherOfAnotherUser(const tks::test::Arguments& arguments) {
+  if (::setgid(65534) != 0 || ::setuid(65534) != 0) return 77;
+  ::execl(arguments.at(0).c_str(), arguments.at(0).c_str(), nullptr);
+  return 78;
+}
+const tks::test::ChildRole kLauncherOfAnotherUser("launcher-of-another-user", launcherOfAnotherUser);
+
+TEST_F(RunningApplications, ThoseOfOtherUsersDoNotCount) {
+  if (::getuid() != 0) GTEST_SKIP() << "needs the right to become another user";
+  fs::permissions(fs::path(launcher.bundle()).parent_path(), fs::perms(0755));
+  const ChildProcess process =
+      ChildProcess::inRole("launcher-of-another-user", {launcher.executable()}, {"TKS_FAKE_LAUNCHER=--script wait"});
+  ASSERT_TRUE(waitUntil([&] { return !launcher.processes().empty(); }));
+  EXPECT_EQ(runningApplications().find(process.pid()), std::nullopt);
+  EXPECT_THAT(runningApplications().list(), IsEmpty());
+}
+
+TEST_F(RunningApplications, AllAreListed) {
+  EXPECT_THAT(runningApplications().list(), IsEmpty());
+  const FakeLauncher other;
+  tks::test::writeFile(other.file("wait"), "sleep 100s\n");
+  const Started first(launcher);
+  const Started second(other);
+  const Started third(launcher);
+  const auto listed = runningApplications().list();
+  for (const Started* one : {&first, &second, &third}) {
+    EXPECT_THAT(listed, Contains(runningApplications().find(one->pid()).value()));
+  }
+  EXPECT_EQ(listed.size(), 3u);
+}
+
+TEST_F(RunningApplications, ForceTerminationEndsTheProcessAtOnce) {
+  launcher.setSwitches({"--wont-die"});
+  Started started(launcher);
+  const auto application = runningApplications().find(started.pid());
+  ASSERT_TRUE(application);
+  EXPECT_TRUE(runningApplications().forceTerminate(*application));
+  EXPECT_EQ(started.process.wait(), 128 + SIGKILL);
+  EXPECT_FALSE(runningApplications().forceTerminate(*application)) << "it is gone";
+}
+
+TEST_F(RunningApplications, TerminationIsPolite) {
+  launcher.setSwitches({"--wont-die"});
+  tks::test::writeFile(launcher.file("ready"), "send {}\nsleep 100s\n");
+  Started stubborn(launcher);
+  const auto ignoresTermination = [&] {
+    const std::string status = tks::test::contentOf("/proc/" + std::to_string(stubborn.pid()) + "/status");
+    const std::size_t at = status.find("SigIgn:\t");
+    return at != std::string::npos && (std::stoull(status.substr(at + 8, 16), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+  };
+  ASSERT_TRUE(waitUntil(ignoresTermination));
+  EXPECT_TRUE(runningApplications().terminate(*runningApplications().find(stubborn.pid())));
+  EXPECT_TRUE(runningApplications().find(stubborn.pid())) << "it does not want to";
+  launcher.setSwitches({});
+  Started willing(launcher);
+  EXPECT_TRUE(runningApplications().terminate(*runningApplications().find(willing.pid())));
+  EXPECT_EQ(willing.process.wait(), 128 + SIGTERM);
+}
+
+TEST_F(RunningApplications, AProcessThatOnlyHasTheSameIdentifierIsLeftAlone) {
+  const Started started(launcher);
+  const auto expectLeftAlone = [&] {
+    TKSRunningApplication earlier = *runningApplications().find(started.pid());
+    earlier.startTime -= 1;
+    EXPECT_FALSE(runningApplications().forceTerminate(earlier));
+    EXPECT_FALSE(runningApplications().terminate(earlier));
+    EXPECT_TRUE(runningApplications().find(started.pid()));
+  };
+  expectLeftAlone();
+  const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
+  expectLeftAlone();
+}
+
+TEST_F(RunningApplications, NothingIsSignalledWithoutAProcessIdentifier) {
+  TKSRunningApplication none;
+  for (const std::int32_t pid : {0, -1, -::getpid()}) {
+    none.processIdentifier = pid;
+    EXPECT_FALSE(runningApplications().forceTerminate(none));
+    EXPECT_FALSE(runningApplications().terminate(none));
+  }
+}
+
+TEST_F(RunningApplications, EndWithoutDescriptorsOfProcessesAsWell) {
+  const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
+  Started first(launcher);
+  EXPECT_TRUE(runningApplications().forceTerminate(*runningApplications().find(first.pid())));
+  EXPECT_EQ(first.process.wait(), 128 + SIGKILL);
+}
+
+TEST_F(RunningApplications, EndWhereProcessesCannotBeSignalledByDescriptor) {
+  const InjectedSystemCall oldKernel(&SystemCalls::pidfdSendSignal, refusing<ENOSYS>);
+  Started started(launcher);
+  EXPECT_TRUE(runningApplications().forceTerminate(*runningApplications().find(started.pid())));
+  EXPECT_EQ(started.process.wait(), 128 + SIGKILL);
+}
+
+TEST_F(RunningApplications, LaunchingStartsANewInstanceInASessionOfItsOwn) {
+  launcher.setSwitches({"--dump-arguments", "arguments", "--dump-descriptors", "descriptors", "--script", "wait"});
+  const auto first = runningApplications().launch(launcher.bundle(), {"-one", "two words"}, &error);
+  const auto second = runningApplications().launch(launcher.bundle() + "/", {}, &error);
+  ASSERT_TRUE(first && second) << error.description();
+  EXPECT_NE(first->processIdentifier, second->processIdentifier);
+  EXPECT_EQ(runningApplications().find(first->processIdentifier), first);
+  EXPECT_EQ(runningApplications().find(second->processIdentifier), second);
+  EXPECT_EQ(::getsid(first->processIdentifier), first->processIdentifier);
+  EXPECT_EQ(launcher.report("descriptors"), "0 /dev/null\n1 /dev/null\n2 /dev/null\n");
+  launcher.endAll();
+  EXPECT_TRUE(tks::test::drainUntil([] { return tks::test::children().empty(); }, std::chrono::seconds(1)));
+}
+
+TEST_F(RunningApplications, ALaunchedInstanceGetsItsArguments) {
+  launcher.setSwitches({"--dump-arguments", "arguments", "--exit", "0"});
+  const std::vector<std::string> arguments = {"-one", "two words", "", "\xff"};
+  ASSERT_TRUE(runningApplications().launch(launcher.bundle(), arguments, &error));
+  std::string expected = launcher.executable() + '\0';
+  for (const std::string& argument : arguments) expected += argument + '\0';
+  EXPECT_EQ(launcher.report("arguments"), expected);
+}
+
+TEST_F(RunningApplications, LaunchingNotesTheLastUsedDate) {
+  launcher.setSwitches({"--exit", "0"});
+  EXPECT_FALSE(runningApplications().hasLastUsedDate(launcher.bundle()));
+  const std::int64_t before = std::time(nullptr);
+  ASSERT_TRUE(runningApplications().launch(launcher.bundle(), {}, &error));
+  std::int64_t date[3] = {};
+  const ssize_t size = ::getxattr(launcher.bundle().c_str(), "user.com.apple.lastuseddate#PS", date, sizeof date);
+  if (size < 0 && errno == ENOTSUP) GTEST_SKIP() << "no attributes here";
+  EXPECT_EQ(size, 16);
+  EXPECT_GE(date[0], before);
+  EXPECT_LE(date[0], std::time(nullptr));
+  EXPECT_TRUE(date[1] >= 0 && date[1] < 1'000'000'000) << date[1];
+  EXPECT_TRUE(runningApplications().hasLastUsedDate(launcher.bundle()));
+  EXPECT_TRUE(runningApplications().hasLastUsedDate(launcher.bundle() + "/"));
+  EXPECT_FALSE(runningApplications().hasLastUsedDate(launcher.bundle() + "/Contents"));
+}
+
+TEST_F(RunningApplications, WhatCannotBeLaunchedIsAnError) {
+  EXPECT_FALSE(runningApplications().launch("/nowhere/at/all.app", {}, &error));
+  EXPECT_EQ(error,
+            (TKSError{"NSPOSIXErrorDomain", ENOENT, "launch \"/nowhere/at/all.app\": No such file or directory"}));
+  fs::permissions(launcher.executable(), fs::perms(0644));
+  EXPECT_FALSE(runningApplications().launch(launcher.bundle(), {}, &error));
+  EXPECT_EQ(error,
+            (TKSError{"NSPOSIXErrorDomain", EACCES, "launch \"" + launcher.executable() + "\": Permission denied"}));
+  EXPECT_FALSE(runningApplications().hasLastUsedDate(launcher.bundle()));
+  EXPECT_FALSE(runningApplications().launch(launcher.bundle(), {}, nullptr));
+}
+
+TEST_F(RunningApplications, AScriptIsLaunchedAsWell) {
+  fs::remove(launcher.executable());
+  tks::test::writeFile(launcher.executable(), "#!/bin/sh\necho \"$1\" > \"$(dirname \"$0\")/said\"\n");
+  fs::permissions(launcher.executable(), fs::perms(0755));
+  const auto launched = runningApplications().launch(launcher.bundle(), {"hello"}, &error);
+  ASSERT_TRUE(launched) << error.description();
+  EXPECT_EQ(launched->bundlePath, launcher.bundle());
+  EXPECT_TRUE(waitUntil([&] { return tks::test::contentOf(launcher.file("said")) == "hello\n"; }));
+}
+
+int applicationThatTerminatesItself(const tks::test::Arguments&) {
+  runningApplications().terminateThisApplication();
+  return 0;
+}
+const tks::test::ChildRole kTerminatesItself("terminates-itself", applicationThatTerminatesItself);
+
+TEST_F(RunningApplications, ThisOneEndsInGoodOrder) {
+  EXPECT_EQ(ChildProcess::inRole("terminates-itself").wait(), 128 + SIGTERM);
+}
+
+TEST_F(RunningApplications, NoLookLeavesADescriptorOpen) {
+  TKS_IN_FRESH_PROCESS();
+  TKSMainLoop::descriptor();
+  const Started started(launcher);
+  const std::set<int> before = tks::test::openDescriptors();
+  for (int i = 0; i < 100; ++i) {
+    runningApplications().find(started.pid());
+    runningApplications().find(i);
+    runningApplications().list();
+  }
+  runningApplications().forceTerminate(*runningApplications().find(started.pid()));
+  EXPECT_EQ(tks::test::openDescriptors(), before);
+}
+
+}  // namespace
