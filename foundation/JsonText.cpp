@@ -1,0 +1,41 @@
+#include <exception>
+#include <optional>
+#include <string>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/JsonWriter.h"
+#include "platform/platform.h"
+
+// JSON texts and the values they hold.
+
+namespace {
+
+/// What the reader and the writer throw is the caller's error, no exception.
+void storeException(TKSError* error, const char* reason) {
+  if (error != nullptr) *error = {std::string(TKSUtilErrorDomain), 0, reason};
+}
+
+}  // namespace
+
+TKSValue TKSUtilBase::JSONStringToObject(std::string_view text, TKSError* error) {
+  try {
+    return tks::platform::json().parse(text, error);
+  } catch (const std::exception& exception) {
+    storeException(error, exception.what());
+    return {};
+  }
+}
+
+std::optional<std::string> TKSUtilBase::objectToJSONString(const TKSValue& object, TKSError* error) {
+  try {
+    TKSError reason;
+    std::optional<std::string> text = tks::json::write(object, &reason);
+    if (!text) storeException(error, reason.localizedDescription.c_str());
+    return text;
+  } catch (const std::exception& exception) {
+    storeException(error, exception.what());
+    return std::nullopt;
+  }
+}
