@@ -84,7 +84,8 @@ class Files {
   /// Removes an extended attribute from the item itself (removexattr with XATTR_NOFOLLOW). The call's result: 0 or -1.
   virtual int removeExtendedAttribute(std::string_view path, std::string_view name) = 0;
 
-  /// Space on the volume that holds the path; free means free for this user.
+  /// Space on the volume that holds the path, or will hold it when only its last component is missing; free means free
+  /// for this user.
   virtual std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) = 0;
 };
 

@@ -153,8 +153,13 @@ class LinuxFiles final : public Files {
 
   std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
     struct statvfs facts {};
-    const std::string name(path);
-    if (posix::retried([&] { return ::statvfs(name.c_str(), &facts); }) != 0) {
+    const std::string name = plainPath(path);
+    const auto ask = [&](const std::string& place) {
+      return posix::retried([&] { return ::statvfs(place.c_str(), &facts); }) == 0;
+    };
+    // A folder that is still to be made will lie on the volume of the one above it.
+    const bool found = ask(name) || (errno == ENOENT && ask(name.substr(0, name.rfind('/') + 1)));
+    if (!found) {
       fail(error, "read the free space of", path);
       return std::nullopt;
     }
