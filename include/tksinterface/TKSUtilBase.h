@@ -187,13 +187,14 @@ class TKS_EXPORT TKSUtilBase {
 
   // Installing.
 
-  /// `installTKSVersion:backupZipPath:targetPath:` Replaces the bundle at the target by the launcher in a zip archive, when
-  /// that is signed by the maker, supported and of the given version; whether the target is then in place and healthy. At
-  /// every moment the target is the old launcher or the new one. A launcher that the health check finds broken afterwards
-  /// is removed. Installations of one user wait for each other. Takes seconds: keep it off the main thread.
+  /// `installTKSVersion:backupZipPath:targetPath:` Replaces the bundle at the target by the launcher in a zip archive,
+  /// when that is signed by the maker, supported and of the given version; whether the target is then in place and
+  /// healthy. At every moment the target is the old launcher or the new one. A launcher that the health check finds
+  /// broken afterwards is removed. Installations of one user wait for each other. Takes seconds: keep it off the main
+  /// thread.
   static bool installTKSVersion(std::string_view version, std::string_view backupZipPath, std::string_view targetPath);
-  /// `isSafeToInstall:tellingVersion:error:` Whether an unpacked package is the maker's and of the version that is told. A
-  /// plain file whose name ends in ".dylib" has no version to compare.
+  /// `isSafeToInstall:tellingVersion:error:` Whether an unpacked package is the maker's and of the version that is
+  /// told. A plain file whose name ends in ".dylib" has no version to compare.
   static bool isSafeToInstall(std::string_view packagePath, std::string_view tellingVersion, TKSError* error = nullptr);
   /// `isSupportedTKSVersion:` Whether the main version is at least TKSMinSupportedMainVersion.
   static bool isSupportedTKSVersion(std::string_view version);
@@ -213,19 +214,20 @@ class TKS_EXPORT TKSUtilBase {
 
   // Where downloaded files came from, and delta updates.
 
-  /// `getDownloadURLFromFile:` The address that a downloaded file came from: the first entry of its where-from attribute;
-  /// nothing when it has none. A hint only, for anybody can write the attribute.
+  /// `getDownloadURLFromFile:` The address that a downloaded file came from: the first entry of its where-from
+  /// attribute; nothing when it has none. A hint only, for anybody can write the attribute.
   static TKSValue getDownloadURLFromFile(std::string_view filePath);
-  /// `getProperty:fromFile:` The property list in an extended attribute, when it is an array with at least one entry. On
-  /// macOS 10.15 and later a missing attribute resets this host's access to the file's folder and is looked for again.
+  /// `getProperty:fromFile:` The property list in an extended attribute, when it is an array with at least one entry.
+  /// On macOS 10.15 and later a missing attribute resets this host's access to the file's folder and is looked for
+  /// again.
   static TKSValue getProperty(std::string_view property, std::string_view filePath);
   /// `resetAppAccessWithPkgPath:` Resets the host's recorded privacy decision for the folder that holds the path.
   static void resetAppAccessWithPkgPath(std::string_view pkgPath);
   /// `getSystemPolicyFolderToResetAccess:` Name of the privacy service for that folder.
   static std::string getSystemPolicyFolderToResetAccess(std::string_view pkgPath);
-  /// `avaliableDeltaUpdates:error:` The delta packages that a server offers: version to a dictionary of "version", "hash",
-  /// "size" and "path". Nothing when the base address is empty or no package was found. Waits for the download (a server
-  /// that is silent for 5 s ends it): keep it off the main thread.
+  /// `avaliableDeltaUpdates:error:` The delta packages that a server offers: version to a dictionary of "version",
+  /// "hash", "size" and "path". Nothing when the base address is empty or no package was found. Waits for the download
+  /// (a server that is silent for 5 s ends it): keep it off the main thread.
   static std::optional<TKSDictionary> avaliableDeltaUpdates(std::string_view baseURL, TKSError* error);
 
   // Processes.
