@@ -4,6 +4,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "platform/bundles.h"
 #include "platform/files.h"
 #include "platform/platform.h"
@@ -16,13 +17,8 @@ namespace {
 constexpr std::string_view kInfoPlist = "/Contents/Info.plist";
 constexpr std::string_view kBundleVersion = "CFBundleVersion";
 
-}  // namespace
-
-TKSValue TKSUtilBase::getValueInInfoPlist(std::string_view appPath, std::string_view key) {
-  if (appPath.empty() || key.empty()) {
-    TKSILog::logWithLevel(TKSILogLevelWarning, "AppPath or key is nil or empty.");
-    return {};
-  }
+/// From the information file where it usually stands, else from what the system takes for a bundle.
+TKSValue valueInBundle(std::string_view appPath, std::string_view key) {
   if (!tks::platform::files().exists(appPath)) {
     TKSILog::logWithLevel(TKSILogLevelWarning, "Fail to get value of key:%@. App in path:%@ doesn't exist.",
                           tks::masked(key), tks::masked(appPath));
@@ -39,6 +35,16 @@ TKSValue TKSUtilBase::getValueInInfoPlist(std::string_view appPath, std::string_
   }
   const std::optional<tks::platform::Bundle> bundle = tks::platform::bundles().open(appPath);
   return bundle ? bundle->infoDictionary[key] : TKSValue();
+}
+
+}  // namespace
+
+TKSValue TKSUtilBase::getValueInInfoPlist(std::string_view appPath, std::string_view key) {
+  if (appPath.empty() || key.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelWarning, "AppPath or key is nil or empty.");
+    return {};
+  }
+  return tks::unlessOutOfMemory([&] { return valueInBundle(appPath, key); });
 }
 
 TKSValue TKSUtilBase::getBundleVersion(std::string_view appPath) {

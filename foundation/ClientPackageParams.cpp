@@ -7,12 +7,15 @@
 
 #include "foundation/Base64.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "platform/json.h"
 #include "platform/platform.h"
 
 // Values of the client package parameter by key path.
 
-TKSValue TKSUtilBase::getClientPackageParam(std::string_view base64JSON, const TKSKeyPath& keyPath) {
+namespace {
+
+TKSValue packageParam(std::string_view base64JSON, const TKSKeyPath& keyPath) {
   if (base64JSON.empty() || keyPath.empty()) {
     const TKSValue path = TKSArray(std::vector<TKSValue>(keyPath.begin(), keyPath.end()));
     TKSILog::logWithLevel(TKSILogLevelWarning, "No JSONStr '%@' or no keyPath '%@'", tks::masked(base64JSON),
@@ -28,4 +31,10 @@ TKSValue TKSUtilBase::getClientPackageParam(std::string_view base64JSON, const T
   TKSValue value = tks::platform::json().parse(text, nullptr);
   for (const std::string& key : keyPath) value = TKSValue(value[key]);
   return value;
+}
+
+}  // namespace
+
+TKSValue TKSUtilBase::getClientPackageParam(std::string_view base64JSON, const TKSKeyPath& keyPath) {
+  return tks::unlessOutOfMemory([&] { return packageParam(base64JSON, keyPath); });
 }

@@ -1,3 +1,5 @@
+#include "foundation/KeyPaths.h"
+
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -7,6 +9,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 
 // Values of nested dictionaries by key path, in memory. What stands in files, preferences and elsewhere goes through
 // here.
@@ -64,12 +67,19 @@ TKSDictionary TKSUtilBase::setValueForDict(const TKSKeyPath& keyPath, const TKSV
     TKSILog::logWithLevel(TKSILogLevelError, "No value given, fail to set plist.");
     return target;
   }
+  tks::unlessOutOfMemory([&] {
+    tks::setAtKeyPath(keyPath, value, target);
+    return true;
+  });
+  return target;
+}
 
+void tks::setAtKeyPath(const TKSKeyPath& keyPath, const TKSValue& value, TKSDictionary& dictionary) {
   // The dictionaries on the way down, outermost first; then they are stored into each other on the way back.
   std::vector<TKSDictionary> levels;
   levels.reserve(keyPath.size() - 1);
   for (std::size_t i = 0; i + 1 < keyPath.size(); ++i) {
-    const TKSDictionary& parent = levels.empty() ? target : levels.back();
+    const TKSDictionary& parent = levels.empty() ? dictionary : levels.back();
     levels.push_back(dictionaryToReplace(parent[keyPath[i]], keyPath[i]));
   }
   TKSValue changed = value;
@@ -77,6 +87,5 @@ TKSDictionary TKSUtilBase::setValueForDict(const TKSKeyPath& keyPath, const TKSV
     levels[i - 1].set(keyPath[i], std::move(changed));
     changed = std::move(levels[i - 1]);
   }
-  target.set(keyPath.front(), std::move(changed));
-  return target;
+  dictionary.set(keyPath.front(), std::move(changed));
 }

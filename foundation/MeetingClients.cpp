@@ -8,6 +8,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "platform/files.h"
 #include "platform/platform.h"
@@ -30,24 +31,18 @@ std::string_view versionOf(std::string_view folderName) {
 bool holdsClient(const std::string& kovraFolder, const std::string& name) {
   if (name.find(kFolderMark) == std::string::npos || versionOf(name).empty()) return false;
   tks::platform::Files& files = tks::platform::files();
-  const std::string path = kovraFolder + "/" + name;
-  return files.isDirectory(path) && files.exists(path + "/" + std::string(TKSForumName));
+  const std::string path = tks::joinedPath(kovraFolder, name);
+  return files.isDirectory(path) && files.exists(tks::joinedPath(path, TKSForumName));
 }
 
 bool isNewer(std::string_view left, std::string_view right) {
   return tks::platform::text().compareNumerically(versionOf(left), versionOf(right)) > 0;
 }
 
-std::string_view withoutClosingSlashes(std::string_view path) {
-  while (path.ends_with('/')) path.remove_suffix(1);
-  return path;
-}
-
 /// Name of the folder that holds an item.
 std::string_view nameOfFolderAround(std::string_view path) {
-  path = withoutClosingSlashes(path);
-  path = withoutClosingSlashes(path.substr(0, path.rfind('/') + 1));
-  return path.substr(path.rfind('/') + 1);
+  const std::string_view item = tks::lastPathComponent(path);
+  return tks::lastPathComponent(path.substr(0, static_cast<std::size_t>(item.data() - path.data())));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <string_view>
+#include <new>
+#include <type_traits>
 
 #include <tksinterface/TKSError.h>
 
@@ -13,6 +14,19 @@ inline void setOutOfMemory(TKSError* error) noexcept {
   error->domain.assign("POSIX");
   error->code = 12;
   error->localizedDescription.assign("Out of memory");
+}
+
+/// Whether an error was filled by setOutOfMemory.
+inline bool isOutOfMemory(const TKSError& error) noexcept { return error.domain == "POSIX" && error.code == 12; }
+
+/// Does the work of an operation that has no error to fill: answers `otherwise` when memory runs out.
+template <class Work>
+auto unlessOutOfMemory(Work work, std::invoke_result_t<Work> otherwise = {}) noexcept -> std::invoke_result_t<Work> {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    return otherwise;
+  }
 }
 
 }  // namespace tks

@@ -1,7 +1,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/KeyPaths.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "platform/platform.h"
 #include "platform/preferences.h"
 
@@ -18,6 +20,20 @@ bool store(const std::string& key, const TKSValue& value) {
   return false;
 }
 
+/// Stores a value inside of the dictionary under the first key; another kind of value there is never replaced.
+bool storeInside(const TKSKeyPath& keyPath, const TKSValue& value) {
+  const std::string& key = keyPath.front();
+  const TKSValue existing = tks::platform::preferences().value(key);
+  if (!existing.isNothing() && !existing.isDictionary()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "The value: %@ for Key: %@ in preference is not a dict",
+                          tks::masked(existing), tks::masked(key));
+    return false;
+  }
+  TKSDictionary dictionary = existing.dictionary();
+  tks::setAtKeyPath(TKSKeyPath(keyPath.begin() + 1, keyPath.end()), value, dictionary);
+  return store(key, dictionary);
+}
+
 }  // namespace
 
 TKSValue TKSUtilBase::getPreference(const TKSKeyPath& keyPath) {
@@ -25,7 +41,8 @@ TKSValue TKSUtilBase::getPreference(const TKSKeyPath& keyPath) {
     TKSILog::logWithLevel(TKSILogLevelError, "No key path given, fail to get preference.");
     return {};
   }
-  return getValueFormPlist(keyPath, tks::platform::preferences().dictionaryRepresentation());
+  return getValueFormPlist(
+      keyPath, tks::unlessOutOfMemory([] { return tks::platform::preferences().dictionaryRepresentation(); }));
 }
 
 bool TKSUtilBase::setPreference(const TKSKeyPath& keyPath, const TKSValue& value) {
@@ -37,16 +54,6 @@ bool TKSUtilBase::setPreference(const TKSKeyPath& keyPath, const TKSValue& value
     TKSILog::logWithLevel(TKSILogLevelError, "No value given, fail to set preference.");
     return false;
   }
-  const std::string& key = keyPath.front();
-  if (keyPath.size() == 1) return store(key, value);
-
-  const TKSValue existing = tks::platform::preferences().value(key);
-  if (!existing.isNothing() && !existing.isDictionary()) {
-    TKSILog::logWithLevel(TKSILogLevelError, "The value: %@ for Key: %@ in preference is not a dict",
-                          tks::masked(existing), tks::masked(key));
-    return false;
-  }
-  TKSDictionary dictionary = existing.dictionary();
-  setValueForDict(TKSKeyPath(keyPath.begin() + 1, keyPath.end()), value, &dictionary);
-  return store(key, dictionary);
+  return tks::unlessOutOfMemory(
+      [&] { return keyPath.size() == 1 ? store(keyPath.front(), value) : storeInside(keyPath, value); });
 }

@@ -3,7 +3,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/KeyPaths.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/property_lists.h"
@@ -11,6 +13,8 @@
 // Values of property-list files by key path.
 
 namespace {
+
+using tks::platform::PropertyLists;
 
 constexpr std::uint32_t kNewFilePermissions = 0666;
 
@@ -26,11 +30,27 @@ bool createWhenMissing(std::string_view path) {
   return true;
 }
 
+/// The dictionary in a file; an empty one when it cannot be read.
+TKSDictionary readOrEmpty(std::string_view path) noexcept {
+  return tks::unlessOutOfMemory(
+      [&] { return tks::platform::propertyLists().readDictionary(path, nullptr).value_or(TKSDictionary()); });
+}
+
+/// A file that is no property list is replaced as if it were empty; one that could not be read for other reasons is
+/// not.
+bool writeAt(const TKSKeyPath& keyPath, const TKSValue& value, std::string_view path) {
+  TKSError error;
+  std::optional<TKSDictionary> dictionary = tks::platform::propertyLists().readDictionary(path, &error);
+  if (!dictionary && (tks::isOutOfMemory(error) || PropertyLists::isBeyondBounds(error))) return false;
+  if (!dictionary) dictionary.emplace();
+  tks::setAtKeyPath(keyPath, value, *dictionary);
+  return tks::platform::propertyLists().writeDictionary(*dictionary, path, nullptr);
+}
+
 }  // namespace
 
 TKSValue TKSUtilBase::getValueFormPlist(const TKSKeyPath& keyPath, std::string_view plistPath) {
-  return getValueFormPlist(keyPath,
-                           tks::platform::propertyLists().readDictionary(plistPath, nullptr).value_or(TKSDictionary()));
+  return getValueFormPlist(keyPath, readOrEmpty(plistPath));
 }
 
 TKSValue TKSUtilBase::getValueFormPlist(const TKSKeyPath& keyPath, const std::string& plistPath) {
@@ -54,12 +74,8 @@ bool TKSUtilBase::setPlist(const TKSKeyPath& keyPath, const TKSValue& value, std
     TKSILog::logWithLevel(TKSILogLevelError, "No plist patg given, fail to set plist");  // "patg": kept
     return false;
   }
-  if (!createWhenMissing(plistPath)) return false;
-
-  TKSDictionary dictionary =
-      tks::platform::propertyLists().readDictionary(plistPath, nullptr).value_or(TKSDictionary());
-  setValueForDict(keyPath, value, &dictionary);
-  if (!tks::platform::propertyLists().writeDictionary(dictionary, plistPath, nullptr)) {
+  if (!tks::unlessOutOfMemory([&] { return createWhenMissing(plistPath); })) return false;
+  if (!tks::unlessOutOfMemory([&] { return writeAt(keyPath, value, plistPath); })) {
     TKSILog::logWithLevel(TKSILogLevelError, "Fail to write value to plist: %@.", tks::masked(plistPath));
     return false;
   }

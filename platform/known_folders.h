@@ -9,7 +9,8 @@ namespace tks::platform {
 class KnownFolders {
  public:
   virtual ~KnownFolders() = default;
-  /// Home of the process's real user from the password database, never HOME; without a closing slash.
+  /// Home of the process's real user from the password database, never HOME; without a closing slash. Always absolute:
+  /// a user without an entry has a home that does not exist.
   virtual std::string realHome() = 0;
   /// The temporary folder of this user, which nobody else can write to; without a closing slash. Empty when there is
   /// none that can be trusted.

@@ -17,6 +17,10 @@ class PropertyLists {
  public:
   enum class Format { xml, binary };
 
+  /// Whether a list was refused because it is beyond the bounds (EFBIG). It may be sound: what it holds must not be
+  /// taken for nothing.
+  static bool isBeyondBounds(const TKSError& error) { return error.domain == "NSPOSIXErrorDomain" && error.code == 27; }
+
   virtual ~PropertyLists() = default;
   /// Reads a property list of either form. Nothing, and `error`, when it is none.
   virtual TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) = 0;

@@ -25,7 +25,10 @@ std::string withoutClosingSlashes(std::string path) {
   return path;
 }
 
-/// The home folder in the password database; empty when the user has no entry or no absolute home there.
+/// Where nothing is and nothing can be made: the home of users that have none.
+constexpr std::string_view kNoHome = "/nonexistent";
+
+/// The home folder in the password database.
 std::string homeFromPasswordDatabase() {
   std::vector<char> buffer(4096);
   for (;;) {
@@ -37,7 +40,8 @@ std::string homeFromPasswordDatabase() {
       buffer.resize(buffer.size() * 2);
       continue;
     }
-    if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/') return {};
+    if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/')
+      return std::string(kNoHome);
     return withoutClosingSlashes(found->pw_dir);
   }
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include "foundation/OutOfMemory.h"
 #include "platform/linux/process_table.h"
 #include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
@@ -161,7 +162,12 @@ bool store(std::string_view key, const TKSValue& value, TKSError* error) {
   if (files().isDirectory(home)) files().createDirectory(preferencesFolder(), 0700, nullptr);
   const FileDescriptor held = openLocked(path, error);
   if (!held) return false;
-  std::optional<TKSDictionary> values = propertyLists().readDictionary(path, nullptr);
+  TKSError failure;
+  std::optional<TKSDictionary> values = propertyLists().readDictionary(path, &failure);
+  if (!values && isOutOfMemory(failure)) {
+    setOutOfMemory(error);
+    return false;
+  }
   if (!values && !keepDamaged(path, error)) return false;
   TKSDictionary changed = values ? std::move(*values) : TKSDictionary();
   changed.set(key, value);

@@ -13,7 +13,6 @@
 #include "foundation/Utf8.h"
 #include "foundation/ValueBuilder.h"
 #include "foundation/ValueNodes.h"
-#include "platform/linux/property_list_xml.h"
 
 namespace tks::gnulinux::property_list {
 namespace {
@@ -77,8 +76,7 @@ void appendUtf16(std::string& text, Bytes bytes) {
 /// for each reference to it; that an object holds itself shows as nesting without end.
 class BinaryReader {
  public:
-  BinaryReader(Bytes content, std::string& problem)
-      : content_(content), problem_(problem), builder_(2 * content.size()) {}
+  BinaryReader(Bytes content, Problem& problem) : content_(content), problem_(problem), builder_(2 * content.size()) {}
 
   TKSValue read();
 
@@ -91,10 +89,7 @@ class BinaryReader {
     bool isDictionary;
   };
 
-  bool fail(std::string_view what) {
-    if (problem_.empty()) problem_ = what;
-    return false;
-  }
+  bool fail(std::string_view what) { return problem_.say(what); }
 
   bool readTrailer();
   bool advance();
@@ -112,7 +107,7 @@ class BinaryReader {
   bool spend(std::size_t bytes);
 
   const Bytes content_;
-  std::string& problem_;
+  Problem& problem_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
   std::size_t offsets_ = 0;
@@ -173,7 +168,7 @@ std::uint64_t BinaryReader::referenceAt(const Open& container, std::size_t item)
 }
 
 bool BinaryReader::spend(std::size_t bytes) {
-  if (bytes > budget_) return fail("its references stand for too much");
+  if (bytes > budget_) return problem_.sayBeyondBounds("its references stand for too much");
   budget_ -= bytes;
   return true;
 }
@@ -289,7 +284,7 @@ bool BinaryReader::text(Bytes bytes) {
 }
 
 bool BinaryReader::open(std::size_t position, std::size_t count, bool isDictionary) {
-  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  if (open_.size() == kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
   const std::size_t items = isDictionary ? 2 * count : count;
   Bytes references;
   // The room for the values is spent before it is taken.
@@ -338,7 +333,7 @@ std::size_t widthOf(std::uint64_t number) {
 /// First numbers all objects, those of an array or dictionary behind it, then writes them. Equal texts are one object.
 class BinaryWriter {
  public:
-  explicit BinaryWriter(std::string& problem) : problem_(problem) {}
+  explicit BinaryWriter(Problem& problem) : problem_(problem) {}
 
   std::optional<TKSData> write(const TKSValue& value);
 
@@ -350,10 +345,7 @@ class BinaryWriter {
     std::size_t depth;
   };
 
-  bool fail(std::string_view what) {
-    problem_ = what;
-    return false;
-  }
+  bool fail(std::string_view what) { return problem_.say(what); }
   bool number(const TKSValue& root);
   bool add(const TKSValue& value, std::size_t depth);
   bool addItems(std::size_t index);
@@ -366,7 +358,7 @@ class BinaryWriter {
   bool putText(std::string_view text);
   void putItems(Marker marker, const Object& object);
 
-  std::string& problem_;
+  Problem& problem_;
   std::vector<Object> objects_;
   std::vector<std::uint32_t> references_;
   std::unordered_map<std::string_view, std::uint32_t> texts_;
@@ -382,14 +374,14 @@ bool BinaryWriter::add(const TKSValue& value, std::size_t depth) {
   references_.push_back(number);
   if (number == objects_.size()) objects_.push_back({&value, 0, depth});
   // Every object and every reference takes a byte at least, so this bounds the memory too.
-  return objects_.size() + references_.size() <= kLargestSize || fail("it is too large");
+  return objects_.size() + references_.size() <= kLargestSize || problem_.sayBeyondBounds("it is too large");
 }
 
 /// Numbers what an array or dictionary holds: all elements, or all keys and then all values.
 bool BinaryWriter::addItems(std::size_t index) {
   const Object object = objects_[index];
   if (!object.value->isArray() && !object.value->isDictionary()) return true;
-  if (object.depth > kDeepestNesting) return fail("it is nested too deeply");
+  if (object.depth > kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
   objects_[index].firstReference = references_.size();
   const std::span<const TKSValue> items = Access::values(*object.value);
   const std::size_t step = object.value->isDictionary() ? 2 : 1;
@@ -513,7 +505,7 @@ std::optional<TKSData> BinaryWriter::write(const TKSValue& root) {
   const std::size_t offsetStart = out_.size();
   const std::size_t offsetWidth = widthOf(offsetStart);
   if (offsetStart + offsets.size() * offsetWidth + kTrailerSize > kLargestSize) {
-    fail("it is too large");
+    problem_.sayBeyondBounds("it is too large");
     return std::nullopt;
   }
   for (const std::size_t offset : offsets) put(offset, offsetWidth);
@@ -532,11 +524,11 @@ bool isBinary(std::span<const std::uint8_t> content) {
   return content.size() >= 6 && std::memcmp(content.data(), kMagic.data(), 6) == 0;
 }
 
-TKSValue readBinary(std::span<const std::uint8_t> content, std::string& problem) {
+TKSValue readBinary(std::span<const std::uint8_t> content, Problem& problem) {
   return BinaryReader(content, problem).read();
 }
 
-std::optional<TKSData> writeBinary(const TKSValue& value, std::string& problem) {
+std::optional<TKSData> writeBinary(const TKSValue& value, Problem& problem) {
   return BinaryWriter(problem).write(value);
 }
 

@@ -3,9 +3,10 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 
 #include <tksinterface/TKSValue.h>
+
+#include "platform/linux/property_list_bounds.h"
 
 namespace tks::gnulinux::property_list {
 
@@ -35,7 +36,7 @@ namespace tks::gnulinux::property_list {
 ///
 /// Both answer nothing on failure and put into words what is wrong.
 bool isBinary(std::span<const std::uint8_t> content);
-TKSValue readBinary(std::span<const std::uint8_t> content, std::string& problem);
-std::optional<TKSData> writeBinary(const TKSValue& value, std::string& problem);
+TKSValue readBinary(std::span<const std::uint8_t> content, Problem& problem);
+std::optional<TKSData> writeBinary(const TKSValue& value, Problem& problem);
 
 }  // namespace tks::gnulinux::property_list

@@ -171,7 +171,7 @@ class XmlReader {
   /// into pieces by comments or CDATA sections; when one turns up the list is read once more, exactly.
   enum class Mode { fast, exact };
 
-  XmlReader(Mode mode, std::string& problem) : mode_(mode), problem_(problem) {}
+  XmlReader(Mode mode, Problem& problem) : mode_(mode), problem_(problem) {}
 
   TKSValue read(const pugi::xml_document& document);
   bool needsExactMode() const { return needsExactMode_; }
@@ -183,10 +183,7 @@ class XmlReader {
     std::size_t taken;
   };
 
-  bool fail(std::string_view what) {
-    if (problem_.empty()) problem_ = what;
-    return false;
-  }
+  bool fail(std::string_view what) { return problem_.say(what); }
 
   std::optional<pugi::xml_node> onlyElementIn(const pugi::xml_node& parent);
   bool begin(pugi::xml_node node);
@@ -198,7 +195,7 @@ class XmlReader {
   std::optional<std::string_view> textOf(const pugi::xml_node& node);
 
   const Mode mode_;
-  std::string& problem_;
+  Problem& problem_;
   bool needsExactMode_ = false;
   std::vector<Open> open_;
   value::Builder builder_;
@@ -267,7 +264,7 @@ bool XmlReader::begin(pugi::xml_node node) {
   if (!isInPlace(element)) return fail("keys and values do not alternate in a dictionary");
   if (!open_.empty()) ++open_.back().taken;
   if (element != Element::dictionary && element != Element::array) return scalar(element, node);
-  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  if (open_.size() == kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
   if (!trimmed(node.value()).empty()) return fail("there is text between values");
   const auto children = static_cast<std::size_t>(std::distance(node.begin(), node.end()));
   element == Element::array ? builder_.beginArray(children) : builder_.beginDictionary(children / 2);
@@ -356,7 +353,7 @@ bool XmlReader::integer(std::string_view text) {
   return true;
 }
 
-TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, std::string& problem, bool& again) {
+TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, Problem& problem, bool& again) {
   constexpr unsigned kCommon = pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi | pugi::parse_doctype;
   constexpr unsigned kFast = kCommon | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
   constexpr unsigned kExact = kCommon | pugi::parse_ws_pcdata;
@@ -364,12 +361,12 @@ TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, st
   const pugi::xml_parse_result result =
       document.load_buffer(content.data(), content.size(), mode == XmlReader::Mode::fast ? kFast : kExact);
   if (!result) {
-    problem = std::string(result.description()) + " at byte " + std::to_string(result.offset);
+    problem.say(std::string(result.description()) + " at byte " + std::to_string(result.offset));
     return {};
   }
   if (result.encoding == pugi::encoding_utf8 &&
       !simdjson::validate_utf8(reinterpret_cast<const char*>(content.data()), content.size())) {
-    problem = "it is not UTF-8";
+    problem.say("it is not UTF-8");
     return {};
   }
   XmlReader reader(mode, problem);
@@ -389,7 +386,7 @@ constexpr std::string_view kFoot = "</plist>\n";
 /// Writes a value without recursion: what is open stands in `open_`.
 class XmlWriter {
  public:
-  explicit XmlWriter(std::string& problem) : problem_(problem) {}
+  explicit XmlWriter(Problem& problem) : problem_(problem) {}
 
   std::optional<TKSData> write(const TKSValue& value);
 
@@ -400,10 +397,7 @@ class XmlWriter {
     std::span<const TKSValue> rest;
   };
 
-  bool fail(std::string_view what) {
-    problem_ = what;
-    return false;
-  }
+  bool fail(std::string_view what) { return problem_.say(what); }
   bool begin(const TKSValue& value);
   bool beginContainer(const TKSValue& value);
   bool advance();
@@ -414,7 +408,7 @@ class XmlWriter {
   bool date(TKSDate date);
   void data(const TKSData& data);
 
-  std::string& problem_;
+  Problem& problem_;
   std::string out_;
   std::vector<Open> open_;
 };
@@ -429,7 +423,9 @@ std::optional<TKSData> XmlWriter::write(const TKSValue& value) {
 }
 
 /// Asked after each step, so that values that share their parts cannot fill the memory.
-bool XmlWriter::fits() { return out_.size() <= kLargestSize - kFoot.size() || fail("it is too large"); }
+bool XmlWriter::fits() {
+  return out_.size() <= kLargestSize - kFoot.size() || problem_.sayBeyondBounds("it is too large");
+}
 
 /// Writes the next value of the innermost container, or closes it.
 bool XmlWriter::advance() {
@@ -485,7 +481,7 @@ bool XmlWriter::begin(const TKSValue& value) {
 }
 
 bool XmlWriter::beginContainer(const TKSValue& value) {
-  if (open_.size() == kDeepestNesting) return fail("it is nested too deeply");
+  if (open_.size() == kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
   const std::span<const TKSValue> values = value::Access::values(value);
   const bool isDictionary = value.isDictionary();
   indent();
@@ -580,12 +576,12 @@ void XmlWriter::data(const TKSData& data) {
 
 }  // namespace
 
-TKSValue readXml(std::span<const std::uint8_t> content, std::string& problem) {
+TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem) {
   bool again = false;
   TKSValue value = readXml(content, XmlReader::Mode::fast, problem, again);
   return again ? readXml(content, XmlReader::Mode::exact, problem, again) : value;
 }
 
-std::optional<TKSData> writeXml(const TKSValue& value, std::string& problem) { return XmlWriter(problem).write(value); }
+std::optional<TKSData> writeXml(const TKSValue& value, Problem& problem) { return XmlWriter(problem).write(value); }
 
 }  // namespace tks::gnulinux::property_list

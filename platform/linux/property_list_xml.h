@@ -1,18 +1,14 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 
 #include <tksinterface/TKSValue.h>
 
-namespace tks::gnulinux::property_list {
+#include "platform/linux/property_list_bounds.h"
 
-/// Bounds of every property list, read or written, in either form.
-inline constexpr std::size_t kLargestSize = 16u * 1024 * 1024;
-inline constexpr std::size_t kDeepestNesting = 512;
+namespace tks::gnulinux::property_list {
 
 /// The XML form.
 ///
@@ -24,7 +20,7 @@ inline constexpr std::size_t kDeepestNesting = 512;
 /// declare entities of their own are refused. Integers that need more than 63 bits and a sign become reals.
 ///
 /// Both answer nothing on failure and put into words what is wrong.
-TKSValue readXml(std::span<const std::uint8_t> content, std::string& problem);
-std::optional<TKSData> writeXml(const TKSValue& value, std::string& problem);
+TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem);
+std::optional<TKSData> writeXml(const TKSValue& value, Problem& problem);
 
 }  // namespace tks::gnulinux::property_list

@@ -1,5 +1,6 @@
 #include "platform/property_lists.h"
 
+#include <cerrno>
 #include <new>
 #include <string>
 #include <utility>
@@ -13,35 +14,38 @@
 namespace tks::platform {
 namespace {
 
+using namespace gnulinux::property_list;
+
 // The numbers that the platform gives these errors.
-constexpr std::string_view kDomain = "NSCocoaErrorDomain";
 constexpr std::int64_t kReadCorrupt = 3840;
 constexpr std::int64_t kWriteInvalid = 3852;
 
-bool fail(TKSError* error, std::int64_t code, std::string_view step, std::string_view problem) {
-  if (error != nullptr) *error = {std::string(kDomain), code, std::string(step).append(": ").append(problem)};
+bool fail(TKSError* error, std::int64_t code, std::string_view step, const Problem& problem) {
+  if (error == nullptr) return false;
+  error->domain = problem.beyondBounds ? "NSPOSIXErrorDomain" : "NSCocoaErrorDomain";
+  error->code = problem.beyondBounds ? EFBIG : code;
+  error->localizedDescription = std::string(step).append(": ").append(problem.text);
   return false;
 }
 
 TKSValue read(std::span<const std::uint8_t> content, TKSError* error) {
-  std::string problem;
+  Problem problem;
   TKSValue value;
-  if (content.size() > gnulinux::property_list::kLargestSize) {
-    problem = "it is too large";
-  } else if (gnulinux::property_list::isBinary(content)) {
-    value = gnulinux::property_list::readBinary(content, problem);
+  if (content.size() > kLargestSize) {
+    problem.sayBeyondBounds("it is too large");
+  } else if (isBinary(content)) {
+    value = readBinary(content, problem);
   } else {
-    value = gnulinux::property_list::readXml(content, problem);
+    value = readXml(content, problem);
   }
   if (value.isNothing()) fail(error, kReadCorrupt, "read a property list", problem);
   return value;
 }
 
 std::optional<TKSData> write(const TKSValue& value, PropertyLists::Format format, TKSError* error) {
-  std::string problem;
-  std::optional<TKSData> content = format == PropertyLists::Format::xml
-                                       ? gnulinux::property_list::writeXml(value, problem)
-                                       : gnulinux::property_list::writeBinary(value, problem);
+  Problem problem;
+  std::optional<TKSData> content =
+      format == PropertyLists::Format::xml ? writeXml(value, problem) : writeBinary(value, problem);
   if (!content) fail(error, kWriteInvalid, "write a property list", problem);
   return content;
 }
@@ -77,11 +81,11 @@ class LinuxPropertyLists final : public PropertyLists {
 
  private:
   static std::optional<TKSDictionary> readDictionaryFile(std::string_view path, TKSError* error) {
-    const std::optional<TKSData> content = posix::readWholeFile(path, gnulinux::property_list::kLargestSize, error);
+    const std::optional<TKSData> content = posix::readWholeFile(path, kLargestSize, error);
     if (!content) return std::nullopt;
     const TKSValue value = read(*content, error);
     if (value.isDictionary()) return value.dictionary();
-    if (!value.isNothing()) fail(error, kReadCorrupt, "read a property list", "its outermost value is no dictionary");
+    if (!value.isNothing()) fail(error, kReadCorrupt, "read a property list", {"its outermost value is no dictionary"});
     return std::nullopt;
   }
 

@@ -139,9 +139,10 @@ bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, T
   const FileDescriptor descriptor(createSibling(path, exists ? 0600 : 0666, temporary));
   if (!descriptor) return fail(error, "create a file beside", path);
   if (!fillAndRename(descriptor.get(), temporary, name, content, exists ? &facts : nullptr)) {
-    fail(error, "write", path);
+    const int reason = errno;
     ::unlink(temporary.c_str());
-    return false;
+    errno = reason;
+    return fail(error, "write", path);
   }
   return syncFolderOf(path) || fail(error, "sync the folder of", path);
 }
