@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -69,13 +70,20 @@ posix::FileDescriptor openedAgain(int descriptor, int direction) {
   return again;
 }
 
+/// Whether opening a descriptor again gives the same channel. The controlling end of a pseudo-terminal would give a new
+/// pseudo-terminal.
+bool canBeOpenedAgain(int descriptor, mode_t mode) {
+  unsigned number = 0;
+  return S_ISFIFO(mode) || (::isatty(descriptor) == 1 && ::ioctl(descriptor, TIOCGPTN, &number) != 0);
+}
+
 std::optional<Stream> openStream(int descriptor, int direction) {
   struct stat facts {};
   if (!isOpenFor(descriptor, direction) || ::fstat(descriptor, &facts) != 0) return std::nullopt;
   Stream stream;
   stream.isPipe = S_ISFIFO(facts.st_mode);
   stream.identity = {static_cast<std::uint64_t>(facts.st_dev), static_cast<std::uint64_t>(facts.st_ino)};
-  if (stream.isPipe || ::isatty(descriptor) == 1) stream.descriptor = openedAgain(descriptor, direction);
+  if (canBeOpenedAgain(descriptor, facts.st_mode)) stream.descriptor = openedAgain(descriptor, direction);
   if (stream.descriptor) {
     stream.manner = Manner::nonBlocking;
     return stream;

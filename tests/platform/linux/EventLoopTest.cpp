@@ -78,6 +78,19 @@ TEST(EventLoop, ClosesItsDescriptorsOnExecAndAtItsEnd) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST(EventLoop, NeverTakesTheNumberOfAStandardHandle) {
+  const FileDescriptor before(::fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3));
+  ::close(STDIN_FILENO);
+  for (const bool withEventfd : {true, false}) {
+    const InjectedSystemCall eventfd(&SystemCalls::eventfd,
+                                     withEventfd ? tks::gnulinux::systemCalls().eventfd : refusing<ENOSYS>);
+    EventLoop loop;
+    EXPECT_GT(loop.descriptor(), 2);
+    EXPECT_EQ(::fcntl(STDIN_FILENO, F_GETFD), -1);
+  }
+  if (before) ::dup2(before.get(), STDIN_FILENO);
+}
+
 TEST(EventLoop, CallsTheWatcherWhileTheDescriptorIsReady) {
   EventLoop loop;
   const Pipe pipe;

@@ -1,0 +1,545 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "platform/platform.h"
+#include "platform/posix/file_descriptor.h"
+#include "tests/support/ChannelEnds.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/HostLoop.h"
+#include "tests/support/InjectedSystemCall.h"
+#include "tests/support/ProcessState.h"
+#include "tests/support/SignalStorm.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using namespace std::string_view_literals;
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using tks::gnulinux::SystemCalls;
+using tks::platform::ByteSink;
+using tks::platform::ByteSource;
+using tks::platform::channels;
+using tks::platform::Transfer;
+using tks::posix::FileDescriptor;
+using tks::test::Collector;
+using tks::test::contentOf;
+using tks::test::drainFor;
+using tks::test::drainUntil;
+using tks::test::InjectedSystemCall;
+using tks::test::openDescriptors;
+using tks::test::pattern;
+using tks::test::refusing;
+using tks::test::TemporaryFolder;
+using tks::test::writeFile;
+
+constexpr milliseconds kAWhile(60);
+
+void append(const std::string& path, std::string_view bytes) {
+  const FileDescriptor file(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  ASSERT_EQ(::write(file.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+}
+
+/// A conversation folder with one file in it.
+class FileChannel : public testing::Test {
+ protected:
+  FileChannel() {
+    fs::create_directory(folder);
+    writeFile(path, "");
+  }
+
+  std::unique_ptr<ByteSource> openSource() {
+    TKSError error;
+    auto source = channels().fileSource(path, &error);
+    EXPECT_NE(source, nullptr) << error.localizedDescription;
+    return source;
+  }
+  std::shared_ptr<ByteSink> openSink() {
+    TKSError error;
+    auto sink = channels().fileSink(path, &error);
+    EXPECT_NE(sink, nullptr) << error.localizedDescription;
+    return sink;
+  }
+
+  const TemporaryFolder parent;
+  const std::string folder = parent / "conversation";
+  const std::string path = folder + "/messages";
+};
+
+// Reading, with inotify and without
+
+struct Watching {
+  const char* name;
+  int (*inotifyInit)(int flags);
+};
+
+void PrintTo(const Watching& watching, std::ostream* out) { *out << watching.name; }
+
+const Watching kWatching[] = {{"Inotify", nullptr},
+                              {"NoSuchCall", refusing<ENOSYS>},
+                              {"NotPermitted", refusing<EPERM>},
+                              {"TooMany", refusing<EMFILE>}};
+
+class GrowingFile : public FileChannel, public testing::WithParamInterface<Watching> {
+ protected:
+  GrowingFile() {
+    if (GetParam().inotifyInit != nullptr) injected_.emplace(&SystemCalls::inotifyInit, GetParam().inotifyInit);
+    source = openSource();
+  }
+
+  bool isPolled() const { return GetParam().inotifyInit != nullptr; }
+
+  std::unique_ptr<ByteSource> source;
+
+ private:
+  std::optional<InjectedSystemCall<int (*)(int)>> injected_;
+};
+
+INSTANTIATE_TEST_SUITE_P(By, GrowingFile, testing::ValuesIn(kWatching),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_P(GrowingFile, IsReadFromItsBeginningAndAsItGrows) {
+  append(path, "old ");
+  const Collector collector(*source);
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "old "; }));
+  append(path, "new ");
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "old new "; }));
+  append(path, "newer");
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "old new newer"; }));
+  EXPECT_EQ(collector.ends(), 0);
+}
+
+TEST_P(GrowingFile, ReaderIsCalledOnlyWhenThereIsSomething) {
+  const Collector collector(*source);
+  drainFor(kAWhile);
+  EXPECT_EQ(collector.calls(), 0);
+  append(path, "abc");
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "abc"; }));
+  drainFor(kAWhile);
+  EXPECT_EQ(collector.calls(), 1);
+}
+
+TEST_P(GrowingFile, ReaderIsCalledUntilEverythingIsRead) {
+  const std::string sent = pattern(100'000);
+  append(path, sent);
+  const Collector collector(*source, 700);
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes().size() == sent.size(); }));
+  EXPECT_EQ(collector.bytes(), sent);
+}
+
+TEST_P(GrowingFile, WhatIsAppendedWhileNobodyReadsIsReadLater) {
+  {
+    const Collector collector(*source);
+    append(path, "first ");
+    ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "first "; }));
+  }
+  append(path, "second ");
+  drainFor(kAWhile);
+  append(path, "third");
+  const Collector collector(*source);
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "second third"; }));
+}
+
+TEST_P(GrowingFile, ReadingNeverGivesAnEnd) {
+  std::string buffer(10, '\0');
+  for (int round = 0; round < 3; ++round) {
+    const Transfer transfer = source->read(buffer);
+    EXPECT_EQ(transfer.count, 0u);
+    EXPECT_FALSE(transfer.end);
+    EXPECT_FALSE(transfer.error);
+  }
+  EXPECT_EQ(source->read({}).count, 0u);
+}
+
+TEST_P(GrowingFile, ReaderMayDestroyTheSource) {
+  append(path, "abc");
+  bool called = false;
+  const std::string held(100, 'x');
+  source->watch([&, held] {
+    source.reset();
+    called = held.size() == 100;
+  });
+  ASSERT_TRUE(drainUntil([&] { return called; }));
+  append(path, "more");
+  drainFor(kAWhile);
+}
+
+TEST_P(GrowingFile, ReaderMayEndTheWatchAndBeginItAgain) {
+  append(path, "abc");
+  int calls = 0;
+  std::function<void()> ready = [&] {
+    ++calls;
+    source->watch(ready);
+    if (calls == 3) source->unwatch();
+  };
+  source->watch(ready);
+  ASSERT_TRUE(drainUntil([&] { return calls == 3; }));
+  drainFor(kAWhile);
+  EXPECT_EQ(calls, 3);
+}
+
+struct Harm {
+  const char* name;
+  void (*happen)(const std::string& folder, const std::string& path);
+  const char* reason;
+};
+
+void PrintTo(const Harm& harm, std::ostream* out) { *out << harm.name; }
+
+const Harm kHarms[] = {
+    {"Cut", [](const std::string&, const std::string& path) { fs::resize_file(path, 2); }, "the file was cut"},
+    {"Emptied", [](const std::string&, const std::string& path) { writeFile(path, ""); }, "the file was cut"},
+    {"Removed", [](const std::string&, const std::string& path) { fs::remove(path); }, "the file was removed"},
+    {"MovedAway", [](const std::string&, const std::string& path) { fs::rename(path, path + "-away"); },
+     "the file was removed"},
+    {"Replaced",
+     [](const std::string&, const std::string& path) {
+       writeFile(path + "-other", "other");
+       fs::rename(path + "-other", path);
+     },
+     "another file took its place"},
+    {"RemovedAndMadeAnew",
+     [](const std::string&, const std::string& path) {
+       fs::rename(path, path + "-away");
+       writeFile(path, "other");
+     },
+     "another file took its place"},
+    {"FolderRemoved", [](const std::string& folder, const std::string&) { fs::remove_all(folder); },
+     "the file was removed"},
+    {"FolderMovedAway", [](const std::string& folder, const std::string&) { fs::rename(folder, folder + "-away"); },
+     "the file was removed"},
+};
+
+class HarmedFile : public FileChannel, public testing::WithParamInterface<std::tuple<Watching, Harm>> {};
+
+INSTANTIATE_TEST_SUITE_P(By, HarmedFile, testing::Combine(testing::ValuesIn(kWatching), testing::ValuesIn(kHarms)),
+                         [](const auto& instance) {
+                           return std::string(std::get<0>(instance.param).name) + std::get<1>(instance.param).name;
+                         });
+
+TEST_P(HarmedFile, GivesAnErrorWithinASecondAndOnce) {
+  const auto& [watching, harm] = GetParam();
+  std::optional<InjectedSystemCall<int (*)(int)>> injected;
+  if (watching.inotifyInit != nullptr) injected.emplace(&SystemCalls::inotifyInit, watching.inotifyInit);
+  const auto source = openSource();
+  const Collector collector(*source);
+  append(path, "read before");
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "read before"; }));
+  harm.happen(folder, path);
+  ASSERT_TRUE(drainUntil([&] { return !collector.errors().empty(); }, std::chrono::seconds(1)));
+  drainFor(kAWhile);
+  ASSERT_EQ(collector.errors().size(), 1u);
+  EXPECT_EQ(collector.errors()[0].localizedDescription, "read \"" + path + "\": " + harm.reason);
+  EXPECT_EQ(collector.bytes(), "read before");
+}
+
+TEST_P(GrowingFile, WhatWasAppendedBeforeTheFileWasRemovedIsReadFirst) {
+  const Collector collector(*source, 100);
+  const std::string sent = pattern(1000);
+  append(path, sent);
+  fs::remove_all(folder);
+  ASSERT_TRUE(drainUntil([&] { return !collector.errors().empty(); }));
+  EXPECT_EQ(collector.bytes(), sent);
+}
+
+TEST_P(GrowingFile, FileThatIsRemovedBeforeItIsWatchedGivesAnError) {
+  fs::remove(path);
+  const Collector collector(*source);
+  ASSERT_TRUE(drainUntil([&] { return !collector.errors().empty(); }));
+}
+
+TEST_P(GrowingFile, OtherPermissionsAndNeighboursAreNoHarm) {
+  const Collector collector(*source);
+  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+  writeFile(folder + "/neighbour", "abc");
+  fs::remove(folder + "/neighbour");
+  drainFor(milliseconds(300));
+  EXPECT_TRUE(collector.errors().empty());
+  append(path, "abc");
+  EXPECT_TRUE(drainUntil([&] { return collector.bytes() == "abc"; }));
+}
+
+TEST_P(GrowingFile, MessagesComeWithinTwentyMillisecondsAfterAPause) {
+  const Collector collector(*source);
+  std::vector<milliseconds> delays;
+  for (int round = 0; round < 9; ++round) {
+    drainFor(milliseconds(100));
+    const std::size_t before = collector.bytes().size();
+    const auto begin = steady_clock::now();
+    append(path, "abc");
+    ASSERT_TRUE(drainUntil([&] { return collector.bytes().size() > before; }));
+    delays.push_back(std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin));
+  }
+  // The median: other programs of this machine may hold up a few.
+  std::nth_element(delays.begin(), delays.begin() + 4, delays.end());
+  EXPECT_LE(delays[4], milliseconds(20));
+}
+
+TEST_P(GrowingFile, IdleFileCostsAtMostAHundredthOfAProcessor) {
+  const Collector collector(*source);
+  drainFor(kAWhile);
+  const auto timer = tks::platform::mainLoop().after(milliseconds(1000), [] { TKSMainLoop::stop(); });
+  rusage before{};
+  rusage after{};
+  ::getrusage(RUSAGE_THREAD, &before);
+  TKSMainLoop::run();
+  ::getrusage(RUSAGE_THREAD, &after);
+  const auto micros = [](const rusage& usage) {
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1'000'000 + usage.ru_utime.tv_usec +
+           usage.ru_stime.tv_usec;
+  };
+  EXPECT_LE(micros(after) - micros(before), 10'000);
+  if (!isPolled()) {
+    EXPECT_LE(after.ru_nvcsw - before.ru_nvcsw, 2) << "woken while idle";
+  }
+}
+
+TEST_P(GrowingFile, SignalsThatInterruptItChangeNothing) {
+  const auto sink = openSink();
+  const Collector collector(*source, 1000);
+  const std::string sent = pattern(500'000);
+  const tks::test::SignalStorm storm;
+  for (std::size_t at = 0; at < sent.size(); at += 1000) {
+    EXPECT_EQ(sink->write(std::string_view(sent).substr(at, 1000)).count, 1000u);
+    drainFor(milliseconds(0));
+  }
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes().size() == sent.size() && storm.caught() > 20; }));
+  EXPECT_EQ(collector.bytes(), sent);
+}
+
+TEST_P(GrowingFile, HandlesAreCloseOnExecAndGoneAfterwards) {
+  drainFor(milliseconds(0));  // the loop makes its own descriptors
+  source.reset();
+  const auto before = openDescriptors();
+  for (int round = 0; round < 1000; ++round) {
+    const auto again = openSource();
+    const auto sink = openSink();
+    const Collector collector(*again);
+    if (round % 100 == 0) drainFor(milliseconds(0));
+    if (round > 0) continue;
+    for (const int descriptor : openDescriptors()) {
+      if (before.contains(descriptor)) continue;
+      EXPECT_EQ(::fcntl(descriptor, F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+      EXPECT_GT(descriptor, 2);
+    }
+  }
+  drainFor(milliseconds(0));
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(FileChannel, NoInotifyHandleIsLeftWhereTheFolderCannotBeWatched) {
+  // As when a user's watches are used up: the handle is there, the watch is refused.
+  const InjectedSystemCall injected(&SystemCalls::inotifyInit,
+                                    [](int) { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); });
+  const auto source = openSource();
+  const auto before = openDescriptors();
+  const Collector collector(*source);
+  EXPECT_EQ(openDescriptors(), before);
+  append(path, "abc");
+  EXPECT_TRUE(drainUntil([&] { return collector.bytes() == "abc"; }));
+}
+
+// What is opened
+
+struct Stranger {
+  const char* name;
+  std::function<void(const std::string& path)> make;
+  const char* reason;
+};
+
+void PrintTo(const Stranger& stranger, std::ostream* out) { *out << stranger.name; }
+
+const Stranger kStrangers[] = {
+    {"Missing", [](const std::string& path) { fs::remove(path); }, "No such file or directory"},
+    {"Link",
+     [](const std::string& path) {
+       fs::rename(path, path + "-target");
+       fs::create_symlink(path + "-target", path);
+     },
+     "Too many levels of symbolic links"},
+    {"SecondName", [](const std::string& path) { fs::create_hard_link(path, path + "-second"); }, "Too many links"},
+    {"Fifo",
+     [](const std::string& path) {
+       fs::remove(path);
+       ::mkfifo(path.c_str(), 0600);
+     },
+     nullptr},
+    {"Folder",
+     [](const std::string& path) {
+       fs::remove(path);
+       fs::create_directory(path);
+     },
+     nullptr},
+    {"FileOfAnotherUser", [](const std::string& path) { ASSERT_EQ(::chown(path.c_str(), 65534, 65534), 0); },
+     "Operation not permitted"},
+};
+
+class StrangeFile : public FileChannel, public testing::WithParamInterface<Stranger> {};
+
+INSTANTIATE_TEST_SUITE_P(That, StrangeFile, testing::ValuesIn(kStrangers),
+                         [](const auto& instance) { return std::string("IsA") + instance.param.name; });
+
+TEST_P(StrangeFile, IsRefused) {
+  if (GetParam().name == std::string("FileOfAnotherUser") && ::geteuid() != 0) GTEST_SKIP() << "needs root";
+  GetParam().make(path);
+  const auto before = openDescriptors();
+  TKSError sourceError;
+  TKSError sinkError;
+  EXPECT_EQ(channels().fileSource(path, &sourceError), nullptr);
+  EXPECT_EQ(channels().fileSink(path, &sinkError), nullptr);
+  EXPECT_THAT(sourceError.localizedDescription, testing::StartsWith("open \"" + path + "\": "));
+  EXPECT_THAT(sinkError.localizedDescription, testing::StartsWith("open \"" + path + "\": "));
+  if (GetParam().reason != nullptr) {
+    EXPECT_THAT(sourceError.localizedDescription, testing::EndsWith(GetParam().reason));
+    EXPECT_THAT(sinkError.localizedDescription, testing::EndsWith(GetParam().reason));
+  }
+  EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(FileChannel, BothEndsOfAFileHaveTheSameIdentity) {
+  const auto source = openSource();
+  EXPECT_EQ(source->identity(), openSink()->identity());
+  writeFile(folder + "/other", "");
+  EXPECT_NE(source->identity(), channels().fileSource(folder + "/other", nullptr)->identity());
+}
+
+// Writing
+
+TEST_F(FileChannel, WritesAreAppendedAndOtherContentStays) {
+  writeFile(path, "before ");
+  const auto sink = openSink();
+  EXPECT_EQ(sink->write("one "sv).count, 4u);
+  append(path, "somebody else's ");
+  sink->expect(100'000);
+  EXPECT_EQ(sink->write(pattern(100'000)).count, 100'000u);
+  EXPECT_EQ(contentOf(path), "before one somebody else's " + pattern(100'000));
+}
+
+TEST_F(FileChannel, IsAlwaysWritable) {
+  const auto sink = openSink();
+  int calls = 0;
+  sink->whenWritable([&] { ++calls; });
+  ASSERT_TRUE(drainUntil([&] { return calls > 0; }));
+  drainFor(kAWhile);
+  EXPECT_EQ(calls, 1);
+}
+
+/// A limit for the size of files, for a scope, with its signal at its default: it would end the test program.
+class LargestFile {
+ public:
+  explicit LargestFile(rlim_t bytes) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    ::sigaction(SIGXFSZ, &action, &actionBefore_);
+  }
+  ~LargestFile() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    ::sigaction(SIGXFSZ, &actionBefore_, nullptr);
+  }
+  LargestFile(const LargestFile&) = delete;
+  LargestFile& operator=(const LargestFile&) = delete;
+
+ private:
+  rlimit before_{};
+  struct sigaction actionBefore_ {};
+};
+
+TEST_F(FileChannel, FrameBeyondTheSizeLimitLeavesNothingBehindAndRaisesNoSignal) {
+  const auto sink = openSink();
+  EXPECT_EQ(sink->write("whole "sv).count, 6u);
+  {
+    const LargestFile limit(1000);
+    const Transfer transfer = sink->write(pattern(5000));
+    EXPECT_EQ(transfer.count, 0u);
+    ASSERT_TRUE(transfer.error);
+    EXPECT_EQ(transfer.error->localizedDescription, "write \"" + path + "\": File too large");
+    EXPECT_EQ(contentOf(path), "whole ");
+    EXPECT_EQ(sink->write(pattern(994)).count, 994u);
+    EXPECT_EQ(sink->write("x"sv).count, 0u);
+    sigset_t pending;
+    ::sigpending(&pending);
+    EXPECT_EQ(::sigismember(&pending, SIGXFSZ), 0);
+    sigset_t mask;
+    ::pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    EXPECT_EQ(::sigismember(&mask, SIGXFSZ), 0);
+  }
+  EXPECT_EQ(sink->write(" again"sv).count, 6u);
+  EXPECT_EQ(contentOf(path), "whole " + pattern(994) + " again");
+}
+
+TEST_F(FileChannel, FrameThatAFullDiskRefusesLeavesNothingBehind) {
+  const std::string disk = parent / "disk";
+  fs::create_directory(disk);
+  if (::mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "needs the right to mount";
+  const auto unmount = std::shared_ptr<void>(nullptr, [&](void*) { ::umount2(disk.c_str(), MNT_DETACH); });
+  const std::string file = disk + "/messages";
+  writeFile(file, "whole ");
+  const auto sink = channels().fileSink(file, nullptr);
+  ASSERT_NE(sink, nullptr);
+  for (int round = 0; round < 3; ++round) {
+    const Transfer transfer = sink->write(pattern(100'000));
+    EXPECT_EQ(transfer.count, 0u);
+    ASSERT_TRUE(transfer.error);
+    EXPECT_EQ(transfer.error->localizedDescription, "write \"" + file + "\": No space left on device");
+    EXPECT_EQ(contentOf(file), "whole ");
+  }
+  EXPECT_EQ(sink->write(pattern(1000)).count, 1000u);
+  EXPECT_EQ(contentOf(file), "whole " + pattern(1000));
+}
+
+// Two processes
+
+/// Appends messages of a size to a file through the library's sink, with pauses: path, number, size, pause in ms.
+int playAppender(const tks::test::Arguments& arguments) {
+  const auto sink = channels().fileSink(arguments[0], nullptr);
+  if (!sink) return 2;
+  const int number = std::stoi(arguments[1]);
+  const std::size_t size = std::stoul(arguments[2]);
+  for (int message = 0; message < number; ++message) {
+    if (sink->write(std::string(size, static_cast<char>('a' + message % 26))).count != size) return 3;
+    tks::platform::clock().sleep(milliseconds(std::stoi(arguments[3])));
+  }
+  return 0;
+}
+const tks::test::ChildRole appenderRole("file-appender", playAppender);
+
+TEST_P(GrowingFile, CarriesWhatAnotherProcessAppends) {
+  constexpr int kMessages = 300;
+  constexpr std::size_t kSize = 777;
+  auto child =
+      tks::test::ChildProcess::inRole("file-appender", {path, std::to_string(kMessages), std::to_string(kSize), "1"});
+  const Collector collector(*source);
+  ASSERT_TRUE(drainUntil([&] { return collector.bytes().size() == kMessages * kSize; }, std::chrono::seconds(30)));
+  for (int message = 0; message < kMessages; ++message) {
+    const std::string expected(kSize, static_cast<char>('a' + message % 26));
+    ASSERT_EQ(collector.bytes().substr(static_cast<std::size_t>(message) * kSize, kSize), expected);
+  }
+  EXPECT_EQ(child.wait(), 0);
+}
+
+}  // namespace
