@@ -32,6 +32,7 @@ class LabPreferences final : public tks::platform::Preferences {
   TKSValue labDevice;
   TKSDictionary dictionaryRepresentation() override {
     TKSDictionary all;
+    all.set("AppleLocale", "en_US");  // no process is without any preference
     all.set("IsLabDevice", labDevice);
     return all;
   }

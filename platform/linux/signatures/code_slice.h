@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include <tksinterface/TKSValue.h>
+
+#include "platform/linux/signatures/certificates.h"
+#include "platform/linux/signatures/cms_signature.h"
+#include "platform/linux/signatures/code_directory.h"
+#include "platform/linux/signatures/code_layout.h"
+#include "platform/linux/signatures/requirement.h"
+#include "platform/linux/signatures/signature_components.h"
+#include "platform/linux/signatures/status.h"
+
+namespace tks::codesign {
+
+/// The signature of one architecture of some code. Reads each part when it is first asked for, and remembers how that
+/// ended; every member fails when what it needs is not in order. Used by one thread.
+class CodeSlice {
+ public:
+  /// What is passed in has to outlive this.
+  CodeSlice(const CodeLayout& layout, std::size_t slice, const AppleRoots& roots);
+
+  /// The code directories, by themselves consistent. Fails with "unsigned" when there are none.
+  const DirectorySet& directories();
+  /// Whether there are directories that can be read.
+  bool isSigned();
+
+  /// Checks who signed the directories, unless they are signed by nobody on purpose.
+  void checkSigner();
+  /// The same; who it was. Nothing for code that is signed ad hoc.
+  const std::optional<Signer>& signer();
+  /// The message that holds the signature; fails with "unsigned" when there is none. Not checked.
+  TKSData signatureMessage();
+
+  /// A part of the signature that is sealed and as sealed; nothing when it is not sealed.
+  std::optional<ByteSource> component(std::uint32_t slot);
+  /// All special slots but the resources' one.
+  void checkComponents();
+  /// The list of parts that must exist, when there is one.
+  void checkTopDirectory();
+  void checkCodePages();
+  /// Nothing is behind what is signed.
+  void checkNothingFollows();
+  void checkRequirement(const Requirement& requirement);
+
+  /// What requirements are compared with.
+  RequirementContext requirementContext();
+  TKSDictionary infoPlist();
+  TKSDictionary entitlements();
+  std::vector<std::string> files() const { return components_.files(); }
+
+ private:
+  void loadDirectories();
+  bool addDirectory(std::uint32_t slot);
+  bool isAdHoc();
+  Status failureOf(std::uint32_t slot) const;
+
+  const CodeLayout& layout_;
+  std::size_t slice_;
+  const AppleRoots& roots_;
+  SignatureComponents components_;
+  bool loaded_ = false;
+  DirectorySet directories_;
+  std::optional<Failure> loadFailure_;
+  bool signerChecked_ = false;
+  std::optional<Failure> signerFailure_;
+  std::optional<Signer> signer_;
+};
+
+}  // namespace tks::codesign

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/linux/signatures/code_directory.h"
+#include "platform/linux/signatures/code_layout.h"
+#include "platform/linux/signatures/code_resources.h"
+#include "platform/linux/signatures/status.h"
+
+namespace tks::codesign {
+
+/// Code inside of code, met while its resources were checked.
+struct NestedCode {
+  std::string path;
+  std::string requirement;
+};
+
+/// What is wrong with the resources of a bundle.
+struct ResourceProblems {
+  Status status = status::kGood;
+  /// Paths below the support folder, the first ones of each kind.
+  std::vector<std::string> added;
+  std::vector<std::string> altered;
+  std::vector<std::string> missing;
+
+  bool none() const { return status == status::kGood; }
+};
+
+/// How strict a check is.
+enum class Strictness { plain, strict };
+
+/// Compares everything in a bundle with its seal: walks all folders once, and hashes files on several threads
+/// meanwhile. Collects the nested code that it meets. Fails when the seal itself or the walk is at fault; what is wrong
+/// with single resources is in the answer.
+ResourceProblems checkResources(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
+                                Strictness strictness, std::vector<NestedCode>& nested);
+
+}  // namespace tks::codesign

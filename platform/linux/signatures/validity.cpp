@@ -1,0 +1,207 @@
+#include "platform/linux/signatures/validity.h"
+
+#include <algorithm>
+#include <deque>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/signatures/code_resources.h"
+#include "platform/linux/signatures/code_slice.h"
+#include "platform/linux/signatures/requirement.h"
+
+namespace tks::codesign {
+namespace {
+
+constexpr std::string_view kStoreReceiptFolder = "_MASReceipt";
+
+/// What of some code is checked.
+struct Scope {
+  bool pages = true;
+  bool resources = true;
+  Strictness strictness = Strictness::plain;
+};
+
+/// Checks one piece of code, whatever is inside of it.
+class CodeCheck {
+ public:
+  CodeCheck(const CodeLayout& layout, const AppleRoots& roots, const Scope& scope)
+      : layout_(layout),
+        roots_(roots),
+        scope_(scope),
+        chosen_(layout.image ? layout.image->chosenSlice() : 0),
+        main_(layout, chosen_, roots) {}
+
+  /// Fails when something is wrong, except with single resources: these are in the answer. `nested` receives what is
+  /// inside.
+  ResourceProblems run(const Requirement* requirement, std::vector<NestedCode>& nested) {
+    checkSlice(main_, requirement);
+    const std::size_t slices = layout_.image ? layout_.image->slices().size() : 1;
+    for (std::size_t i = 0; i < slices; ++i) {
+      if (i == chosen_) continue;
+      CodeSlice other(layout_, i, roots_);
+      if (other.directories().best().team() != main_.directories().best().team()) fail(status::kSignatureInvalid);
+      checkSlice(other, requirement);
+    }
+    ResourceProblems problems;
+    if (scope_.resources) problems = checkSeal(nested);
+    if (problems.none() && scope_.strictness == Strictness::strict && layout_.strictIssue != status::kGood) {
+      fail(layout_.strictIssue);
+    }
+    return problems;
+  }
+
+ private:
+  void checkSlice(CodeSlice& slice, const Requirement* requirement) {
+    slice.checkComponents();
+    slice.checkTopDirectory();
+    if (scope_.pages) slice.checkCodePages();
+    if (scope_.strictness == Strictness::strict) slice.checkNothingFollows();
+    if (requirement != nullptr) slice.checkRequirement(*requirement);
+  }
+
+  ResourceProblems checkSeal(std::vector<NestedCode>& nested) {
+    const std::optional<Digest> expected = main_.directories().best().specialHash(slot::kResources);
+    if (!expected) {
+      if (layout_.isBundle()) fail(status::kResourcesNotFound);
+      return {};
+    }
+    SignatureComponents components(layout_, chosen_);
+    const std::optional<ByteSource> file = components.find(slot::kResources);
+    if (!file) fail(status::kResourceDirectoryFailed);
+    CodeResources seal(*file, main_.directories().types(), main_.directories().bestType());
+    if (!seal.digest().matches(expected->bytes())) fail(status::kResourceDirectoryFailed);
+    judgeForm(seal);
+    if (scope_.strictness == Strictness::strict) judgeStrength(seal);
+    excludeSignature(seal);
+    seal.prepareRules();
+    return checkResources(layout_, seal, main_.directories(), scope_.strictness, nested);
+  }
+
+  static void judgeForm(const CodeResources& seal) {
+    switch (seal.form()) {
+      case CodeResources::Form::damaged:
+        fail(status::kBadDictionaryFormat);
+      case CodeResources::Form::incomplete:
+        fail(status::kResourcesNotFound);
+      case CodeResources::Form::withoutRules:
+        fail(status::kResourcesInvalid);
+      case CodeResources::Form::usable:
+        return;
+    }
+  }
+
+  static void judgeStrength(const CodeResources& seal) {
+    if (seal.hasWeakRules()) fail(status::kWeakResourceRules);
+    if (seal.version() == 1) fail(status::kWeakResourceEnvelope);
+  }
+
+  /// The signature does not seal itself, nor what is added to a bundle after it was signed, nor what the pages cover.
+  void excludeSignature(CodeResources& seal) const {
+    seal.exclude(std::string(kSignatureFolder));
+    seal.exclude(std::string(componentName(slot::kResources)));
+    seal.exclude(std::string(kStoreReceiptFolder));
+    const std::string prefix = layout_.supportFolder + "/";
+    if (layout_.executable.starts_with(prefix)) seal.exclude(layout_.executable.substr(prefix.size()));
+  }
+
+  const CodeLayout& layout_;
+  const AppleRoots& roots_;
+  const Scope scope_;
+  const std::size_t chosen_;
+  CodeSlice main_;
+};
+
+/// Checks code and the code inside of it, level by level.
+class DeepCheck {
+ public:
+  DeepCheck(const AppleRoots& roots, Depth depth) : roots_(roots), depth_(depth) {}
+
+  Validity run(const CodeLayout& layout) {
+    const bool strict = depth_ == Depth::strict;
+    std::vector<NestedCode> nested;
+    try {
+      seen_.insert(layout.executable);
+      result_.problems =
+          CodeCheck(layout, roots_, {true, true, strict ? Strictness::strict : Strictness::plain}).run(nullptr, nested);
+    } catch (const Failure& failure) {
+      result_.status = failure.status;
+      return std::move(result_);
+    }
+    std::ranges::sort(nested, {}, &NestedCode::path);
+    waiting_.assign(nested.begin(), nested.end());
+    // A failure of nested code comes before what is wrong with single resources.
+    while (!waiting_.empty() && result_.status == status::kGood) {
+      const NestedCode next = std::move(waiting_.front());
+      waiting_.pop_front();
+      checkNested(next);
+    }
+    if (result_.status == status::kGood) result_.status = result_.problems.status;
+    if (result_.status == status::kGood && unmet_) {
+      result_.status = status::kBadNestedCode;
+      result_.path = *unmet_;
+    }
+    return std::move(result_);
+  }
+
+ private:
+  void checkNested(const NestedCode& code) {
+    try {
+      const std::optional<Requirement> requirement = Requirement::fromText(code.requirement);
+      if (!requirement) fail(status::kResourcesInvalid);
+      const CodeLayout layout = findCode(code.path);
+      const bool whole = depth_ == Depth::strict;
+      // Links can lead back to code that contains this; once is enough.
+      if (!seen_.insert(layout.executable).second && whole) return;
+      std::vector<NestedCode> nested;
+      const ResourceProblems problems =
+          CodeCheck(layout, roots_, {whole, whole, whole ? Strictness::strict : Strictness::plain})
+              .run(&*requirement, nested);
+      if (!problems.none()) fail(problems.status);
+      waiting_.insert(waiting_.end(), nested.begin(), nested.end());
+    } catch (const Failure& failure) {
+      if (failure.status == status::kRequirementFailed) {
+        if (!unmet_) unmet_ = code.path;
+        return;
+      }
+      result_.status = failure.status;
+      result_.path = code.path;
+    }
+  }
+
+  const AppleRoots& roots_;
+  const Depth depth_;
+  Validity result_;
+  std::deque<NestedCode> waiting_;
+  std::optional<std::string> unmet_;
+  std::set<std::string> seen_;
+};
+
+}  // namespace
+
+Validity checkValidity(const CodeLayout& layout, const AppleRoots& roots, Depth depth) {
+  return DeepCheck(roots, depth).run(layout);
+}
+
+std::string Validity::description() const {
+  std::string text =
+      "Error Domain=NSOSStatusErrorDomain Code=" + std::to_string(status) + " \"" + textOf(status) + "\"";
+  std::string information;
+  const auto append = [&information](std::string_view key, const std::string& value) {
+    information.append(information.empty() ? "" : ", ").append(key).append("=").append(value);
+  };
+  if (!path.empty()) append("SecCSPath", path);
+  const auto appendList = [&](std::string_view key, const std::vector<std::string>& list) {
+    if (list.empty()) return;
+    std::string joined;
+    for (const std::string& item : list) joined.append(joined.empty() ? "" : ", ").append(item);
+    append(key, "(" + joined + ")");
+  };
+  appendList("SecCSResourceAdded", problems.added);
+  appendList("SecCSResourceAltered", problems.altered);
+  appendList("SecCSResourceMissing", problems.missing);
+  return information.empty() ? text : text + " UserInfo={" + information + "}";
+}
+
+}  // namespace tks::codesign
