@@ -77,7 +77,12 @@ void TKSInterface::sendLaunch(const TKSValue& param, const TKSFinishBlock& finis
   const bool jobIsRunning = messageHandler->launchFinishBlock || messageHandler->launchErrorBlock;
   if (jobIsRunning && !isTKSAppProcessing()) appManager->handleStatusChange(TKSI_APP_STATUS_LAUNCHING);
   if (isTKSAppProcessing()) return launchMeetingWithParam(param, finishBlock, errorBlock);
+  const std::uint64_t job = ++state_->job;
   messageHandler->sendLaunchMessage(param, finishBlock, errorBlock, [=, this] {
+    if (state_->job != job) {
+      TKSILog::logWithLevel(TKSILogLevelWarning, "TKS self update done, but its job was stopped. Don't launch again.");
+      return;
+    }
     // The callbacks go over to the next launch, so that nothing calls them from here any more.
     messageHandler->launchFinishBlock = nullptr;
     messageHandler->launchErrorBlock = nullptr;

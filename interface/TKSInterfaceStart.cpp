@@ -170,9 +170,11 @@ void TKSInterface::greet(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   messageHandler->sendHelloMessage(std::move(finish), std::move(error));
 }
 
-/// The launcher has said goodbye. What was asked of it and not answered until then never will be: a greeting that
-/// crossed our own goodbye is made again with a new launcher, everything else has failed.
+/// The conversation is over, so whoever wanted to stop it has got what he wanted. What was asked of the launcher and
+/// not answered until then never will be: a greeting that crossed our own goodbye is made again with a new launcher,
+/// everything else has failed.
 void TKSInterface::endUnansweredCalls() {
+  tks::callHost("finishBlock", tks::take(state_->disconnected));
   if (appManager->TKSAppStatus != TKSI_APP_STATUS_UNCONNECTED || messageHandler->messageHost->isOpened) return;
   const bool greetingWaits = state_->greetings.isWaiting();
   if (greetingWaits && std::exchange(state_->greetAgain, false)) {

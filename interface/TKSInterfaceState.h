@@ -23,6 +23,11 @@ struct TKSInterface::State : std::enable_shared_from_this<TKSInterface::State> {
 
   tks::interface::WaitingCalls greetings;
   tks::interface::WaitingCalls disconnects;
+  /// What the last disconnect is to call. The conversation's own copy gives way to what it does by itself, when its
+  /// answer to the launcher crosses a stop.
+  TKSFinishBlock disconnected;
+  /// Counts the launch requests that were sent, and those that were given up: names the one that is under way.
+  std::uint64_t job = 0;
   /// A greeting was sent after the request to disconnect: the launcher will not answer it, and it is made again.
   bool greetAgain = false;
 

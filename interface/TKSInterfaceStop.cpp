@@ -20,6 +20,7 @@ void TKSInterface::stop(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   switch (status) {
     case TKSI_APP_STATUS_LAUNCHING:
       TKSILog::logWithLevel(TKSILogLevelWarning, "TKS app status: LAUNCHING. Abort processing job.");
+      ++state_->job;
       messageHandler->handleError(TKSUtilBase::generateTKSInterfaceError(
           "Previous launching job running, will stop it firstly.", TKSIDefaultDomain, 1));
       disconnect(std::move(finishBlock), std::move(errorBlock));
@@ -42,6 +43,7 @@ void TKSInterface::stop(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
 
 void TKSInterface::disconnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   auto [finish, error] = state_->disconnects.join({std::move(finishBlock), std::move(errorBlock)});
+  state_->disconnected = finish;
   messageHandler->sendDisconnectMessage(std::move(finish), std::move(error));
   cleanupConnectStatus4FileIPC();
 }
@@ -68,5 +70,6 @@ void TKSInterface::cleanupConnectStatus4FileIPC() {
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Ipc by file. Need cleanup connect status of interface.");
+  state_->disconnected = nullptr;
   messageHandler->cleanupConnectStatus4FileIPC();
 }

@@ -109,6 +109,32 @@ TEST_F(FacadeStop, TransportFailureReachesEveryStopOnceAndNoneLater) {
   EXPECT_THAT(calls_.at(1), testing::StartsWith("second failed: Message data size ( 0 )"));
 }
 
+TEST_F(FacadeStop, ThatCrossesTheAnswerToTheLaunchIsAnsweredAllTheSame) {
+  launch();
+  tks_.stop(finish("stopped"), error("stop failed"));
+  EXPECT_THAT(called(), ElementsAre("launch failed: Previous launching job running, will stop it firstly."));
+  world_.says("launch_meeting_ack", "{}");
+  ASSERT_TRUE(drainUntil([&] { return log_.has(2, "Handle message of type: launch_meeting_ack"); }));
+  world_.says("disconnect_ack");
+  ASSERT_TRUE(waitForStatus(TKSI_APP_STATUS_UNCONNECTED));
+  settle();
+  EXPECT_THAT(called(), ElementsAre("stopped"));
+}
+
+TEST_F(FacadeStop, ThatCrossesASelfUpdateDoesNotLaunchAgain) {
+  launch();
+  tks_.stop(finish("stopped"), error("stop failed"));
+  called();
+  world_.says("host_notify");
+  ASSERT_TRUE(drainUntil([&] { return log_.has(2, "Handle message of type: host_notify"); }));
+  world_.says("disconnect_ack");
+  ASSERT_TRUE(waitForStatus(TKSI_APP_STATUS_UNCONNECTED));
+  settle();
+  EXPECT_TRUE(log_.has(4, "TKS self update done, but its job was stopped. Don't launch again."));
+  EXPECT_THAT(called(), ElementsAre("stopped"));
+  EXPECT_EQ(world_.processes.count(), 1u);
+}
+
 TEST_F(FacadeStop, StartAfterItBeginsAgainWithANewLauncher) {
   connect();
   tks_.stop(finish("stopped"), error());
