@@ -1,0 +1,69 @@
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+#include <tksinterface/TKSILog.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/Logging.h"
+#include "platform/platform.h"
+
+// Lists of patterns: "foo, ^bar$".
+
+namespace {
+
+using Match = tks::platform::Text::Match;
+
+constexpr std::string_view kEverything = "*";
+
+/// White space and line ends, as Unicode has them.
+constexpr std::string_view kBlanks[] = {
+    " ",      "\t",     "\n",     "\v",     "\f",     "\r",     "\u0085", "\u00A0", "\u1680",
+    "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
+    "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000",
+};
+
+bool trimOnce(std::string_view& text) {
+  const std::size_t before = text.size();
+  for (const std::string_view blank : kBlanks) {
+    if (text.starts_with(blank)) text.remove_prefix(blank.size());
+    if (text.ends_with(blank)) text.remove_suffix(blank.size());
+  }
+  return text.size() != before;
+}
+
+std::string_view trimmed(std::string_view text) {
+  while (trimOnce(text)) {
+  }
+  return text;
+}
+
+/// What is found is found for the list; a pattern that does not compile spoils it.
+Match find(std::string_view pattern, std::string_view text) {
+  const Match match = tks::platform::text().findPattern(pattern, text);
+  if (match == Match::badPattern) {
+    TKSILog::logWithLevel(
+        TKSILogLevelError,
+        "Fail to get regular expression with pattern:%@! Consider the checked string:%@ is NOT matched.",
+        tks::masked(pattern), tks::masked(text));
+  } else if (match == Match::timeLimit) {
+    TKSILog::logWithLevel(TKSILogLevelWarning, "Search for pattern:%@ takes too long, consider as not matched.",
+                          tks::masked(pattern));
+  }
+  return match;
+}
+
+}  // namespace
+
+bool TKSUtilBase::isMatchedToRegex(std::string_view patterns, std::string_view text) {
+  if (patterns.empty() || text.empty()) return false;
+  if (patterns == kEverything) return true;
+  for (std::size_t begin = 0; begin <= patterns.size();) {
+    const std::size_t end = std::min(patterns.find(',', begin), patterns.size());
+    const Match match = find(trimmed(patterns.substr(begin, end - begin)), text);
+    if (match == Match::matched) return true;
+    if (match == Match::badPattern) return false;
+    begin = end + 1;
+  }
+  return false;
+}
