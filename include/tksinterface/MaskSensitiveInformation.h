@@ -11,7 +11,7 @@
 /// except that the query of a URL with a secret is cut off. Linear in the length of the text. Pure: may be called from
 /// any thread at any time.
 
-/// `input` with all masking rules applied; empty for an empty input.
+/// The text with all masking rules applied; empty for an empty input.
 TKS_EXPORT std::string removePII(const std::string& input);
 
 /// Masks the bytes [start, end) of `text` with "*". Of a range longer than three bytes the first three are kept.

@@ -31,8 +31,10 @@ concept Number = std::integral<T> || std::is_enum_v<T>;
 /// One argument of a format, by reference: it must outlive the call it is passed to.
 class Argument {
  public:
+  /// What the argument is.
   enum class Kind : std::uint8_t { text, object, number };
 
+  /// Refers to a value; see the concepts above for what it may be.
   template <class T>
   explicit Argument(const T& value) noexcept {
     if constexpr (Text<T>) {
@@ -53,9 +55,13 @@ class Argument {
     }
   }
 
+  /// What the argument is.
   Kind kind() const noexcept { return kind_; }
+  /// The text of a text argument.
   std::string_view text() const noexcept { return text_; }
+  /// The description of an object.
   std::string description() const { return describe_(object_); }
+  /// The number of a number argument, widened.
   std::uint64_t number() const noexcept { return number_; }
 
  private:
@@ -66,6 +72,7 @@ class Argument {
   std::uint64_t number_ = 0;
 };
 
+/// The letter for what an argument of a type is: text, object or number.
 template <class T>
 consteval char kindOf() {
   if constexpr (Text<T>) return 's';
@@ -80,6 +87,7 @@ inline void theFormatDoesNotFitItsArguments() {}
 template <class... Arguments>
 class Checked {
  public:
+  /// Takes a literal; what does not fit stops the compiler.
   template <std::convertible_to<std::string_view> T>
   consteval Checked(const T& text) : text_(text) {
     constexpr char kinds[] = {kindOf<Arguments>()..., '\0'};
@@ -111,6 +119,7 @@ class Checked {
     if (next != sizeof...(Arguments)) theFormatDoesNotFitItsArguments();
   }
 
+  /// The format itself.
   constexpr std::string_view text() const noexcept { return text_; }
 
  private:

@@ -53,14 +53,20 @@ class TKS_EXPORT TKSILog {
 
   /// `removeSensitiveInformation:` The text, or the description of another value, with personal data masked.
   static std::string removeSensitiveInformation(std::string_view text);
+  /// @copydoc removeSensitiveInformation(std::string_view)
   static std::string removeSensitiveInformation(const std::string& text);
+  /// @copydoc removeSensitiveInformation(std::string_view)
   static std::string removeSensitiveInformation(const char* text);
+  /// @copydoc removeSensitiveInformation(std::string_view)
   static std::string removeSensitiveInformation(const TKSValue& object);
 
   /// `addMask:` The text, or the description of another value, masked but for its first three bytes.
   static std::string addMask(std::string_view text);
+  /// @copydoc addMask(std::string_view)
   static std::string addMask(const std::string& text);
+  /// @copydoc addMask(std::string_view)
   static std::string addMask(const char* text);
+  /// @copydoc addMask(std::string_view)
   static std::string addMask(const TKSValue& object);
 
  private:

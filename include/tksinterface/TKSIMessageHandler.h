@@ -52,22 +52,32 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   void handleLaunchErrorMessageInfo(const TKSDictionary& info);
   /// `handleDisconnectAckMessage` Ends the conversation in good order.
   void handleDisconnectAckMessage();
-  /// `cleanupFinishBlocksAfterError`
+  /// `cleanupFinishBlocksAfterError` Drops the finish callbacks of hello and launch, uncalled.
   void cleanupFinishBlocksAfterError();
-  /// `cleanupStatusBlocks`
+  /// `cleanupStatusBlocks` Drops the two status callbacks.
   void cleanupStatusBlocks();
   /// `cleanupConnectStatus4FileIPC` Ends a conversation over files at once; no callback of the conversation is called.
   void cleanupConnectStatus4FileIPC();
 
+  /// The transport; owned.
   std::unique_ptr<TKSMessageHost> messageHost;
+  /// Called on "hello_ack"; dropped by an error.
   TKSFinishBlock helloFinishBlock;
+  /// Called by handleError; dropped on "hello_ack".
   TKSErrorBlock helloErrorBlock;
+  /// Called on "launch_meeting_ack"; dropped by an error.
   TKSFinishBlock launchFinishBlock;
+  /// Called by errors; on "launch_meeting_ack" handed on to the disconnect.
   TKSErrorBlock launchErrorBlock;
+  /// Called when the disconnect that follows "host_notify" is answered.
   TKSFinishBlock TKSUpdateDoneBlock;
+  /// Called on "disconnect_ack".
   TKSFinishBlock disconnectFinishBlock;
+  /// Called by handleError; dropped on "disconnect_ack".
   TKSErrorBlock disconnectErrorBlock;
+  /// Told of the status: 1, 3 or 4. Stays installed over several calls.
   TKSNotifyStatusBlock notifyStatusBlock;
+  /// Asked for the status when the transport fails. Stays installed over several calls.
   TKSQueryStatusBlock queryStatusBlock;
 
  private:

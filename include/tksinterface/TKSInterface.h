@@ -27,7 +27,7 @@ class TKS_EXPORT TKSInterface {
   /// `sharedInstance` The process-wide facade.
   static TKSInterface& sharedInstance();
 
-  /// `init`
+  /// `init` Makes the record of the launcher and the handler of the conversation.
   TKSInterface();
   ~TKSInterface();
   TKSInterface(const TKSInterface&) = delete;
@@ -77,10 +77,13 @@ class TKS_EXPORT TKSInterface {
   /// `cleanupConnectStatus4FileIPC` Ends a conversation over files at once, for the release host that uses files.
   void cleanupConnectStatus4FileIPC();
 
+  /// The record of the launcher; owned.
   std::unique_ptr<TKSIAppManager> appManager;
+  /// The conversation with the launcher; owned.
   std::unique_ptr<TKSIMessageHandler> messageHandler;
   /// Identifier of the host's main bundle, noted at each start; empty when it has none.
   std::string bundleID;
+  /// Set by launchedTKSPidBlock.
   TKSPidBlock pidBlock;
 
  private:

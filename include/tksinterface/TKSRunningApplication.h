@@ -8,9 +8,11 @@
 /// A running application: a live process whose executable lies in an application bundle, as it was when it was looked
 /// up.
 struct TKS_EXPORT TKSRunningApplication {
+  /// The system's process identifier.
   std::int32_t processIdentifier = 0;
   /// Empty when the bundle declares none.
   std::string bundleIdentifier;
+  /// What the user sees as its name.
   std::string localizedName;
   /// Absolute path of the bundle's folder.
   std::string bundlePath;

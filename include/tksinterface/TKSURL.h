@@ -18,6 +18,7 @@ class TKS_EXPORT TKSURL {
 
   /// The URL as text, for example "file:///Applications/A.app" or "https://a.example/x?y=z".
   const std::string& absoluteString() const noexcept { return text_; }
+  /// Whether the scheme is "file", in any case.
   bool isFileURL() const noexcept;
   /// The scheme as written, without the colon; empty when there is none.
   std::string scheme() const;

@@ -84,7 +84,9 @@ class TKS_EXPORT TKSUtilBase {
   static bool setPreference(const TKSKeyPath& keyPath, const TKSValue& value);
   /// `getValueFormPlist:plistPath:` The value under a key path of a property-list file, or nothing.
   static TKSValue getValueFormPlist(const TKSKeyPath& keyPath, std::string_view plistPath);
+  /// @copydoc getValueFormPlist(const TKSKeyPath&, std::string_view)
   static TKSValue getValueFormPlist(const TKSKeyPath& keyPath, const std::string& plistPath);
+  /// @copydoc getValueFormPlist(const TKSKeyPath&, std::string_view)
   static TKSValue getValueFormPlist(const TKSKeyPath& keyPath, const char* plistPath);
   /// `getValueFormPlist:plistDict:` The value under a key path of a dictionary, or nothing.
   static TKSValue getValueFormPlist(const TKSKeyPath& keyPath, const TKSDictionary& plistDict);

@@ -39,6 +39,7 @@ using TKSKeyPath = std::vector<std::string>;
 
 /// A moment, counted in seconds from 1970-01-01 00:00:00 UTC.
 struct TKSDate {
+  /// Fractions of a second count too.
   double secondsSince1970 = 0;
   friend bool operator==(const TKSDate&, const TKSDate&) = default;
 };
@@ -53,35 +54,49 @@ struct TKSNull {
 /// Readers of the wrong kind answer the neutral value of their type (false, 0, empty) and never fail. Texts are UTF-8.
 class TKS_EXPORT TKSValue {
  public:
+  /// What a value can be.
   enum class Kind : std::uint8_t { nothing, null, boolean, integer, real, text, data, date, array, dictionary };
 
   /// Nothing: an absent value.
   constexpr TKSValue() noexcept = default;
+  /// JSON's null.
   TKSValue(TKSNull) noexcept : kind_(Kind::null) {}
+  /// A boolean.
   TKSValue(bool value) noexcept : TKSValue(Kind::boolean, value) {}
+  /// An integer; unsigned ones beyond 63 bits wrap.
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) TKSValue(Integer value)
   noexcept : TKSValue(Kind::integer, static_cast<std::int64_t>(value)) {}
+  /// A real.
   TKSValue(double value) noexcept : TKSValue(Kind::real, value) {}
+  /// A text.
   TKSValue(std::string_view text);
+  /// A text.
   TKSValue(const std::string& text) : TKSValue(std::string_view(text)) {}
   /// A text; a null pointer gives nothing.
   TKSValue(const char* text);
   /// A text or nothing.
   TKSValue(const std::optional<std::string>& text);
+  /// Bytes.
   TKSValue(TKSData data);
+  /// A moment.
   TKSValue(TKSDate date) noexcept : TKSValue(Kind::date, date.secondsSince1970) {}
+  /// An array; shares its content.
   TKSValue(TKSArray array) noexcept;
+  /// A dictionary; shares its content.
   TKSValue(TKSDictionary dictionary) noexcept;
 
+  /// Shares the content.
   TKSValue(const TKSValue& other) noexcept {
     assign(other);
     if (isShared()) retain();
   }
+  /// Takes the content; `other` is empty afterwards.
   TKSValue(TKSValue&& other) noexcept {
     assign(other);
     other.forget();
   }
+  /// Shares the content.
   TKSValue& operator=(const TKSValue& other) noexcept { return *this = TKSValue(other); }
   /// Leaves nothing behind in `other`.
   TKSValue& operator=(TKSValue&& other) noexcept {
@@ -96,18 +111,29 @@ class TKS_EXPORT TKSValue {
     if (isShared()) release();
   }
 
+  /// What the value is.
   Kind kind() const noexcept { return kind_; }
+  /// Whether the value is absent.
   bool isNothing() const noexcept { return kind_ == Kind::nothing; }
+  /// Whether the value is JSON's null.
   bool isNull() const noexcept { return kind_ == Kind::null; }
+  /// Whether the value is a boolean.
   bool isBoolean() const noexcept { return kind_ == Kind::boolean; }
+  /// Whether the value is an integer.
   bool isInteger() const noexcept { return kind_ == Kind::integer; }
+  /// Whether the value is a real.
   bool isReal() const noexcept { return kind_ == Kind::real; }
   /// A boolean, an integer or a real.
   bool isNumber() const noexcept { return isBoolean() || isInteger() || isReal(); }
+  /// Whether the value is a text.
   bool isText() const noexcept { return kind_ == Kind::text; }
+  /// Whether the value is bytes.
   bool isData() const noexcept { return kind_ == Kind::data; }
+  /// Whether the value is a moment.
   bool isDate() const noexcept { return kind_ == Kind::date; }
+  /// Whether the value is an array.
   bool isArray() const noexcept { return kind_ == Kind::array; }
+  /// Whether the value is a dictionary.
   bool isDictionary() const noexcept { return kind_ == Kind::dictionary; }
 
   /// The boolean, or whether the number is not zero.
@@ -124,17 +150,23 @@ class TKS_EXPORT TKSValue {
   }
   /// The text as a string of its own, or nothing when this is no text.
   std::optional<std::string> optionalText() const;
+  /// A copy of the bytes.
   TKSData data() const;
+  /// The moment.
   TKSDate date() const noexcept;
+  /// The array; shares its content.
   TKSArray array() const noexcept;
+  /// The dictionary; shares its content.
   TKSDictionary dictionary() const noexcept;
 
   /// The value under a key of a dictionary; nothing when absent or when this is no dictionary. The reference holds as
   /// long as this value is neither changed nor destroyed.
   const TKSValue& operator[](std::string_view key) const noexcept;
+  /// The same.
   const TKSValue& operator[](const char* key) const noexcept { return (*this)[std::string_view(key)]; }
   /// The element of an array; nothing when out of range or when this is no array.
   const TKSValue& operator[](std::size_t index) const noexcept;
+  /// The same.
   const TKSValue& operator[](int index) const noexcept { return (*this)[static_cast<std::size_t>(index)]; }
 
   /// Same kind and same content. An integer equals a real of the same number; a boolean equals only a boolean; "not a
@@ -193,25 +225,36 @@ class TKS_EXPORT TKSValue {
 /// An array of values.
 class TKS_EXPORT TKSArray {
  public:
+  /// Walks over the elements.
   using const_iterator = const TKSValue*;
 
   constexpr TKSArray() noexcept = default;
+  /// An array of these values.
   TKSArray(std::initializer_list<TKSValue> values);
+  /// An array of these values.
   explicit TKSArray(std::vector<TKSValue> values);
+  /// Shares the content.
   TKSArray(const TKSArray& other) noexcept;
+  /// Takes the content; `other` is empty afterwards.
   TKSArray(TKSArray&& other) noexcept;
+  /// Shares the content.
   TKSArray& operator=(const TKSArray& other) noexcept;
+  /// Takes the content; `other` is empty afterwards.
   TKSArray& operator=(TKSArray&& other) noexcept;
   ~TKSArray();
 
+  /// Number of elements, or of entries.
   std::size_t size() const noexcept;
+  /// Whether there are none.
   bool empty() const noexcept { return size() == 0; }
   /// The element, or nothing when `index` is out of range.
   const TKSValue& operator[](std::size_t index) const noexcept;
   /// References and iterators hold as long as this array is neither changed nor destroyed.
   const_iterator begin() const noexcept;
+  /// Behind the last one.
   const_iterator end() const noexcept;
 
+  /// Adds an element at the end.
   void append(TKSValue value);
   /// Replaces the element at `index`; does nothing when `index` is out of range.
   void set(std::size_t index, TKSValue value);
@@ -232,18 +275,26 @@ class TKS_EXPORT TKSDictionary {
   /// Walks over pairs of key and value: for (auto [key, value] : dictionary).
   class TKS_EXPORT const_iterator {
    public:
+    /// For the algorithms of the standard library.
     using value_type = std::pair<std::string_view, const TKSValue&>;
+    /// For the algorithms of the standard library.
     using reference = value_type;
+    /// For the algorithms of the standard library.
     using pointer = void;
+    /// For the algorithms of the standard library.
     using difference_type = std::ptrdiff_t;
+    /// For the algorithms of the standard library.
     using iterator_category = std::input_iterator_tag;
 
     const_iterator() noexcept = default;
+    /// Key and value.
     reference operator*() const noexcept { return {position_[0].text(), position_[1]}; }
+    /// Goes to the next entry.
     const_iterator& operator++() noexcept {
       position_ += 2;
       return *this;
     }
+    /// Goes to the next entry; answers where it was.
     const_iterator operator++(int) noexcept {
       const_iterator before = *this;
       ++*this;
@@ -263,21 +314,30 @@ class TKS_EXPORT TKSDictionary {
   TKSDictionary(std::initializer_list<std::pair<std::string_view, TKSValue>> entries);
   /// Builds a large dictionary at once, in O(n log n). Of several entries with one key the last one counts.
   explicit TKSDictionary(std::vector<std::pair<std::string, TKSValue>> entries);
+  /// Shares the content.
   TKSDictionary(const TKSDictionary& other) noexcept;
+  /// Takes the content; `other` is empty afterwards.
   TKSDictionary(TKSDictionary&& other) noexcept;
+  /// Shares the content.
   TKSDictionary& operator=(const TKSDictionary& other) noexcept;
+  /// Takes the content; `other` is empty afterwards.
   TKSDictionary& operator=(TKSDictionary&& other) noexcept;
   ~TKSDictionary();
 
+  /// Number of elements, or of entries.
   std::size_t size() const noexcept;
+  /// Whether there are none.
   bool empty() const noexcept { return size() == 0; }
+  /// Whether there is a value under the key.
   bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
   /// The value under the key, or a null pointer. References, pointers and iterators hold as long as this dictionary is
   /// neither changed nor destroyed.
   const TKSValue* find(std::string_view key) const noexcept;
   /// The value under the key, or nothing.
   const TKSValue& operator[](std::string_view key) const noexcept;
+  /// The first one.
   const_iterator begin() const noexcept;
+  /// Behind the last one.
   const_iterator end() const noexcept;
 
   /// Stores a value under a key, replacing an earlier one. Storing nothing removes the key.
