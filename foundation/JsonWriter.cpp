@@ -198,6 +198,7 @@ class Writer {
   }
 
   char* writeReal(char* out, double real) noexcept {
+    if (real == 0 && std::signbit(real)) return copied(out, "-0.0");  // "-0" would read as an integer
     if (std::isfinite(real)) return tks::writeReal(out, real);
     problem_ = std::isnan(real) ? Problem::notANumber : Problem::infinite;
     return out;

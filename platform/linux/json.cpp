@@ -154,6 +154,7 @@ std::string withLongIntegersAsReals(std::string_view text) {
 class Reader {
  public:
   simdjson::error_code read(std::string_view text) {
+    if (text.empty()) return simdjson::EMPTY;
     if (const simdjson::error_code error = reserve(text.size())) return error;
     std::memcpy(padded_.get(), text.data(), text.size());
     return parser_.parse(padded_.get(), text.size(), false).error();

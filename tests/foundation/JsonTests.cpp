@@ -3,6 +3,7 @@
 #include <time.h>
 
 #include <chrono>
+#include <cmath>
 #include <limits>
 #include <string>
 
@@ -196,6 +197,7 @@ TEST(JsonReading, RefusesWhatIsNotJsonWithAnArrayOrObjectOutermost) {
 }
 
 TEST(JsonReading, ReadsOnAfterABadText) {
+  EXPECT_TRUE(tks::platform::json().parse({}, nullptr).isNothing());
   EXPECT_TRUE(tks::platform::json().parse("[1", nullptr).isNothing());
   EXPECT_EQ(read("[1]"), (TKSArray{1}));
 }
@@ -304,12 +306,13 @@ TEST(JsonWriting, WritesRealsWithTheFewestDigitsThatReadBack) {
                                                       {1e-4, "[0.0001]"},
                                                       {1.5e-7, "[1.5e-07]"},
                                                       {5e-324, "[5e-324]"},
-                                                      {-0.0, "[-0]"},
+                                                      {-0.0, "[-0.0]"},
                                                       {1.0 / 3, "[0.3333333333333333]"},
                                                       {1.7976931348623157e308, "[1.7976931348623157e+308]"}};
   for (const auto& [number, text] : rows) {
     EXPECT_EQ(written(TKSArray{number}), text);
     EXPECT_EQ(read(text)[0].real(), number);
+    EXPECT_EQ(std::signbit(read(text)[0].real()), std::signbit(number));
   }
 }
 
