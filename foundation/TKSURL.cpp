@@ -132,11 +132,10 @@ std::optional<std::string> TKSURL::query() const {
 }
 
 TKSURL TKSURL::appendingPathComponent(std::string_view component) const {
-  const Parts parts = split(text_);
+  Parts parts = split(text_);
+  while (parts.path.ends_with('/')) parts.path.remove_suffix(1);
+  while (component.starts_with('/')) component.remove_prefix(1);
   TKSURL url;
-  url.text_ = std::string(parts.beforePath) + std::string(parts.path);
-  if (!url.text_.ends_with('/')) url.text_ += '/';
-  url.text_ += encoded(component);
-  url.text_ += parts.behindPath;
+  url.text_.append(parts.beforePath).append(parts.path).append("/").append(encoded(component)).append(parts.behindPath);
   return url;
 }

@@ -1,0 +1,129 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <new>
+#include <stdexcept>
+#include <string>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "platform/platform.h"
+#include "tests/support/LogRecorder.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using tks::test::LogLine;
+using tks::test::LogRecorder;
+
+TEST(InterfaceError, HasItsMessageDomainAndCode) {
+  const LogRecorder log;
+  EXPECT_EQ(TKSUtilBase::generateTKSInterfaceError("no launcher", "some.domain", -3),
+            (TKSError{"some.domain", -3, "no launcher"}));
+  EXPECT_EQ(TKSUtilBase::generateTKSInterfaceDefaultError("no launcher"),
+            (TKSError{"TKSIDefaultDomain", 0, "no launcher"}));
+  EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST(InterfaceError, WithoutADomainHasTheDefaultOne) {
+  EXPECT_EQ(TKSUtilBase::generateTKSInterfaceError("text", "", 7), (TKSError{"TKSIDefaultDomain", 7, "text"}));
+}
+
+TEST(InterfaceError, WithoutAMessageIsUnknown) {
+  const LogRecorder log;
+  EXPECT_EQ(TKSUtilBase::generateTKSInterfaceError("", "some.domain", 7),
+            (TKSError{"some.domain", 7, "Unknown error."}));
+  EXPECT_EQ(TKSUtilBase::generateTKSInterfaceDefaultError(""), (TKSError{"TKSIDefaultDomain", 0, "Unknown error."}));
+  const LogLine line{4, "Error info incorrect: , set as 'Unknown error'"};
+  EXPECT_THAT(log.lines(), ElementsAre(line, line));
+}
+
+/// A reader that throws instead of answering.
+template <class Exception>
+class ThrowingReader final : public tks::platform::Json {
+ public:
+  explicit ThrowingReader(Exception exception) : exception_(std::move(exception)) {}
+  TKSValue parse(std::string_view, TKSError*) override { throw exception_; }
+
+ private:
+  Exception exception_;
+};
+
+TEST(JSONText, BecomesAnObject) {
+  TKSError error;
+  EXPECT_EQ(TKSUtilBase::JSONStringToObject(R"({"a":[1,true,null,"b"]})", &error),
+            TKSValue(TKSDictionary{{"a", TKSArray{1, true, TKSNull(), "b"}}}));
+  EXPECT_EQ(TKSUtilBase::JSONStringToObject("[]"), TKSValue(TKSArray()));
+  EXPECT_EQ(error, TKSError());
+}
+
+TEST(JSONText, ThatCannotBeReadIsTheReadersError) {
+  for (const char* text : {"{", "{\"a\":1} x", "7", "text", " "}) {
+    TKSError error;
+    EXPECT_TRUE(TKSUtilBase::JSONStringToObject(text, &error).isNothing()) << text;
+    TKSError readers;
+    tks::platform::json().parse(text, &readers);
+    EXPECT_EQ(error, readers) << text;
+    EXPECT_FALSE(error.localizedDescription.empty()) << text;
+    EXPECT_TRUE(TKSUtilBase::JSONStringToObject(text).isNothing()) << text;
+  }
+}
+
+TEST(JSONText, ThatIsMissingIsAnErrorOfThisLibrary) {
+  TKSError error;
+  EXPECT_TRUE(TKSUtilBase::JSONStringToObject("", &error).isNothing());
+  EXPECT_EQ(error, (TKSError{std::string(TKSUtilErrorDomain), 0, "JSON text is missing"}));
+  EXPECT_TRUE(TKSUtilBase::JSONStringToObject("").isNothing());
+}
+
+TEST(JSONText, AReaderThatThrowsIsAnErrorOfThisLibrary) {
+  ThrowingReader reader(std::runtime_error("reader is broken"));
+  const tks::platform::Replaced<tks::platform::Json> replaced(reader);
+  TKSError error;
+  EXPECT_TRUE(TKSUtilBase::JSONStringToObject("{}", &error).isNothing());
+  EXPECT_EQ(error, (TKSError{std::string(TKSUtilErrorDomain), 0, "reader is broken"}));
+  EXPECT_NO_THROW(TKSUtilBase::JSONStringToObject("{}"));
+}
+
+TEST(JSONText, AReaderWithoutMemoryIsAnError) {
+  ThrowingReader reader{std::bad_alloc()};
+  const tks::platform::Replaced<tks::platform::Json> replaced(reader);
+  TKSError error;
+  EXPECT_TRUE(TKSUtilBase::JSONStringToObject("{}", &error).isNothing());
+  EXPECT_EQ(error.localizedDescription, "Out of memory");
+}
+
+TEST(JSONText, IsMadeOfAnObject) {
+  TKSError error;
+  const TKSDictionary object{{"b", TKSArray{1, 2.5, TKSNull()}}, {"a", "x/y \"\u20ac\""}, {"c", true}};
+  EXPECT_EQ(TKSUtilBase::objectToJSONString(object, &error),
+            std::optional<std::string>(R"({"a":"x/y \"€\"","b":[1,2.5,null],"c":true})"));
+  EXPECT_EQ(TKSUtilBase::objectToJSONString(TKSValue(TKSArray())), std::optional<std::string>("[]"));
+  EXPECT_EQ(error, TKSError());
+}
+
+TEST(JSONText, WhatJSONCannotHoldIsAnErrorOfThisLibrary) {
+  const TKSValue values[] = {
+      TKSValue(),
+      "text",
+      7,
+      TKSNull(),
+      TKSValue(TKSArray{TKSData{1, 2}}),
+      TKSValue(TKSArray{TKSDate{}}),
+      TKSValue(TKSArray{std::numeric_limits<double>::infinity()}),
+      TKSValue(TKSDictionary{{"a", "\xFF"}}),
+  };
+  for (const TKSValue& value : values) {
+    TKSError error;
+    EXPECT_EQ(TKSUtilBase::objectToJSONString(value, &error), std::nullopt) << value.description();
+    EXPECT_EQ(error.domain, TKSUtilErrorDomain) << value.description();
+    EXPECT_EQ(error.code, 0) << value.description();
+    EXPECT_FALSE(error.localizedDescription.empty()) << value.description();
+    EXPECT_EQ(TKSUtilBase::objectToJSONString(value), std::nullopt) << value.description();
+  }
+}
+
+}  // namespace
