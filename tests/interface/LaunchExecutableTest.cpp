@@ -1,0 +1,308 @@
+#include "interface/LaunchArguments.h"
+#include "tests/interface/LaunchingTest.h"
+#include "tests/support/HostLoop.h"
+
+namespace {
+
+using namespace tks::test;
+using std::chrono::milliseconds;
+using tks::platform::ChildEnd;
+using tks::platform::ChildRequest;
+
+using ::testing::Contains;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+constexpr std::int32_t kPid = 4711;
+
+/// Children that are numbered and nothing else.
+class PlayedChildren final : public tks::platform::ChildProcesses {
+ public:
+  bool refuses = false;
+  std::vector<ChildRequest> requests;
+  std::function<void(ChildEnd)> ended;
+
+  std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> whenEnded, TKSError* error) override {
+    requests.push_back(request);
+    ended = std::move(whenEnded);
+    if (!refuses) return kPid;
+    if (error != nullptr) *error = TKSError{"NSPOSIXErrorDomain", 8, "start \"x\": Exec format error"};
+    return 0;
+  }
+  int originalStandardInput() override { return 71; }
+  int originalStandardOutput() override { return 72; }
+
+ private:
+  tks::platform::Replaced<tks::platform::ChildProcesses> replaced_{*this};
+};
+
+class LaunchExecutable : public LaunchingTest {
+ protected:
+  LaunchExecutable() { applications.looks[kPid] = {application()}; }
+  TKSRunningApplication application() const { return {kPid, "id", "Launcher", "/Users/jane/Launcher.app", 9}; }
+
+  std::optional<TKSRunningApplication> launch(const std::vector<std::string>& args) {
+    return TKSUtilBase::launchAppWithExePath(executable, args, &error);
+  }
+  void expectError(const std::string& text) { EXPECT_EQ(error, (TKSError{"com.tarvo.kovra.TKSUtil", 0, text})); }
+
+  PlayedChildren children;
+  PlayedApplications applications;
+};
+
+TEST_F(LaunchExecutable, StartsTheProcessAndWaitsUntilItIsListed) {
+  EXPECT_EQ(launch({"-LaunchMethod", "SDK", "-Communicate", "Pipe"}), application());
+  EXPECT_EQ(error, TKSError());
+  ASSERT_EQ(children.requests.size(), 1u);
+  EXPECT_EQ(children.requests[0].executable, executable);
+  EXPECT_THAT(children.requests[0].arguments, ElementsAre("-LaunchMethod", "SDK", "-Communicate", "Pipe"));
+  EXPECT_TRUE(children.requests[0].joinStandardHandles);
+  EXPECT_THAT(
+      lines(),
+      ElementsAre(info("Exe path: " + executable),
+                  info("Launch with args: (\n    \"-LaunchMethod\",\n    SDK,\n    \"-Communicate\",\n    Pipe\n)"),
+                  info("Check app begin."), info("Check app done, result: 1, path: " + bundle),
+                  info("Want Pipe communicate: 1"), info("Want File communicate: 0"), info("PID launched: 4711"),
+                  info("Launched app: pid: 4711, path: /Users/****/Launcher.app"),
+                  info("Launch exe result 1: [pid: 4711, path: " + executable + ", retryCount: 1]")));
+  EXPECT_THAT(clock.sleeps(), ElementsAre(milliseconds(100)));
+}
+
+TEST_F(LaunchExecutable, PollsEveryHundredMillisecondsUntilTheProcessAppears) {
+  applications.looks[kPid] = {std::nullopt, std::nullopt, application()};
+  EXPECT_EQ(launch({}), application());
+  EXPECT_THAT(clock.sleeps(), ElementsAre(milliseconds(100), milliseconds(100), milliseconds(100)));
+  EXPECT_THAT(log.texts(2), Contains("Launched app: (null)").Times(2));
+  EXPECT_TRUE(log.has(2, "Launch exe result 1: [pid: 4711, path: " + executable + ", retryCount: 3]"));
+}
+
+TEST_F(LaunchExecutable, GivesUpAfterThreeHundredAndOnePolls) {
+  applications.looks.clear();
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Getting running app process timeout (more than 30 s). Path: " + executable);
+  EXPECT_EQ(clock.sleeps().size(), 301u);
+  EXPECT_THAT(clock.sleeps(), Each(milliseconds(100)));
+  EXPECT_THAT(log.texts(2), Contains("Launched app: (null)").Times(301));
+  EXPECT_EQ(lines().back(), info("Launch exe result 0: [pid: 4711, path: " + executable + ", retryCount: 301]"));
+}
+
+TEST_F(LaunchExecutable, AMissingBinaryIsNamedInFull) {
+  const std::string missing = "/Users/jane/Launcher.app/Contents/MacOS/Launcher";
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(missing, {}, &error), std::nullopt);
+  expectError("Component binary file not exists: " + missing);
+  EXPECT_THAT(children.requests, IsEmpty());
+  EXPECT_THAT(lines(), ElementsAre(info("Exe path: /Users/****/Launcher.app/Contents/MacOS/Launcher"),
+                                   info("Launch with args: (\n)"),
+                                   info("Launch exe result 0: [pid: 0, path: "
+                                        "/Users/****/Launcher.app/Contents/MacOS/Launcher, retryCount: 0]")));
+}
+
+TEST_F(LaunchExecutable, ABundleThatFailsTheTrustCheckIsNotStarted) {
+  preferences.values = {};
+  FakeSignatures unsignedCode;
+  unsignedCode.createStatus = -67062;
+  const tks::platform::Replaced<tks::platform::Signatures> replaced(unsignedCode);
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Security check failed: No code signature info.");
+  EXPECT_THAT(children.requests, IsEmpty());
+  EXPECT_THAT(unsignedCode.paths, Each(bundle));
+  EXPECT_THAT(lines(), ElementsAre(info("Exe path: " + executable), info("Launch with args: (\n)"),
+                                   info("Check app begin."), info("Check app done, result: 0, path: " + bundle),
+                                   info("Launch exe result 0: [pid: 0, path: " + executable + ", retryCount: 0]")));
+}
+
+TEST_F(LaunchExecutable, ABinaryWithoutTheRightToExecuteIsNotStarted) {
+  std::filesystem::permissions(executable, std::filesystem::perms(0644));
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Component binary file not executable: " + executable);
+  EXPECT_THAT(children.requests, IsEmpty());
+  EXPECT_TRUE(log.has(2, "Check app done, result: 1, path: " + bundle)) << "the check comes first";
+}
+
+TEST_F(LaunchExecutable, AFolderIsNoBinary) {
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(bundle + "/Contents/MacOS", {}, &error), std::nullopt);
+  expectError("Component binary file not executable: " + bundle + "/Contents/MacOS");
+}
+
+TEST_F(LaunchExecutable, PathsInErrorsAreMasked) {
+  const std::string personal = folder / "Users/jane/Launcher.app/Contents/MacOS/Launcher";
+  writeFile(personal, "x");
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(personal, {}, &error), std::nullopt);
+  expectError("Component binary file not executable: " + (folder / "Users/****/Launcher.app/Contents/MacOS/Launcher"));
+  std::filesystem::permissions(personal, std::filesystem::perms(0755));
+  applications.looks.clear();
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(personal, {}, &error), std::nullopt);
+  expectError("Getting running app process timeout (more than 30 s). Path: " +
+              (folder / "Users/****/Launcher.app/Contents/MacOS/Launcher"));
+  for (const LogLine& line : log.lines()) EXPECT_THAT(line.text, Not(::testing::HasSubstr("jane/L")));
+}
+
+TEST_F(LaunchExecutable, ATaskThatCannotBeStartedHasNoPid) {
+  children.refuses = true;
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Getting pid failed, probably launch app by NSTask failed.");
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+  EXPECT_TRUE(log.has(2, "PID launched: 0"));
+  EXPECT_TRUE(
+      log.has(8, "Launch task failed: Error Domain=NSPOSIXErrorDomain Code=8 \"start \"x\": Exec format error\""));
+  EXPECT_EQ(lines().back(), info("Launch exe result 0: [pid: 0, path: " + executable + ", retryCount: 0]"));
+}
+
+TEST_F(LaunchExecutable, AWarmUpSucceedsAtOnceWithoutAnApplication) {
+  EXPECT_EQ(launch({"-warmup"}), std::nullopt);
+  EXPECT_EQ(error, TKSError());
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+  EXPECT_EQ(lines().back(), info("Launch exe result 1: [pid: 4711, path: " + executable + ", retryCount: 0]"));
+}
+
+TEST_F(LaunchExecutable, AWarmUpSucceedsEvenWithoutAPid) {
+  children.refuses = true;
+  EXPECT_EQ(launch({"-warmup"}), std::nullopt);
+  EXPECT_EQ(error, TKSError());
+  EXPECT_EQ(lines().back(), info("Launch exe result 1: [pid: 0, path: " + executable + ", retryCount: 0]"));
+}
+
+TEST_F(LaunchExecutable, FilesWinOverPipes) {
+  EXPECT_TRUE(launch({"-Communicate", "Pipe", "something", "File"}));
+  EXPECT_FALSE(children.requests[0].joinStandardHandles);
+  EXPECT_TRUE(log.has(2, "Want Pipe communicate: 1"));
+  EXPECT_TRUE(log.has(2, "Want File communicate: 1"));
+}
+
+TEST_F(LaunchExecutable, ArgumentsOfALaunchArePassedOnAsTheyAreAndNothingIsAdded) {
+  const std::vector<std::string> args = {"-Communicate",     "File",    "--x", "line\n-daemon",
+                                         "-TempIPCFilePath", "/tmp/a b"};
+  EXPECT_TRUE(launch(args));
+  EXPECT_EQ(children.requests[0].arguments, args);
+}
+
+TEST_F(LaunchExecutable, WorksWithoutAnErrorSlot) {
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath("/nowhere", {}, nullptr), std::nullopt);
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath("", {}, nullptr), std::nullopt);
+}
+
+TEST_F(LaunchExecutable, TheTildeIsExpandedInTheLogOnly) {
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath("~/Launcher", {}, &error), std::nullopt);
+  EXPECT_TRUE(log.has(2, "Exe path: " + home.realHome() + "/Launcher"));
+  expectError("Component binary file not exists: ~/Launcher");
+}
+
+TEST_F(LaunchExecutable, TheBundleIsWhatLiesThreeComponentsUp) {
+  const std::string shallow = folder / "tool";
+  writeFile(shallow, "x");
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(shallow, {}, &error), std::nullopt);
+  const std::string parent = std::filesystem::path(folder.path()).parent_path().parent_path();
+  EXPECT_TRUE(log.has(2, "Check app done, result: 1, path: " + parent)) << parent;
+}
+
+TEST_F(LaunchExecutable, ALauncherThatEndsEarlyIsReportedWithItsCode) {
+  applications.looks.clear();
+  launch({});
+  children.ended(ChildEnd{ChildEnd::How::exited, 3});
+  EXPECT_EQ(log.lines().back(), warning("Launched process ended early. PID: 4711, exit code: 3"));
+}
+
+TEST_F(LaunchExecutable, ALauncherThatIsKilledEarlyIsReportedWithTheSignal) {
+  applications.looks.clear();
+  launch({});
+  children.ended(ChildEnd{ChildEnd::How::killed, 6});
+  EXPECT_EQ(log.lines().back(), warning("Launched process ended early. PID: 4711, signal: 6"));
+  launch({});
+  children.ended(ChildEnd{});
+  EXPECT_EQ(log.lines().back(), warning("Launched process ended early. PID: 4711, status unknown"));
+}
+
+TEST_F(LaunchExecutable, TheEndOfALauncherThatWasSeenIsNothingToReport) {
+  launch({});
+  const std::vector<LogLine> before = log.lines();
+  children.ended(ChildEnd{ChildEnd::How::killed, 9});
+  EXPECT_EQ(log.lines(), before);
+}
+
+TEST_F(LaunchExecutable, TheResultComesOnTheMainThread) {
+  std::optional<TKSRunningApplication> result;
+  std::optional<TKSError> resultError;
+  std::thread::id thread;
+  int calls = 0;
+  const auto launchResult = [&](const std::optional<TKSRunningApplication>& launched,
+                                const std::optional<TKSError>& failed) {
+    result = launched;
+    resultError = failed;
+    thread = std::this_thread::get_id();
+    ++calls;
+  };
+  TKSUtilBase::launchAppWithExePath(executable, {}, launchResult);
+  EXPECT_TRUE(drainUntil([&] { return calls == 1; }));
+  EXPECT_EQ(result, application());
+  EXPECT_EQ(resultError, std::nullopt);
+  EXPECT_EQ(thread, std::this_thread::get_id());
+  EXPECT_EQ(clock.sleepsOnMainThread(), 0);
+
+  TKSUtilBase::launchAppWithExePath("/nowhere", {}, launchResult);
+  EXPECT_TRUE(drainUntil([&] { return calls == 2; }));
+  EXPECT_EQ(result, std::nullopt);
+  EXPECT_EQ(resultError, (TKSError{"com.tarvo.kovra.TKSUtil", 0, "Component binary file not exists: /nowhere"}));
+
+  TKSUtilBase::launchAppWithExePath(executable, {"-warmup"}, launchResult);
+  EXPECT_TRUE(drainUntil([&] { return calls == 3; }));
+  EXPECT_EQ(result, std::nullopt);
+  EXPECT_EQ(resultError, std::nullopt) << "a warm-up is no failure";
+}
+
+TEST_F(LaunchExecutable, NobodyNeedsToWaitForTheResult) {
+  TKSUtilBase::launchAppWithExePath(executable, {}, TKSLaunchResultBlock());
+  EXPECT_TRUE(log.waitFor(2, "Launch exe result 1: [pid: 4711, path: " + executable + ", retryCount: 1]"));
+}
+
+TEST_F(LaunchExecutable, AResultCallbackThatThrowsIsCaught) {
+  TKSUtilBase::launchAppWithExePath(executable, {},
+                                    [](const auto&, const auto&) { throw std::runtime_error("host's own"); });
+  EXPECT_TRUE(drainUntil([&] { return log.has(8, "Callback 'launchResult' threw an exception: host's own"); }));
+}
+
+TEST_F(LaunchExecutable, TheOriginalStandardHandlesAreThoseOfThePlatform) {
+  EXPECT_EQ(TKSUtilBase::originalStandardInput(), 71);
+  EXPECT_EQ(TKSUtilBase::originalStandardOutput(), 72);
+}
+
+struct ScanCase {
+  std::vector<std::string> arguments;
+  bool warmUp, pipe, file, joins;
+};
+
+TEST(LaunchArguments, CountWholeAndCaseSensitivelyWhereverTheyStand) {
+  const ScanCase cases[] = {
+      {{}, false, false, false, false},
+      {{"-Communicate", "Pipe"}, false, true, false, true},
+      {{"Pipe", "x", "-Communicate"}, false, true, false, true},
+      {{"-Communicate", "File"}, false, false, true, false},
+      {{"-Communicate", "Pipe", "File"}, false, true, true, false},
+      {{"File", "Pipe", "-Communicate"}, false, true, true, false},
+      {{"-Communicate"}, false, false, false, false},
+      {{"Pipe"}, false, false, false, false},
+      {{"File"}, false, false, false, false},
+      {{"-communicate", "Pipe"}, false, false, false, false},
+      {{"Communicate", "Pipe"}, false, false, false, false},
+      {{"--Communicate", "Pipe"}, false, false, false, false},
+      {{"-Communicate=Pipe"}, false, false, false, false},
+      {{"-Communicate", "pipe"}, false, false, false, false},
+      {{"-Communicate", "Pipes"}, false, false, false, false},
+      {{"-warmup"}, true, false, false, false},
+      {{"a", "-warmup", "-Communicate", "Pipe"}, true, true, false, true},
+      {{"-Warmup"}, false, false, false, false},
+      {{"warmup"}, false, false, false, false},
+      {{"-warmup=1"}, false, false, false, false},
+  };
+  for (const ScanCase& one : cases) {
+    const tks::LaunchArguments scanned = tks::scanLaunchArguments(one.arguments);
+    SCOPED_TRACE(::testing::PrintToString(one.arguments));
+    EXPECT_EQ(scanned.warmUp, one.warmUp);
+    EXPECT_EQ(scanned.wantsPipe, one.pipe);
+    EXPECT_EQ(scanned.wantsFile, one.file);
+    EXPECT_EQ(scanned.joinsStandardHandles(), one.joins);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,250 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <string>
+
+#include <tksinterface/TKSUtilBase.h>
+
+#include "platform/platform.h"
+#include "tests/interface/LaunchingTest.h"
+#include "tests/support/FakeLauncher.h"
+#include "tests/support/Frames.h"
+#include "tests/support/FreshProcess.h"
+#include "tests/support/HostLoop.h"
+#include "tests/support/ProcessState.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace tks::test;
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// The applications of the system, but only those of this test: others may be running launchers of their own.
+class OwnApplications final : public tks::platform::RunningApplications {
+ public:
+  explicit OwnApplications(std::vector<std::string> bundles) : bundles_(std::move(bundles)) {}
+  std::optional<TKSRunningApplication> find(std::int32_t pid) override { return real().find(pid); }
+  std::vector<TKSRunningApplication> list() override {
+    std::vector<TKSRunningApplication> found = real().list();
+    std::erase_if(found, [&](const TKSRunningApplication& each) {
+      return std::find(bundles_.begin(), bundles_.end(), each.bundlePath) == bundles_.end();
+    });
+    return found;
+  }
+  bool forceTerminate(const TKSRunningApplication& application) override { return real().forceTerminate(application); }
+  bool terminate(const TKSRunningApplication& application) override { return real().terminate(application); }
+  std::optional<TKSRunningApplication> launch(std::string_view path, const std::vector<std::string>& arguments,
+                                              TKSError* error) override {
+    return real().launch(path, arguments, error);
+  }
+  bool hasLastUsedDate(std::string_view path) override { return real().hasLastUsedDate(path); }
+  void terminateThisApplication() override {}
+
+ private:
+  RunningApplications& real() { return replaced_.before(); }
+  std::vector<std::string> bundles_;
+  tks::platform::Replaced<tks::platform::RunningApplications> replaced_{*this};
+};
+
+/// Waits a hundredth of the time.
+class QuickClock final : public tks::platform::Clock {
+ public:
+  std::string localTimestamp() override { return replaced_.before().localTimestamp(); }
+  double secondsSince1970() override { return replaced_.before().secondsSince1970(); }
+  void sleep(std::chrono::microseconds duration) override { replaced_.before().sleep(duration / 100); }
+
+ private:
+  tks::platform::Replaced<tks::platform::Clock> replaced_{*this};
+};
+
+/// Real processes, on a lab device.
+class LaunchingProcesses : public ::testing::Test {
+ protected:
+  /// Puts something else in the place of the launcher's executable.
+  static void replace(const FakeLauncher& launcher, const std::string& content, unsigned mode = 0755) {
+    fs::remove(launcher.executable());
+    writeFile(launcher.executable(), content);
+    ::chmod(launcher.executable().c_str(), mode);
+  }
+
+  FakeHome home;
+  PlayedPreferences preferences;
+  LogRecorder log;
+  TKSError error;
+};
+
+/// One exchange over this process's standard handles.
+bool saysHello() {
+  const std::string hello = frame(R"({"message_type":"hello","message":"hello"})");
+  if (::write(1, hello.data(), hello.size()) != std::ssize(hello)) return false;
+  const std::string expected = frame(R"({"message_type":"hello_ack","message":"hello_ack"})");
+  std::string heard;
+  while (heard.size() < expected.size()) {
+    std::array<char, 256> piece;
+    pollfd watched{0, POLLIN, 0};
+    if (::poll(&watched, 1, 10000) <= 0) return false;
+    const ssize_t count = ::read(0, piece.data(), piece.size());
+    if (count <= 0) return false;
+    heard.append(piece.data(), static_cast<std::size_t>(count));
+  }
+  return heard == expected;
+}
+
+TEST_F(LaunchingProcesses, ALaunchedPipeLauncherListensOnTheStandardHandles) {
+  TKS_IN_FRESH_PROCESS();
+  const FakeLauncher launcher({"--dump-arguments", "arguments"});
+  const std::vector<std::string> args = {"-LaunchMethod", "SDK", "-Communicate", "Pipe"};
+  const auto launched = TKSUtilBase::launchAppWithExePath(launcher.executable(), args, &error);
+  ASSERT_TRUE(launched) << error.description();
+  EXPECT_EQ(launched->bundlePath, launcher.bundle());
+  EXPECT_EQ(launched->bundleIdentifier, "com.tarvo.kovra.Tarvo-Kovra-Start");
+  EXPECT_THAT(launcher.processes(), ElementsAre(launched->processIdentifier));
+  EXPECT_TRUE(saysHello());
+  EXPECT_GT(TKSUtilBase::originalStandardInput(), 2);
+  std::string expected = launcher.executable() + '\0';
+  for (const std::string& arg : args) expected += arg + '\0';
+  EXPECT_EQ(launcher.report("arguments"), expected);
+
+  EXPECT_TRUE(TKSUtilBase::forceTerminateApp(launched));
+  EXPECT_THAT(launcher.processes(), IsEmpty());
+  EXPECT_TRUE(drainUntil([] { return children().empty(); }));
+}
+
+TEST_F(LaunchingProcesses, WithFilesTheStandardHandlesStayAsTheyAre) {
+  TKS_IN_FRESH_PROCESS();
+  const FakeLauncher launcher({"--mute"});
+  const auto launched = TKSUtilBase::launchAppWithExePath(
+      launcher.executable(), {"-Communicate", "File", "-TempIPCFilePath", "/tmp", "Pipe"}, &error);
+  ASSERT_TRUE(launched) << error.description();
+  EXPECT_EQ(TKSUtilBase::originalStandardInput(), 0);
+  EXPECT_EQ(TKSUtilBase::originalStandardOutput(), 1);
+  EXPECT_EQ(fs::read_symlink("/proc/self/fd/1"), "/dev/null");
+}
+
+TEST_F(LaunchingProcesses, WhatCannotRunGivesTheDescribedTextsAndLeavesNothing) {
+  TKS_IN_FRESH_PROCESS();
+  TKSMainLoop::descriptor();
+  const FakeLauncher launcher;
+  const std::set<int> descriptors = openDescriptors();
+  const auto reason = [&] {
+    error = TKSError();
+    EXPECT_EQ(TKSUtilBase::launchAppWithExePath(launcher.executable(), {"-Communicate", "Pipe"}, &error), std::nullopt);
+    return error.localizedDescription;
+  };
+  replace(launcher, "x", 0644);
+  EXPECT_EQ(reason(), "Component binary file not executable: " + launcher.executable());
+  const std::string noPid = "Getting pid failed, probably launch app by NSTask failed.";
+  replace(launcher, "just text\n");
+  EXPECT_EQ(reason(), noPid);
+  replace(launcher, "#!/nowhere/at/all\n");
+  EXPECT_EQ(reason(), noPid);
+  replace(launcher, "\x7f" + std::string("ELF\x02\x01\x01") + std::string(200, '\0'));
+  EXPECT_EQ(reason(), noPid);
+  fs::remove(launcher.executable());
+  EXPECT_EQ(reason(), "Component binary file not exists: " + launcher.executable());
+  fs::create_directory(launcher.executable());
+  EXPECT_EQ(reason(), "Component binary file not executable: " + launcher.executable());
+  EXPECT_EQ(openDescriptors(), descriptors);
+  EXPECT_THAT(children(), IsEmpty());
+  EXPECT_EQ(TKSUtilBase::originalStandardOutput(), 1);
+}
+
+TEST_F(LaunchingProcesses, ALauncherThatEndsAtOnceIsNamedWithItsCodeOrSignal) {
+  TKS_IN_FRESH_PROCESS();
+  CountingClock clock;
+  const FakeLauncher launcher;
+  for (const auto& [script, line] : {std::pair("exit 3", "exit code: 3"), std::pair("kill -ABRT $$", "signal: 6")}) {
+    // A script runs inside of its interpreter and so is never listed as a running application, however fast we look.
+    replace(launcher, std::string("#!/bin/sh\n") + script + "\n");
+    EXPECT_EQ(TKSUtilBase::launchAppWithExePath(launcher.executable(), {}, &error), std::nullopt);
+    EXPECT_EQ(error.localizedDescription,
+              "Getting running app process timeout (more than 30 s). Path: " + launcher.executable());
+    const auto hasLine = [&, text = line] {
+      for (const std::string& each : log.texts(4)) {
+        if (each.starts_with("Launched process ended early. PID: ") && each.ends_with(text)) return true;
+      }
+      return false;
+    };
+    EXPECT_TRUE(drainUntil(hasLine)) << line;
+    EXPECT_TRUE(drainUntil([] { return children().empty(); }));
+  }
+}
+
+TEST_F(LaunchingProcesses, AWarmUpStartsTheProcessAndDoesNotWait) {
+  const FakeLauncher launcher({"--dump-arguments", "arguments", "--exit", "0"});
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(launcher.executable(), {"-warmup"}, &error), std::nullopt);
+  EXPECT_EQ(error, TKSError());
+  EXPECT_EQ(launcher.report("arguments"), launcher.executable() + '\0' + "-warmup" + '\0');
+}
+
+TEST_F(LaunchingProcesses, TheWorkspaceStartsABundle) {
+  const FakeLauncher launcher({"--wont-die"});
+  const auto launched = TKSUtilBase::launchApp(launcher.bundle(), {"-a"}, &error);
+  ASSERT_TRUE(launched) << error.description();
+  EXPECT_EQ(::getsid(launched->processIdentifier), launched->processIdentifier);
+  EXPECT_TRUE(TKSUtilBase::forceTerminateApp(launched));
+  EXPECT_FALSE(TKSUtilBase::forceTerminateApp(launched)) << "there is nothing left to terminate";
+}
+
+TEST_F(LaunchingProcesses, TheWorkspaceNamesWhatItCannotStart) {
+  CountingClock clock;
+  const FakeLauncher launcher;
+  replace(launcher, "just text\n");
+  EXPECT_FALSE(TKSUtilBase::launchApp(launcher.bundle(), {}, &error));
+  EXPECT_EQ(error,
+            (TKSError{"NSPOSIXErrorDomain", ENOEXEC, "launch \"" + launcher.executable() + "\": Exec format error"}));
+  EXPECT_EQ(clock.sleeps().size(), 10u);
+}
+
+TEST_F(LaunchingProcesses, AllLaunchModulesAreEnded) {
+  const FakeLauncher launcher({"--wont-die"});
+  const FakeLauncher client({"--wont-die"});
+  writeFile(client.bundle() + "/Contents/Info.plist",
+            "<plist version=\"1.0\"><dict><key>CFBundleName</key><string>Kovra64 (44.1.0)</string></dict></plist>");
+  const FakeLauncher other({"--wont-die"});
+  writeFile(other.bundle() + "/Contents/Info.plist",
+            "<plist version=\"1.0\"><dict><key>CFBundleName</key><string>Other</string></dict></plist>");
+  for (const FakeLauncher* one : {&launcher, &launcher, &client, &other}) {
+    ASSERT_TRUE(tks::platform::runningApplications().launch(one->bundle(), {}, &error)) << error.description();
+  }
+  OwnApplications own({launcher.bundle(), client.bundle(), other.bundle()});
+  EXPECT_TRUE(TKSUtilBase::endLaunchModules());
+  EXPECT_THAT(launcher.processes(), IsEmpty());
+  EXPECT_THAT(client.processes(), IsEmpty());
+  EXPECT_EQ(other.processes().size(), 1u);
+  EXPECT_TRUE(log.has(2, "Check and end launch modules end: 1"));
+  EXPECT_THAT(log.texts(4), ::testing::Contains("End process: Kovra64 (44.1.0), bid: (null)"));
+}
+
+TEST_F(LaunchingProcesses, StartsAndStopsLeaveNothingBehind) {
+  TKS_IN_FRESH_PROCESS();
+  const FakeLauncher launcher;
+  const auto cycle = [&] {
+    std::optional<TKSRunningApplication> launched;
+    {
+      const QuickClock clock;
+      launched = TKSUtilBase::launchAppWithExePath(launcher.executable(), {"-Communicate", "Pipe"}, &error);
+    }
+    ASSERT_TRUE(launched) << error.description();
+    ASSERT_TRUE(saysHello());
+    ASSERT_TRUE(TKSUtilBase::forceTerminateApp(launched));
+    ASSERT_TRUE(drainUntil([] { return children().empty(); }));
+  };
+  ASSERT_NO_FATAL_FAILURE(cycle());
+  const std::set<int> descriptors = openDescriptors();
+  const std::size_t threads = threadCount();
+  for (int i = 0; i < 50; ++i) ASSERT_NO_FATAL_FAILURE(cycle());
+  EXPECT_EQ(openDescriptors(), descriptors);
+  EXPECT_EQ(threadCount(), threads);
+}
+
+}  // namespace
