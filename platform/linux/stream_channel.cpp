@@ -38,7 +38,8 @@ enum class Manner {
   nonBlocking,
   /// By calls that can be told not to wait.
   socket,
-  /// By asking first. For everything else, and for pipes of other users, which cannot be opened again.
+  /// By asking first. For everything else; for pipes of other users, which cannot be opened again; and for pipes whose
+  /// writers are gone.
   asking,
 };
 
@@ -77,6 +78,14 @@ bool canBeOpenedAgain(int descriptor, mode_t mode) {
   return S_ISFIFO(mode) || (::isatty(descriptor) == 1 && ::ioctl(descriptor, TIOCGPTN, &number) != 0);
 }
 
+/// Whether the writers of a pipe are gone. A description that is opened after they went is never told so by poll, as if
+/// it were waiting for the first one.
+bool isHungUp(int descriptor) {
+  pollfd watched{};
+  watched.fd = descriptor;
+  return posix::retried([&] { return ::poll(&watched, 1, 0); }) > 0 && (watched.revents & POLLHUP) != 0;
+}
+
 std::optional<Stream> openStream(int descriptor, int direction) {
   struct stat facts {};
   if (!isOpenFor(descriptor, direction) || ::fstat(descriptor, &facts) != 0) return std::nullopt;
@@ -84,7 +93,7 @@ std::optional<Stream> openStream(int descriptor, int direction) {
   stream.isPipe = S_ISFIFO(facts.st_mode);
   stream.identity = {static_cast<std::uint64_t>(facts.st_dev), static_cast<std::uint64_t>(facts.st_ino)};
   if (canBeOpenedAgain(descriptor, facts.st_mode)) stream.descriptor = openedAgain(descriptor, direction);
-  if (stream.descriptor) {
+  if (stream.descriptor && !(direction == O_RDONLY && isHungUp(descriptor))) {
     stream.manner = Manner::nonBlocking;
     return stream;
   }

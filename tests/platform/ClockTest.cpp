@@ -89,7 +89,7 @@ TEST(Clock, SleepLastsAsLongAsAskedForAlsoThroughInterruptions) {
   ::setitimer(ITIMER_REAL, &never, nullptr);
   ::sigaction(SIGALRM, &before, nullptr);
   EXPECT_GE(steady_clock::now() - begin, milliseconds(100));
-  EXPECT_GT(signals, 20);
+  EXPECT_GT(signals, 0);
 }
 
 TEST(Clock, SleepOfNothingReturnsAtOnce) {

@@ -7,7 +7,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -283,18 +282,17 @@ TEST_P(GrowingFile, OtherPermissionsAndNeighboursAreNoHarm) {
 
 TEST_P(GrowingFile, MessagesComeWithinTwentyMillisecondsAfterAPause) {
   const Collector collector(*source);
-  std::vector<milliseconds> delays;
-  for (int round = 0; round < 9; ++round) {
-    drainFor(milliseconds(100));
+  for (int round = 0; round < 10; ++round) {
+    drainFor(milliseconds(50 + 3 * round));
     const std::size_t before = collector.bytes().size();
-    const auto begin = steady_clock::now();
     append(path, "abc");
-    ASSERT_TRUE(drainUntil([&] { return collector.bytes().size() > before; }));
-    delays.push_back(std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin));
+    // Measured by a timer of the same loop, which a busy machine holds up as well.
+    std::optional<bool> came;
+    const auto timer = tks::platform::mainLoop().after(
+        milliseconds(20), [&] { tks::platform::mainLoop().post([&] { came = collector.bytes().size() > before; }); });
+    ASSERT_TRUE(drainUntil([&] { return came.has_value(); }));
+    EXPECT_TRUE(*came);
   }
-  // The median: other programs of this machine may hold up a few.
-  std::nth_element(delays.begin(), delays.begin() + 4, delays.end());
-  EXPECT_LE(delays[4], milliseconds(20));
 }
 
 TEST_P(GrowingFile, IdleFileCostsAtMostAHundredthOfAProcessor) {
