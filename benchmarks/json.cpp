@@ -9,6 +9,8 @@
 
 #include <simdjson.h>
 
+#include <tksinterface/TKSMessage.h>
+
 #include "foundation/JsonWriter.h"
 #include "platform/platform.h"
 
@@ -99,6 +101,39 @@ void write(benchmark::State& state, const TKSValue& value) {
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes));
 }
 
+/// What a conversation does with every message: read it, look at four members of the body, write one of the same size.
+void message(benchmark::State& state, const std::string& text) {
+  TKSMessage message;
+  for (auto _ : state) {
+    if (!message.parseJSONString(text)) state.SkipWithError("not read");
+    for (const std::string_view key : {"parameter1000", "parameter1004", "parameter1009", "absent"}) {
+      benchmark::DoNotOptimize(message.message[key].text());
+    }
+    const auto written = message.dumpJSONString();
+    benchmark::DoNotOptimize(&written);
+  }
+}
+
+void parseAndCopy(benchmark::State& state, const std::string& text) {
+  simdjson::dom::parser parser;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(parser.parse(text.data(), text.size()));
+    const std::string copy = text;
+    benchmark::DoNotOptimize(&copy);
+  }
+}
+
+void compareMessage(const std::string& size, std::size_t bytes) {
+  TKSMessage request;
+  request.messageType = "launch_meeting";
+  request.token = "6f9619ff-8b86-d011-b42d-00cf4fc964ff";
+  request.domain = "messages.example";
+  request.message = documentOfTexts(bytes - 120);
+  const std::string text = request.dumpJSONString().value_or("");
+  benchmark::RegisterBenchmark(("limit/message_" + size).c_str(), parseAndCopy, text);
+  benchmark::RegisterBenchmark(("ours/message_" + size).c_str(), message, text);
+}
+
 void compare(const std::string& size, const TKSValue& value) {
   const std::string text = tks::json::write(value).value_or("");
   // What was read stands in one block, in order: write that, and not what was put together piece by piece.
@@ -112,6 +147,7 @@ void compare(const std::string& size, const TKSValue& value) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  compareMessage("1k", 1024);
   compare("300", documentOfTexts(300));
   compare("4k", documentOfTexts(4096));
   compare("4k_nested", nestedDocument(4096));

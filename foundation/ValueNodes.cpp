@@ -70,7 +70,7 @@ List* makeList(TKSValue::Kind kind, std::size_t capacity) {
 List* writable(Node*& node, TKSValue::Kind kind, std::size_t size) {
   List* const before = static_cast<List*>(node);
   if (before == nullptr) {
-    List* const list = makeList(kind, std::max<std::size_t>(size, 4));
+    List* const list = makeList(kind, std::max<std::size_t>(size, 8));
     node = list;
     return list;
   }

@@ -157,6 +157,7 @@ class Reader {
     if (text.empty()) return simdjson::EMPTY;
     if (const simdjson::error_code error = reserve(text.size())) return error;
     std::memcpy(padded_.get(), text.data(), text.size());
+    std::memset(padded_.get() + text.size(), 0, simdjson::SIMDJSON_PADDING);
     return parser_.parse(padded_.get(), text.size(), false).error();
   }
   const dom::document& document() const noexcept { return parser_.doc; }
