@@ -9,6 +9,7 @@
 
 #include "foundation/Logging.h"
 #include "foundation/SystemInformation.h"
+#include "foundation/Utf8.h"
 #include "platform/platform.h"
 
 // What the rest of the library wants to know of the machine and its user.
@@ -35,12 +36,13 @@ bool findOutProcessor() {
     TKSILog::logWithLevel(TKSILogLevelError, "Device arch info is not to be had: %@", tks::masked(result.error));
     return false;
   }
+  const TKSValue brand = tks::utf8::isValid(result.output) ? TKSValue(result.output) : TKSValue();
   {
     const std::scoped_lock lock(deviceInfoMutex);
-    gDeviceCPUInfo = result.output;
+    gDeviceCPUInfo = brand.text();
   }
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Device arch info: %@", result.output);
-  return tks::platform::text().lowerCase(result.output).find("apple") != std::string::npos;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Device arch info: %@", brand);
+  return tks::platform::text().lowerCase(brand.text()).find("apple") != std::string::npos;
 }
 
 }  // namespace
@@ -63,7 +65,8 @@ bool TKSUtilBase::isLabDevice() {
   const TKSValue value = getPreference({std::string(TKSUserDefaultsKeyIsLabDevice)});
   if (value.isNothing()) return false;
   if (!value.isNumber()) {
-    TKSILog::logWithLevel(TKSILogLevelWarning, "Type incorrect (%@) for key: %@", value, TKSUserDefaultsKeyIsLabDevice);
+    TKSILog::logWithLevel(TKSILogLevelWarning, "Type incorrect (%@) for key: %@", tks::masked(value),
+                          TKSUserDefaultsKeyIsLabDevice);
     return false;
   }
   if (!value.boolean()) return false;
