@@ -57,6 +57,8 @@ class Wire : public std::enable_shared_from_this<Wire> {
   std::size_t mostPerWrite = std::numeric_limits<std::size_t>::max();
   std::optional<TKSError> writeFailure;
   bool readerIsGone = false;
+  /// Called with what each write moved.
+  std::function<void(std::string_view bytes)> onWrite;
   /// Sizes of the frames that the writer told of.
   std::deque<std::size_t> expected;
   std::size_t writes = 0;
@@ -143,6 +145,7 @@ class WireSink final : public platform::ByteSink {
     const std::size_t count = std::min({bytes.size(), wire_->room, wire_->mostPerWrite});
     wire_->written.append(bytes.data(), count);
     wire_->room -= count;
+    if (wire_->onWrite) wire_->onWrite({bytes.data(), count});
     return {.count = count, .end = false, .error = std::nullopt};
   }
   void expect(std::size_t size) override { wire_->expected.push_back(size); }
