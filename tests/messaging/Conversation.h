@@ -86,9 +86,7 @@ class Conversation {
 
   /// All that was said has been read and dealt with. Ends and failures of a channel never are.
   bool settle() {
-    const bool read = drainUntil([this] { return channels.input->unread() == 0; });
-    drainFor(std::chrono::milliseconds(0));
-    return read;
+    return drainUntil([this] { return channels.input->unread() == 0; });
   }
   /// What has happened since the last call.
   std::vector<std::string> events() {

@@ -792,8 +792,8 @@ TEST(HandlerExceptions, EachCallbackMayThrowAndTheStepGoesOn) {
   talk.launch();
   talk.events();
   talk.handler->handleError({"D", 1, "text"});
-  EXPECT_THAT(talk.events(), ElementsAre("calls helloError D 1 text", "calls launchError D 1 text",
-                                         "calls launchError D 1 text"))
+  EXPECT_THAT(talk.events(),
+              ElementsAre("calls helloError D 1 text", "calls launchError D 1 text", "calls launchError D 1 text"))
       << "the first launch handed its callback over to the disconnect";
   talk.saysType("host_notify");
   talk.saysType("disconnect_ack");

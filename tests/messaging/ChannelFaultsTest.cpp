@@ -1,0 +1,472 @@
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSMessageHost.h>
+
+#include "tests/messaging/RecordingDelegate.h"
+#include "tests/support/FakeHome.h"
+#include "tests/support/FakeHostProcess.h"
+#include "tests/support/Frames.h"
+#include "tests/support/FreshProcess.h"
+#include "tests/support/HostLoop.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/Memory.h"
+#include "tests/support/PipeChannels.h"
+#include "tests/support/ProcessState.h"
+#include "tests/support/TemporaryFolder.h"
+
+// What can go wrong with a channel, brought about on real pipes and files.
+
+namespace {
+
+using namespace std::string_literals;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+using tks::test::drainFor;
+using tks::test::drainUntil;
+using tks::test::frame;
+using tks::test::header;
+using tks::test::kSanitized;
+using tks::test::LogRecorder;
+using tks::test::PipeChannels;
+using tks::test::RecordingDelegate;
+using tks::test::residentBytes;
+
+constexpr const char* kHello = R"({"message":"hello","message_type":"hello"})";
+constexpr std::size_t kMebibyte = std::size_t{1} << 20;
+
+TKSMessage message(std::string_view type, std::string_view body) {
+  TKSMessage made;
+  made.messageType = type;
+  made.message = body;
+  return made;
+}
+
+std::string json(const std::string& type, const std::string& body = "") {
+  return "{\"message\":\"" + body + "\",\"message_type\":\"" + type + "\"}";
+}
+
+/// How this process deals with signals, as the kernel sees it.
+std::string signalLines() {
+  std::ifstream status("/proc/self/status");
+  std::string lines;
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("SigBlk") || line.starts_with("SigIgn") || line.starts_with("SigCgt")) lines += line + "\n";
+  }
+  return lines;
+}
+
+class PipeFaultsTest : public testing::Test {
+ protected:
+  PipeFaultsTest() {
+    host_ = std::make_unique<TKSMessageHost>(tksMessageHostTypeInterface);
+    host_->openWithMessengeHandler(&delegate_);
+  }
+
+  void launcherWrites(std::string_view bytes) { ASSERT_TRUE(channels_.input->write(bytes)); }
+  bool untilMessages(std::size_t count) {
+    return drainUntil([&] { return delegate_.messages.size() >= count; });
+  }
+  bool untilFailures(std::size_t count) {
+    return drainUntil([&] { return delegate_.failures.size() >= count; });
+  }
+
+  tks::test::FakeHostProcess process_;
+  PipeChannels channels_;
+  RecordingDelegate delegate_;
+  std::unique_ptr<TKSMessageHost> host_;
+};
+
+TEST_F(PipeFaultsTest, FiftyFramesInOneWriteAllArriveInOrder) {
+  std::string burst;
+  for (int i = 0; i < 50; ++i) burst += frame(json(std::to_string(i)));
+  launcherWrites(burst);
+  ASSERT_TRUE(untilMessages(50));
+  for (std::size_t i = 0; i < 50; ++i) EXPECT_EQ(delegate_.types()[i], std::to_string(i));
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, FrameThatArrivesOneByteAtATimeIsDeliveredOnce) {
+  std::thread launcher([&] {
+    for (const char c : frame(kHello)) {
+      channels_.input->write(std::string_view(&c, 1));
+      std::this_thread::sleep_for(1ms);
+    }
+  });
+  EXPECT_TRUE(untilMessages(1));
+  launcher.join();
+  drainFor(5ms);
+  EXPECT_THAT(delegate_.types(), ElementsAre("hello"));
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, HeaderOfTheGreatestSizeTakesNoMemoryBeforeItsBytesArrive) {
+  const std::size_t before = residentBytes();
+  launcherWrites(header(10485760) + "{");
+  ASSERT_TRUE(drainUntil([&] { return host_->pendingDataSize > 0; }));
+  EXPECT_LT(residentBytes(), before + kMebibyte);
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, OversizeHeadersGiveTheTwoErrorsAndTakeNoMemory) {
+  const std::size_t before = residentBytes();
+  for (const std::uint32_t size : {10485761u, 4294967295u}) {
+    delegate_.failures.clear();
+    launcherWrites(header(size) + "whatever follows");
+    ASSERT_TRUE(untilFailures(2));
+    EXPECT_THAT(delegate_.failures[0], StartsWith("Unexpected telling data size: "));
+    EXPECT_THAT(delegate_.failures[1], StartsWith("Error when parse JSON in [TKSMessagHost onMessage]."));
+  }
+  launcherWrites(frame(kHello));
+  ASSERT_TRUE(untilMessages(1));
+  EXPECT_THAT(delegate_.failures.size(), 2u);
+  EXPECT_LT(residentBytes(), before + kMebibyte);
+}
+
+TEST_F(PipeFaultsTest, OversizeFrameThatReallyComesDoesNoHarm) {
+  std::thread launcher([&] { channels_.input->write(frame(std::string(10485761, 'x'))); });
+  const std::size_t before = residentBytes();
+  ASSERT_TRUE(untilFailures(2));
+  drainUntil([&, told = std::size_t{0}]() mutable { return std::exchange(told, delegate_.failures.size()) == told; });
+  launcher.join();
+  EXPECT_LT(residentBytes(), before + 4 * kMebibyte);
+  EXPECT_THAT(delegate_.messages, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, MessageOfTheGreatestSizeArrives) {
+  std::string payload = json("large");
+  const std::string filling(10485760 - payload.size(), 'x');
+  payload = json("large", filling);
+  ASSERT_EQ(payload.size(), 10485760u);
+  std::thread launcher([&] { channels_.input->write(frame(payload)); });
+  EXPECT_TRUE(untilMessages(1));
+  launcher.join();
+  ASSERT_EQ(delegate_.messages.size(), 1u);
+  EXPECT_EQ(delegate_.messages[0].message, TKSValue(filling));
+}
+
+TEST_F(PipeFaultsTest, StalledPayloadHoldsWhatCameAndNothingElseHappens) {
+  launcherWrites(header(300) + std::string(100, 'x'));
+  ASSERT_TRUE(drainUntil([&] { return host_->receivedData.size() == 100; }));
+  drainFor(30ms);
+  EXPECT_EQ(host_->pendingDataSize, 200u);
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, StrayTextInTheChannelIsTheDescribedErrorAndTheNextWriteIsUnderstood) {
+  launcherWrites("Hello\n");
+  ASSERT_TRUE(untilFailures(2));
+  EXPECT_THAT(delegate_.failures[0], StartsWith("Unexpected telling data size: 1819043144"));
+  launcherWrites(frame(kHello));
+  ASSERT_TRUE(untilMessages(1));
+  EXPECT_EQ(delegate_.failures.size(), 2u);
+}
+
+TEST_F(PipeFaultsTest, PayloadsThatAreNoMessagesAreReportedOneByOneAndTheNextFrameIsUnderstood) {
+  const std::string payloads[] = {"",
+                                  "x",
+                                  "{",
+                                  "[]",
+                                  "{}",
+                                  "{\"message_type\":\"a\"}",
+                                  json("a") + "x",
+                                  std::string(30000, '['),
+                                  "\xFF\xFE",
+                                  "{\"message_type\":\"a\",\"message\":\"\0\"}"s};
+  for (const std::string& payload : payloads) {
+    delegate_.failures.clear();
+    delegate_.messages.clear();
+    launcherWrites(frame(payload) + frame(kHello));
+    ASSERT_TRUE(untilMessages(1));
+    EXPECT_THAT(delegate_.types(), ElementsAre("hello"));
+    EXPECT_EQ(delegate_.failures.size(), 1u);
+  }
+}
+
+TEST_F(PipeFaultsTest, DeathInsideAFrameAndBetweenFramesIsTold) {
+  launcherWrites(frame(kHello) + header(300) + std::string(146, 'x'));
+  channels_.launcherDies();
+  ASSERT_TRUE(untilFailures(1));
+  EXPECT_THAT(delegate_.types(), ElementsAre("hello"));
+  EXPECT_EQ(delegate_.failures[0], "Message data empty ( 0 ), pending data expected.");
+}
+
+TEST_F(PipeFaultsTest, FirstFrameAfterABrokenConversationIsReadAsAFrame) {
+  launcherWrites(header(10) + "abc");
+  ASSERT_TRUE(drainUntil([&] { return host_->pendingDataSize > 0; }));
+  host_->close();
+  host_->openWithMessengeHandler(&delegate_);
+  EXPECT_EQ(host_->pendingDataSize, 0u);
+  launcherWrites(frame(kHello));
+  ASSERT_TRUE(untilMessages(1));
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, MillionMessagesToASlowHostStayInOrderAndTakeNoMemory) {
+  const std::size_t kMessages = kSanitized ? 50'000 : 1'000'000;
+  std::atomic<std::size_t> written = 0;
+  std::thread launcher([&] {
+    std::string chunk;
+    for (std::size_t i = 0; i < kMessages; ++i) {
+      chunk += frame(json(std::to_string(i)));
+      if (i % 1000 != 999) continue;
+      channels_.input->write(chunk);
+      chunk.clear();
+      written = i + 1;
+    }
+  });
+  // As long as the host does not drain its loop, the launcher is held up by the pipe.
+  std::this_thread::sleep_for(50ms);
+  EXPECT_LT(written, kMessages / 2);
+
+  std::size_t next = 0;
+  bool inOrder = true;
+  std::size_t settled = 0;
+  delegate_.onMessage = [&](const TKSMessage& received) {
+    inOrder = inOrder && received.messageType == std::to_string(next);
+    ++next;
+    delegate_.messages.clear();
+    delegate_.senders.clear();
+    if (next == kMessages / 10) settled = residentBytes();
+  };
+  EXPECT_TRUE(drainUntil([&] { return next == kMessages; }, 50s));
+  launcher.join();
+  EXPECT_TRUE(inOrder);
+  EXPECT_LT(residentBytes(), settled + 2 * kMebibyte);
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, WritingToALauncherThatIsGoneIsALineAndTheProcessSurvives) {
+  struct sigaction disposition {};
+  ::sigaction(SIGPIPE, nullptr, &disposition);
+  ASSERT_EQ(disposition.sa_handler, SIG_DFL);
+  const std::string before = signalLines();
+  channels_.launcherDies();
+  const LogRecorder log;
+  for (int i = 0; i < 3; ++i) host_->sendMessage(message("hello", "hello"));
+  ASSERT_EQ(log.texts(8).size(), 3u);
+  EXPECT_THAT(log.texts(8)[0], StartsWith("Write message failed: Error Domain="));
+  EXPECT_EQ(signalLines(), before);
+  ASSERT_TRUE(untilFailures(1)) << "the conversation learns of it through its reader";
+}
+
+TEST_F(PipeFaultsTest, LauncherThatDoesNotReadHoldsUpNobody) {
+  // The receiver takes frames of the largest size: bodies that make exactly such.
+  const auto large = [](int number) {
+    const std::string empty = json(std::to_string(number));
+    return message(std::to_string(number), std::string(10485760 - empty.size(), 'x'));
+  };
+  const LogRecorder log;
+  for (int i = 0; i < 4; ++i) {
+    const TKSMessage next = large(i);
+    const auto begin = std::chrono::steady_clock::now();
+    host_->sendMessage(next);
+    if (!kSanitized) {
+      EXPECT_LT(std::chrono::steady_clock::now() - begin, 100ms);
+    }
+  }
+  EXPECT_THAT(log.texts(8), IsEmpty());
+  host_->sendMessage(large(4));
+  host_->sendMessage(large(5));
+  ASSERT_FALSE(log.texts(8).empty());
+  EXPECT_THAT(log.texts(8)[0], StartsWith("Write message failed: "));
+  const std::size_t refused = log.texts(8).size();
+
+  std::vector<std::string> starts;
+  std::thread launcher([&] {
+    for (std::size_t i = 0; i < 6 - refused; ++i) {
+      const std::string payload = channels_.output->readFrame();
+      starts.push_back(std::to_string(payload.size()) + payload.substr(payload.size() - 4));
+    }
+  });
+  std::atomic<bool> read = false;
+  std::thread waiter([&] {
+    launcher.join();
+    read = true;
+  });
+  EXPECT_TRUE(drainUntil([&] { return read.load(); }));
+  waiter.join();
+  for (std::size_t i = 0; i < starts.size(); ++i) EXPECT_EQ(starts[i], "10485760\"" + std::to_string(i) + "\"}");
+}
+
+TEST_F(PipeFaultsTest, InterruptionsLoseAndDoubleNothing) {
+  TKS_IN_FRESH_PROCESS();
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  ::sigaction(SIGALRM, &action, nullptr);
+  const itimerval interval{.it_interval = {0, 1000}, .it_value = {0, 1000}};
+  ::setitimer(ITIMER_REAL, &interval, nullptr);
+
+  constexpr std::size_t kMessages = 300;
+  std::thread launcher([&] {
+    for (std::size_t i = 0; i < kMessages; ++i) channels_.input->write(frame(channels_.output->readFrame()));
+  });
+  for (std::size_t i = 0; i < kMessages; ++i) {
+    host_->sendMessage(message(std::to_string(i), std::string(i * 1000, 'x')));
+    EXPECT_TRUE(untilMessages(i + 1));
+  }
+  launcher.join();
+  for (std::size_t i = 0; i < kMessages; ++i) {
+    EXPECT_EQ(delegate_.messages[i].messageType, std::to_string(i));
+    EXPECT_EQ(delegate_.messages[i].message.text().size(), i * 1000);
+  }
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+}
+
+TEST_F(PipeFaultsTest, FramesOfEightThreadsArriveWhole) {
+  constexpr int kThreads = 8;
+  const int kFrames = kSanitized ? 1'000 : 10'000;
+  std::vector<int> next(kThreads, 0);
+  bool whole = true;
+  std::thread launcher([&] {
+    for (int i = 0; i < kThreads * kFrames && whole; ++i) {
+      const std::string payload = channels_.output->readFrame();
+      whole = payload.size() > 20;
+      if (!whole) return;
+      const auto thread = static_cast<std::size_t>(payload[payload.size() - 3] - '0');
+      const auto filling = static_cast<std::size_t>(next[thread] % 200);
+      whole = payload == json(std::to_string(thread), std::to_string(next[thread]) + std::string(filling, 'x'));
+      ++next[thread];
+    }
+  });
+  std::vector<std::thread> threads;
+  std::atomic<int> running = kThreads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kFrames; ++i) {
+        host_->sendMessage(
+            message(std::to_string(t), std::to_string(i) + std::string(static_cast<std::size_t>(i % 200), 'x')));
+      }
+      --running;
+    });
+  }
+  std::atomic<bool> read = false;
+  std::thread waiter([&] {
+    launcher.join();
+    read = true;
+  });
+  EXPECT_TRUE(drainUntil([&] { return read.load() && running == 0; }, 50s));
+  for (std::thread& thread : threads) thread.join();
+  waiter.join();
+  EXPECT_TRUE(whole);
+  EXPECT_EQ(next, std::vector<int>(kThreads, kFrames));
+}
+
+TEST_F(PipeFaultsTest, ThousandConversationsLeaveNoDescriptorBehind) {
+  host_->close();
+  const auto before = tks::test::openDescriptors();
+  for (int i = 0; i < 1000; ++i) {
+    channels_.input = std::make_shared<tks::test::Pipe>();
+    channels_.output = std::make_shared<tks::test::Pipe>();
+    host_->openWithMessengeHandler(&delegate_);
+    host_->sendMessage(message("hello", "hello"));
+    launcherWrites(frame(kHello));
+    ASSERT_TRUE(untilMessages(1));
+    delegate_.messages.clear();
+    host_->close();
+  }
+  EXPECT_EQ(tks::test::openDescriptors().size(), before.size());
+}
+
+TEST_F(PipeFaultsTest, ClosedHostHoldsNoEndOfThePipe) {
+  const auto input = channels_.input;
+  const auto output = channels_.output;
+  host_->sendMessage(message("hello", "hello"));
+  host_->close();
+  output->closeWriter();
+  EXPECT_EQ(output->read(1000), frame(kHello)) << "the launcher sees the end";
+  input->closeReader();
+  pollfd launchers{.fd = input->writer(), .events = POLLOUT, .revents = 0};
+  ::poll(&launchers, 1, 0);
+  EXPECT_TRUE(launchers.revents & POLLERR) << "nobody is left to read what the launcher writes";
+}
+
+// Files.
+
+class FileFaultsTest : public testing::Test {
+ protected:
+  std::unique_ptr<TKSMessageHost> openHost(std::int32_t type, RecordingDelegate& delegate) {
+    process_.arguments = {{"Communicate", "File"}, {"TempIPCFilePath", folder_ / "ipc"}};
+    auto host = std::make_unique<TKSMessageHost>(type);
+    host->openWithMessengeHandler(&delegate);
+    return host;
+  }
+  std::string fromLauncher() const { return folder_ / "ipc/ipcFile_TKS2Interface"; }
+
+  tks::test::FakeHome home_;
+  tks::test::FakeHostProcess process_;
+  tks::test::TemporaryFolder folder_;
+  RecordingDelegate delegate_;
+};
+
+TEST_F(FileFaultsTest, FullDiskLeavesNoHalfFrameAndTheConversationGoesOnAfterwards) {
+  TKS_IN_FRESH_PROCESS();
+  const auto host = openHost(tksMessageHostTypeInterface, delegate_);
+  const LogRecorder log;
+  const rlimit limit{.rlim_cur = 65536, .rlim_max = RLIM_INFINITY};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+  host->sendMessage(message("first", std::string(40000, 'x')));
+  host->sendMessage(message("second", std::string(40000, 'y')));
+  EXPECT_THAT(log.texts(8), ElementsAre(HasSubstr("Write message failed: Error Domain=")));
+  const rlimit unlimited{.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
+  ::setrlimit(RLIMIT_FSIZE, &unlimited);
+  host->sendMessage(message("third", "z"));
+  const auto payloads = tks::test::payloads(tks::test::contentOf(folder_ / "ipc/ipcFile_Interface2TKS"));
+  ASSERT_EQ(payloads.size(), 2u);
+  EXPECT_EQ(payloads[0], json("first", std::string(40000, 'x')));
+  EXPECT_EQ(payloads[1], json("third", "z"));
+}
+
+TEST_F(FileFaultsTest, IdleChannelCostsNoProcessorTimeAndAnswersWithinTwentyMilliseconds) {
+  const auto host = openHost(tksMessageHostTypeInterface, delegate_);
+  drainFor(50ms);
+  const auto processorTime = [] {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto microseconds = [](const timeval& time) { return time.tv_sec * 1'000'000 + time.tv_usec; };
+    return std::chrono::microseconds(microseconds(usage.ru_utime) + microseconds(usage.ru_stime));
+  };
+  const auto before = processorTime();
+  // The loop of a host that only waits for its descriptor.
+  const auto end = std::chrono::steady_clock::now() + 3s;
+  while (std::chrono::steady_clock::now() < end) {
+    pollfd watched{.fd = TKSMainLoop::descriptor(), .events = POLLIN, .revents = 0};
+    if (::poll(&watched, 1, 1000) > 0) TKSMainLoop::drain();
+  }
+  EXPECT_LT(processorTime() - before, kSanitized ? 300ms : 30ms);
+
+  for (int i = 0; i < 10; ++i) {
+    delegate_.messages.clear();
+    const auto written = std::chrono::steady_clock::now();
+    std::ofstream(fromLauncher(), std::ios::binary | std::ios::app) << frame(kHello);
+    ASSERT_TRUE(drainUntil([&] { return !delegate_.messages.empty(); }));
+    EXPECT_LT(std::chrono::steady_clock::now() - written, kSanitized ? 200ms : 20ms);
+  }
+}
+
+TEST_F(FileFaultsTest, HundredThousandFramesGoThroughTheFilesInOrder) {
+  const std::size_t kMessages = kSanitized ? 2'000 : 100'000;
+  const auto host = openHost(tksMessageHostTypeInterface, delegate_);
+  RecordingDelegate launchers;
+  const auto launcher = openHost(tksMessageHostTypeTKS, launchers);
+  for (std::size_t i = 0; i < kMessages; ++i) launcher->sendMessage(message(std::to_string(i), ""));
+  ASSERT_TRUE(drainUntil([&] { return delegate_.messages.size() == kMessages; }));
+  for (std::size_t i = 0; i < kMessages; ++i) ASSERT_EQ(delegate_.messages[i].messageType, std::to_string(i));
+}
+
+}  // namespace
