@@ -24,7 +24,8 @@ class AppleFolders final : public KnownFolders {
     std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384);
     passwd entry{};
     passwd* found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) return "/nonexistent";
+    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr)
+      return "/nonexistent";
     return withoutClosingSlash(found->pw_dir);
   }
 
