@@ -11,7 +11,6 @@
 #include "foundation/Logging.h"
 #include "install/ArchiveCheck.h"
 #include "install/PackageVersions.h"
-#include "install/Pending.h"
 #include "install/ReplaceBundle.h"
 #include "platform/platform.h"
 
@@ -159,7 +158,7 @@ class Installation {
 /// Removes a launcher that turned out broken; a launcher that was updating itself ends.
 void removeBrokenLauncher(std::string_view targetPath) {
   TKSILog::logWithLevel(TKSILogLevelError, "TKS broken after installation, about to clean up");
-  tks::install::cleanUp(targetPath);
+  TKSUtilBase::cleanUpFolderPath(targetPath, true);
   if (tks::platform::bundles().mainBundleIdentifier() != TKSAppBundleID) return;
   TKSILog::logWithLevel(TKSILogLevelError, "About to terminate TKS app.");
   tks::platform::runningApplications().terminateThisApplication();
@@ -173,7 +172,7 @@ bool TKSUtilBase::installTKSVersion(std::string_view version, std::string_view b
   const bool installed = installation.run();
   installation.cleanUp();
   // Whatever came before: a launcher that was damaged earlier goes as well.
-  if (!tks::install::isBroken(targetPath)) return installed;
+  if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
   removeBrokenLauncher(targetPath);
   return false;
 }

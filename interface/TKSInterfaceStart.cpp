@@ -8,7 +8,6 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
-#include "install/Pending.h"
 #include "interface/LaunchExecutable.h"
 #include "interface/TKSInterfaceState.h"
 #include "platform/platform.h"
@@ -158,9 +157,9 @@ void TKSInterface::reportFailedLaunch(const std::string& exePath, const std::str
   if (!errorBlock) return;
   const std::string message = formatted("Launch app failed. Path: %@. Error: %@", exePath, reason);
   TKSILog::logWithLevel(TKSILogLevelError, "%@", masked(message));
-  if (tks::install::isBroken(appManager->TKSAppPath)) {
+  if (TKSUtilBase::isBrokenApp(appManager->TKSAppPath)) {
     TKSILog::logWithLevel(TKSILogLevelError, "App broken, about to clean up the broken tks app.");
-    tks::install::cleanUp(appManager->TKSAppPath);
+    TKSUtilBase::cleanUpFolderPath(appManager->TKSAppPath, true);
   }
   tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
 }

@@ -166,6 +166,19 @@ class TKS_EXPORT TKSUtilBase {
   /// `addReadAndWritePermissionToFile:` Adds the permissions 0755.
   static void addReadAndWritePermissionToFile(std::string_view filePath);
 
+  // Files and folders. An error is the file manager's.
+
+  /// `removeFileAtPath:error:` Removes a file or a whole folder; whether it is gone, also when it never existed.
+  static bool removeFileAtPath(std::string_view filePath, TKSError* error = nullptr);
+  /// `copyFileAtPath:toPath:error:` Copies a file or a whole folder over whatever is at the destination, and makes the
+  /// folders above it. A source that is missing counts as copied.
+  static bool copyFileAtPath(std::string_view fromPath, std::string_view toPath, TKSError* error = nullptr);
+  /// `moveFileAtPath:toPath:error:` Moves to where nothing is yet. A source that is missing counts as moved.
+  static bool moveFileAtPath(std::string_view fromPath, std::string_view toPath, TKSError* error = nullptr);
+  /// `cleanUpFolderPath:force:` Removes a folder. Applications that run from inside are ended first if `force` says so;
+  /// else nothing is removed when there is one. Whether the folder is gone.
+  static bool cleanUpFolderPath(std::string_view folderPath, bool force);
+
   // Trust.
 
   /// `checkTrust:error:` Whether a bundle's signature is intact and the maker's.

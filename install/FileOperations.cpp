@@ -1,0 +1,174 @@
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSILog.h>
+#include <tksinterface/TKSUtilBase.h>
+
+#include "foundation/Logging.h"
+#include "platform/platform.h"
+
+namespace {
+
+using tks::masked;
+using tks::platform::files;
+
+constexpr std::uint32_t kOrdinaryFolder = 0777;
+
+/// Where an operation leaves its error: with the caller, who may not want it, and for the log line.
+class ErrorSlot {
+ public:
+  explicit ErrorSlot(TKSError* callers) : callers_(callers) {}
+  TKSError* get() { return &error_; }
+  /// Hands the error on; its description for the line.
+  std::string passOn() {
+    if (callers_ != nullptr) *callers_ = error_;
+    return error_.description();
+  }
+
+ private:
+  TKSError* callers_;
+  TKSError error_;
+};
+
+bool bothPathsAreThere(std::string_view fromPath, std::string_view toPath) {
+  if (fromPath.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "FromPath is nil");
+    return false;
+  }
+  if (toPath.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "ToPath is nil");
+    return false;
+  }
+  return true;
+}
+
+/// A source that is missing counts as success: kept.
+bool isMissing(std::string_view fromPath) {
+  if (files().exists(fromPath)) return false;
+  TKSILog::logWithLevel(TKSILogLevelError, "No File exist at path: %@", masked(fromPath));
+  return true;
+}
+
+std::string_view folderOf(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+/// Ends an application that runs from a folder that is to go whatever happens.
+void endApplication(const TKSRunningApplication& application) {
+  TKSILog::logWithLevel(TKSILogLevelWarning,
+                        "Forced clean! App within the folder path is running! Terminate it firstly! Running app path: "
+                        "%@.",
+                        masked(application.bundlePath));
+  if (TKSUtilBase::forceTerminateApp(application)) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "The terminate request was successfully sent.");
+  } else {
+    TKSILog::logWithLevel(TKSILogLevelError,
+                          "The terminate request failed to sent! Get on clean up as in forced case.");
+  }
+}
+
+/// Ends what runs from a folder; false when something does and may not be ended. The test of paths also meets siblings
+/// whose names begin with the folder's: kept.
+bool endApplicationsIn(std::string_view folderPath, bool force) {
+  const std::int32_t self = tks::platform::thisProcess().identifier();
+  for (const TKSRunningApplication& application : tks::platform::runningApplications().list()) {
+    if (!application.bundlePath.starts_with(folderPath)) continue;
+    if (application.processIdentifier == self) {
+      TKSILog::logWithLevel(TKSILogLevelInfo, "Ignore terminate self when clean up, pid: %d", self);
+      continue;
+    }
+    if (!force) {
+      TKSILog::logWithLevel(
+          TKSILogLevelWarning,
+          "Non-forced clean. Abort clean up folder: %@! Because has running app under the folder path.",
+          masked(folderPath));
+      return false;
+    }
+    endApplication(application);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool TKSUtilBase::cleanUpFolderPath(std::string_view folderPath, bool force) {
+  if (folderPath.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Nil/empty folderPath! Fail to cleanup it.");
+    return false;
+  }
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Try to clean up folder path: %@. isForced: %d.", masked(folderPath), force);
+  if (!endApplicationsIn(folderPath, force)) return false;
+  TKSError error;
+  if (removeFileAtPath(folderPath, &error)) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Succeed to clean up folder: %@", masked(folderPath));
+    return true;
+  }
+  const std::string reason = error.description();
+  TKSILog::logWithLevel(TKSILogLevelError, "Failed to clean up folder: %@. Error: %@.", masked(folderPath),
+                        masked(reason));
+  return false;
+}
+
+bool TKSUtilBase::removeFileAtPath(std::string_view filePath, TKSError* error) {
+  if (filePath.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelError, "In filePath is nil");
+    return false;
+  }
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to remove file at path: %@", masked(filePath));
+  if (!files().exists(filePath)) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "No File exist at path: %@", masked(filePath));
+    return true;
+  }
+  if (!files().isWritable(filePath)) {
+    TKSILog::logWithLevel(TKSILogLevelWarning,
+                          "Current file: %@ is not writable, begin to add read and write permission", masked(filePath));
+    addReadAndWritePermissionToFile(filePath);
+  }
+  ErrorSlot slot(error);
+  if (files().remove(filePath, slot.get())) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Remove file at path: %@ success", masked(filePath));
+    return true;
+  }
+  const std::string reason = slot.passOn();
+  TKSILog::logWithLevel(TKSILogLevelError, "Remove file at path: %@ failed %@.", masked(filePath), masked(reason));
+  return false;
+}
+
+bool TKSUtilBase::copyFileAtPath(std::string_view fromPath, std::string_view toPath, TKSError* error) {
+  if (!bothPathsAreThere(fromPath, toPath)) return false;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to copy file at path: %@", masked(fromPath));
+  if (isMissing(fromPath)) return true;
+  ErrorSlot slot(error);
+  const std::string_view parent = folderOf(toPath);
+  if (!files().isDirectory(parent) && !files().createDirectory(parent, kOrdinaryFolder, slot.get())) {
+    const std::string reason = slot.passOn();
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Copy file at path: %@ to %@ failed:%@", masked(fromPath), masked(toPath),
+                          masked(reason));
+    return false;
+  }
+  removeFileAtPath(toPath);
+  if (files().copy(fromPath, toPath, slot.get())) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Copy file at path: %@ to %@ success", masked(fromPath), masked(toPath));
+    return true;
+  }
+  const std::string reason = slot.passOn();
+  TKSILog::logWithLevel(TKSILogLevelError, "Copy file at path: %@ failed %@.", masked(fromPath), masked(reason));
+  return false;
+}
+
+bool TKSUtilBase::moveFileAtPath(std::string_view fromPath, std::string_view toPath, TKSError* error) {
+  if (!bothPathsAreThere(fromPath, toPath)) return false;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to move file at path: %@", masked(fromPath));
+  if (isMissing(fromPath)) return true;
+  ErrorSlot slot(error);
+  if (files().move(fromPath, toPath, slot.get())) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Move file at path: %@ to %@ success", masked(fromPath), masked(toPath));
+    return true;
+  }
+  const std::string reason = slot.passOn();
+  TKSILog::logWithLevel(TKSILogLevelError, "Move file at path: %@ failed %@.", masked(fromPath), masked(reason));
+  return false;
+}

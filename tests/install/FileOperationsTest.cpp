@@ -1,0 +1,333 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tksinterface/TKSUtilBase.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "platform/platform.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using tks::test::contentOf;
+using tks::test::LogLine;
+using tks::test::LogRecorder;
+using tks::test::TemporaryFolder;
+using tks::test::writeFile;
+
+/// Running applications that a test makes up.
+class FakeApplications final : public tks::platform::RunningApplications {
+ public:
+  std::vector<TKSRunningApplication> running;
+  std::vector<std::int32_t> ended;
+  bool refuses = false;
+
+  std::optional<TKSRunningApplication> find(std::int32_t pid) override {
+    for (const TKSRunningApplication& application : running) {
+      if (application.processIdentifier == pid) return application;
+    }
+    return std::nullopt;
+  }
+  std::vector<TKSRunningApplication> list() override { return running; }
+  bool forceTerminate(const TKSRunningApplication& application) override {
+    ended.push_back(application.processIdentifier);
+    if (refuses) return false;
+    std::erase(running, application);
+    return true;
+  }
+  bool terminate(const TKSRunningApplication& application) override { return forceTerminate(application); }
+  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
+    return std::nullopt;
+  }
+  bool hasLastUsedDate(std::string_view) override { return false; }
+  void terminateThisApplication() override {}
+};
+
+/// A clock on which waiting takes no time.
+class SwiftClock final : public tks::platform::Clock {
+ public:
+  std::string localTimestamp() override { return {}; }
+  double secondsSince1970() override { return now; }
+  void sleep(std::chrono::microseconds duration) override { now += static_cast<double>(duration.count()) / 1e6; }
+  double now = 0;
+};
+
+class FileOperations : public ::testing::Test {
+ protected:
+  std::string shown(const std::string& path) { return TKSILog::removeSensitiveInformation(path); }
+
+  TemporaryFolder folder;
+  FakeApplications applications;
+  SwiftClock clock;
+  tks::platform::Replaced<tks::platform::RunningApplications> replaced{applications};
+  tks::platform::Replaced<tks::platform::Clock> replacedClock{clock};
+  LogRecorder log;
+};
+
+TEST_F(FileOperations, RemovingGoesThroughWholeFolders) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/Contents/MacOS/A", "x");
+  EXPECT_TRUE(TKSUtilBase::removeFileAtPath(path));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Begin to remove file at path: " + shown(path)},
+                                       LogLine{2, "Remove file at path: " + shown(path) + " success"}));
+}
+
+TEST_F(FileOperations, RemovingWhatIsNotThereSucceeds) {
+  const std::string path = folder / "none";
+  EXPECT_TRUE(TKSUtilBase::removeFileAtPath(path));
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Begin to remove file at path: " + shown(path)},
+                                       LogLine{2, "No File exist at path: " + shown(path)}));
+}
+
+TEST_F(FileOperations, RemovingNothingFails) {
+  EXPECT_FALSE(TKSUtilBase::removeFileAtPath(""));
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{8, "In filePath is nil"}));
+}
+
+/// Files that refuse what a test names.
+class RefusingFiles final : public tks::platform::Files {
+ public:
+  explicit RefusingFiles(tks::platform::Files& real) : real_(real) {}
+  bool refuseChanges = false;
+  bool writable = true;
+  std::vector<std::string> permitted;
+
+  bool exists(std::string_view path) override { return real_.exists(path); }
+  bool isDirectory(std::string_view path) override { return real_.isDirectory(path); }
+  bool isExecutableFile(std::string_view path) override { return real_.isExecutableFile(path); }
+  bool isWritable(std::string_view path) override { return writable && real_.isWritable(path); }
+  std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) override {
+    return real_.list(path, error);
+  }
+  bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    return refuseChanges ? refuse(error) : real_.createDirectory(path, permissions, error);
+  }
+  bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    return real_.createFile(path, permissions, error);
+  }
+  bool remove(std::string_view path, TKSError* error) override {
+    return refuseChanges ? refuse(error) : real_.remove(path, error);
+  }
+  bool copy(std::string_view from, std::string_view to, TKSError* error) override {
+    return refuseChanges ? refuse(error) : real_.copy(from, to, error);
+  }
+  bool move(std::string_view from, std::string_view to, TKSError* error) override {
+    return refuseChanges ? refuse(error) : real_.move(from, to, error);
+  }
+  std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) override {
+    return real_.read(path, limit, error);
+  }
+  bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
+    return real_.writeAtomically(path, content, error);
+  }
+  std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override { return real_.size(path, error); }
+  bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
+    return real_.exchange(first, second, error);
+  }
+  std::unique_ptr<tks::platform::FileLock> lock(std::string_view path, std::chrono::milliseconds patience,
+                                                TKSError* error) override {
+    return real_.lock(path, patience, error);
+  }
+  std::optional<tks::platform::FileAttributes> attributes(std::string_view path, TKSError* error) override {
+    return real_.attributes(path, error);
+  }
+  bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    permitted.emplace_back(path);
+    return real_.setPermissions(path, permissions, error);
+  }
+  int removeExtendedAttribute(std::string_view path, std::string_view name) override {
+    return real_.removeExtendedAttribute(path, name);
+  }
+  std::optional<tks::platform::VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
+    return real_.volumeSpace(path, error);
+  }
+
+ private:
+  static bool refuse(TKSError* error) {
+    if (error != nullptr) *error = {"D", 7, "refused"};
+    return false;
+  }
+  tks::platform::Files& real_;
+};
+
+class RefusedOperations : public FileOperations {
+ protected:
+  RefusingFiles files{tks::platform::files()};
+  tks::platform::Replaced<tks::platform::Files> replacedFiles{files};
+  const TKSError refusal{"D", 7, "refused"};
+  const std::string text = "Error Domain=D Code=7 \"refused\"";
+};
+
+TEST_F(RefusedOperations, ARemovalThatFailsReportsTheFileManagersError) {
+  const std::string path = folder / "file";
+  writeFile(path, "x");
+  files.refuseChanges = true;
+  TKSError error;
+  EXPECT_FALSE(TKSUtilBase::removeFileAtPath(path, &error));
+  EXPECT_EQ(error, refusal);
+  EXPECT_EQ(log.lines().back(), (LogLine{8, "Remove file at path: " + shown(path) + " failed " + text + "."}));
+  EXPECT_FALSE(TKSUtilBase::removeFileAtPath(path, nullptr));
+}
+
+TEST_F(RefusedOperations, WhatIsNotWritableGetsPermissionsFirst) {
+  const std::string path = folder / "file";
+  writeFile(path, "x");
+  files.writable = false;
+  EXPECT_TRUE(TKSUtilBase::removeFileAtPath(path));
+  EXPECT_THAT(files.permitted, ElementsAre(path));
+  EXPECT_TRUE(log.has(4, "Current file: " + shown(path) + " is not writable, begin to add read and write permission"));
+}
+
+TEST_F(RefusedOperations, ACopyThatFailsReportsTheFileManagersError) {
+  const std::string from = folder / "from";
+  writeFile(from, "x");
+  files.refuseChanges = true;
+  TKSError error;
+  EXPECT_FALSE(TKSUtilBase::copyFileAtPath(from, folder / "to", &error));
+  EXPECT_EQ(error, refusal);
+  EXPECT_EQ(log.lines().back(), (LogLine{8, "Copy file at path: " + shown(from) + " failed " + text + "."}));
+}
+
+TEST_F(RefusedOperations, AParentThatCannotBeMadeEndsTheCopyQuietly) {
+  const std::string from = folder / "from";
+  const std::string to = folder / "a/b/to";
+  writeFile(from, "x");
+  files.refuseChanges = true;
+  EXPECT_FALSE(TKSUtilBase::copyFileAtPath(from, to));
+  EXPECT_EQ(log.lines().back(),
+            (LogLine{2, "Copy file at path: " + shown(from) + " to " + shown(to) + " failed:" + text}));
+}
+
+TEST_F(RefusedOperations, AMoveThatFailsReportsTheFileManagersError) {
+  const std::string from = folder / "from";
+  writeFile(from, "x");
+  files.refuseChanges = true;
+  TKSError error;
+  EXPECT_FALSE(TKSUtilBase::moveFileAtPath(from, folder / "to", &error));
+  EXPECT_EQ(error, refusal);
+  EXPECT_EQ(log.lines().back(), (LogLine{8, "Move file at path: " + shown(from) + " failed " + text + "."}));
+}
+
+TEST_F(RefusedOperations, ACleanUpThatFailsSaysWhy) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  files.refuseChanges = true;
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, true));
+  EXPECT_EQ(log.lines().back(), (LogLine{8, "Failed to clean up folder: " + shown(path) + ". Error: " + text + "."}));
+}
+
+TEST_F(FileOperations, CopyingReplacesTheDestinationAndMakesItsParents) {
+  const std::string from = folder / "from";
+  const std::string to = folder / "a/b/to";
+  writeFile(from, "new");
+  writeFile(to, "old");
+  EXPECT_TRUE(TKSUtilBase::copyFileAtPath(from, to));
+  EXPECT_EQ(contentOf(to), "new");
+  EXPECT_EQ(log.lines().front(), (LogLine{2, "Begin to copy file at path: " + shown(from)}));
+  EXPECT_EQ(log.lines().back(), (LogLine{2, "Copy file at path: " + shown(from) + " to " + shown(to) + " success"}));
+  EXPECT_TRUE(TKSUtilBase::copyFileAtPath(from, folder / "c/d"));
+  EXPECT_EQ(contentOf(folder / "c/d"), "new");
+}
+
+TEST_F(FileOperations, MovingTakesTheSourceAway) {
+  const std::string from = folder / "from";
+  const std::string to = folder / "to";
+  writeFile(from, "x");
+  EXPECT_TRUE(TKSUtilBase::moveFileAtPath(from, to));
+  EXPECT_EQ(contentOf(to), "x");
+  EXPECT_FALSE(fs::exists(from));
+  EXPECT_THAT(log.lines(),
+              ElementsAre(LogLine{2, "Begin to move file at path: " + shown(from)},
+                          LogLine{2, "Move file at path: " + shown(from) + " to " + shown(to) + " success"}));
+}
+
+TEST_F(FileOperations, MovingOntoSomethingFails) {
+  writeFile(folder / "from", "new");
+  writeFile(folder / "to", "old");
+  TKSError error;
+  EXPECT_FALSE(TKSUtilBase::moveFileAtPath(folder / "from", folder / "to", &error));
+  EXPECT_FALSE(error.localizedDescription.empty());
+  EXPECT_EQ(contentOf(folder / "to"), "old");
+}
+
+TEST_F(FileOperations, AMissingSourceCountsAsCopiedAndMoved) {
+  const std::string from = folder / "none";
+  EXPECT_TRUE(TKSUtilBase::copyFileAtPath(from, folder / "to"));
+  EXPECT_EQ(log.lines().back(), (LogLine{8, "No File exist at path: " + shown(from)}));
+  log.clear();
+  EXPECT_TRUE(TKSUtilBase::moveFileAtPath(from, folder / "to"));
+  EXPECT_EQ(log.lines().back(), (LogLine{8, "No File exist at path: " + shown(from)}));
+}
+
+TEST_F(FileOperations, EmptyPathsAreNamed) {
+  EXPECT_FALSE(TKSUtilBase::copyFileAtPath("", "/x"));
+  EXPECT_FALSE(TKSUtilBase::copyFileAtPath("/x", ""));
+  EXPECT_FALSE(TKSUtilBase::moveFileAtPath("", "/x"));
+  EXPECT_FALSE(TKSUtilBase::moveFileAtPath("/x", ""));
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath("", true));
+  EXPECT_THAT(log.lines(),
+              ElementsAre(LogLine{8, "FromPath is nil"}, LogLine{8, "ToPath is nil"}, LogLine{8, "FromPath is nil"},
+                          LogLine{8, "ToPath is nil"}, LogLine{8, "Nil/empty folderPath! Fail to cleanup it."}));
+}
+
+TEST_F(FileOperations, CleaningUpWithoutForceStopsAtARunningApplication) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{1001, "", "", path, 1}};
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
+  EXPECT_TRUE(fs::exists(path));
+  EXPECT_THAT(applications.ended, IsEmpty());
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Try to clean up folder path: " + shown(path) + ". isForced: 0."},
+                                       LogLine{4, "Non-forced clean. Abort clean up folder: " + shown(path) +
+                                                      "! Because has running app under the folder path."}));
+}
+
+TEST_F(FileOperations, CleaningUpByForceEndsWhatRunsThere) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{1000001, "", "", "/elsewhere", 1}, {1000002, "", "", path + "/Contents/B.app", 1}};
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, true));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_THAT(applications.ended, ElementsAre(1000002));
+  EXPECT_TRUE(
+      log.has(4, "Forced clean! App within the folder path is running! Terminate it firstly! Running app path: " +
+                     shown(path + "/Contents/B.app") + "."));
+  EXPECT_TRUE(log.has(2, "The terminate request was successfully sent."));
+  EXPECT_EQ(log.lines().back(), (LogLine{2, "Succeed to clean up folder: " + shown(path)}));
+}
+
+TEST_F(FileOperations, WhatCannotBeEndedIsRemovedAllTheSame) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{1000002, "", "", path, 1}};
+  applications.refuses = true;
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, true));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_TRUE(log.has(8, "The terminate request failed to sent! Get on clean up as in forced case."));
+}
+
+TEST_F(FileOperations, ASiblingWithTheSameBeginningCountsAsInside) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{1001, "", "", path + " copy", 1}};
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
+}
+
+TEST_F(FileOperations, ThisProcessIsNeverEndedAndNeverInTheWay) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{::getpid(), "", "", path, 1}};
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_THAT(applications.ended, IsEmpty());
+  EXPECT_TRUE(log.has(2, "Ignore terminate self when clean up, pid: " + std::to_string(::getpid())));
+}
+
+}  // namespace

@@ -1,0 +1,227 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSUtilBase.h>
+#include <tksinterface/TKSUtilBaseHelper.h>
+
+#include <filesystem>
+
+#include "platform/platform.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using tks::platform::Tool;
+using tks::test::LogLine;
+using tks::test::LogRecorder;
+using tks::test::TemporaryFolder;
+
+/// Tools that print what a test says.
+class FakeTools final : public tks::platform::SystemTools {
+ public:
+  std::string assessment;
+  std::string fingerprint = "1111  -\n";
+  bool missing = false;
+  std::vector<tks::platform::ToolRequest> requests;
+
+  tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
+    requests.push_back(request);
+    tks::platform::ToolResult result;
+    if (missing) return result;
+    result.started = true;
+    result.output = request.tool == Tool::spctl ? assessment : fingerprint;
+    return result;
+  }
+  std::size_t assessments() const {
+    std::size_t count = 0;
+    for (const auto& request : requests) count += request.tool == Tool::spctl ? 1 : 0;
+    return count;
+  }
+};
+
+class LabPreferences final : public tks::platform::Preferences {
+ public:
+  TKSValue labDevice;
+  TKSDictionary dictionaryRepresentation() override {
+    TKSDictionary all;
+    all.set("AppleLocale", "en_US");
+    all.set("IsLabDevice", labDevice);
+    return all;
+  }
+  TKSValue value(std::string_view key) override { return key == "IsLabDevice" ? labDevice : TKSValue(); }
+  TKSValue argument(std::string_view) override { return {}; }
+  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
+};
+
+class HealthCheck : public ::testing::Test {
+ protected:
+  HealthCheck() { std::filesystem::create_directory(app); }
+
+  std::string origin() const { return "origin=" + std::string(kTarvoCertificate) + "\n"; }
+
+  TemporaryFolder folder;
+  /// Of a length that masking leaves alone.
+  std::string app = folder / "A.app";
+  std::string shown = TKSILog::removeSensitiveInformation(app);
+  FakeTools tools;
+  LabPreferences preferences;
+  tks::platform::Replaced<tks::platform::SystemTools> replacedTools{tools};
+  tks::platform::Replaced<tks::platform::Preferences> replacedPreferences{preferences};
+  LogRecorder log;
+};
+
+TEST_F(HealthCheck, AMissingBundleIsBrokenWithoutAsking) {
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(folder / "None.app"));
+  EXPECT_THAT(tools.requests, IsEmpty());
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "App doesn't exist. Consider it broken."}));
+}
+
+TEST_F(HealthCheck, InTestModeEverythingIsHealthyAndNothingIsRecorded) {
+  preferences.labDevice = true;
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_THAT(tools.requests, IsEmpty());
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{4, "Is Lab Device."},
+                                       LogLine{4, "Is TEST Mode. Ignore app broken check."}));
+}
+
+TEST_F(HealthCheck, AnAcceptedAppIsHealthyAndIsNotAssessedAgainWhileItsFingerprintHolds) {
+  tools.assessment = app + ": accepted\nsource=Notarized Developer ID\n";
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "1111  -");
+  EXPECT_THAT(
+      log.lines(),
+      ElementsAre(
+          LogLine{4, "Is INSIDER package."}, LogLine{2, "Verify app's broken status, begin."},
+          LogLine{2, "No recorded hashValue or dismatched. Continue checking broken status with spctl."},
+          LogLine{2, "Verify app's broken status, end. Broken status:0.[0:healthy, 1:broken] for app: " + shown + "."},
+          LogLine{2, "Succeed to record hashValue:1111  - for healthy app: " + shown + "."}));
+
+  log.clear();
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(tools.assessments(), 1u);
+  EXPECT_THAT(log.lines(),
+              ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{2, "Verify app's broken status, begin."},
+                          LogLine{2, "Has recorded hashValue:1111  - with app:" + shown + ". Check with it."},
+                          LogLine{2,
+                                  "Verify app's broken status, end. Matched hashValue. Broken status:0 [0:healthy, "
+                                  "1:broken] for app:" +
+                                      shown + "."}));
+}
+
+TEST_F(HealthCheck, AnotherFingerprintLeadsToAnotherAssessment) {
+  tools.assessment = app + ": accepted\n";
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  tools.fingerprint = "2222  -\n";
+  log.clear();
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(tools.assessments(), 2u);
+  EXPECT_TRUE(
+      log.has(4, "Dismatched hashValue, need further check. RecordedHashValue:1111  -, currentHashValue:2222  -."));
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "2222  -");
+}
+
+TEST_F(HealthCheck, AcceptedCountsInAnyLetterCase) {
+  tools.assessment = app + ": ACCEPTED\n";
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+}
+
+TEST_F(HealthCheck, TheMakersNotarizedAppIsHealthyThoughNotAccepted) {
+  tools.assessment = app + ": rejected\nsource=Notarized Developer ID\n" + origin();
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_TRUE(log.has(4, "Verify result not accepted, go further check"));
+  EXPECT_TRUE(log.has(4, "Further verify result: 0, 1, 1"));
+}
+
+TEST_F(HealthCheck, OneMarkAloneIsNotEnough) {
+  tools.assessment = app + ": rejected\nsource=Notarized Developer ID\n";
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_TRUE(log.has(4, "Further verify result: 1, 1, 0"));
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+  log.clear();
+  tools.assessment = app + ": rejected\nsource=Unnotarized\n" + origin();
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 1"));
+}
+
+TEST_F(HealthCheck, ALineWithBothMarksCountsForTheFirstAlone) {
+  tools.assessment = app + ": rejected\nNotarized Developer ID " + origin();
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_TRUE(log.has(4, "Further verify result: 1, 1, 0"));
+}
+
+TEST_F(HealthCheck, MarksAreCaseSensitive) {
+  tools.assessment = app + ": rejected\nsource=notarized developer id\n" + origin();
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 1"));
+}
+
+TEST_F(HealthCheck, ASilentOrMissingToolMakesTheAppBroken) {
+  for (const bool missing : {false, true}) {
+    tools.missing = missing;
+    log.clear();
+    EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+    EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0"));
+    EXPECT_TRUE(log.has(8, "Broken details: "));
+  }
+}
+
+TEST_F(HealthCheck, OutputThatIsNoTextSaysNothing) {
+  tools.assessment = app + ": accepted\n\xff\xfe";
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+}
+
+TEST_F(HealthCheck, WordsThatThePathEchoesDoNotCount) {
+  const std::string lying = folder / ("B: accepted Notarized Developer ID " + std::string(kTarvoCertificate) + ".app");
+  std::filesystem::create_directory(lying);
+  tools.assessment = lying + ": rejected\nfile added: " + lying + "/Contents/Notarized Developer ID\nsee " + lying +
+                     "/" + std::string(kTarvoCertificate) + "\n" + "note: " + lying + ": accepted\n";
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(lying));
+  EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0"));
+}
+
+TEST_F(HealthCheck, TheToolsAreAskedWithTheirArguments) {
+  tools.assessment = app + ": accepted\n";
+  TKSUtilBase::isBrokenApp(app);
+  ASSERT_EQ(tools.requests.size(), 2u);
+  EXPECT_THAT(tools.requests[0].arguments, ElementsAre("-a", "-vvv", app));
+  EXPECT_TRUE(tools.requests[0].collectStandardError);
+  EXPECT_EQ(tools.requests[1].tool, Tool::lsof);
+  EXPECT_THAT(tools.requests[1].arguments, ElementsAre("-g", "-o", "-R", app));
+  EXPECT_EQ(tools.requests[1].pipedInto, Tool::shasum);
+}
+
+TEST_F(HealthCheck, AMissingAppHasNoFingerprint) {
+  const std::string none = folder / "None.app";
+  EXPECT_EQ(TKSUtilBase::hashFilePropertiesWithAppPath(none), std::nullopt);
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "App doesn't exist. Nil hash of file properties with app:" +
+                                                      TKSILog::removeSensitiveInformation(none) + "."}));
+}
+
+TEST_F(HealthCheck, FingerprintsOfNoPathOrNoValueAreNotRecorded) {
+  TKSUtilBaseHelper::setHashValueOfAppPath("");
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(""), std::nullopt);
+  tools.fingerprint = " \n";
+  TKSUtilBaseHelper::setHashValueOfAppPath(app);
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{4, "Nil/empty appPath! Fail to set hash value."},
+                                       LogLine{4, "Nil/empty appPath! Fail to get hash value."},
+                                       LogLine{4, "Nil/empty hashValue! Fail to set hash value."}));
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+}
+
+TEST_F(HealthCheck, RecordedFingerprintsStandInTheDictionaryUnderTheirPath) {
+  TKSUtilBaseHelper::setHashValueOfAppPath(app);
+  EXPECT_TRUE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+  EXPECT_EQ(TKSUtilBaseHelper::sharedInstance().appHashDict().at(app), "1111  -");
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app + "/"), std::nullopt);
+}
+
+TEST_F(HealthCheck, AnAppThatWasNeverUsedWillShowTheDialog) {
+  EXPECT_FALSE(TKSUtilBase::appHaveBeenUsed(app));
+  EXPECT_TRUE(TKSUtilBase::willShowVerifyDialogFor(app));
+}
+
+}  // namespace
