@@ -63,7 +63,11 @@ bool isValid(std::string_view text) noexcept {
         continue;
       }
     }
-    if (!takeCharacter(text)) return false;
+    if (static_cast<unsigned char>(text.front()) < 0x80) {
+      text.remove_prefix(1);
+    } else if (!takeCharacter(text)) {
+      return false;
+    }
   }
   return true;
 }

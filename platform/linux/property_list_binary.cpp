@@ -44,12 +44,32 @@ enum Marker : std::uint8_t {
   kDictionary = 0xD,
 };
 
-/// The number in up to eight bytes.
-std::uint64_t bigEndian(Bytes bytes) {
+template <std::size_t width>
+std::uint64_t bigEndian(const std::uint8_t* bytes) {
   std::uint64_t number = 0;
-  for (const std::uint8_t byte : bytes) number = number << 8 | byte;
+  for (std::size_t i = 0; i < width; ++i) number = number << 8 | bytes[i];
   return number;
 }
+
+/// The number in up to eight bytes. The usual widths are worth a case of their own.
+std::uint64_t bigEndian(const std::uint8_t* bytes, std::size_t width) {
+  switch (width) {
+    case 1:
+      return bytes[0];
+    case 2:
+      return bigEndian<2>(bytes);
+    case 4:
+      return bigEndian<4>(bytes);
+    case 8:
+      return bigEndian<8>(bytes);
+    default:
+      break;
+  }
+  std::uint64_t number = 0;
+  for (std::size_t i = 0; i < width; ++i) number = number << 8 | bytes[i];
+  return number;
+}
+std::uint64_t bigEndian(Bytes bytes) { return bigEndian(bytes.data(), bytes.size()); }
 
 // Reading.
 
@@ -100,7 +120,7 @@ class BinaryReader {
   bool real(std::size_t position, std::uint8_t low, double& value);
   bool identifier(std::size_t position, std::uint8_t low);
   bool sized(std::uint8_t marker, std::size_t position, std::uint8_t low);
-  bool text(Bytes bytes);
+  bool ascii(std::size_t position, std::uint8_t low);
   bool open(std::size_t position, std::size_t count, bool isDictionary);
   std::optional<std::size_t> takeSize(std::size_t& position, std::uint8_t low);
   bool takeBytes(std::size_t position, std::size_t count, std::size_t unit, Bytes& bytes);
@@ -164,7 +184,7 @@ bool BinaryReader::advance() {
 /// Keys and values are taken in turn, although all keys stand before all values.
 std::uint64_t BinaryReader::referenceAt(const Open& container, std::size_t item) const {
   const std::size_t at = container.isDictionary ? item / 2 + item % 2 * (container.items / 2) : item;
-  return bigEndian(content_.subspan(container.references + at * referenceSize_, referenceSize_));
+  return bigEndian(content_.data() + container.references + at * referenceSize_, referenceSize_);
 }
 
 bool BinaryReader::spend(std::size_t bytes) {
@@ -196,7 +216,7 @@ std::optional<std::size_t> BinaryReader::takeSize(std::size_t& position, std::ui
 bool BinaryReader::readObject(std::uint64_t number, bool asKey) {
   if (number >= objects_) return fail("a reference points beyond the list");
   const std::size_t entry = offsets_ + static_cast<std::size_t>(number) * offsetSize_;
-  const std::uint64_t offset = bigEndian(content_.subspan(entry, offsetSize_));
+  const std::uint64_t offset = bigEndian(content_.data() + entry, offsetSize_);
   if (offset < kMagic.size() || offset >= offsets_) return fail("an object lies beyond the list");
   const auto position = static_cast<std::size_t>(offset);
   const std::uint8_t marker = content_[position] >> 4;
@@ -217,6 +237,8 @@ bool BinaryReader::readObject(std::uint64_t number, bool asKey) {
       if (low != 3 || !real(position + 1, low, number64)) return fail("a date is none");
       builder_.date(TKSDate{number64 + kSecondsTo2001});
       return true;
+    case kAscii:
+      return ascii(position + 1, low);
     case kIdentifier:
       return identifier(position + 1, low);
     default:
@@ -257,8 +279,6 @@ bool BinaryReader::sized(std::uint8_t marker, std::size_t position, std::uint8_t
       if (!takeBytes(position, *count, 1, bytes)) return false;
       builder_.data(bytes);
       return true;
-    case kAscii:
-      return takeBytes(position, *count, 1, bytes) && text(bytes);
     case kUtf16:
       if (!takeBytes(position, *count, 2, bytes)) return false;
       buffer_.clear();
@@ -276,7 +296,11 @@ bool BinaryReader::sized(std::uint8_t marker, std::size_t position, std::uint8_t
 }
 
 /// Some writers put UTF-8 where ASCII is meant.
-bool BinaryReader::text(Bytes bytes) {
+bool BinaryReader::ascii(std::size_t position, std::uint8_t low) {
+  const std::optional<std::size_t> count = takeSize(position, low);
+  if (!count) return fail("an object has no size");
+  Bytes bytes;
+  if (!takeBytes(position, *count, 1, bytes)) return false;
   const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   if (!utf8::isValid(characters)) return fail("a text is broken");
   builder_.text(characters);

@@ -145,23 +145,41 @@ std::optional<TKSDate> parseDate(std::string_view text) {
 
 enum class Element { dictionary, array, key, text, integer, real, yes, no, date, data, unknown };
 
-Element elementOf(std::string_view name) {
-  constexpr std::array<std::pair<std::string_view, Element>, 10> kElements = {{
-      {"key", Element::key},
-      {"string", Element::text},
-      {"integer", Element::integer},
-      {"dict", Element::dictionary},
-      {"array", Element::array},
-      {"true", Element::yes},
-      {"false", Element::no},
-      {"real", Element::real},
-      {"data", Element::data},
-      {"date", Element::date},
-  }};
-  for (const auto& [known, element] : kElements) {
-    if (name == known) return element;
+/// A short name as a number, so that it can be told from others at once; 0 for a long one.
+constexpr std::uint64_t packed(const char* name) {
+  std::uint64_t number = 0;
+  for (std::size_t i = 0; name[i] != '\0'; ++i) {
+    if (i == sizeof number) return 0;
+    number = number << 8 | static_cast<unsigned char>(name[i]);
   }
-  return Element::unknown;
+  return number;
+}
+
+Element elementOf(const char* name) {
+  switch (packed(name)) {
+    case packed("key"):
+      return Element::key;
+    case packed("string"):
+      return Element::text;
+    case packed("integer"):
+      return Element::integer;
+    case packed("dict"):
+      return Element::dictionary;
+    case packed("array"):
+      return Element::array;
+    case packed("true"):
+      return Element::yes;
+    case packed("false"):
+      return Element::no;
+    case packed("real"):
+      return Element::real;
+    case packed("data"):
+      return Element::data;
+    case packed("date"):
+      return Element::date;
+    default:
+      return Element::unknown;
+  }
 }
 
 /// Turns the tree of elements into a value, without recursion: what is open stands in `open_`.
@@ -171,7 +189,7 @@ class XmlReader {
   /// into pieces by comments or CDATA sections; when one turns up the list is read once more, exactly.
   enum class Mode { fast, exact };
 
-  XmlReader(Mode mode, Problem& problem) : mode_(mode), problem_(problem) {}
+  XmlReader(Mode mode, std::size_t size, Problem& problem) : mode_(mode), problem_(problem), builder_(size) {}
 
   TKSValue read(const pugi::xml_document& document);
   bool needsExactMode() const { return needsExactMode_; }
@@ -247,9 +265,8 @@ TKSValue XmlReader::read(const pugi::xml_document& document) {
 /// Takes the next node of the innermost open element.
 bool XmlReader::enter(pugi::xml_node node) {
   open_.back().next = node.next_sibling();
-  if (isIgnorable(node)) return true;
-  if (node.type() != pugi::node_element) return fail("there is text between values");
-  return begin(node);
+  if (node.type() == pugi::node_element) return begin(node);
+  return isIgnorable(node) || fail("there is text between values");
 }
 
 /// A key where a key has to stand, and a value everywhere else.
@@ -266,9 +283,11 @@ bool XmlReader::begin(pugi::xml_node node) {
   if (element != Element::dictionary && element != Element::array) return scalar(element, node);
   if (open_.size() == kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
   if (!trimmed(node.value()).empty()) return fail("there is text between values");
-  const auto children = static_cast<std::size_t>(std::distance(node.begin(), node.end()));
+  const pugi::xml_node first = node.first_child();
+  std::size_t children = 0;
+  for (pugi::xml_node child = first; child; child = child.next_sibling()) ++children;
   element == Element::array ? builder_.beginArray(children) : builder_.beginDictionary(children / 2);
-  open_.push_back({element, node.first_child(), 0});
+  open_.push_back({element, first, 0});
   return true;
 }
 
@@ -287,12 +306,13 @@ bool XmlReader::finish() {
 
 /// The character data of an element, which must not hold other elements.
 std::optional<std::string_view> XmlReader::textOf(const pugi::xml_node& node) {
-  if (mode_ == Mode::fast && node.first_child()) {
+  const std::string_view whole = node.value();  // empty in exact mode, in which character data stand below the element
+  const bool isInOnePiece = !node.first_child();
+  if (isInOnePiece && whole.find('&') == std::string_view::npos) return whole;
+  if (mode_ == Mode::fast && !isInOnePiece) {
     needsExactMode_ = true;
     return std::nullopt;
   }
-  const std::string_view whole = node.value();  // empty in exact mode, in which character data stand below the element
-  if (!node.first_child() && whole.find('&') == std::string_view::npos) return whole;
   buffer_.clear();
   bool isSound = appendCharacterData(buffer_, whole);
   for (pugi::xml_node piece : node.children()) {
@@ -369,7 +389,7 @@ TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, Pr
     problem.say("it is not UTF-8");
     return {};
   }
-  XmlReader reader(mode, problem);
+  XmlReader reader(mode, content.size() / 2, problem);
   TKSValue value = reader.read(document);
   again = reader.needsExactMode();
   return value;
