@@ -4,16 +4,13 @@
 //
 //   --launcher PATH   launcher bundle; otherwise the one that is installed
 //   --site ADDRESS    the site of the meeting
-//   --files           talk over files: the channel follows from the host's bundle identifier, so that the same program
-//   is
-//                     run from the bundle Ember.app beside it
+//   --files           talk over files: the bundle's identifier decides, so that this runs itself in Ember.app
 //   --lab-device      count as a lab device while this runs: launchers need no signature then
 //   --verbose         show every log line
 
 #include <tksinterface/tksinterface.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -62,8 +59,8 @@ int main(int count, char** arguments) {
   const Options options = read(words);
   if (options.files) {
     std::erase(words, "--files");
-    const auto folder = std::filesystem::canonical(arguments[0]).parent_path();
-    std::string ember = folder / "Ember.app/Contents/MacOS/Ember";
+    const auto here = std::filesystem::canonical(arguments[0]).parent_path();
+    std::string ember = here / "Ember.app/Contents/MacOS/Ember";
     std::vector<char*> list{ember.data()};
     for (std::string& word : words) list.push_back(word.data());
     list.push_back(nullptr);
@@ -92,7 +89,6 @@ int main(int count, char** arguments) {
         TKSMainLoop::stop();
       });
   TKSMainLoop::run();
-
   // The two ends say goodbye behind the launch. A host that runs on has nothing to do for it; this one waits.
   for (int i = 0; i < 2000 && tks.isTKSAppProcessing(); ++i) {
     TKSMainLoop::drain();
