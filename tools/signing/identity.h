@@ -1,0 +1,68 @@
+#pragma once
+
+#include <openssl/types.h>
+
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace tks::signing {
+
+struct KeyDeleter {
+  void operator()(EVP_PKEY* key) const;
+};
+struct CertificateDeleter {
+  void operator()(X509* certificate) const;
+};
+using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+using Certificate = std::unique_ptr<X509, CertificateDeleter>;
+
+/// Who signs: a key, and the chain of its certificate, leaf first.
+struct Identity {
+  Key key;
+  std::vector<Certificate> chain;
+  /// A time-stamping authority under the same root; empty when there is none.
+  Key stampKey;
+  Certificate stampCertificate;
+
+  X509* leaf() const { return chain.front().get(); }
+};
+
+/// What an identity for tests and development is made of. Names and marks are those that the launcher's checks look
+/// for.
+struct IdentityPlan {
+  std::string team = "T4RV0K0VRA";
+  std::string leafName;  ///< "Developer ID Application: Tarvo (TEAM)" when empty
+  std::string intermediateName = "Developer ID Certification Authority";
+  std::string rootName = "Apple Root CA";
+  std::string organization = "Tarvo";
+  /// Further authorities between the root and the intermediate one.
+  int extraLevels = 0;
+  /// Without an intermediate authority: root and leaf only.
+  bool withoutIntermediate = false;
+  bool codeSigningUsage = true;
+  bool digitalSignature = true;
+  bool unknownCriticalExtension = false;
+  bool rsa = true;            ///< else an elliptic curve, which is made faster
+  std::time_t notBefore = 0;  ///< 0: yesterday
+  std::time_t notAfter = 0;   ///< 0: in ten years
+};
+
+/// Makes keys and certificates. Throws std::runtime_error when that fails.
+Identity makeIdentity(const IdentityPlan& plan);
+
+/// Files key.pem, chain.pem (leaf first), root.pem, tsa-key.pem and tsa.pem in a folder, which is made; keys are
+/// readable by their owner only.
+void saveIdentity(const Identity& identity, const std::string& folder);
+/// An identity from such a folder.
+Identity loadIdentity(const std::string& folder);
+/// From a key file and a file with the chain, leaf first, both PEM.
+Identity loadIdentity(const std::string& keyFile, const std::string& chainFile);
+/// From a PKCS #12 file.
+Identity loadIdentityFromPkcs12(const std::string& file, const std::string& password);
+
+/// SHA-256 of a certificate in hexadecimal.
+std::string fingerprintOf(X509* certificate);
+
+}  // namespace tks::signing

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+namespace tks::assessment {
+
+/// What the assessment of an application says, and how the tool ends.
+struct Verdict {
+  int exitCode = 0;
+  std::string text;  ///< for standard error, with line ends
+};
+
+/// Exit codes as the platform's tool has them.
+inline constexpr int kAccepted = 0;
+inline constexpr int kFailure = 1;
+inline constexpr int kUsage = 2;
+inline constexpr int kRejected = 3;
+
+/// Assesses an application for execution. `verbosity` is how often "-v" was given.
+Verdict assess(const std::string& path, int verbosity);
+
+}  // namespace tks::assessment
