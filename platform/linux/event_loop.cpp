@@ -164,6 +164,7 @@ void EventLoop::post(Work work) {
   hasDescriptors();
   const std::scoped_lock lock(mutex_);
   posted_.push_back(std::move(work));
+  hasPosted_ = true;
   if (attentive_ || isOnLoopThread()) return;
   attentive_ = true;
   wake();
@@ -268,6 +269,7 @@ bool EventLoop::waitAndWork(bool mayWait) {
 
 /// From now on whoever posts has to wake the loop. False when there is posted work, which needs no waking.
 bool EventLoop::settle() {
+  if (!attentive_ && !hasPosted_) return true;
   const std::scoped_lock lock(mutex_);
   if (!posted_.empty()) return false;
   attentive_ = false;
@@ -323,13 +325,15 @@ bool EventLoop::runTimers() {
 
 /// Runs the work that is posted now, not what it posts itself.
 bool EventLoop::runPosted() {
+  if (!hasPosted_) return false;
   std::vector<Work> batch;
   {
     const std::scoped_lock lock(mutex_);
     batch.swap(posted_);
+    hasPosted_ = false;
   }
   for (Work& work : batch) callHost("posted work", take(work));
-  return !batch.empty();
+  return true;
 }
 
 /// Sets the one timer descriptor, which also takes back that it rang.

@@ -106,6 +106,12 @@ class EventLoop {
   /// Set once the descriptors below are made; they stay as they are from then on.
   std::atomic<int> epoll_ = -1;
 
+  /// There is posted work. Written with the lock held; the loop's thread reads it without, for a round with neither
+  /// posted work nor a waker is all that a message costs.
+  std::atomic<bool> hasPosted_ = false;
+  /// The loop will look at `posted_` without being woken again. Written with the lock held, and set by a wake only.
+  std::atomic<bool> attentive_ = false;
+
   std::mutex mutex_;  // guards what follows
   posix::FileDescriptor epollOwner_;
   posix::FileDescriptor waker_;
@@ -114,8 +120,6 @@ class EventLoop {
   posix::FileDescriptor timer_;
   bool saidThereAreNone_ = false;
   std::vector<Work> posted_;
-  /// The loop will look at `posted_` without being woken again.
-  bool attentive_ = false;
   std::map<TimerKey, Work> timers_;
   std::uint64_t timersSet_ = 0;
   Nanoseconds armedFor_ = kNever;

@@ -247,7 +247,12 @@ TEST_P(HarmedFile, GivesAnErrorWithinASecondAndOnce) {
   append(path, "read before");
   ASSERT_TRUE(drainUntil([&] { return collector.bytes() == "read before"; }));
   harm.happen(folder, path);
-  ASSERT_TRUE(drainUntil([&] { return !collector.errors().empty(); }, std::chrono::seconds(1)));
+  // By a timer of the same loop, which a busy machine holds up as well.
+  std::optional<bool> inTime;
+  const auto timer = tks::platform::mainLoop().after(
+      milliseconds(1000), [&] { tks::platform::mainLoop().post([&] { inTime = !collector.errors().empty(); }); });
+  ASSERT_TRUE(drainUntil([&] { return inTime.has_value() || !collector.errors().empty(); }));
+  EXPECT_TRUE(inTime.value_or(true));
   drainFor(kAWhile);
   ASSERT_EQ(collector.errors().size(), 1u);
   EXPECT_EQ(collector.errors()[0].localizedDescription, "read \"" + path + "\": " + harm.reason);
