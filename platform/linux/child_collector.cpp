@@ -82,12 +82,12 @@ ChildCollector& ChildCollector::shared() {
   return collector;
 }
 
-void ChildCollector::adopt(pid_t process, std::function<void(ChildEnd)> ended) {
+void ChildCollector::adopt(SpawnedProcess process, std::function<void(ChildEnd)> ended) {
   Child child;
-  child.process = process;
-  child.descriptor = openProcess(process);
+  child.process = process.identifier;
+  child.descriptor = std::move(process.descriptor);
   child.ended = std::move(ended);
-  if (!child.descriptor) child.startTime = readProcessFacts(process).value_or(ProcessFacts()).startTime;
+  if (!child.descriptor) child.startTime = readProcessFacts(child.process).value_or(ProcessFacts()).startTime;
 
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++adopted_;

@@ -12,6 +12,7 @@
 
 #include "platform/child_processes.h"
 #include "platform/linux/event_loop.h"
+#include "platform/linux/spawn.h"
 #include "platform/posix/file_descriptor.h"
 
 namespace tks::gnulinux {
@@ -39,7 +40,7 @@ class ChildCollector {
   static ChildCollector& shared();
 
   /// Takes over a child that was just started. `ended` is called once on the main thread and may be empty.
-  void adopt(pid_t process, std::function<void(platform::ChildEnd)> ended);
+  void adopt(SpawnedProcess process, std::function<void(platform::ChildEnd)> ended);
 
   /// Collects the children that have ended by now. Costs one load when there are none.
   void collect();

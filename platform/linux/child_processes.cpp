@@ -24,23 +24,23 @@ void endAtOnce(pid_t process) {
   posix::retried([&] { return ::waitpid(process, nullptr, 0); });
 }
 
-/// Starts a child whose standard input and output are joined to this process's own: its identifier, or -1 and errno.
-pid_t startJoined(SpawnRequest& request) {
+/// Starts a child whose standard input and output are joined to this process's own: nothing, and errno, when it fails.
+gnulinux::SpawnedProcess startJoined(SpawnRequest& request) {
   StandardHandles& handles = StandardHandles::shared();
   StandardHandles::Joint joint = handles.begin();
-  if (!handles.prepare(joint)) return -1;
+  if (!handles.prepare(joint)) return {};
   request.standardInput = joint.childInput();
   request.standardOutput = joint.childOutput();
-  const pid_t process = gnulinux::spawn(request);
-  if (process < 0 || joint.putInForce()) return process;
+  gnulinux::SpawnedProcess process = gnulinux::spawn(request);
+  if (!process || joint.putInForce()) return process;
   const int reason = errno;
-  endAtOnce(process);
+  endAtOnce(process.identifier);
   errno = reason;
-  return -1;
+  return {};
 }
 
 /// Starts a child that shares this process's standard handles, but never the pipes to another child.
-pid_t startSharing(SpawnRequest& request) {
+gnulinux::SpawnedProcess startSharing(SpawnRequest& request) {
   return StandardHandles::shared().whileUnchanged([&](bool joined) {
     if (joined) request.standardInput = request.standardOutput = SpawnRequest::kNull;
     return gnulinux::spawn(request);
@@ -55,13 +55,14 @@ class LinuxChildProcesses final : public ChildProcesses {
     SpawnRequest spawn;
     spawn.executable = request.executable;
     spawn.arguments = request.arguments;
-    const pid_t process = request.joinStandardHandles ? startJoined(spawn) : startSharing(spawn);
-    if (process < 0) {
+    gnulinux::SpawnedProcess process = request.joinStandardHandles ? startJoined(spawn) : startSharing(spawn);
+    if (!process) {
       posix::fail(error, "start", request.executable);
       return 0;
     }
-    collector.adopt(process, std::move(ended));
-    return process;
+    const pid_t identifier = process.identifier;
+    collector.adopt(std::move(process), std::move(ended));
+    return identifier;
   }
 
   int originalStandardInput() override { return StandardHandles::shared().originalInput(); }

@@ -166,14 +166,14 @@ class LinuxRunningApplications final : public RunningApplications {
     request.arguments = arguments;
     request.standardInput = request.standardOutput = request.standardError = gnulinux::SpawnRequest::kNull;
     request.group = gnulinux::SpawnRequest::Group::ownSession;
-    const pid_t process = gnulinux::spawn(request);
-    if (process < 0) {
+    gnulinux::SpawnedProcess process = gnulinux::spawn(request);
+    if (!process) {
       posix::fail(error, "launch", request.executable);
       return std::nullopt;
     }
-    TKSRunningApplication application = record(process, path);
-    application.startTime = gnulinux::readProcessFacts(process).value_or(ProcessFacts()).startTime;
-    gnulinux::ChildCollector::shared().adopt(process, {});
+    TKSRunningApplication application = record(process.identifier, path);
+    application.startTime = gnulinux::readProcessFacts(process.identifier).value_or(ProcessFacts()).startTime;
+    gnulinux::ChildCollector::shared().adopt(std::move(process), {});
     gnulinux::setExtendedAttribute(path, kLastUsedDate, lastUsedDate(), nullptr);  // a volume may have no attributes
     return application;
   }

@@ -1,77 +1,157 @@
 #include "platform/linux/spawn.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
-#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
 
+#include "platform/linux/system_calls.h"
 #include "platform/platform.h"
+#include "platform/posix/standard_handles.h"
+
+// The child shares this process's memory, and the calling thread waits, until the child's program runs: nothing is
+// copied, so that the size of the host does not matter. The C library's posix_spawn does the same, but takes half as
+// long again: it maps and unmaps a stack each time and asks for every signal before it sets it.
+//
+// What runs in the child until then must not touch the state of the C library, and nothing of it may be watched by a
+// sanitizer, which would take it for the waiting thread: system calls only, in functions marked below.
+
+#if defined(__has_attribute)
+#if __has_attribute(disable_sanitizer_instrumentation)
+#define TKS_IN_THE_CHILD __attribute__((disable_sanitizer_instrumentation))
+#else
+#define TKS_IN_THE_CHILD __attribute__((no_sanitize("address", "thread", "undefined")))
+#endif
+#endif
 
 namespace tks::gnulinux {
 namespace {
 
 constexpr int kFirstForeign = 3;
+constexpr std::size_t kStackSize = std::size_t{32} * 1024;
+/// Bytes of the kernel's signal sets.
+constexpr std::size_t kSignalSetSize = 8;
+constexpr std::uint64_t kNoSignals = 0;
+constexpr std::uint64_t kAllSignals = ~std::uint64_t{0};
+constexpr int kSignals = 64;
+/// The kernel's own description of a signal's handling differs between processors, but "default" is all zeros on each.
+constexpr std::array<std::byte, 152> kDefaultHandling{};
 
-/// Counts what the spawn functions answer: the first failure stays.
-class Spawner {
- public:
-  Spawner() {
-    keep(::posix_spawn_file_actions_init(&actions_));
-    keep(::posix_spawnattr_init(&attributes_));
-  }
-  ~Spawner() {
-    ::posix_spawnattr_destroy(&attributes_);
-    ::posix_spawn_file_actions_destroy(&actions_);
-  }
-  Spawner(const Spawner&) = delete;
-  Spawner& operator=(const Spawner&) = delete;
-
-  void connect(int target, int source) {
-    if (source == SpawnRequest::kNull || ::fcntl(source, F_GETFD) < 0) {
-      keep(::posix_spawn_file_actions_addopen(&actions_, target, "/dev/null", O_RDWR, 0));
-    } else {
-      // To itself as well: that takes away its close-on-exec mark.
-      keep(::posix_spawn_file_actions_adddup2(&actions_, source, target));
-    }
-  }
-
-  void closeTheRest() { keep(::posix_spawn_file_actions_addclosefrom_np(&actions_, kFirstForeign)); }
-
-  void setUp(SpawnRequest::Group group) {
-    sigset_t all;
-    sigset_t none;
-    ::sigfillset(&all);
-    ::sigemptyset(&none);
-    short flags = POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK;
-    if (group == SpawnRequest::Group::own) flags |= POSIX_SPAWN_SETPGROUP;
-    if (group == SpawnRequest::Group::ownSession) flags |= POSIX_SPAWN_SETSID;
-    keep(::posix_spawnattr_setsigdefault(&attributes_, &all));
-    keep(::posix_spawnattr_setsigmask(&attributes_, &none));
-    keep(::posix_spawnattr_setpgroup(&attributes_, 0));
-    keep(::posix_spawnattr_setflags(&attributes_, flags));
-  }
-
-  pid_t start(const char* executable, char* const* arguments, char* const* environment) {
-    pid_t process = -1;
-    if (failure_ == 0) {
-      failure_ = ::posix_spawn(&process, executable, &actions_, &attributes_, arguments, environment);
-    }
-    if (failure_ == 0) return process;
-    errno = failure_;
-    return -1;
-  }
-
- private:
-  void keep(int result) {
-    if (failure_ == 0) failure_ = result;
-  }
-
-  posix_spawn_file_actions_t actions_;
-  posix_spawnattr_t attributes_;
-  int failure_ = 0;
+/// What the child is to do, prepared before it exists.
+struct Plan {
+  const char* executable = nullptr;
+  char* const* arguments = nullptr;
+  char* const* environment = nullptr;
+  /// For 0, 1 and 2.
+  std::array<int, 3> sources{};
+  SpawnRequest::Group group = SpawnRequest::Group::inherited;
+  int (*closeRange)(unsigned first, unsigned last, unsigned flags) = nullptr;
+  /// Written by the child: why its program does not run.
+  int failure = 0;
 };
+
+TKS_IN_THE_CHILD bool joinGroup(SpawnRequest::Group group) {
+  if (group == SpawnRequest::Group::own) return ::syscall(SYS_setpgid, 0, 0) == 0;
+  if (group == SpawnRequest::Group::ownSession) return ::syscall(SYS_setsid) >= 0;
+  return true;
+}
+
+/// The host's handlers must never run in here, and what it ignores would stay ignored in the new program.
+TKS_IN_THE_CHILD void resetSignals() {
+  for (int number = 1; number <= kSignals; ++number) {
+    ::syscall(SYS_rt_sigaction, number, &kDefaultHandling, nullptr, kSignalSetSize);
+  }
+}
+
+TKS_IN_THE_CHILD bool connect(int target, int source) {
+  // To itself as well: that takes away its close-on-exec mark.
+  if (source == target) return ::syscall(SYS_fcntl, target, F_SETFD, 0) == 0;
+  if (source >= 0) return ::syscall(SYS_dup3, source, target, 0) == target;
+  const auto null = static_cast<int>(::syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDWR, 0));
+  if (null < 0) return false;
+  if (null == target) return true;
+  const bool connected = ::syscall(SYS_dup3, null, target, 0) == target;
+  ::syscall(SYS_close, null);
+  return connected;
+}
+
+/// The number that a name consists of; -1 for other names.
+TKS_IN_THE_CHILD int numberIn(const char* name) {
+  int number = -1;
+  for (; *name >= '0' && *name <= '9'; ++name) number = (number < 0 ? 0 : number) * 10 + (*name - '0');
+  return *name == '\0' ? number : -1;
+}
+
+/// Closes one by one what the kernel cannot close at once.
+TKS_IN_THE_CHILD bool closeEach() {
+  const auto folder =
+      static_cast<int>(::syscall(SYS_openat, AT_FDCWD, "/proc/self/fd", O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+  if (folder < 0) return false;
+  // struct linux_dirent64: 8 bytes number, 8 bytes offset, 2 bytes length of the entry, 1 byte kind, name.
+  alignas(8) char entries[2048];
+  bool closedSome = true;
+  while (closedSome) {
+    closedSome = false;
+    ::syscall(SYS_lseek, folder, 0, SEEK_SET);
+    long size = 0;
+    while ((size = ::syscall(SYS_getdents64, folder, entries, sizeof entries)) > 0) {
+      for (long at = 0; at < size; at += *reinterpret_cast<const std::uint16_t*>(entries + at + 16)) {
+        const int number = numberIn(entries + at + 19);
+        if (number < kFirstForeign || number == folder) continue;
+        ::syscall(SYS_close, number);
+        closedSome = true;
+      }
+    }
+  }
+  ::syscall(SYS_close, folder);
+  return true;
+}
+
+TKS_IN_THE_CHILD int runInChild(void* argument) {
+  Plan& plan = *static_cast<Plan*>(argument);
+  resetSignals();
+  bool ready = joinGroup(plan.group);
+  for (int target = 0; ready && target < kFirstForeign; ++target) {
+    ready = connect(target, plan.sources[static_cast<std::size_t>(target)]);
+  }
+  if (ready && plan.closeRange(kFirstForeign, ~0u, 0) != 0) ready = closeEach();
+  if (ready) {
+    ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &kNoSignals, nullptr, kSignalSetSize);
+    ::syscall(SYS_execve, plan.executable, plan.arguments, plan.environment);
+  }
+  plan.failure = errno;
+  ::syscall(SYS_exit_group, 127);
+  return 127;
+}
+
+SpawnedProcess start(Plan& plan) {
+  // Taken from the heap, where it stays in use from start to start. The stacks of all systems of this kind grow down.
+  const auto stack = std::make_unique_for_overwrite<std::byte[]>(kStackSize);
+  std::byte* const top = stack.get() + kStackSize;
+  const int flags = CLONE_VM | CLONE_VFORK | systemCalls().cloneDescriptorFlag | SIGCHLD;
+  int descriptor = -1;
+  std::uint64_t before = 0;
+  ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &kAllSignals, &before, kSignalSetSize);
+  const pid_t process =
+      ::clone(runInChild, top - reinterpret_cast<std::uintptr_t>(top) % 16, flags, &plan, &descriptor);
+  const int reason = errno;
+  ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &before, nullptr, kSignalSetSize);
+
+  SpawnedProcess spawned{process, posix::FileDescriptor(descriptor)};
+  if (spawned && plan.failure == 0) return spawned;
+  if (spawned) posix::retried([&] { return ::waitpid(process, nullptr, 0); });
+  errno = spawned ? plan.failure : reason;
+  return {};
+}
 
 std::vector<std::string> cleanEnvironment() {
   return {"PATH=/usr/bin:/bin:/usr/sbin:/sbin", "LC_ALL=C.UTF-8", "HOME=" + platform::knownFolders().realHome()};
@@ -88,31 +168,35 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
 /// A NUL byte would silently cut the rest off.
 bool canBePassed(const std::string& text) { return text.find('\0') == std::string::npos; }
 
+int openOrNull(int source) { return source >= 0 && ::fcntl(source, F_GETFD) < 0 ? SpawnRequest::kNull : source; }
+
 }  // namespace
 
-pid_t spawn(const SpawnRequest& request) {
-  bool whole = canBePassed(request.executable);
-  for (const std::string& argument : request.arguments) whole = whole && canBePassed(argument);
-  if (!whole) {
+SpawnedProcess spawn(const SpawnRequest& request) {
+  if (!canBePassed(request.executable) || !std::ranges::all_of(request.arguments, canBePassed)) {
     errno = EINVAL;
-    return -1;
+    return {};
   }
-
-  Spawner spawner;
-  spawner.connect(STDIN_FILENO, request.standardInput);
-  spawner.connect(STDOUT_FILENO, request.standardOutput);
-  spawner.connect(STDERR_FILENO, request.standardError);
-  spawner.closeTheRest();
-  spawner.setUp(request.group);
-
   std::vector<char*> arguments = pointers(request.arguments);
   arguments.insert(arguments.begin(), const_cast<char*>(request.executable.c_str()));
   arguments.push_back(nullptr);
   const std::vector<std::string> clean = request.cleanEnvironment ? cleanEnvironment() : std::vector<std::string>();
   std::vector<char*> environment = pointers(clean);
   environment.push_back(nullptr);
-  return spawner.start(request.executable.c_str(), arguments.data(),
-                       request.cleanEnvironment ? environment.data() : ::environ);
+
+  Plan plan;
+  plan.executable = request.executable.c_str();
+  plan.arguments = arguments.data();
+  plan.environment = request.cleanEnvironment ? environment.data() : ::environ;
+  plan.sources = {openOrNull(request.standardInput), openOrNull(request.standardOutput),
+                  openOrNull(request.standardError)};
+  plan.group = request.group;
+  plan.closeRange = systemCalls().closeRange;
+  SpawnedProcess spawned = start(plan);
+  if (!spawned) return spawned;
+  if (!spawned.descriptor) spawned.descriptor.reset(systemCalls().pidfdOpen(spawned.identifier, 0));
+  if (!posix::raiseAboveStandard(spawned.descriptor)) spawned.descriptor.reset();
+  return spawned;
 }
 
 }  // namespace tks::gnulinux

@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/posix/file_descriptor.h"
+
 namespace tks::gnulinux {
 
 /// How a process is started.
@@ -27,9 +29,17 @@ struct SpawnRequest {
   bool cleanEnvironment = false;
 };
 
-/// Starts a process that has descriptors 0 to 2 and no other, default signal handling and an empty signal mask. Answers
-/// its identifier once the executable runs, or -1 and errno. Costs the same however much memory this process has. The
-/// caller collects the process, see ChildCollector.
-pid_t spawn(const SpawnRequest& request);
+/// A process that was started.
+struct SpawnedProcess {
+  pid_t identifier = -1;
+  /// Becomes readable when the process ends; empty where the system has no such descriptors or none is left.
+  posix::FileDescriptor descriptor;
+  explicit operator bool() const { return identifier > 0; }
+};
+
+/// Starts a process that has descriptors 0 to 2 and no other, default signal handling and an empty signal mask. Returns
+/// once the executable runs; nothing, and errno, when it does not. Costs the same however much memory this process has.
+/// The caller collects the process, see ChildCollector.
+SpawnedProcess spawn(const SpawnRequest& request);
 
 }  // namespace tks::gnulinux

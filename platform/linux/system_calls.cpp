@@ -1,6 +1,7 @@
 #include "platform/linux/system_calls.h"
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
@@ -43,6 +44,7 @@ SystemCalls& systemCalls() {
                            .eventfd = ::eventfd,
                            .timerfdCreate = ::timerfd_create,
                            .inotifyInit = ::inotify_init1,
+                           .cloneDescriptorFlag = CLONE_PIDFD,
                            .pidfdOpen = pidfdOpen,
                            .pidfdSendSignal = pidfdSendSignal,
                            .closeRange = closeRange,

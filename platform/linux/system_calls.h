@@ -15,6 +15,8 @@ struct SystemCalls {
   int (*eventfd)(unsigned initial, int flags);
   int (*timerfdCreate)(int clock, int flags);
   int (*inotifyInit)(int flags);
+  /// The flag of clone that gives a descriptor of the new process, from Linux 5.2 on. 0: as before.
+  int cloneDescriptorFlag;
   int (*pidfdOpen)(pid_t process, unsigned flags);
   int (*pidfdSendSignal)(int process, int signal, siginfo_t* facts, unsigned flags);
   int (*closeRange)(unsigned first, unsigned last, unsigned flags);

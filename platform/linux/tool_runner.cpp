@@ -45,9 +45,11 @@ class RunningTool {
   bool start(SpawnRequest request) {
     request.group = SpawnRequest::Group::own;
     request.cleanEnvironment = true;
-    process_ = spawn(request);
-    if (process_ > 0) descriptor_ = openProcess(process_);
-    return process_ > 0;
+    SpawnedProcess spawned = spawn(request);
+    if (!spawned) return false;
+    process_ = spawned.identifier;
+    descriptor_ = std::move(spawned.descriptor);
+    return true;
   }
 
   int descriptor() const { return descriptor_.get(); }

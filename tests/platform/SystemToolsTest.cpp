@@ -269,6 +269,7 @@ TEST_F(SystemTools, RunFromManyThreadsAtOnce) {
 }
 
 TEST_F(SystemTools, RunWithoutDescriptorsOfProcesses) {
+  const InjectedSystemCall olderKernel(&SystemCalls::cloneDescriptorFlag, 0);
   const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
   script(Tool::unzip, "echo out; exit 3");
   ToolResult result = run(Tool::unzip);
