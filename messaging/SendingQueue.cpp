@@ -14,8 +14,12 @@ namespace {
 
 /// Written in one turn of the main loop at most, so that a fast reader leaves the loop to others.
 constexpr std::size_t kBytesPerTurn = std::size_t{1024} * 1024;
-/// Buffers of this size are worth keeping between frames.
-constexpr std::size_t kSpareBytes = std::size_t{1024} * 1024;
+/// Buffers up to this size are kept between frames: growing one for a large message costs more than writing it. Twice
+/// the largest frame, since a text that grows doubles its room.
+std::uint64_t mostSpareBytes() {
+  const std::uint64_t message = largestMessage();
+  return message < std::numeric_limits<std::uint64_t>::max() / 4 ? 2 * (message + kHeaderBytes) : message;
+}
 
 std::uint64_t mostWaitingBytes() {
   const std::uint64_t message = largestMessage();
@@ -98,6 +102,11 @@ std::optional<TKSError> SendingQueue::write(std::string& frame) {
     return failure(tks::formatted("%lu bytes wait already, no room for %lu more.", waiting().size(), frame.size()));
   }
   if (!waiting().empty()) {
+    // Each byte is moved to the front at most once: only when as many have left before it.
+    if (waitingFrom_ > waiting().size()) {
+      waiting_.erase(0, waitingFrom_);
+      waitingFrom_ = 0;
+    }
     waiting_ += frame;
     return std::nullopt;
   }
@@ -137,11 +146,6 @@ std::optional<TKSError> SendingQueue::writeWaiting(const platform::ByteSink* sin
   waitingFrom_ += transfer.count;
   std::optional<TKSError> error = failureOf(transfer);
   if (!error && !waiting().empty()) {
-    // Each byte is moved to the front at most once: only when as many have left before it.
-    if (waitingFrom_ > waiting().size()) {
-      waiting_.erase(0, waitingFrom_);
-      waitingFrom_ = 0;
-    }
     awaitRoom();
     return std::nullopt;
   }
@@ -151,7 +155,9 @@ std::optional<TKSError> SendingQueue::writeWaiting(const platform::ByteSink* sin
 }
 
 void SendingQueue::keepBuffer(std::string& buffer) {
-  if (buffer.capacity() <= kSpareBytes) spareBuffer_ = std::move(buffer);
+  if (buffer.capacity() > spareBuffer_.capacity() && buffer.capacity() <= mostSpareBytes()) {
+    spareBuffer_ = std::move(buffer);
+  }
 }
 
 std::size_t SendingQueue::dropWaiting() {
