@@ -73,9 +73,9 @@ TKS_IN_THE_CHILD void resetSignals() {
 }
 
 TKS_IN_THE_CHILD bool connect(int target, int source) {
-  // To itself as well: that takes away its close-on-exec mark.
-  if (source == target) return ::syscall(SYS_fcntl, target, F_SETFD, 0) == 0;
-  if (source >= 0) return ::syscall(SYS_dup3, source, target, 0) == target;
+  // To itself as well: that takes away its close-on-exec mark, and tells whether there is anything at all.
+  if (source == target && ::syscall(SYS_fcntl, target, F_SETFD, 0) == 0) return true;
+  if (source >= kFirstForeign) return ::syscall(SYS_dup3, source, target, 0) == target;
   const auto null = static_cast<int>(::syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDWR, 0));
   if (null < 0) return false;
   if (null == target) return true;
@@ -168,8 +168,6 @@ std::vector<char*> pointers(const std::vector<std::string>& texts) {
 /// A NUL byte would silently cut the rest off.
 bool canBePassed(const std::string& text) { return text.find('\0') == std::string::npos; }
 
-int openOrNull(int source) { return source >= 0 && ::fcntl(source, F_GETFD) < 0 ? SpawnRequest::kNull : source; }
-
 }  // namespace
 
 SpawnedProcess spawn(const SpawnRequest& request) {
@@ -188,8 +186,7 @@ SpawnedProcess spawn(const SpawnRequest& request) {
   plan.executable = request.executable.c_str();
   plan.arguments = arguments.data();
   plan.environment = request.cleanEnvironment ? environment.data() : ::environ;
-  plan.sources = {openOrNull(request.standardInput), openOrNull(request.standardOutput),
-                  openOrNull(request.standardError)};
+  plan.sources = {request.standardInput, request.standardOutput, request.standardError};
   plan.group = request.group;
   plan.closeRange = systemCalls().closeRange;
   SpawnedProcess spawned = start(plan);
