@@ -223,6 +223,46 @@ TEST_F(FacadeStart, FailedLaunchWithoutErrorCallbackOnlyGoesBackToTheBeginning) 
   EXPECT_EQ(log_.lines().back(), (LogLine{2, "Switch TKS app status to: UNCONNECTED"}));
 }
 
+TEST_F(FacadeStart, BrokenLauncherIsRemovedBeforeTheHostIsTold) {
+  world_.preferences.values = {};
+  bool wasThere = true;
+  tks_.start(finish(), [&](const TKSError& error) {
+    wasThere = std::filesystem::exists(world_.bundle());
+    calls_.push_back(error.localizedDescription);
+  });
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_THAT(called(), ElementsAre(testing::StartsWith("Launch app failed. Path: " + world_.executable() +
+                                                        ". Error: Security check failed: ")));
+  EXPECT_TRUE(log_.has(8, "App broken, about to clean up the broken tks app."));
+  EXPECT_FALSE(wasThere);
+  EXPECT_EQ(world_.processes.count(), 0u);
+}
+
+TEST_F(FacadeStart, HealthyLauncherStaysAfterAFailedLaunch) {
+  world_.preferences.values = {};
+  world_.tools.assessment = world_.bundle() + ": accepted\n";
+  tks_.start(finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_THAT(log_.texts(8), Not(Contains("App broken, about to clean up the broken tks app.")));
+  EXPECT_TRUE(std::filesystem::exists(world_.executable()));
+}
+
+TEST_F(FacadeStart, NobodyLooksForABrokenLauncherWhenNobodyIsTold) {
+  world_.preferences.values = {};
+  tks_.start(finish(), nullptr);
+  ASSERT_TRUE(waitForStatus(TKSI_APP_STATUS_UNCONNECTED));
+  settle();
+  EXPECT_EQ(world_.tools.runs, 0);
+  EXPECT_TRUE(std::filesystem::exists(world_.executable()));
+}
+
+TEST_F(FacadeStart, MissingLauncherCountsAsBroken) {
+  tks_.setTKSAppPath("/nowhere/A.app");
+  tks_.start(finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_TRUE(log_.has(8, "App broken, about to clean up the broken tks app."));
+}
+
 TEST_F(FacadeStart, ProcessThatCannotBeStartedIsAFailedLaunch) {
   world_.processes.refuseToStart();
   tks_.start(finish(), error());

@@ -158,6 +158,23 @@ class PlayedProcesses final : public platform::ChildProcesses, public platform::
   platform::Replaced<platform::RunningApplications> replacedApplications_{*this};
 };
 
+/// Tools that answer what the test says; the assessment is the first one that is asked.
+class PlayedTools final : public platform::SystemTools {
+ public:
+  std::string assessment = "rejected\n";
+  std::atomic<int> runs = 0;
+  platform::ToolResult run(const platform::ToolRequest& request) override {
+    ++runs;
+    return {.started = true,
+            .output = request.tool == platform::Tool::spctl ? assessment : "print\n",
+            .exitCode = 0,
+            .error = {}};
+  }
+
+ private:
+  platform::Replaced<platform::SystemTools> replaced_{*this};
+};
+
 /// Preferences that hold what the test says, first of all that this is a lab device.
 class PlayedPreferences final : public platform::Preferences {
  public:
@@ -183,6 +200,7 @@ class FakeWorld {
   PlayedBundles bundles;
   PlayedPreferences preferences;
   PlayedProcesses processes;
+  PlayedTools tools;
   MemoryChannels channels;
   TemporaryFolder folder;
 
