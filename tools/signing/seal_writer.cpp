@@ -123,8 +123,11 @@ class SealWalk {
       return;
     }
     TKSDictionary entry;
-    if (options_.sha1) entry.set("hash", hashOfFile(path, HashType::sha1));
-    if (options_.sha256) entry.set("hash2", hashOfFile(path, HashType::sha256));
+    entry.set("hash", hashOfFile(path, HashType::sha1));
+    for (const HashType type : options_.hashTypes) {
+      if (type == HashType::sha1) continue;
+      entry.set("hash" + std::to_string(static_cast<int>(type)), hashOfFile(path, type));
+    }
     if (relative.find(".lproj/") != std::string::npos && relative.find("Base.lproj/") == std::string::npos) {
       entry.set("optional", true);
     }

@@ -2,15 +2,18 @@
 
 #include <tksinterface/TKSValue.h>
 
+#include <vector>
+
 #include "platform/linux/signatures/code_layout.h"
+#include "platform/linux/signatures/digest.h"
 
 namespace tks::signing {
 
 struct SealOptions {
   /// Only the first version, as bundles had it long ago.
   bool firstVersionOnly = false;
-  bool sha1 = true;
-  bool sha256 = true;
+  /// Hashes of resources beside SHA-1, which is always there.
+  std::vector<codesign::HashType> hashTypes{codesign::HashType::sha256};
 };
 
 /// The seal over a bundle's resources, in XML form. Code inside of it has to be signed already.

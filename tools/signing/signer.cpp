@@ -91,6 +91,7 @@ class Signing {
     fs::create_directories(signatureFolder());
     SealOptions seal;
     seal.firstVersionOnly = options_.firstVersionSeal;
+    seal.hashTypes = options_.hashTypes;
     TKSData content = makeSeal(layout_, seal);
     writeFile(signatureFolder() + "/CodeResources", content);
     return content;

@@ -79,7 +79,9 @@ std::optional<ByteSource> SignatureComponents::findInImage(std::uint32_t slot) {
     return code.part(image_->infoPlist->offset, image_->infoPlist->size);
   }
   if (!image_->signature || image_->signature->offset == 0) return std::nullopt;
-  if (!super_) super_.emplace(code.part(image_->signature->offset, image_->signature->size));
+  const ImageLayout::Range& area = *image_->signature;
+  if (area.offset > code.size() || area.size > code.size() - area.offset) fail(status::kSignatureInvalid);
+  if (!super_) super_.emplace(code.part(area.offset, area.size));
   return super_->component(slot);
 }
 

@@ -1,0 +1,131 @@
+#include <gtest/gtest.h>
+
+#include "tests/signatures/Fixtures.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace tks::test;
+using tks::signing::SigningOptions;
+
+class Damage : public ::testing::Test {
+ protected:
+  Damage() {
+    makeApp(app, elfProgram());
+    signAs(app);
+  }
+  std::string part(const char* name) const { return app + "/Contents/_CodeSignature/" + name; }
+
+  TemporaryFolder folder;
+  std::string app = folder / "A.app";
+};
+
+TEST_F(Damage, EveryFlippedByteOfWhatIsSignedIsNoticed) {
+  const std::string files[] = {part("CodeDirectory"), part("CodeRequirements"), part("CodeResources"),
+                               app + "/Contents/Info.plist", app + "/Contents/Resources/notes.txt"};
+  for (const std::string& file : files) {
+    const std::size_t size = fs::file_size(file);
+    for (std::size_t at = 0; at < size; at += size < 400 ? 1 : 23) {
+      flip(file, at);
+      EXPECT_NE(statusOf(app), 0) << file << " at " << at;
+      flip(file, at);
+    }
+  }
+  for (std::size_t at = 0; at < 5000; at += 241) {
+    flip(app + "/Contents/MacOS/A", at, 0x80);
+    EXPECT_EQ(statusOf(app), -67061) << at;
+    flip(app + "/Contents/MacOS/A", at, 0x80);
+  }
+  EXPECT_EQ(statusOf(app), 0);
+}
+
+TEST_F(Damage, FlippedBytesOfTheMessageAreNoticedOrHarmless) {
+  const std::string file = part("CodeSignature");
+  const std::size_t size = fs::file_size(file);
+  std::size_t unnoticed = 0;
+  for (std::size_t at = 0; at < size; at += 5) {
+    flip(file, at);
+    unnoticed += statusOf(app) == 0 ? 1 : 0;
+    flip(file, at);
+  }
+  // A few bytes say nothing: version numbers, and texts that mean the same.
+  EXPECT_LT(unnoticed, 12u);
+  EXPECT_EQ(statusOf(app), 0);
+}
+
+TEST_F(Damage, APartCutAnywhereIsRefused) {
+  for (const char* name : {"CodeDirectory", "CodeSignature", "CodeResources"}) {
+    const std::string whole = contentOf(part(name));
+    for (std::size_t size = 0; size < whole.size(); size += 37) {
+      writeFile(part(name), whole.substr(0, size));
+      EXPECT_NE(statusOf(app), 0) << name << " cut at " << size;
+    }
+    writeFile(part(name), whole);
+  }
+}
+
+TEST(DamagedImage, CutAnywhereIsRefused) {
+  TemporaryFolder folder;
+  const std::string file = folder / "tool";
+  writeBytes(file, tks::signing::makeImage({}));
+  signAs(file, "maker");
+  const std::string whole = contentOf(file);
+  for (std::size_t size = 0; size < whole.size(); size += 311) {
+    writeFile(file, whole.substr(0, size));
+    EXPECT_NE(statusOf(file), 0) << size;
+  }
+}
+
+TEST(DamagedImage, WithAnyByteOfItsContainerChangedHasAStatusAndNoCrash) {
+  TemporaryFolder folder;
+  const std::string file = folder / "tool";
+  writeBytes(file, tks::signing::makeImage({}));
+  signAs(file, "maker");
+  const std::size_t limit = tks::signing::makeImage({}).size() / 16 * 16;
+  for (std::size_t at = 0; at < 300; ++at) {
+    flip(file, at, 0xff);
+    EXPECT_NE(statusOf(file), 0) << at;  // all of it is hashed
+    flip(file, at, 0xff);
+  }
+  for (std::size_t at = limit; at < limit + 200; ++at) {
+    for (const std::uint8_t mask : {std::uint8_t{0x01}, std::uint8_t{0x80}, std::uint8_t{0xff}}) {
+      flip(file, at, mask);
+      statusOf(file);
+      flip(file, at, mask);
+    }
+  }
+  EXPECT_EQ(statusOf(file), 0);
+}
+
+TEST(DamagedImage, WithAHugeSignatureOrOneThatRefersToItselfIsRefusedAtOnce) {
+  TemporaryFolder folder;
+  const std::string file = folder / "tool";
+  const auto signedBy = [&](std::size_t room, const tks::signing::SignImage& sign) {
+    writeBytes(file, tks::signing::embedSignature(tks::signing::makeImage({}), room, sign));
+    return statusOf(file);
+  };
+  const auto superBlob = [](std::uint32_t count, std::uint32_t length, std::uint32_t offset) {
+    TKSData blob;
+    tks::signing::append32(blob, 0xfade0cc0);
+    tks::signing::append32(blob, length);
+    tks::signing::append32(blob, count);
+    tks::signing::append32(blob, 0);
+    tks::signing::append32(blob, offset);
+    return blob;
+  };
+  EXPECT_EQ(signedBy(64, [&](const TKSData&) { return superBlob(1, 20, 0); }), -67062);
+  EXPECT_EQ(signedBy(64, [&](const TKSData&) { return superBlob(1, 20, 12); }), -67045);
+  EXPECT_EQ(signedBy(64, [&](const TKSData&) { return superBlob(UINT32_MAX, 64, 20); }), -67045);
+  EXPECT_EQ(signedBy(64, [&](const TKSData&) { return superBlob(1, UINT32_MAX, 20); }), -67045);
+  EXPECT_EQ(signedBy(64, [&](const TKSData&) { return TKSData(); }), -67045);
+  const std::size_t huge = std::size_t{100} << 20;
+  EXPECT_NE(signedBy(huge,
+                     [&](const TKSData&) {
+                       return tks::signing::makeSuperBlob(
+                           {{0, tks::signing::makeBlob(0xfade0c02, TKSData(1000))},
+                            {0x10000, tks::signing::makeBlob(0xfade0b01, TKSData(huge - 5000))}});
+                     }),
+            0);
+}
+
+}  // namespace
