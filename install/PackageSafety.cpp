@@ -7,6 +7,7 @@
 #include "foundation/IntegerValue.h"
 #include "foundation/Logging.h"
 #include "install/PackageVersions.h"
+#include "install/Trust.h"
 #include "platform/platform.h"
 
 // Whether an unpacked package may be installed: who signed it, and whether it is the version that it is said to be.
@@ -25,7 +26,7 @@ bool TKSUtilBase::isSafeToInstall(std::string_view packagePath, std::string_view
     return refuse(tks::formatted("Package not exist: %@", packagePath), error);
   }
   const bool isFolder = tks::platform::files().isDirectory(packagePath);
-  if (!checkTrust(packagePath, error)) return false;
+  if (!tks::checkTrustForInstalling(packagePath, error)) return false;
   if (!isFolder && packagePath.ends_with(".dylib")) return true;
   const TKSValue found = getBundleVersion(packagePath);
   const std::string packageVersion = tks::install::comparableVersion(found.isNothing() ? "" : found.description());
