@@ -1,0 +1,178 @@
+// Signatures, measured against the cryptography that nobody can do without: OpenSSL's SHA-256 of as many bytes in
+// memory on all processors, and a bare CMS_verify with its chain.
+//
+// A benchmark "ours/X" comes with "limit/X" on the same content; targets stand in benchmarks/targets.txt.
+
+#include <benchmark/benchmark.h>
+#include <openssl/bio.h>
+#include <openssl/cms.h>
+#include <openssl/evp.h>
+#include <openssl/x509_vfy.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/signatures/cms_signature.h"
+#include "platform/linux/signatures/code_directory.h"
+#include "platform/platform.h"
+#include "tools/signing/directory_writer.h"
+#include "tools/signing/mach_o_writer.h"
+#include "tools/signing/message.h"
+#include "tools/signing/signer.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using tks::codesign::ByteSource;
+
+constexpr std::size_t kResources = 2000;
+constexpr std::size_t kResourceSize = 100'000;
+constexpr std::size_t kExecutableSize = 12'000'000;
+
+const tks::signing::Identity& identity() {
+  static const tks::signing::Identity made = tks::signing::makeIdentity({});
+  return made;
+}
+
+void writeFile(const std::string& path, const void* content, std::size_t size) {
+  fs::create_directories(fs::path(path).parent_path());
+  std::ofstream(path, std::ios::binary).write(static_cast<const char*>(content), static_cast<std::streamsize>(size));
+}
+
+/// A signed application of 212 MB in 2,002 files, in a folder that goes with the program.
+class LargeApp {
+ public:
+  LargeApp() {
+    folder_ = fs::temp_directory_path() / "tks-benchmark-XXXXXX";
+    if (::mkdtemp(folder_.data()) == nullptr) std::abort();
+    const std::string info =
+        "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>A</string></dict></plist>";
+    writeFile(path() + "/Contents/Info.plist", info.data(), info.size());
+    tks::signing::ImagePlan plan;
+    plan.size = kExecutableSize;
+    const TKSData image = tks::signing::makeImage(plan);
+    writeFile(path() + "/Contents/MacOS/A", image.data(), image.size());
+    TKSData content(kResourceSize);
+    for (std::size_t i = 0; i < kResources; ++i) {
+      for (std::size_t at = 0; at < content.size(); ++at) content[at] = static_cast<std::uint8_t>(at * 7 + i);
+      const std::string name = "/Contents/Resources/" + std::to_string(i % 20) + "/" + std::to_string(i);
+      writeFile(path() + name, content.data(), content.size());
+    }
+    tks::signing::SigningOptions options;
+    options.identity = &identity();
+    tks::signing::sign(path(), options);
+  }
+  ~LargeApp() {
+    std::error_code ignored;
+    fs::remove_all(folder_, ignored);
+  }
+  LargeApp(const LargeApp&) = delete;
+  LargeApp& operator=(const LargeApp&) = delete;
+
+  std::string path() const { return folder_ + "/A.app"; }
+
+ private:
+  std::string folder_;
+};
+
+void bundleLimit(benchmark::State& state) {
+  const std::size_t threads = std::max(std::thread::hardware_concurrency(), 1u);
+  const std::size_t share = (kResources * kResourceSize + kExecutableSize) / threads;
+  const std::vector<std::uint8_t> bytes(std::size_t{1} << 20, 7);
+  for (auto _ : state) {
+    std::vector<std::thread> workers;
+    for (std::size_t i = 0; i < threads; ++i) {
+      workers.emplace_back([&] {
+        EVP_MD_CTX* context = ::EVP_MD_CTX_new();
+        ::EVP_DigestInit_ex(context, ::EVP_sha256(), nullptr);
+        for (std::size_t done = 0; done < share; done += bytes.size()) {
+          ::EVP_DigestUpdate(context, bytes.data(), std::min(bytes.size(), share - done));
+        }
+        unsigned char digest[EVP_MAX_MD_SIZE];
+        ::EVP_DigestFinal_ex(context, digest, nullptr);
+        benchmark::DoNotOptimize(digest);
+        ::EVP_MD_CTX_free(context);
+      });
+    }
+    for (std::thread& worker : workers) worker.join();
+  }
+}
+
+void bundleOurs(benchmark::State& state) {
+  static const LargeApp app;
+  for (auto _ : state) {
+    std::unique_ptr<tks::platform::StaticCode> code;
+    std::string details;
+    if (tks::platform::signatures().create(app.path(), code) != 0 || code->checkValidity(details) != 0) {
+      state.SkipWithError(details.c_str());
+      return;
+    }
+  }
+}
+
+/// A directory and the message that signs it.
+struct Signed {
+  TKSData message;
+  TKSData directory;
+  tks::codesign::DirectorySet directories;
+
+  Signed() {
+    tks::signing::DirectoryPlan plan;
+    plan.identifier = "com.example.benchmark";
+    plan.team = "T4RV0K0VRA";
+    directory = tks::signing::makeDirectory(plan, TKSData(200'000));
+    message = tks::signing::signDirectories(identity(), {{tks::codesign::HashType::sha256, directory}}, {});
+    directories.add(tks::codesign::CodeDirectory(ByteSource(directory)), true);
+    directories.choose();
+  }
+};
+
+const Signed& signedDirectory() {
+  static const Signed made;
+  return made;
+}
+
+int anyCriticalExtension(int good, X509_STORE_CTX* context) {
+  return good == 1 || ::X509_STORE_CTX_get_error(context) == X509_V_ERR_UNHANDLED_CRITICAL_EXTENSION ? 1 : 0;
+}
+
+void cmsLimit(benchmark::State& state) {
+  const Signed& made = signedDirectory();
+  X509_STORE* store = ::X509_STORE_new();
+  ::X509_STORE_add_cert(store, identity().chain.back().get());
+  ::X509_STORE_set_purpose(store, X509_PURPOSE_ANY);
+  ::X509_STORE_set_verify_cb(store, anyCriticalExtension);
+  for (auto _ : state) {
+    const unsigned char* at = made.message.data();
+    CMS_ContentInfo* message = ::d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(made.message.size()));
+    BIO* content = ::BIO_new_mem_buf(made.directory.data(), static_cast<int>(made.directory.size()));
+    if (::CMS_verify(message, nullptr, store, content, nullptr, CMS_BINARY) != 1) state.SkipWithError("not verified");
+    ::BIO_free(content);
+    ::CMS_ContentInfo_free(message);
+  }
+  ::X509_STORE_free(store);
+}
+
+void cmsOurs(benchmark::State& state) {
+  const Signed& made = signedDirectory();
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(
+        tks::codesign::verifySignature(made.message, made.directories, tks::codesign::AppleRoots::builtIn()));
+  }
+}
+
+BENCHMARK(bundleLimit)->Name("limit/bundle_check_212mb")->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(bundleOurs)->Name("ours/bundle_check_212mb")->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(cmsLimit)->Name("limit/cms_verify")->Unit(benchmark::kMicrosecond);
+BENCHMARK(cmsOurs)->Name("ours/cms_verify")->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
