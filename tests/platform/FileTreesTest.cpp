@@ -138,7 +138,7 @@ TEST_F(FileTrees, RemovingStopsAtWhatMayNotBeRemovedAndNamesIt) {
 }
 
 TEST_F(FileTrees, ATreeDeeperThanAnyPathIsCopiedAndRemoved) {
-  ASSERT_NO_FATAL_FAILURE(makeDeepTree(folder / "deep", 3000));
+  ASSERT_NO_FATAL_FAILURE(makeDeepTree(folder / "deep", 400));
   EXPECT_TRUE(files().copy(folder / "deep", folder / "copy", &error)) << error.description();
   EXPECT_TRUE(files().remove(folder / "deep", &error)) << error.description();
   EXPECT_TRUE(files().remove(folder / "copy", &error)) << error.description();
