@@ -41,7 +41,9 @@ class ChildProcesses {
   /// input, and this process's standard input reads the child's standard output. Standard error stays shared. The
   /// child's ends are closed here at once, all ends are close-on-exec. The handles that stood on 0 and 1 before are
   /// kept on private descriptors; a second start replaces the pipes of the first and leaves nothing of them behind. On
-  /// failure everything is as it was before. Without it the child shares this process's standard handles.
+  /// failure everything is as it was before.
+  /// Without it the child shares this process's standard handles, but never the pipes of an earlier start with joined
+  /// handles: in place of those, and of handles that are closed here, it gets /dev/null.
   ///
   /// The child is collected when it ends, whether or not anyone asks, also when the host ignores SIGCHLD or collects
   /// all children itself. `ended` is called once on the main thread, and may be empty.
