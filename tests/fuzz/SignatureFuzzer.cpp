@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/linux/apple_double.h"
 #include "platform/linux/signatures/code_directory.h"
 #include "platform/linux/signatures/code_resources.h"
 #include "platform/linux/signatures/requirement.h"
@@ -9,7 +10,7 @@
 #include "platform/linux/signatures/status.h"
 #include "platform/linux/signatures/super_blob.h"
 
-// The parts of signatures that are ours to read: container, directories, seals, requirements, expressions.
+// The parts of signatures that are ours to read: container, directories, seals, requirements, expressions, side-cars.
 
 namespace {
 
@@ -55,6 +56,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   quietly([&] { readSeal(source); });
   if (const auto set = RequirementSet::fromBlob(bytes)) set->text();
   Requirement::fromText({reinterpret_cast<const char*>(data), size});
+  tks::gnulinux::parseAppleDouble(bytes);
   RulePatterns patterns;
   if (patterns.add({reinterpret_cast<const char*>(data), size})) patterns.find("Resources/en.lproj/A.strings");
   return 0;
