@@ -17,11 +17,12 @@ class TKS_EXPORT TKSMainLoop {
   /// Any thread.
   static void stop();
 
-  /// A descriptor that is readable as long as there is work, level-triggered, to be watched with poll, select, epoll or
-  /// a host's own loop. Owned by the library; never close or read it. -1 on macOS. Any thread.
+  /// A descriptor that is readable as long as there is work, to be watched with poll, select, epoll (level-triggered or
+  /// edge-triggered) or a host's own loop. Owned by the library; never close or read it. -1 on macOS. Any thread.
   static int descriptor();
 
-  /// Does all work that is due now and returns; never waits. Call it from one thread only. Called from inside a
+  /// Does all work that is due now and returns; never waits. When work keeps making more, the rest is left for the next
+  /// call, and the descriptor is readable again. Call it from one thread only. Called from inside a
   /// callback or while another thread runs or drains, it does nothing but write a level-8 line.
   static void drain();
 };

@@ -103,11 +103,9 @@ bool EventLoop::hasDescriptors() {
 
 bool EventLoop::makeDescriptors() {
   posix::FileDescriptor epoll(systemCalls().epollCreate(EPOLL_CLOEXEC));
-  if (!posix::raiseAboveStandard(epoll) || !makeWaker()) return false;
-  timer_.reset(systemCalls().timerfdCreate(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
-  const bool outOfDescriptors = !timer_ && (errno == EMFILE || errno == ENFILE || errno == ENOMEM);
-  if (outOfDescriptors || (timer_ && !posix::raiseAboveStandard(timer_)) ||
-      !join(epoll.get(), waker_.get(), kWakerNumber) || (timer_ && !join(epoll.get(), timer_.get(), kTimerNumber))) {
+  if (!posix::raiseAboveStandard(epoll)) return false;
+  if (!makeWaker() || !makeTimer() || !join(epoll.get(), waker_.get(), kWakerNumber) ||
+      (timer_ && !join(epoll.get(), timer_.get(), kTimerNumber))) {
     timer_.reset();
     waker_.reset();
     wakerWriter_.reset();
@@ -133,6 +131,13 @@ bool EventLoop::makeWaker() {
   waker_ = std::move(pipe.reader);
   wakerWriter_ = std::move(pipe.writer);
   return true;
+}
+
+/// A kernel or filter that refuses timer descriptors altogether leaves the loop without one; see millisecondsToWait.
+bool EventLoop::makeTimer() {
+  timer_.reset(systemCalls().timerfdCreate(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+  if (!timer_) return errno != EMFILE && errno != ENFILE && errno != ENOMEM;
+  return posix::raiseAboveStandard(timer_);
 }
 
 bool EventLoop::join(int epoll, int descriptor, std::uint64_t number) {

@@ -83,6 +83,7 @@ class EventLoop {
   bool hasDescriptors();
   bool makeDescriptors();
   bool makeWaker();
+  bool makeTimer();
   bool join(int epoll, int descriptor, std::uint64_t number);
   void wake();
   void clearWaker();
