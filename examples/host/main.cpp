@@ -1,11 +1,10 @@
 // A host: starts a launcher, asks it to launch a meeting, and shows the conversation.
 //
-//   host [--launcher PATH] [--site ADDRESS] [--files] [--lab-device] [--verbose]
+//   host [--launcher PATH] [--site ADDRESS] [--files] [--verbose]
 //
 //   --launcher PATH   launcher bundle; otherwise the one that is installed
 //   --site ADDRESS    the site of the meeting
 //   --files           talk over files: the bundle's identifier decides, so that this runs itself in Ember.app
-//   --lab-device      count as a lab device while this runs: launchers need no signature then
 //   --verbose         show every log line
 
 #include <tksinterface/tksinterface.h>
@@ -23,7 +22,6 @@ struct Options {
   std::string launcher;
   std::string site = "https://meet.tarvo.example";
   bool files = false;
-  bool labDevice = false;
   bool verbose = false;
 };
 
@@ -34,7 +32,6 @@ Options read(const std::vector<std::string>& words) {
     if (words[i] == "--launcher") options.launcher = value();
     if (words[i] == "--site") options.site = value();
     options.files |= words[i] == "--files";
-    options.labDevice |= words[i] == "--lab-device";
     options.verbose |= words[i] == "--verbose";
   }
   return options;
@@ -72,11 +69,11 @@ int main(int count, char** arguments) {
   TKSInterface& tks = TKSInterface::sharedInstance();
   tks.setLogBlock([verbose = options.verbose](std::int32_t, const std::string& line) { show(line, verbose); });
   if (!options.launcher.empty()) tks.setTKSAppPath(std::filesystem::absolute(options.launcher).string());
-  const TKSKeyPath labDevice = {std::string(TKSUserDefaultsKeyIsLabDevice)};
-  if (options.labDevice) TKSUtilBase::setPreference(labDevice, true);
 
   int exitCode = 1;
-  const TKSDictionary parameters = {{tks_param_key_gpcurlroot, options.site}, {"username", "Ann Example"}};
+  const TKSDictionary parameters = {{tks_param_key_gpcsitedomain, options.site},
+                                    {tks_param_key_meetingkey, "123 456 789"},
+                                    {"attendee", "ann.example@tarvo.example"}};
   tks.launchMeetingWithParam(
       parameters,
       [&] {
@@ -94,6 +91,5 @@ int main(int count, char** arguments) {
     TKSMainLoop::drain();
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-  if (options.labDevice) TKSUtilBase::setPreference(labDevice, false);
   return exitCode;
 }
