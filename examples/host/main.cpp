@@ -4,7 +4,8 @@
 //
 //   --launcher PATH   launcher bundle; otherwise the one that is installed
 //   --site ADDRESS    the site of the meeting
-//   --files           talk over files: the bundle's identifier decides, so that this runs itself in Ember.app
+//   --files           talk over files: the channel follows from the host's bundle identifier, so that the same
+//                     program is run from the bundle Ember.app beside it
 //   --verbose         show every log line
 
 #include <tksinterface/tksinterface.h>
