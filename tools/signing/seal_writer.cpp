@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/extended_attributes.h"
 #include "platform/linux/signatures/code_resources.h"
 #include "platform/linux/signatures/digest.h"
 #include "platform/linux/signatures/signature_components.h"
@@ -103,6 +104,8 @@ class SealWalk {
       if (isCode || verdict.excluded) at.disable_recursion_pending();
       if (isCode) addCode(relative, path);
     } else if (at->is_regular_file() && verdict.sealed) {
+      // Attributes that the volume has no room for, such as the signature of the code beside it, are no resource.
+      if (gnulinux::isSideCar(path)) return;
       if (verdict.nested) {
         addCode(relative, path);
       } else {
