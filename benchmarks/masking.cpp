@@ -63,7 +63,7 @@ void copyAndPass(benchmark::State& state, const std::string& text) {
     benchmark::DoNotOptimize(std::memchr(copy.data(), '\x01', copy.size()));
     benchmark::DoNotOptimize(copy.data());
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
 /// One copy with every byte in lower case, as a masker would make that searches such a copy.
@@ -73,12 +73,12 @@ void lowerCasingPass(benchmark::State& state, const std::string& text) {
     for (char& byte : copy) byte = static_cast<char>(std::tolower(static_cast<unsigned char>(byte)));
     benchmark::DoNotOptimize(copy.data());
   }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
 void masking(benchmark::State& state, const std::string& text, double atMost) {
   for (auto _ : state) benchmark::DoNotOptimize(removePII(text));
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
   state.counters["at_most"] = atMost;
 }
 
