@@ -34,6 +34,10 @@ using tks::test::WireSink;
 class SendingQueueTest : public testing::Test {
  protected:
   SendingQueueTest() { queue_->open(std::make_shared<WireSink>(wire_)); }
+  /// What still waits keeps its queue; on a wire that nobody reads any more, for ever.
+  ~SendingQueueTest() override {
+    if (queue_) queue_->abandon();
+  }
 
   std::shared_ptr<Wire> wire_ = std::make_shared<Wire>();
   std::shared_ptr<SendingQueue> queue_ = std::make_shared<SendingQueue>();
