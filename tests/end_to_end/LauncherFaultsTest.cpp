@@ -69,14 +69,14 @@ TEST_P(LauncherFault, EndInPlaceOfTheGoodbyeComesBehindTheLaunchedMeeting) {
 
 TEST_P(LauncherFault, LauncherThatEndsAtOnceIsAFailedLaunch) {
   for (const std::vector<std::string>& switches :
-       {std::vector<std::string>{"--exit", "3"}, {"--abort"}, {"--signal", "11"}}) {
+       {std::vector<std::string>{"--exit", "3"}, {"--abort"}, {"--signal", "15"}}) {
     const std::vector<std::string> told = launch(switches);
     ASSERT_EQ(told.size(), 1u);
     // Whether it was listed as running before it ended is a matter of luck.
     EXPECT_THAT(told.front(), StartsWith("error one TKSIDefaultDomain 0 "));
     const std::string how = switches.front() == "--exit"    ? "exit code: 3"
                             : switches.front() == "--abort" ? "signal: 6"
-                                                            : "signal: 11";
+                                                            : "signal: 15";
     if (told.front().find("Getting running app process timeout (more than 30 s). Path: ") != std::string::npos) {
       EXPECT_THAT(lines_,
                   Contains(testing::AllOf(StartsWith("log 4 Launched process ended early. PID: "), HasSubstr(how))));
