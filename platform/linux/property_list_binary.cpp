@@ -24,9 +24,13 @@ using value::Access;
 constexpr std::string_view kMagic = "bplist00";
 constexpr std::size_t kTrailerSize = 32;
 constexpr double kSecondsTo2001 = 978307200;
-/// Bytes that a list may come to in memory when every reference in it is followed. A list without an object that is
-/// referred to twice stays below this whatever it holds.
-constexpr std::size_t kLargestExpansion = 16 * kLargestSize;
+/// Bytes that a list of so many may come to in memory when every reference in it is followed. An object that is
+/// referred to often makes much of little, and that is what the binary form is for; but a small list stays small enough
+/// to be printed and written in no time.
+constexpr std::size_t largestExpansion(std::size_t size) {
+  constexpr std::size_t kMebibyte = 1024 * 1024;
+  return std::clamp(64 * size, 8 * kMebibyte, 256 * kMebibyte);
+}
 
 /// The high half of the first byte of an object.
 enum Marker : std::uint8_t {
@@ -133,7 +137,8 @@ class BinaryReader {
   std::size_t offsets_ = 0;
   std::size_t objects_ = 0;
   std::size_t top_ = 0;
-  std::size_t budget_ = kLargestExpansion;
+  /// What is left of the largest expansion.
+  std::size_t budget_ = largestExpansion(content_.size());
   std::vector<Open> open_;
   value::Builder builder_;
   std::string buffer_;

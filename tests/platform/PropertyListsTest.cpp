@@ -420,6 +420,21 @@ TEST(PropertyLists, AlteredContentNeverDoesHarm) {
   }
 }
 
+TEST(PropertyLists, ASmallListDoesNotGrowIntoALargeOne) {
+  // A chain of arrays that each hold the next one twice, up to the longest that is read.
+  std::uint8_t depth = 1;
+  while (parsed(doublingBinary(depth)).isArray()) ++depth;
+  EXPECT_GT(depth, 10);
+  EXPECT_LT(depth, 20);
+}
+
+TEST(PropertyLists, ALongTextMayBeReferredToOften) {
+  BinaryList list{.objects = {"\xAF\x11\x03\xE8" + std::string(1000, '\x01'), "\x5F\x10\xC8" + std::string(200, 'x')}};
+  const TKSValue value = parsed(list.build());
+  EXPECT_EQ(value.array().size(), 1000u);
+  EXPECT_EQ(value[999], TKSValue(std::string(200, 'x')));
+}
+
 TEST(PropertyLists, OneObjectMayStandInManyPlaces) {
   const TKSData shared = BinaryList{.objects = {"\xA3\x01\x01\x02", "\xA1\x02", "\x55hello"}}.build();
   EXPECT_EQ(parsed(shared), TKSValue(TKSArray{TKSArray{"hello"}, TKSArray{"hello"}, "hello"}));
