@@ -56,7 +56,6 @@ class WorkCrew {
   std::atomic<std::uint32_t> taken_{0};
   std::atomic<bool> dropped_{false};
   std::vector<pthread_t> threads_;
-  bool started_ = false;
 
   std::mutex mutex_;  // guards what follows
   std::size_t failedPosition_ = 0;
