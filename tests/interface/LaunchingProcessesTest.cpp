@@ -192,6 +192,11 @@ TEST_F(LaunchingProcesses, TheWorkspaceStartsABundle) {
   ASSERT_TRUE(launched) << error.description();
   EXPECT_EQ(::getsid(launched->processIdentifier), launched->processIdentifier);
   EXPECT_TRUE(TKSUtilBase::forceTerminateApp(launched));
+  // It leaves the list of applications a moment before it is gone for good.
+  for (int look = 0; look < 5000 && ::kill(launched->processIdentifier, 0) == 0; ++look) {
+    tks::platform::runningApplications().find(launched->processIdentifier);
+    ::usleep(1000);
+  }
   EXPECT_FALSE(TKSUtilBase::forceTerminateApp(launched)) << "there is nothing left to terminate";
 }
 
