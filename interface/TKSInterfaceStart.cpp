@@ -10,6 +10,7 @@
 #include "foundation/Logging.h"
 #include "interface/LaunchExecutable.h"
 #include "interface/TKSInterfaceState.h"
+#include "messaging/FileHosts.h"
 #include "platform/platform.h"
 
 // Starting the launcher and greeting it.
@@ -18,11 +19,6 @@ using tks::formatted;
 using tks::masked;
 
 namespace {
-
-/// The hosts whose standard input and output belong to somebody else: they talk to the launcher over files.
-bool talksOverFiles(std::string_view bundleIdentifier) {
-  return bundleIdentifier == TKSIBundleIDHuddle || bundleIdentifier == TKSIBundleIDHuddleDebug;
-}
 
 /// What the launcher wrote before it ended is read first.
 constexpr std::chrono::milliseconds kTimeForLastWords{250};
@@ -107,7 +103,7 @@ std::optional<std::vector<std::string>> TKSInterface::prepareChannel() {
   std::vector<std::string> arguments = {option(TKSLaunchArgNameLaunchMethod),
                                         std::string(TKSLaunchArgValueLaunchMethodTKSInterface),
                                         option(TKSLaunchArgNameCommunicate)};
-  if (!talksOverFiles(bundleID)) {
+  if (!tks::messaging::talksOverFiles(bundleID)) {
     arguments.emplace_back(TKSLaunchArgValueCommunicatePipe);
     return arguments;
   }

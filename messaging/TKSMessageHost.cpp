@@ -10,6 +10,7 @@
 #include <tksinterface/TKSLaunchVocabulary.h>
 
 #include "foundation/Logging.h"
+#include "messaging/FileHosts.h"
 #include "messaging/Frame.h"
 #include "messaging/FrameReader.h"
 #include "messaging/MessageText.h"
@@ -39,11 +40,6 @@ std::string folderOf(std::string_view path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) return {};
   return std::string(path.substr(0, slash == 0 ? 1 : slash));
-}
-
-/// The identifier of the two hosts that talk to the launcher over files.
-bool talksOverFiles(std::string_view bundleIdentifier) {
-  return bundleIdentifier == TKSIBundleIDHuddle || bundleIdentifier == TKSIBundleIDHuddleDebug;
 }
 
 std::string launchArgument(std::string_view name) {
@@ -129,7 +125,7 @@ TKSMessageHost& TKSMessageHost::sharedMessengeHost() {
 void TKSMessageHost::chooseChannel() {
   const std::optional<std::string> identifier = tks::platform::bundles().mainBundleIdentifier();
   TKSILog::logWithLevel(TKSILogLevelInfo, "Got bundleIdentifier:%@", identifier ? identifier->c_str() : nullptr);
-  ipcByFile = talksOverFiles(identifier.value_or("")) || isFileChannelAskedFor();
+  ipcByFile = tks::messaging::talksOverFiles(identifier.value_or("")) || isFileChannelAskedFor();
   if (ipcByFile) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "TKSInterface communicates with TKS by FILE.");
   } else {
