@@ -82,11 +82,13 @@ void TKSInterface::launchAndConnect(TKSFinishBlock finishBlock, TKSErrorBlock er
   }
   const std::string exePath = appManager->TKSExePath;
   const std::uint64_t launch = ++state_->launches;
+  state_->launcherIsStarting = true;
   tks::launchExecutable(
       exePath, *arguments,
       [state = state_, exePath, finish = std::move(finishBlock), error = std::move(errorBlock)](
           const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& reason) {
         if (state->facade == nullptr) return;
+        state->launcherIsStarting = false;
         if (application) {
           state->facade->connect(*application, finish, error);
         } else {

@@ -31,6 +31,8 @@ struct TKSInterface::State : std::enable_shared_from_this<TKSInterface::State> {
   /// A greeting was sent after the request to disconnect: the launcher will not answer it, and it is made again.
   bool greetAgain = false;
 
+  /// A launcher is being started in the background: its result decides what becomes of the status.
+  bool launcherIsStarting = false;
   /// Launchers started so far: the last one is the one that the conversation is with.
   std::uint64_t launches = 0;
   std::unique_ptr<tks::platform::MainLoop::Timer> endTimer;

@@ -48,8 +48,8 @@ void TKSInterface::disconnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlo
   cleanupConnectStatus4FileIPC();
 }
 
-/// A launch that is under way goes on: its result opens the message host again. A greeting that is under way can no
-/// longer be answered, so whoever waits for it is told.
+/// A launcher that is being started goes on: its result opens the message host again and greets for everybody who
+/// waits. A greeting that is under way can no longer be answered, so whoever waits for it is told.
 void TKSInterface::refuseToStop(std::int32_t status, const TKSErrorBlock& errorBlock) {
   cleanupConnectStatus4FileIPC();
   messageHandler->stopMessageHost();
@@ -57,7 +57,7 @@ void TKSInterface::refuseToStop(std::int32_t status, const TKSErrorBlock& errorB
   TKSILog::logWithLevel(TKSILogLevelWarning, "Stop failed: %@", message);
   const bool greetingWaits = state_->greetings.isWaiting();
   tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
-  if (!greetingWaits || !state_->greetings.isWaiting()) return;
+  if (state_->launcherIsStarting || !greetingWaits || !state_->greetings.isWaiting()) return;
   appManager->handleStatusChange(TKSI_APP_STATUS_UNCONNECTED);
   messageHandler->handleErrorString("Message host stopped before TKS answered hello.");
 }

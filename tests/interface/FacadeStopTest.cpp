@@ -149,6 +149,22 @@ TEST_F(FacadeStop, StartAfterItBeginsAgainWithANewLauncher) {
   EXPECT_THAT(called(), ElementsAre("stopped", "started"));
 }
 
+TEST_F(FacadeStop, WhileANewLauncherStartsForAGreetingOfTheOldOneLeavesItStarting) {
+  connect();
+  tks_.stop(finish("stopped"), error("stop failed"));
+  tks_.start(finish("started again"), error("start failed"));
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("disconnect", "hello"));
+  world_.processes.onStart = [this] { tks_.stop(finish("stopped twice"), error("second stop failed")); };
+  world_.says("disconnect_ack");
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
+  EXPECT_THAT(called(), ElementsAre("stopped", "second stop failed: Unexpected app status: 2"));
+  EXPECT_EQ(status(), TKSI_APP_STATUS_STARTING);
+  world_.says("hello_ack");
+  ASSERT_TRUE(waitForStatus(TKSI_APP_STATUS_CONNECTED));
+  EXPECT_THAT(called(), ElementsAre("started again"));
+  EXPECT_EQ(world_.processes.count(), 2u);
+}
+
 class FacadeStopOfAFileHost : public FacadeStop {
  protected:
   FacadeStopOfAFileHost() { world_.bundles.identifier = "Tarvo-Systems.Ember"; }

@@ -81,8 +81,12 @@ class PlayedProcesses final : public platform::ChildProcesses, public platform::
 
   static constexpr std::int32_t kFirstPid = 4711;
 
+  /// Called on the thread that starts a process, before it is there.
+  std::function<void()> onStart;
+
   std::int32_t start(const platform::ChildRequest& request, std::function<void(platform::ChildEnd)> ended,
                      TKSError* error) override {
+    if (onStart) onStart();
     const std::scoped_lock lock(mutex_);
     if (refuse_) {
       if (error != nullptr) *error = {"POSIX", 12, "No more processes"};
