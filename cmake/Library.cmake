@@ -44,6 +44,9 @@ else()
        CONTENT "{\n  global:\n    @tks_symbol_lines@;\n  local:\n    *;\n};\n" @ONLY)
   target_link_options(tksinterface PRIVATE LINKER:--version-script=${tks_version_script} LINKER:--exclude-libs,ALL)
   set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_version_script})
+  # Threads of background work end when they are idle, and nobody waits for them: the library stays mapped when a host
+  # that had loaded it lets go of it.
+  target_link_options(tksinterface PRIVATE LINKER:-z,nodelete)
   if(NOT TKS_SANITIZE)
     target_link_options(tksinterface PRIVATE LINKER:-z,defs)
   endif()

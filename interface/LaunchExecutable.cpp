@@ -189,17 +189,20 @@ std::string tks::described(platform::ChildEnd end) {
 
 void tks::launchExecutable(std::string_view exePath, const std::vector<std::string>& args,
                            TKSLaunchResultBlock launchResult, std::function<void(platform::ChildEnd)> ended) {
-  auto run = [exePath = std::string(exePath), args, launchResult = std::move(launchResult), ended = std::move(ended)] {
+  // What the host handed in goes to the main thread whole: not even a destructor of it runs anywhere else.
+  auto run = [exePath = std::string(exePath), args, launchResult = std::move(launchResult),
+              ended = std::move(ended)]() mutable {
     const auto watch = std::make_shared<ChildWatch>();
     TKSError failure;
     std::optional<TKSRunningApplication> application = launchAndWait(exePath, args, watch, &failure);
     if (!launchResult) return;
     std::optional<TKSError> error;
     if (failure != TKSError()) error = std::move(failure);
-    platform::mainLoop().post([=, application = std::move(application), error = std::move(error)] {
-      callHost("launchResult", launchResult, application, error);
+    platform::mainLoop().post([watch, launchResult = std::move(launchResult), ended = std::move(ended),
+                               application = std::move(application), error = std::move(error)]() mutable {
+      callHost("launchResult", take(launchResult), application, error);
       if (!application) return;
-      watch->ended = ended;
+      watch->ended = std::move(ended);
       watch->tellEnd();
     });
   };

@@ -251,6 +251,26 @@ TEST_F(LaunchExecutable, TheResultComesOnTheMainThread) {
   EXPECT_EQ(resultError, std::nullopt) << "a warm-up is no failure";
 }
 
+TEST_F(LaunchExecutable, WhatTheResultCallbackHoldsIsLetGoOfOnTheMainThread) {
+  std::thread::id releasedOn;
+  for (int i = 0; i < 50; ++i) {
+    bool called = false;
+    bool releasedAfterwards = false;
+    const auto release = [&](int* held) {
+      delete held;
+      releasedOn = std::this_thread::get_id();
+      releasedAfterwards = called;
+    };
+    TKSUtilBase::launchAppWithExePath(
+        "/nowhere", {},
+        [&called, held = std::shared_ptr<int>(new int, release)](const std::optional<TKSRunningApplication>&,
+                                                                 const std::optional<TKSError>&) { called = true; });
+    ASSERT_TRUE(drainUntil([&] { return called; }));
+    EXPECT_TRUE(releasedAfterwards) << "it is still held somewhere";
+    EXPECT_EQ(releasedOn, std::this_thread::get_id());
+  }
+}
+
 TEST_F(LaunchExecutable, NobodyNeedsToWaitForTheResult) {
   TKSUtilBase::launchAppWithExePath(executable, {}, TKSLaunchResultBlock());
   EXPECT_TRUE(log.waitFor(2, "Launch exe result 1: [pid: 4711, path: " + executable + ", retryCount: 1]"));
