@@ -105,7 +105,7 @@ class PlayedProcesses final : public platform::ChildProcesses, public platform::
     const auto index = static_cast<std::size_t>(pid - kFirstPid);
     const bool runs =
         others_.contains(pid) || (pid >= kFirstPid && index < processes_.size() && processes_[index].runs);
-    if (!runs) return std::nullopt;
+    if (!runs || hidden_) return std::nullopt;
     return TKSRunningApplication{pid, "com.tarvo.kovra.Tarvo-Kovra-Start", "Tarvo Kovra Start", "/Users/jane/A.app", 1};
   }
   std::vector<TKSRunningApplication> list() override { return {}; }
@@ -122,6 +122,11 @@ class PlayedProcesses final : public platform::ChildProcesses, public platform::
   void refuseToStart(bool refuse = true) {
     const std::scoped_lock lock(mutex_);
     refuse_ = refuse;
+  }
+  /// No process is listed as a running application any more.
+  void hide() {
+    const std::scoped_lock lock(mutex_);
+    hidden_ = true;
   }
   /// Another process that runs; until it was looked for so many times, if said.
   void addRunning(std::int32_t pid, int looks = 0) {
@@ -158,6 +163,7 @@ class PlayedProcesses final : public platform::ChildProcesses, public platform::
   int looksUntilQuit_ = 0;
   int looks_ = 0;
   bool refuse_ = false;
+  bool hidden_ = false;
   platform::Replaced<platform::ChildProcesses> replacedProcesses_{*this};
   platform::Replaced<platform::RunningApplications> replacedApplications_{*this};
 };

@@ -100,6 +100,13 @@ TEST_F(LaunchApplication, TheQuarantineMarkIsRemovedFirst) {
   EXPECT_EQ(lines().front(), info("Remove com.apple.quarantine attr done, result: 0. AppPath: " + bundle + "."));
 }
 
+TEST_F(LaunchApplication, TheQuarantineMarkStaysWhenTheExecutableIsStarted) {
+  if (::setxattr(bundle.c_str(), "user.com.apple.quarantine", "0081", 4, 0) != 0) GTEST_SKIP() << "no attributes here";
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(executable, {"-warmup"}, &error), std::nullopt);
+  EXPECT_TRUE(error == TKSError());
+  EXPECT_EQ(::getxattr(bundle.c_str(), "user.com.apple.quarantine", nullptr, 0), 4);
+}
+
 TEST_F(LaunchApplication, PathsAreMasked) {
   applications.launches = {"", "at /Users/jane/x"};
   EXPECT_TRUE(TKSUtilBase::launchApp("/Users/jane/A.app", {}, &error));
