@@ -21,6 +21,7 @@
 #include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/InjectedSystemCall.h"
+#include "tests/support/ProcessFacts.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -368,34 +369,17 @@ TEST_F(ChildProcesses, AThousandStartsLeaveNothingBehind) {
   EXPECT_THAT(children(), IsEmpty());
 }
 
-/// What must not change in a process when a child is started.
-struct ProcessSnapshot {
-  static ProcessSnapshot take() {
-    ProcessSnapshot now;
-    const std::string status = tks::test::contentOf("/proc/self/status");
-    for (const char* field : {"SigQ", "SigBlk", "SigIgn", "SigCgt", "Umask", "Uid"}) {
-      const std::size_t at = status.find(std::string(field) + ":");
-      if (std::string_view(field) != "SigQ") now.facts += status.substr(at, status.find('\n', at) - at) + "\n";
-    }
-    now.facts += std::filesystem::current_path().string() + "\n" + tks::test::contentOf("/proc/self/limits");
-    for (char** variable = environ; *variable != nullptr; ++variable) now.facts += std::string(*variable) + "\n";
-    now.facts += std::setlocale(LC_ALL, nullptr);
-    return now;
-  }
-  std::string facts;
-};
-
 TEST_F(ChildProcesses, StartingChangesNothingOfTheProcess) {
   TKS_IN_FRESH_PROCESS();
   const FakeLauncher launcher({"--mute"});
-  const std::string before = ProcessSnapshot::take().facts;
+  const std::string before = tks::test::processFacts();
   const std::set<int> descriptors = openDescriptors();
   Child child;
   ASSERT_TRUE(child.start(launcher.executable()));
   launcher.endAll();
   ASSERT_TRUE(child.waitForEnd());
   EXPECT_FALSE(child.start("/nowhere/at/all"));
-  EXPECT_EQ(ProcessSnapshot::take().facts, before);
+  EXPECT_EQ(tks::test::processFacts(), before);
   EXPECT_EQ(openDescriptors(), descriptors);
 }
 
