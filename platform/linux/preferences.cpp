@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -27,6 +28,7 @@ using posix::FileDescriptor;
 using posix::retried;
 
 constexpr std::string_view kLocaleKey = "AppleLocale";
+constexpr std::string_view kLanguagesKey = "AppleLanguages";
 constexpr std::size_t kLargestDamagedFile = 64u * 1024 * 1024;
 constexpr std::size_t kLargestCommandLine = 16u * 1024 * 1024;
 /// How long a writer waits for the others. None of them holds the lock for longer than reading and writing one file.
@@ -104,6 +106,17 @@ std::optional<std::string> localeOfEnvironment() {
   return std::nullopt;
 }
 
+/// What every user has, whatever the files hold: preferences are never empty, here or elsewhere. "de_DE" speaks the
+/// language "de-DE".
+TKSDictionary registrationDomain() {
+  const std::optional<std::string> locale = localeOfEnvironment();
+  std::string language = locale.value_or("en");
+  std::replace(language.begin(), language.end(), '_', '-');
+  TKSDictionary values{{kLanguagesKey, TKSArray{language}}};
+  if (locale) values.set(kLocaleKey, *locale);
+  return values;
+}
+
 // Writing.
 
 bool isRegularFile(const FileDescriptor& file) {
@@ -177,10 +190,10 @@ bool store(std::string_view key, const TKSValue& value, TKSError* error) {
 class LinuxPreferences final : public Preferences {
  public:
   TKSDictionary dictionaryRepresentation() override {
-    TKSDictionary merged = readDomain(globalPath());
-    for (const auto& [key, value] : readDomain(ownPath())) merged.set(key, value);
-    if (!merged.contains(kLocaleKey)) merged.set(kLocaleKey, localeOfEnvironment());
-    for (const auto& [key, value] : argumentDomain()) merged.set(key, value);
+    TKSDictionary merged = registrationDomain();
+    for (const TKSDictionary& domain : {readDomain(globalPath()), readDomain(ownPath()), argumentDomain()}) {
+      for (const auto& [key, value] : domain) merged.set(key, value);
+    }
     return merged;
   }
 
@@ -189,7 +202,7 @@ class LinuxPreferences final : public Preferences {
     for (const std::string& path : {ownPath(), globalPath()}) {
       if (TKSValue found = readDomain(path)[key]; !found.isNothing()) return found;
     }
-    return key == kLocaleKey ? TKSValue(localeOfEnvironment()) : TKSValue();
+    return registrationDomain()[key];
   }
 
   TKSValue argument(std::string_view key) override { return argumentDomain()[key]; }

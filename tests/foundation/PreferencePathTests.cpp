@@ -51,6 +51,12 @@ TEST_F(PreferencePath, AMissingKeyIsNothing) {
   EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, "No value for key: missing"}));
 }
 
+TEST_F(PreferencePath, AUserWithoutAnyPreferenceJustMissesTheOneAskedFor) {
+  EXPECT_TRUE(TKSUtilBase::getPreference({"missing"}).isNothing());
+  EXPECT_TRUE(TKSUtilBase::getPreference({"missing", "b"}).isNothing());
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, "No value for key: missing"}));
+}
+
 TEST_F(PreferencePath, SeveralKeysStoreInsideOfDictionaries) {
   EXPECT_TRUE(TKSUtilBase::setPreference({"a", "b"}, 1));
   EXPECT_THAT(log_.lines(), IsEmpty());

@@ -82,7 +82,8 @@ class LabDevice : public ::testing::Test {
 };
 
 TEST_F(LabDevice, IsNoneWithoutThePreference) {
-  ASSERT_TRUE(TKSUtilBase::setPreference({"AppleLocale"}, "en_US"));
+  EXPECT_FALSE(TKSUtilBase::isLabDevice());
+  ASSERT_TRUE(TKSUtilBase::setPreference({"other"}, true));
   EXPECT_FALSE(TKSUtilBase::isLabDevice());
   EXPECT_THAT(log_.lines(), IsEmpty());
 }

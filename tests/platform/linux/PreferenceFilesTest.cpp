@@ -155,4 +155,18 @@ TEST_F(PreferenceFiles, AStoredAppleLocaleComesBeforeTheEnvironment) {
   EXPECT_EQ(child.output(), "AppleLocale=nl_NL,nl_NL,(null)\n");
 }
 
+TEST_F(PreferenceFiles, ThereAreAlwaysLanguages) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"LANG=C", "(\n    en\n)"}, {"LANG=fr", "(\n    fr\n)"}, {"LANG=de_DE.UTF-8", "(\n    \"de-DE\"\n)"}};
+  for (const auto& [variable, languages] : cases) {
+    ChildProcess child = ChildProcess::inRole("print-preferences", {home_.realHome(), "AppleLanguages"},
+                                              {"LC_ALL", "LC_MESSAGES", variable});
+    ASSERT_EQ(child.wait(), 0);
+    EXPECT_EQ(child.output(), "AppleLanguages=" + std::string(languages) + "," + languages + ",(null)\n");
+  }
+  writeList(global_, {{"AppleLanguages", TKSArray{"nl"}}});
+  EXPECT_EQ(preferences().value("AppleLanguages"), TKSValue(TKSArray{"nl"}));
+  EXPECT_EQ(preferences().dictionaryRepresentation()["AppleLanguages"], TKSValue(TKSArray{"nl"}));
+}
+
 }  // namespace
