@@ -1,27 +1,37 @@
-// A host: starts a launcher, asks it to launch a meeting, and shows the conversation.
+// A host: keeps the launcher current from a backup archive, starts it, asks it to launch a meeting, and shows the
+// conversation.
 //
-//   host [--launcher PATH] [--site ADDRESS] [--files] [--verbose]
+//   host [--backup ZIP --version VERSION] [--launcher PATH] [--site ADDRESS] [--hold] [--files] [--verbose]
 //
-//   --launcher PATH   launcher bundle; otherwise the one that is installed
-//   --site ADDRESS    the site of the meeting
-//   --files           talk over files: the channel follows from the host's bundle identifier, so that the same
-//                     program is run from the bundle Ember.app beside it
-//   --verbose         show every log line
+//   --backup ZIP        archive with a launcher, which is installed when it is newer than the installed one
+//   --version VERSION   version of the launcher in the archive
+//   --launcher PATH     launcher bundle; otherwise the one at the standard path
+//   --site ADDRESS      the site of the meeting
+//   --hold              launches no meeting: starts the launcher and stays connected until it ends
+//   --files             talk over files: the channel follows from the host's bundle identifier, so that the same
+//                       program is run from the bundle Ember.app beside it
+//   --verbose           show every log line
 
 #include <tksinterface/tksinterface.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 namespace {
 
 struct Options {
+  std::string backup;
+  std::string version;
   std::string launcher;
   std::string site = "https://meet.tarvo.example";
+  bool hold = false;
   bool files = false;
   bool verbose = false;
 };
@@ -30,24 +40,91 @@ Options read(const std::vector<std::string>& words) {
   Options options;
   for (std::size_t i = 0; i < words.size(); ++i) {
     const auto value = [&] { return i + 1 < words.size() ? words[++i] : std::string(); };
+    if (words[i] == "--backup") options.backup = value();
+    if (words[i] == "--version") options.version = value();
     if (words[i] == "--launcher") options.launcher = value();
     if (words[i] == "--site") options.site = value();
+    options.hold |= words[i] == "--hold";
     options.files |= words[i] == "--files";
     options.verbose |= words[i] == "--verbose";
   }
   return options;
 }
 
+/// Beginnings of the lines that tell the story, beside the conversation and what went wrong.
+constexpr std::string_view kTelling[] = {
+    "Switch TKS app status", "Default TKS", "Backup version", "End process",
+    "Install TKS done",      "App quited",  "Launch again",
+};
+
+bool isTelling(const std::string& line) {
+  for (const std::string_view beginning : kTelling) {
+    if (line.starts_with(beginning)) return true;
+  }
+  return false;
+}
+
 /// Lines may come from any thread. What is received is logged as it is; it is masked here before anybody sees it.
-void show(const std::string& line, bool verbose) {
+void show(std::int32_t level, const std::string& line, bool verbose) {
   constexpr std::string_view kSent = "Send message string: ";
   constexpr std::string_view kReceived = "Receive message string: ";
   const std::string masked = TKSILog::removeSensitiveInformation(line);
   std::string shown;
   if (masked.starts_with(kSent)) shown = "host     > " + masked.substr(kSent.size());
   if (masked.starts_with(kReceived)) shown = "launcher > " + masked.substr(kReceived.size());
-  if (shown.empty() && (verbose || masked.starts_with("Switch TKS app status"))) shown = "           " + masked;
+  if (shown.empty() && level == TKSILogLevelError) shown = "error      " + masked;
+  if (shown.empty() && (verbose || isTelling(masked))) shown = "           " + masked;
   if (!shown.empty()) std::cerr << shown + "\n";
+}
+
+/// Goes on with the host's work, a little at a time, as long as something holds.
+void runWhile(const std::function<bool()>& holds) {
+  while (holds()) {
+    TKSMainLoop::drain();
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+/// Launches a meeting, with all that has to happen before: the launcher is refreshed and started.
+int launchMeeting(TKSInterface& tks, const Options& options) {
+  int exitCode = 1;
+  const TKSDictionary parameters = {{tks_param_key_gpcsitedomain, options.site},
+                                    {tks_param_key_meetingkey, "123 456 789"},
+                                    {"attendee", "ann.example@tarvo.example"}};
+  tks.launchMeetingWithParam(
+      parameters,
+      [&] {
+        std::cerr << "The meeting was launched.\n";
+        exitCode = 0;
+        TKSMainLoop::stop();
+      },
+      [](const TKSError& error) {
+        std::cerr << "The meeting was not launched: " << error.description() << "\n";
+        TKSMainLoop::stop();
+      });
+  TKSMainLoop::run();
+  // The two ends say goodbye behind the launch. A host that runs on has nothing to do for it; this one waits.
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  runWhile([&] { return tks.isTKSAppProcessing() && std::chrono::steady_clock::now() < end; });
+  return exitCode;
+}
+
+/// Starts the launcher and stays connected until it ends.
+int holdLauncher(TKSInterface& tks) {
+  int exitCode = 1;
+  tks.start(
+      [&] {
+        std::cerr << "The launcher is connected.\n";
+        exitCode = 0;
+        TKSMainLoop::stop();
+      },
+      [](const TKSError& error) {
+        std::cerr << "The launcher was not started: " << error.description() << "\n";
+        TKSMainLoop::stop();
+      });
+  TKSMainLoop::run();
+  runWhile([&] { return tks.isTKSAppSuspending(); });
+  return exitCode;
 }
 
 }  // namespace
@@ -68,29 +145,11 @@ int main(int count, char** arguments) {
   }
 
   TKSInterface& tks = TKSInterface::sharedInstance();
-  tks.setLogBlock([verbose = options.verbose](std::int32_t, const std::string& line) { show(line, verbose); });
+  tks.setLogBlock(
+      [verbose = options.verbose](std::int32_t level, const std::string& line) { show(level, line, verbose); });
   if (!options.launcher.empty()) tks.setTKSAppPath(std::filesystem::absolute(options.launcher).string());
-
-  int exitCode = 1;
-  const TKSDictionary parameters = {{tks_param_key_gpcsitedomain, options.site},
-                                    {tks_param_key_meetingkey, "123 456 789"},
-                                    {"attendee", "ann.example@tarvo.example"}};
-  tks.launchMeetingWithParam(
-      parameters,
-      [&] {
-        std::cerr << "The meeting was launched.\n";
-        exitCode = 0;
-        TKSMainLoop::stop();
-      },
-      [](const TKSError& error) {
-        std::cerr << "The meeting was not launched: " << error.description() << "\n";
-        TKSMainLoop::stop();
-      });
-  TKSMainLoop::run();
-  // The two ends say goodbye behind the launch. A host that runs on has nothing to do for it; this one waits.
-  for (int i = 0; i < 2000 && tks.isTKSAppProcessing(); ++i) {
-    TKSMainLoop::drain();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  if (!options.backup.empty()) {
+    tks.setBackupTKSZipPath(std::filesystem::absolute(options.backup).string(), options.version);
   }
-  return exitCode;
+  return options.hold ? holdLauncher(tks) : launchMeeting(tks, options);
 }
