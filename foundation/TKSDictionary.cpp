@@ -62,11 +62,11 @@ TKSDictionary::TKSDictionary(std::vector<std::pair<std::string, TKSValue>> entri
   if (entries.empty()) return;
   TKSDictionary made;
   List* const list = tks::value::writable(made.node_, TKSValue::Kind::dictionary, 2 * entries.size());
-  for (auto& [key, value] : entries) {
-    TKSValue keyValue(key);
+  for (std::pair<std::string, TKSValue>& entry : entries) {
+    TKSValue key(entry.first);
     TKSValue* const at = list->values() + list->size;
-    new (at) TKSValue(std::move(keyValue));
-    new (at + 1) TKSValue(std::move(value));
+    new (at) TKSValue(std::move(key));
+    new (at + 1) TKSValue(std::move(entry.second));
     list->size += 2;
   }
   list->size = tks::value::sortByKey({list->values(), list->size}, true);

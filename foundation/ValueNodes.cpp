@@ -80,7 +80,9 @@ List* writable(Node*& node, TKSValue::Kind kind, std::size_t size) {
   List* const list = makeList(kind, size <= before->size ? before->size : std::max(size, 2 * before->size));
   list->size = before->size;
   if (unique) {
-    std::memcpy(static_cast<void*>(list->values()), before->values(), before->size * sizeof(TKSValue));
+    // The values move as they are: nobody looks at the old ones any more.
+    std::memcpy(static_cast<void*>(list->values()), static_cast<const void*>(before->values()),
+                before->size * sizeof(TKSValue));
     ::operator delete(before);
   } else {
     std::uninitialized_copy_n(before->values(), before->size, list->values());

@@ -54,7 +54,10 @@ void TKSInterface::launchOverRunningJob(const TKSValue& param, TKSFinishBlock fi
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelWarning, "Stop previous job firstly.");
-  stop([=, this] { internalLaunchMeetingWithParam(param, finishBlock, errorBlock); }, errorBlock);
+  TKSFinishBlock stopped = [this, param, finish = std::move(finishBlock), errorBlock] {
+    internalLaunchMeetingWithParam(param, finish, errorBlock);
+  };
+  stop(std::move(stopped), std::move(errorBlock));
 }
 
 void TKSInterface::internalLaunchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock,
@@ -63,11 +66,13 @@ void TKSInterface::internalLaunchMeetingWithParam(const TKSValue& param, TKSFini
     return doOnMainThread([=, this] { internalLaunchMeetingWithParam(param, finishBlock, errorBlock); });
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Internal launch meeting with param: %@", masked(param));
-  start([=, this] { sendLaunch(param, finishBlock, errorBlock); },
-        [=, this](const TKSError& startError) {
-          // A stop that fails reports its own error instead.
-          stop([errorBlock, startError] { tks::callHost("errorBlock", errorBlock, startError); }, errorBlock);
-        });
+  TKSFinishBlock started = [this, param, finish = std::move(finishBlock), errorBlock] {
+    sendLaunch(param, finish, errorBlock);
+  };
+  start(std::move(started), [this, error = std::move(errorBlock)](const TKSError& startError) {
+    // A stop that fails reports its own error instead.
+    stop([error, startError] { tks::callHost("errorBlock", error, startError); }, error);
+  });
 }
 
 void TKSInterface::sendLaunch(const TKSValue& param, const TKSFinishBlock& finishBlock,

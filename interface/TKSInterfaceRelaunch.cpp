@@ -26,14 +26,16 @@ void TKSInterface::relaunchTKSWhenUpdateDone(const TKSValue& param, TKSFinishBlo
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s",
                         "-[TKSInterface relaunchTKSWhenUpdateDone:launchFinishBlock:launchErrorBlock:]");
-  tks::platform::backgroundWork().submit([state = state_, param, launchFinishBlock, launchErrorBlock] {
+  // What the host handed in goes back to the main thread whole: not even a destructor of it runs anywhere else.
+  auto wait = [state = state_, param = param, finish = std::move(launchFinishBlock),
+               error = std::move(launchErrorBlock)]() mutable {
     std::optional<TKSRunningApplication> stillRunning = state->waitForOldLauncher();
-    tks::platform::mainLoop().post([=] {
-      if (state->facade != nullptr) {
-        state->facade->launchAgain(param, stillRunning, launchFinishBlock, launchErrorBlock);
-      }
+    tks::platform::mainLoop().post([state, param = std::move(param), stillRunning = std::move(stillRunning),
+                                    finish = std::move(finish), error = std::move(error)] {
+      if (state->facade != nullptr) state->facade->launchAgain(param, stillRunning, finish, error);
     });
-  });
+  };
+  tks::platform::backgroundWork().submit(std::move(wait));
 }
 
 std::int32_t TKSInterface::State::connectedPid() {

@@ -235,7 +235,7 @@ void TKSIMessageHandler::handleError(const TKSError& error) {
   const TKSErrorBlock hello = take(helloErrorBlock);
   const TKSErrorBlock launch = take(launchErrorBlock);
   const TKSErrorBlock disconnect = take(disconnectErrorBlock);
-  const TKSError reported = error;
+  const TKSError reported = error;  // NOLINT(performance-unnecessary-copy-initialization): callbacks may end it
   const Step step(*this);
   if (hello) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Hello error callback block");
@@ -268,6 +268,7 @@ void TKSIMessageHandler::handleLaunchErrorMessageInfo(const TKSDictionary& info)
 
 void TKSIMessageHandler::handleMessageHostFatalError(const std::string& description) {
   TKSILog::logWithLevel(TKSILogLevelError, "Handle message host fatal error: %@", masked(description));
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization): the callbacks may end what it refers to
   const std::string reported = description;
   if (!queryStatusBlock) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "No query status block.");

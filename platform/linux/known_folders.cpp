@@ -64,7 +64,7 @@ std::string temporaryFolderOfEnvironment() {
 /// The folder of our own below /tmp, made when missing. Others may have put something under its name: only a folder of
 /// this user is taken, never a link, and what was open to others is closed to them.
 std::string ownTemporaryFolder() {
-  const std::string path = "/tmp/tksinterface-" + std::to_string(::geteuid());
+  std::string path = "/tmp/tksinterface-" + std::to_string(::geteuid());
   if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return {};
   const posix::FileDescriptor folder(
       posix::retried([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
