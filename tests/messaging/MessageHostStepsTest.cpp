@@ -1,0 +1,198 @@
+#include <tksinterface/TKSMessageHost.h>
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <tksinterface/TKSConstants.h>
+
+#include "tests/messaging/RecordingDelegate.h"
+#include "tests/support/FakeHostProcess.h"
+#include "tests/support/Frames.h"
+#include "tests/support/HostLoop.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/MemoryChannels.h"
+#include "tests/support/ScopedValue.h"
+#include "tests/support/TemporaryFolder.h"
+
+// The steps of the message host that follow one another in a fixed order, and those that go on after a failure.
+
+namespace {
+
+using namespace std::string_literals;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using tks::test::drainUntil;
+using tks::test::FakeHostProcess;
+using tks::test::frame;
+using tks::test::header;
+using tks::test::LogLine;
+using tks::test::LogRecorder;
+using tks::test::MemoryChannels;
+using tks::test::payloads;
+using tks::test::RecordingDelegate;
+using tks::test::ScopedValue;
+using tks::test::TemporaryFolder;
+
+constexpr const char* kHello = R"({"message":"hello","message_type":"hello"})";
+
+class MessageHostSteps : public testing::Test {
+ protected:
+  MessageHostSteps() {
+    host_.openWithMessengeHandler(&delegate_);
+    log_.clear();
+  }
+  static TKSMessage hello() {
+    TKSMessage message;
+    message.messageType = "hello";
+    message.message = "hello";
+    return message;
+  }
+
+  FakeHostProcess process_;
+  MemoryChannels channels_;
+  RecordingDelegate delegate_;
+  LogRecorder log_;
+  TKSMessageHost host_{tksMessageHostTypeInterface};
+};
+
+TEST_F(MessageHostSteps, SurplusOfAFirstPieceIsWarnedOfBetweenTheSizes) {
+  host_.onMessage(frame(kHello) + "!");
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(LogLine{2, "On message."}, LogLine{2, "messageDataSize: 47"},
+                          LogLine{2, "Valid message data size, get on processing."},
+                          LogLine{2, "No pending data, get size from header 4 bytes."}, LogLine{2, "sizeOfSize: 4"},
+                          LogLine{2, "tellingSize: 42"},
+                          LogLine{4,
+                                  "Dirty data inside message data, 'tellingSize + sizeOfSize < messageDataSize', only "
+                                  "read telling size of data. Get on processing."},
+                          LogLine{2, "actualDataSize: 42"}, LogLine{2, "pendingDataSize: 0"},
+                          LogLine{2, "receivedData size old: 0"}, LogLine{2, "receivedData size new: 42"},
+                          LogLine{2, "Receive message string: "s + kHello}));
+}
+
+TEST_F(MessageHostSteps, MessageThatOutgrowsTheLimitBeforeItIsCompleteIsReportedAndAwaited) {
+  const std::string whole = frame(kHello);
+  host_.onMessage(whole.substr(0, 20));
+  {
+    const ScopedValue limit(tks_max_msg_size, std::int64_t{15});
+    log_.clear();
+    host_.onMessage(whole.substr(20, 10));
+    EXPECT_THAT(delegate_.failures, ElementsAre("Received total message data (26) exceed max size: 15."));
+    EXPECT_EQ(log_.lines().back(), (LogLine{2, "No complete message, wait for next message portion."}));
+    EXPECT_EQ(host_.pendingDataSize, 16u);
+  }
+  host_.onMessage(whole.substr(30));
+  EXPECT_THAT(delegate_.types(), ElementsAre("hello"));
+}
+
+TEST_F(MessageHostSteps, EmptyMessageIsDeliveredToTheParserAndRefused) {
+  host_.onMessage(header(0));
+  ASSERT_EQ(delegate_.failures.size(), 1u);
+  EXPECT_TRUE(log_.has(2, "tellingSize: 0"));
+  EXPECT_TRUE(log_.has(2, "Receive message string: "));
+}
+
+TEST_F(MessageHostSteps, FrameThatThereIsNoMemoryForIsNotSentAndTheNextOneIs) {
+  channels_.output->onWrite = [](std::string_view) { throw std::bad_alloc(); };
+  host_.sendMessage(hello());
+  EXPECT_THAT(log_.texts(8), ElementsAre("Transfer string to data blob failed."));
+  EXPECT_TRUE(host_.isOpened);
+  EXPECT_THAT(delegate_.failures, IsEmpty());
+  channels_.output->onWrite = nullptr;
+  channels_.output->written.clear();
+  host_.sendMessage(hello());
+  EXPECT_THAT(payloads(channels_.output->written), ElementsAre(kHello));
+}
+
+TEST_F(MessageHostSteps, FrameGoesOutInOneWriteWithItsLengthInFront) {
+  TKSMessage message;
+  message.messageType = "\xC3\xA4";
+  host_.sendMessage(message);
+  // Bytes are counted, not characters.
+  EXPECT_EQ(channels_.output->written, "\x15\0\0\0"s + "{\"message_type\":\"\xC3\xA4\"}");
+  EXPECT_EQ(channels_.output->writes, 1u);
+}
+
+TEST_F(MessageHostSteps, DelegateIsNotOwned) {
+  host_.close();
+  {
+    RecordingDelegate shortLived;
+    host_.openWithMessengeHandler(&shortLived);
+    host_.onMessage(frame(kHello));
+    EXPECT_THAT(shortLived.types(), ElementsAre("hello"));
+    host_.close();
+  }
+  host_.handleFatalError("nobody hears");
+  host_.onMessage(frame(kHello));
+  EXPECT_THAT(delegate_.messages, IsEmpty());
+}
+
+class FileHostSteps : public testing::Test {
+ protected:
+  FileHostSteps() { process_.bundleIdentifier = "Tarvo-Systems.Ember"; }
+
+  FakeHostProcess process_;
+  TemporaryFolder folder_;
+  RecordingDelegate delegate_;
+  LogRecorder log_;
+};
+
+TEST_F(FileHostSteps, FolderHasToBeNamedAgainBeforeTheNextOpening) {
+  TKSMessageHost host(tksMessageHostTypeInterface);
+  host.setIPCFileFolderPath(folder_ / "first");
+  host.openWithMessengeHandler(&delegate_);
+  host.close();
+  log_.clear();
+  host.openWithMessengeHandler(&delegate_);
+  EXPECT_FALSE(std::filesystem::exists(folder_ / "first"));
+  EXPECT_EQ(log_.texts(8).size(), 3u);
+  host.close();
+
+  log_.clear();
+  host.setIPCFileFolderPath(folder_ / "second");
+  host.openWithMessengeHandler(&delegate_);
+  EXPECT_TRUE(std::filesystem::exists(folder_ / "second/ipcFile_TKS2Interface"));
+  EXPECT_THAT(log_.texts(8), IsEmpty());
+  host.close();
+}
+
+TEST_F(FileHostSteps, OneFileThatIsThereAlreadyDoesNotKeepTheOtherFromBeingMade) {
+  for (const auto& [there, line, other] : std::initializer_list<std::tuple<std::string, std::string, std::string>>{
+           {"ipcFile_TKS2Interface", "Error! IpcFile_TKS2Interface already exists!",
+            "Create ipcFile_Interface2TKS successfully!"},
+           {"ipcFile_Interface2TKS", "Error! ipcFile_Interface2TKS already exists!",
+            "Create ipcFile_TKS2Interface successfully!"},
+       }) {
+    const std::string ipc = folder_ / there;
+    std::filesystem::create_directories(ipc);
+    tks::test::writeFile(ipc + "/" + there, "");
+    log_.clear();
+    TKSMessageHost host(tksMessageHostTypeInterface);
+    host.setIPCFileFolderPath(ipc);
+    host.openWithMessengeHandler(&delegate_);
+    EXPECT_THAT(log_.texts(8), ElementsAre("Error! Ipc file directory:" + ipc + " already exists!", line));
+    EXPECT_THAT(log_.texts(2), Contains(other));
+    host.close();
+  }
+}
+
+TEST_F(FileHostSteps, FirstPieceOfOneToThreeBytesIsAFatalErrorOnFilesToo) {
+  TKSMessageHost host(tksMessageHostTypeInterface);
+  host.setIPCFileFolderPath(folder_ / "ipc");
+  host.openWithMessengeHandler(&delegate_);
+  host.onMessage("abc");
+  EXPECT_THAT(delegate_.failures, ElementsAre("Message data size ( 3 ) less than 'sizeOfSize', no pending data."));
+  host.onMessage(header(5) + "ab");
+  host.onMessage("");
+  EXPECT_EQ(delegate_.failures.size(), 1u) << "an empty piece inside of a message is ignored as well";
+  EXPECT_EQ(host.pendingDataSize, 3u);
+  host.close();
+}
+
+}  // namespace
