@@ -47,6 +47,18 @@ bool isWithinFileSizeLimit(std::size_t size) {
   return size <= limit.rlim_cur;
 }
 
+/// Folder of a path, as the system wants it.
+std::string folderToOpen(std::string_view path) {
+  return folderOf(path).empty() ? std::string(".") : std::string(folderOf(path));
+}
+
+bool syncFolder(const std::string& folder) {
+  const FileDescriptor descriptor(retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+  if (!descriptor) return errno == EACCES;  // a folder that may be written to but not read cannot be synced
+  // Some file systems cannot sync folders and say so by EINVAL.
+  return retried([&] { return ::fsync(descriptor.get()); }) == 0 || errno == EINVAL;
+}
+
 bool fillAndRename(int descriptor, const std::string& temporary, const std::string& path,
                    std::span<const std::uint8_t> content, const struct stat* before) {
   if (before != nullptr && ::fchmod(descriptor, before->st_mode & 07777) != 0) return false;
@@ -117,17 +129,13 @@ std::string hiddenSibling(std::string_view path) {
   return std::string(folder).append(".").append(last).append(suffix);
 }
 
-bool syncFolderOf(std::string_view path) {
-  const std::string folder = folderOf(path).empty() ? "." : std::string(folderOf(path));
-  const FileDescriptor descriptor(retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
-  if (!descriptor) return errno == EACCES;  // a folder that may be written to but not read cannot be synced
-  // Some file systems cannot sync folders and say so by EINVAL.
-  return retried([&] { return ::fsync(descriptor.get()); }) == 0 || errno == EINVAL;
-}
+bool syncFolderOf(std::string_view path) { return syncFolder(folderToOpen(path)); }
 
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) {
   if (!isPath(path) || !isWithinFileSizeLimit(content.size())) return fail(error, "write", path);
   const std::string name(path);
+  // Made before anything is written: once the file is in its place, nothing may fail for lack of memory.
+  const std::string folder = folderToOpen(path);
   struct stat facts {};
   const bool exists = ::lstat(name.c_str(), &facts) == 0 && !S_ISLNK(facts.st_mode);
   if (exists && !S_ISREG(facts.st_mode)) {
@@ -144,7 +152,7 @@ bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, T
     errno = reason;
     return fail(error, "write", path);
   }
-  return syncFolderOf(path) || fail(error, "sync the folder of", path);
+  return syncFolder(folder) || fail(error, "sync the folder of", path);
 }
 
 }  // namespace tks::posix

@@ -1,90 +1,19 @@
-// What happens when memory runs out: this program's own operator new refuses the n-th request, for every n until all
-// goes well. Nothing may leak, and every object has to stay usable.
+// What happens to values and JSON when the n-th request for memory is refused, for every n until all goes well. Nothing
+// may leak, and every object has to stay usable.
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <string>
-#include <thread>
 
 #include "foundation/JsonWriter.h"
 #include "platform/platform.h"
+#include "tests/support/FailingAllocator.h"
 #include "tests/support/PrintValue.h"
 
 namespace {
 
-std::atomic<long> pieces = 0;
-// Of the thread under test: how many requests are still granted; negative when all are.
-thread_local long granted = -1;
-
-void* request(std::size_t size, std::size_t alignment = 0) noexcept {
-  if (granted == 0) return nullptr;
-  if (granted > 0) --granted;
-  if (size == 0) size = 1;
-  void* const memory = alignment == 0 ? std::malloc(size)
-                                      : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
-  if (memory != nullptr) ++pieces;
-  return memory;
-}
-
-void* demand(std::size_t size, std::size_t alignment = 0) {
-  void* const memory = request(size, alignment);
-  if (memory == nullptr) throw std::bad_alloc();
-  return memory;
-}
-
-void giveBack(void* memory) noexcept {
-  if (memory == nullptr) return;
-  --pieces;
-  std::free(memory);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) { return demand(size); }
-void* operator new[](std::size_t size) { return demand(size); }
-void* operator new(std::size_t size, std::align_val_t alignment) {
-  return demand(size, static_cast<std::size_t>(alignment));
-}
-void* operator new[](std::size_t size, std::align_val_t alignment) {
-  return demand(size, static_cast<std::size_t>(alignment));
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return request(size); }
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept { return request(size); }
-void operator delete(void* memory) noexcept { giveBack(memory); }
-void operator delete[](void* memory) noexcept { giveBack(memory); }
-void operator delete(void* memory, std::size_t) noexcept { giveBack(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { giveBack(memory); }
-void operator delete(void* memory, std::align_val_t) noexcept { giveBack(memory); }
-void operator delete[](void* memory, std::align_val_t) noexcept { giveBack(memory); }
-void operator delete(void* memory, std::size_t, std::align_val_t) noexcept { giveBack(memory); }
-void operator delete[](void* memory, std::size_t, std::align_val_t) noexcept { giveBack(memory); }
-
-namespace {
-
-/// Calls `attempt` with ever more memory until it answers that it has succeeded; on a thread of its own, so that what a
-/// thread keeps for itself does not count as leaked. Answers how many times it failed.
-long failuresUntilSuccess(const std::function<bool()>& attempt) {
-  for (long n = 0; n < 10'000; ++n) {
-    const long before = pieces;
-    bool succeeded = false;
-    bool checked = false;
-    std::thread([&] {
-      granted = n;
-      succeeded = attempt();
-      granted = -1;
-      checked = attempt();  // once memory is back, all goes well
-    }).join();
-    EXPECT_EQ(pieces, before) << "leaked after the request " << n;
-    EXPECT_TRUE(checked);
-    if (succeeded) return n;
-  }
-  ADD_FAILURE() << "never succeeds";
-  return -1;
-}
+using tks::test::failuresUntilSuccess;
 
 /// Texts and keys short and long, nested, out of order, and a number that takes a second attempt.
 const std::string& text() {
