@@ -108,6 +108,7 @@ std::optional<TKSError> SendingQueue::write(std::string& frame) {
       waitingFrom_ = 0;
     }
     waiting_ += frame;
+    awaitRoom();  // once more, should memory have run out the last time
     return std::nullopt;
   }
   sink_->expect(frame.size());
@@ -125,7 +126,6 @@ std::optional<TKSError> SendingQueue::write(std::string& frame) {
 
 void SendingQueue::awaitRoom() {
   if (awaitingRoom_) return;
-  awaitingRoom_ = true;
   // Keeps this object until the bytes are written, the channel breaks or another channel takes its place.
   sink_->whenWritable([self = shared_from_this(), sink = sink_.get()] {
     std::optional<TKSError> error;
@@ -137,6 +137,7 @@ void SendingQueue::awaitRoom() {
     }
     report(error);
   });
+  awaitingRoom_ = true;
 }
 
 std::optional<TKSError> SendingQueue::writeWaiting(const platform::ByteSink* sink) {

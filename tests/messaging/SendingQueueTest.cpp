@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <new>
+#include <span>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <tksinterface/TKSConstants.h>
@@ -229,6 +233,34 @@ TEST_F(SendingQueueTest, AbandonDropsWhatWaits) {
   wire_->take();
   drainFor(5ms);
   EXPECT_THAT(wire_->written, IsEmpty());
+}
+
+/// A sink that has no memory left to note who waits for room, at first.
+class ForgetfulSink final : public tks::platform::ByteSink {
+ public:
+  explicit ForgetfulSink(std::shared_ptr<Wire> wire) : sink_(std::move(wire)) {}
+  tks::platform::ChannelIdentity identity() const override { return sink_.identity(); }
+  tks::platform::Transfer write(std::span<const char> bytes) override { return sink_.write(bytes); }
+  void expect(std::size_t size) override { sink_.expect(size); }
+  void whenWritable(std::function<void()> ready) override {
+    if (std::exchange(forgetful_, false)) throw std::bad_alloc();
+    sink_.whenWritable(std::move(ready));
+  }
+
+ private:
+  WireSink sink_;
+  bool forgetful_ = true;
+};
+
+TEST_F(SendingQueueTest, NextFrameTakesAlongWhatThereWasNoMemoryToWaitFor) {
+  queue_->open(std::make_shared<ForgetfulSink>(wire_));
+  wire_->room = 5;
+  EXPECT_THROW(queue_->send(frame("one")), std::bad_alloc);
+  queue_->send(frame("two"));
+  std::string heard = wire_->take();
+  ASSERT_TRUE(drainUntil([&] { return queue_->waitingBytes() == 0; }));
+  heard += wire_->take();
+  EXPECT_EQ(heard, frame("one") + frame("two"));
 }
 
 TEST_F(SendingQueueTest, BufferOfAWrittenFrameIsUsedAgain) {
