@@ -56,6 +56,8 @@ std::string joined(const std::vector<std::string_view>& components, std::size_t 
 /// What is known of the entries so far.
 class Look {
  public:
+  explicit Look(const ArchiveRules& rules) : rules_(rules) {}
+
   /// False ends the look: there is a reason.
   bool take(const ArchiveEntry& entry) {
     if (++entries_ > kMostEntries) return refuse("too many entries", entry);
@@ -69,8 +71,12 @@ class Look {
     }
     if (entry.kind == ArchiveEntry::Kind::link) return takeLink(entry, joined(components, components.size()));
     if (links_.contains(joined(components, components.size()))) return refuse("a name is used twice", entry);
+    if (!rules_.repeatedNames && entry.kind == ArchiveEntry::Kind::file &&
+        !files_.insert(joined(components, components.size())).second) {
+      return refuse("a name is used twice", entry);
+    }
     size_ = size_ > UINT64_MAX - entry.size ? UINT64_MAX : size_ + entry.size;
-    return true;
+    return size_ <= rules_.mostBytes || refuse("more than may be unpacked", entry);
   }
 
   std::uint64_t size() const { return size_; }
@@ -78,6 +84,7 @@ class Look {
 
  private:
   bool takeLink(const ArchiveEntry& entry, std::string path) {
+    if (!rules_.links) return refuse("a link", entry);
     // A zip archive carries a link's target as content, which is not read here: the unpacked tree is looked at later.
     if (!entry.target.empty() && !targetStaysInside(entry.name, entry.target)) {
       return refuse("a link leads out of the folder", entry);
@@ -91,9 +98,11 @@ class Look {
     return false;
   }
 
+  const ArchiveRules& rules_;
   std::size_t entries_ = 0;
   std::uint64_t size_ = 0;
   std::set<std::string> links_;
+  std::set<std::string> files_;
   std::optional<std::string> reason_;
 };
 
@@ -111,13 +120,18 @@ std::optional<std::string> reasonAgainstSize(std::uint64_t unpacked, std::string
 
 }  // namespace
 
-std::optional<std::string> reasonAgainstUnpacking(std::string_view archivePath, std::string_view folder) {
-  Look look;
+std::optional<std::string> reasonAgainstUnpacking(std::string_view archivePath, std::string_view folder,
+                                                  const ArchiveRules& rules) {
+  Look look(rules);
   TKSError error;
   const bool readable = platform::archives().inspect(
       archivePath, [&](const ArchiveEntry& entry) { return look.take(entry); }, &error);
   if (look.reason()) return look.reason();
-  if (!readable) return error.localizedDescription;
+  if (!readable) {
+    const std::optional<std::uint64_t> packed = platform::files().size(archivePath, nullptr);
+    if (packed && *packed <= rules.mostUnreadBytes) return std::nullopt;
+    return error.localizedDescription;
+  }
   return reasonAgainstSize(look.size(), archivePath, folder);
 }
 

@@ -1,5 +1,6 @@
 #include <future>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -9,6 +10,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Logging.h"
+#include "install/ArchiveCheck.h"
 #include "platform/platform.h"
 
 // The list of delta packages: a small tar archive with a signed "deltalist.json" in it.
@@ -21,10 +23,13 @@ constexpr std::string_view kPackageSuffix = ".delta";
 constexpr std::string_view kConversionFailed = "Convert the DeltaInfos to dictionary failed";
 constexpr std::size_t kLargestList = 64u * 1024 * 1024;
 constexpr int kOK = 200;
+/// Nothing but the list and its side-car: plain files, each once. A small archive that is none is left to the tool.
+constexpr tks::install::ArchiveRules kListRules{
+    .links = false, .repeatedNames = false, .mostBytes = 2 * kLargestList, .mostUnreadBytes = std::uint64_t{64} * 1024};
 
-/// What a download came to: the entries of the list, or the error to report.
+/// What a download came to: the list, or the error to report and an empty list.
 struct DeltaList {
-  TKSArray entries;
+  TKSValue list = TKSArray();
   std::optional<TKSError> error;
 };
 
@@ -50,6 +55,10 @@ DeltaList readArchive(const std::string& archive) {
   const std::string listPath = folder + std::string(kListName);
   TKSError error;
   if (!clear(listPath, error)) return failure(error);
+  if (const std::optional<std::string> reason = tks::install::reasonAgainstUnpacking(archive, folder, kListRules)) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Refuse to unpack: %@, %@", tks::masked(archive), tks::masked(*reason));
+    return failure(error);
+  }
   TKSUtilBase::untar(archive, folder);
   if (!tks::platform::files().exists(listPath)) {
     TKSILog::logWithLevel(TKSILogLevelError, "untar fail %@", tks::masked(archive));
@@ -62,9 +71,9 @@ DeltaList readArchive(const std::string& archive) {
   const std::optional<TKSData> content = tks::platform::files().read(listPath, kLargestList, &error);
   if (!content) return failure(error);
   const std::string_view text(reinterpret_cast<const char*>(content->data()), content->size());
-  const TKSValue list = TKSUtilBase::JSONStringToObject(text, &error);
+  TKSValue list = TKSUtilBase::JSONStringToObject(text, &error);
   if (list.isNothing()) return failure(error);
-  return {list.array(), std::nullopt};
+  return {std::move(list), std::nullopt};
 }
 
 DeltaList readDownload(const tks::platform::DownloadResult& download) {
@@ -81,12 +90,12 @@ DeltaList readDownload(const tks::platform::DownloadResult& download) {
   return readArchive(download.location);
 }
 
-/// Downloads and reads the list; waits for both.
-DeltaList fetch(const TKSURL& url) {
+/// Downloads and reads the list; waits for both. Without a URL the download says what is wrong.
+DeltaList fetch(const std::optional<TKSURL>& url) {
   auto answer = std::make_shared<std::promise<tks::platform::DownloadResult>>();
   std::future<tks::platform::DownloadResult> arrived = answer->get_future();
   tks::platform::DownloadRequest request;
-  request.url = url;
+  request.url = url.value_or(TKSURL());
   tks::platform::download().start(
       request, [answer](tks::platform::DownloadResult result) { answer->set_value(std::move(result)); });
   const tks::platform::DownloadResult download = arrived.get();
@@ -99,18 +108,18 @@ DeltaList fetch(const TKSURL& url) {
 
 /// Names are file names: one that could lead elsewhere is no delta package.
 bool isPlainFileName(std::string_view name) {
-  if (name.find('/') == std::string_view::npos) return true;
+  if (name.find_first_of("/\\") == std::string_view::npos) return true;
   TKSILog::logWithLevel(TKSILogLevelWarning, "Delta package name with a path separator, skip it: %@",
                         tks::masked(name));
   return false;
 }
 
-TKSDictionary packagesOf(const TKSArray& entries, std::string_view baseURL) {
+TKSDictionary packagesOf(const TKSValue& list, std::string_view baseURL) {
   std::string base(baseURL);
   while (base.ends_with('/')) base.pop_back();
   base.push_back('/');
   std::vector<std::pair<std::string, TKSValue>> packages;
-  for (const TKSValue& entry : entries) {
+  for (const TKSValue& entry : list.array()) {
     const std::string_view name = entry["name"].text();
     if (!name.ends_with(kPackageSuffix) || !isPlainFileName(name)) continue;
     std::string key(name);
@@ -129,14 +138,14 @@ TKSDictionary packagesOf(const TKSArray& entries, std::string_view baseURL) {
 
 std::optional<TKSDictionary> TKSUtilBase::avaliableDeltaUpdates(std::string_view baseURL, TKSError* error) {
   if (baseURL.empty()) return std::nullopt;
-  const TKSURL url = TKSURL::URLWithString(baseURL).value_or(TKSURL()).appendingPathComponent(kRemoteName);
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Get remote deltaList, begin. DeltaListPath: %@.",
-                        tks::masked(url.absoluteString()));
-  const DeltaList list = fetch(url);
-  if (list.error && error != nullptr) *error = *list.error;
-  const TKSValue entries = list.entries;
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Get remote deltaList, end. deltaInfos: %@.", tks::masked(entries));
-  TKSDictionary packages = packagesOf(list.entries, baseURL);
+  std::optional<TKSURL> url = TKSURL::URLWithString(baseURL);
+  if (url) url = url->appendingPathComponent(kRemoteName);
+  const std::string shown = url ? url->absoluteString() : "(null)";
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Get remote deltaList, begin. DeltaListPath: %@.", tks::masked(shown));
+  const DeltaList found = fetch(url);
+  if (found.error && error != nullptr) *error = *found.error;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Get remote deltaList, end. deltaInfos: %@.", tks::masked(found.list));
+  TKSDictionary packages = packagesOf(found.list, baseURL);
   if (packages.empty()) {
     TKSILog::logWithLevel(TKSILogLevelError, "Failed to get delta json file from server.");
     return std::nullopt;

@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -116,6 +117,10 @@ class Transfer {
   }
 
   void perform(DownloadResult& result) {
+    if (const std::optional<CURLcode> reason = reasonAgainst()) {
+      result.error = errorOf(*reason, request_.url.absoluteString(), "");
+      return;
+    }
     const Handle handle(curl_easy_init(), curl_easy_cleanup);
     if (!handle) {
       result.error = errorOf(CURLE_FAILED_INIT, request_.url.absoluteString(), "");
@@ -133,6 +138,16 @@ class Transfer {
     if (status != 0) result.statusCode = static_cast<int>(status);
   }
 
+  /// What libcurl would guess at or wait for: an address without a scheme, a pipe under a file's name.
+  std::optional<CURLcode> reasonAgainst() const {
+    if (request_.url.scheme().empty()) return CURLE_UNSUPPORTED_PROTOCOL;
+    struct stat facts {};
+    if (!request_.url.isFileURL() || ::stat(request_.url.path().c_str(), &facts) != 0 || S_ISREG(facts.st_mode)) {
+      return std::nullopt;
+    }
+    return CURLE_FILE_COULDNT_READ_FILE;
+  }
+
   void prepare(CURL* handle) {
     curl_easy_setopt(handle, CURLOPT_URL, request_.url.absoluteString().c_str());
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https,file");
@@ -145,6 +160,8 @@ class Transfer {
     curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail_.data());
     curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Transfer::onBytes);
     curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+    curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
     curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
     curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
@@ -153,6 +170,12 @@ class Transfer {
 
   static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) {
     return static_cast<Transfer*>(self)->take({bytes, count}) ? count : 0;
+  }
+
+  /// Lines of a header are bytes too.
+  static std::size_t onHeader(char*, std::size_t, std::size_t count, void* self) {
+    static_cast<Transfer*>(self)->lastByte_ = steady_clock::now();
+    return count;
   }
 
   bool take(std::span<const char> bytes) {

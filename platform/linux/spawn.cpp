@@ -182,7 +182,8 @@ SpawnedProcess spawn(const SpawnRequest& request) {
   std::vector<char*> arguments = pointers(request.arguments);
   arguments.insert(arguments.begin(), const_cast<char*>(request.executable.c_str()));
   arguments.push_back(nullptr);
-  const std::vector<std::string> clean = request.cleanEnvironment ? cleanEnvironment() : std::vector<std::string>();
+  std::vector<std::string> clean = request.cleanEnvironment ? cleanEnvironment() : std::vector<std::string>();
+  clean.insert(clean.end(), request.variables.begin(), request.variables.end());
   std::vector<char*> environment = pointers(clean);
   environment.push_back(nullptr);
 

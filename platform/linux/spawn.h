@@ -27,6 +27,8 @@ struct SpawnRequest {
   Group group = Group::inherited;
   /// A clean environment instead of this process's own.
   bool cleanEnvironment = false;
+  /// What the clean environment holds beside: "NAME=value".
+  std::vector<std::string> variables;
 };
 
 /// A process that was started.

@@ -34,6 +34,9 @@ constexpr std::string_view kProcessorFile = "/proc/cpuinfo";
 constexpr std::string_view kProcessorKey = "\nmodel name";
 constexpr std::string_view kProcessorVariable = "machdep.cpu.brand_string";
 
+/// GNU tar leaves extended attributes aside unless it is told; elsewhere they are unpacked as a matter of course.
+constexpr const char* kTarOptions = "TAR_OPTIONS=--xattrs --xattrs-include=user.*";
+
 /// One running tool with a process group of its own. Destroying it ends the group and collects the tool.
 class RunningTool {
  public:
@@ -158,6 +161,7 @@ class ToolRunner final : public platform::SystemTools {
     SpawnRequest request;
     request.executable = path_(tool);
     request.arguments = std::move(arguments);
+    if (tool == Tool::tar) request.variables = {kTarOptions};
     request.standardInput = request.standardOutput = request.standardError = SpawnRequest::kNull;
     return request;
   }
