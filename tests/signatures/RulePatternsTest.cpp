@@ -136,6 +136,15 @@ TEST(RequirementTest, ExpressionsBindAsTheyAreMeantTo) {
   for (const auto& row : rows) EXPECT_EQ(isMet(row.text, context), row.met) << row.text;
 }
 
+TEST(RequirementTest, AWordOfHexadecimalDigitsStandsForItsBytes) {
+  RequirementContext context;
+  context.info.set("key", "AB");
+  EXPECT_TRUE(isMet("info[key] = 0x4142", context));
+  EXPECT_TRUE(isMet("info[key] = \"AB\"", context));
+  EXPECT_FALSE(isMet("info[key] = \"0x4142\"", context));
+  EXPECT_FALSE(Requirement::fromText("info[key] = 0x414"));
+}
+
 TEST(RequirementTest, MalformedOnesAreNone) {
   for (const char* text :
        {"", "and", "always and", "always always", "(always", "always)", "identifier", "cdhash \"ab\"", "certificate",

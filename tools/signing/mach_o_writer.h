@@ -14,8 +14,10 @@ struct ImagePlan {
   std::uint32_t type = 0x01000007;
   std::uint32_t subtype = 3;
   std::size_t size = 20000;  ///< bytes of code; rounded up
-  std::string infoPlist;     ///< for section __info_plist; empty: none
+  std::string infoPlist{};   ///< for section __info_plist; empty: none
   std::uint32_t fileType = 2;
+  bool is64 = true;
+  bool bigEndian = false;
 };
 TKSData makeImage(const ImagePlan& plan);
 /// Images one behind the other under a universal header.
@@ -24,7 +26,7 @@ TKSData makeUniversal(const std::vector<TKSData>& images);
 /// Makes the signature for an image whose last bytes will hold it: given all that stands before.
 using SignImage = std::function<TKSData(const TKSData& code)>;
 
-/// A little-endian image with room for `signatureSize` bytes of signature, replacing one that it has, filled by `sign`.
+/// An image with room for `signatureSize` bytes of signature, replacing one that it has, filled by `sign`.
 /// Throws std::runtime_error when there is no room for the load command.
 TKSData embedSignature(TKSData image, std::size_t signatureSize, const SignImage& sign);
 /// The images of a universal file, or the file itself when it is thin.

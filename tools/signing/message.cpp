@@ -159,10 +159,8 @@ TKSData signDirectories(const Identity& identity, const std::vector<SignedDirect
   CMS_ContentInfo* message = require(::CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags), "begin a message");
   CMS_SignerInfo* signer = require(
       ::CMS_add1_signer(message, identity.leaf(), identity.key.get(), ::EVP_sha256(), kFlags), "add the signer");
-  if (options.hashAgility) {
-    addHashList(signer, directories);
-    addHashSet(signer, directories);
-  }
+  if (options.hashList) addHashList(signer, directories);
+  if (options.hashSet) addHashSet(signer, directories);
   addSigningTime(signer, options.signingTime.value_or(std::time(nullptr)));
   for (std::size_t i = 1; i < identity.chain.size(); ++i) ::CMS_add1_cert(message, identity.chain[i].get());
   const TKSData& content = directories.front().blob;

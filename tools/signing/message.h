@@ -12,11 +12,12 @@
 namespace tks::signing {
 
 struct MessageOptions {
-  /// The two attributes that list all directories.
-  bool hashAgility = true;
-  std::optional<std::time_t> signingTime;
+  /// The two attributes that list all directories: their short hashes, and their full ones.
+  bool hashList = true;
+  bool hashSet = true;
+  std::optional<std::time_t> signingTime{};
   /// A token of the identity's own time-stamping authority, of this moment.
-  std::optional<std::time_t> timeStamp;
+  std::optional<std::time_t> timeStamp{};
 };
 
 /// A directory with its hash type.

@@ -148,7 +148,7 @@ class Signing {
   TKSData message(const std::vector<SignedDirectory>& directories) const {
     if (options_.identity == nullptr) return {};
     return signDirectories(*options_.identity, directories,
-                           {options_.hashAgility, options_.signingTime, options_.timeStamp});
+                           {options_.hashAgility, options_.hashAgility, options_.signingTime, options_.timeStamp});
   }
 
   // Mach-O: into the image.

@@ -201,8 +201,10 @@ std::optional<TKSData> extensionOf(X509* certificate, const std::string& identif
 bool isSelfSigned(X509* certificate) { return ::X509_self_signed(certificate, 0) == 1; }
 
 bool isValidAt(X509* certificate, std::time_t moment) {
+  // The last second counts; the comparison takes equal times for earlier ones.
+  std::time_t before = moment - 1;
   return ::X509_cmp_time(::X509_get0_notBefore(certificate), &moment) < 0 &&
-         ::X509_cmp_time(::X509_get0_notAfter(certificate), &moment) > 0;
+         ::X509_cmp_time(::X509_get0_notAfter(certificate), &before) > 0;
 }
 
 bool hasUsage(X509* certificate, int usage) {

@@ -153,6 +153,15 @@ void checkHashSet(CMS_SignerInfo* signer, const DirectorySet& directories) {
   }
 }
 
+/// What the signer signed the content as has to be what the message says that it is.
+bool isSignedAsItsType(CMS_ContentInfo* message, CMS_SignerInfo* signer) {
+  const int at = ::CMS_signed_get_attr_by_NID(signer, NID_pkcs9_contentType, -1);
+  if (at < 0) return true;  // nothing but the content is signed then
+  const auto* type = static_cast<const ASN1_OBJECT*>(
+      ::X509_ATTRIBUTE_get0_data(::CMS_signed_get_attr(signer, at), 0, V_ASN1_OBJECT, nullptr));
+  return type != nullptr && ::OBJ_cmp(type, ::CMS_get0_eContentType(message)) == 0;
+}
+
 std::optional<std::time_t> claimedTime(CMS_SignerInfo* signer) {
   const int at = ::CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1);
   X509_ATTRIBUTE* attribute = at < 0 ? nullptr : ::CMS_signed_get_attr(signer, at);
@@ -228,6 +237,7 @@ bool SignedMessage::isOne(Bytes encoded) {
 
 bool SignedMessage::verifyWith(BIO* content, BIO* out) {
   if (sk_CMS_SignerInfo_num(::CMS_get0_SignerInfos(message_.get())) != 1) return false;
+  if (!isSignedAsItsType(message_.get(), signer())) return false;
   return ::CMS_verify(message_.get(), nullptr, nullptr, content, out, CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) == 1;
 }
 

@@ -71,11 +71,13 @@ struct Places {
   std::string executables;
 };
 
-Places placesOf(const std::string& root) {
+/// Versions keep their Info.plist with their resources, shallow bundles at their top; each may do as the other.
+Places placesOf(const std::string& root, bool isVersion) {
   const std::string contents = root + "/Contents";
   if (isThere(contents)) return {contents, contents + "/Info.plist", contents + "/MacOS"};
-  const std::string info = root + "/Resources/Info.plist";
-  return {root, isThere(info) ? info : root + "/Info.plist", root};
+  const std::string usual = root + (isVersion ? "/Resources/Info.plist" : "/Info.plist");
+  const std::string other = root + (isVersion ? "/Info.plist" : "/Resources/Info.plist");
+  return {root, isThere(other) && !isThere(usual) ? other : usual, root};
 }
 
 /// The executable that a bundle declares; empty when there is none on disk.
@@ -128,7 +130,8 @@ class BundleFinder {
   }
 
   CodeLayout find() {
-    const Places outer = placesOf(layout_.root);
+    const bool isVersion = nameOf(folderOf(layout_.root)) == "Versions";
+    const Places outer = placesOf(layout_.root, isVersion);
     Places places = outer;
     std::string name(nameOf(layout_.root));
     if (outer.support != layout_.root) {
@@ -136,9 +139,9 @@ class BundleFinder {
           rootIssue(layout_.root, {"Contents", ".LSOverride", ".DS_Store", "Icon\r", ".SoftwareDepot.tracking"},
                     status::kUnsealedRoot);
     } else if (isThere(layout_.root + "/Versions/Current")) {
-      places = placesOf(enterVersion());
+      places = placesOf(enterVersion(), true);
       layout_.strictIssue = frameworkRootIssue(layout_.root);
-    } else if (nameOf(folderOf(layout_.root)) == "Versions") {
+    } else if (isVersion) {
       name = nameOf(folderOf(folderOf(layout_.root)));
     }
     info_ = readInfo(places.info);

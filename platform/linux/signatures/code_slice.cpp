@@ -105,9 +105,10 @@ Status CodeSlice::failureOf(std::uint32_t slot) const {
 
 std::optional<ByteSource> CodeSlice::component(std::uint32_t slot) {
   checkSigner();
+  // Looked for in any case: parts of one signature in two places are a fault, sealed or not.
+  std::optional<ByteSource> found = components_.find(slot);
   const std::optional<Digest> expected = directories().best().specialHash(slot);
   if (!expected) return std::nullopt;  // what is there without being sealed does not count
-  std::optional<ByteSource> found = components_.find(slot);
   if (!found || !hashOf(*found, directories().bestType()).matches(expected->bytes())) fail(failureOf(slot));
   return found;
 }

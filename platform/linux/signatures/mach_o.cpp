@@ -43,9 +43,16 @@ constexpr NamedArchitecture kArchitectures[] = {
     {{kArm64, 2}, "arm64e"},
     {{kArm64On32, 1}, "arm64_32"},
     {{18, 0}, "ppc"},
+    {{18, 9}, "ppc750"},
+    {{18, 10}, "ppc7400"},
+    {{18, 11}, "ppc7450"},
+    {{18, 100}, "ppc970"},
     {{0x01000012, 0}, "ppc64"},
-    {{12, 9}, "armv7"},
+    {{0x01000012, 100}, "ppc970-64"},
     {{12, 6}, "armv6"},
+    {{12, 9}, "armv7"},
+    {{12, 11}, "armv7s"},
+    {{12, 12}, "armv7k"},
 };
 
 #if defined(__aarch64__)
@@ -129,9 +136,8 @@ class Commands {
 };
 
 bool isNamed(const std::uint8_t* field, std::string_view name) {
-  char expected[16] = {};
-  name.copy(expected, sizeof expected);
-  return std::memcmp(field, expected, sizeof expected) == 0;
+  const auto* text = reinterpret_cast<const char*>(field);
+  return std::string_view(text, ::strnlen(text, 16)) == name;
 }
 
 /// Section __info_plist of segment __TEXT, when this segment has it.
@@ -212,7 +218,8 @@ void MachO::readRecords(std::uint32_t count) {
   std::ranges::sort(offsets);
   if (std::ranges::adjacent_find(offsets) != offsets.end()) fail(status::kBadObjectFormat);
 
-  std::ranges::stable_sort(slices_, {}, [](const Slice& slice) { return slice.architecture.type; });
+  std::ranges::stable_sort(
+      slices_, {}, [](const Slice& slice) { return std::pair(slice.architecture.type, slice.architecture.subtype); });
   const auto chosen = std::ranges::find(slices_, bestOffset, &Slice::offset);
   chosen_ = static_cast<std::size_t>(chosen - slices_.begin());
 }

@@ -54,7 +54,7 @@ class MachO {
   static std::optional<MachO> open(std::shared_ptr<const File> file);
 
   bool isUniversal() const { return universal_; }
-  /// By ascending processor type; at least one.
+  /// By ascending processor type and subtype; at least one.
   const std::vector<Slice>& slices() const { return slices_; }
   /// The slice that answers questions: the best for this machine, else the first in the file.
   std::size_t chosenSlice() const { return chosen_; }

@@ -639,21 +639,29 @@ class RequirementTextReader {
 
   bool readKey(std::string& key) { return nextIs("[") && readText(key) && nextIs("]"); }
 
+  /// A text; a word that begins with 0x stands for the bytes behind it.
   bool readText(std::string& text) {
     if (!next() || (token_.kind != Token::Kind::word && token_.kind != Token::Kind::text)) return false;
+    if (token_.kind == Token::Kind::word && token_.content.starts_with("0x")) {
+      return decode(std::string_view(token_.content).substr(2), text);
+    }
     text = token_.content;
     return true;
   }
 
   bool readHash(std::string& hash) {
-    if (!next() || token_.kind != Token::Kind::hash || token_.content.size() % 2 != 0) return false;
-    hash.clear();
-    for (std::size_t i = 0; i < token_.content.size(); i += 2) {
+    return next() && token_.kind == Token::Kind::hash && decode(token_.content, hash);
+  }
+
+  static bool decode(std::string_view digits, std::string& bytes) {
+    if (digits.size() % 2 != 0) return false;
+    bytes.clear();
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
       unsigned byte = 0;
-      const char* at = token_.content.data() + i;
+      const char* at = digits.data() + i;
       const auto [stop, failure] = std::from_chars(at, at + 2, byte, 16);
       if (failure != std::errc() || stop != at + 2) return false;
-      hash += static_cast<char>(byte);
+      bytes += static_cast<char>(byte);
     }
     return true;
   }

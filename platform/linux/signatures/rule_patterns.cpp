@@ -9,7 +9,9 @@ namespace tks::codesign {
 namespace {
 
 constexpr std::size_t kLongestPattern = 4096;
-constexpr std::size_t kMostNodes = 8192;
+/// Of one expression, and of all.
+constexpr std::size_t kMostNodesOfOne = 8192;
+constexpr std::size_t kMostNodes = std::size_t{1} << 16;
 constexpr std::size_t kMostStates = 1024;
 constexpr std::size_t kMostStoredNodes = std::size_t{1} << 18;
 constexpr std::uint32_t kLargestRepetition = 255;
@@ -47,13 +49,13 @@ constexpr NamedClass kClasses[] = {
 /// Reads one expression into nodes. What is open stands on a stack, so that nesting costs no recursion.
 class RulePatterns::Parser {
  public:
-  Parser(RulePatterns& owner, std::string_view pattern) : owner_(owner), rest_(pattern) {}
+  Parser(RulePatterns& owner, std::string_view pattern) : owner_(owner), before_(owner.nodes_.size()), rest_(pattern) {}
 
   /// Nothing when the expression is malformed or too large.
   std::optional<Fragment> parse() {
     open_.emplace_back();
     while (!rest_.empty()) {
-      if (!parseOne() || owner_.nodes_.size() > kMostNodes) return std::nullopt;
+      if (!parseOne() || owner_.nodes_.size() - before_ > kMostNodesOfOne) return std::nullopt;
     }
     if (open_.size() != 1) return std::nullopt;
     return closeGroup();
@@ -211,7 +213,7 @@ class RulePatterns::Parser {
     if (!group.last || !group.lastMayRepeat) return false;
     const Fragment one = *group.last;
     const std::uint32_t copies = most == kNoLimit ? std::max(least, 1u) : most;
-    if (std::uint64_t{copies} * (one.high - one.low + 2) > kMostNodes) return false;
+    if (std::uint64_t{copies} * (one.high - one.low + 2) > kMostNodesOfOne) return false;
     if (most == 0) {
       // Not to be met at all; its nodes stay behind unused.
       group.last = empty();
@@ -331,6 +333,7 @@ class RulePatterns::Parser {
   }
 
   RulePatterns& owner_;
+  const std::size_t before_;  ///< nodes of other expressions
   std::string_view rest_;
   std::vector<Group> open_;
 };

@@ -78,7 +78,7 @@ std::optional<ByteSource> SignatureComponents::findInImage(std::uint32_t slot) {
     if (!image_->infoPlist) return std::nullopt;
     return code.part(image_->infoPlist->offset, image_->infoPlist->size);
   }
-  if (!image_->signature || image_->signature->offset == 0) return std::nullopt;
+  if (!image_->signature) return std::nullopt;
   const ImageLayout::Range& area = *image_->signature;
   if (area.offset > code.size() || area.size > code.size() - area.offset) fail(status::kSignatureInvalid);
   if (!super_) super_.emplace(code.part(area.offset, area.size));

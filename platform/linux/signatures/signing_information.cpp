@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/linux/signatures/code_slice.h"
@@ -13,6 +14,8 @@ namespace tks::codesign {
 namespace {
 
 constexpr std::size_t kLargestPart = std::size_t{1} << 20;
+/// How a ticket begins. Bundles of long ago have a link to their seal in its place.
+constexpr std::string_view kTicketMark = "s8ch";
 
 TKSValue data(Bytes bytes) { return TKSData(bytes.begin(), bytes.end()); }
 TKSValue fileURL(const std::string& path) { return TKSURL::fileURLWithPath(path).absoluteString(); }
@@ -98,7 +101,10 @@ void addContents(const CodeLayout& layout, CodeSlice& slice, TKSDictionary& info
   if (!layout.isBundle()) return;
   const std::shared_ptr<const File> ticket = File::openIfThere(layout.supportFolder + "/CodeResources");
   const std::optional<TKSData> content = ticket ? ByteSource(ticket).all(kLargestPart) : std::nullopt;
-  if (content && !content->empty()) information.set("stapled-ticket", *content);
+  if (content &&
+      std::string_view(reinterpret_cast<const char*>(content->data()), content->size()).starts_with(kTicketMark)) {
+    information.set("stapled-ticket", *content);
+  }
 }
 
 }  // namespace
