@@ -1,8 +1,9 @@
 #pragma once
 
-#include <charconv>
 #include <cmath>
 #include <cstddef>
+
+#include "platform/real_text.h"
 
 namespace tks {
 
@@ -14,8 +15,7 @@ inline constexpr std::size_t kRealTextCapacity = 32;
 inline char* writeReal(char* out, double value) noexcept {
   const double magnitude = std::fabs(value);
   const bool plain = magnitude == 0 || (magnitude >= 1e-4 && magnitude < 1e16);
-  const std::chars_format format = plain ? std::chars_format::fixed : std::chars_format::scientific;
-  return std::to_chars(out, out + kRealTextCapacity, value, format).ptr;
+  return platform::writeReal(out, value, plain ? platform::RealNotation::fixed : platform::RealNotation::scientific);
 }
 
 }  // namespace tks
