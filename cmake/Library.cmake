@@ -23,7 +23,10 @@ if(APPLE)
   set(tks_export_list ${PROJECT_BINARY_DIR}/generated/tksinterface.exports)
   file(CONFIGURE OUTPUT ${tks_export_list} CONTENT "@tks_symbol_lines@\n" @ONLY)
   file(GLOB tks_public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/tksinterface/*.h)
-  target_sources(tksinterface PRIVATE ${tks_public_headers} ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap)
+  # A source of its own: headers and modules are laid out before a target's first source is compiled.
+  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/framework.cpp CONTENT "// The framework's code lies in its objects.\n")
+  target_sources(tksinterface PRIVATE ${PROJECT_BINARY_DIR}/generated/framework.cpp ${tks_public_headers}
+                                      ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap)
   set_source_files_properties(${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap
                               PROPERTIES MACOSX_PACKAGE_LOCATION Modules)
   set_target_properties(tksinterface PROPERTIES
@@ -34,7 +37,12 @@ if(APPLE)
     MACOSX_FRAMEWORK_IDENTIFIER com.tarvo.kovra.tksinterface
     MACOSX_FRAMEWORK_BUNDLE_VERSION ${PROJECT_VERSION}
     MACOSX_FRAMEWORK_SHORT_VERSION_STRING ${PROJECT_VERSION}
-    INSTALL_NAME_DIR "@rpath")
+    INSTALL_NAME_DIR "@rpath"
+    BUILD_WITH_INSTALL_NAME_DIR ON)
+  # The layout's links to what is not of CMake's own making.
+  add_custom_command(TARGET tksinterface POST_BUILD VERBATIM
+                     COMMAND ${CMAKE_COMMAND} -E create_symlink Versions/Current/Modules
+                             "$<TARGET_BUNDLE_DIR:tksinterface>/Modules")
   target_link_options(tksinterface PRIVATE LINKER:-exported_symbols_list,${tks_export_list})
   set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_export_list})
 else()
