@@ -152,6 +152,28 @@ TEST_F(Logging, ALineInDeliveryKeepsItsReplacedCallbackAlive) {
   EXPECT_TRUE(alive.expired());
 }
 
+TEST_F(Logging, ASlowCallbackHoldsUpNobodyElse) {
+  std::latch inside(1);
+  std::promise<void> leave;
+  std::atomic<int> lines = 0;
+  TKSILog::sharedInstance().setLogBlock(
+      [&inside, &lines, left = leave.get_future().share()](std::int32_t, const std::string& message) {
+        if (message == "slow") {
+          inside.count_down();
+          left.wait();
+        }
+        ++lines;
+      });
+  std::thread slow([] { TKSILog::logWithLevel(TKSILogLevelInfo, "slow"); });
+  inside.wait();
+  // Would never come back if the slow line held anything that this one needs.
+  for (int i = 0; i < 100; ++i) TKSILog::logWithLevel(TKSILogLevelInfo, "quick");
+  EXPECT_EQ(lines, 100);
+  leave.set_value();
+  slow.join();
+  EXPECT_EQ(lines, 101);
+}
+
 TEST_F(Logging, NoLockIsHeldWhileAReplacedCallbackIsDestroyed) {
   struct LogsAtItsEnd {
     ~LogsAtItsEnd() { TKSILog::logWithLevel(TKSILogLevelInfo, "the end"); }

@@ -1,6 +1,7 @@
 #include <tksinterface/MaskSensitiveInformation.h>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,7 +12,9 @@
 
 #include "foundation/Logging.h"
 #include "tests/foundation/ReferenceMasking.h"
+#include "tests/support/FreshProcess.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Memory.h"
 
 namespace {
 
@@ -367,6 +370,24 @@ TEST(MaskingTime, TenMebibytesInOneLogLineTakeNoNoticeableTime) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "%@", tks::masked(text));
   EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(500));
   EXPECT_EQ(log.lines().size(), 1U);
+}
+
+TEST(MaskingMemory, TenMebibytesInOneLogLineTakeASmallMultipleOfThem) {
+  if (tks::test::kSanitized) GTEST_SKIP() << "sanitizers keep what is freed";
+  TKS_IN_FRESH_PROCESS();
+  constexpr std::size_t kText = std::size_t{10} << 20;
+  std::string text(kText, 'a');
+  for (std::size_t at = 0; at + 30 < text.size(); at += 1000) text.replace(at, 21, "jane@a /users/jane/x?");
+  std::size_t delivered = 0;
+  TKSILog::sharedInstance().setLogBlock([&](std::int32_t, const std::string& message) { delivered = message.size(); });
+  rusage before{};
+  ::getrusage(RUSAGE_SELF, &before);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "%@", tks::masked(text));
+  rusage after{};
+  ::getrusage(RUSAGE_SELF, &after);
+  TKSILog::sharedInstance().setLogBlock({});
+  EXPECT_EQ(delivered, text.size());
+  EXPECT_LT(static_cast<std::size_t>(after.ru_maxrss - before.ru_maxrss) * 1024, 6 * kText);
 }
 
 }  // namespace

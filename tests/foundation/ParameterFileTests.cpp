@@ -7,6 +7,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Memory.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -86,6 +87,28 @@ TEST_F(ParameterFile, AFileThatCannotBeReadAsTextGivesAnEmptyDictionary) {
   EXPECT_EQ(read(""), TKSDictionary());
   EXPECT_EQ(read("123456789a-=-[VALUE]-=-\xFFxyz"), TKSDictionary());
   EXPECT_EQ(TKSUtilBase::getParamDictFromPath(folder_.path()), TKSDictionary());
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(ParameterFile, LinesThatAreCutAnywhereAndNULBytesDoNoHarm) {
+  const std::string line = "123456789a-=-[VALUE]-=-some valuexyz";
+  for (std::size_t size = 0; size <= line.size(); ++size) {
+    const bool whole = size >= line.size() - std::string("some valuexyz").size() + 3;
+    const std::string left = "some valuexyz";
+    const std::string value = whole ? left.substr(0, left.size() - (line.size() - size) - 3) : "";
+    EXPECT_EQ(read(line.substr(0, size)), whole ? (TKSDictionary{{"a", value}}) : TKSDictionary()) << size;
+  }
+  using namespace std::string_literals;
+  EXPECT_EQ(read("12345678\0a\0b-=-[VALUE]-=-v\0wxyz\n"s), (TKSDictionary{{"a\0b"s, "v\0w"s}}));
+  EXPECT_EQ(read(std::string(1000, '\0')), TKSDictionary());
+}
+
+TEST_F(ParameterFile, AFileOfAHundredMebibytesIsNotReadAtAll) {
+  tks::test::writeFile(path_, "123456789a-=-[VALUE]-=-1xyz\n");
+  std::filesystem::resize_file(path_, std::size_t{100} << 20);
+  const std::size_t before = tks::test::residentBytes();
+  EXPECT_EQ(TKSUtilBase::getParamDictFromPath(path_), TKSDictionary());
+  EXPECT_LT(tks::test::residentBytes(), before + (std::size_t{40} << 20));
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 

@@ -9,10 +9,12 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "platform/platform.h"
+#include "tests/support/KilledAtEachCall.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/PrintValue.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/PropertyListSamples.h"
+#include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -200,13 +202,47 @@ class FailingLists final : public tks::platform::PropertyLists {
   tks::platform::Replaced<tks::platform::PropertyLists> replaced_{*this};
 };
 
-TEST_F(PropertyListFile, AFullDiskLeavesTheOldFile) {
+TEST_F(PropertyListFile, AFailedWriteLeavesTheOldFile) {
   write({{"old", 1}});
   FailingLists lists;
   lists.writeFails = true;
   EXPECT_FALSE(TKSUtilBase::setPlist({"new"}, 1, path_));
   EXPECT_THAT(log_.lines(), ElementsAre(failed()));
   EXPECT_EQ(read(), (TKSDictionary{{"old", 1}}));
+}
+
+TEST_F(PropertyListFile, AFullDiskLeavesTheOldList) {
+  const SmallVolume volume("64k");
+  if (!volume.isThere()) GTEST_SKIP() << "needs the right to mount";
+  path_ = volume / "list.plist";
+  ASSERT_TRUE(TKSUtilBase::setPlist({"old"}, 1, path_));
+  for (int round = 0; round < 3; ++round) {
+    log_.clear();
+    EXPECT_FALSE(TKSUtilBase::setPlist({"new"}, std::string(100'000, 'x'), path_));
+    EXPECT_THAT(log_.lines(), ElementsAre(failed()));
+    EXPECT_EQ(read(), (TKSDictionary{{"old", 1}}));
+    EXPECT_EQ(std::distance(fs::directory_iterator(volume.path()), {}), 1) << "something half-written is left";
+  }
+  EXPECT_TRUE(TKSUtilBase::setPlist({"new"}, 2, path_));
+  EXPECT_EQ(read(), (TKSDictionary{{"old", 1}, {"new", 2}}));
+}
+
+TEST_F(PropertyListFile, AProcessKilledAtAnySystemCallLeavesTheOldListOrTheNewOne) {
+  const TKSDictionary before{{"old", 1}};
+  const TKSDictionary after{{"old", 1}, {"new", std::string(50'000, 'x')}};
+  int unchanged = 0;
+  int changed = 0;
+  write(before);
+  const int deaths = killedAtEachCall([&] { TKSUtilBase::setPlist({"new"}, std::string(50'000, 'x'), path_); },
+                                      [&] {
+                                        const std::optional<TKSDictionary> list = read();
+                                        EXPECT_TRUE(list == before || list == after);
+                                        ++(list == before ? unchanged : changed);
+                                        write(before);
+                                      });
+  if (deaths < 0) GTEST_SKIP() << "processes may not be traced here";
+  EXPECT_GT(unchanged, 5);
+  EXPECT_GT(changed, 1);
 }
 
 }  // namespace

@@ -13,7 +13,9 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "tests/support/KilledAtEachCall.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Unprivileged.h"
 
@@ -241,6 +243,33 @@ TEST_F(Files, AWriterThatIsKilledLeavesOneContentOrTheOther) {
     const std::string content = contentOf(path);
     ASSERT_TRUE(content == first || content == second) << content.size() << " bytes";
   }
+}
+
+TEST_F(Files, AWriterKilledAtAnySystemCallLeavesOneContentOrTheOther) {
+  const std::string path = folder / "file";
+  writeFile(path, "old");
+  bool replaced = false;
+  const int deaths = tks::test::killedAtEachCall([&] { files().writeAtomically(path, bytes("new"), nullptr); },
+                                                 [&] {
+                                                   const std::string content = contentOf(path);
+                                                   EXPECT_TRUE(content == "old" || content == "new") << content;
+                                                   replaced = replaced || content == "new";
+                                                   writeFile(path, "old");
+                                                 });
+  if (deaths < 0) GTEST_SKIP() << "processes may not be traced here";
+  EXPECT_GT(deaths, 8);
+  EXPECT_TRUE(replaced);
+}
+
+TEST_F(Files, AFullDiskLeavesTheOldContentAndNothingBesideIt) {
+  const tks::test::SmallVolume volume("64k");
+  if (!volume.isThere()) GTEST_SKIP() << "needs the right to mount";
+  const std::string path = volume / "file";
+  ASSERT_TRUE(files().writeAtomically(path, bytes("old"), &error));
+  EXPECT_FALSE(files().writeAtomically(path, bytes(std::string(100'000, 'x')), &error));
+  expectError(ENOSPC, "write \"" + path + "\": No space left on device");
+  EXPECT_EQ(contentOf(path), "old");
+  EXPECT_THAT(names(volume.path()), UnorderedElementsAre("file"));
 }
 
 TEST_F(Files, AttributesAreThoseOfALinkItself) {
