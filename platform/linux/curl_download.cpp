@@ -214,8 +214,11 @@ class Transfer {
 void CurlDownload::start(const DownloadRequest& request, std::function<void(DownloadResult)> done) {
   static std::once_flag prepared;
   std::call_once(prepared, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-  platform::backgroundWork().submit(
-      [request, authorities = authorities_, done = std::move(done)] { done(Transfer(request, authorities).run()); });
+  platform::backgroundWork().submit([request, authorities = authorities_, done = std::move(done)] {
+    // The file is closed before anybody learns of it.
+    DownloadResult result = Transfer(request, authorities).run();
+    done(std::move(result));
+  });
 }
 
 }  // namespace tks::gnulinux
