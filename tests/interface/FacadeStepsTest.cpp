@@ -166,6 +166,16 @@ TEST_F(FacadeSteps, AbsentCallbacksAreNotCalledWhateverTheStatus) {
   EXPECT_THAT(log_.texts(8), testing::Not(Contains(StartsWith("Callback '"))));
 }
 
+TEST_F(FacadeSteps, MissingParametersAreReportedAgainByALaterError) {
+  tks_.launchMeetingWithParam({}, finish(), error());
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
+  world_.says("hello_ack");
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("launch_meeting"));
+  world_.says("error", "\"refused\"");
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("disconnect"));
+  EXPECT_THAT(called(), ElementsAre("error: Launch param nil!", "error: refused"));
+}
+
 TEST_F(FacadeSteps, RelaunchThatTimesOutLeavesStatusAndIdentifierAlone) {
   tks_.appManager->connectedTKSPid = 77;
   world_.processes.addRunning(77);
