@@ -1,3 +1,6 @@
+#include <sstream>
+#include <thread>
+
 #include "tests/end_to_end/EndToEndTest.h"
 
 namespace {
@@ -159,6 +162,99 @@ TEST_P(LauncherFault, HeaderBeyondTheLimitIsReportedOnce) {
 }
 
 TEST_P(LauncherFault, AnswersThatComeTwiceCallBackOnce) { EXPECT_THAT(launch({"--twice"}), ElementsAre("finish one")); }
+
+TEST_P(LauncherFault, LauncherThatNeverAnswersTheGreetingKeepsNobodyFromAnything) {
+  Pair pair({"--mute", "--received", "received"}, {.kind = GetParam()});
+  pair.host.command("launch one");
+  // It was greeted, and the host waits for as long as the launcher likes.
+  ASSERT_EQ(pair.launcher.report("received"), "{\"message\":\"hello\",\"message_type\":\"hello\"}\n");
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  EXPECT_EQ(pair.host.status().first, tks::test::kStarting);
+  EXPECT_THAT(pair.told(), IsEmpty());
+  pair.host.command("start two");
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.told(), ElementsAre("error two TKSIDefaultDomain 0 Unexpected app status: 2"));
+  EXPECT_EQ(pair.host.quit(), 0);
+  EXPECT_TRUE(tks::test::waitUntil([&] { return pair.launcher.processes().empty(); }));
+}
+
+TEST_P(LauncherFault, LauncherThatSaysNoGoodbyeLeavesTheLaunchedMeetingAsItIs) {
+  Pair pair({"--mute-after", "launch_meeting_ack"}, {.kind = GetParam()});
+  pair.host.command("launch one");
+  ASSERT_TRUE(pair.host.waitFor("finish one"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(pair.host.status().first, tks::test::kLaunching);
+  EXPECT_THAT(pair.told(), ElementsAre("finish one"));
+  // Once it is gone everything is as after a goodbye.
+  ::kill(pair.launcherPid(), SIGKILL);
+  pair.expectNothingLeft();
+  pair.launcher.setSwitches({});
+  pair.host.command("launch two");
+  ASSERT_TRUE(pair.host.waitFor("finish two"));
+  pair.expectNothingLeft();
+}
+
+TEST_P(LauncherFault, LauncherThatWillNotDieHoldsUpNobody) {
+  Pair pair({"--wont-die"}, {.kind = GetParam()});
+  pair.host.command("start one");
+  ASSERT_TRUE(pair.waitUntilTold(1));
+  pair.host.command("stop two");
+  // A host over files ends the conversation at once and calls nobody.
+  ASSERT_TRUE(pair.host.waitForStatus(tks::test::kUnconnected));
+  if (usesPipes()) {
+    ASSERT_TRUE(pair.waitUntilTold(2));
+    EXPECT_THAT(pair.told(), ElementsAre("finish one", "finish two"));
+  }
+  EXPECT_EQ(pair.launcher.processes().size(), 1u) << "it is left alone";
+  pair.launcher.setSwitches({});
+  pair.host.command("launch three");
+  ASSERT_TRUE(pair.host.waitFor("finish three"));
+  EXPECT_EQ(pair.host.quit(), 0);
+}
+
+TEST_P(LauncherFault, LauncherThatAlwaysSaysThatItUpdatedItselfIsStartedOneAfterTheOther) {
+  Pair pair({"--update"}, {.kind = GetParam()});
+  pair.host.command("launch one");
+  ASSERT_TRUE(pair.host.waitUntil([](const std::vector<std::string>& events) {
+    return std::count_if(events.begin(), events.end(), [](const auto& event) { return event.starts_with("pid "); }) >=
+           5;
+  }));
+  EXPECT_LE(pair.launcher.processes().size(), 2u) << "the next one is started when the last one has quit";
+  EXPECT_THAT(pair.told(), IsEmpty());
+  // The first one that does not say so launches the meeting.
+  pair.launcher.setSwitches({});
+  ASSERT_TRUE(pair.waitUntilTold());
+  pair.expectNothingLeft();
+  EXPECT_THAT(pair.told(), ElementsAre("finish one"));
+}
+
+TEST_P(LauncherFault, ParametersOfAMeetingNeverBecomeArguments) {
+  Pair pair({"--dump-arguments", "arguments", "--received", "received"}, {.kind = GetParam()});
+  const std::string parameters =
+      R"({"gpcurlroot":"https://meet.tarvo.example","-Communicate":"File","Communicate":"-Communicate",)"
+      R"("LaunchMethod":"--x","a":"first\nsecond","b":"-daemon","--x":"--x","-daemon":"-LaunchMethod"})";
+  pair.host.command("launch one " + parameters);
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.told(), ElementsAre("finish one"));
+  std::vector<std::string> arguments;
+  std::istringstream texts(pair.launcher.report("arguments"));
+  for (std::string text; std::getline(texts, text, '\0');) arguments.push_back(text);
+  std::vector<std::string> expected = {pair.launcher.executable(), "-LaunchMethod", "SDK", "-Communicate",
+                                       usesPipes() ? "Pipe" : "File"};
+  if (!usesPipes()) {
+    expected.push_back("-TempIPCFilePath");
+    ASSERT_EQ(arguments.size(), 7u);
+    expected.push_back(arguments.back());
+    EXPECT_THAT(arguments.back(), testing::MatchesRegex("/.*/ipcFile_[0-9]+"));
+  }
+  EXPECT_EQ(arguments, expected);
+  // They travel in the message, all of them.
+  const std::string received = pair.launcher.report("received");
+  for (const char* part :
+       {R"("-Communicate":"File")", R"("a":"first\nsecond")", R"("b":"-daemon")", R"("--x":"--x")"}) {
+    EXPECT_THAT(received, HasSubstr(part));
+  }
+}
 
 TEST_P(LauncherFault, MissingLauncherIsReported) {
   Pair pair({}, {.kind = GetParam()});
