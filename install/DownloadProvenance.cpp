@@ -4,6 +4,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Characters.h"
+#include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "platform/platform.h"
 
@@ -122,10 +123,12 @@ void TKSUtilBase::resetAppAccessWithPkgPath(std::string_view pkgPath) {
 
 std::string TKSUtilBase::getSystemPolicyFolderToResetAccess(std::string_view pkgPath) {
   std::string_view service = kEveryService;
-  const std::string home = getRealHomeDirectory() + "/";
+  const std::string home = getRealHomeDirectory();
   for (const ProtectedFolder& folder : kProtectedFolders) {
     // A plain comparison of texts: a sibling whose name begins alike matches too.
-    if (service == kEveryService && pkgPath.starts_with(home + std::string(folder.name))) service = folder.service;
+    if (!pkgPath.starts_with(tks::joinedPath(home, folder.name))) continue;
+    service = folder.service;
+    break;
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Get SystemPolicyFolderToResetAccess: %@.", service);
   return std::string(service);
