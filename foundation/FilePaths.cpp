@@ -22,6 +22,12 @@ std::string_view lastPathComponent(std::string_view path) {
   return path.size() > 1 ? path.substr(path.rfind('/') + 1) : path;
 }
 
+std::string_view folderOf(std::string_view path) {
+  path = withoutClosingSlashes(path);
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash == 0 ? 1 : slash);
+}
+
 std::string_view withoutExtension(std::string_view name) {
   const std::size_t dot = name.rfind('.');
   return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);

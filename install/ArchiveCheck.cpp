@@ -1,7 +1,9 @@
 #include "install/ArchiveCheck.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "platform/platform.h"
@@ -47,10 +49,11 @@ bool targetStaysInside(std::string_view name, std::string_view target) {
   return true;
 }
 
+/// The first components as one text, the same for names that some volumes take for the same.
 std::string joined(const std::vector<std::string_view>& components, std::size_t count) {
   std::string path;
   for (std::size_t i = 0; i < count; ++i) path.append("/").append(components[i]);
-  return path;
+  return platform::text().lowerCase(path);
 }
 
 /// What is known of the entries so far.
@@ -66,21 +69,24 @@ class Look {
       return refuse("neither file, folder nor link", entry);
     }
     const std::vector<std::string_view> components = componentsOf(entry.name);
+    if (!components.empty()) content_.topNames.emplace(components.front());
     for (std::size_t above = 1; above < components.size(); ++above) {
-      if (links_.contains(joined(components, above))) return refuse("a name goes through a link", entry);
+      if (!links_.empty() && links_.contains(joined(components, above)))
+        return refuse("a name goes through a link", entry);
     }
     if (entry.kind == ArchiveEntry::Kind::link) return takeLink(entry, joined(components, components.size()));
-    if (links_.contains(joined(components, components.size()))) return refuse("a name is used twice", entry);
+    if (!links_.empty() && links_.contains(joined(components, components.size()))) {
+      return refuse("a name is used twice", entry);
+    }
     if (!rules_.repeatedNames && entry.kind == ArchiveEntry::Kind::file &&
         !files_.insert(joined(components, components.size())).second) {
       return refuse("a name is used twice", entry);
     }
-    size_ = size_ > UINT64_MAX - entry.size ? UINT64_MAX : size_ + entry.size;
-    return size_ <= rules_.mostBytes || refuse("more than may be unpacked", entry);
+    content_.size += std::min(entry.size, UINT64_MAX - content_.size);
+    return content_.size <= rules_.mostBytes || refuse("more than may be unpacked", entry);
   }
 
-  std::uint64_t size() const { return size_; }
-  std::optional<std::string>& reason() { return reason_; }
+  ArchiveContent take() { return std::move(content_); }
 
  private:
   bool takeLink(const ArchiveEntry& entry, std::string path) {
@@ -94,16 +100,15 @@ class Look {
   }
 
   bool refuse(std::string_view why, const ArchiveEntry& entry) {
-    reason_ = std::string(why) + ": \"" + entry.name + "\"";
+    content_.objection = std::string(why) + ": \"" + entry.name + "\"";
     return false;
   }
 
   const ArchiveRules& rules_;
   std::size_t entries_ = 0;
-  std::uint64_t size_ = 0;
   std::set<std::string> links_;
   std::set<std::string> files_;
-  std::optional<std::string> reason_;
+  ArchiveContent content_;
 };
 
 std::optional<std::string> reasonAgainstSize(std::uint64_t unpacked, std::string_view archivePath,
@@ -113,26 +118,28 @@ std::optional<std::string> reasonAgainstSize(std::uint64_t unpacked, std::string
     return "it would grow to " + std::to_string(unpacked) + " bytes";
   }
   const std::optional<platform::VolumeSpace> space = platform::files().volumeSpace(folder, nullptr);
-  if (space && unpacked > space->freeBytes)
+  if (space && unpacked > space->freeBytes) {
     return "it needs " + std::to_string(unpacked) + " bytes, more than are free";
+  }
   return std::nullopt;
 }
 
 }  // namespace
 
-std::optional<std::string> reasonAgainstUnpacking(std::string_view archivePath, std::string_view folder,
-                                                  const ArchiveRules& rules) {
+ArchiveContent lookInto(std::string_view archivePath, std::string_view folder, const ArchiveRules& rules) {
   Look look(rules);
   TKSError error;
   const bool readable = platform::archives().inspect(
       archivePath, [&](const ArchiveEntry& entry) { return look.take(entry); }, &error);
-  if (look.reason()) return look.reason();
-  if (!readable) {
-    const std::optional<std::uint64_t> packed = platform::files().size(archivePath, nullptr);
-    if (packed && *packed <= rules.mostUnreadBytes) return std::nullopt;
-    return error.localizedDescription;
+  ArchiveContent content = look.take();
+  if (content.objection) return content;
+  if (readable) {
+    content.objection = reasonAgainstSize(content.size, archivePath, folder);
+    return content;
   }
-  return reasonAgainstSize(look.size(), archivePath, folder);
+  const std::optional<std::uint64_t> packed = platform::files().size(archivePath, nullptr);
+  if (!packed || *packed > rules.mostUnreadBytes) content.objection = error.localizedDescription;
+  return content;
 }
 
 }  // namespace tks::install

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -19,10 +20,19 @@ struct ArchiveRules {
   std::uint64_t mostUnreadBytes = 0;
 };
 
-/// Looks at an archive before it is unpacked into `folder`: every name stays inside, there are only files, folders and
-/// links that stay inside, nothing is put through a link, and the declared sizes fit on the volume and are no bomb.
-/// Nothing when all is well, else the reason in words.
-std::optional<std::string> reasonAgainstUnpacking(std::string_view archivePath, std::string_view folder,
-                                                  const ArchiveRules& rules = {});
+/// What an archive says of itself before it is unpacked.
+struct ArchiveContent {
+  /// Why it must not be unpacked, in words; nothing when all is well.
+  std::optional<std::string> objection;
+  /// Bytes that it grows to.
+  std::uint64_t size = 0;
+  /// First components of all names.
+  std::set<std::string> topNames;
+};
+
+/// Looks at an archive that is to be unpacked into `folder`. There is no objection when every name stays inside, there
+/// are only files, folders and links that stay inside, nothing is put through a link, and the declared sizes fit on the
+/// volume and are no bomb.
+ArchiveContent lookInto(std::string_view archivePath, std::string_view folder, const ArchiveRules& rules = {});
 
 }  // namespace tks::install

@@ -1,9 +1,13 @@
+#include "install/Archives.h"
+
+#include <string>
 #include <string_view>
 
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Characters.h"
 #include "foundation/Logging.h"
+#include "foundation/Utf8.h"
 #include "platform/platform.h"
 
 // Unpacking with the system's tools. Nobody looks at their exit status: callers judge by what is there afterwards.
@@ -13,27 +17,56 @@ namespace {
 /// How much of a tool's output a log line shows, in characters.
 constexpr std::size_t kShownOutput = 500;
 
+/// A path that no tool can take for an option or for another machine's.
+std::string pathArgument(std::string_view path) {
+  const bool odd = path.starts_with('-') || (!path.starts_with('/') && path.find(':') != std::string_view::npos);
+  return std::string(odd ? "./" : "").append(path);
+}
+
+/// The path of a zip archive for unzip, which takes the name for a pattern: what is special in one stands for itself.
+std::string zipArgument(std::string_view path) {
+  const std::size_t name = path.rfind('/') + 1;
+  std::string argument(path.substr(0, name));
+  for (const char character : path.substr(name)) {
+    const bool special = character == '*' || character == '?' || character == '[';
+    if (special) argument += '[';
+    argument += character;
+    if (special) argument += ']';
+  }
+  return pathArgument(argument);
+}
+
+/// The beginning of what a tool printed; output that is no text is none.
+std::string_view shownOutput(const std::string& output) {
+  return tks::utf8::isValid(output) ? tks::firstCharacters(output, kShownOutput) : "(null)";
+}
+
 }  // namespace
 
-void TKSUtilBase::unzip(std::string_view zipPath, std::string_view to) {
+void tks::install::unzip(std::string_view zipPath, std::string_view folder, std::optional<std::uint64_t> mostBytes) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip Begin");
-  tks::platform::ToolRequest request;
-  request.tool = tks::platform::Tool::unzip;
+  platform::ToolRequest request;
+  request.tool = platform::Tool::unzip;
   // "-u": update what is there and create what is not.
-  request.arguments = {"-u", "-d", std::string(to), std::string(zipPath)};
-  const std::string output = tks::platform::systemTools().run(request).output;
-  const std::string_view shown = tks::firstCharacters(output, kShownOutput);
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", tks::masked(zipPath));
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip to: %@", tks::masked(to));
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip Output: %@", tks::masked(shown));
+  request.arguments = {"-u", "-d", pathArgument(folder), zipArgument(zipPath)};
+  request.writeLimit = mostBytes;
+  const std::string output = platform::systemTools().run(request).output;
+  const std::string_view shown = shownOutput(output);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(zipPath));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip to: %@", masked(folder));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip Output: %@", masked(shown));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip End");
+}
+
+void TKSUtilBase::unzip(std::string_view zipPath, std::string_view to) {
+  tks::install::unzip(zipPath, to, std::nullopt);
 }
 
 void TKSUtilBase::untar(std::string_view archivePath, std::string_view to) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "untar Begin");
   tks::platform::ToolRequest request;
   request.tool = tks::platform::Tool::tar;
-  request.arguments = {"-xvf", std::string(archivePath), "-C", std::string(to)};
+  request.arguments = {"-xvf", pathArgument(archivePath), "-C", pathArgument(to)};
   tks::platform::systemTools().run(request);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", tks::masked(archivePath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", tks::masked(to));

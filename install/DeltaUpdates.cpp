@@ -55,8 +55,10 @@ DeltaList readArchive(const std::string& archive) {
   const std::string listPath = folder + std::string(kListName);
   TKSError error;
   if (!clear(listPath, error)) return failure(error);
-  if (const std::optional<std::string> reason = tks::install::reasonAgainstUnpacking(archive, folder, kListRules)) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Refuse to unpack: %@, %@", tks::masked(archive), tks::masked(*reason));
+  const tks::install::ArchiveContent content = tks::install::lookInto(archive, folder, kListRules);
+  if (content.objection) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Refuse to unpack: %@, %@", tks::masked(archive),
+                          tks::masked(*content.objection));
     return failure(error);
   }
   TKSUtilBase::untar(archive, folder);
@@ -68,9 +70,9 @@ DeltaList readArchive(const std::string& archive) {
     TKSILog::logWithLevel(TKSILogLevelError, "Check the DeltaInfos Codesign failed: %@", tks::masked(error));
     return failure(error);
   }
-  const std::optional<TKSData> content = tks::platform::files().read(listPath, kLargestList, &error);
-  if (!content) return failure(error);
-  const std::string_view text(reinterpret_cast<const char*>(content->data()), content->size());
+  const std::optional<TKSData> listData = tks::platform::files().read(listPath, kLargestList, &error);
+  if (!listData) return failure(error);
+  const std::string_view text(reinterpret_cast<const char*>(listData->data()), listData->size());
   TKSValue list = TKSUtilBase::JSONStringToObject(text, &error);
   if (list.isNothing()) return failure(error);
   return {std::move(list), std::nullopt};

@@ -19,11 +19,17 @@ using tks::platform::Bundle;
 
 constexpr std::uint32_t kOwnerMayExecute = 0100;
 
+bool needsPermission(const std::string& executable) { return !tks::platform::files().isExecutableFile(executable); }
+
+/// An executable that its bundle does not have is an absent text.
+std::string_view shown(const std::string& path) { return path.empty() ? std::string_view("(null)") : path; }
+
 bool allowExecuting(const std::string& path) {
+  const std::string_view name = shown(path);
   TKSError error;
   const std::optional<tks::platform::FileAttributes> attributes = tks::platform::files().attributes(path, &error);
   if (!attributes) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Failed to get attributes of %@", tks::masked(path));
+    TKSILog::logWithLevel(TKSILogLevelError, "Failed to get attributes of %@", tks::masked(name));
     return false;
   }
   if (tks::platform::files().setPermissions(path, attributes->permissions | kOwnerMayExecute, &error)) return true;
@@ -32,18 +38,13 @@ bool allowExecuting(const std::string& path) {
   return false;
 }
 
-/// Whether there is an executable that this process may not execute.
-bool needsPermission(const std::string& executable) {
-  return !executable.empty() && !tks::platform::files().isExecutableFile(executable);
-}
-
 void checkExtensions(const Bundle& launcher) {
   for (const std::string& name :
        tks::platform::files().list(launcher.builtInPlugInsPath, nullptr).value_or(std::vector<std::string>())) {
     if (!name.ends_with(".appex")) continue;
     const std::optional<Bundle> extension =
         tks::platform::bundles().open(tks::joinedPath(launcher.builtInPlugInsPath, name));
-    if (!extension || !needsPermission(extension->executablePath)) continue;
+    if (!extension || extension->executablePath.empty() || !needsPermission(extension->executablePath)) continue;
     const bool allowed = allowExecuting(extension->executablePath);
     TKSILog::logWithLevel(TKSILogLevelInfo, "Add app ext exe permission done: %@, result: %i(expect 1).",
                           tks::masked(extension->executablePath), allowed);
@@ -58,8 +59,9 @@ void TKSUtilBase::checkLaunchService() {
   if (const std::optional<Bundle> launcher = tks::platform::bundles().open(path)) {
     if (needsPermission(launcher->executablePath)) {
       const bool allowed = allowExecuting(launcher->executablePath);
-      TKSILog::logWithLevel(TKSILogLevelInfo, "Add exe permission done: %@, result: %i(expect 1).",
-                            tks::masked(launcher->executablePath), allowed);
+      const std::string_view name = shown(launcher->executablePath);
+      TKSILog::logWithLevel(TKSILogLevelInfo, "Add exe permission done: %@, result: %i(expect 1).", tks::masked(name),
+                            allowed);
     }
     checkExtensions(*launcher);
     TKSILog::logWithLevel(TKSILogLevelInfo, "Prepare for app ext done.");

@@ -5,6 +5,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "platform/platform.h"
 
@@ -48,12 +49,6 @@ bool isMissing(std::string_view fromPath) {
   if (files().exists(fromPath)) return false;
   TKSILog::logWithLevel(TKSILogLevelError, "No File exist at path: %@", masked(fromPath));
   return true;
-}
-
-std::string_view folderOf(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash == 0 ? 1 : slash);
 }
 
 /// Ends an application that runs from a folder that is to go whatever happens.
@@ -142,7 +137,7 @@ bool TKSUtilBase::copyFileAtPath(std::string_view fromPath, std::string_view toP
   TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to copy file at path: %@", masked(fromPath));
   if (isMissing(fromPath)) return true;
   ErrorSlot slot(error);
-  const std::string_view parent = folderOf(toPath);
+  const std::string_view parent = tks::folderOf(toPath);
   if (!files().isDirectory(parent) && !files().createDirectory(parent, kOrdinaryFolder, slot.get())) {
     const std::string reason = slot.passOn();
     TKSILog::logWithLevel(TKSILogLevelInfo, "Copy file at path: %@ to %@ failed:%@", masked(fromPath), masked(toPath),

@@ -8,6 +8,7 @@
 #include <tksinterface/TKSUtilBase.h>
 #include <tksinterface/TKSUtilBaseHelper.h>
 
+#include "foundation/Characters.h"
 #include "foundation/Logging.h"
 #include "foundation/Utf8.h"
 #include "platform/platform.h"
@@ -17,13 +18,6 @@ namespace {
 using tks::masked;
 
 constexpr std::string_view kNotarizedMark = "Notarized Developer ID";
-
-std::string trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\n\v\f\r";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return std::string(text.substr(first, text.find_last_not_of(kBlanks) - first + 1));
-}
 
 /// The system's assessment of an application, as its tool prints it; empty when there is none.
 std::string assess(std::string_view appPath) {
@@ -143,7 +137,8 @@ std::optional<std::string> TKSUtilBase::hashFilePropertiesWithAppPath(std::strin
   }
   tks::platform::ToolRequest request{tks::platform::Tool::lsof, {"-g", "-o", "-R", std::string(appPath)}};
   request.pipedInto = tks::platform::Tool::shasum;
-  return trimmed(tks::platform::systemTools().run(request).output);
+  const std::string output = tks::platform::systemTools().run(request).output;
+  return std::string(tks::trimmed(output));
 }
 
 bool TKSUtilBase::appHaveBeenUsed(std::string_view appPath) {

@@ -9,9 +9,9 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
-#include "install/ArchiveCheck.h"
 #include "install/PackageVersions.h"
 #include "install/ReplaceBundle.h"
+#include "install/UnpackFolder.h"
 #include "platform/platform.h"
 
 // Installing the launcher from a backup archive: unpack, prove, replace, check.
@@ -21,8 +21,6 @@ namespace {
 using tks::masked;
 using tks::platform::files;
 
-/// Nobody else looks into the folder that an archive is unpacked to.
-constexpr std::uint32_t kPrivate = 0700;
 constexpr std::uint32_t kOrdinaryFolder = 0777;
 /// How long one installation waits for another one of the same user.
 constexpr std::chrono::minutes kPatience{10};
@@ -33,24 +31,16 @@ class Installation {
       : givenVersion_(version),
         version_(tks::install::givenVersion(version)),
         zipPath_(zipPath),
-        targetPath_(targetPath),
-        unpackFolder_(tks::joinedPath(tks::platform::knownFolders().temporary(),
-                                      tks::platform::bundles().mainBundleIdentifier().value_or(""))),
-        unpackedPath_(tks::joinedPath(unpackFolder_, TKSAppName)) {}
+        targetPath_(targetPath) {}
 
   /// Everything from the archive to the launcher in its place.
   bool run() {
-    return checkParameters() && waitForOthers() && makePlaceForUnpacking() && unpack() &&
+    return checkParameters() && enterUnpackFolder() && unpackFolder_.makeRoom() && unpackFolder_.unpack(zipPath_) &&
            TKSUtilBase::isSupportedTKSVersion(version_) && checkPackage() && endOldLauncher() && makeParent() &&
-           replace();
+           enterParent() && replace();
   }
 
-  /// Removes what is left in the temporary folder.
-  void cleanUp() const {
-    if (!files().exists(unpackedPath_)) return;
-    const bool removed = files().remove(unpackedPath_, nullptr);
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Clean up temp unziped app done: %i", removed);
-  }
+  void cleanUp() { unpackFolder_.removeLauncher(); }
 
  private:
   bool checkParameters() const {
@@ -66,47 +56,20 @@ class Installation {
     return false;
   }
 
-  bool waitForOthers() {
+  bool enterUnpackFolder() {
     TKSError error;
-    const std::string temporary = tks::platform::knownFolders().temporary();
-    if (temporary.empty()) {
-      TKSILog::logWithLevel(TKSILogLevelError, "There is no temporary folder that can be trusted.");
-      return false;
-    }
-    lock_ = files().lock(tks::joinedPath(temporary, "tksinterface-install.lock"), kPatience, &error);
-    if (lock_) return true;
-    TKSILog::logWithLevel(TKSILogLevelError, "Cannot wait for other installations: %@", masked(error));
+    if (unpackFolder_.enter(kPatience, &error)) return true;
+    TKSILog::logWithLevel(TKSILogLevelError, "Cannot use the folder to unpack to: %@", masked(error));
     return false;
   }
 
-  bool makePlaceForUnpacking() const {
+  /// The mark is taken before the check: whatever is done to the package later shows.
+  bool checkPackage() {
     TKSError error;
-    if (!files().createDirectory(unpackFolder_, kPrivate, &error)) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Cannot make the folder to unpack to: %@", masked(error));
-      return false;
-    }
-    if (!files().exists(unpackedPath_)) return true;
-    const bool removed = files().remove(unpackedPath_, &error);
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Clean existed temp app result: %i, any error: %@", removed, masked(error));
-    return removed;
-  }
-
-  bool unpack() const {
-    if (const std::optional<std::string> reason = tks::install::reasonAgainstUnpacking(zipPath_, unpackFolder_)) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Refuse to unpack: %@, %@", masked(zipPath_), masked(*reason));
-      return false;
-    }
-    TKSUtilBase::unzip(zipPath_, unpackFolder_);
-    const bool unpacked = files().exists(unpackedPath_);
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip backup to temp TKS app: %@, result: %i", masked(unpackedPath_),
-                          unpacked);
-    return unpacked;
-  }
-
-  bool checkPackage() const {
-    TKSError error;
-    if (TKSUtilBase::isSafeToInstall(unpackedPath_, version_, &error)) return true;
-    TKSILog::logWithLevel(TKSILogLevelError, "Unsafe to install '%@': %@", masked(unpackedPath_), masked(error));
+    provenMark_ = files().changeMark(unpackFolder_.launcherPath(), nullptr);
+    if (TKSUtilBase::isSafeToInstall(unpackFolder_.launcherPath(), version_, &error)) return true;
+    TKSILog::logWithLevel(TKSILogLevelError, "Unsafe to install '%@': %@", masked(unpackFolder_.launcherPath()),
+                          masked(error));
     return false;
   }
 
@@ -119,7 +82,7 @@ class Installation {
   }
 
   bool makeParent() const {
-    const std::string parent = targetPath_.substr(0, targetPath_.size() - tks::lastPathComponent(targetPath_).size());
+    const std::string_view parent = tks::folderOf(targetPath_);
     if (parent.empty() || files().exists(parent)) return true;
     TKSError error;
     const bool made = files().createDirectory(parent, kOrdinaryFolder, &error);
@@ -128,31 +91,50 @@ class Installation {
     return made;
   }
 
+  /// Hosts with temporary folders of their own may have the same target.
+  bool enterParent() {
+    const std::string_view parent = tks::folderOf(targetPath_);
+    TKSError error;
+    parentLock_ = files().lock(parent.empty() ? "." : parent, kPatience, &error);
+    if (parentLock_) return true;
+    TKSILog::logWithLevel(TKSILogLevelError, "Cannot wait for other installations: %@", masked(error));
+    return false;
+  }
+
   bool replace() const {
     TKSError error;
     tks::install::BundleReplacement replacement(targetPath_);
-    // What is put in place is what was proved: it is checked once more where nobody unpacks or moves it any longer.
-    const bool staged = replacement.stage(unpackedPath_, &error) &&
-                        TKSUtilBase::isSafeToInstall(replacement.stagedPath(), version_, &error);
-    if (staged && !replacement.putInPlace(&error)) {
+    const bool staged = replacement.stage(unpackFolder_.launcherPath(), &error);
+    const bool proven = staged && isProven(replacement.stagedPath(), &error);
+    // An old launcher that cannot be taken from its folder is no matter of the new one.
+    const bool stays = files().exists(targetPath_) && (proven || !files().isWritable(tks::folderOf(targetPath_)));
+    const bool installed = proven && replacement.putInPlace(&error);
+    if (!installed && stays) {
       TKSILog::logWithLevel(TKSILogLevelError, "Clean up TKS failed: %@", masked(error));
       return false;
     }
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Install TKS done, result: %i, any error: (%@)", staged, masked(error));
-    if (!staged) return false;
+    TKSILog::logWithLevel(TKSILogLevelInfo, "Install TKS done, result: %i, any error: (%@)", installed, masked(error));
+    if (!installed) return false;
     TKSILog::logWithLevel(TKSILogLevelInfo, "File replacement done. Begin register work for appext");
     TKSUtilBase::checkLaunchService();
     TKSUtilBase::removeQuarantineAttribute(targetPath_);
     return true;
   }
 
+  /// What is put in place is what was proven: the very same, or, where something may have been done to it since or it
+  /// had to be copied, proven once more.
+  bool isProven(const std::string& bundle, TKSError* error) const {
+    return (provenMark_ && files().changeMark(bundle, nullptr) == provenMark_) ||
+           TKSUtilBase::isSafeToInstall(bundle, version_, error);
+  }
+
   std::string givenVersion_;
   std::string version_;
   std::string zipPath_;
   std::string targetPath_;
-  std::string unpackFolder_;
-  std::string unpackedPath_;
-  std::unique_ptr<tks::platform::FileLock> lock_;
+  tks::install::UnpackFolder unpackFolder_;
+  std::optional<TKSData> provenMark_;
+  std::unique_ptr<tks::platform::FileLock> parentLock_;
 };
 
 /// Removes a launcher that turned out broken; a launcher that was updating itself ends.

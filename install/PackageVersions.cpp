@@ -2,13 +2,12 @@
 
 #include <algorithm>
 
+#include "foundation/Characters.h"
+
 namespace tks::install {
 
 std::string givenVersion(std::string_view version) {
-  constexpr std::string_view kBlanksAndLineEnds = " \t\n\v\f\r";
-  const std::size_t begin = version.find_first_not_of(kBlanksAndLineEnds);
-  if (begin == std::string_view::npos) return {};
-  std::string result(version.substr(begin, version.find_last_not_of(kBlanksAndLineEnds) - begin + 1));
+  std::string result(trimmed(version));
   std::replace(result.begin(), result.end(), ',', '.');
   return result;
 }

@@ -5,27 +5,40 @@
 #include <utility>
 #include <vector>
 
+#include <tksinterface/TKSILog.h>
+
 #include "foundation/FilePaths.h"
+#include "foundation/Logging.h"
 #include "platform/platform.h"
 
 namespace tks::install {
 
+namespace {
+
+void removeHidden(const std::string& path) {
+  TKSError error;
+  if (platform::files().remove(path, &error)) return;
+  TKSILog::logWithLevel(TKSILogLevelWarning, "Cannot remove what an installation left: %@", masked(error));
+}
+
+}  // namespace
+
 BundleReplacement::BundleReplacement(std::string target) : target_(std::move(target)) {
   while (target_.size() > 1 && target_.ends_with('/')) target_.pop_back();
-  const std::string_view name = lastPathComponent(target_);
-  folder_ = target_.substr(0, target_.size() - name.size());
-  prefix_ = "." + std::string(name) + ".replacement-";
+  folder_ = folderOf(target_);
+  prefix_ = "." + std::string(lastPathComponent(target_)) + ".replacement-";
 }
 
 BundleReplacement::~BundleReplacement() {
-  if (!staged_.empty()) platform::files().remove(staged_, nullptr);
+  if (!staged_.empty()) removeHidden(staged_);
 }
 
 void BundleReplacement::removeLeftOvers() const {
   const std::optional<std::vector<std::string>> names = platform::files().list(folder_, nullptr);
   if (!names) return;
   for (const std::string& name : *names) {
-    if (name.starts_with(prefix_)) platform::files().remove(joinedPath(folder_, name), nullptr);
+    // A copy that was not completed has a hidden name of its own around that of the bundle.
+    if (name.starts_with('.') && name.find(prefix_) != std::string::npos) removeHidden(joinedPath(folder_, name));
   }
 }
 

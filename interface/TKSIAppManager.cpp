@@ -4,6 +4,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Characters.h"
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "platform/platform.h"
@@ -14,13 +15,6 @@ using tks::masked;
 namespace {
 
 constexpr std::string_view kBundleVersionKey = "CFBundleVersion";
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlanksAndLineEnds = " \t\n\v\f\r";
-  const std::size_t begin = text.find_first_not_of(kBlanksAndLineEnds);
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(kBlanksAndLineEnds) - begin + 1);
-}
 
 /// The version in a bundle's information; empty when it is missing. One that was written as a number counts as its
 /// text.
@@ -46,7 +40,7 @@ bool TKSIAppManager::updateDefaultTKS() { return updateDefaultTKS(backupTKSVersi
 
 bool TKSIAppManager::updateDefaultTKS(std::string_view backupVersion, const std::optional<std::string>& backupZipPath) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s", "-[TKSIAppManager updateDefaultTKS:backupZipPath:]");
-  const std::string_view version = trimmed(backupVersion);
+  const std::string_view version = tks::trimmed(backupVersion);
   if (version.empty() || !backupZipPath) {
     const std::string zipPath = backupZipPath.value_or("(null)");
     TKSILog::logWithLevel(TKSILogLevelError,

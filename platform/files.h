@@ -55,6 +55,9 @@ class Files {
   /// Makes a folder with all folders above it; succeeds when it is there already. `permissions` is for what is made,
   /// before the umask.
   virtual bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
+  /// Makes a folder, with all folders above it, that is this user's alone; takes one that is there when it is this
+  /// user's own, and closes it to others. Somebody else's folder, a link and what is no folder are errors.
+  virtual bool usePrivateDirectory(std::string_view path, TKSError* error) = 0;
   /// Makes an empty file that did not exist; an existing file or link is an error.
   virtual bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   virtual bool remove(std::string_view path, TKSError* error) = 0;
@@ -67,8 +70,9 @@ class Files {
   /// Lets two files or folders of one volume change places in one step, so that either name always has one of the two.
   /// Both must exist. On a volume that cannot do this in one step the first is out of its place for a moment.
   virtual bool exchange(std::string_view first, std::string_view second, TKSError* error) = 0;
-  /// Waits until no other process, and no other part of this one, holds the lock that the file at `path` stands for;
-  /// the file is made when missing and stays. Null, and `error`, when it cannot be made or `patience` is over.
+  /// Waits until no other process, and no other part of this one, holds the lock that the file or folder at `path`
+  /// stands for. A file is made when nothing is there, and stays. Null, and `error`, when it cannot be made or
+  /// `patience` is over. On a volume that has no locks nobody is kept out.
   virtual std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience,
                                          TKSError* error) = 0;
 
@@ -77,6 +81,12 @@ class Files {
   /// Replaces a file as a whole: afterwards it has the old content or the new one, also after a crash. Keeps the
   /// permissions of an existing file.
   virtual bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) = 0;
+
+  /// A mark of an item with all that is in it, that changes with whatever is done to any of it, be it content, names,
+  /// kinds, permissions or attributes, and that needs no content to be read. A folder itself may be moved within its
+  /// volume. Waits some milliseconds when something was changed just now, so that no later change can have the same
+  /// time.
+  virtual std::optional<TKSData> changeMark(std::string_view path, TKSError* error) = 0;
 
   virtual std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) = 0;
   /// Sets the permission bits (links followed).

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,6 +24,9 @@ struct ToolRequest {
   std::optional<Tool> pipedInto = std::nullopt;
   /// What is longer is read to its end and thrown away.
   std::size_t outputLimit = 16u * 1024 * 1024;
+  /// The most bytes that the tool may write, in one file or in all with its output; then it is ended. The sum is
+  /// looked at now and then, so that it can be exceeded by what fits in between.
+  std::optional<std::uint64_t> writeLimit = std::nullopt;
   /// After this the tool is ended with its process group.
   std::chrono::seconds timeLimit{300};
 };
@@ -31,7 +35,7 @@ struct ToolResult {
   /// False: the tool is missing or could not be started; `error` says why.
   bool started = false;
   std::string output;
-  /// Exit code of the (last) tool; -1 when it was ended by a signal or by the time limit.
+  /// Exit code of the (last) tool; -1 when it was ended by a signal or by a limit.
   int exitCode = -1;
   TKSError error;
 };

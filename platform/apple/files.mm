@@ -8,9 +8,11 @@
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/files.h"
+#include "platform/posix/change_mark.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
 #include "platform/posix/posix_error.h"
+#include "platform/posix/private_folder.h"
 #include "platform/posix/whole_files.h"
 
 namespace tks::platform {
@@ -86,6 +88,10 @@ class AppleFiles final : public Files {
     }
   }
 
+  bool usePrivateDirectory(std::string_view path, TKSError* error) override {
+    return createDirectory(path, 0700, error) && posix::closeToOthers(path, error);
+  }
+
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     const std::string name(path);
     const posix::FileDescriptor file(posix::retried(
@@ -131,6 +137,10 @@ class AppleFiles final : public Files {
 
   bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
     return posix::replaceFile(path, content, error);
+  }
+
+  std::optional<TKSData> changeMark(std::string_view path, TKSError* error) override {
+    return posix::changeMark(path, error);
   }
 
   std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) override {

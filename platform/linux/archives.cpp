@@ -2,6 +2,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <locale.h>
 
 #include <memory>
 
@@ -28,6 +29,26 @@ ArchiveEntry::Kind kindOf(archive_entry* entry) {
 
 std::string textOf(const char* text) { return text == nullptr ? std::string() : std::string(text); }
 
+/// Lets this thread read names in UTF-8, for a scope: libarchive turns them into the locale's characters, and a host
+/// without a locale has none but ASCII.
+class Utf8Names {
+ public:
+  Utf8Names() : locale_(::newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {
+    if (locale_ != nullptr) before_ = ::uselocale(locale_);
+  }
+  ~Utf8Names() {
+    if (locale_ == nullptr) return;
+    ::uselocale(before_);
+    ::freelocale(locale_);
+  }
+  Utf8Names(const Utf8Names&) = delete;
+  Utf8Names& operator=(const Utf8Names&) = delete;
+
+ private:
+  locale_t locale_;
+  locale_t before_ = nullptr;
+};
+
 ArchiveEntry describe(archive_entry* entry) {
   ArchiveEntry result;
   result.name = textOf(archive_entry_pathname(entry));
@@ -41,6 +62,7 @@ ArchiveEntry describe(archive_entry* entry) {
 class LinuxArchives final : public Archives {
  public:
   bool inspect(std::string_view path, const std::function<bool(const ArchiveEntry&)>& visit, TKSError* error) override {
+    const Utf8Names utf8Names;
     const std::unique_ptr<archive, decltype(&archive_read_free)> reader(archive_read_new(), archive_read_free);
     const std::string name(path);
     // Not all filters: for some the reader would start a program.

@@ -338,8 +338,8 @@ bool moveTree(const std::string& from, const std::string& to, TKSError* error) {
 
 bool exchangeTrees(const std::string& first, const std::string& second, TKSError* error) {
   if (systemCalls().renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) == 0) return true;
-  if (errno != ENOSYS && errno != EINVAL) return fail(error, "exchange", first);
-  const std::string aside = second + ".aside";
+  if (errno != ENOSYS && errno != EINVAL && errno != EPERM) return fail(error, "exchange", first);
+  const std::string aside = first + ".aside";
   if (::rename(first.c_str(), aside.c_str()) != 0) return fail(error, "exchange", first);
   if (::rename(second.c_str(), first.c_str()) != 0) {
     fail(error, "exchange", second);

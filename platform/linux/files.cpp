@@ -12,9 +12,11 @@
 #include "platform/backend.h"
 #include "platform/linux/extended_attributes.h"
 #include "platform/linux/file_trees.h"
+#include "platform/posix/change_mark.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
 #include "platform/posix/posix_error.h"
+#include "platform/posix/private_folder.h"
 #include "platform/posix/whole_files.h"
 
 namespace tks::platform {
@@ -96,6 +98,10 @@ class LinuxFiles final : public Files {
     return makeFolder(whole, permissions) || fail(error, "create the folder", path);
   }
 
+  bool usePrivateDirectory(std::string_view path, TKSError* error) override {
+    return createDirectory(path, 0700, error) && posix::closeToOthers(path, error);
+  }
+
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     const std::string name(path);
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
@@ -128,6 +134,10 @@ class LinuxFiles final : public Files {
 
   bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
     return posix::replaceFile(path, content, error);
+  }
+
+  std::optional<TKSData> changeMark(std::string_view path, TKSError* error) override {
+    return posix::changeMark(path, error);
   }
 
   std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) override {

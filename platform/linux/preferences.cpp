@@ -1,7 +1,6 @@
 #include "platform/preferences.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,12 +11,12 @@
 #include <exception>
 #include <optional>
 #include <string>
-#include <thread>
 
 #include "foundation/OutOfMemory.h"
 #include "platform/linux/process_table.h"
 #include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/file_lock.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
@@ -134,27 +133,13 @@ bool isStillAt(const FileDescriptor& file, const std::string& path) {
          held.st_ino == named.st_ino;
 }
 
-/// Waits for the lock on a file, for a bounded time: a stopped process may hold it for ever.
-bool lock(const FileDescriptor& file) {
-  const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
-  while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return false;
-    if (std::chrono::steady_clock::now() > deadline) {
-      errno = ETIMEDOUT;
-      return false;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return true;
-}
-
 /// Opens the file at the path, made if need be, and locks it until the result goes. The lock is on the file itself,
 /// which every writer replaces: who gets the lock of a file that was replaced meanwhile starts over with the new one.
 FileDescriptor openLocked(const std::string& path, TKSError* error) {
   for (;;) {
     FileDescriptor file(retried(
         [&] { return ::open(path.c_str(), O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode_t{0600}); }));
-    if (!file || !isRegularFile(file) || !lock(file)) {
+    if (!file || !isRegularFile(file) || !posix::waitForLock(file, kLongestWait)) {
       posix::fail(error, file ? "lock" : "open", path);
       return {};
     }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -58,13 +59,13 @@ struct Plan {
   /// For 0, 1 and 2.
   std::array<int, 3> sources{};
   SpawnRequest::Group group = SpawnRequest::Group::inherited;
+  std::uint64_t fileSizeLimit = 0;
   int (*closeRange)(unsigned first, unsigned last, unsigned flags) = nullptr;
   /// Written by the child: why its program does not run.
   int failure = 0;
 };
 
 TKS_IN_THE_CHILD bool joinGroup(SpawnRequest::Group group) {
-  if (group == SpawnRequest::Group::own) return ::syscall(SYS_setpgid, 0, 0) == 0;
   if (group == SpawnRequest::Group::ownSession) return ::syscall(SYS_setsid) >= 0;
   return true;
 }
@@ -74,6 +75,15 @@ TKS_IN_THE_CHILD void resetSignals() {
   for (int number = 1; number <= kSignals; ++number) {
     ::syscall(SYS_rt_sigaction, number, &kDefaultHandling, nullptr, kSignalSetSize);
   }
+}
+
+/// What goes beyond the limit is ended by a signal, which is not to leave an image of its memory.
+TKS_IN_THE_CHILD bool limitFiles(std::uint64_t size) {
+  if (size == 0) return true;
+  const std::uint64_t files[] = {size, size};
+  const std::uint64_t images[] = {0, 0};
+  return ::syscall(SYS_prlimit64, 0, RLIMIT_FSIZE, files, nullptr) == 0 &&
+         ::syscall(SYS_prlimit64, 0, RLIMIT_CORE, images, nullptr) == 0;
 }
 
 TKS_IN_THE_CHILD bool connect(int target, int source) {
@@ -123,7 +133,7 @@ TKS_IN_THE_CHILD bool closeEach() {
 TKS_IN_THE_CHILD int runInChild(void* argument) {
   Plan& plan = *static_cast<Plan*>(argument);
   resetSignals();
-  bool ready = joinGroup(plan.group);
+  bool ready = joinGroup(plan.group) && limitFiles(plan.fileSizeLimit);
   for (int target = 0; ready && target < kFirstForeign; ++target) {
     ready = connect(target, plan.sources[static_cast<std::size_t>(target)]);
   }
@@ -193,6 +203,7 @@ SpawnedProcess spawn(const SpawnRequest& request) {
   plan.environment = request.cleanEnvironment ? environment.data() : ::environ;
   plan.sources = {request.standardInput, request.standardOutput, request.standardError};
   plan.group = request.group;
+  plan.fileSizeLimit = request.fileSizeLimit;
   plan.closeRange = systemCalls().closeRange;
   SpawnedProcess spawned = start(plan);
   if (!spawned) return spawned;

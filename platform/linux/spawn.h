@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -11,7 +12,7 @@ namespace tks::gnulinux {
 
 /// How a process is started.
 struct SpawnRequest {
-  enum class Group { inherited, own, ownSession };
+  enum class Group { inherited, ownSession };
   /// In place of a descriptor: /dev/null.
   static constexpr int kNull = -1;
 
@@ -25,6 +26,8 @@ struct SpawnRequest {
   int standardOutput = 1;
   int standardError = 2;
   Group group = Group::inherited;
+  /// Length that no file can grow beyond by the process's hand; 0: any. It is ended when it tries.
+  std::uint64_t fileSizeLimit = 0;
   /// A clean environment instead of this process's own.
   bool cleanEnvironment = false;
   /// What the clean environment holds beside: "NAME=value".

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <fstream>
 #include <optional>
 #include <utility>
 
@@ -27,7 +28,7 @@ using platform::ToolRequest;
 using platform::ToolResult;
 using Clock = std::chrono::steady_clock;
 
-/// How often a tool is looked at that cannot be watched.
+/// How often a tool is looked at that cannot be watched, or that may write so much and no more.
 constexpr int kLookIntervalMilliseconds = 20;
 constexpr std::string_view kProcessorFile = "/proc/cpuinfo";
 /// On a line of its own, never the first one.
@@ -46,7 +47,8 @@ class RunningTool {
   ~RunningTool() { end(); }
 
   bool start(SpawnRequest request) {
-    request.group = SpawnRequest::Group::own;
+    // In a session of its own it has no terminal to ask questions on, and a group of its own.
+    request.group = SpawnRequest::Group::ownSession;
     request.cleanEnvironment = true;
     SpawnedProcess spawned = spawn(request);
     if (!spawned) return false;
@@ -56,6 +58,15 @@ class RunningTool {
   }
 
   int descriptor() const { return descriptor_.get(); }
+  /// Bytes that the tool itself has written so far; 0 where the system does not count them.
+  std::uint64_t written() const {
+    std::ifstream counters("/proc/" + std::to_string(process_) + "/io");
+    std::uint64_t count = 0;
+    for (std::string name; counters >> name >> count;) {
+      if (name == "wchar:") return count;
+    }
+    return 0;
+  }
   bool hasEnded() const { return end_ || childState(process_, descriptor_) != ChildState::running; }
 
   /// Ends whatever of the group still runs, and collects the tool: how it ended, `unknown` included.
@@ -108,16 +119,19 @@ class Output {
   std::string text_;
 };
 
-/// Reads the output until the tool has ended; false when the time is over before.
-bool readToTheEnd(RunningTool& tool, Output& output, Clock::time_point deadline) {
+/// Reads the output until the tool has ended: 0, or the number of the limit that it reached before.
+int readToTheEnd(RunningTool& tool, Output& output, const ToolRequest& request) {
+  const Clock::time_point deadline = Clock::now() + request.timeLimit;
   while (true) {
     const bool ended = tool.hasEnded();  // asked before the last read: what was printed by then is there
     output.read();
-    if (ended) return true;
+    if (ended) return 0;
+    if (request.writeLimit && tool.written() > *request.writeLimit) return EFBIG;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-    if (left <= 0) return false;
+    if (left <= 0) return ETIMEDOUT;
     std::array<pollfd, 2> watched{{{output.descriptor(), POLLIN, 0}, {tool.descriptor(), POLLIN, 0}}};
-    const auto longest = tool.descriptor() < 0 ? kLookIntervalMilliseconds : std::chrono::milliseconds::rep{60000};
+    const bool isWatched = tool.descriptor() >= 0 && !request.writeLimit;
+    const auto longest = isWatched ? std::chrono::milliseconds::rep{60000} : kLookIntervalMilliseconds;
     ::poll(watched.data(), watched.size(), static_cast<int>(std::min(left, longest)));
   }
 }
@@ -140,6 +154,7 @@ class ToolRunner final : public platform::SystemTools {
     RunningTool second;
     if (!request.pipedInto) {
       SpawnRequest spawned = requestFor(request.tool, request.arguments);
+      spawned.fileSizeLimit = request.writeLimit.value_or(0);
       if (!startLast(first, spawned, request, output.writer)) return failure("run", spawned.executable);
       return finish(first, request, std::move(output));
     }
@@ -184,11 +199,14 @@ class ToolRunner final : public platform::SystemTools {
     Output output(std::move(pipe.reader), request.outputLimit);
     ToolResult result;
     result.started = true;
-    const bool inTime = readToTheEnd(tool, output, Clock::now() + request.timeLimit);
+    const int reached = readToTheEnd(tool, output, request);
     const ChildEnd end = tool.end();
     result.output = output.take();
-    if (inTime && end.how == ChildEnd::How::exited) result.exitCode = end.number;
-    if (!inTime) result.error = posix::posixError(ETIMEDOUT, "wait for", "the tool");
+    if (reached == 0 && end.how == ChildEnd::How::exited) result.exitCode = end.number;
+    if (reached != 0) result.error = posix::posixError(reached, "wait for", "the tool");
+    if (end.how == ChildEnd::How::killed && end.number == SIGXFSZ) {
+      result.error = posix::posixError(EFBIG, "wait for", "the tool");
+    }
     return result;
   }
 

@@ -2,20 +2,24 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <string>
 #include <thread>
 #include <utility>
 
-#include "platform/posix/file_descriptor.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::posix {
 namespace {
 
+using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kBetweenAttempts{20};
+constexpr milliseconds kFirstPause{1};
+constexpr milliseconds kLongestPause{20};
 
 /// The lock of flock belongs to the open file, so that two parts of one process keep each other out as well.
 class HeldLock final : public platform::FileLock {
@@ -26,24 +30,43 @@ class HeldLock final : public platform::FileLock {
   FileDescriptor file_;
 };
 
+bool isFolder(const std::string& path) {
+  struct stat facts {};
+  return ::stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+}
+
+FileDescriptor openToLock(const std::string& path) {
+  const int flags = isFolder(path) ? O_RDONLY | O_DIRECTORY : O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK;
+  return FileDescriptor(retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0600); }));
+}
+
+/// What volumes say that have no locks, or none for what is open for reading alone.
+bool hasNoLocks(int number) {
+  return number == ENOLCK || number == EOPNOTSUPP || number == ENOSYS || number == EINVAL || number == EBADF;
+}
+
 }  // namespace
 
-std::unique_ptr<platform::FileLock> lockFile(std::string_view path, std::chrono::milliseconds patience,
-                                             TKSError* error) {
-  const std::string name(path);
-  FileDescriptor file(
-      retried([&] { return ::open(name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600); }));
-  if (!file) {
+bool waitForLock(const FileDescriptor& file, milliseconds patience) {
+  const steady_clock::time_point deadline = steady_clock::now() + patience;
+  milliseconds pause = kFirstPause;
+  while (retried([&] { return ::flock(file.get(), LOCK_EX | LOCK_NB); }) != 0) {
+    if (errno != EWOULDBLOCK) return false;
+    if (steady_clock::now() >= deadline) {
+      errno = ETIMEDOUT;
+      return false;
+    }
+    std::this_thread::sleep_for(pause);
+    pause = std::min(pause * 2, kLongestPause);
+  }
+  return true;
+}
+
+std::unique_ptr<platform::FileLock> lockFile(std::string_view path, milliseconds patience, TKSError* error) {
+  FileDescriptor file = openToLock(std::string(path));
+  if (!file || !(waitForLock(file, patience) || hasNoLocks(errno))) {
     fail(error, "lock", path);
     return nullptr;
-  }
-  const steady_clock::time_point deadline = steady_clock::now() + patience;
-  while (retried([&] { return ::flock(file.get(), LOCK_EX | LOCK_NB); }) != 0) {
-    if (errno != EWOULDBLOCK || steady_clock::now() >= deadline) {
-      fail(error, "lock", path);
-      return nullptr;
-    }
-    std::this_thread::sleep_for(kBetweenAttempts);
   }
   return std::make_unique<HeldLock>(std::move(file));
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/platform.h"
+#include "tests/support/ForwardingFiles.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -92,61 +93,28 @@ TEST_F(FileOperations, RemovingNothingFails) {
 }
 
 /// Files that refuse what a test names.
-class RefusingFiles final : public tks::platform::Files {
+class RefusingFiles final : public tks::test::ForwardingFiles {
  public:
-  explicit RefusingFiles(tks::platform::Files& real) : real_(real) {}
   bool refuseChanges = false;
   bool writable = true;
   std::vector<std::string> permitted;
 
-  bool exists(std::string_view path) override { return real_.exists(path); }
-  bool isDirectory(std::string_view path) override { return real_.isDirectory(path); }
-  bool isExecutableFile(std::string_view path) override { return real_.isExecutableFile(path); }
-  bool isWritable(std::string_view path) override { return writable && real_.isWritable(path); }
-  std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) override {
-    return real_.list(path, error);
-  }
+  bool isWritable(std::string_view path) override { return writable && ForwardingFiles::isWritable(path); }
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    return refuseChanges ? refuse(error) : real_.createDirectory(path, permissions, error);
-  }
-  bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    return real_.createFile(path, permissions, error);
+    return refuseChanges ? refuse(error) : ForwardingFiles::createDirectory(path, permissions, error);
   }
   bool remove(std::string_view path, TKSError* error) override {
-    return refuseChanges ? refuse(error) : real_.remove(path, error);
+    return refuseChanges ? refuse(error) : ForwardingFiles::remove(path, error);
   }
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
-    return refuseChanges ? refuse(error) : real_.copy(from, to, error);
+    return refuseChanges ? refuse(error) : ForwardingFiles::copy(from, to, error);
   }
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
-    return refuseChanges ? refuse(error) : real_.move(from, to, error);
-  }
-  std::optional<TKSData> read(std::string_view path, std::size_t limit, TKSError* error) override {
-    return real_.read(path, limit, error);
-  }
-  bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
-    return real_.writeAtomically(path, content, error);
-  }
-  std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override { return real_.size(path, error); }
-  bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
-    return real_.exchange(first, second, error);
-  }
-  std::unique_ptr<tks::platform::FileLock> lock(std::string_view path, std::chrono::milliseconds patience,
-                                                TKSError* error) override {
-    return real_.lock(path, patience, error);
-  }
-  std::optional<tks::platform::FileAttributes> attributes(std::string_view path, TKSError* error) override {
-    return real_.attributes(path, error);
+    return refuseChanges ? refuse(error) : ForwardingFiles::move(from, to, error);
   }
   bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     permitted.emplace_back(path);
-    return real_.setPermissions(path, permissions, error);
-  }
-  int removeExtendedAttribute(std::string_view path, std::string_view name) override {
-    return real_.removeExtendedAttribute(path, name);
-  }
-  std::optional<tks::platform::VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
-    return real_.volumeSpace(path, error);
+    return ForwardingFiles::setPermissions(path, permissions, error);
   }
 
  private:
@@ -154,13 +122,11 @@ class RefusingFiles final : public tks::platform::Files {
     if (error != nullptr) *error = {"D", 7, "refused"};
     return false;
   }
-  tks::platform::Files& real_;
 };
 
 class RefusedOperations : public FileOperations {
  protected:
-  RefusingFiles files{tks::platform::files()};
-  tks::platform::Replaced<tks::platform::Files> replacedFiles{files};
+  RefusingFiles files;
   const TKSError refusal{"D", 7, "refused"};
   const std::string text = "Error Domain=D Code=7 \"refused\"";
 };

@@ -220,10 +220,12 @@ TEST_F(Trust, SigningInformationSaysWhichStepFailed) {
   EXPECT_EQ(reason, "Failed to get static code.");
 }
 
-TEST_F(Trust, TheCheckForInstallingLooksDeeperOnceThePlainCheckHasPassed) {
+TEST_F(Trust, TheCheckForInstallingReadsTheContentOnce) {
   EXPECT_TRUE(tks::checkTrustForInstalling(kBundle, nullptr));
-  EXPECT_EQ(signatures.asked.back(), "installing");
+  EXPECT_THAT(signatures.asked, ElementsAre("create", "installing", "create", "information", "name", "name", "name"));
+}
 
+TEST_F(Trust, TheCheckForInstallingLooksDeeperThanThePlainOneAndLeavesItItsTexts) {
   signatures.installValidity = -67061;
   signatures.details = "nested code";
   TKSError error;
@@ -234,7 +236,8 @@ TEST_F(Trust, TheCheckForInstallingLooksDeeperOnceThePlainCheckHasPassed) {
   signatures.validity = -67062;
   signatures.asked.clear();
   EXPECT_FALSE(tks::checkTrustForInstalling(kBundle, &error));
-  EXPECT_THAT(signatures.asked, ElementsAre("create", "validity"));
+  EXPECT_THAT(signatures.asked, ElementsAre("create", "installing", "create", "validity"));
+  EXPECT_THAT(error.localizedDescription, testing::StartsWith("Code object is not signed at all."));
 }
 
 TEST_F(Trust, TheStrictRulesAskForThePinnedRootAndTheTeamsCertificate) {

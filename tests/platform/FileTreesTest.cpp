@@ -292,6 +292,44 @@ TEST_F(FileTrees, MovingWhatIsNotThereNamesTheSource) {
   EXPECT_EQ(error.localizedDescription, "move \"" + (folder / "missing") + "\": No such file or directory");
 }
 
+class Exchanging : public FileTrees {
+ protected:
+  void SetUp() override {
+    writeFile(folder / "new/file", "new");
+    writeFile(folder / "old/file", "old");
+  }
+  void expectExchanged() {
+    EXPECT_TRUE(files().exchange(folder / "new", folder / "old/", &error)) << error.description();
+    EXPECT_EQ(contentOf(folder / "new/file"), "old");
+    EXPECT_EQ(contentOf(folder / "old/file"), "new");
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 2);
+  }
+};
+
+TEST_F(Exchanging, GivesEitherThePlaceOfTheOther) { expectExchanged(); }
+
+TEST_F(Exchanging, WorksWhereTheSystemCannotDoItInOneStep) {
+  {
+    const InjectedSystemCall old(&SystemCalls::renameat2, refusing<ENOSYS>);
+    expectExchanged();
+    fs::rename(folder / "new", folder / "x");
+    fs::rename(folder / "old", folder / "new");
+    fs::rename(folder / "x", folder / "old");
+  }
+  const InjectedSystemCall filter(&SystemCalls::renameat2, refusing<EPERM>);
+  expectExchanged();
+}
+
+TEST_F(Exchanging, WithWhatIsNotThereLeavesTheOther) {
+  EXPECT_FALSE(files().exchange(folder / "new", folder / "missing", &error));
+  EXPECT_EQ(error.code, ENOENT);
+  EXPECT_EQ(contentOf(folder / "new/file"), "new");
+  const InjectedSystemCall call(&SystemCalls::renameat2, refusing<ENOSYS>);
+  EXPECT_FALSE(files().exchange(folder / "new", folder / "missing", &error));
+  EXPECT_EQ(error.localizedDescription, "exchange \"" + (folder / "missing") + "\": No such file or directory");
+  EXPECT_EQ(contentOf(folder / "new/file"), "new");
+}
+
 class OtherVolume : public FileTrees {
  protected:
   void SetUp() override {

@@ -142,6 +142,37 @@ TEST_F(Files, AFolderIsNotMadeWhereAFileStands) {
   EXPECT_EQ(error.code, ENOENT);
 }
 
+TEST_F(Files, APrivateFolderIsMadeWithAllFoldersAboveIt) {
+  EXPECT_TRUE(files().usePrivateDirectory(folder / "a/b", &error)) << error.description();
+  EXPECT_EQ(modeOf(folder / "a/b"), 0700u);
+}
+
+TEST_F(Files, AFolderOfOnesOwnIsClosedToOthersAndKeepsWhatIsInIt) {
+  writeFile(folder / "a/file", "x");
+  ASSERT_EQ(::chmod((folder / "a").c_str(), 0777), 0);
+  EXPECT_TRUE(files().usePrivateDirectory(folder / "a/", &error)) << error.description();
+  EXPECT_EQ(modeOf(folder / "a"), 0700u);
+  EXPECT_EQ(contentOf(folder / "a/file"), "x");
+}
+
+TEST_F(Files, AFolderOfAnotherUserIsNotPrivate) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a folder away";
+  fs::create_directory(folder / "a");
+  ASSERT_EQ(::chown((folder / "a").c_str(), 65534, 65534), 0);
+  EXPECT_FALSE(files().usePrivateDirectory(folder / "a", &error));
+  expectError(EPERM, "use the folder of another user \"" + (folder / "a") + "\": Operation not permitted");
+}
+
+TEST_F(Files, ALinkToAFolderIsNotPrivate) {
+  fs::create_directory(folder / "real");
+  fs::create_directory_symlink("real", folder / "link");
+  EXPECT_FALSE(files().usePrivateDirectory(folder / "link", &error));
+  EXPECT_FALSE(files().usePrivateDirectory(folder / "link/", &error));
+  EXPECT_EQ(modeOf(folder / "real"), 0755u);
+  writeFile(folder / "file", "x");
+  EXPECT_FALSE(files().usePrivateDirectory(folder / "file", &error));
+}
+
 TEST_F(Files, AFileIsMadeOnlyWhereNothingStands) {
   EXPECT_TRUE(files().createFile(folder / "new", 0600, &error));
   EXPECT_EQ(modeOf(folder / "new"), 0600u);

@@ -174,6 +174,45 @@ TEST_F(SystemTools, AToolThatOutlivesItsTimeIsEndedWithItsGroup) {
   EXPECT_THAT(tks::test::children(), IsEmpty());
 }
 
+TEST_F(SystemTools, AToolThatWritesTooLongAFileIsEnded) {
+  script(Tool::unzip, "exec head -c 10000000 /dev/zero > '" + (folder / "file") + "'");
+  ToolRequest request{Tool::unzip, {}};
+  request.writeLimit = 1000000;
+  const ToolResult result = run(request);
+  EXPECT_TRUE(result.started);
+  EXPECT_EQ(result.exitCode, -1);
+  EXPECT_EQ(result.error.localizedDescription, "wait for \"the tool\": File too large");
+  EXPECT_LE(fs::file_size(folder / "file"), 1000000u);
+  EXPECT_FALSE(fs::exists(folder / "core"));
+}
+
+TEST_F(SystemTools, AToolThatWritesTooManyBytesInAllIsEnded) {
+  script(Tool::unzip, "while :; do echo 0123456789 > '" + (folder / "file") + "'; done");
+  ToolRequest request{Tool::unzip, {}};
+  request.writeLimit = 1000;
+  const ToolResult result = run(request);
+  EXPECT_EQ(result.exitCode, -1);
+  EXPECT_EQ(result.error.localizedDescription, "wait for \"the tool\": File too large");
+}
+
+TEST_F(SystemTools, AToolThatStaysBelowItsLimitIsNotDisturbed) {
+  script(Tool::unzip, "head -c 1000 /dev/zero > '" + (folder / "file") + "'; echo done");
+  ToolRequest request{Tool::unzip, {}};
+  request.writeLimit = 100000;
+  const ToolResult result = run(request);
+  EXPECT_EQ(result.exitCode, 0);
+  EXPECT_EQ(result.output, "done\n");
+  EXPECT_EQ(result.error, TKSError());
+  EXPECT_EQ(fs::file_size(folder / "file"), 1000u);
+}
+
+TEST_F(SystemTools, AToolHasNoTerminalToAskQuestionsOn) {
+  script(Tool::unzip, "ps -o sid= -p $$ | tr -d ' '; echo $$");
+  const std::string output = run(Tool::unzip).output;
+  const std::string session = output.substr(0, output.find('\n'));
+  EXPECT_EQ(output, session + "\n" + session + "\n") << "the tool leads a session of its own";
+}
+
 TEST_F(SystemTools, AToolThatClosesItsOutputIsStillWaitedFor) {
   script(Tool::unzip, "echo early; exec >&- 2>&-; sleep 0.3; exit 7");
   const ToolResult result = run(Tool::unzip);

@@ -20,6 +20,9 @@ class ForwardingFiles : public platform::Files {
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     return real().createDirectory(path, permissions, error);
   }
+  bool usePrivateDirectory(std::string_view path, TKSError* error) override {
+    return real().usePrivateDirectory(path, error);
+  }
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     return real().createFile(path, permissions, error);
   }
@@ -42,6 +45,9 @@ class ForwardingFiles : public platform::Files {
   }
   bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
     return real().writeAtomically(path, content, error);
+  }
+  std::optional<TKSData> changeMark(std::string_view path, TKSError* error) override {
+    return real().changeMark(path, error);
   }
   std::optional<platform::FileAttributes> attributes(std::string_view path, TKSError* error) override {
     return real().attributes(path, error);

@@ -1,0 +1,41 @@
+#include "platform/posix/private_folder.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "platform/posix/file_descriptor.h"
+#include "platform/posix/posix_error.h"
+
+namespace tks::posix {
+namespace {
+
+constexpr mode_t kOwnersRights = 0700;
+constexpr mode_t kAllRights = 0777;
+
+/// Without closing slashes, which would make the system follow a link at the end.
+std::string withoutClosingSlashes(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return std::string(path);
+}
+
+}  // namespace
+
+bool closeToOthers(std::string_view path, TKSError* error) {
+  const std::string name = withoutClosingSlashes(path);
+  const FileDescriptor folder(
+      retried([&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+  struct stat facts {};
+  if (!folder || ::fstat(folder.get(), &facts) != 0) return fail(error, "use the folder", path);
+  if (facts.st_uid != ::geteuid()) {
+    errno = EPERM;
+    return fail(error, "use the folder of another user", path);
+  }
+  if ((facts.st_mode & kAllRights) == kOwnersRights) return true;
+  return ::fchmod(folder.get(), kOwnersRights) == 0 || fail(error, "close to others", path);
+}
+
+}  // namespace tks::posix

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::posix {
+
+/// Takes every right of others away from a folder. False, and `error`, when it is not this user's own folder; a link to
+/// one is none.
+bool closeToOthers(std::string_view path, TKSError* error);
+
+}  // namespace tks::posix
