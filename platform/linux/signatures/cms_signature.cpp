@@ -13,6 +13,7 @@
 #include <map>
 #include <utility>
 
+#include "platform/linux/signatures/ber_structure.h"
 #include "platform/linux/signatures/digest.h"
 #include "platform/linux/signatures/status.h"
 #include "platform/linux/signatures/time_stamp.h"
@@ -162,6 +163,22 @@ bool isSignedAsItsType(CMS_ContentInfo* message, CMS_SignerInfo* signer) {
   return type != nullptr && ::OBJ_cmp(type, ::CMS_get0_eContentType(message)) == 0;
 }
 
+/// Whether the algorithm of the signature is one for the signer's key. OpenSSL goes by the key alone when it is on a
+/// curve.
+bool isSignedByItsAlgorithm(CMS_SignerInfo* signer) {
+  EVP_PKEY* key = nullptr;
+  X509_ALGOR* digest = nullptr;
+  X509_ALGOR* algorithm = nullptr;
+  ::CMS_SignerInfo_get0_algs(signer, &key, nullptr, &digest, &algorithm);
+  if (key == nullptr || ::EVP_PKEY_get_base_id(key) != EVP_PKEY_EC) return true;
+  int ownDigest = NID_undef;
+  int ownKey = NID_undef;
+  const int own = ::OBJ_obj2nid(algorithm->algorithm);
+  if (own == NID_X9_62_id_ecPublicKey) return true;
+  return ::OBJ_find_sigid_algs(own, &ownDigest, &ownKey) == 1 && ownKey == NID_X9_62_id_ecPublicKey &&
+         ownDigest == ::OBJ_obj2nid(digest->algorithm);
+}
+
 std::optional<std::time_t> claimedTime(CMS_SignerInfo* signer) {
   const int at = ::CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1);
   X509_ATTRIBUTE* attribute = at < 0 ? nullptr : ::CMS_signed_get_attr(signer, at);
@@ -219,7 +236,7 @@ SignedMessage::~SignedMessage() {
 }
 
 std::optional<SignedMessage> SignedMessage::decode(Bytes encoded) {
-  if (encoded.size() > kLargestMessage) return std::nullopt;
+  if (encoded.size() > kLargestMessage || !isWellNested(encoded)) return std::nullopt;
   CMS_ContentInfo* message = ::CMS_ContentInfo_new_ex(Cryptography::shared().context(), nullptr);
   const unsigned char* at = encoded.data();
   if (message == nullptr || ::d2i_CMS_ContentInfo(&message, &at, static_cast<long>(encoded.size())) == nullptr) {
@@ -238,7 +255,8 @@ bool SignedMessage::isOne(Bytes encoded) {
 bool SignedMessage::verifyWith(BIO* content, BIO* out) {
   if (sk_CMS_SignerInfo_num(::CMS_get0_SignerInfos(message_.get())) != 1) return false;
   if (!isSignedAsItsType(message_.get(), signer())) return false;
-  return ::CMS_verify(message_.get(), nullptr, nullptr, content, out, CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) == 1;
+  return ::CMS_verify(message_.get(), nullptr, nullptr, content, out, CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) == 1 &&
+         isSignedByItsAlgorithm(signer());
 }
 
 bool SignedMessage::verify(const ByteSource& content) {
