@@ -338,6 +338,7 @@ bool moveTree(const std::string& from, const std::string& to, TKSError* error) {
 
 bool exchangeTrees(const std::string& first, const std::string& second, TKSError* error) {
   if (systemCalls().renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) == 0) return true;
+  // As above; where it is not the call but the exchange that is not permitted, the first step says so again.
   if (errno != ENOSYS && errno != EINVAL && errno != EPERM) return fail(error, "exchange", first);
   const std::string aside = first + ".aside";
   if (::rename(first.c_str(), aside.c_str()) != 0) return fail(error, "exchange", first);
@@ -346,7 +347,11 @@ bool exchangeTrees(const std::string& first, const std::string& second, TKSError
     ::rename(aside.c_str(), first.c_str());
     return false;
   }
-  return ::rename(aside.c_str(), second.c_str()) == 0 || fail(error, "exchange", aside);
+  if (::rename(aside.c_str(), second.c_str()) == 0) return true;
+  fail(error, "exchange", aside);
+  ::rename(first.c_str(), second.c_str());
+  ::rename(aside.c_str(), first.c_str());
+  return false;
 }
 
 }  // namespace tks::gnulinux
