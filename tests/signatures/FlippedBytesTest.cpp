@@ -102,6 +102,7 @@ struct Area {
   std::size_t start = 0;
   std::size_t length = 0;   ///< of what the signature fills
   std::size_t message = 0;  ///< where the message stands, counted from the image
+  std::size_t best = 0;     ///< where the best directory stands
 };
 
 Area areaOf(const std::string& content, std::size_t image = 0) {
@@ -114,6 +115,7 @@ Area areaOf(const std::string& content, std::size_t image = 0) {
   for (std::uint32_t i = 0; i < count; ++i) {
     const std::uint8_t* entry = bytes + area.start + 12 + 8 * i;
     if (big32(entry) == 0x10000) area.message = area.start + big32(entry + 4) + 8;
+    if (big32(entry) == 0 || big32(entry) == 0x1000) area.best = area.start + big32(entry + 4);
   }
   return area;
 }
@@ -122,6 +124,8 @@ Area areaOf(const std::string& content, std::size_t image = 0) {
 std::vector<Uncovered> uncoveredOf(const std::string& file, std::size_t image, std::size_t end) {
   const Area area = areaOf(contentOf(file), image);
   std::vector<Uncovered> parts = emptyWordsOf(file, image + area.message, image + area.start + area.length);
+  parts.push_back(
+      {"flag that nobody signed it: who signed is asked elsewhere", image + area.best + 15, image + area.best + 16});
   parts.push_back(
       {"length of the container, which may take in padding", image + area.start + 4, image + area.start + 8});
   parts.push_back({"padding behind the signature", image + area.start + area.length, end});
