@@ -1,0 +1,29 @@
+// Uses what only an intact installation has: headers, the library, its main loop, and the tool that it asks for
+// assessments on Linux, which says here that a folder is no application.
+
+#include <tksinterface/tksinterface.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+int main(int, char** arguments) {
+  bool assessed = false;
+  TKSInterface::sharedInstance().setLogBlock([&](std::int32_t level, const std::string& line) {
+    assessed |= level == TKSILogLevelError && line.starts_with("Broken details: ") &&
+                line.find("bundle format unrecognized") != line.npos;
+  });
+  const auto folder = std::filesystem::absolute(arguments[0]).parent_path() / "Nothing.app";
+  std::filesystem::create_directories(folder / "Contents/MacOS");
+  const bool broken = TKSUtilBase::isBrokenApp(folder.string());
+
+  std::string reason;
+  TKSUtilBase::launchAppWithExePath("/nonexistent/Launcher", {},
+                                    [&](const auto&, const std::optional<TKSError>& error) {
+                                      reason = error ? error->localizedDescription : "none";
+                                      TKSMainLoop::stop();
+                                    });
+  TKSMainLoop::run();
+  std::printf("%d %d %d %s\n", broken, assessed, TKSUtilBase::isNewerVersion("5.1", "5.0"), reason.c_str());
+}
