@@ -4,8 +4,13 @@
 
 #include <string>
 
+#include <tksinterface/TKSConstants.h>
+
+#include "platform/backend.h"
+#include "tests/install/FakeSignatures.h"
 #include "tests/interface/FakeWorld.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/ZipWriter.h"
 
 namespace {
 
@@ -98,12 +103,48 @@ TEST_F(AppManager, LauncherThatIsNotOlderStays) {
                                         LogLine{2, "Backup version not newer. Use default version directly."}));
 }
 
-TEST_F(AppManager, NewerArchiveIsInstalled) {
+TEST_F(AppManager, NewerArchiveThatCannotBeInstalledIsAFailure) {
   install("4.1.2");
   manager_.backupTKSVersion = "4.1.3";
   manager_.backupTKSZipPath = zip();
-  manager_.updateDefaultTKS();
+  EXPECT_FALSE(manager_.updateDefaultTKS()) << "the archive is empty";
   EXPECT_TRUE(log_.has(4, "Backup version newer. Go to copy and replace with backup TKS."));
+  EXPECT_EQ(manager_.getBundleVersion(manager_.TKSAppPath), "4.1.2");
+}
+
+/// The tools of the system, but for the assessment, which accepts everything.
+class AcceptingTools final : public tks::platform::SystemTools {
+ public:
+  tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
+    if (request.tool != tks::platform::Tool::spctl)
+      return tks::platform::backend<tks::platform::SystemTools>().run(request);
+    return {.started = true, .output = request.arguments.back() + ": accepted\n", .exitCode = 0, .error = {}};
+  }
+
+ private:
+  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
+};
+
+TEST_F(AppManager, LauncherOfANewerArchiveTakesItsPlaceUnderTheTrimmedVersion) {
+  const AcceptingTools tools;
+  tks::test::FakeSignatures signatures;
+  signatures.signedBy(TKSTarvoCodeSignTeamID,
+                      {std::string(kTarvoCertificate), "Developer ID Certification Authority", "Apple Root CA"});
+  const tks::platform::Replaced<tks::platform::Signatures> replaced(signatures);
+  const std::string archive = world_.folder / "backup.zip";
+  writeFile(archive,
+            tks::test::zipOf({{"Tarvo Kovra Start.app/Contents/Info.plist", version("4.1.10")},
+                              {"Tarvo Kovra Start.app/Contents/MacOS/Tarvo Kovra Start", "#!/bin/false\n", 0100755}}));
+  install("4.1.2");
+  EXPECT_TRUE(manager_.updateDefaultTKS(" 4.1.10\n", archive));
+  EXPECT_EQ(manager_.getBundleVersion(manager_.TKSAppPath), "4.1.10");
+  log_.clear();
+  EXPECT_TRUE(manager_.updateDefaultTKS(" 4.1.10\n", archive));
+  EXPECT_TRUE(log_.has(2, "Backup version not newer. Use default version directly."));
+
+  manager_.TKSAppPath = world_.folder / "elsewhere/Tarvo Kovra Start.app";
+  EXPECT_TRUE(manager_.updateDefaultTKS("4.1.10", archive)) << "there is none yet";
+  EXPECT_EQ(manager_.getBundleVersion(manager_.TKSAppPath), "4.1.10");
 }
 
 TEST_F(AppManager, MissingLauncherIsAlwaysOlder) {
