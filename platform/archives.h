@@ -23,7 +23,8 @@ struct ArchiveEntry {
 };
 
 /// A look into archives before they are unpacked: zip, tar and tar with the usual compressions. Nothing is unpacked.
-/// macOS: a reader of zip directories and tar headers. Linux: libarchive. Any thread; blocks while it reads.
+/// macOS: own readers of zip directories and tar headers; a compressed tar counts as one that cannot be read. Linux:
+/// libarchive. Any thread; blocks while it reads.
 class Archives {
  public:
   virtual ~Archives() = default;
