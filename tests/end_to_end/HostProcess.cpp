@@ -81,13 +81,11 @@ HostProcess::HostProcess(const HostOptions& options) {
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) throw std::runtime_error("no socket");
   control_ = ends[0];
   const std::string control = std::to_string(kControl);
-  std::array<const char*, 7> arguments = {programOf(options.kind),
-                                          "--control",
-                                          control.c_str(),
-                                          "--folder",
-                                          folder_.path().c_str(),
-                                          options.realClock ? "--real-clock" : nullptr,
-                                          nullptr};
+  std::vector<const char*> arguments = {programOf(options.kind), "--control", control.c_str(), "--folder",
+                                        folder_.path().c_str()};
+  if (options.realClock) arguments.push_back("--real-clock");
+  if (options.checksTrust) arguments.push_back("--check-trust");
+  arguments.push_back(nullptr);
   pid_ = ::fork();
   if (pid_ == 0) becomeHost(options, ends[1], const_cast<char* const*>(arguments.data()));
   ::close(ends[1]);

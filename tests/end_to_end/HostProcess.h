@@ -22,6 +22,8 @@ enum class HostKind { plain, ember, emberDebug };
 struct HostOptions {
   HostKind kind = HostKind::plain;
   bool realClock = false;
+  /// Launchers are checked before they are started; otherwise this is a lab device.
+  bool checksTrust = false;
   /// Descriptors 0 to 2 are closed before the host begins.
   bool withoutStandardDescriptors = false;
   /// So many descriptors are open in it, none of them close-on-exec.

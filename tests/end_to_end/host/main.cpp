@@ -1,9 +1,9 @@
 // A host for tests with real processes: does what it is told over a socket, and tells what happens to it.
 //
-//   e2e_host --control DESCRIPTOR --folder FOLDER [--real-clock]
+//   e2e_host --control DESCRIPTOR --folder FOLDER [--real-clock] [--check-trust]
 //
 // FOLDER takes the place of the user's home and temporary folder. Without --real-clock nobody sleeps for long: the
-// pauses between looks are a millisecond.
+// pauses between looks are a millisecond. Without --check-trust this is a lab device, which starts any launcher.
 //
 // Commands, one a line; NAME names the callbacks of a call:
 //   path PATH | start NAME | stop NAME | launch NAME [JSON] | relaunch NAME | cleanup | status
@@ -64,11 +64,11 @@ class HastyClock final : public Clock {
 
 class Host {
  public:
-  explicit Host(int control) : control_(control), tks_(TKSInterface::sharedInstance()) {
+  Host(int control, bool checksTrust) : control_(control), tks_(TKSInterface::sharedInstance()) {
     tks_.setLogBlock(
         [this](std::int32_t level, const std::string& text) { tell("log " + std::to_string(level) + " " + text); });
     tks_.launchedTKSPidBlock([this](std::int32_t pid) { tell("pid " + std::to_string(pid)); });
-    TKSUtilBase::setPreference({std::string(TKSUserDefaultsKeyIsLabDevice)}, true);
+    TKSUtilBase::setPreference({std::string(TKSUserDefaultsKeyIsLabDevice)}, !checksTrust);
   }
 
   /// Reads commands until the socket ends.
@@ -191,11 +191,13 @@ int main(int count, char** arguments) {
   int control = -1;
   std::string folder;
   bool realClock = false;
+  bool checksTrust = false;
   for (int i = 1; i < count; ++i) {
     const std::string word = arguments[i];
     if (word == "--control" && i + 1 < count) control = std::atoi(arguments[++i]);
     if (word == "--folder" && i + 1 < count) folder = arguments[++i];
     if (word == "--real-clock") realClock = true;
+    if (word == "--check-trust") checksTrust = true;
   }
   if (control < 0 || folder.empty()) return 64;
   std::filesystem::create_directories(folder + "/home");
@@ -206,7 +208,7 @@ int main(int count, char** arguments) {
   auto& clock = *new HastyClock(tks::platform::clock());
   if (!realClock) static Replaced<Clock> replacedClock(clock);
 
-  auto& host = *new Host(control);
+  auto& host = *new Host(control, checksTrust);
   std::thread([&host] { host.serve(); }).detach();
   TKSMainLoop::run();
   std::_Exit(0);
