@@ -6,7 +6,7 @@ namespace tks::value {
 
 List* Builder::makeOpenList(TKSValue::Kind kind, std::size_t capacity) {
   if (capacity > kMostValues) throw std::bad_alloc();
-  return new (allocate(sizeof(List) + capacity * sizeof(TKSValue))) List(kind, capacity, nullptr);
+  return new (block_.allocate(sizeof(List) + capacity * sizeof(TKSValue))) List(kind, capacity, nullptr);
 }
 
 void Builder::enlarge() {

@@ -2,10 +2,13 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include <tksinterface/TKSConstants.h>
 
@@ -92,6 +95,55 @@ TEST(JsonReading, DecodesEscapes) {
             "\"\\/\b\f\n\r\t\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80");
 }
 
+TEST(JsonReading, DecodesEscapesAtEveryPlaceOfATextOfAnyLength) {
+  const std::pair<std::string_view, std::string_view> escapes[] = {
+      {R"(\\)", "\\"}, {R"(\")", "\""}, {R"(\u00e4)", "\xC3\xA4"}, {R"(\ud83d\ude00)", "\xF0\x9F\x98\x80"}};
+  for (std::size_t length = 0; length < 70; ++length) {
+    for (std::size_t place = 0; place <= length; ++place) {
+      for (const auto& [escape, meant] : escapes) {
+        const std::string before(place, 'a');
+        const std::string behind(length - place, 'b');
+        const std::string text = "[\"" + before + std::string(escape) + behind + "\"]";
+        EXPECT_EQ(read(text)[0].text(), before + std::string(meant) + behind) << text;
+      }
+    }
+  }
+}
+
+TEST(JsonReading, SkipsBlanksOfEveryKindBetweenTokens) {
+  EXPECT_EQ(read(" \n[\t\"a\" \r\n, 1\t,true , { \"k\"\n:\tnull } ,1.5 ]\r\n"),
+            (TKSArray{"a", 1, true, TKSDictionary{{"k", TKSNull()}}, 1.5}));
+}
+
+TEST(JsonReading, RealsTooSmallToTellFromZeroAreZero) {
+  for (const std::string& text : {"1e-400"s, "-1e-400"s, "0.0e-1"s, "0e400"s, "0." + std::string(400, '0') + "1"}) {
+    EXPECT_EQ(read("[" + text + "]")[0].real(), 0) << text;
+    EXPECT_TRUE(read("[" + text + "]")[0].isReal()) << text;
+  }
+}
+
+TEST(JsonReading, LooksAtNothingBehindTheText) {
+  const std::string contents[] = {"\"" + std::string(5, 'x') + "\"",
+                                  "\"" + std::string(40, 'x') + "\"",
+                                  R"("\u00e4")",
+                                  "12345",
+                                  "1.5",
+                                  "true",
+                                  "{\"k\":[]}"};
+  for (const std::string& content : contents) {
+    for (std::size_t blanks = 0; blanks < 130; ++blanks) {
+      const std::string text = "[" + std::string(blanks, ' ') + content + "]";
+      for (std::size_t size = text.size() - 2; size <= text.size(); ++size) {
+        // As large as it must be, so that a sanitizer sees a look behind it.
+        const auto exact = std::make_unique_for_overwrite<char[]>(size);
+        std::copy_n(text.begin(), size, exact.get());
+        const TKSValue value = tks::platform::json().parse({exact.get(), size}, nullptr);
+        EXPECT_EQ(value.isNothing(), size < text.size()) << text;
+      }
+    }
+  }
+}
+
 TEST(JsonReading, OfEqualMemberNamesTheLastOneCounts) {
   EXPECT_EQ(read(R"({"a":1,"b":2,"a":{"c":3,"c":4}})"), (TKSDictionary{{"a", TKSDictionary{{"c", 4}}}, {"b", 2}}));
   EXPECT_EQ(read(R"({"\u0061":1,"a":2})"), (TKSDictionary{{"a", 2}}));
@@ -150,9 +202,24 @@ TEST(JsonReading, RefusesWhatIsNotJsonWithAnArrayOrObjectOutermost) {
       "[TRUE]",
       "[nul]",
       "[undefined]",
+      "[nullx]",
+      "[truefalse]",
+      "[null\"\"]",
+      "[1\"\"]",
+      "[1.5\"\"]",
+      "[\"a\"\"b\"]",
+      "[1true]",
+      "[123456789012345678901x]",
+      "[1.5x]",
+      "[1e5.5]",
+      "[-a]",
+      "[--1]",
       "[\"]",
       "[\"\\\"]",
       "[\"\\x41\"]",
+      "[\"a long text with a letter behind the backslash that stands for nothing: \\q\"]",
+      "[\"\\u+123\"]",
+      "[\"\\u 123\"]",
       "[\"\\u12\"]",
       "[\"\\u12G4\"]",
       "[\"a\nb\"]",

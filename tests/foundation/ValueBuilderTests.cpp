@@ -2,6 +2,8 @@
 
 #include <random>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "foundation/ValueBuilder.h"
 #include "tests/support/PrintValue.h"
@@ -10,6 +12,7 @@
 namespace {
 
 using tks::value::Builder;
+using tks::value::StackBuilder;
 
 constexpr std::string_view kLong = "a text that is too long to stand in the value itself";
 
@@ -156,6 +159,58 @@ TEST(ValueBuilder, NestsToAnyDepthOnASmallStack) {
     while (innermost->isArray()) innermost = &(*innermost)[0];
     EXPECT_EQ(innermost->text(), kLong);
   });
+}
+
+TEST(StackBuilder, ListsTakeWhatWasPlacedSinceTheirMark) {
+  StackBuilder::Slot stack[8];
+  StackBuilder builder(stack, 0);
+  const auto outer = builder.mark();
+  builder.shortText("key............", 3);
+  const auto inner = builder.mark();
+  builder.null();
+  builder.boolean(true);
+  builder.integer(-1);
+  builder.real(0.5);
+  builder.text(kLong, false);
+  builder.endArray(inner);
+  builder.text("empty", false);
+  builder.endArray(builder.mark());
+  builder.endDictionary(outer);
+  EXPECT_EQ(builder.take(), (TKSDictionary{{"key", TKSArray{TKSNull(), true, -1, 0.5, kLong}}, {"empty", TKSArray()}}));
+}
+
+TEST(StackBuilder, OfEqualKeysTheLastOneCounts) {
+  StackBuilder::Slot stack[6];
+  StackBuilder builder(stack, 0);
+  const auto first = builder.mark();
+  for (const auto& [key, number] : {std::pair("b", 1), std::pair("a", 2), std::pair("b", 3)}) {
+    builder.text(key, false);
+    builder.integer(number);
+  }
+  builder.endDictionary(first);
+  EXPECT_EQ(builder.take(), (TKSDictionary{{"a", 2}, {"b", 3}}));
+}
+
+TEST(StackBuilder, TextsMayBeWrittenInPlace) {
+  StackBuilder::Slot stack[3];
+  StackBuilder builder(stack, 0);
+  const auto first = builder.mark();
+  const auto writing = [](std::string_view text) {
+    return [text](char* to) { return text.copy(to, text.size()) + to; };
+  };
+  EXPECT_TRUE(builder.writtenText(100, writing("short")));
+  EXPECT_TRUE(builder.writtenText(100, writing(kLong)));
+  EXPECT_FALSE(builder.writtenText(100, [](char*) -> const char* { return nullptr; }));
+  builder.endArray(first);
+  EXPECT_EQ(builder.take(), (TKSArray{"short", kLong}));
+}
+
+TEST(StackBuilder, WhatIsNotTakenGoesAwayWithIt) {
+  StackBuilder::Slot stack[2];
+  StackBuilder builder(stack, 0);
+  const auto first = builder.mark();
+  builder.text(kLong, false);
+  builder.endArray(first);
 }
 
 }  // namespace
