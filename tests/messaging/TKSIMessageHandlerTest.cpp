@@ -14,7 +14,9 @@ namespace {
 
 using namespace std::string_literals;
 using namespace std::chrono_literals;
+using testing::AllOf;
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
@@ -472,7 +474,7 @@ TEST_F(HandlerTest, AnswerResetsTheCounter) {
   talk_.events();
   talk_.status = TKSI_APP_STATUS_UNCONNECTED;
   for (int i = 0; i < 6; ++i) handler().handleMessageHostFatalError("broken");
-  EXPECT_THAT(talk_.events(), SizeIs(6));
+  EXPECT_THAT(talk_.events(), AllOf(SizeIs(6), Each("sends hello")));
 }
 
 TEST_F(HandlerTest, FailureWhenConnectedIsReportedAtOnceAndTheLineNamesTheConstant) {
