@@ -36,6 +36,7 @@
 
 // The C library's clone under its other name: the thread sanitizer takes every call of "clone" for a fork and changes
 // its own state in the child, which here is that of this very process.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 extern "C" int __clone(int (*function)(void*), void* stack, int flags, void* argument, ...);
 
 namespace tks::gnulinux {

@@ -47,7 +47,7 @@ std::string assessmentTool() {
   const std::string folder = folderOfThisCode();
   for (const std::string& place : {folder + "/../libexec/tksinterface", folder + "/../../libexec/tksinterface",
                                    std::string(TKS_LIBEXEC_FOLDER), folder}) {
-    const std::string path = place + "/spctl";
+    std::string path = place + "/spctl";
     if (path.starts_with('/') && isThere(path)) return path;
   }
   return {};

@@ -58,7 +58,7 @@ int compareNumbers(const icu::UnicodeString& left, const icu::UnicodeString& rig
 
 /// The engine calls this now and then: whether it shall go on.
 UBool beforeDeadline(const void* deadline, std::int32_t) {
-  return std::chrono::steady_clock::now() < *static_cast<const TimePoint*>(deadline);
+  return std::chrono::steady_clock::now() < *static_cast<const TimePoint*>(deadline) ? 1 : 0;
 }
 
 UBool beforeDeadlineWhileSearching(const void* deadline, std::int64_t) { return beforeDeadline(deadline, 0); }

@@ -13,8 +13,8 @@
 #include "platform/linux/signatures/certificates.h"
 #include "platform/linux/signatures/code_directory.h"
 
-typedef struct CMS_ContentInfo_st CMS_ContentInfo;
-typedef struct CMS_SignerInfo_st CMS_SignerInfo;
+using CMS_ContentInfo = struct CMS_ContentInfo_st;
+using CMS_SignerInfo = struct CMS_SignerInfo_st;
 
 namespace tks::codesign {
 

@@ -141,7 +141,7 @@ TKSData CodeDirectory::cdHash() const {
   return {bytes.begin(), bytes.end()};
 }
 
-void DirectorySet::add(CodeDirectory directory, bool primary) {
+void DirectorySet::add(CodeDirectory&& directory, bool primary) {
   const std::uint8_t type = directory.hashTypeNumber();
   if (!directories_.try_emplace(type, std::move(directory)).second) fail(status::kSignatureInvalid);
   if (primary) primary_ = type;

@@ -89,7 +89,7 @@ class CodeDirectory {
 class DirectorySet {
  public:
   /// Adds a directory; `primary` marks the one that the signature is over. Fails when one of its type is there.
-  void add(CodeDirectory directory, bool primary);
+  void add(CodeDirectory&& directory, bool primary);
   /// To be called when all are there. Fails when no hash type is supported.
   void choose();
 

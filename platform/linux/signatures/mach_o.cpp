@@ -171,7 +171,7 @@ std::string Architecture::name() const {
   return "(" + std::to_string(type) + ":" + std::to_string(subtype) + ")";
 }
 
-std::optional<MachO> MachO::open(std::shared_ptr<const File> file) {
+std::optional<MachO> MachO::open(const std::shared_ptr<const File>& file) {
   std::array<std::uint8_t, 8 + kRecordSize> start{};
   if (file->read(0, start) != start.size()) return std::nullopt;
   MachO result(file);

@@ -51,7 +51,7 @@ class MachO {
  public:
   /// Nothing when the file is none of the kinds that can be signed as code. Fails when it claims to be universal and
   /// its records are malformed.
-  static std::optional<MachO> open(std::shared_ptr<const File> file);
+  static std::optional<MachO> open(const std::shared_ptr<const File>& file);
 
   bool isUniversal() const { return universal_; }
   /// By ascending processor type and subtype; at least one.

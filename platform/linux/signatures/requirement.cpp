@@ -52,8 +52,8 @@ TKSValue extensionValue(X509* certificate, std::string_view identifier) {
   const unsigned char* at = der->data();
   ASN1_STRING* text = ::d2i_DIRECTORYSTRING(nullptr, &at, static_cast<long>(der->size()));
   if (text == nullptr) return *der;
-  const TKSValue value = std::string_view(reinterpret_cast<const char*>(::ASN1_STRING_get0_data(text)),
-                                          static_cast<std::size_t>(::ASN1_STRING_length(text)));
+  TKSValue value = std::string_view(reinterpret_cast<const char*>(::ASN1_STRING_get0_data(text)),
+                                    static_cast<std::size_t>(::ASN1_STRING_length(text)));
   ::ASN1_STRING_free(text);
   return value;
 }
