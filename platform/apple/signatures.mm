@@ -55,8 +55,12 @@ class AppleStaticCode final : public StaticCode {
   std::int32_t checkValidity(std::string& details) override { return check(kSecCSCheckAllArchitectures, details); }
 
   std::int32_t checkForInstalling(std::string& details) override {
-    return check(kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSStrictValidate | kSecCSRestrictSymlinks,
-                 details);
+    constexpr SecCSFlags kDeep = kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSRestrictSymlinks;
+    const std::int32_t status = check(kDeep | kSecCSStrictValidate, details);
+    // The form of the seal was good when it was signed; everything else of the check holds for it as well.
+    if (status != errSecCSWeakResourceEnvelope && status != errSecCSWeakResourceRules) return status;
+    details.clear();
+    return check(kDeep, details);
   }
 
   std::int32_t copySigningInformation(TKSDictionary& information) override {

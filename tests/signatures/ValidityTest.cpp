@@ -201,18 +201,85 @@ TEST_F(AnApp, HoldsInEveryFormOfDirectories) {
   }
 }
 
-TEST_F(AnApp, WithASealOfTheFirstVersionIgnoresLinksAndIsTooWeakForInstalling) {
+TEST_F(AnApp, WithASealOfTheFirstVersionIgnoresLinks) {
   const std::string app = makeApp(folder / "A.app", tks::signing::makeImage({}));
   signAs(app, "maker", [](SigningOptions& options) {
     options.firstVersionSeal = true;
     options.hashTypes = {HashType::sha1};  // the only one that such a seal can hold
   });
   EXPECT_EQ(statusOf(app), 0);
-  EXPECT_EQ(installStatusOf(app), -67007);
+  EXPECT_EQ(installStatusOf(app), 0);
   fs::create_symlink("x", app + "/Contents/Resources/another");
   EXPECT_EQ(statusOf(app), 0);
   writeFile(app + "/Contents/Resources/new", "x");
   EXPECT_EQ(statusOf(app), -67054);
+}
+
+TEST_F(AnApp, WithASealOfTheFirstVersionIsInstalledWhenNothingElseIsInIt) {
+  const auto old = [](SigningOptions& options) {
+    options.firstVersionSeal = true;
+    options.hashTypes = {HashType::sha1};
+  };
+  const std::string app = makeApp(folder / "A.app", tks::signing::makeImage({}));
+  const std::string framework = app + "/Contents/Frameworks/F.framework";
+  const std::string version = framework + "/Versions/A";
+  writeFile(version + "/Resources/Info.plist", infoPlist("F", "FMWK"));
+  writeBytes(version + "/F", imageOf(6));
+  fs::create_symlink("A", framework + "/Versions/Current");
+  const std::string helper = app + "/Contents/MacOS/helper";
+  writeBytes(helper, tks::signing::makeImage({}));
+  writeFile(app + "/Contents/PkgInfo", "APPL????");
+  signAs(framework, "maker", old);
+  signAs(helper, "maker", old);
+  signAs(app, "maker", old);
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), 0);
+
+  // The seal does not cover code: it counts by its own signature, which has to be the same maker's.
+  signAs(helper, "other team", old);
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67021);
+  signAs(helper, "nobody", old);
+  EXPECT_EQ(installStatusOf(app), -67021);
+  writeFile(helper, "#!/bin/sh\n");
+  EXPECT_EQ(installStatusOf(app), -67062);
+  fs::remove(helper);
+  EXPECT_EQ(installStatusOf(app), 0);
+  flip(version + "/F", 5000);
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67061);
+  flip(version + "/F", 5000);
+
+  // Anything else that nobody covers is refused, and so are links that leave the bundle.
+  writeFile(app + "/Contents/Extras/words.txt", "x");
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67054);
+  fs::remove_all(app + "/Contents/Extras");
+  fs::create_symlink("../../../outside", app + "/Contents/Resources/another");
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67003);
+}
+
+TEST_F(AnApp, WithRulesThatLeaveOutFilesIsInstalledWithoutThem) {
+  const std::string app = makeApp(folder / "A.app", elfProgram());
+  signAs(app);
+  replaceIn(seal(app), "<key>^.*</key>",
+            "<key>^Resources/cache/</key><dict><key>omit</key><true/><key>weight</key><real>50</real></dict>"
+            "<key>^.*</key>");
+  const std::string content = contentOf(seal(app));
+  tks::signing::DirectoryPlan plan;
+  plan.identifier = "a";
+  plan.flags = 2;
+  plan.pageSizeLog = 0;
+  const std::string info = contentOf(app + "/Contents/Info.plist");
+  plan.components[1] = TKSData(info.begin(), info.end());
+  plan.components[3] = TKSData(content.begin(), content.end());
+  writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), 0);
+  writeFile(app + "/Contents/Resources/cache/index", "x");
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67054);
 }
 
 TEST_F(AnApp, WithoutSealedResourcesHasNone) {

@@ -1,10 +1,19 @@
 #include "tools/spctl/Assessment.h"
 
+#include <openssl/asn1.h>
+#include <openssl/x509.h>
+
+#include <array>
+#include <cstdint>
+#include <ctime>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "platform/linux/signatures/certificates.h"
+#include "platform/linux/signatures/code_layout.h"
 #include "platform/linux/signatures/status.h"
+#include "platform/linux/signatures/validity.h"
 #include "platform/platform.h"
 
 namespace tks::assessment {
@@ -12,9 +21,12 @@ namespace {
 
 namespace status = codesign::status;
 
-constexpr std::string_view kDeveloperMark = "1.2.840.113635.100.6.1.13";
-/// Applications that were signed before this moment (7 April 2019) did not need to be notarized.
-constexpr double kNotarizationBegins = 1554595200;
+// Extensions of a leaf that say which programme it belongs to, and from when on.
+constexpr const char* kDeveloperMark = "1.2.840.113635.100.6.1.13";
+constexpr const char* kStoreMark = "1.2.840.113635.100.6.1.9";
+constexpr const char* kIssueDateMark = "1.2.840.113635.100.6.1.33";
+/// What was signed with certificates from before this day did not need to be notarized.
+constexpr std::string_view kNotarizationBegins = "20190408";
 
 /// Line ends in a path would let it write lines of its own.
 std::string shown(std::string_view path) {
@@ -31,11 +43,36 @@ struct Source {
   std::string_view name;
 };
 
+/// The day on which a certificate was made, as eight digits.
+std::string issueDateOf(X509* leaf) {
+  if (const std::optional<TKSData> mark = codesign::extensionOf(leaf, kIssueDateMark)) {
+    std::string digits;
+    for (const std::uint8_t byte : *mark) {
+      if (byte >= '0' && byte <= '9') {
+        digits += static_cast<char>(byte);
+      } else if (digits.size() >= kNotarizationBegins.size()) {
+        break;
+      } else {
+        digits.clear();
+      }
+    }
+    if (digits.size() >= kNotarizationBegins.size()) return digits.substr(0, kNotarizationBegins.size());
+  }
+  std::tm parts{};
+  std::array<char, 16> day{};
+  if (::ASN1_TIME_to_tm(::X509_get0_notBefore(leaf), &parts) == 1) {
+    std::strftime(day.data(), day.size(), "%Y%m%d", &parts);
+  }
+  return day.data();
+}
+
 Source sourceOf(const TKSDictionary& information, X509* leaf) {
-  if (leaf == nullptr || !codesign::hasExtension(leaf, std::string(kDeveloperMark))) return {};
+  if (leaf == nullptr) return {};
+  if (information["implicit-requirement"].text().ends_with(" and anchor apple")) return {true, "Apple System"};
+  if (codesign::hasExtension(leaf, kStoreMark)) return {true, "Mac App Store"};
+  if (!codesign::hasExtension(leaf, kDeveloperMark)) return {};
   if (information.contains("stapled-ticket")) return {true, "Notarized Developer ID"};
-  const TKSValue& signedAt = information["signing-timestamp"];
-  if (signedAt.isDate() && signedAt.date().secondsSince1970 < kNotarizationBegins) return {true, "Developer ID"};
+  if (issueDateOf(leaf) < kNotarizationBegins) return {true, "Developer ID"};
   return {false, "Unnotarized Developer ID"};
 }
 
@@ -47,14 +84,23 @@ std::string lines(std::string_view path, std::string_view verdict, std::string_v
   return text;
 }
 
-Verdict judgeBroken(const std::string& path, std::int32_t code, int verbosity) {
+Verdict judgeBroken(const std::string& path, std::int32_t code, std::string_view origin, int verbosity) {
   if (code == status::kUnsigned) return {kRejected, lines(path, "rejected", "no usable signature", "", verbosity)};
   if (code == status::kWeakResourceRules || code == status::kWeakResourceEnvelope) {
-    return {kRejected, lines(path, "rejected", "obsolete resource envelope", "", verbosity)};
+    return {kRejected, lines(path, "rejected", "obsolete resource envelope", origin, verbosity)};
   }
   std::string reason = codesign::textOf(code);
   if (reason.empty()) reason = "code " + std::to_string(code);
   return {kRejected, lines(path, reason, "", "", verbosity)};
+}
+
+std::int32_t checkedStatus(const std::string& path) {
+  try {
+    const codesign::AppleRoots& roots = codesign::AppleRoots::builtIn();
+    return codesign::checkValidity(codesign::findCode(path), roots, codesign::Depth::assessing).status;
+  } catch (const codesign::Failure& failure) {
+    return failure.status;
+  }
 }
 
 bool isApplication(const TKSDictionary& information) {
@@ -69,16 +115,15 @@ Verdict assess(const std::string& path, int verbosity) {
     std::string reason = codesign::textOf(created);
     return {kFailure, lines(path, reason.empty() ? "internal error" : reason, "", "", verbosity)};
   }
-  std::string details;
-  if (const std::int32_t valid = code->checkForInstalling(details); valid != 0)
-    return judgeBroken(path, valid, verbosity);
-
+  const std::int32_t valid = checkedStatus(path);
   TKSDictionary information;
-  if (code->copySigningInformation(information) != 0)
+  if (code->copySigningInformation(information) != 0) {
     return {kFailure, lines(path, "internal error", "", "", verbosity)};
+  }
   const TKSData der = information["certificates"][0].data();
   std::string origin;
   if (!der.empty()) platform::signatures().commonName(der, origin);
+  if (valid != 0) return judgeBroken(path, valid, origin, verbosity);
   if (!isApplication(information)) {
     return {kRejected,
             lines(path, "rejected (the code is valid but does not seem to be an app)", "", origin, verbosity)};

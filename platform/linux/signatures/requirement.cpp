@@ -147,6 +147,14 @@ std::string quoted(std::string_view text) {
 std::string plainOrQuoted(std::string_view text) { return isPlain(text) ? std::string(text) : quoted(text); }
 std::string hashText(std::string_view hash) { return "H\"" + hexadecimal(hash) + "\""; }
 
+/// The hash by which a requirement names a certificate.
+std::string hashTextOf(X509* certificate) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned size = 0;
+  ::X509_digest(certificate, Cryptography::shared().function(HashType::sha1), digest.data(), &size);
+  return hashText({reinterpret_cast<const char*>(digest.data()), size});
+}
+
 std::string slotText(std::int32_t slot) {
   if (slot == 0) return "leaf";
   if (slot == -1) return "root";
@@ -863,12 +871,16 @@ std::string implicitRequirement(const RequirementContext& context) {
          subjectField(context.chain[slot + 1], "subject.O") == organization) {
     ++slot;
   }
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned size = 0;
-  ::X509_digest(context.chain[slot], Cryptography::shared().function(HashType::sha1), digest.data(), &size);
   const bool isRoot = slot > 0 && slot + 1 == context.chain.size();
   return name + " and certificate " + slotText(isRoot ? -1 : static_cast<std::int32_t>(slot)) + " = " +
-         hashText({reinterpret_cast<const char*>(digest.data()), size});
+         hashTextOf(context.chain[slot]);
+}
+
+std::string sameMakerRequirement(const Chain& chain) {
+  const std::optional<std::string> unit = organizationalUnitOf(chain.front());
+  const std::string leaf =
+      unit ? "certificate leaf[subject.OU] = " + quoted(*unit) : "certificate leaf = " + hashTextOf(chain.front());
+  return "certificate root = " + hashTextOf(chain.back()) + " and " + leaf;
 }
 
 std::string encodeIdentifier(std::string_view dotted) {

@@ -127,6 +127,10 @@ class RequirementSet {
 /// say.
 std::string implicitRequirement(const RequirementContext& context);
 
+/// The requirement that all code of one maker meets: the same root, and the same organizational unit or else the same
+/// certificate.
+std::string sameMakerRequirement(const Chain& chain);
+
 /// An object identifier in dotted form as DER content, and back. Empty when it is none.
 std::string encodeIdentifier(std::string_view dotted);
 std::string decodeIdentifier(std::string_view encoded);

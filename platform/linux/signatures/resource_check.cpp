@@ -25,6 +25,10 @@ namespace {
 constexpr std::size_t kMostListed = 100;
 constexpr std::string_view kStoreFile = ".DS_Store";
 constexpr std::string_view kSideCarPrefix = "._";
+/// Where bundles keep code, apart from their top.
+constexpr std::string_view kCodeFolders[] = {
+    "Frameworks/", "SharedFrameworks/",  "PlugIns/",           "Plug-ins/",           "XPCServices/",      "Helpers/",
+    "MacOS/",      "Library/Automator/", "Library/Spotlight/", "Library/LoginItems/", "Library/QuickLook/"};
 constexpr std::size_t kLargestSideCar = std::size_t{4} << 20;
 
 struct FolderCloser {
@@ -37,10 +41,11 @@ enum class FileKind { folder, file, link, other };
 class ResourceCheck {
  public:
   ResourceCheck(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories, Strictness strictness,
-                std::vector<NestedCode>& nested)
+                const std::string& sameMaker, std::vector<NestedCode>& nested)
       : layout_(layout),
         seal_(seal),
         strictness_(strictness),
+        sameMaker_(sameMaker),
         nested_(nested),
         met_(seal.size()),
         crew_(directories.types(), seal.size(),
@@ -125,7 +130,13 @@ class ResourceCheck {
     }
     const RuleVerdict verdict = seal_.verdict(path);
     if (kind != FileKind::folder) {
-      if (verdict.sealed) compare(path, name, kind);
+      if (verdict.sealed) {
+        compare(path, name, kind);
+      } else if (strictness_ == Strictness::strict && !verdict.excluded) {
+        judgeLeftOut(path, name, kind);
+      }
+    } else if (isCodeLeftOut(path, name, verdict)) {
+      nested_.push_back({layout_.supportFolder + "/" + path, sameMaker_});
     } else if (verdict.nested && name.find('.') != std::string_view::npos) {
       compare(path, name, kind);
     } else if (!verdict.excluded) {
@@ -156,8 +167,41 @@ class ResourceCheck {
     }
   }
 
+  // What the rules leave out.
+
+  bool mayHoldCode(std::string_view path) const {
+    return seal_.version() == 1 && !sameMaker_.empty() &&
+           (path.find('/') == std::string_view::npos ||
+            std::ranges::any_of(kCodeFolders, [path](std::string_view folder) { return path.starts_with(folder); }));
+  }
+
+  bool isCodeLeftOut(std::string_view path, std::string_view name, const RuleVerdict& verdict) const {
+    return strictness_ == Strictness::strict && !verdict.sealed && !verdict.excluded &&
+           name.find('.') != std::string_view::npos && mayHoldCode(path);
+  }
+
+  /// No bundle seals these; the Info.plist is hashed by itself.
+  bool isNeverSealed(const std::string& path, std::string_view name) const {
+    return name == kStoreFile || path == "PkgInfo" || layout_.supportFolder + "/" + path == layout_.infoPlist ||
+           path.ends_with(".lproj/locversion.plist");
+  }
+
+  void judgeLeftOut(const std::string& path, std::string_view name, FileKind kind) {
+    if (isNeverSealed(path, name) || (name.starts_with(kSideCarPrefix) && isSideCar(path))) return;
+    if (kind == FileKind::link && seal_.version() == 1) {
+      if (leavesBundle(path, targetOf(path))) note(Problem::badLink, path);
+    } else if (kind == FileKind::file && mayHoldCode(path)) {
+      nested_.push_back({layout_.supportFolder + "/" + path, sameMaker_});
+    } else {
+      note(Problem::added, path);
+    }
+  }
+
   void compareUnsealed(const std::string& path, std::string_view name, FileKind kind) {
-    if (kind == FileKind::link && seal_.version() == 1) return;
+    if (kind == FileKind::link && seal_.version() == 1) {
+      if (strictness_ == Strictness::strict && leavesBundle(path, targetOf(path))) note(Problem::badLink, path);
+      return;
+    }
     if (kind == FileKind::file && name.starts_with(kSideCarPrefix) && isSideCar(path)) return;
     note(Problem::added, path);
   }
@@ -171,12 +215,16 @@ class ResourceCheck {
   }
 
   void compareLink(const std::string& path, const Seal& seal) {
+    const std::string text = targetOf(path);
+    if (text != seal.text) return note(Problem::altered, path);
+    if (strictness_ == Strictness::strict && leavesBundle(path, text)) note(Problem::badLink, path);
+  }
+
+  std::string targetOf(const std::string& path) const {
     std::array<char, PATH_MAX> target{};
     const ssize_t size = ::readlinkat(root_.get(), path.c_str(), target.data(), target.size());
     if (size < 0) failByErrno();
-    const std::string_view text(target.data(), static_cast<std::size_t>(size));
-    if (text != seal.text) return note(Problem::altered, path);
-    if (strictness_ == Strictness::strict && leavesBundle(path, text)) note(Problem::badLink, path);
+    return {target.data(), static_cast<std::size_t>(size)};
   }
 
   /// Whether a link points out of the bundle, by its text alone.
@@ -265,6 +313,7 @@ class ResourceCheck {
   const CodeLayout& layout_;
   CodeResources& seal_;
   const Strictness strictness_;
+  const std::string& sameMaker_;
   std::vector<NestedCode>& nested_;
   posix::FileDescriptor root_;
   std::vector<bool> met_;
@@ -276,8 +325,8 @@ class ResourceCheck {
 }  // namespace
 
 ResourceProblems checkResources(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
-                                Strictness strictness, std::vector<NestedCode>& nested) {
-  return ResourceCheck(layout, seal, directories, strictness, nested).run();
+                                Strictness strictness, const std::string& sameMaker, std::vector<NestedCode>& nested) {
+  return ResourceCheck(layout, seal, directories, strictness, sameMaker, nested).run();
 }
 
 }  // namespace tks::codesign

@@ -34,7 +34,11 @@ enum class Strictness { plain, strict };
 /// Compares everything in a bundle with its seal: walks all folders once, and hashes files on several threads
 /// meanwhile. Collects the nested code that it meets. Fails when the seal itself or the walk is at fault; what is wrong
 /// with single resources is in the answer.
+///
+/// The strict check takes what the rules leave out for added, except for what no bundle seals. Seals of the first
+/// version leave out nested code: it is taken for nested code that has to meet `sameMaker`, the requirement of being
+/// signed by whoever signed this; when that is empty, for added.
 ResourceProblems checkResources(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
-                                Strictness strictness, std::vector<NestedCode>& nested);
+                                Strictness strictness, const std::string& sameMaker, std::vector<NestedCode>& nested);
 
 }  // namespace tks::codesign

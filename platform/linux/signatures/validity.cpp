@@ -21,7 +21,12 @@ struct Scope {
   bool pages = true;
   bool resources = true;
   Strictness strictness = Strictness::plain;
+  bool modernSeals = false;
 };
+
+Scope scopeOf(Depth depth) {
+  return {true, true, depth == Depth::plain ? Strictness::plain : Strictness::strict, depth == Depth::assessing};
+}
 
 /// Checks one piece of code, whatever is inside of it.
 class CodeCheck {
@@ -73,10 +78,16 @@ class CodeCheck {
     CodeResources seal(*file, main_.directories().types(), main_.directories().bestType());
     if (!seal.digest().matches(expected->bytes())) fail(status::kResourceDirectoryFailed);
     judgeForm(seal);
-    if (scope_.strictness == Strictness::strict) judgeStrength(seal);
+    if (scope_.modernSeals) judgeStrength(seal);
     excludeSignature(seal);
     seal.prepareRules();
-    return checkResources(layout_, seal, main_.directories(), scope_.strictness, nested);
+    return checkResources(layout_, seal, main_.directories(), scope_.strictness, sameMaker(), nested);
+  }
+
+  /// What code of the same maker meets; empty when nobody signed this.
+  std::string sameMaker() {
+    if (scope_.strictness == Strictness::plain || !main_.signer()) return {};
+    return sameMakerRequirement(main_.signer()->view());
   }
 
   static void judgeForm(const CodeResources& seal) {
@@ -119,12 +130,10 @@ class DeepCheck {
   DeepCheck(const AppleRoots& roots, Depth depth) : roots_(roots), depth_(depth) {}
 
   Validity run(const CodeLayout& layout) {
-    const bool strict = depth_ == Depth::strict;
     std::vector<NestedCode> nested;
     try {
       seen_.insert(layout.executable);
-      result_.problems =
-          CodeCheck(layout, roots_, {true, true, strict ? Strictness::strict : Strictness::plain}).run(nullptr, nested);
+      result_.problems = CodeCheck(layout, roots_, scopeOf(depth_)).run(nullptr, nested);
     } catch (const Failure& failure) {
       result_.status = failure.status;
       return std::move(result_);
@@ -151,13 +160,12 @@ class DeepCheck {
       const std::optional<Requirement> requirement = Requirement::fromText(code.requirement);
       if (!requirement) fail(status::kResourcesInvalid);
       const CodeLayout layout = findCode(code.path);
-      const bool whole = depth_ == Depth::strict;
+      const bool whole = depth_ != Depth::plain;
       // Links can lead back to code that contains this; once is enough.
       if (!seen_.insert(layout.executable).second && whole) return;
       std::vector<NestedCode> nested;
-      const ResourceProblems problems =
-          CodeCheck(layout, roots_, {whole, whole, whole ? Strictness::strict : Strictness::plain})
-              .run(&*requirement, nested);
+      const Scope scope = whole ? scopeOf(depth_) : Scope{.pages = false, .resources = false};
+      const ResourceProblems problems = CodeCheck(layout, roots_, scope).run(&*requirement, nested);
       if (!problems.none()) fail(problems.status);
       waiting_.insert(waiting_.end(), nested.begin(), nested.end());
     } catch (const Failure& failure) {

@@ -14,8 +14,12 @@ enum class Depth {
   /// As the platform checks for all architectures: of nested code its signature, and whether it is the one meant.
   plain,
   /// Nested code as a whole as well, and nothing that the plain check overlooks: for code that is about to be
-  /// installed.
+  /// installed. Seals of the first version and seals with rules of their own pass when nothing in the bundle is outside
+  /// of
+  /// what they cover.
   strict,
+  /// The same, and no such seal whatever it covers: as the platform's assessment judges.
+  assessing,
 };
 
 struct Validity {
