@@ -1,7 +1,6 @@
 #include "tools/signing/mach_o_writer.h"
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <stdexcept>
 #include <string_view>
@@ -12,6 +11,8 @@
 namespace tks::signing {
 namespace {
 
+/// The segment's name, with what ends it.
+constexpr std::string_view kLinkEdit("__LINKEDIT\0", 11);
 constexpr std::uint32_t kUniversalMagic = 0xcafebabe;
 constexpr std::uint32_t kSegment64 = 0x19;
 constexpr std::uint32_t kSegment32 = 0x1;
@@ -87,7 +88,7 @@ Commands readCommands(const TKSData& image) {
     const std::uint32_t kind = number(image, at);
     if (kind == kCodeSignature && !found.signature) found.signature = at;
     if ((kind == kSegment64 || kind == kSegment32) &&
-        std::strncmp(reinterpret_cast<const char*>(&image[at + 8]), "__LINKEDIT", 16) == 0) {
+        std::string_view(reinterpret_cast<const char*>(&image[at + 8]), kLinkEdit.size()) == kLinkEdit) {
       found.linkEdit = at;
     }
   }
