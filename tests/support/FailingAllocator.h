@@ -16,35 +16,50 @@ namespace tks::test {
 inline std::atomic<long> piecesOfMemory = 0;
 /// Of the thread under test: how many requests are still granted; negative when all are.
 inline thread_local long grantedRequests = -1;
+/// Whether memory is back after the first request that was refused.
+inline thread_local bool refusesOnce = false;
 
 /// Grants all requests for a scope: what a test itself does in the middle of an attempt.
 class PlentyOfMemory {
  public:
-  PlentyOfMemory() : before_(std::exchange(grantedRequests, -1)) {}
-  ~PlentyOfMemory() { grantedRequests = before_; }
+  PlentyOfMemory() : granted_(std::exchange(grantedRequests, -1)), once_(std::exchange(refusesOnce, false)) {}
+  ~PlentyOfMemory() {
+    grantedRequests = granted_;
+    refusesOnce = once_;
+  }
   PlentyOfMemory(const PlentyOfMemory&) = delete;
   PlentyOfMemory& operator=(const PlentyOfMemory&) = delete;
 
  private:
-  long before_;
+  long granted_;
+  bool once_;
 };
 
-/// Calls `attempt` with ever more memory until it answers that it has succeeded; on a thread of its own, so that what a
-/// thread keeps for itself does not count as leaked. Answers how many times it failed.
+/// Calls `attempt` on a thread of its own, so that what a thread keeps for itself does not count as leaked; with so
+/// many requests granted, then again with plenty of memory. Answers whether it succeeded the first time.
+inline bool succeedsWith(long granted, bool once, const std::function<bool()>& attempt) {
+  const long before = piecesOfMemory;
+  bool succeeded = false;
+  bool checked = false;
+  std::thread([&] {
+    refusesOnce = once;
+    grantedRequests = granted;
+    succeeded = attempt();
+    grantedRequests = -1;
+    refusesOnce = false;
+    checked = attempt();  // once memory is back, all goes well
+  }).join();
+  EXPECT_EQ(piecesOfMemory, before) << "leaked after the request " << granted;
+  EXPECT_TRUE(checked) << "after the request " << granted;
+  return succeeded;
+}
+
+/// Calls `attempt` with ever more memory until it answers that it has succeeded: each time with the n-th request
+/// refused alone, and with all from the n-th on. Answers how many times it failed.
 inline long failuresUntilSuccess(const std::function<bool()>& attempt) {
   for (long n = 0; n < 10'000; ++n) {
-    const long before = piecesOfMemory;
-    bool succeeded = false;
-    bool checked = false;
-    std::thread([&] {
-      grantedRequests = n;
-      succeeded = attempt();
-      grantedRequests = -1;
-      checked = attempt();  // once memory is back, all goes well
-    }).join();
-    EXPECT_EQ(piecesOfMemory, before) << "leaked after the request " << n;
-    EXPECT_TRUE(checked) << "after the request " << n;
-    if (succeeded || ::testing::Test::HasFailure()) return n;
+    succeedsWith(n, true, attempt);
+    if (succeedsWith(n, false, attempt) || ::testing::Test::HasFailure()) return n;
   }
   ADD_FAILURE() << "never succeeds";
   return -1;
@@ -53,7 +68,10 @@ inline long failuresUntilSuccess(const std::function<bool()>& attempt) {
 namespace allocation {
 
 inline void* request(std::size_t size, std::size_t alignment = 0) noexcept {
-  if (grantedRequests == 0) return nullptr;
+  if (grantedRequests == 0) {
+    if (refusesOnce) grantedRequests = -1;
+    return nullptr;
+  }
   if (grantedRequests > 0) --grantedRequests;
   if (size == 0) size = 1;
   void* const memory = alignment == 0 ? std::malloc(size)
