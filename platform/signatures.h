@@ -22,8 +22,8 @@ class StaticCode {
 
   /// The same and more, for code that is about to be installed: nested code with its pages and resources, no link that
   /// leaves the bundle, nothing outside of what is sealed (kSecCSCheckAllArchitectures, kSecCSCheckNestedCode,
-  /// kSecCSStrictValidate and kSecCSRestrictSymlinks). Old forms of the seal are no reason to refuse (-67007, -67013), as
-  /// long as what is in the bundle is covered.
+  /// kSecCSStrictValidate and kSecCSRestrictSymlinks). Old forms of the seal are no reason to refuse (-67007, -67013),
+  /// as long as what is in the bundle is covered.
   virtual std::int32_t checkForInstalling(std::string& details) = 0;
 
   /// The signing information (flags 30: signing, requirements, dynamic and content information). Keys as the platform
