@@ -56,6 +56,15 @@ TEST_F(BundlesTest, ADeclaredExecutableThatIsMissingIsNone) {
   EXPECT_EQ(open(bundle_)->executablePath, "");
 }
 
+TEST_F(BundlesTest, AFolderIsNeitherExecutableNorInformation) {
+  fs::create_directories(bundle_ + "/Contents/MacOS/Sample");
+  ASSERT_TRUE(open(bundle_));
+  EXPECT_EQ(open(bundle_)->executablePath, "");
+  fs::create_directories(bundle_ + "/Contents/Info.plist");
+  writeInfo(bundle_ + "/Info.plist", {{"CFBundleVersion", "7"}});
+  EXPECT_EQ(open(bundle_)->infoDictionary["CFBundleVersion"], TKSValue("7"));
+}
+
 TEST_F(BundlesTest, AShallowBundleIsOpened) {
   writeInfo(bundle_ + "/Info.plist", {{"CFBundleVersion", "7"}, {"CFBundleExecutable", "program"}});
   writeExecutable(bundle_ + "/program");
