@@ -62,13 +62,19 @@ void TKSUtilBase::unzip(std::string_view zipPath, std::string_view to) {
   tks::install::unzip(zipPath, to, std::nullopt);
 }
 
-void TKSUtilBase::untar(std::string_view archivePath, std::string_view to) {
+void tks::install::untar(std::string_view archivePath, std::string_view folder,
+                         std::optional<std::uint64_t> mostBytes) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "untar Begin");
-  tks::platform::ToolRequest request;
-  request.tool = tks::platform::Tool::tar;
-  request.arguments = {"-xvf", pathArgument(archivePath), "-C", pathArgument(to)};
-  tks::platform::systemTools().run(request);
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", tks::masked(archivePath));
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", tks::masked(to));
+  platform::ToolRequest request;
+  request.tool = platform::Tool::tar;
+  request.arguments = {"-xvf", pathArgument(archivePath), "-C", pathArgument(folder)};
+  request.writeLimit = mostBytes;
+  platform::systemTools().run(request);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(archivePath));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", masked(folder));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Untar End");
+}
+
+void TKSUtilBase::untar(std::string_view archivePath, std::string_view to) {
+  tks::install::untar(archivePath, to, std::nullopt);
 }

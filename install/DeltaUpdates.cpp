@@ -11,6 +11,7 @@
 
 #include "foundation/Logging.h"
 #include "install/ArchiveCheck.h"
+#include "install/Archives.h"
 #include "platform/platform.h"
 
 // The list of delta packages: a small tar archive with a signed "deltalist.json" in it.
@@ -61,7 +62,8 @@ DeltaList readArchive(const std::string& archive) {
                           tks::masked(*content.objection));
     return failure(error);
   }
-  TKSUtilBase::untar(archive, folder);
+  // A decompressor that the tool starts writes as much once more.
+  tks::install::untar(archive, folder, 2 * kListRules.mostBytes);
   if (!tks::platform::files().exists(listPath)) {
     TKSILog::logWithLevel(TKSILogLevelError, "untar fail %@", tks::masked(archive));
     return failure(error);

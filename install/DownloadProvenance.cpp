@@ -6,6 +6,7 @@
 #include "foundation/Characters.h"
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
+#include "foundation/Utf8.h"
 #include "platform/platform.h"
 
 // Where a downloaded file came from. The system notes it in an extended attribute; from macOS 10.15 on it may hide the
@@ -116,7 +117,8 @@ void TKSUtilBase::resetAppAccessWithPkgPath(std::string_view pkgPath) {
     request.arguments.push_back(*host);
   }
   const std::string output = tks::platform::systemTools().run(request).output;
-  const std::string_view shown = tks::firstCharacters(output, kShownOutput);
+  // Output that is no text is none.
+  const std::string_view shown = tks::utf8::isValid(output) ? tks::firstCharacters(output, kShownOutput) : "(null)";
   TKSILog::logWithLevel(TKSILogLevelInfo, "ResetTask Output: %@", tks::masked(shown));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Reset access to folder end.");
 }

@@ -528,6 +528,24 @@ TEST_F(DeltaUpdates, RefusesArchivesThatGrowAThousandfold) {
   EXPECT_THAT(errors()[0], StartsWith("Refuse to unpack: DOWNLOAD/download, read archive"));
 }
 
+TEST_F(DeltaUpdates, BoundsWhatTheUnpackerMayWrite) {
+  class NotedTools final : public tks::platform::SystemTools {
+   public:
+    std::vector<tks::platform::ToolRequest> requests;
+    tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
+      requests.push_back(request);
+      return replaced_.before().run(request);
+    }
+
+   private:
+    tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
+  } tools;
+  EXPECT_TRUE(ask(signedArchive(kList)));
+  ASSERT_EQ(tools.requests.size(), 1u);
+  EXPECT_EQ(tools.requests[0].tool, tks::platform::Tool::tar);
+  EXPECT_EQ(tools.requests[0].writeLimit, 256u * 1024 * 1024);
+}
+
 /// An archive in a folder where an earlier list is.
 class LeftOverList : public DeltaUpdates {
  protected:

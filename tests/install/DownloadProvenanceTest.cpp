@@ -366,6 +366,12 @@ TEST_F(DownloadProvenance, ResetThatFailsOrHasNoToolCarriesOn) {
   EXPECT_THAT(log.texts(8), IsEmpty());
 }
 
+TEST_F(DownloadProvenance, ResetWithOutputThatIsNoTextShowsNone) {
+  setResetTool("printf 'caf\\351'");
+  TKSUtilBase::resetAppAccessWithPkgPath(package);
+  EXPECT_TRUE(log.has(2, "ResetTask Output: (null)"));
+}
+
 TEST_F(DownloadProvenance, ServiceFollowsFromTheFolder) {
   const struct {
     std::string path;
