@@ -1,4 +1,5 @@
 #include "interface/LaunchArguments.h"
+#include "interface/LaunchExecutable.h"
 #include "tests/interface/LaunchingTest.h"
 #include "tests/support/HostLoop.h"
 
@@ -219,6 +220,35 @@ TEST_F(LaunchExecutable, TheEndOfALauncherThatWasSeenIsNothingToReport) {
   const std::vector<LogLine> before = log.lines();
   children.ended(ChildEnd{ChildEnd::How::killed, 9});
   EXPECT_EQ(log.lines(), before);
+}
+
+TEST_F(LaunchExecutable, TheEndOfAWarmedUpProcessIsNothingToReport) {
+  launch({"-warmup"});
+  const std::vector<LogLine> before = log.lines();
+  children.ended(ChildEnd{ChildEnd::How::exited, 3});
+  EXPECT_EQ(log.lines(), before);
+}
+
+TEST_F(LaunchExecutable, TheEndIsToldOnceAndBehindTheResult) {
+  std::vector<std::string> told;
+  const auto launchResult = [&](const auto& launched, const auto&) { told.push_back(launched ? "result" : "none"); };
+  const auto ended = [&](ChildEnd end) { told.push_back(tks::described(end)); };
+  tks::launchExecutable(executable, {}, launchResult, ended);
+  ASSERT_TRUE(drainUntil([&] { return told.size() == 1; }));
+  children.ended(ChildEnd{ChildEnd::How::killed, 9});
+  children.ended(ChildEnd{ChildEnd::How::killed, 9});
+  EXPECT_THAT(told, ElementsAre("result", "signal: 9"));
+}
+
+TEST_F(LaunchExecutable, TheEndIsNotToldToThoseWhoGotNoApplication) {
+  std::vector<std::string> told;
+  const auto launchResult = [&](const auto& launched, const auto&) { told.push_back(launched ? "result" : "none"); };
+  const auto ended = [&](ChildEnd end) { told.push_back(tks::described(end)); };
+  applications.looks.clear();
+  tks::launchExecutable(executable, {}, launchResult, ended);
+  ASSERT_TRUE(drainUntil([&] { return told.size() == 1; }));
+  children.ended(ChildEnd{ChildEnd::How::exited, 1});
+  EXPECT_THAT(told, ElementsAre("none"));
 }
 
 TEST_F(LaunchExecutable, TheResultComesOnTheMainThread) {

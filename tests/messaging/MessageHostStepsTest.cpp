@@ -4,11 +4,13 @@
 
 #include <filesystem>
 #include <new>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSMainLoop.h>
 
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHostProcess.h"
@@ -16,6 +18,7 @@
 #include "tests/support/HostLoop.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/MemoryChannels.h"
+#include "tests/support/ProcessState.h"
 #include "tests/support/ScopedValue.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -160,6 +163,25 @@ TEST_F(FileHostSteps, FolderHasToBeNamedAgainBeforeTheNextOpening) {
   EXPECT_TRUE(std::filesystem::exists(folder_ / "second/ipcFile_TKS2Interface"));
   EXPECT_THAT(log_.texts(8), IsEmpty());
   host.close();
+}
+
+TEST_F(FileHostSteps, ClosingAndDestroyingLetGoOfEveryHandle) {
+  TKSMainLoop::descriptor();
+  const std::set<int> before = tks::test::openDescriptors();
+  TKSMessageHost host(tksMessageHostTypeInterface);
+  for (const char* name : {"first", "second"}) {
+    host.setIPCFileFolderPath(folder_ / name);
+    host.openWithMessengeHandler(&delegate_);
+    EXPECT_GT(tks::test::openDescriptors().size(), before.size());
+    host.close();
+    EXPECT_EQ(tks::test::openDescriptors(), before);
+  }
+  {
+    TKSMessageHost unclosed(tksMessageHostTypeInterface);
+    unclosed.setIPCFileFolderPath(folder_ / "third");
+    unclosed.openWithMessengeHandler(&delegate_);
+  }
+  EXPECT_EQ(tks::test::openDescriptors(), before);
 }
 
 TEST_F(FileHostSteps, OneFileThatIsThereAlreadyDoesNotKeepTheOtherFromBeingMade) {
