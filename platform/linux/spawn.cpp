@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -61,6 +62,7 @@ struct Plan {
   std::array<int, 3> sources{};
   SpawnRequest::Group group = SpawnRequest::Group::inherited;
   std::uint64_t fileSizeLimit = 0;
+  bool endsWithThread = false;
   int (*closeRange)(unsigned first, unsigned last, unsigned flags) = nullptr;
   /// Written by the child: why its program does not run.
   int failure = 0;
@@ -135,6 +137,7 @@ TKS_IN_THE_CHILD int runInChild(void* argument) {
   Plan& plan = *static_cast<Plan*>(argument);
   resetSignals();
   bool ready = joinGroup(plan.group) && limitFiles(plan.fileSizeLimit);
+  if (plan.endsWithThread) ::syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0);
   for (int target = 0; ready && target < kFirstForeign; ++target) {
     ready = connect(target, plan.sources[static_cast<std::size_t>(target)]);
   }
@@ -205,6 +208,7 @@ SpawnedProcess spawn(const SpawnRequest& request) {
   plan.sources = {request.standardInput, request.standardOutput, request.standardError};
   plan.group = request.group;
   plan.fileSizeLimit = request.fileSizeLimit;
+  plan.endsWithThread = request.endsWithThread;
   plan.closeRange = systemCalls().closeRange;
   SpawnedProcess spawned = start(plan);
   if (!spawned) return spawned;

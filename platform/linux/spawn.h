@@ -28,6 +28,8 @@ struct SpawnRequest {
   Group group = Group::inherited;
   /// Length that no file can grow beyond by the process's hand; 0: any. It is ended when it tries.
   std::uint64_t fileSizeLimit = 0;
+  /// The process is killed when the thread that starts it goes, be it with this whole process.
+  bool endsWithThread = false;
   /// A clean environment instead of this process's own.
   bool cleanEnvironment = false;
   /// What the clean environment holds beside: "NAME=value".

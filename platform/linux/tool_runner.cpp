@@ -50,6 +50,7 @@ class RunningTool {
     // In a session of its own it has no terminal to ask questions on, and a group of its own.
     request.group = SpawnRequest::Group::ownSession;
     request.cleanEnvironment = true;
+    request.endsWithThread = true;  // nobody would read what it prints
     SpawnedProcess spawned = spawn(request);
     if (!spawned) return false;
     process_ = spawned.identifier;

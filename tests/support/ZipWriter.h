@@ -54,4 +54,26 @@ inline std::string zipOf(const std::vector<ZipEntry>& entries) {
          number(static_cast<std::uint32_t>(archive.size()), 4) + number(0, 2);
 }
 
+/// A zip archive of so many entries, all of which have one and the same content in it.
+inline std::string zipWithSharedContent(const std::string& folder, std::uint32_t count, const std::string& content) {
+  const std::string single = zipOf({{folder + "0000", content}});
+  const std::size_t directory = single.find("PK\x01\x02");
+  const std::string entry = single.substr(directory, 46);
+  std::string archive = single.substr(0, directory);
+  std::string all;
+  for (std::uint32_t i = 0; i < count; ++i) {
+    std::string number = std::to_string(i);
+    number.insert(0, 4 - number.size(), '0');
+    all += entry + folder + number;
+  }
+  const auto word = [](std::uint32_t value) {
+    std::string text;
+    for (int i = 0; i < 4; ++i) text += static_cast<char>(value >> 8 * i & 0xFF);
+    return text;
+  };
+  return archive + all + "PK\x05\x06" + word(0) + word(count).substr(0, 2) + word(count).substr(0, 2) +
+         word(static_cast<std::uint32_t>(all.size())) + word(static_cast<std::uint32_t>(directory)) +
+         std::string(2, '\0');
+}
+
 }  // namespace tks::test

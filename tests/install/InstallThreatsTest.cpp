@@ -1,0 +1,407 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+
+#include "install/ArchiveCheck.h"
+#include "tests/install/InstallTest.h"
+#include "tests/support/ForwardingFiles.h"
+#include "tests/support/ZipWriter.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using tks::platform::ArchiveEntry;
+using tks::platform::Tool;
+using tks::test::launcherAt;
+using tks::test::LauncherPlan;
+using tks::test::LogLine;
+using tks::test::namesIn;
+using tks::test::writeFile;
+using tks::test::ZipEntry;
+using tks::test::zipOf;
+
+class InstallThreats : public tks::test::InstallTest {
+ protected:
+  void SetUp() override { putLauncher("4.9"); }
+  void expectUntouched(const std::string& what = "") {
+    EXPECT_EQ(launcherAt(target()), "4.9") << what;
+    expectNothingLeft();
+  }
+  static std::string contentPath(const std::string& bundle) {
+    return bundle + "/Contents/Resources/Grüße.lproj/Texts.strings";
+  }
+};
+
+// Somebody who changes the package after it was checked.
+
+/// Signatures that let a test do something once the check for installing is over.
+class SignaturesWithASequel final : public tks::platform::Signatures {
+ public:
+  explicit SignaturesWithASequel(std::function<void()> sequel) : sequel_(std::move(sequel)) {}
+
+  std::int32_t create(std::string_view path, std::unique_ptr<tks::platform::StaticCode>& code) override {
+    std::unique_ptr<tks::platform::StaticCode> real;
+    const std::int32_t status = replaced_.before().create(path, real);
+    if (status == 0) code = std::make_unique<Code>(std::move(real), sequel_);
+    return status;
+  }
+  std::int32_t commonName(const TKSData& certificate, std::string& name) override {
+    return replaced_.before().commonName(certificate, name);
+  }
+  std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) override {
+    return replaced_.before().organizationalUnit(certificate, unit);
+  }
+  bool leadsToRoot(const TKSArray& chain, std::string_view root) override {
+    return replaced_.before().leadsToRoot(chain, root);
+  }
+
+ private:
+  class Code final : public tks::platform::StaticCode {
+   public:
+    Code(std::unique_ptr<tks::platform::StaticCode> real, std::function<void()>& sequel)
+        : real_(std::move(real)), sequel_(sequel) {}
+    std::int32_t checkValidity(std::string& details) override { return real_->checkValidity(details); }
+    std::int32_t checkForInstalling(std::string& details) override {
+      const std::int32_t status = real_->checkForInstalling(details);
+      if (const std::function<void()> sequel = std::exchange(sequel_, nullptr)) sequel();
+      return status;
+    }
+    std::int32_t copySigningInformation(TKSDictionary& information) override {
+      return real_->copySigningInformation(information);
+    }
+
+   private:
+    std::unique_ptr<tks::platform::StaticCode> real_;
+    std::function<void()>& sequel_;
+  };
+
+  std::function<void()> sequel_;
+  tks::platform::Replaced<tks::platform::Signatures> replaced_{*this};
+};
+
+TEST_F(InstallThreats, APackageThatIsChangedAfterTheCheckIsNotInstalled) {
+  const std::pair<const char*, std::function<void()>> rows[] = {
+      {"a changed file", [&] { tks::test::flip(contentPath(world.unpacked()), 1); }},
+      {"a changed program", [&] { tks::test::flip(world.unpacked() + "/Contents/MacOS/Tarvo Kovra Start", 100); }},
+      {"one more file", [&] { writeFile(world.unpacked() + "/Contents/MacOS/added", "x"); }},
+      {"a plug-in less", [&] { fs::remove_all(world.unpacked() + "/Contents/PlugIns/Meeting.appex"); }},
+      {"a link out of it",
+       [&] {
+         fs::remove(contentPath(world.unpacked()));
+         fs::create_symlink("/etc/passwd", contentPath(world.unpacked()));
+       }},
+      {"another bundle",
+       [&] {
+         fs::rename(world.unpacked(), base_ / "taken");
+         tks::test::makeLauncher(world.unpacked(), LauncherPlan{.signer = "other team"});
+       }},
+      {"nothing", [&] { fs::remove_all(world.unpacked()); }},
+  };
+  const std::string zip = archive("5.0.1");
+  for (const auto& [what, sequel] : rows) {
+    {
+      const SignaturesWithASequel signatures(sequel);
+      EXPECT_FALSE(install("5.0.1", zip)) << what;
+    }
+    EXPECT_TRUE(logged(2, "Install TKS done, result: 0, any error: (Error ") || logged(8, "Unsafe to install '"))
+        << what;
+    expectUntouched(what);
+    fs::remove_all(base_ / "taken");
+  }
+}
+
+TEST_F(InstallThreats, APackageThatIsExchangedForAnotherOfTheMakersIsProvenAgain) {
+  const std::string zip = archive("5.0.1");
+  tks::test::makeLauncher(base_ / "same", LauncherPlan{.version = "5.0.1"});
+  tks::test::makeLauncher(base_ / "older", LauncherPlan{.version = "4.0"});
+  {
+    const SignaturesWithASequel signatures([&] {
+      fs::remove_all(world.unpacked());
+      fs::rename(base_ / "older", world.unpacked());
+    });
+    EXPECT_FALSE(install("5.0.1", zip));
+    EXPECT_EQ(launcherAt(target()), "4.9");
+  }
+  const SignaturesWithASequel signatures([&] {
+    fs::remove_all(world.unpacked());
+    fs::rename(base_ / "same", world.unpacked());
+  });
+  EXPECT_TRUE(install("5.0.1", zip));
+  EXPECT_EQ(launcherAt(target()), "5.0.1");
+}
+
+TEST_F(InstallThreats, APackageThatIsChangedOnItsWayIsNotInstalled) {
+  class Meddler final : public tks::test::ForwardingFiles {
+    bool move(std::string_view from, std::string_view to, TKSError* error) override {
+      const bool moved = ForwardingFiles::move(from, to, error);
+      tks::test::flip(contentPath(std::string(to)), 1);
+      return moved;
+    }
+  };
+  const std::string zip = archive("5.0.1");
+  const Meddler files;
+  EXPECT_FALSE(install("5.0.1", zip));
+  expectUntouched();
+}
+
+TEST_F(InstallThreats, ALauncherThatIsChangedInItsPlaceDoesNotCountAsInstalled) {
+  class Meddler final : public tks::test::ForwardingFiles {
+    bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
+      const bool exchanged = ForwardingFiles::exchange(first, second, error);
+      tks::test::flip(contentPath(std::string(second)), 1);
+      return exchanged;
+    }
+  };
+  const std::string zip = archive("5.0.1");
+  const Meddler files;
+  EXPECT_FALSE(install("5.0.1", zip)) << "the assessment tells";
+  EXPECT_EQ(launcherAt(target()), "none");
+}
+
+TEST_F(InstallThreats, ALauncherThatIsSwappedAllTheTimeNeverCountsAsInstalled) {
+  const std::string foreign = base_ / "foreign";
+  tks::test::makeLauncher(foreign, LauncherPlan{.signer = "other team"});
+  const std::string zip = archive("5.0.1");
+  // Exchanges what is unpacked with something foreign as fast as it can.
+  const pid_t swapper = ::fork();
+  if (swapper == 0) {
+    for (;;) ::syscall(SYS_renameat2, AT_FDCWD, foreign.c_str(), AT_FDCWD, world.unpacked().c_str(), 2u);
+  }
+  for (int round = 0; round < 10; ++round) {
+    const bool installed = install("5.0.1", zip);
+    const std::string found = launcherAt(target());
+    EXPECT_TRUE(!installed || found == "5.0.1") << found;
+    EXPECT_THAT(found, testing::AnyOf("4.9", "5.0.1", "none"));
+  }
+  ::kill(swapper, SIGKILL);
+  ::waitpid(swapper, nullptr, 0);
+}
+
+// The folder that is unpacked to.
+
+TEST_F(InstallThreats, AnUnpackFolderThatIsALinkIsRefused) {
+  fs::create_directory(base_ / "elsewhere");
+  fs::create_directory_symlink(base_ / "elsewhere", world.unpackFolder());
+  EXPECT_FALSE(install("5.0.1", archive("5.0.1")));
+  EXPECT_TRUE(logged(8, "Cannot use the folder to unpack to: "));
+  EXPECT_EQ(world.tools.runs(Tool::unzip), 0u);
+  EXPECT_THAT(namesIn(base_ / "elsewhere"), IsEmpty());
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
+TEST_F(InstallThreats, AnUnpackFolderOfAnotherUserIsRefused) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only the superuser can give a folder away";
+  writeFile(world.unpacked() + "/theirs", "x");
+  ASSERT_EQ(::chown(world.unpackFolder().c_str(), 65534, 65534), 0);
+  EXPECT_FALSE(install("5.0.1", archive("5.0.1")));
+  EXPECT_THAT(log.texts(8).front(), HasSubstr("another user"));
+  EXPECT_TRUE(fs::exists(world.unpacked() + "/theirs")) << "nothing of theirs is removed";
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
+TEST_F(InstallThreats, WithoutATemporaryFolderToBeTrustedNothingIsInstalled) {
+  world.folders.setTemporary("");
+  EXPECT_FALSE(install("5.0.1", archive("5.0.1")));
+  EXPECT_TRUE(log.has(8,
+                      "Cannot use the folder to unpack to: Error Domain=com.tarvo.kovra.TKSUtil Code=0 \"there is no "
+                      "temporary folder to be trusted\""));
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
+// What an archive may hold.
+
+class ArchiveThreats : public InstallThreats {
+ protected:
+  /// The objection against an archive of these entries.
+  std::string objectionTo(const std::vector<ZipEntry>& entries) {
+    return tks::install::lookInto(file("odd.zip", zipOf(entries)), base_.path()).objection.value_or("none");
+  }
+};
+
+/// Archives that say what a test wants.
+class SaidArchives final : public tks::platform::Archives {
+ public:
+  std::function<ArchiveEntry(int number)> entry;
+  int count = 1;
+
+  bool inspect(std::string_view, const std::function<bool(const ArchiveEntry&)>& visit, TKSError*) override {
+    for (int i = 0; i < count && visit(entry(i)); ++i) {
+    }
+    return true;
+  }
+
+ private:
+  tks::platform::Replaced<tks::platform::Archives> replaced_{*this};
+};
+
+constexpr std::uint32_t kLink = 0120777;
+
+TEST_F(ArchiveThreats, NamesThatLeadOutOfTheFolderAreRefused) {
+  for (const char* name :
+       {"../up", "a/../../up", "/etc/up", "a/..", "..", "a/b/../../../up", "..\\up", "a\\..\\..\\up"}) {
+    EXPECT_THAT(objectionTo({{"fine", "x"}, {name, "x"}}), testing::StartsWith("a name leads out of the folder: \""))
+        << name;
+  }
+  for (const char* name : {"a..b", "..a/b", "a/...", "./a", "a//b", "A.app/Contents/中文"}) {
+    EXPECT_EQ(objectionTo({{name, "x"}}), "none") << name;
+  }
+}
+
+TEST_F(ArchiveThreats, NamesThatGoThroughALinkAreRefused) {
+  EXPECT_EQ(objectionTo({{"a", "b", kLink}, {"a/passwd", "x"}}), "a name goes through a link: \"a/passwd\"");
+  EXPECT_EQ(objectionTo({{"A", "b", kLink}, {"a/b/passwd", "x"}}), "a name goes through a link: \"a/b/passwd\"")
+      << "some volumes do not tell the case of letters";
+  EXPECT_EQ(objectionTo({{"a", "b", kLink}, {"a", "x"}}), "a name is used twice: \"a\"");
+  EXPECT_EQ(objectionTo({{"a", "b", kLink}, {"b/c", "x"}}), "none");
+}
+
+TEST_F(ArchiveThreats, NothingIsEverWrittenOutsideOfTheFolder) {
+  const std::string top(TKSAppName);
+  const std::vector<ZipEntry> rows[] = {
+      {{"../outside", "x"}},
+      {{base_ / "outside", "x"}},
+      {{"link", "..", kLink}, {"link/outside", "x"}},
+      {{top + "/link", base_.path(), kLink}, {top + "/link/outside", "x"}},
+      {{std::string("a\0/../../outside", 16), "x"}},
+      {{top + "/Contents/link", "/etc", kLink}},
+  };
+  for (const std::vector<ZipEntry>& entries : rows) {
+    EXPECT_FALSE(install("5.0.1", file("odd.zip", zipOf(entries))));
+    EXPECT_FALSE(fs::exists(base_ / "outside"));
+    EXPECT_FALSE(fs::exists(world.folders.temporary() + "/outside"));
+    expectUntouched(entries.front().name);
+  }
+}
+
+TEST_F(ArchiveThreats, ALinkThatLeavesTheLauncherIsRefused) {
+  const std::string place = base_ / "linked";
+  const std::string bundle = tks::test::makeLauncher(place + "/" + std::string(TKSAppName));
+  fs::remove(contentPath(bundle));
+  fs::create_symlink("/etc/passwd", contentPath(bundle));
+  const std::string zip = tks::test::zipped(place, std::string(TKSAppName), base_ / "linked.zip");
+  EXPECT_FALSE(install("5.0.1", zip));
+  EXPECT_TRUE(logged(8, "Refuse to unpack: " + shown(zip) + ", a link leads out of the folder: "));
+  expectUntouched();
+  // Where the look into the archive does not tell, the signature does: nothing that is sealed leads out.
+  SaidArchives archives;
+  archives.entry = [](int) { return ArchiveEntry{std::string(TKSAppName), ArchiveEntry::Kind::folder, 0, ""}; };
+  EXPECT_FALSE(install("5.0.1", zip));
+  EXPECT_TRUE(logged(8, "Unsafe to install '"));
+  expectUntouched();
+}
+
+TEST_F(ArchiveThreats, TooManyEntriesAreRefused) {
+  SaidArchives archives;
+  archives.count = 1'000'000;
+  archives.entry = [](int number) { return ArchiveEntry{std::to_string(number), ArchiveEntry::Kind::file, 1, ""}; };
+  EXPECT_EQ(objectionTo({}), "too many entries: \"200000\"");
+}
+
+TEST_F(ArchiveThreats, SizesThatAreNotToBeHadAreRefused) {
+  SaidArchives archives;
+  archives.count = 3;
+  archives.entry = [](int number) {
+    return ArchiveEntry{std::to_string(number), ArchiveEntry::Kind::file, UINT64_MAX / 2, ""};
+  };
+  EXPECT_EQ(objectionTo({}), "it would grow to 18446744073709551615 bytes") << "the sum does not run over";
+}
+
+TEST_F(ArchiveThreats, WhatIsNeitherFileNorFolderNorLinkIsRefused) {
+  SaidArchives archives;
+  for (const auto kind : {ArchiveEntry::Kind::hardLink, ArchiveEntry::Kind::other}) {
+    archives.entry = [&](int) { return ArchiveEntry{"odd", kind, 0, "target"}; };
+    EXPECT_EQ(objectionTo({}), "neither file, folder nor link: \"odd\"");
+  }
+}
+
+TEST_F(ArchiveThreats, LinksThatLeadOutOfTheFolderAreRefused) {
+  SaidArchives archives;
+  std::string target;
+  archives.entry = [&](int) { return ArchiveEntry{"a/b/link", ArchiveEntry::Kind::link, 0, target}; };
+  for (const char* out : {"/etc/passwd", "../../../x", "../../..", "c/../../../../x"}) {
+    target = out;
+    EXPECT_EQ(objectionTo({}), "a link leads out of the folder: \"a/b/link\"") << target;
+  }
+  for (const char* inside : {"x", "../x", "../../x", "c/../../x"}) {
+    target = inside;
+    EXPECT_EQ(objectionTo({}), "none") << target;
+  }
+}
+
+TEST_F(ArchiveThreats, LessThanIsHarmlessMayGrowAsItLikes) {
+  writeFile(base_ / "zeros/file", std::string(50'000'000, '\0'));
+  const std::string zip = tks::test::zipped(base_ / "zeros", "file", base_ / "zeros.zip");
+  EXPECT_EQ(tks::install::lookInto(zip, base_.path()).objection, std::nullopt);
+  EXPECT_EQ(tks::install::lookInto(zip, base_.path()).size, 50'000'000u);
+  EXPECT_THAT(tks::install::lookInto(zip, base_.path()).topNames, ElementsAre("file"));
+}
+
+// Paths that tools could take for something else.
+
+TEST_F(InstallThreats, OddPathsReachTheToolsAsPaths) {
+  for (const char* name : {"-d $(touch x);.app", "`touch x`", "a b\n\"c'", "*", "[ab]", "back\\slash", "-u", "a?c"}) {
+    const std::string folder = base_ / name;
+    const std::string zip = folder + "/" + name + ".zip";
+    fs::create_directory(folder);
+    fs::copy_file(archive("5.0.1"), zip);
+    world.folders.setTemporary(folder);
+    const std::string place = folder + "/place/" + name;
+    EXPECT_TRUE(install("5.0.1", zip, place)) << name;
+    EXPECT_EQ(launcherAt(place), "5.0.1") << name;
+    EXPECT_FALSE(fs::exists("x"));
+    EXPECT_FALSE(fs::exists(folder + "/x"));
+  }
+}
+
+TEST_F(InstallThreats, AnArchiveIsNotTakenForAPattern) {
+  // Taken for a pattern, the first name stands for the second archive, which nobody has looked at.
+  const std::string named = archive("5.0.1");
+  fs::rename(named, base_ / "backup[ab].zip");
+  fs::rename(archive("5.0.2"), base_ / "backupa.zip");
+  EXPECT_TRUE(install("5.0.1", base_ / "backup[ab].zip"));
+  EXPECT_EQ(launcherAt(target()), "5.0.1");
+}
+
+// What hosts may ask for by name is not in force without it.
+
+TEST_F(InstallThreats, VersionsAreComparedAsTheyAreWithoutAMemoryOfEarlierOnes) {
+  TKSIAppManager manager;
+  const struct {
+    const char* offered;
+    const char* installed;
+    bool newer;
+  } rows[] = {{"4.2.10", "4.2.9", true}, {"4.2.9", "4.2.9", false}, {"4.2.8", "4.2.9", false}, {"5", "4.2.9", true}};
+  for (const auto& row : rows) {
+    writeFile(base_ / "A.app/Contents/Info.plist", tks::test::launcherInformation("A", "com.tarvo.a", row.installed));
+    EXPECT_EQ(manager.isBackupVersionNewer(row.offered, base_ / "A.app"), row.newer)
+        << row.offered << " over " << row.installed;
+    EXPECT_EQ(TKSUtilBase::isNewerVersion(row.offered, row.installed), row.newer);
+  }
+}
+
+TEST_F(InstallThreats, AnyFolderIsCleanedUpThatTheHostNames) {
+  class NotedFiles final : public tks::test::ForwardingFiles {
+   public:
+    std::vector<std::string> removed;
+    bool remove(std::string_view path, TKSError*) override {
+      removed.emplace_back(path);
+      return true;
+    }
+  };
+  NotedFiles files;
+  for (const std::string& path : {std::string("/"), world.folders.realHome()}) {
+    EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false)) << path;
+  }
+  EXPECT_THAT(files.removed, ElementsAre("/", world.folders.realHome()));
+}
+
+}  // namespace

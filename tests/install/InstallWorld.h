@@ -1,0 +1,192 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <tksinterface/tksinterface.h>
+
+#include "platform/linux/tool_runner.h"
+#include "platform/platform.h"
+#include "tests/signatures/Fixtures.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/FakeHostProcess.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tks::test {
+
+/// What a launcher in an archive is to be like.
+struct LauncherPlan {
+  std::string version = "5.0.1";
+  std::string signer = "maker";
+  /// Further files: path in the bundle to content.
+  std::map<std::string, std::string> files{};
+  TKSData program = elfProgram();
+};
+
+inline std::string launcherInformation(std::string_view name, std::string_view identifier, std::string_view version) {
+  std::string text = "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>";
+  text.append(name).append("</string><key>CFBundleIdentifier</key><string>").append(identifier);
+  text.append("</string><key>CFBundlePackageType</key><string>APPL</string>");
+  if (!version.empty()) text.append("<key>CFBundleVersion</key><string>").append(version).append("</string>");
+  return text.append("<key>BuildArchitectures</key><string>x86_64 ARM64</string></dict></plist>\n");
+}
+
+/// A launcher with an app extension in it, notarized, signed unless the signer is empty.
+inline std::string makeLauncher(const std::string& bundle, const LauncherPlan& plan = {}) {
+  const std::string extension = bundle + "/Contents/PlugIns/Meeting.appex";
+  writeFile(bundle + "/Contents/Info.plist", launcherInformation("Tarvo Kovra Start", TKSAppBundleID, plan.version));
+  writeBytes(bundle + "/Contents/MacOS/Tarvo Kovra Start", plan.program);
+  writeFile(extension + "/Contents/Info.plist", launcherInformation("Meeting", "com.tarvo.kovra.meeting", "1"));
+  writeBytes(extension + "/Contents/MacOS/Meeting", elfProgram());
+  writeFile(bundle + "/Contents/Resources/Grüße.lproj/Texts.strings", "texts of " + plan.version);
+  std::filesystem::create_symlink("Grüße.lproj", bundle + "/Contents/Resources/link");
+  for (const auto& [name, content] : plan.files) writeFile(bundle + "/" + name, content);
+  if (!plan.signer.empty()) {
+    signAs(extension, plan.signer);
+    signAs(bundle, plan.signer);
+  }
+  writeFile(bundle + "/Contents/CodeResources", "s8ch of " + plan.version);
+  return bundle;
+}
+
+/// Packs something of a folder with the system's zip.
+inline std::string zipped(const std::string& folder, const std::string& name, const std::string& archive) {
+  auto zip =
+      ChildProcess::run("/bin/sh", {"-c", "cd \"$1\" && exec zip -qry \"$2\" \"$3\"", "zip", folder, archive, name});
+  if (zip.wait() != 0) throw std::runtime_error("zip failed");
+  return archive;
+}
+
+/// The real tools, but for those that a test replaces by scripts; notes what was run.
+class InstallTools final : public platform::SystemTools {
+ public:
+  explicit InstallTools(std::string folder) : folder_(std::move(folder)) {
+    paths_[platform::Tool::spctl] = std::string(TKS_BUILD_FOLDER) + "/spctl";
+    // The listing of open files is of no matter here, and takes its time.
+    script(platform::Tool::lsof, "echo nothing");
+    script(platform::Tool::shasum, "cat > /dev/null; echo 0123");
+  }
+
+  void script(platform::Tool tool, const std::string& lines) {
+    const std::string path = folder_ + "/tool" + std::to_string(static_cast<int>(tool));
+    writeFile(path, "#!/bin/sh\n" + lines + "\n");
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
+    paths_[tool] = path;
+  }
+  void remove(platform::Tool tool) { paths_[tool] = ""; }
+  void limitTime(std::chrono::seconds limit) { limit_ = limit; }
+
+  platform::ToolResult run(const platform::ToolRequest& request) override {
+    requests.push_back(request);
+    platform::ToolRequest limited = request;
+    limited.timeLimit = limit_;
+    platform::ToolResult result = runner_->run(limited);
+    if (request.tool == platform::Tool::unzip && afterUnzip) afterUnzip();
+    return result;
+  }
+  std::size_t runs(platform::Tool tool) const {
+    std::size_t count = 0;
+    for (const platform::ToolRequest& request : requests) count += request.tool == tool ? 1 : 0;
+    return count;
+  }
+
+  std::vector<platform::ToolRequest> requests;
+  /// Done when the unpacker has ended.
+  std::function<void()> afterUnzip;
+
+ private:
+  std::string folder_;
+  std::map<platform::Tool, std::string> paths_;
+  std::chrono::seconds limit_{300};
+  std::unique_ptr<platform::SystemTools> runner_ = gnulinux::makeSystemTools([this](platform::Tool tool) {
+    const auto found = paths_.find(tool);
+    return found != paths_.end() ? found->second : gnulinux::standardToolPath(tool);
+  });
+  platform::Replaced<platform::SystemTools> replaced_{*this};
+};
+
+/// The running applications below a folder alone: nobody else's launcher is ended by a test.
+class ApplicationsBelow final : public platform::RunningApplications {
+ public:
+  explicit ApplicationsBelow(std::string folder) : folder_(std::move(folder)) {}
+  bool refuses = false;
+  int terminated = 0;
+
+  std::optional<TKSRunningApplication> find(std::int32_t pid) override { return replaced_.before().find(pid); }
+  std::vector<TKSRunningApplication> list() override {
+    std::vector<TKSRunningApplication> found = replaced_.before().list();
+    std::erase_if(found, [&](const TKSRunningApplication& one) { return !one.bundlePath.starts_with(folder_); });
+    return found;
+  }
+  bool forceTerminate(const TKSRunningApplication& application) override {
+    return !refuses && replaced_.before().forceTerminate(application);
+  }
+  bool terminate(const TKSRunningApplication& application) override {
+    return replaced_.before().terminate(application);
+  }
+  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
+    return std::nullopt;
+  }
+  bool hasLastUsedDate(std::string_view) override { return false; }
+  void terminateThisApplication() override { ++terminated; }
+
+ private:
+  std::string folder_;
+  platform::Replaced<platform::RunningApplications> replaced_{*this};
+};
+
+/// Folders that lie below one folder, so that several processes can have the same.
+class FoldersBelow final : public platform::KnownFolders {
+ public:
+  explicit FoldersBelow(std::string base) : base_(std::move(base)), temporary_(base_ + "/tmp") {
+    std::filesystem::create_directories(base_ + "/home");
+    std::filesystem::create_directories(temporary_);
+  }
+  std::string realHome() override { return base_ + "/home"; }
+  std::string temporary() override { return temporary_; }
+  std::string documents() override { return realHome() + "/Documents"; }
+  void setTemporary(std::string path) { temporary_ = std::move(path); }
+
+ private:
+  std::string base_;
+  std::string temporary_;
+  platform::Replaced<platform::KnownFolders> replaced_{*this};
+};
+
+/// All that an installation meets, below one folder.
+class InstallWorld {
+ public:
+  explicit InstallWorld(const std::string& base) : folders(base), tools(base), applications(base) {
+    host.bundleIdentifier = "com.tarvo.host";
+  }
+
+  FoldersBelow folders;
+  FakeHostProcess host;
+  InstallTools tools;
+  ApplicationsBelow applications;
+
+  std::string unpackFolder() { return folders.temporary() + "/com.tarvo.host"; }
+  std::string unpacked() { return unpackFolder() + "/" + std::string(TKSAppName); }
+};
+
+/// What stands at a path: "none", "damaged", or the version of a launcher whose signature is whole.
+inline std::string launcherAt(const std::string& bundle) {
+  if (!std::filesystem::exists(std::filesystem::symlink_status(bundle))) return "none";
+  if (installStatusOf(bundle) != 0) return "damaged";
+  return TKSUtilBase::getBundleVersion(bundle).description();
+}
+
+inline std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  std::error_code ignored;
+  for (const auto& entry : std::filesystem::directory_iterator(folder, ignored)) {
+    names.push_back(entry.path().filename());
+  }
+  return names;
+}
+
+}  // namespace tks::test
