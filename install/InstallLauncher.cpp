@@ -9,6 +9,7 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "install/PackageVersions.h"
 #include "install/ReplaceBundle.h"
 #include "install/UnpackFolder.h"
@@ -137,6 +138,13 @@ class Installation {
   std::unique_ptr<tks::platform::FileLock> parentLock_;
 };
 
+bool install(std::string_view version, std::string_view zipPath, std::string_view targetPath) {
+  Installation installation(version, zipPath, targetPath);
+  const bool installed = tks::unlessOutOfMemory([&] { return installation.run(); });
+  installation.cleanUp();
+  return installed;
+}
+
 /// Removes a launcher that turned out broken; a launcher that was updating itself ends.
 void removeBrokenLauncher(std::string_view targetPath) {
   TKSILog::logWithLevel(TKSILogLevelError, "TKS broken after installation, about to clean up");
@@ -150,11 +158,11 @@ void removeBrokenLauncher(std::string_view targetPath) {
 
 bool TKSUtilBase::installTKSVersion(std::string_view version, std::string_view backupZipPath,
                                     std::string_view targetPath) {
-  Installation installation(version, backupZipPath, targetPath);
-  const bool installed = installation.run();
-  installation.cleanUp();
-  // Whatever came before: a launcher that was damaged earlier goes as well.
-  if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
-  removeBrokenLauncher(targetPath);
-  return false;
+  const bool installed = tks::unlessOutOfMemory([&] { return install(version, backupZipPath, targetPath); });
+  return tks::unlessOutOfMemory([&] {
+    // Whatever came before: a launcher that was damaged earlier goes as well.
+    if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
+    removeBrokenLauncher(targetPath);
+    return false;
+  });
 }

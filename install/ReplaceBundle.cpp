@@ -9,6 +9,7 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "platform/platform.h"
 
 namespace tks::install {
@@ -30,7 +31,11 @@ BundleReplacement::BundleReplacement(std::string target) : target_(std::move(tar
 }
 
 BundleReplacement::~BundleReplacement() {
-  if (!staged_.empty()) removeHidden(staged_);
+  // Without memory for that the next installation removes it.
+  unlessOutOfMemory([this] {
+    if (!staged_.empty()) removeHidden(staged_);
+    return true;
+  });
 }
 
 void BundleReplacement::removeLeftOvers() const {

@@ -5,6 +5,7 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "install/ArchiveCheck.h"
 #include "install/Archives.h"
 #include "platform/platform.h"
@@ -30,7 +31,12 @@ std::string pathOfFolder() {
 
 UnpackFolder::UnpackFolder() : path_(pathOfFolder()), launcher_(joinedPath(path_, TKSAppName)) {}
 
-UnpackFolder::~UnpackFolder() { removeOtherThings(); }
+UnpackFolder::~UnpackFolder() {
+  unlessOutOfMemory([this] {
+    removeOtherThings();
+    return true;
+  });
+}
 
 bool UnpackFolder::enter(std::chrono::milliseconds patience, TKSError* error) {
   if (path_.empty()) {

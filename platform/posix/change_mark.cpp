@@ -1,5 +1,7 @@
 #include "platform/posix/change_mark.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -7,12 +9,12 @@
 #include <chrono>
 #include <cstdint>
 #include <ctime>
-#include <filesystem>
+#include <memory>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <vector>
 
+#include "platform/posix/file_descriptor.h"
 #include "platform/posix/posix_error.h"
 
 // The kernel sets an item's time of change with whatever is done to it, and nobody but the kernel can. Together with
@@ -48,16 +50,16 @@ class Mark {
     entries_.clear();
     newest_ = 0;
     // Its own time of change is set when it is moved; what is in it is looked at anyway.
-    if (!add(path, "", false)) return false;
-    std::error_code reason;
-    std::filesystem::recursive_directory_iterator items(path, reason);
-    if (reason == std::errc::not_a_directory) return true;
-    for (; !reason && items != std::filesystem::recursive_directory_iterator(); items.increment(reason)) {
-      const std::string& item = items->path().native();
-      if (!add(item, item.substr(path.size()), true)) return false;
+    bool isFolder = false;
+    if (!add(path, "", false, isFolder)) return false;
+    std::vector<std::string> folders;
+    if (isFolder) folders.push_back(path);
+    while (!folders.empty()) {
+      const std::string folder = std::move(folders.back());
+      folders.pop_back();
+      if (!addItemsOf(folder, path.size(), folders)) return false;
     }
-    errno = reason.value();
-    return !reason;
+    return true;
   }
 
   bool isSettled(std::int64_t time) const { return newest_ < time - std::chrono::nanoseconds(kStep).count(); }
@@ -70,9 +72,32 @@ class Mark {
   }
 
  private:
-  bool add(const std::string& path, const std::string& name, bool withTime) {
+  /// `folders` receives those in it. The C library's own listing, for the C++ library's ends the process when memory
+  /// runs out.
+  bool addItemsOf(const std::string& folder, std::size_t prefix, std::vector<std::string>& folders) {
+    FileDescriptor descriptor(
+        retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor ? ::fdopendir(descriptor.get()) : nullptr, ::closedir);
+    if (!listing) return false;
+    descriptor.release();  // the listing closes it
+    while (true) {
+      errno = 0;
+      const dirent* const entry = ::readdir(listing.get());
+      if (entry == nullptr) return errno == 0;
+      const std::string_view name = entry->d_name;
+      if (name == "." || name == "..") continue;
+      std::string item = folder;
+      item.append("/").append(name);
+      bool isFolder = false;
+      if (!add(item, item.substr(prefix), true, isFolder)) return false;
+      if (isFolder) folders.push_back(std::move(item));
+    }
+  }
+
+  bool add(const std::string& path, const std::string& name, bool withTime, bool& isFolder) {
     struct stat facts {};
     if (::lstat(path.c_str(), &facts) != 0) return false;
+    isFolder = S_ISDIR(facts.st_mode);
     const std::int64_t time = S_ISDIR(facts.st_mode) && !withTime ? 0 : nanoseconds(changed(facts));
     newest_ = std::max(newest_, time);
     std::string entry = name;
