@@ -296,4 +296,76 @@ TEST_F(FileOperations, ThisProcessIsNeverEndedAndNeverInTheWay) {
   EXPECT_TRUE(log.has(2, "Ignore terminate self when clean up, pid: " + std::to_string(::getpid())));
 }
 
+TEST_F(FileOperations, CleaningUpWhereNothingRunsNeedsNoForce) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{1001, "", "", "/elsewhere/A.app", 1}};
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false));
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false)) << "also when there is nothing";
+  EXPECT_EQ(log.lines().back(), (LogLine{2, "Succeed to clean up folder: " + shown(path)}));
+}
+
+TEST_F(FileOperations, CleaningUpGoesThroughApplicationsInTheirOrder) {
+  const std::string path = folder / "A.app";
+  writeFile(path + "/x", "x");
+  applications.running = {{::getpid(), "", "", path, 1}, {1000002, "", "", path, 1}, {1000003, "", "", path, 1}};
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
+  EXPECT_THAT(log.lines(),
+              ElementsAre(LogLine{2, "Try to clean up folder path: " + shown(path) + ". isForced: 0."},
+                          LogLine{2, "Ignore terminate self when clean up, pid: " + std::to_string(::getpid())},
+                          LogLine{4, "Non-forced clean. Abort clean up folder: " + shown(path) +
+                                         "! Because has running app under the folder path."}));
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, true));
+  EXPECT_THAT(applications.ended, ElementsAre(1000002, 1000003));
+}
+
+TEST_F(FileOperations, CopyingTakesWholeFoldersAndReplacesWholeFolders) {
+  writeFile(folder / "from/a/file", "new");
+  fs::create_symlink("a/file", folder / "from/link");
+  writeFile(folder / "to/old", "old");
+  EXPECT_TRUE(TKSUtilBase::copyFileAtPath(folder / "from", folder / "to"));
+  EXPECT_EQ(contentOf(folder / "to/a/file"), "new");
+  EXPECT_TRUE(fs::is_symlink(folder / "to/link"));
+  EXPECT_FALSE(fs::exists(folder / "to/old"));
+  EXPECT_EQ(contentOf(folder / "from/a/file"), "new");
+}
+
+TEST_F(FileOperations, CopyingBelowAFileFailsQuietly) {
+  writeFile(folder / "from", "new");
+  writeFile(folder / "file", "x");
+  TKSError error;
+  EXPECT_FALSE(TKSUtilBase::copyFileAtPath(folder / "from", folder / "file/to", &error));
+  EXPECT_EQ(error.domain, "NSPOSIXErrorDomain");
+  EXPECT_EQ(log.lines().back(), (LogLine{2, "Copy file at path: " + shown(folder / "from") + " to " +
+                                                shown(folder / "file/to") + " failed:" + error.description()}));
+  EXPECT_EQ(contentOf(folder / "file"), "x");
+}
+
+TEST_F(FileOperations, MovingMakesNoParent) {
+  writeFile(folder / "from", "x");
+  TKSError error;
+  EXPECT_FALSE(TKSUtilBase::moveFileAtPath(folder / "from", folder / "none/to", &error));
+  EXPECT_EQ(error.domain, "NSPOSIXErrorDomain");
+  EXPECT_FALSE(fs::exists(folder / "none"));
+  EXPECT_EQ(contentOf(folder / "from"), "x");
+  EXPECT_EQ(log.lines().back(),
+            (LogLine{8, "Move file at path: " + shown(folder / "from") + " failed " + error.description() + "."}));
+}
+
+TEST_F(FileOperations, MovingTakesWholeFolders) {
+  writeFile(folder / "from/a/file", "x");
+  EXPECT_TRUE(TKSUtilBase::moveFileAtPath(folder / "from", folder / "to"));
+  EXPECT_EQ(contentOf(folder / "to/a/file"), "x");
+  EXPECT_FALSE(fs::exists(folder / "from"));
+}
+
+TEST_F(FileOperations, PathsAreMaskedInAllLines) {
+  TKSUtilBase::removeFileAtPath("/Users/jane/a");
+  TKSUtilBase::copyFileAtPath("/Users/jane/a", "/Users/jane/b");
+  TKSUtilBase::moveFileAtPath("/Users/jane/a", "/Users/jane/b");
+  TKSUtilBase::cleanUpFolderPath("/Users/jane/A.app", false);
+  for (const LogLine& line : log.lines()) EXPECT_EQ(line.text.find("jane"), std::string::npos) << line;
+}
+
 }  // namespace

@@ -1,10 +1,11 @@
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
 #include <filesystem>
 
 #include "tests/install/InstallTest.h"
-#include "tests/support/ZipWriter.h"
+#include "tests/support/ProcessState.h"
 
 namespace {
 
@@ -329,6 +330,46 @@ TEST_F(InstallLauncher, ReadsThePackageOnceOnOneVolume) {
   ASSERT_TRUE(install("5.0.1", archive("5.0.1")));
   EXPECT_THAT(signatures.paths, ElementsAre(world.unpacked(), world.unpacked())) << "one check, one look at who signed";
   EXPECT_EQ(world.tools.runs(Tool::spctl), 1u);
+}
+
+// Cleaning up what really runs.
+
+class CleanUp : public InstallLauncher {
+ protected:
+  /// Starts a program out of the launcher.
+  tks::test::ChildProcess start() {
+    const std::string sleep = contentOf("/bin/sleep");
+    putLauncher(LauncherPlan{.version = "4.9", .program = TKSData(sleep.begin(), sleep.end())});
+    const std::string executable = target() + "/Contents/MacOS/Tarvo Kovra Start";
+    fs::permissions(executable, fs::perms(0755));
+    auto process = tks::test::ChildProcess::run(executable, {"1000"});
+    EXPECT_TRUE(tks::test::waitUntil([&] { return !world.applications.list().empty(); }, std::chrono::seconds(30)));
+    log.clear();
+    return process;
+  }
+};
+
+TEST_F(CleanUp, WithoutForceLeavesALauncherThatRuns) {
+  auto process = start();
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(target(), false));
+  EXPECT_EQ(launcherAt(target()), "4.9");
+  EXPECT_FALSE(world.applications.list().empty()) << "it runs on";
+}
+
+TEST_F(CleanUp, ByForceEndsALauncherThatRunsAndRemovesItInTheSameCall) {
+  auto process = start();
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(target(), true));
+  EXPECT_FALSE(fs::exists(target()));
+  EXPECT_EQ(process.wait(), 128 + SIGKILL);
+  EXPECT_TRUE(log.has(2, "The terminate request was successfully sent."));
+}
+
+TEST_F(CleanUp, ByForceRemovesALauncherThatCannotBeEnded) {
+  auto process = start();
+  world.applications.refuses = true;
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(target(), true));
+  EXPECT_FALSE(fs::exists(target()));
+  EXPECT_TRUE(log.has(8, "The terminate request failed to sent! Get on clean up as in forced case."));
 }
 
 // Refreshing the launcher from the archive.
