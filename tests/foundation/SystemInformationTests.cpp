@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <new>
 #include <set>
 #include <string>
 #include <thread>
@@ -275,6 +276,22 @@ TEST(Processor, WithoutTheToolIsNoneAndIsNotAskedForAgain) {
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::nullopt);
   EXPECT_THAT(log.texts(2), IsEmpty());
   EXPECT_THAT(log.texts(8), ::testing::SizeIs(1));
+}
+
+/// There is no memory for its answer.
+class FailingTool final : public tks::platform::SystemTools {
+ public:
+  tks::platform::ToolResult run(const tks::platform::ToolRequest&) override { throw std::bad_alloc(); }
+
+ private:
+  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
+};
+
+TEST(Processor, ThatCannotBeFoundOutIsNoneAndNothingIsThrown) {
+  TKS_IN_FRESH_PROCESS();
+  const FailingTool tool;
+  EXPECT_NO_THROW(EXPECT_FALSE(TKSUtilBase::isAppleSiliconDevice()));
+  EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::nullopt);
 }
 
 TEST(Processor, WhoseNameIsNoTextCountsAsUnnamed) {

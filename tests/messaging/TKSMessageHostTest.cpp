@@ -288,8 +288,12 @@ TEST_F(ReceivingTest, EmptyPieceWithNothingPendingSaysWhatItProbablyMeans) {
 
 TEST_F(ReceivingTest, EmptyPieceInsideAMessageIsAFatalErrorThatLeavesTheMessagePending) {
   host_->onMessage(header(5) + "ab");
+  log_.clear();
   host_->onMessage("");
   EXPECT_THAT(delegate_.failures, ElementsAre("Message data empty ( 0 ), pending data expected."));
+  EXPECT_THAT(log_.lines(),
+              ElementsAre(LogLine{2, "On message."}, LogLine{2, "messageDataSize: 0"},
+                          LogLine{8, "Handle fatal error: Message data empty ( 0 ), pending data expected."}));
   EXPECT_EQ(host_->pendingDataSize, 3u);
 }
 

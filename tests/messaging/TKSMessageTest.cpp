@@ -200,6 +200,16 @@ TEST(TKSMessage, KeysAreLowerCasedByUnicodesRules) {
   EXPECT_EQ(lowered, TKSValue(TKSDictionary{{"\xC3\xA4\xC3\xB6", 1}, {"\xCF\x83\xCE\xB1", 2}, {"plain", 3}}));
 }
 
+TEST(TKSMessage, EveryCapitalLetterOfAKeyIsLowered) {
+  const std::pair<const char*, const char*> rows[] = {{"A", "a"},       {"Z", "z"},           {"aZ", "az"},
+                                                      {"@[`{", "@[`{"}, {"\u00c4", "\u00e4"}, {"_9", "_9"}};
+  for (const auto& [key, lowered] : rows) {
+    EXPECT_EQ(TKSMessage::dictionaryWithAllKeysToLowerCase(TKSDictionary{{key, 1}}),
+              TKSValue(TKSDictionary{{lowered, 1}}))
+        << key;
+  }
+}
+
 TEST(TKSMessage, OfKeysThatDifferOnlyInCaseTheLastInByteOrderWins) {
   EXPECT_EQ(TKSMessage::dictionaryWithAllKeysToLowerCase(TKSDictionary{{"KEY", 1}, {"Key", 2}, {"key", 3}}),
             TKSValue(TKSDictionary{{"key", 3}}));
