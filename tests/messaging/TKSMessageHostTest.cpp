@@ -16,6 +16,7 @@
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FakeHostProcess.h"
+#include "tests/support/ForwardingFiles.h"
 #include "tests/support/Frames.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/LogRecorder.h"
@@ -941,7 +942,18 @@ TEST_F(FileHostTest, FolderThatIsGoneAlreadyIsReportedAtClose) {
   EXPECT_THAT(log_.texts(8)[0], MatchesRegex("Removing ipcFile folder has error:Error Domain=.*"));
 }
 
+/// Removes nothing, so that no mistake in what is tested can do harm.
+class FilesThatStay final : public tks::test::ForwardingFiles {
+ public:
+  std::vector<std::string> removed;
+  bool remove(std::string_view path, TKSError*) override {
+    removed.emplace_back(path);
+    return true;
+  }
+};
+
 TEST_F(FileHostTest, RootAndHomeAreNeverRemoved) {
+  FilesThatStay files;
   for (const std::string& folder : {"/"s, home_.realHome()}) {
     TKSMessageHost host(tksMessageHostTypeInterface);
     host.ipcByFile = true;
@@ -949,7 +961,7 @@ TEST_F(FileHostTest, RootAndHomeAreNeverRemoved) {
     host.setIPCFileFolderPath(folder);
     log_.clear();
     host.close();
-    EXPECT_TRUE(std::filesystem::exists(folder));
+    EXPECT_THAT(files.removed, IsEmpty());
     EXPECT_TRUE(log_.has(8,
                          "Removing ipcFile folder has error:Error Domain=com.tarvo.kovra.TKSUtil Code=0 \"Not the "
                          "folder of a conversation: " +
