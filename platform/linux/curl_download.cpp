@@ -51,6 +51,7 @@ constexpr KnownError kErrors[] = {
     {CURLE_FILE_COULDNT_READ_FILE, -1100, "The requested URL was not found on this server."},
     {CURLE_FILESIZE_EXCEEDED, -1103, "resource exceeds maximum size"},
     {CURLE_SSL_CONNECT_ERROR, -1200, "An SSL error has occurred and a secure connection to the server cannot be made."},
+    {CURLE_SSL_CACERT_BADFILE, -1200, "The certificates of known authorities cannot be read."},
     {CURLE_PEER_FAILED_VERIFICATION, -1202,
      "The certificate for this server is invalid: a secure connection to the server cannot be made."},
 };

@@ -195,6 +195,7 @@ TEST_F(Download, EndsWhenTheServerFallsSilent) {
 
 TEST_F(Download, EndsWhenTheGreetingOfTlsIsNotAnswered) {
   request.idleTimeout = 300ms;
+  trust(TestAuthority());
   // It waits for the head of a plain request.
   LoopbackServer server([](Connection&) {});
   std::string address = server.address();
@@ -202,11 +203,11 @@ TEST_F(Download, EndsWhenTheGreetingOfTlsIsNotAnswered) {
 }
 
 TEST_F(Download, TakesLinesOfAHeaderForSignsOfLife) {
-  request.idleTimeout = 2s;
+  request.idleTimeout = 4s;
   LoopbackServer server([](Connection& connection) {
     connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n");
     for (int i = 0; i < 6; ++i) {
-      std::this_thread::sleep_for(600ms);
+      std::this_thread::sleep_for(900ms);
       connection.send("X-Line: " + std::to_string(i) + "\r\n");
     }
     connection.send("\r\nok");
@@ -273,7 +274,15 @@ TEST_F(Download, TrustsNoServerThatCannotProveItsName) {
   }
 }
 
+TEST_F(Download, TrustsNobodyWhenTheAuthoritiesAreMissing) {
+  authorities = home / "missing.pem";
+  const ServerIdentity identity = TestAuthority().issue("IP:127.0.0.1");
+  LoopbackServer server([](Connection& connection) { connection.send(response(200, "unsafe")); }, &identity);
+  EXPECT_EQ(errorOf(server.address() + "/"), kNoSecureConnection);
+}
+
 TEST_F(Download, FailsWhenTheServerSpeaksNoTls) {
+  trust(TestAuthority());
   LoopbackServer server([](Connection& connection) { connection.send(response(200, "plain")); });
   std::string address = server.address() + "/";
   // Its greeting has no blank line: the server ends the connection when the test ends it, or the client before.
