@@ -1,0 +1,134 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <tksinterface/TKSUtilBase.h>
+#include <tksinterface/TKSUtilBaseHelper.h>
+
+#include <filesystem>
+#include <map>
+#include <thread>
+#include <vector>
+
+#include "platform/linux/tool_runner.h"
+#include "platform/platform.h"
+#include "tests/support/FakeHome.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/ProcessState.h"
+#include "tests/support/TemporaryFolder.h"
+
+// The health check with real processes in the place of its tools.
+
+namespace {
+
+namespace fs = std::filesystem;
+using tks::platform::Tool;
+using tks::platform::ToolRequest;
+using tks::platform::ToolResult;
+
+/// Real tools, which have less time than they usually have.
+class HastyTools final : public tks::platform::SystemTools {
+ public:
+  explicit HastyTools(std::unique_ptr<tks::platform::SystemTools> real) : real_(std::move(real)) {}
+  ToolResult run(const ToolRequest& request) override {
+    ToolRequest hasty = request;
+    hasty.timeLimit = limit;
+    return real_->run(hasty);
+  }
+  std::chrono::seconds limit = std::chrono::seconds(30);
+
+ private:
+  std::unique_ptr<tks::platform::SystemTools> real_;
+};
+
+class HealthTools : public ::testing::Test {
+ protected:
+  HealthTools() {
+    fs::create_directory(app);
+    script(Tool::lsof, "echo \"$@\"");
+    script(Tool::shasum, "cat; echo '  -'");
+  }
+  void script(Tool tool, const std::string& lines) {
+    const std::string path = folder / ("tool" + std::to_string(static_cast<int>(tool)));
+    tks::test::writeFile(path, "#!/bin/sh\n" + lines + "\n");
+    fs::permissions(path, fs::perms(0755));
+    paths[tool] = path;
+  }
+
+  tks::test::FakeHome home;
+  tks::test::TemporaryFolder folder;
+  std::string app = folder / "A.app";
+  std::map<Tool, std::string> paths;
+  HastyTools tools{tks::gnulinux::makeSystemTools([this](Tool tool) {
+    const auto found = paths.find(tool);
+    return found == paths.end() ? std::string() : found->second;
+  })};
+  tks::platform::Replaced<tks::platform::SystemTools> replaced{tools};
+  tks::test::LogRecorder log;
+};
+
+TEST_F(HealthTools, AnAcceptingAssessmentIsRememberedByTheFingerprint) {
+  script(Tool::spctl, "echo \"$3: accepted\" >&2; echo x >> '" + folder / "runs" + "'");
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(tks::test::contentOf(folder / "runs"), "x\n");
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "-g -o -R " + app + "\n  -");
+}
+
+TEST_F(HealthTools, AToolThatFailsInAnyWayMakesTheAppBroken) {
+  const std::pair<const char*, std::string> ways[] = {
+      {"silent", "exit 0"},
+      {"killed", "echo \"$3: \" >&2; kill -9 $$"},
+      {"asking", "read answer; echo \"$answer\" >&2"},
+      {"on the wrong output", "echo \"$3: accepted\""},
+      {"ten megabytes", "head -c 10485760 /dev/zero | tr '\\0' a >&2; echo >&2; echo no >&2"}};
+  for (const auto& [name, lines] : ways) {
+    script(Tool::spctl, lines);
+    EXPECT_TRUE(TKSUtilBase::isBrokenApp(app)) << name;
+    EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0")) << name;
+    log.clear();
+  }
+  paths.erase(Tool::spctl);
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+  EXPECT_THAT(tks::test::children(), ::testing::IsEmpty());
+}
+
+TEST_F(HealthTools, AToolThatHangsIsEndedAndMakesTheAppBroken) {
+  script(Tool::spctl, "sleep 1000");
+  tools.limit = std::chrono::seconds(1);
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_THAT(tks::test::children(), ::testing::IsEmpty());
+}
+
+TEST_F(HealthTools, TenMegabytesBeforeTheVerdictAreRead) {
+  script(Tool::spctl, "head -c 10485760 /dev/zero | tr '\\0' a >&2; echo >&2; echo \"$3: accepted\" >&2");
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+}
+
+TEST_F(HealthTools, AFingerprintIsTheDigestOfWhoHoldsTheAppOpen) {
+  for (const Tool tool : {Tool::lsof, Tool::shasum}) {
+    paths[tool] = tks::gnulinux::standardToolPath(tool);
+    if (paths[tool].empty()) GTEST_SKIP() << "no such tool here";
+  }
+  const std::optional<std::string> fingerprint = TKSUtilBase::hashFilePropertiesWithAppPath(app);
+  ASSERT_TRUE(fingerprint);
+  EXPECT_THAT(*fingerprint, ::testing::MatchesRegex("[0-9a-f]{40}  -"));
+}
+
+TEST_F(HealthTools, FingerprintsMayBeSetAndReadByAnyThread) {
+  tools.limit = std::chrono::seconds(60);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      const std::string own = app + "/" + std::to_string(i % 2);
+      tks::test::writeFile(own + "/file", "x");
+      for (int round = 0; round < 5; ++round) {
+        TKSUtilBaseHelper::setHashValueOfAppPath(own);
+        EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(own), "-g -o -R " + own + "\n  -");
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(&TKSUtilBaseHelper::sharedInstance(), &TKSUtilBaseHelper::sharedInstance());
+}
+
+}  // namespace
