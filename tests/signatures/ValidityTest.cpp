@@ -576,6 +576,29 @@ TEST(TrustedLaunchers, AreRefusedWithTheDescribedTextWhenTheyAreNotTheMakers) {
   EXPECT_THAT(verdict("unsigned"), ::testing::StartsWith("Code object is not signed at all. Internal error details: "));
 }
 
+TEST(TrustedLaunchers, AreRefusedWithTheDescribedTextWhenTheyWereAltered) {
+  TemporaryFolder folder;
+  const auto verdictAfter = [&](const std::function<void(const std::string& app)>& alter) {
+    const std::string app = folder / "A.app";
+    fs::remove_all(app);
+    makeApp(app, elfProgram());
+    signAs(app);
+    alter(app);
+    TKSError error;
+    EXPECT_FALSE(TKSUtilBase::checkTrust(app, &error));
+    EXPECT_EQ(error.domain, "com.tarvo.kovra.codesign");
+    EXPECT_EQ(error.code, 0);
+    return error.localizedDescription;
+  };
+  EXPECT_THAT(verdictAfter([](const std::string& app) { append(app + "/Contents/Resources/notes.txt", "x"); }),
+              ::testing::StartsWith("A sealed resource is missing or invalid. Internal error details: "));
+  EXPECT_THAT(
+      verdictAfter([](const std::string& app) { append(app + "/Contents/Info.plist", "x"); }),
+      ::testing::StartsWith("invalid Info.plist (plist or signature have been modified). Internal error details: "));
+  EXPECT_THAT(verdictAfter([](const std::string& app) { flip(executable(app), 100); }),
+              ::testing::StartsWith("Codesign verify failed, error code: -67061. Internal error details: "));
+}
+
 TEST(TrustedLaunchers, LeadToThePinnedRootUnderStrictRules) {
   TemporaryFolder folder;
   const std::string app = makeApp(folder / "A.app", elfProgram());

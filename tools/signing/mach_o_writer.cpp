@@ -111,7 +111,7 @@ void addCommand(TKSData& image, Commands& commands) {
 TKSData makeImage(const ImagePlan& plan) {
   const std::uint32_t sections = plan.infoPlist.empty() ? 0 : 1;
   const std::size_t textSize = aligned(std::max<std::size_t>(plan.size, 8192), 4096);
-  constexpr std::size_t kLinkEdit = 64;
+  constexpr std::size_t kLinkEditSize = 64;
   constexpr std::size_t kInfoOffset = 2048;
   if (plan.infoPlist.size() > 2048) throw std::runtime_error("the Info.plist is too large for the image");
   TKSData image(4, plan.bigEndian ? 0xfe : 0);
@@ -132,8 +132,8 @@ TKSData makeImage(const ImagePlan& plan) {
     append(image, kInfoOffset, 4);
     image.resize(image.size() + (plan.is64 ? 28 : 24));
   }
-  appendSegment(image, "__LINKEDIT", textSize, kLinkEdit, 0, plan.is64);
-  image.resize(textSize + kLinkEdit);
+  appendSegment(image, "__LINKEDIT", textSize, kLinkEditSize, 0, plan.is64);
+  image.resize(textSize + kLinkEditSize);
   std::ranges::copy(plan.infoPlist, image.begin() + kInfoOffset);
   for (std::size_t i = 4096; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i * 31 + plan.type);
   return image;
