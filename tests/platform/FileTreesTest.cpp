@@ -15,8 +15,10 @@
 
 #include "platform/files.h"
 #include "platform/platform.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/InjectedSystemCall.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Unprivileged.h"
 
@@ -121,6 +123,37 @@ TEST_F(FileTrees, RemovingWhatIsNotThereNamesTheReason) {
   EXPECT_FALSE(files().remove(folder / "missing", &error));
   EXPECT_EQ(error, (TKSError{"NSPOSIXErrorDomain", ENOENT,
                              "remove \"" + (folder / "missing") + "\": No such file or directory"}));
+}
+
+TEST_F(FileTrees, ThePlaceOfAVolumeIsNotEmptiedInVain) {
+  const tks::test::SmallVolume volume("64k");
+  if (!volume.isThere()) GTEST_SKIP() << "needs the right to mount";
+  writeFile(volume / "precious", "x");
+  EXPECT_FALSE(files().remove(volume.path(), &error));
+  EXPECT_EQ(error,
+            (TKSError{"NSPOSIXErrorDomain", EBUSY, "remove \"" + volume.path() + "\": Device or resource busy"}));
+  EXPECT_EQ(contentOf(volume / "precious"), "x");
+}
+
+/// With a root of its own, so that no mistake can do harm: 0 when nothing of it was removed.
+int removesItsRoot(const tks::test::Arguments& arguments) {
+  if (::chroot(arguments.at(0).c_str()) != 0 || ::chdir("/") != 0) return 77;
+  struct stat facts {};
+  if (::stat("/precious", &facts) != 0) return 78;
+  for (const char* root : {"/", "//", "/."}) {
+    if (files().remove(root, nullptr)) return 1;
+    if (::stat("/precious", &facts) != 0) return 2;
+  }
+  return 0;
+}
+const tks::test::ChildRole kRemovesItsRoot("removes-its-root", removesItsRoot);
+
+TEST_F(FileTrees, TheRootIsNeverEmptied) {
+  writeFile(folder / "precious", "x");
+  tks::test::ChildProcess child = tks::test::ChildProcess::inRole("removes-its-root", {folder.path()});
+  const int result = child.wait();
+  if (result == 77) GTEST_SKIP() << "needs the right to change the root";
+  EXPECT_EQ(result, 0);
 }
 
 TEST_F(FileTrees, RemovingStopsAtWhatMayNotBeRemovedAndNamesIt) {
