@@ -44,6 +44,23 @@ class Output {
     return stage_;
   }
   void flush(char* out) { text_.append(stage_, static_cast<std::size_t>(out - stage_)); }
+  /// Writes any number of bytes, many of them past the stage; answers where to go on.
+  char* append(char* out, const char* bytes, std::size_t size) {
+    constexpr std::size_t kMany = 1024;
+    if (size < kMany) {
+      if (out > stage_ + sizeof stage_ - kMostAtOnce - kMany) {
+        flush(out);
+        out = stage_;
+      }
+      std::memcpy(out, bytes, size);
+      return out + size;
+    }
+    flush(out);
+    text_.append(bytes, size);
+    return stage_;
+  }
+  /// Makes room for many bytes that will follow, so that it does not grow step by step.
+  void expect(std::size_t size) { text_.reserve(text_.size() + sizeof stage_ + size); }
 
  private:
   std::string& text_;
@@ -96,6 +113,39 @@ std::size_t plainBytes(Sixteen bytes) noexcept {
     return static_cast<std::size_t>(little ? std::countr_zero(word) : std::countl_zero(word)) / 8;
   };
   return low != 0 ? firstOf(low) : 8 + firstOf(high);
+}
+
+/// So many bytes of a long text are looked at together.
+constexpr std::size_t kStride = 64;
+/// Of a long text so much is looked at before it is copied: it is still in the cache then.
+constexpr std::size_t kLargestPiece = 16384;
+/// For a shorter text the way by pieces takes longer.
+constexpr std::size_t kWorthPieces = 256;
+
+/// How many bytes stand for themselves, in ASCII or beyond it, from the front of a piece of a text up to the first one
+/// that is to be escaped; `isAscii` becomes false when one of the bytes looked at is beyond ASCII. The length of the
+/// piece is a multiple of `kStride`.
+std::size_t unescapedBytes(const char* piece, std::size_t size, bool& isAscii) noexcept {
+  using Bytes [[gnu::vector_size(16)]] = unsigned char;
+  using Words [[gnu::vector_size(16)]] = std::uint64_t;
+  const auto isZero = [](Bytes bytes) {
+    const auto words = reinterpret_cast<Words>(bytes);
+    return (words[0] | words[1]) == 0;
+  };
+  Bytes all{};
+  std::size_t done = 0;
+  for (; done < size; done += kStride) {
+    Bytes escaped{};
+    for (std::size_t i = 0; i < kStride; i += sizeof(Bytes)) {
+      Bytes bytes;
+      std::memcpy(&bytes, piece + done + i, sizeof bytes);
+      all |= bytes;
+      escaped |= reinterpret_cast<Bytes>((bytes < ' ') | (bytes == '"') | (bytes == '\\'));
+    }
+    if (!isZero(escaped)) break;
+  }
+  isAscii = isAscii && isZero(all & 0x80);
+  return done;
 }
 
 /// What keeps a value from being written.
@@ -236,11 +286,27 @@ class Writer {
     return writeContent(out, padded, size);
   }
 
+  /// Writes the front of a piece that stands for itself; when that is not all of it, the stride behind it byte by byte.
+  char* writePiece(char* out, const char*& next, std::size_t size, bool& isAscii) {
+    const std::size_t plain = unescapedBytes(next, size, isAscii);
+    out = output_.append(out, next, plain);
+    next += plain;
+    if (plain == size) return out;
+    for (const char* const end = next + kStride; next != end; ++next) out = writeByte(output_.room(out), *next);
+    return out;
+  }
+
   /// Behind the content stand `kBytesBehind` zeros.
   char* writeContent(char* out, const char* next, std::size_t size) {
     const std::string_view content(next, size);
     const char* const end = next + size;
     bool isAscii = true;
+    if (size >= kWorthPieces) {
+      if (size > kLargestPiece) output_.expect(size);
+      for (std::size_t left = size; left >= kStride; left = static_cast<std::size_t>(end - next)) {
+        out = writePiece(out, next, std::min(left / kStride * kStride, kLargestPiece), isAscii);
+      }
+    }
     while (true) {
       out = output_.room(out);
       Sixteen bytes;

@@ -53,7 +53,8 @@ bool isSomebodysFolder(std::string_view folder) {
 
 void appendPiece(TKSData& receivedData, std::string_view bytes) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size old: %u", receivedData.size());
-  receivedData.insert(receivedData.end(), bytes.begin(), bytes.end());
+  const auto* const first = reinterpret_cast<const TKSData::value_type*>(bytes.data());  // so that it is one copy
+  receivedData.insert(receivedData.end(), first, first + bytes.size());
   TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size new: %u", receivedData.size());
 }
 

@@ -357,6 +357,18 @@ TEST(JsonWriting, EscapesAtEveryPlaceOfATextOfAnyLength) {
       }
     }
   }
+  for (const std::size_t length : {255, 256, 320, 1087, 1088, 16384, 40000}) {
+    for (std::size_t place = 0; place < length; place += 37 + length / 64) {
+      for (const std::string_view special : {"\"", "\x1F", "\xC3\xA4", "\x80"}) {
+        std::string text(length, 'x');
+        text.replace(place, 1, special);
+        const auto json = tks::json::write(TKSArray{1, text, 2});
+        ASSERT_EQ(json.has_value(), special != "\x80") << place;
+        if (!json) continue;
+        EXPECT_TRUE(read(*json) == (TKSArray{1, text, 2})) << length << ' ' << place;
+      }
+    }
+  }
   const std::string onlyQuotes(100'000, '"');
   EXPECT_EQ(written(TKSArray{onlyQuotes}).size(), 200'004u);
   EXPECT_EQ(read(written(TKSArray{onlyQuotes}))[0].text(), onlyQuotes);
