@@ -96,6 +96,21 @@ void appendUtf16(std::string& text, Bytes bytes) {
   }
 }
 
+/// Whether all characters are ASCII; eight bytes behind them can be read.
+bool isAscii(Bytes characters) {
+  std::uint64_t all = 0;
+  std::uint64_t eight = 0;
+  std::size_t done = 0;
+  for (; done + sizeof eight <= characters.size(); done += sizeof eight) {
+    std::memcpy(&eight, characters.data() + done, sizeof eight);
+    all |= eight;
+  }
+  std::memcpy(&eight, characters.data() + done, sizeof eight);
+  const std::uint64_t rest = ~(~std::uint64_t{0} << 8 * (characters.size() - done));
+  all |= (std::endian::native == std::endian::little ? eight : __builtin_bswap64(eight)) & rest;
+  return (all & 0x8080'8080'8080'8080) == 0;
+}
+
 /// Turns the objects of a list into a value, without recursion: what is open stands in `open_`. An object is read anew
 /// for each reference to it; that an object holds itself shows as nesting without end.
 class BinaryReader {
@@ -166,7 +181,7 @@ bool BinaryReader::readTrailer() {
   return true;
 }
 
-TKSValue BinaryReader::read() {
+[[gnu::flatten]] TKSValue BinaryReader::read() {
   if (!readTrailer() || !readObject(top_, false)) return {};
   while (!open_.empty()) {
     if (!advance()) return {};
@@ -307,8 +322,10 @@ bool BinaryReader::ascii(std::size_t position, std::uint8_t low) {
   Bytes bytes;
   if (!takeBytes(position, *count, 1, bytes)) return false;
   const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  if (!utf8::isValid(characters)) return fail("a text is broken");
-  builder_.text(characters);
+  if (!isAscii(bytes) && !utf8::isValid(characters)) return fail("a text is broken");
+  // The trailer stands behind every object.
+  static_assert(kTrailerSize >= value::kBytesBehind);
+  builder_.readableText(characters);
   return true;
 }
 
