@@ -6,6 +6,8 @@
 #include <functional>
 #include <string>
 
+#include <tksinterface/TKSUtilBase.h>
+
 #include "foundation/JsonWriter.h"
 #include "platform/platform.h"
 #include "tests/support/FailingAllocator.h"
@@ -15,7 +17,7 @@ namespace {
 
 using tks::test::failuresUntilSuccess;
 
-/// Texts and keys short and long, nested, out of order, and a number that takes a second attempt.
+/// Texts and keys short and long, nested, out of order, and a number beyond 64 bits.
 const std::string& text() {
   static const std::string text = [] {
     std::string made =
@@ -43,6 +45,18 @@ TEST(OutOfMemory, ReadingFailsCleanly) {
     return true;
   });
   EXPECT_GT(failures, 5);
+}
+
+TEST(OutOfMemory, LookingUpByTwoKeysTakesNone) {
+  const TKSKeyPath path{"a long key, too long to stand in place", "key399"};
+  const TKSDictionary list = tks::platform::json().parse(text(), nullptr).dictionary();
+  const long failures = failuresUntilSuccess([&] {
+    const TKSValue found = TKSUtilBase::getValueFormPlist(path, list);
+    // The very bytes of the list: a long text is not copied either.
+    return found.text().data() == list[path[0]][path[1]].text().data() &&
+           found.text() == "a text that is too long to stand in place";
+  });
+  EXPECT_EQ(failures, 0);
 }
 
 TEST(OutOfMemory, ReportingABadTextFailsCleanly) {
