@@ -1,6 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <optional>
+
 #include "tests/signatures/Fixtures.h"
+#include "tests/support/Memory.h"
 
 namespace {
 
@@ -56,8 +60,9 @@ TEST_F(Damage, FlippedBytesOfTheMessageAreNoticedOrHarmless) {
 TEST_F(Damage, APartCutAnywhereIsRefused) {
   for (const char* name : {"CodeDirectory", "CodeSignature", "CodeResources"}) {
     const std::string whole = contentOf(part(name));
-    for (std::size_t size = 0; size < whole.size(); size += 37) {
-      writeFile(part(name), whole.substr(0, size));
+    for (std::size_t size = whole.size(); size > 0;) {
+      size -= std::min<std::size_t>(size, kSanitized ? 11 : 1);
+      fs::resize_file(part(name), size);
       EXPECT_NE(statusOf(app), 0) << name << " cut at " << size;
     }
     writeFile(part(name), whole);
@@ -70,9 +75,67 @@ TEST(DamagedImage, CutAnywhereIsRefused) {
   writeBytes(file, tks::signing::makeImage({}));
   signAs(file, "maker");
   const std::string whole = contentOf(file);
-  for (std::size_t size = 0; size < whole.size(); size += 311) {
-    writeFile(file, whole.substr(0, size));
+  // Every length that ends inside of the signature, some of the others.
+  const std::size_t start = tks::signing::makeImage({}).size() / 16 * 16;
+  for (std::size_t size = whole.size(); size > 0;) {
+    size -= std::min<std::size_t>(size, size > start && size < start + 4000 && !kSanitized ? 1 : 311);
+    fs::resize_file(file, size);
     EXPECT_NE(statusOf(file), 0) << size;
+  }
+}
+
+/// The most memory that this process has occupied since `restart` was last true; nothing where that is not to be had.
+std::optional<std::size_t> peakOfMemory(bool restart) {
+  if (restart && !(std::ofstream("/proc/self/clear_refs") << "5" << std::flush)) return std::nullopt;
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmHWM:")) return std::stoul(line.substr(6)) * 1024;
+  }
+  return std::nullopt;
+}
+
+TEST(DamagedImage, WithPartsOfAHundredMebibytesTakesNoSuchMemory) {
+  TemporaryFolder folder;
+  const std::string file = folder / "tool";
+  constexpr std::uint32_t kHuge = 100u << 20;
+  const auto put = [&](std::size_t at, std::uint32_t value, bool big) {
+    std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+    stream.seekp(static_cast<std::streamoff>(at));
+    for (int i = 0; i < 4; ++i) stream.put(static_cast<char>(value >> (big ? 24 - 8 * i : 8 * i)));
+  };
+  for (const std::uint32_t wanted : {0u, 2u, 5u, 0x1000u, 0x10000u}) {
+    writeBytes(file, tks::signing::makeImage({}));
+    signAs(file, "maker", [](SigningOptions& options) {
+      options.hashTypes = {tks::codesign::HashType::sha1, tks::codesign::HashType::sha256};
+      options.entitlements = "<plist version=\"1.0\"><dict/></plist>";
+    });
+    const std::string content = contentOf(file);
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(content.data());
+    const std::size_t commands = 32 + bytes[20] + 256u * bytes[21];
+    const std::size_t start = __builtin_bswap32(tks::codesign::big32(bytes + commands - 8));
+    // The part moves to the end and is a hole there, but for its beginning.
+    put(commands - 4, 2 * kHuge, false);
+    put(start + 4, 2 * kHuge, true);
+    for (std::size_t entry = start + 12; entry < start + 12 + 8 * tks::codesign::big32(bytes + start + 8); entry += 8) {
+      if (tks::codesign::big32(bytes + entry) != wanted) continue;
+      const std::uint32_t offset = tks::codesign::big32(bytes + entry + 4);
+      const std::uint32_t length = tks::codesign::big32(bytes + start + offset + 4);
+      fs::resize_file(file, start + 2 * kHuge);
+      {
+        std::fstream stream(file, std::ios::in | std::ios::out | std::ios::binary);
+        stream.seekp(static_cast<std::streamoff>(start + kHuge));
+        stream.write(content.data() + start + offset, length);
+      }
+      put(entry + 4, kHuge, true);
+      put(start + kHuge + 4, kHuge, true);
+    }
+    const std::size_t before = residentBytes();
+    const bool measured = peakOfMemory(true).has_value();
+    EXPECT_NE(statusOf(file), 0) << wanted;
+    informationOf(file);
+    if (measured && !kSanitized) {
+      EXPECT_LT(peakOfMemory(false).value(), before + (std::size_t{32} << 20)) << wanted;
+    }
   }
 }
 
