@@ -1,3 +1,6 @@
+#include <future>
+#include <thread>
+
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
 #include "tests/interface/LaunchingTest.h"
@@ -24,10 +27,12 @@ class PlayedChildren final : public tks::platform::ChildProcesses {
   bool refuses = false;
   std::vector<ChildRequest> requests;
   std::function<void(ChildEnd)> ended;
+  std::function<void(const std::function<void(ChildEnd)>&)> onStart;
 
   std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> whenEnded, TKSError* error) override {
     requests.push_back(request);
     ended = std::move(whenEnded);
+    if (onStart) onStart(ended);
     if (!refuses) return kPid;
     if (error != nullptr) *error = TKSError{"NSPOSIXErrorDomain", 8, "start \"x\": Exec format error"};
     return 0;
@@ -238,6 +243,36 @@ TEST_F(LaunchExecutable, TheEndIsToldOnceAndBehindTheResult) {
   children.ended(ChildEnd{ChildEnd::How::killed, 9});
   children.ended(ChildEnd{ChildEnd::How::killed, 9});
   EXPECT_THAT(told, ElementsAre("result", "signal: 9"));
+}
+
+TEST_F(LaunchExecutable, AnEndThatComesBeforeTheResultIsToldBehindIt) {
+  std::vector<std::string> told;
+  const auto launchResult = [&](const auto&, const auto&) {
+    children.ended(ChildEnd{ChildEnd::How::exited, 3});
+    told.push_back("result");
+  };
+  tks::launchExecutable(executable, {}, launchResult, [&](ChildEnd end) { told.push_back(tks::described(end)); });
+  ASSERT_TRUE(drainUntil([&] { return told.size() >= 2; }));
+  EXPECT_THAT(told, ElementsAre("result", "exit code: 3"));
+}
+
+TEST_F(LaunchExecutable, AnEndThatOvertakesTheAnswerOfTheStartWaitsForThePid) {
+  applications.looks.clear();
+  std::promise<void> begun;
+  std::promise<void> reported;
+  std::thread reporter;
+  children.onStart = [&](const std::function<void(ChildEnd)>& ended) {
+    reporter = std::thread([&, ended] {
+      begun.set_value();
+      ended(ChildEnd{ChildEnd::How::exited, 3});
+      reported.set_value();
+    });
+    begun.get_future().wait();
+  };
+  launch({});
+  ASSERT_EQ(reported.get_future().wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  reporter.join();
+  EXPECT_TRUE(log.has(4, "Launched process ended early. PID: 4711, exit code: 3"));
 }
 
 TEST_F(LaunchExecutable, TheEndIsNotToldToThoseWhoGotNoApplication) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "tests/support/Frames.h"
@@ -223,12 +224,12 @@ TEST_F(FrameReaderTest, WhatWasReadAheadOfAnotherChannelIsForgotten) {
 
 TEST_F(FrameReaderTest, StartTakesTheNextByteForAFrame) {
   start();
-  wire_->arrive(header(100) + "broken off");
+  wire_->arrive(header(12) + "broken off");
   pieces(1);
   reader_->stop();
   start();
   wire_->arrive(frame("whole"));
-  EXPECT_THAT(pieces(2), ElementsAre(header(100) + "broken off", frame("whole")));
+  EXPECT_THAT(pieces(2), ElementsAre(header(12) + "broken off", frame("whole")));
 }
 
 TEST_F(FrameReaderTest, RestartInsideAPieceGoesOnWithTheNextOneInOrder) {
@@ -292,6 +293,69 @@ TEST_F(FrameReaderTest, ChangedLimitCountsFromTheNextPieceOn) {
   const ScopedValue limit(tks_max_msg_size, std::int64_t{4});
   wire_->arrive("cdefgh");
   EXPECT_THAT(pieces(3), ElementsAre(header(8) + "ab", "cdef", "gh"));
+}
+
+TEST_F(FrameReaderTest, EndIsNotToldAfterStop) {
+  start();
+  wire_->end();
+  pieces(1);
+  reader_->stop();
+  const std::size_t told = pieces_.size();
+  drainFor(25ms);
+  EXPECT_EQ(pieces_.size(), told);
+}
+
+TEST_F(FrameReaderTest, ChannelAfterOneThatEndedIsRead) {
+  start();
+  wire_->end();
+  pieces(1);
+  reader_->stop();
+  pieces_.clear();
+  wire_ = std::make_shared<Wire>();
+  start();
+  wire_->arrive(frame("a"));
+  EXPECT_THAT(pieces(1), ElementsAre(frame("a")));
+  wire_->end();
+  EXPECT_EQ(pieces(2)[1], "");
+}
+
+TEST_F(FrameReaderTest, ChannelAfterOneThatFailedEndsInGoodOrder) {
+  start();
+  wire_->breakDown({"POSIX", 5, "broken"});
+  ASSERT_TRUE(drainUntil([&] { return !failures_.empty(); }));
+  reader_->stop();
+  failures_.clear();
+  wire_ = std::make_shared<Wire>();
+  start();
+  wire_->end();
+  EXPECT_EQ(pieces(1).front(), "");
+  EXPECT_THAT(failures_, IsEmpty());
+}
+
+TEST_F(FrameReaderTest, StartLetsGoOfTheChannelBefore) {
+  start();
+  const std::shared_ptr<Wire> before = std::exchange(wire_, std::make_shared<Wire>());
+  wire_->arrive(frame("a"));
+  start();
+  before->arrive(frame("nobody reads this"));
+  EXPECT_THAT(pieces(1), ElementsAre(frame("a")));
+  EXPECT_EQ(before->unread(), frame("nobody reads this").size());
+}
+
+TEST_F(FrameReaderTest, ChannelThatCouldNotBeOpenedTakesThePlaceOfTheOneBefore) {
+  start();
+  wire_->arrive(frame("a") + frame("read ahead"));
+  whenHandedOut_ = [&](const std::string&) { reader_->stop(); };
+  pieces(1);
+  whenHandedOut_ = nullptr;
+  start();
+  reader_->startBroken({"POSIX", 9, "bad file descriptor"});
+  wire_->arrive(frame("b"));
+  ASSERT_TRUE(drainUntil([&] { return failures_.size() >= 2; }));
+  EXPECT_THAT(pieces_, ElementsAre(frame("a")));
+  // What was read ahead of it is forgotten.
+  start();
+  EXPECT_THAT(pieces(2), ElementsAre(frame("a"), frame("b")));
 }
 
 }  // namespace

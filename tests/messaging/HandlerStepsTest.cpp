@@ -92,4 +92,16 @@ TEST_F(HandlerSteps, FailureInEveryStatusButTheFirstGreetsNobodyAgain) {
   }
 }
 
+TEST_F(HandlerSteps, FinishCallbacksAreGoneAfterAnErrorAndLateAnswersCallNobody) {
+  talk_.hello();
+  talk_.launch();
+  talk_.events();
+  handler().handleError({"D", 1, "text"});
+  EXPECT_FALSE(handler().helloFinishBlock || handler().launchFinishBlock);
+  talk_.events();
+  talk_.saysType("hello_ack");
+  talk_.saysType("launch_meeting_ack");
+  EXPECT_THAT(talk_.events(), ElementsAre("notifies 3", "sends disconnect"));
+}
+
 }  // namespace

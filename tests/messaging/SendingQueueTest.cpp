@@ -209,6 +209,29 @@ TEST_F(SendingQueueTest, WhatWaitsStaysInFrontWhenTheSameChannelIsOpenedAgain) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(SendingQueueTest, ChannelThatIsOpenedAgainStaysOpenOnceWhatWaitedIsWritten) {
+  wire_->room = 5;
+  queue_->send(frame("old"));
+  queue_->close();
+  queue_->open(std::make_shared<WireSink>(wire_));
+  wire_->take();
+  ASSERT_TRUE(drainUntil([&] { return queue_->waitingBytes() == 0; }));
+  wire_->take();
+  queue_->send(frame("new"));
+  EXPECT_EQ(wire_->written, frame("new"));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(SendingQueueTest, AbandonLetsGoOfTheChannelAtOnce) {
+  const auto sink = std::make_shared<WireSink>(wire_);
+  queue_->open(sink);
+  queue_->abandon();
+  EXPECT_EQ(sink.use_count(), 1);
+  queue_->send(frame("late"));
+  EXPECT_THAT(wire_->written, IsEmpty());
+  EXPECT_EQ(log_.texts(8).size(), 1u);
+}
+
 TEST_F(SendingQueueTest, WhatWaitsForAnotherChannelIsNotSentToThisOne) {
   wire_->room = 5;
   queue_->send(frame("of the old conversation"));
