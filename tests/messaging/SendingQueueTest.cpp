@@ -222,6 +222,19 @@ TEST_F(SendingQueueTest, ChannelThatIsOpenedAgainStaysOpenOnceWhatWaitedIsWritte
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(SendingQueueTest, ChannelThatTookThePlaceOfAFullOneDrainsOfItself) {
+  wire_->room = 0;
+  queue_->send(frame("never read"));
+  const auto next = std::make_shared<Wire>();
+  next->room = 0;
+  queue_->open(std::make_shared<WireSink>(next));
+  queue_->send(frame("new"));
+  EXPECT_EQ(queue_->waitingBytes(), frame("new").size());
+  next->take();
+  ASSERT_TRUE(drainUntil([&] { return queue_->waitingBytes() == 0; }));
+  EXPECT_EQ(next->written, frame("new"));
+}
+
 TEST_F(SendingQueueTest, AbandonLetsGoOfTheChannelAtOnce) {
   const auto sink = std::make_shared<WireSink>(wire_);
   queue_->open(sink);
