@@ -295,10 +295,14 @@ TEST_F(DownloadProvenance, PersonalDataInAddressesAndPathsIsMasked) {
 
 TEST_F(DownloadProvenance, AnAttributeOfMoreThanAMebibyteIsLeftAside) {
   // Attributes of such a size come in side-cars only.
-  setSideCar(listOf(TKSArray{std::string(2 * 1024 * 1024, 'x')}));
+  const TKSValue below = TKSArray{std::string(1000 * 1000, 'x')};
+  setSideCar(listOf(below));
+  EXPECT_EQ(property(), below);
+  EXPECT_EQ(files.reads, 1);
+  setSideCar(listOf(TKSArray{std::string(1100 * 1000, 'x')}));
   EXPECT_TRUE(property().isNothing());
   EXPECT_EQ(log.lines()[0], (LogLine{8, noProperty()}));
-  EXPECT_EQ(files.reads, 2);
+  EXPECT_EQ(files.reads, 3);
 }
 
 TEST_F(DownloadProvenance, AttributesThatWereMadeToDoHarmAreNone) {
