@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/messaging/Conversation.h"
+#include "tests/support/FreshProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -445,6 +446,15 @@ TEST_F(HandlerTest, FailureBeforeAConnectionGreetsAgainSixTimesAndThenReportsOnc
                   LogLine{2, "Message Host running, stop it."}, LogLine{2, "Try clean up finish blocks after error."},
                   LogLine{2, "Clean up helloFinishBlock after error"}, LogLine{2, "Hello error callback block"}));
   EXPECT_FALSE(handler().messageHost->isOpened);
+}
+
+TEST(HandlerInAFreshProcess, CounterOfGreetingsBeginsAtNone) {
+  TKS_IN_FRESH_PROCESS();
+  const tks::test::LogRecorder log;
+  TKSIMessageHandler handler;
+  handler.queryStatusBlock = [] { return TKSI_APP_STATUS_UNCONNECTED; };
+  handler.handleMessageHostFatalError("broken");
+  EXPECT_TRUE(log.has(2, "Retry connect for 1 time(s) after 100 milliseconds."));
 }
 
 TEST_F(HandlerTest, CounterOfGreetingsBelongsToTheProcess) {
