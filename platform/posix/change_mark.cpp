@@ -103,7 +103,7 @@ class Mark {
     std::string entry = name;
     entry += '\0';
     for (const std::uint64_t fact :
-         {std::uint64_t{facts.st_dev}, std::uint64_t{facts.st_ino}, std::uint64_t{facts.st_mode},
+         {static_cast<std::uint64_t>(facts.st_dev), std::uint64_t{facts.st_ino}, std::uint64_t{facts.st_mode},
           std::uint64_t{facts.st_uid}, static_cast<std::uint64_t>(facts.st_size), static_cast<std::uint64_t>(time)}) {
       entry.append(reinterpret_cast<const char*>(&fact), sizeof fact);
     }

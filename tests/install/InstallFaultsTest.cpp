@@ -94,7 +94,10 @@ int installInChild(const tks::test::Arguments& arguments) {
     ::setitimer(ITIMER_REAL, &timer, nullptr);
   }
   for (int round = std::atoi(arguments[7].c_str()); round > 0; --round) {
-    if (!TKSUtilBase::installTKSVersion(arguments[2], arguments[3], arguments[4])) return 1;
+    const tks::test::LogRecorder log;
+    if (TKSUtilBase::installTKSVersion(arguments[2], arguments[3], arguments[4])) continue;
+    for (const LogLine& line : log.lines()) std::cout << line << std::endl;
+    return 1;
   }
   return 0;
 }
@@ -192,8 +195,8 @@ TEST_F(InterruptedInstallation, ByHostsThatRefreshAtOnceIsNeverAMixture) {
   constexpr int kRounds = 50;
   auto one = begin("5.0.1", first, 0, 0, kRounds);
   auto other = begin("5.0.2", second, 0, 0, kRounds);
-  EXPECT_EQ(one.wait(), 0) << "each of its installations succeeded";
-  EXPECT_EQ(other.wait(), 0) << "each of its installations succeeded";
+  EXPECT_EQ(one.wait(), 0) << one.output();
+  EXPECT_EQ(other.wait(), 0) << other.output();
   EXPECT_THAT(launcherAt(place_), AnyOf("5.0.1", "5.0.2"));
   EXPECT_THAT(namesIn(base_ / "Add-ons"), testing::ElementsAre(TKSAppName));
   EXPECT_THAT(namesIn(world.unpackFolder()), IsEmpty());
@@ -207,8 +210,8 @@ TEST_F(InterruptedInstallation, ByHostsWithTemporaryFoldersOfTheirOwnIsNeverAMix
   constexpr int kRounds = 50;
   auto one = begin("5.0.1", first, 0, 0, kRounds);
   auto other = begin("5.0.2", second, 0, 0, kRounds, base_ / "tmp2");
-  EXPECT_EQ(one.wait(), 0);
-  EXPECT_EQ(other.wait(), 0);
+  EXPECT_EQ(one.wait(), 0) << one.output();
+  EXPECT_EQ(other.wait(), 0) << other.output();
   EXPECT_THAT(launcherAt(place_), AnyOf("5.0.1", "5.0.2"));
   EXPECT_THAT(namesIn(base_ / "Add-ons"), testing::ElementsAre(TKSAppName));
 }
