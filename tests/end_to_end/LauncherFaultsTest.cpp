@@ -167,7 +167,9 @@ TEST_P(LauncherFault, LauncherThatNeverAnswersTheGreetingKeepsNobodyFromAnything
   Pair pair({"--mute", "--received", "received"}, {.kind = GetParam()});
   pair.host.command("launch one");
   // It was greeted, and the host waits for as long as the launcher likes.
-  ASSERT_EQ(pair.launcher.report("received"), "{\"message\":\"hello\",\"message_type\":\"hello\"}\n");
+  const std::string greeting = "{\"message\":\"hello\",\"message_type\":\"hello\"}\n";
+  ASSERT_TRUE(tks::test::waitUntil([&] { return tks::test::contentOf(pair.launcher.file("received")) == greeting; },
+                                   std::chrono::seconds(30)));
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   EXPECT_EQ(pair.host.status().first, tks::test::kStarting);
   EXPECT_THAT(pair.told(), IsEmpty());
