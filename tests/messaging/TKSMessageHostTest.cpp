@@ -990,6 +990,17 @@ TEST_F(FileHostTest, OpeningWithoutAFolderLogsMakesNoHandleAndTouchesNothing) {
   std::filesystem::current_path(before);
 }
 
+TEST_F(FileHostTest, OpeningAgainWithoutAFolderLetsGoOfTheEarlierFiles) {
+  const auto host = makeHost(tksMessageHostTypeInterface);
+  host->openWithMessengeHandler(&delegate_);
+  host->setIPCFileFolderPath("");
+  host->openWithMessengeHandler(&delegate_);
+  log_.clear();
+  host->sendMessage(message("hello"));
+  EXPECT_EQ(log_.texts(8).size(), 1u);
+  EXPECT_THAT(contentOf(fromInterface()), IsEmpty());
+}
+
 TEST_F(FileHostTest, TypeThatIsNeitherMakesNoHandle) {
   process_.arguments = {{"Communicate", "File"}, {"TempIPCFilePath", ipc_}};
   TKSMessageHost host(7);
