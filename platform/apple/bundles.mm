@@ -3,6 +3,7 @@
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/bundles.h"
+#include "platform/platform.h"
 
 /// A class of this very image, to find the bundle that it was loaded from.
 @interface TKSBundleAnchor : NSObject
@@ -37,13 +38,34 @@ class AppleBundles final : public Bundles {
       if (bundle == nil) return std::nullopt;
       Bundle result;
       result.path = path;
-      result.executablePath = apple::fromString(bundle.executablePath);
+      result.infoDictionary = informationOf(bundle, result.path);
+      result.executablePath = executableOf(bundle, result);
       result.builtInPlugInsPath = apple::fromString(bundle.builtInPlugInsPath);
-      NSMutableDictionary* information = [NSMutableDictionary dictionaryWithDictionary:bundle.infoDictionary];
-      [information addEntriesFromDictionary:bundle.localizedInfoDictionary];
-      result.infoDictionary = apple::fromDictionary(information);
       return result;
     }
+  }
+
+ private:
+  /// The bundle object lives as long as the process and keeps what it read first, but the bundle may have been replaced
+  /// since: its own words are read anew. The localised ones, which hold no versions, come from the object.
+  static TKSDictionary informationOf(NSBundle* bundle, const std::string& path) {
+    TKSDictionary information;
+    for (const char* place : {"/Contents/Info.plist", "/Info.plist", "/Resources/Info.plist"}) {
+      const std::optional<TKSDictionary> found = propertyLists().readDictionary(path + place, nullptr);
+      if (!found) continue;
+      information = *found;
+      break;
+    }
+    if (information.empty()) information = apple::fromDictionary(bundle.infoDictionary);
+    for (const auto& [key, value] : apple::fromDictionary(bundle.localizedInfoDictionary)) information.set(key, value);
+    return information;
+  }
+
+  static std::string executableOf(NSBundle* bundle, const Bundle& result) {
+    const TKSValue& name = result.infoDictionary["CFBundleExecutable"];
+    const std::string path = result.path + "/Contents/MacOS/" + (name.isText() ? std::string(name.text()) : "");
+    if (name.isText() && files().exists(path)) return path;
+    return apple::fromString(bundle.executablePath);
   }
 };
 

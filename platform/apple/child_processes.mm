@@ -1,6 +1,8 @@
 #import <Foundation/Foundation.h>
 
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <utility>
@@ -26,7 +28,7 @@ ChildEnd endOf(NSTask* task) {
   return {exited ? ChildEnd::How::exited : ChildEnd::How::killed, task.terminationStatus};
 }
 
-/// A task that is ready to be launched. It keeps itself alive until the child ends, and collects it.
+/// A task that is ready to be launched. Once it is, it keeps itself alive until the child ends, and collects it.
 NSTask* prepare(const ChildRequest& request, std::function<void(ChildEnd)> ended) {
   NSTask* task = [[NSTask alloc] init];
   task.executableURL = apple::toFileURL(request.executable);
@@ -35,8 +37,10 @@ NSTask* prepare(const ChildRequest& request, std::function<void(ChildEnd)> ended
     for (const std::string& argument : request.arguments) [arguments addObject:apple::toPath(argument)];
     task.arguments = arguments;
   }
+  __block NSTask* kept = task;
   task.terminationHandler = ^(NSTask* finished) {
     const ChildEnd end = endOf(finished);
+    kept = nil;
     if (ended) mainLoop().post([ended, end] { ended(end); });
   };
   return task;
@@ -44,9 +48,23 @@ NSTask* prepare(const ChildRequest& request, std::function<void(ChildEnd)> ended
 
 std::int32_t launch(NSTask* task, TKSError* error) {
   NSError* failure = nil;
-  if ([task launchAndReturnError:&failure]) return task.processIdentifier;
-  apple::store(error, failure, "start");
+  @try {
+    if ([task launchAndReturnError:&failure]) return task.processIdentifier;
+  } @catch (NSException* exception) {
+    failure = nil;
+  }
+  task.terminationHandler = nil;
+  if (error != nullptr) *error = apple::fromError(failure, "start", apple::fromString(task.executableURL.path));
   return 0;
+}
+
+bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
+
+/// In place of handles that are closed here the child gets the null device.
+void fillGaps(NSTask* task) {
+  if (!isOpen(STDIN_FILENO)) task.standardInput = NSFileHandle.fileHandleWithNullDevice;
+  if (!isOpen(STDOUT_FILENO)) task.standardOutput = NSFileHandle.fileHandleWithNullDevice;
+  if (!isOpen(STDERR_FILENO)) task.standardError = NSFileHandle.fileHandleWithNullDevice;
 }
 
 /// Joins the child's standard input and output to this process's own.
@@ -57,6 +75,7 @@ std::int32_t launchJoined(NSTask* task, const std::string& executable, TKSError*
     posix::fail(error, "start", executable);
     return 0;
   }
+  fillGaps(task);
   task.standardInput = handleOn(joint.childInput());
   task.standardOutput = handleOn(joint.childOutput());
   const std::int32_t process = launch(task, error);
@@ -69,6 +88,7 @@ std::int32_t launchJoined(NSTask* task, const std::string& executable, TKSError*
 /// Shares this process's standard handles with the child, but never the pipes to another child.
 std::int32_t launchSharing(NSTask* task, TKSError* error) {
   return StandardHandles::shared().whileUnchanged([&](bool joined) {
+    fillGaps(task);
     if (joined) {
       task.standardInput = NSFileHandle.fileHandleWithNullDevice;
       task.standardOutput = NSFileHandle.fileHandleWithNullDevice;

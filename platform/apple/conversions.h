@@ -15,6 +15,8 @@ namespace tks::platform::apple {
 NSString* toString(std::string_view text);
 /// A string object as UTF-8; nil gives the empty text. Lone surrogates become replacement characters.
 std::string fromString(NSString* text);
+/// The same with a replacement character for each byte that begins no character; never nil.
+NSString* toRepairedString(std::string_view text);
 /// A path as the file system's own representation: unlike `toString` never nil.
 NSString* toPath(std::string_view path);
 NSURL* toFileURL(std::string_view path);
@@ -24,12 +26,18 @@ TKSData fromData(NSData* data);
 /// A property-list or JSON object as a value, without recursion; nil gives nothing. Objects of other classes give their
 /// description as text.
 TKSValue fromObject(id object);
-/// A value as a property-list or JSON object, without recursion; nothing gives nil, null gives NSNull.
+/// A value as a property-list or JSON object, without recursion; nothing gives nil, null gives NSNull. What has no
+/// object inside of a container, nothing and text that is not UTF-8, is NSNull there.
 id toObject(const TKSValue& value);
+/// Whether a value is nested deeper than the system's writers, which go down by recursion, may be given.
+bool isTooDeep(const TKSValue& value);
 TKSDictionary fromDictionary(NSDictionary* dictionary);
 
 /// The system's error in our form; nil gives an error that names the step alone.
 TKSError fromError(NSError* error, std::string_view step);
+/// The same for a step on a path, in the words that system calls have for it: by the system's number where the error
+/// has one beneath.
+TKSError fromError(NSError* error, std::string_view step, std::string_view path);
 /// Writes an error through an out-parameter that may be null.
 void store(TKSError* slot, NSError* error, std::string_view step);
 

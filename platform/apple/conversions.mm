@@ -1,15 +1,31 @@
 #import "platform/apple/conversions.h"
 
+#include <xlocale.h>
+
 #include <utility>
 #include <vector>
+
+#include "foundation/Utf8.h"
+#include "platform/apple/property_list_bounds.h"
+#include "platform/posix/posix_error.h"
 
 namespace tks::platform::apple {
 namespace {
 
 bool isBoolean(NSNumber* number) { return CFGetTypeID((__bridge CFTypeRef)number) == CFBooleanGetTypeID(); }
 
+/// A number that was written with more digits than the usual ones hold. Its own conversion to a double is not exact.
+TKSValue fromDecimal(NSDecimalNumber* number) {
+  const std::string text = fromString(number.stringValue);
+  if (text.find_first_of(".eE") == std::string::npos && [number isEqual:@(number.longLongValue)]) {
+    return TKSValue(static_cast<std::int64_t>(number.longLongValue));
+  }
+  return TKSValue(strtod_l(text.c_str(), nullptr, LC_C_LOCALE));
+}
+
 TKSValue fromNumber(NSNumber* number) {
   if (isBoolean(number)) return TKSValue(static_cast<bool>(number.boolValue));
+  if ([number isKindOfClass:NSDecimalNumber.class]) return fromDecimal(static_cast<NSDecimalNumber*>(number));
   if (CFNumberIsFloatType((__bridge CFNumberRef)number)) return TKSValue(number.doubleValue);
   // An unsigned number beyond 63 bits has no place in an integer value.
   if (number.objCType[0] == 'Q' && number.unsignedLongLongValue > INT64_MAX) return TKSValue(number.doubleValue);
@@ -117,14 +133,36 @@ bool open(const TKSValue& value, std::vector<OpenValue>& stack) {
   return true;
 }
 
+/// Nothing, and text that is none, have no object: null stands for them, which no property list takes.
 void add(OpenValue& container, id object) {
   const std::string_view key = container.members[container.next++].first;
-  if (object == nil) return;
+  id member = object != nil ? object : NSNull.null;
   if (container.array != nil) {
-    [container.array addObject:object];
+    [container.array addObject:member];
   } else if (NSString* name = toString(key)) {
-    container.dictionary[name] = object;
+    container.dictionary[name] = member;
+  } else {
+    container.dictionary[NSNull.null] = member;
   }
+}
+
+/// UTF-16 units to UTF-8, with replacement characters for lone surrogates.
+std::string repaired(NSString* text) {
+  std::string result;
+  const NSUInteger length = text.length;
+  for (NSUInteger i = 0; i < length; ++i) {
+    char32_t character = [text characterAtIndex:i];
+    const bool isFirstHalf = character >= 0xD800 && character < 0xDC00;
+    const char32_t second = isFirstHalf && i + 1 < length ? [text characterAtIndex:i + 1] : 0;
+    if (second >= 0xDC00 && second < 0xE000) {
+      character = 0x10000 + ((character - 0xD800) << 10) + (second - 0xDC00);
+      ++i;
+    } else if (character >= 0xD800 && character < 0xE000) {
+      character = 0xFFFD;
+    }
+    utf8::append(result, character);
+  }
+  return result;
 }
 
 }  // namespace
@@ -135,8 +173,16 @@ NSString* toString(std::string_view text) {
 
 std::string fromString(NSString* text) {
   if (text == nil) return {};
-  NSData* bytes = [text dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES];
+  NSData* bytes = [text dataUsingEncoding:NSUTF8StringEncoding];
+  if (bytes == nil) return repaired(text);
   return std::string(static_cast<const char*>(bytes.bytes), bytes.length);
+}
+
+NSString* toRepairedString(std::string_view text) {
+  if (NSString* exact = toString(text)) return exact;
+  std::string result;
+  while (!text.empty()) utf8::append(result, utf8::takeCharacter(text).value_or(0xFFFD));
+  return toString(result);
 }
 
 NSString* toPath(std::string_view path) {
@@ -187,11 +233,41 @@ id toObject(const TKSValue& value) {
   }
 }
 
+bool isTooDeep(const TKSValue& value) {
+  // The containers of one level after those of the other.
+  std::vector<const TKSValue*> level{&value};
+  for (std::size_t depth = 0; !level.empty(); ++depth) {
+    if (depth >= kDeepestNesting && level.front() != &value) return true;
+    std::vector<const TKSValue*> next;
+    const auto add = [&](const TKSValue& member) {
+      if (member.isArray() || member.isDictionary()) next.push_back(&member);
+    };
+    for (const TKSValue* container : level) {
+      for (const TKSValue& member : container->array()) add(member);
+      for (const auto& [key, member] : container->dictionary()) add(member);
+    }
+    level = std::move(next);
+  }
+  return false;
+}
+
 TKSDictionary fromDictionary(NSDictionary* dictionary) { return fromObject(dictionary).dictionary(); }
 
 TKSError fromError(NSError* error, std::string_view step) {
   if (error == nil) return {"NSCocoaErrorDomain", 0, std::string(step)};
   return {fromString(error.domain), static_cast<std::int64_t>(error.code), fromString(error.localizedDescription)};
+}
+
+TKSError fromError(NSError* error, std::string_view step, std::string_view path) {
+  for (NSError* cause = error; cause != nil; cause = cause.userInfo[NSUnderlyingErrorKey]) {
+    if ([cause.domain isEqualToString:NSPOSIXErrorDomain]) {
+      return posix::posixError(static_cast<int>(cause.code), step, path);
+    }
+  }
+  TKSError result = fromError(error, step);
+  result.localizedDescription = std::string(step) + " \"" + std::string(path) +
+                                "\": " + (error != nil ? result.localizedDescription : std::string("failed"));
+  return result;
 }
 
 void store(TKSError* slot, NSError* error, std::string_view step) {

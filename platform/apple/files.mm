@@ -5,6 +5,10 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <string>
+
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/files.h"
@@ -24,9 +28,62 @@ NSString* const kExtendedAttributes = @"NSFileExtendedAttributes";
 NSFileManager* manager() { return NSFileManager.defaultManager; }
 
 /// Passes an outcome of the file manager on, with its error.
-bool outcome(BOOL succeeded, NSError* failure, std::string_view step, TKSError* error) {
-  if (!succeeded) apple::store(error, failure, step);
+bool outcome(BOOL succeeded, NSError* failure, std::string_view step, std::string_view path, TKSError* error) {
+  if (!succeeded && error != nullptr) *error = apple::fromError(failure, step, path);
   return succeeded;
+}
+
+/// The system would take a path with a NUL byte for a shorter one.
+bool isPath(std::string_view path) {
+  errno = path.empty() ? ENOENT : EINVAL;
+  return !path.empty() && path.find('\0') == std::string_view::npos;
+}
+
+bool isMissing(const std::string& path) {
+  struct stat facts {};
+  return lstat(path.c_str(), &facts) != 0 && errno == ENOENT;
+}
+
+/// Renames to a name that must be free. Sets errno on failure.
+bool renameToFree(const std::string& from, const std::string& to) {
+  if (renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) return true;
+  if (errno != ENOTSUP) return false;
+  // A volume that cannot look and rename in one step.
+  if (isMissing(to)) return rename(from.c_str(), to.c_str()) == 0;
+  errno = EEXIST;
+  return false;
+}
+
+/// Lets two items change places in three steps, undone when one of them fails.
+bool exchangeInSteps(const std::string& first, const std::string& second) {
+  const std::string aside = posix::hiddenSibling(first);
+  if (!renameToFree(first, aside)) return false;
+  if (rename(second.c_str(), first.c_str()) != 0) {
+    const int reason = errno;
+    rename(aside.c_str(), first.c_str());
+    errno = reason;
+    return false;
+  }
+  if (rename(aside.c_str(), second.c_str()) == 0) return true;
+  const int reason = errno;
+  if (rename(first.c_str(), second.c_str()) == 0) rename(aside.c_str(), first.c_str());
+  errno = reason;
+  return false;
+}
+
+/// Makes a folder and those above it, as far as they are missing.
+bool makeFolders(const std::string& path, mode_t permissions) {
+  struct stat facts {};
+  if (stat(path.c_str(), &facts) == 0) {
+    errno = S_ISDIR(facts.st_mode) ? 0 : EEXIST;
+    return errno == 0;
+  }
+  const std::size_t last = path.find_last_not_of('/');
+  const std::size_t slash = last == std::string::npos ? last : path.rfind('/', last);
+  if (slash != std::string::npos && slash > 0 && !makeFolders(path.substr(0, slash), permissions)) return false;
+  if (mkdir(path.c_str(), permissions) == 0) return true;
+  // Somebody else may have made it meanwhile.
+  return errno == EEXIST && stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
 }
 
 class AppleFiles final : public Files {
@@ -45,9 +102,10 @@ class AppleFiles final : public Files {
   }
 
   bool isExecutableFile(std::string_view path) override {
-    @autoreleasepool {
-      return [manager() isExecutableFileAtPath:apple::toPath(path)] && !isDirectory(path);
-    }
+    const std::string name(path);
+    struct stat facts {};
+    return isPath(path) && ::stat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) &&
+           access(name.c_str(), X_OK) == 0;
   }
 
   bool isWritable(std::string_view path) override {
@@ -58,7 +116,8 @@ class AppleFiles final : public Files {
 
   std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override {
     struct stat facts {};
-    if (::stat(std::string(path).c_str(), &facts) == 0) return static_cast<std::uint64_t>(facts.st_size);
+    if (isPath(path) && ::stat(std::string(path).c_str(), &facts) == 0)
+      return static_cast<std::uint64_t>(facts.st_size);
     posix::fail(error, "read the size of", path);
     return std::nullopt;
   }
@@ -67,7 +126,7 @@ class AppleFiles final : public Files {
     @autoreleasepool {
       NSError* failure = nil;
       NSArray<NSString*>* names = [manager() contentsOfDirectoryAtPath:apple::toPath(path) error:&failure];
-      if (!outcome(names != nil, failure, "list", error)) return std::nullopt;
+      if (!outcome(names != nil, failure, "list", path, error)) return std::nullopt;
       std::vector<std::string> result;
       result.reserve(names.count);
       for (NSString* name in names) result.push_back(apple::fromString(name));
@@ -76,16 +135,8 @@ class AppleFiles final : public Files {
   }
 
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    @autoreleasepool {
-      NSError* failure = nil;
-      const BOOL made = [manager() createDirectoryAtPath:apple::toPath(path)
-                             withIntermediateDirectories:YES
-                                              attributes:@{
-                                                NSFilePosixPermissions : @(permissions)
-                                              }
-                                                   error:&failure];
-      return outcome(made, failure, "create folder", error);
-    }
+    const bool made = isPath(path) && makeFolders(std::string(path), static_cast<mode_t>(permissions));
+    return made || posix::fail(error, "create folder", path);
   }
 
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
@@ -93,6 +144,7 @@ class AppleFiles final : public Files {
   }
 
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    if (!isPath(path)) return posix::fail(error, "create", path);
     const std::string name(path);
     const posix::FileDescriptor file(posix::retried(
         [&] { return ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, permissions); }));
@@ -102,7 +154,7 @@ class AppleFiles final : public Files {
   bool remove(std::string_view path, TKSError* error) override {
     @autoreleasepool {
       NSError* failure = nil;
-      return outcome([manager() removeItemAtPath:apple::toPath(path) error:&failure], failure, "remove", error);
+      return outcome([manager() removeItemAtPath:apple::toPath(path) error:&failure], failure, "remove", path, error);
     }
   }
 
@@ -110,21 +162,35 @@ class AppleFiles final : public Files {
     @autoreleasepool {
       NSError* failure = nil;
       const BOOL copied = [manager() copyItemAtPath:apple::toPath(from) toPath:apple::toPath(to) error:&failure];
-      return outcome(copied, failure, "copy", error);
+      return outcome(copied, failure, "copy", from, error);
     }
   }
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
-    @autoreleasepool {
-      NSError* failure = nil;
-      const BOOL moved = [manager() moveItemAtPath:apple::toPath(from) toPath:apple::toPath(to) error:&failure];
-      return outcome(moved, failure, "move", error);
+    const std::string source(from);
+    const std::string destination(to);
+    if (!isPath(from) || !isPath(to)) return posix::fail(error, "move", from);
+    if (renameToFree(source, destination)) return true;
+    if (errno != EXDEV) return posix::fail(error, "move", from);
+    const std::string aside = posix::hiddenSibling(destination);
+    if (!copy(from, aside, error)) {
+      remove(aside, nullptr);
+      return false;
     }
+    if (!posix::syncFolderOf(aside) || !renameToFree(aside, destination)) {
+      posix::fail(error, "move", from);
+      remove(aside, nullptr);
+      return false;
+    }
+    return remove(from, error);
   }
 
   bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
-    return renamex_np(std::string(first).c_str(), std::string(second).c_str(), RENAME_SWAP) == 0 ||
-           posix::fail(error, "exchange", first);
+    const std::string one(first);
+    const std::string other(second);
+    if (!isPath(first) || !isPath(second)) return posix::fail(error, "exchange", first);
+    if (renamex_np(one.c_str(), other.c_str(), RENAME_SWAP) == 0) return true;
+    return (errno == ENOTSUP && exchangeInSteps(one, other)) || posix::fail(error, "exchange", first);
   }
 
   std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience, TKSError* error) override {
@@ -147,7 +213,7 @@ class AppleFiles final : public Files {
     @autoreleasepool {
       NSError* failure = nil;
       NSDictionary* found = [manager() attributesOfItemAtPath:apple::toPath(path) error:&failure];
-      if (!outcome(found != nil, failure, "read attributes", error)) return std::nullopt;
+      if (!outcome(found != nil, failure, "read the attributes of", path, error)) return std::nullopt;
       return FileAttributes{static_cast<std::uint32_t>(found.filePosixPermissions),
                             apple::fromDictionary(found[kExtendedAttributes])};
     }
@@ -161,19 +227,24 @@ class AppleFiles final : public Files {
       }
                                    ofItemAtPath:apple::toPath(path)
                                           error:&failure];
-      return outcome(set, failure, "set permissions", error);
+      return outcome(set, failure, "set the permissions of", path, error);
     }
   }
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
+    if (!isPath(path)) return -1;
     return ::removexattr(std::string(path).c_str(), std::string(name).c_str(), XATTR_NOFOLLOW);
   }
 
   std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
     @autoreleasepool {
       NSError* failure = nil;
-      NSDictionary* found = [manager() attributesOfFileSystemForPath:apple::toPath(path) error:&failure];
-      if (!outcome(found != nil, failure, "read volume", error)) return std::nullopt;
+      NSString* place = apple::toPath(path);
+      // The item may be still to come.
+      if (![manager() fileExistsAtPath:place]) place = place.stringByDeletingLastPathComponent;
+      if (place.length == 0) place = @".";
+      NSDictionary* found = [manager() attributesOfFileSystemForPath:place error:&failure];
+      if (!outcome(found != nil, failure, "read the volume of", path, error)) return std::nullopt;
       return VolumeSpace{[found[NSFileSystemFreeSize] unsignedLongLongValue],
                          [found[NSFileSystemSize] unsignedLongLongValue]};
     }

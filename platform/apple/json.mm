@@ -39,6 +39,11 @@ class AppleJson final : public Json {
       apple::store(error, nil, "JSON text is nested too deeply");
       return {};
     }
+    // The system's reader would take it for a text in a wider encoding.
+    if (text.find('\0') != std::string_view::npos) {
+      apple::store(error, nil, "JSON text holds a NUL byte");
+      return {};
+    }
     @autoreleasepool {
       @try {
         NSError* failure = nil;

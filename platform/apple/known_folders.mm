@@ -1,8 +1,10 @@
 #import <Foundation/Foundation.h>
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <vector>
 
 #include "platform/apple/conversions.h"
@@ -12,26 +14,42 @@
 namespace tks::platform {
 namespace {
 
+constexpr std::size_t kLargestPasswordEntry = 1024 * 1024;
+
 std::string withoutClosingSlash(std::string path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
 }
 
+/// Whether the folder is this user's and nobody else can write to it.
+bool isPrivate(const std::string& folder) {
+  struct stat facts {};
+  return stat(folder.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode) && facts.st_uid == geteuid() &&
+         (facts.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 class AppleFolders final : public KnownFolders {
  public:
   std::string realHome() override {
-    const long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
-    std::vector<char> buffer(suggested > 0 ? static_cast<std::size_t>(suggested) : 16384);
-    passwd entry{};
-    passwd* found = nullptr;
-    if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr)
-      return "/nonexistent";
-    return withoutClosingSlash(found->pw_dir);
+    std::vector<char> buffer(4096);
+    for (;;) {
+      passwd entry{};
+      passwd* found = nullptr;
+      const int result = getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
+      if (result == EINTR) continue;
+      if (result == ERANGE && buffer.size() < kLargestPasswordEntry) {
+        buffer.resize(buffer.size() * 2);
+        continue;
+      }
+      if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/') return "/nonexistent";
+      return withoutClosingSlash(found->pw_dir);
+    }
   }
 
   std::string temporary() override {
     @autoreleasepool {
-      return withoutClosingSlash(apple::fromString(NSTemporaryDirectory()));
+      std::string folder = withoutClosingSlash(apple::fromString(NSTemporaryDirectory()));
+      return isPrivate(folder) ? folder : std::string();
     }
   }
 

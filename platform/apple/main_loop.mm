@@ -1,29 +1,18 @@
 #import <Foundation/Foundation.h>
 
 #include <atomic>
-#include <exception>
 #include <utility>
 
 #include <tksinterface/TKSILog.h>
 
+#include "platform/apple/guarded.h"
 #include "platform/backend.h"
 #include "platform/main_loop.h"
 
 namespace tks::platform {
 namespace {
 
-/// Runs one piece of work; nothing leaves it.
-void runGuarded(const std::function<void()>& work) {
-  @autoreleasepool {
-    try {
-      work();
-    } catch (const std::exception& exception) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Work on a queue threw an exception: %@", exception.what());
-    } catch (...) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Work on a queue threw an exception: %@", "unknown");
-    }
-  }
-}
+using apple::runGuarded;
 
 /// A dispatch timer that fires once. Its handler and the cancelling both run on the main queue, so that nothing fires
 /// after it was destroyed there.

@@ -33,16 +33,22 @@ class ApplePreferences final : public Preferences {
   bool set(std::string_view key, const TKSValue& value, TKSError* error) override {
     @autoreleasepool {
       NSString* name = apple::toString(key);
+      id object = apple::toObject(value);
+      if (name == nil || (object == nil && !value.isNothing()) || apple::isTooDeep(value)) {
+        apple::store(error, nil, "store preference: the key is no text, or the value no preference");
+        return false;
+      }
       @try {
-        if (name != nil) {
-          [NSUserDefaults.standardUserDefaults setObject:apple::toObject(value) forKey:name];
-          return true;
+        if (object == nil) {
+          [NSUserDefaults.standardUserDefaults removeObjectForKey:name];
+        } else {
+          [NSUserDefaults.standardUserDefaults setObject:object forKey:name];
         }
-        apple::store(error, nil, "store preference: the key is no text");
+        return true;
       } @catch (NSException* exception) {
         apple::store(error, nil, "store preference: " + apple::fromString(exception.reason));
+        return false;
       }
-      return false;
     }
   }
 };

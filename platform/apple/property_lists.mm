@@ -1,6 +1,9 @@
 #import <Foundation/Foundation.h>
 
+#include <cerrno>
+
 #include "platform/apple/conversions.h"
+#include "platform/apple/property_list_bounds.h"
 #include "platform/backend.h"
 #include "platform/files.h"
 #include "platform/platform.h"
@@ -9,25 +12,43 @@
 namespace tks::platform {
 namespace {
 
-constexpr std::size_t kLargestFile = 16u * 1024 * 1024;
+/// The error that PropertyLists::isBeyondBounds knows.
+TKSError beyondBounds(std::string_view what) {
+  return {"NSPOSIXErrorDomain", EFBIG, "property list: too large or too deep to be " + std::string(what)};
+}
 
 class ApplePropertyLists final : public PropertyLists {
  public:
   TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) override {
+    const apple::PropertyListLook look = apple::lookAtPropertyList(content);
+    if (look == apple::PropertyListLook::beyondBounds) {
+      if (error != nullptr) *error = beyondBounds("read");
+      return {};
+    }
     @autoreleasepool {
       NSError* failure = nil;
-      id object = content.size() > kLargestFile
-                      ? nil
-                      : [NSPropertyListSerialization propertyListWithData:apple::toData(content)
-                                                                  options:NSPropertyListImmutable
-                                                                   format:nil
-                                                                    error:&failure];
+      id object = nil;
+      @try {
+        if (look == apple::PropertyListLook::sound) {
+          object = [NSPropertyListSerialization propertyListWithData:apple::toData(content)
+                                                             options:NSPropertyListImmutable
+                                                              format:nil
+                                                               error:&failure];
+        }
+      } @catch (NSException* exception) {
+        apple::store(error, nil, "property list cannot be read: " + apple::fromString(exception.reason));
+        return {};
+      }
       if (object == nil) apple::store(error, failure, "property list cannot be read");
       return apple::fromObject(object);
     }
   }
 
   std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) override {
+    if (apple::isTooDeep(value)) {
+      if (error != nullptr) *error = beyondBounds("written");
+      return std::nullopt;
+    }
     @autoreleasepool {
       NSError* failure = nil;
       NSPropertyListFormat as =
@@ -42,6 +63,10 @@ class ApplePropertyLists final : public PropertyLists {
         apple::store(error, nil, apple::fromString(exception.reason));
         return std::nullopt;
       }
+      if (data.length > apple::kLargestPropertyList) {
+        if (error != nullptr) *error = beyondBounds("written");
+        return std::nullopt;
+      }
       if (data != nil) return apple::fromData(data);
       apple::store(error, failure, "value cannot be written as a property list");
       return std::nullopt;
@@ -49,7 +74,7 @@ class ApplePropertyLists final : public PropertyLists {
   }
 
   std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) override {
-    const std::optional<TKSData> content = files().read(path, kLargestFile, error);
+    const std::optional<TKSData> content = files().read(path, apple::kLargestPropertyList, error);
     if (!content) return std::nullopt;
     const TKSValue value = parse(*content, error);
     if (value.isDictionary()) return value.dictionary();
@@ -58,7 +83,9 @@ class ApplePropertyLists final : public PropertyLists {
   }
 
   bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) override {
-    const std::optional<TKSData> content = serialize(dictionary, Format::xml, error);
+    // What XML does not have makes the writer fail, or write what its own reader refuses.
+    std::optional<TKSData> content = serialize(dictionary, Format::xml, error);
+    if (!content || !parse(*content, nullptr).isDictionary()) content = serialize(dictionary, Format::binary, error);
     return content && files().writeAtomically(path, *content, error);
   }
 };

@@ -87,11 +87,16 @@ class AppleApplications final : public RunningApplications {
 // waits.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
-      NSRunningApplication* started =
-          [NSWorkspace.sharedWorkspace launchApplicationAtURL:apple::toFileURL(bundlePath)
-                                                      options:NSWorkspaceLaunchNewInstance
-                                                configuration:@{NSWorkspaceLaunchConfigurationArguments : list}
-                                                        error:&failure];
+      NSRunningApplication* started = nil;
+      @try {
+        started = [NSWorkspace.sharedWorkspace launchApplicationAtURL:apple::toFileURL(bundlePath)
+                                                              options:NSWorkspaceLaunchNewInstance
+                                                        configuration:@{NSWorkspaceLaunchConfigurationArguments : list}
+                                                                error:&failure];
+      } @catch (NSException* exception) {
+        apple::store(error, nil, "launch application: " + apple::fromString(exception.reason));
+        return std::nullopt;
+      }
 #pragma clang diagnostic pop
       if (started != nil) return describe(started);
       apple::store(error, failure, "launch application");
@@ -111,7 +116,8 @@ class AppleApplications final : public RunningApplications {
 
   void terminateThisApplication() override {
     dispatch_async(dispatch_get_main_queue(), ^{
-      [NSApplication.sharedApplication terminate:nil];
+      // A process without an application object is none; one is not made for this.
+      [NSApp terminate:nil];
     });
   }
 };

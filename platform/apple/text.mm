@@ -16,40 +16,43 @@ class AppleText final : public Text {
  public:
   std::string lowerCase(std::string_view text) override {
     @autoreleasepool {
-      return apple::fromString(lossless(text).lowercaseString);
+      return apple::fromString(apple::toRepairedString(text).lowercaseString);
     }
   }
 
   bool equalIgnoringCase(std::string_view left, std::string_view right) override {
     @autoreleasepool {
-      return [lossless(left) caseInsensitiveCompare:lossless(right)] == NSOrderedSame;
+      return [apple::toRepairedString(left) caseInsensitiveCompare:apple::toRepairedString(right)] == NSOrderedSame;
     }
   }
 
   int compareNumerically(std::string_view left, std::string_view right) override {
     @autoreleasepool {
-      return static_cast<int>([lossless(left) compare:lossless(right) options:NSNumericSearch]);
+      return static_cast<int>([apple::toRepairedString(left) compare:apple::toRepairedString(right)
+                                                             options:NSNumericSearch]);
     }
   }
 
   Match findPattern(std::string_view pattern, std::string_view text) override {
+    if (pattern.empty()) return Match::badPattern;
     @autoreleasepool {
       NSRegularExpression* expression =
-          [NSRegularExpression regularExpressionWithPattern:lossless(pattern)
+          [NSRegularExpression regularExpressionWithPattern:apple::toRepairedString(pattern)
                                                     options:NSRegularExpressionCaseInsensitive
                                                       error:nil];
       if (expression == nil) return Match::badPattern;
-      return find(expression, lossless(text));
+      return find(expression, apple::toRepairedString(text));
     }
   }
 
   std::size_t utf16Length(std::string_view text) override {
     @autoreleasepool {
-      return lossless(text).length;
+      return apple::toRepairedString(text).length;
     }
   }
 
   std::string decimal(const TKSValue& number) override {
+    if (!number.isNumber()) return {};
     @autoreleasepool {
       // One formatter for the process, as long as it lives; the formatter is safe to share since macOS 10.9.
       static NSNumberFormatter* formatter = [] {
@@ -63,21 +66,6 @@ class AppleText final : public Text {
   }
 
  private:
-  /// Broken sequences count as replacement characters.
-  static NSString* lossless(std::string_view text) {
-    if (NSString* exact = apple::toString(text)) return exact;
-    NSString* repaired = nil;
-    [NSString stringEncodingForData:[NSData dataWithBytes:text.data() length:text.size()]
-                    encodingOptions:@{
-                      NSStringEncodingDetectionSuggestedEncodingsKey : @[ @(NSUTF8StringEncoding) ],
-                      NSStringEncodingDetectionUseOnlySuggestedEncodingsKey : @YES,
-                      NSStringEncodingDetectionAllowLossyKey : @YES,
-                    }
-                    convertedString:&repaired
-                usedLossyConversion:nil];
-    return repaired != nil ? repaired : @"";
-  }
-
   static Match find(NSRegularExpression* expression, NSString* text) {
     const auto deadline = std::chrono::steady_clock::now() + kPatternTimeLimit;
     __block Match result = Match::notMatched;

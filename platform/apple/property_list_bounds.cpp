@@ -1,0 +1,195 @@
+#include "platform/apple/property_list_bounds.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace tks::platform::apple {
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+
+constexpr std::string_view kBinaryMark = "bplist";
+constexpr std::size_t kHeaderSize = 8;
+constexpr std::size_t kTrailerSize = 32;
+/// All objects together when every reference is followed: no sound list comes near.
+constexpr std::uint64_t kMostObjects = 4u * 1024 * 1024;
+
+/// The characters of a text in XML. Those that matter are ASCII: in wider encodings the NUL bytes between them count
+/// for nothing, and so does the mark of the byte order.
+class Characters {
+ public:
+  explicit Characters(Bytes content) {
+    text_.reserve(content.size());
+    for (const std::uint8_t byte : content) {
+      if (byte != 0) text_.push_back(static_cast<char>(byte));
+    }
+  }
+
+  std::string_view rest() const { return std::string_view(text_.data(), text_.size()).substr(at_); }
+  void skip(std::size_t count) { at_ += count; }
+  /// Goes behind the next `mark`, or to the end.
+  void skipBehind(std::string_view mark) {
+    const std::size_t found = rest().find(mark);
+    at_ = found == std::string_view::npos ? text_.size() : at_ + found + mark.size();
+  }
+
+ private:
+  std::vector<char> text_;
+  std::size_t at_ = 0;
+};
+
+/// Whether a list in XML begins like one and its containers stay within the deepest nesting.
+PropertyListLook lookAtXML(Bytes content) {
+  Characters characters(content);
+  const std::size_t first = characters.rest().find_first_not_of(" \t\r\n\xEF\xBB\xBF\xFE\xFF");
+  if (first == std::string_view::npos || characters.rest()[first] != '<') return PropertyListLook::noPropertyList;
+  std::size_t depth = 0;
+  while (!characters.rest().empty()) {
+    characters.skipBehind("<");
+    const std::string_view rest = characters.rest();
+    if (rest.starts_with("!--")) {
+      characters.skipBehind("-->");
+    } else if (rest.starts_with("![CDATA[")) {
+      characters.skipBehind("]]>");
+    } else if (rest.starts_with('?')) {
+      characters.skipBehind("?>");
+    } else if (rest.starts_with('/')) {
+      const bool isContainer = rest.starts_with("/array") || rest.starts_with("/dict");
+      if (isContainer && depth > 0) --depth;
+    } else if (rest.starts_with("array") || rest.starts_with("dict")) {
+      const std::size_t end = rest.find('>');
+      const bool isEmpty = end != std::string_view::npos && rest[end - 1] == '/';
+      if (!isEmpty && ++depth > kDeepestNesting) return PropertyListLook::beyondBounds;
+    }
+  }
+  return PropertyListLook::sound;
+}
+
+std::uint64_t numberAt(Bytes content, std::uint64_t offset, std::size_t size) {
+  std::uint64_t value = 0;
+  for (std::size_t i = 0; i < size; ++i) value = value << 8 | content[offset + i];
+  return value;
+}
+
+/// The objects of a binary list and what they refer to. Form: a byte of kind and count, a longer count as an integer
+/// object behind it, then references; the trailer says where the objects begin.
+class BinaryList {
+ public:
+  explicit BinaryList(Bytes content) : content_(content) {}
+
+  PropertyListLook look() {
+    if (!readTrailer()) return PropertyListLook::noPropertyList;
+    objects_.resize(count_);
+    std::vector<Open> stack;
+    if (!enter(top_, stack)) return PropertyListLook::noPropertyList;
+    while (!stack.empty()) {
+      Open& open = stack.back();
+      if (open.next == open.members) {
+        Object& object = objects_[open.object];
+        object.isOpen = false;
+        const Object done = object;
+        stack.pop_back();
+        if (!stack.empty() && !add(stack.back().object, done)) return PropertyListLook::beyondBounds;
+        continue;
+      }
+      const std::uint64_t member = numberAt(content_, open.references + open.next++ * referenceSize_, referenceSize_);
+      if (member >= count_) return PropertyListLook::noPropertyList;
+      if (objects_[member].isOpen) return PropertyListLook::noPropertyList;  // it would hold itself
+      if (objects_[member].total != 0) {
+        if (!add(open.object, objects_[member])) return PropertyListLook::beyondBounds;
+      } else if (!enter(member, stack)) {
+        return PropertyListLook::noPropertyList;
+      }
+      if (stack.size() > kDeepestNesting) return PropertyListLook::beyondBounds;
+    }
+    return PropertyListLook::sound;
+  }
+
+ private:
+  struct Object {
+    /// Containers on the way to the deepest member, this one counted.
+    std::uint32_t depth = 0;
+    bool isOpen = false;
+    /// Objects that it stands for; 0: not looked at yet.
+    std::uint64_t total = 0;
+  };
+  struct Open {
+    std::uint64_t object = 0;
+    std::uint64_t references = 0;
+    std::uint64_t members = 0;
+    std::uint64_t next = 0;
+  };
+
+  bool readTrailer() {
+    if (content_.size() < kHeaderSize + kTrailerSize) return false;
+    const std::uint64_t trailer = content_.size() - kTrailerSize;
+    offsetSize_ = content_[trailer + 6];
+    referenceSize_ = content_[trailer + 7];
+    count_ = numberAt(content_, trailer + 8, 8);
+    top_ = numberAt(content_, trailer + 16, 8);
+    table_ = numberAt(content_, trailer + 24, 8);
+    const bool sizes = offsetSize_ >= 1 && offsetSize_ <= 8 && referenceSize_ >= 1 && referenceSize_ <= 8;
+    return sizes && table_ <= trailer && count_ <= (trailer - table_) / offsetSize_ && top_ < count_;
+  }
+
+  /// Opens an object; one without members stands for itself.
+  bool enter(std::uint64_t number, std::vector<Open>& stack) {
+    const std::uint64_t offset = numberAt(content_, table_ + number * offsetSize_, offsetSize_);
+    if (offset < kHeaderSize || offset >= table_) return false;
+    const std::uint8_t mark = content_[offset];
+    const unsigned kind = mark >> 4;
+    const bool isDictionary = kind == 0xD;
+    const bool isContainer = isDictionary || (kind >= 0xA && kind <= 0xC);
+    objects_[number] = {.depth = isContainer ? 1u : 0u, .isOpen = isContainer, .total = 1};
+    if (!isContainer) {
+      if (!stack.empty()) return add(stack.back().object, objects_[number]);
+      return true;
+    }
+    std::uint64_t members = mark & 15;
+    std::uint64_t references = offset + 1;
+    if (members == 15 && !readLongCount(references, members)) return false;
+    if (members > (table_ - references) / referenceSize_ / (isDictionary ? 2 : 1)) return false;
+    stack.push_back({number, references, isDictionary ? members * 2 : members, 0});
+    return true;
+  }
+
+  bool readLongCount(std::uint64_t& offset, std::uint64_t& count) const {
+    if (offset >= table_ || content_[offset] >> 4 != 1 || (content_[offset] & 15) > 3) return false;
+    const std::size_t size = std::size_t{1} << (content_[offset] & 15);
+    if (table_ - offset - 1 < size) return false;
+    count = numberAt(content_, offset + 1, size);
+    offset += 1 + size;
+    return true;
+  }
+
+  /// Counts a member in; whether the container is still within the bounds.
+  bool add(std::uint64_t container, const Object& member) {
+    Object& object = objects_[container];
+    object.depth = std::max(object.depth, member.depth + 1);
+    object.total += member.total;
+    return object.depth <= kDeepestNesting && object.total <= kMostObjects;
+  }
+
+  Bytes content_;
+  std::size_t offsetSize_ = 0;
+  std::size_t referenceSize_ = 0;
+  std::uint64_t count_ = 0;
+  std::uint64_t top_ = 0;
+  std::uint64_t table_ = 0;
+  std::vector<Object> objects_;
+};
+
+}  // namespace
+
+PropertyListLook lookAtPropertyList(Bytes content) {
+  if (content.size() > kLargestPropertyList) return PropertyListLook::beyondBounds;
+  const bool isBinary =
+      content.size() >= kBinaryMark.size() &&
+      std::equal(kBinaryMark.begin(), kBinaryMark.end(), content.begin(),
+                 [](char ours, std::uint8_t theirs) { return static_cast<std::uint8_t>(ours) == theirs; });
+  return isBinary ? BinaryList(content).look() : lookAtXML(content);
+}
+
+}  // namespace tks::platform::apple

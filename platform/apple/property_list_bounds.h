@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace tks::platform::apple {
+
+/// Bounds of every property list, read or written, in either form.
+inline constexpr std::size_t kLargestPropertyList = 16u * 1024 * 1024;
+inline constexpr std::size_t kDeepestNesting = 512;
+
+enum class PropertyListLook { sound, noPropertyList, beyondBounds };
+
+/// A look at a property list before the system's reader gets it, which goes down into it by recursion and follows every
+/// reference of the binary form. Other forms than XML and binary are none. What is wrong within the bounds is the
+/// reader's to find.
+PropertyListLook lookAtPropertyList(std::span<const std::uint8_t> content);
+
+}  // namespace tks::platform::apple
