@@ -66,8 +66,8 @@ TEST(PropertyListBounds, EmptyContainersAndCommentsDoNotCount) {
 }
 
 TEST(PropertyListBounds, WhatOnlyLooksLikeAnEndEndsNothing) {
-  for (const std::string& lure : {"<!-- </array> -->", "<? </array> ?>", "<![CDATA[</array>]]>"}) {
-    EXPECT_EQ(lookAtPropertyList(bytes("<plist>" + repeated("<array>" + lure, 600))), Look::beyondBounds) << lure;
+  for (const char* lure : {"<!-- </array> -->", "<? </array> ?>", "<![CDATA[</array>]]>"}) {
+    EXPECT_EQ(lookAtPropertyList(bytes("<plist>" + repeated("<array>" + std::string(lure), 600))), Look::beyondBounds) << lure;
   }
 }
 
