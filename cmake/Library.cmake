@@ -17,6 +17,10 @@ set_target_properties(tksinterface PROPERTIES VERSION ${PROJECT_VERSION} SOVERSI
 
 file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
 if(APPLE)
+  # CMake sets this only where it can ask the running system for its version.
+  if(CMAKE_CROSSCOMPILING)
+    set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")
+  endif()
   # The framework bundle, and the list in the form of Apple's linker: one underscore more.
   list(TRANSFORM tks_symbols PREPEND "_")
   list(JOIN tks_symbols "\n" tks_symbol_lines)

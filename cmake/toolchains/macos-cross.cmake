@@ -6,7 +6,7 @@
 # include/, lib/ and Frameworks/. TKS_MACOS_LLVM is the suffix of the LLVM tools to use (default: 19).
 # Where the SDK has no stubs of libSystem and libc++, they are made from the lists of symbols in macos/.
 set(CMAKE_SYSTEM_NAME Darwin)
-set(CMAKE_SYSTEM_VERSION 20)
+set(CMAKE_SYSTEM_VERSION 20.6.0)
 
 set(TKS_MACOS_SDK "$ENV{TKS_MACOS_SDK}" CACHE PATH "Folder of the macOS SDK")
 set(TKS_MACOS_LLVM "19" CACHE STRING "Version suffix of clang, lld and the LLVM tools")

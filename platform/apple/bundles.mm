@@ -28,7 +28,7 @@ class AppleBundles final : public Bundles {
   std::string libraryVersion() override {
     @autoreleasepool {
       NSBundle* bundle = [NSBundle bundleForClass:TKSBundleAnchor.class];
-      return apple::fromString([bundle objectForInfoDictionaryKey:(__bridge NSString*)kCFBundleVersionKey]);
+      return apple::fromString([bundle objectForInfoDictionaryKey:@"CFBundleVersion"]);
     }
   }
 

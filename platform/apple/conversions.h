@@ -29,8 +29,8 @@ TKSValue fromObject(id object);
 /// A value as a property-list or JSON object, without recursion; nothing gives nil, null gives NSNull. What has no
 /// object inside of a container, nothing and text that is not UTF-8, is NSNull there.
 id toObject(const TKSValue& value);
-/// Whether a value is nested deeper than the system's writers, which go down by recursion, may be given.
-bool isTooDeep(const TKSValue& value);
+/// Whether a value is deeper or larger than the system's writers, which go down by recursion, may be given.
+bool isBeyondBounds(const TKSValue& value);
 TKSDictionary fromDictionary(NSDictionary* dictionary);
 
 /// The system's error in our form; nil gives an error that names the step alone.

@@ -74,7 +74,7 @@ void add(OpenContainer& container, TKSValue value) {
   if (container.keys == nil) {
     container.elements.push_back(std::move(value));
   } else {
-    container.entries.emplace_back(fromString([container.keys[index] description]), std::move(value));
+    container.entries.emplace_back(fromString([[container.keys objectAtIndex:index] description]), std::move(value));
   }
 }
 
@@ -140,9 +140,9 @@ void add(OpenValue& container, id object) {
   if (container.array != nil) {
     [container.array addObject:member];
   } else if (NSString* name = toString(key)) {
-    container.dictionary[name] = member;
+    [container.dictionary setObject:member forKey:name];
   } else {
-    container.dictionary[NSNull.null] = member;
+    [container.dictionary setObject:member forKey:NSNull.null];
   }
 }
 
@@ -205,7 +205,7 @@ TKSValue fromObject(id object) {
   for (;;) {
     OpenContainer& top = stack.back();
     if (top.next < top.members.count) {
-      id member = top.members[top.next];
+      id member = [top.members objectAtIndex:top.next];
       if (!open(member, stack)) add(top, fromLeaf(member));
       continue;
     }
@@ -233,22 +233,26 @@ id toObject(const TKSValue& value) {
   }
 }
 
-bool isTooDeep(const TKSValue& value) {
-  // The containers of one level after those of the other.
-  std::vector<const TKSValue*> level{&value};
-  for (std::size_t depth = 0; !level.empty(); ++depth) {
-    if (depth >= kDeepestNesting && level.front() != &value) return true;
+bool isBeyondBounds(const TKSValue& value) {
+  // The containers of one level after those of the other. A value may share its parts, which are written out each time.
+  std::vector<const TKSValue*> level;
+  std::size_t members = 0;
+  const auto add = [&](std::vector<const TKSValue*>& to, const TKSValue& member) {
+    ++members;
+    if (member.isArray() || member.isDictionary()) to.push_back(&member);
+  };
+  add(level, value);
+  for (std::size_t depth = 1; !level.empty(); ++depth) {
+    if (depth > kDeepestNesting) return true;
     std::vector<const TKSValue*> next;
-    const auto add = [&](const TKSValue& member) {
-      if (member.isArray() || member.isDictionary()) next.push_back(&member);
-    };
     for (const TKSValue* container : level) {
-      for (const TKSValue& member : container->array()) add(member);
-      for (const auto& [key, member] : container->dictionary()) add(member);
+      if (members > kMostObjects) return true;
+      for (const TKSValue& member : container->array()) add(next, member);
+      for (const auto& [key, member] : container->dictionary()) add(next, member);
     }
     level = std::move(next);
   }
-  return false;
+  return members > kMostObjects;
 }
 
 TKSDictionary fromDictionary(NSDictionary* dictionary) { return fromObject(dictionary).dictionary(); }
@@ -259,7 +263,7 @@ TKSError fromError(NSError* error, std::string_view step) {
 }
 
 TKSError fromError(NSError* error, std::string_view step, std::string_view path) {
-  for (NSError* cause = error; cause != nil; cause = cause.userInfo[NSUnderlyingErrorKey]) {
+  for (NSError* cause = error; cause != nil; cause = [cause.userInfo objectForKey:NSUnderlyingErrorKey]) {
     if ([cause.domain isEqualToString:NSPOSIXErrorDomain]) {
       return posix::posixError(static_cast<int>(cause.code), step, path);
     }

@@ -26,7 +26,7 @@ class ApplePreferences final : public Preferences {
     @autoreleasepool {
       NSString* name = apple::toString(key);
       NSDictionary* domain = [NSUserDefaults.standardUserDefaults volatileDomainForName:NSArgumentDomain];
-      return name == nil ? TKSValue() : apple::fromObject(domain[name]);
+      return name == nil ? TKSValue() : apple::fromObject([domain objectForKey:name]);
     }
   }
 
@@ -34,7 +34,7 @@ class ApplePreferences final : public Preferences {
     @autoreleasepool {
       NSString* name = apple::toString(key);
       id object = apple::toObject(value);
-      if (name == nil || (object == nil && !value.isNothing()) || apple::isTooDeep(value)) {
+      if (name == nil || (object == nil && !value.isNothing()) || apple::isBeyondBounds(value)) {
         apple::store(error, nil, "store preference: the key is no text, or the value no preference");
         return false;
       }

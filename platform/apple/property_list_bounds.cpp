@@ -13,8 +13,6 @@ using Bytes = std::span<const std::uint8_t>;
 constexpr std::string_view kBinaryMark = "bplist";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
-/// All objects together when every reference is followed: no sound list comes near.
-constexpr std::uint64_t kMostObjects = 4u * 1024 * 1024;
 
 /// The characters of a text in XML. Those that matter are ASCII: in wider encodings the NUL bytes between them count
 /// for nothing, and so does the mark of the byte order.

@@ -32,7 +32,7 @@ class ApplePropertyLists final : public PropertyLists {
         if (look == apple::PropertyListLook::sound) {
           object = [NSPropertyListSerialization propertyListWithData:apple::toData(content)
                                                              options:NSPropertyListImmutable
-                                                              format:nil
+                                                              format:nullptr
                                                                error:&failure];
         }
       } @catch (NSException* exception) {
@@ -45,7 +45,7 @@ class ApplePropertyLists final : public PropertyLists {
   }
 
   std::optional<TKSData> serialize(const TKSValue& value, Format format, TKSError* error) override {
-    if (apple::isTooDeep(value)) {
+    if (apple::isBeyondBounds(value)) {
       if (error != nullptr) *error = beyondBounds("written");
       return std::nullopt;
     }

@@ -39,7 +39,7 @@ class AppleText final : public Text {
       NSRegularExpression* expression =
           [NSRegularExpression regularExpressionWithPattern:apple::toRepairedString(pattern)
                                                     options:NSRegularExpressionCaseInsensitive
-                                                      error:nil];
+                                                      error:nullptr];
       if (expression == nil) return Match::badPattern;
       return find(expression, apple::toRepairedString(text));
     }

@@ -22,11 +22,13 @@ std::atomic<long> wallClockShift = 0;
 }  // namespace
 
 /// Stands before the C library's: the kernel's clocks, with the wall clock shifted.
+#ifdef __linux__
 extern "C" int clock_gettime(clockid_t clock, timespec* time) {
   const long result = ::syscall(SYS_clock_gettime, clock, time);
   if (clock == CLOCK_REALTIME) time->tv_sec += wallClockShift;
   return static_cast<int>(result);
 }
+#endif
 
 namespace {
 

@@ -13,11 +13,13 @@
 #include <thread>
 
 #include "platform/platform.h"
-#include "tests/support/KilledAtEachCall.h"
 #include "tests/support/ProcessState.h"
-#include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Unprivileged.h"
+#ifdef __linux__
+#include "tests/support/KilledAtEachCall.h"
+#include "tests/support/SmallVolume.h"
+#endif
 
 namespace {
 
@@ -276,6 +278,7 @@ TEST_F(Files, AWriterThatIsKilledLeavesOneContentOrTheOther) {
   }
 }
 
+#ifdef __linux__
 TEST_F(Files, AWriterKilledAtAnySystemCallLeavesOneContentOrTheOther) {
   const std::string path = folder / "file";
   writeFile(path, "old");
@@ -302,6 +305,7 @@ TEST_F(Files, AFullDiskLeavesTheOldContentAndNothingBesideIt) {
   EXPECT_EQ(contentOf(path), "old");
   EXPECT_THAT(names(volume.path()), UnorderedElementsAre("file"));
 }
+#endif
 
 TEST_F(Files, AttributesAreThoseOfALinkItself) {
   writeFile(folder / "file", "x");

@@ -67,7 +67,8 @@ TEST(PropertyListBounds, EmptyContainersAndCommentsDoNotCount) {
 
 TEST(PropertyListBounds, WhatOnlyLooksLikeAnEndEndsNothing) {
   for (const char* lure : {"<!-- </array> -->", "<? </array> ?>", "<![CDATA[</array>]]>"}) {
-    EXPECT_EQ(lookAtPropertyList(bytes("<plist>" + repeated("<array>" + std::string(lure), 600))), Look::beyondBounds) << lure;
+    EXPECT_EQ(lookAtPropertyList(bytes("<plist>" + repeated("<array>" + std::string(lure), 600))), Look::beyondBounds)
+        << lure;
   }
 }
 

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <sys/prctl.h>
+#endif
 
 #include <clocale>
 #include <cstring>
@@ -51,12 +53,14 @@ inline std::string processFacts() {
     ::getitimer(which, &timer);
     facts << "timer: " << timer.it_interval.tv_sec << "." << timer.it_interval.tv_usec << "\n";
   }
+#ifdef __linux__
   int reaper = 0;
   ::prctl(PR_GET_CHILD_SUBREAPER, &reaper);
   char name[17] = {};
   ::prctl(PR_GET_NAME, name);
-  facts << "reaper: " << reaper << "\nname: " << name << "\nprocess group: " << ::getpgrp()
-        << "\nsession: " << ::getsid(0) << "\n";
+  facts << "reaper: " << reaper << "\nname: " << name << "\n";
+#endif
+  facts << "process group: " << ::getpgrp() << "\nsession: " << ::getsid(0) << "\n";
   return facts.str();
 }
 

@@ -453,7 +453,7 @@ std::string joined(char* const* texts) {
 }
 
 void dump(char** arguments) {
-  if (switches.has("--dump-environment")) writeFile(switches.text("--dump-environment"), joined(::environ));
+  if (switches.has("--dump-environment")) writeFile(switches.text("--dump-environment"), joined(environ));
   if (switches.has("--dump-status")) writeFile(switches.text("--dump-status"), contentOf("/proc/self/status"));
   if (switches.has("--dump-descriptors")) dumpDescriptors(switches.text("--dump-descriptors"));
   if (switches.has("--dump-arguments")) writeFile(switches.text("--dump-arguments"), joined(arguments));
