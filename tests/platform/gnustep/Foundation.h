@@ -1,0 +1,30 @@
+#pragma once
+
+// What of macOS's own Foundation the back end takes for granted, in terms of GNUstep's. Read before each of its
+// sources.
+
+#import <Foundation/Foundation.h>
+
+#include <clocale>
+
+// Without automatic reference counting, which GCC's run-time does not have, there is nothing to bridge.
+#define __bridge
+
+using CFTypeRef = const void*;
+using CFNumberRef = const void*;
+
+inline int CFBooleanGetTypeID() { return 1; }
+inline int CFGetTypeID(CFTypeRef object) {
+  const auto* number = static_cast<const NSNumber*>(object);
+  return number == [NSNumber numberWithBool:YES] || number == [NSNumber numberWithBool:NO];
+}
+inline bool CFNumberIsFloatType(CFNumberRef object) {
+  const char type = [static_cast<const NSNumber*>(object) objCType][0];
+  return type == 'd' || type == 'f';
+}
+
+inline locale_t plainLocale() {
+  static const locale_t locale = newlocale(LC_ALL_MASK, "C", nullptr);
+  return locale;
+}
+#define LC_C_LOCALE plainLocale()

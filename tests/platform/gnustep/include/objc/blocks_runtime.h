@@ -1,0 +1,3 @@
+#pragma once
+// Where GNUstep's headers look for the block run-time.
+#include <Block.h>

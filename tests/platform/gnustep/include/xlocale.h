@@ -1,0 +1,3 @@
+#pragma once
+// Where macOS declares strtod_l; here <stdlib.h> does.
+#include <stdlib.h>
