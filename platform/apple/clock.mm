@@ -20,7 +20,11 @@ class AppleClock final : public Clock {
     }
   }
 
-  double secondsSince1970() override { return [NSDate date].timeIntervalSince1970; }
+  double secondsSince1970() override {
+    @autoreleasepool {
+      return [NSDate date].timeIntervalSince1970;
+    }
+  }
 
   void sleep(std::chrono::microseconds duration) override { std::this_thread::sleep_for(duration); }
 };
