@@ -136,7 +136,7 @@ TEST_F(FileTrees, ThePlaceOfAVolumeIsNotEmptiedInVain) {
 }
 
 /// With a root of its own, so that no mistake can do harm: 0 when nothing of it was removed.
-int removesItsRoot(const tks::test::Arguments& arguments) {
+int triesToRemoveItsRoot(const tks::test::Arguments& arguments) {
   if (::chroot(arguments.at(0).c_str()) != 0 || ::chdir("/") != 0) return 77;
   struct stat facts {};
   if (::stat("/precious", &facts) != 0) return 78;
@@ -146,6 +146,8 @@ int removesItsRoot(const tks::test::Arguments& arguments) {
   }
   return 0;
 }
+/// Ends at once: a sanitizer that looks for leaks at the end would miss the files it needs for that.
+int removesItsRoot(const tks::test::Arguments& arguments) { ::_exit(triesToRemoveItsRoot(arguments)); }
 const tks::test::ChildRole kRemovesItsRoot("removes-its-root", removesItsRoot);
 
 TEST_F(FileTrees, TheRootIsNeverEmptied) {
