@@ -19,7 +19,9 @@ file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
 if(APPLE)
   # CMake sets this only where it can ask the running system for its version.
   if(CMAKE_CROSSCOMPILING)
-    set(CMAKE_SHARED_LIBRARY_RUNTIME_C_FLAG "-Wl,-rpath,")
+    foreach(kind SHARED_LIBRARY_RUNTIME_C SHARED_LIBRARY_RUNTIME_CXX EXECUTABLE_RUNTIME_CXX)
+      set(CMAKE_${kind}_FLAG "-Wl,-rpath,")
+    endforeach()
   endif()
   # The framework bundle, and the list in the form of Apple's linker: one underscore more.
   list(TRANSFORM tks_symbols PREPEND "_")

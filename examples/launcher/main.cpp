@@ -141,5 +141,5 @@ int main(int, char** arguments) {
   TKSMainLoop::run();
   channel.close();
   // The watching thread may still be asleep.
-  std::quick_exit(0);
+  std::_Exit(0);
 }
