@@ -20,8 +20,8 @@ class TKSIMessageHandler;
 /// The one class that a host talks to: starts the launcher, asks it to launch meetings, stops it.
 ///
 /// All operations are called on the main thread, and all callbacks arrive there; they may call any operation again.
-/// Each callback is called at most once. Status and process identifier may be read from any thread. Example:
-/// examples/host/main.cpp
+/// Each is called once at most; a launch's error callback also by a failure behind its end or missing parameters.
+/// Status and process identifier may be read from any thread. Example: examples/host/main.cpp
 class TKS_EXPORT TKSInterface {
  public:
   /// `sharedInstance` The process-wide facade.
