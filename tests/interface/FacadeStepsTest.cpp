@@ -134,6 +134,7 @@ TEST_F(FacadeSteps, StartThatFailsForALaunchIsFollowedByAStopWhoseOwnFailureIsRe
             position(4, "Stop failed: Unexpected app status: 2"));
   EXPECT_TRUE(log_.has(4, "Stop failed: Unexpected app status: 2"));
   EXPECT_THAT(called(), ElementsAre("launch failed: Unexpected app status: 2"));
+  EXPECT_THAT(waitUntilHeard(), ElementsAre("hello"));  // the first start goes on
 }
 
 TEST_F(FacadeSteps, AbsentCallbacksAreNotCalledWhateverTheStatus) {
