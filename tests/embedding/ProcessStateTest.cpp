@@ -15,6 +15,7 @@
 #include "tests/support/FakeLauncher.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
+#include "tests/support/LaunchedMeeting.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessFacts.h"
 #include "tests/support/ProcessState.h"
@@ -234,11 +235,7 @@ TEST(ProcessStateOverPipes, IsAsItWasExceptForInputAndOutput) {
   const std::string errors = standardHandleFacts().substr(standardHandleFacts().find("2: "));
   TKSInterface facade;
   facade.setTKSAppPath(launcher.bundle());
-  bool launched = false;
-  facade.launchMeetingWithParam(
-      TKSDictionary{{"gpcurlroot", "https://meet.tarvo.example"}}, [&] { launched = true; },
-      [](const TKSError& error) { ADD_FAILURE() << error.description(); });
-  EXPECT_TRUE(drainUntil([&] { return launched; }, std::chrono::seconds(30)));
+  EXPECT_TRUE(tks::test::launchesAMeeting(facade));
   EXPECT_TRUE(drainUntil([] { return children().empty(); }, std::chrono::seconds(30)));
   EXPECT_EQ(processFacts(), facts);
   EXPECT_EQ(standardHandleFacts().substr(standardHandleFacts().find("2: ")), errors);

@@ -16,6 +16,7 @@
 #include "tests/support/FakeLauncher.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
+#include "tests/support/LaunchedMeeting.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/RefusedSystemCalls.h"
@@ -59,11 +60,7 @@ TEST_P(OldKernel, AMeetingIsLaunchedOverPipes) {
   TKSUtilBase::setPreference({std::string(TKSUserDefaultsKeyIsLabDevice)}, true);
   TKSInterface facade;
   facade.setTKSAppPath(launcher.bundle());
-  bool launched = false;
-  facade.launchMeetingWithParam(
-      TKSDictionary{{"gpcurlroot", "https://meet.tarvo.example"}}, [&] { launched = true; },
-      [](const TKSError& error) { ADD_FAILURE() << error.description(); });
-  ASSERT_TRUE(drainUntil([&] { return launched; }, std::chrono::seconds(30)));
+  ASSERT_TRUE(tks::test::launchesAMeeting(facade));
   EXPECT_TRUE(drainUntil([&] { return !facade.isTKSAppProcessing(); }, std::chrono::seconds(30)));
   EXPECT_TRUE(drainUntil([] { return children().empty(); }, std::chrono::seconds(30)));
   const std::string descriptors = launcher.report("descriptors");
