@@ -87,18 +87,33 @@ void ChildCollector::adopt(SpawnedProcess process, std::function<void(ChildEnd)>
   child.process = process.identifier;
   child.descriptor = std::move(process.descriptor);
   child.ended = std::move(ended);
-  if (!child.descriptor) child.startTime = readProcessFacts(child.process).value_or(ProcessFacts()).startTime;
 
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++adopted_;
-  Child& adopted = children_.emplace(number, std::move(child)).first->second;
+  const bool isComplete = static_cast<bool>(child.descriptor);
+  children_.emplace(number, std::move(child));
   ++count_;
-  // What it calls waits for the lock, so it finds the child complete.
-  if (adopted.descriptor) {
-    adopted.watch = EventLoop::main().watch(adopted.descriptor.get(), EPOLLIN,
-                                            [this, number](std::uint32_t) { collectOne(number); });
+  if (isComplete) return watch(number);
+  EventLoop::main().post([this, number] {
+    collectOne(number);
+    const std::lock_guard turn(mutex_);
+    watch(number);
+  });
+}
+
+/// With the lock held: what is watched for waits for it, so it finds the child complete.
+void ChildCollector::watch(std::uint64_t number) {
+  const auto found = children_.find(number);
+  if (found == children_.end()) return;  // it has ended by now
+  Child& child = found->second;
+  if (!child.descriptor) child.descriptor = openProcess(child.process);
+  if (child.descriptor) {
+    child.watch =
+        EventLoop::main().watch(child.descriptor.get(), EPOLLIN, [this, number](std::uint32_t) { collectOne(number); });
+  } else {
+    child.startTime = readProcessFacts(child.process).value_or(ProcessFacts()).startTime;
   }
-  if (!adopted.watch) keepLooking();
+  if (!child.watch) keepLooking();
 }
 
 void ChildCollector::collect() {
@@ -112,7 +127,7 @@ void ChildCollector::collect() {
 }
 
 std::optional<ChildEnd> ChildCollector::lookAt(const Child& child) {
-  if (!child.descriptor) {
+  if (child.startTime) {
     const std::optional<ProcessFacts> facts = readProcessFacts(child.process);
     if (!facts || facts->startTime != child.startTime) return ChildEnd{};  // somebody else collected it
   }

@@ -39,7 +39,8 @@ class ChildCollector {
   /// The only one; never destroyed.
   static ChildCollector& shared();
 
-  /// Takes over a child that was just started. `ended` is called once on the main thread and may be empty.
+  /// Takes over a child that was just started. `ended` is called once on the main thread and may be empty. A child
+  /// without a descriptor gets one at the main loop's next turn, which is no later than anybody could be told of its end.
   void adopt(SpawnedProcess process, std::function<void(platform::ChildEnd)> ended);
 
   /// Collects the children that have ended by now. Costs one load when there are none.
@@ -49,8 +50,8 @@ class ChildCollector {
   struct Child {
     pid_t process = 0;
     posix::FileDescriptor descriptor;
-    /// Told apart by this from a later process with the same identifier, where there is no descriptor.
-    std::uint64_t startTime = 0;
+    /// Told apart by this from a later process with the same identifier, where there can be no descriptor.
+    std::optional<std::uint64_t> startTime;
     // Before the descriptor is closed.
     std::unique_ptr<EventLoop::Watch> watch;
     std::function<void(platform::ChildEnd)> ended;
@@ -59,6 +60,7 @@ class ChildCollector {
   ChildCollector() = default;
   std::optional<platform::ChildEnd> lookAt(const Child& child);
   void collectOne(std::uint64_t number);
+  void watch(std::uint64_t number);
   void keepLooking();
 
   std::atomic<std::size_t> count_ = 0;

@@ -55,6 +55,7 @@ class LinuxChildProcesses final : public ChildProcesses {
     SpawnRequest spawn;
     spawn.executable = request.executable;
     spawn.arguments = request.arguments;
+    spawn.makesDescriptor = false;
     gnulinux::SpawnedProcess process = request.joinStandardHandles ? startJoined(spawn) : startSharing(spawn);
     if (!process) {
       posix::fail(error, "start", request.executable);

@@ -1,6 +1,7 @@
 #include "platform/linux/spawn.h"
 
 #include <fcntl.h>
+#include <linux/close_range.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/prctl.h>
@@ -14,7 +15,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
@@ -44,12 +44,18 @@ namespace tks::gnulinux {
 namespace {
 
 constexpr int kFirstForeign = 3;
-constexpr std::size_t kStackSize = std::size_t{32} * 1024;
+/// Enough for the functions below, and a small part of what any thread has.
+constexpr std::size_t kStackSize = std::size_t{16} * 1024;
 /// Bytes of the kernel's signal sets.
 constexpr std::size_t kSignalSetSize = 8;
 constexpr std::uint64_t kNoSignals = 0;
 constexpr std::uint64_t kAllSignals = ~std::uint64_t{0};
-constexpr int kSignals = 64;
+/// The signals whose handling a program inherits to any effect. Not the others: SIGKILL and SIGSTOP are never handled;
+/// SIGCONT, SIGURG and SIGWINCH are ignored by default as well; what the program's own fault raises, and abort, end it
+/// although they are ignored. Real-time signals mean what a program makes of them, and until it does, nobody sends one.
+constexpr auto kInheritedSignals =
+    std::to_array<int>({SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2, SIGCHLD, SIGTSTP, SIGTTIN,
+                        SIGTTOU, SIGXCPU, SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO, SIGPWR});
 /// The kernel's own description of a signal's handling differs between processors, but "default" is all zeros on each.
 constexpr std::array<std::byte, 152> kDefaultHandling{};
 
@@ -63,6 +69,7 @@ struct Plan {
   SpawnRequest::Group group = SpawnRequest::Group::inherited;
   std::uint64_t fileSizeLimit = 0;
   bool endsWithThread = false;
+  int descriptorFlag = 0;
   int (*closeRange)(unsigned first, unsigned last, unsigned flags) = nullptr;
   /// Written by the child: why its program does not run.
   int failure = 0;
@@ -75,8 +82,8 @@ TKS_IN_THE_CHILD bool joinGroup(SpawnRequest::Group group) {
 
 /// The host's handlers must never run in here, and what it ignores would stay ignored in the new program.
 TKS_IN_THE_CHILD void resetSignals() {
-  for (int number = 1; number <= kSignals; ++number) {
-    ::syscall(SYS_rt_sigaction, number, &kDefaultHandling, nullptr, kSignalSetSize);
+  for (const int signal : kInheritedSignals) {
+    ::syscall(SYS_rt_sigaction, signal, &kDefaultHandling, nullptr, kSignalSetSize);
   }
 }
 
@@ -141,7 +148,7 @@ TKS_IN_THE_CHILD int runInChild(void* argument) {
   for (int target = 0; ready && target < kFirstForeign; ++target) {
     ready = connect(target, plan.sources[static_cast<std::size_t>(target)]);
   }
-  if (ready && plan.closeRange(kFirstForeign, ~0u, 0) != 0) ready = closeEach();
+  if (ready && plan.closeRange(kFirstForeign, ~0u, CLOSE_RANGE_CLOEXEC) != 0) ready = closeEach();
   if (ready) {
     ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &kNoSignals, nullptr, kSignalSetSize);
     ::syscall(SYS_execve, plan.executable, plan.arguments, plan.environment);
@@ -152,15 +159,13 @@ TKS_IN_THE_CHILD int runInChild(void* argument) {
 }
 
 SpawnedProcess start(Plan& plan) {
-  // Taken from the heap, where it stays in use from start to start. The stacks of all systems of this kind grow down.
-  const auto stack = std::make_unique_for_overwrite<std::byte[]>(kStackSize);
-  std::byte* const top = stack.get() + kStackSize;
-  const int flags = CLONE_VM | CLONE_VFORK | systemCalls().cloneDescriptorFlag | SIGCHLD;
+  // The child's, which must not be this function's own frame. The stacks of all systems of this kind grow down.
+  alignas(16) std::array<std::byte, kStackSize> stack;
+  const int flags = CLONE_VM | CLONE_VFORK | plan.descriptorFlag | SIGCHLD;
   int descriptor = -1;
   std::uint64_t before = 0;
   ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &kAllSignals, &before, kSignalSetSize);
-  const pid_t process =
-      ::__clone(runInChild, top - reinterpret_cast<std::uintptr_t>(top) % 16, flags, &plan, &descriptor);
+  const pid_t process = ::__clone(runInChild, stack.data() + stack.size(), flags, &plan, &descriptor);
   const int reason = errno;
   ::syscall(SYS_rt_sigprocmask, SIG_SETMASK, &before, nullptr, kSignalSetSize);
 
@@ -209,9 +214,10 @@ SpawnedProcess spawn(const SpawnRequest& request) {
   plan.group = request.group;
   plan.fileSizeLimit = request.fileSizeLimit;
   plan.endsWithThread = request.endsWithThread;
+  plan.descriptorFlag = request.makesDescriptor ? systemCalls().cloneDescriptorFlag : 0;
   plan.closeRange = systemCalls().closeRange;
   SpawnedProcess spawned = start(plan);
-  if (!spawned) return spawned;
+  if (!spawned || !request.makesDescriptor) return spawned;
   if (!spawned.descriptor) spawned.descriptor.reset(systemCalls().pidfdOpen(spawned.identifier, 0));
   if (!posix::raiseAboveStandard(spawned.descriptor)) spawned.descriptor.reset();
   return spawned;

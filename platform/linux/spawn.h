@@ -34,19 +34,22 @@ struct SpawnRequest {
   bool cleanEnvironment = false;
   /// What the clean environment holds beside: "NAME=value".
   std::vector<std::string> variables;
+  /// Whether the process comes with its descriptor. Making one is a twentieth of a start.
+  bool makesDescriptor = true;
 };
 
 /// A process that was started.
 struct SpawnedProcess {
   pid_t identifier = -1;
-  /// Becomes readable when the process ends; empty where the system has no such descriptors or none is left.
+  /// Becomes readable when the process ends; empty where none was asked for, the system has none or none is left.
   posix::FileDescriptor descriptor;
   explicit operator bool() const { return identifier > 0; }
 };
 
-/// Starts a process that has descriptors 0 to 2 and no other, default signal handling and an empty signal mask. Returns
-/// once the executable runs; nothing, and errno, when it does not. Costs the same however much memory this process has.
-/// The caller collects the process, see ChildCollector.
+/// Starts a process that has descriptors 0 to 2 and no other, an empty signal mask, and default handling of the signals
+/// that one program sends another, whatever this one does with them (of real-time signals only when it handles them:
+/// one that it ignores stays ignored). Returns once the executable runs; nothing, and errno, when it does not. Costs
+/// the same however much memory this process has. The caller collects the process, see ChildCollector.
 SpawnedProcess spawn(const SpawnRequest& request);
 
 }  // namespace tks::gnulinux

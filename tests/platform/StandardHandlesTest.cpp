@@ -11,6 +11,8 @@
 #include <filesystem>
 #include <string>
 
+#include <tksinterface/TKSMainLoop.h>
+
 #include "platform/child_processes.h"
 #include "platform/platform.h"
 #include "tests/support/ChildProcess.h"
@@ -152,6 +154,7 @@ TEST(StandardHandles, SecondLaunchLeavesNoPipeEndBehind) {
   const FakeLauncher launcher({"--dump-descriptors", "descriptors"});
   ASSERT_GT(startJoined(launcher), 0);
   ASSERT_TRUE(converses());
+  TKSMainLoop::drain();  // watches the child from now on
   const std::set<int> descriptors = openDescriptors();
   for (int i = 0; i < 100; ++i) {
     std::filesystem::remove(launcher.file("descriptors"));
