@@ -40,7 +40,7 @@ class ChildCollector {
   static ChildCollector& shared();
 
   /// Takes over a child that was just started. `ended` is called once on the main thread and may be empty. A child
-  /// without a descriptor gets one at the main loop's next turn, which is no later than anybody could be told of its end.
+  /// without a descriptor gets one at the main loop's next turn, before anybody could be told of its end.
   void adopt(SpawnedProcess process, std::function<void(platform::ChildEnd)> ended);
 
   /// Collects the children that have ended by now. Costs one load when there are none.
