@@ -2,6 +2,7 @@
 
 #import <Foundation/Foundation.h>
 
+#include <cstdint>
 #include <span>
 #include <string>
 #include <string_view>
@@ -38,6 +39,12 @@ TKSError fromError(NSError* error, std::string_view step);
 /// The same for a step on a path, in the words that system calls have for it: by the system's number where the error
 /// has one beneath.
 TKSError fromError(NSError* error, std::string_view step, std::string_view path);
+/// The error of content that is not in its format, or has no place in it: the system's number for that, and the words
+/// that the other back ends have for the step.
+TKSError formatError(std::int64_t code, std::string_view step, std::string_view reason);
+/// What the system says was wrong, in its words for developers, which no language of the user changes; nil gives
+/// `otherwise`.
+std::string reasonOf(NSError* error, std::string_view otherwise);
 /// Writes an error through an out-parameter that may be null.
 void store(TKSError* slot, NSError* error, std::string_view step);
 

@@ -274,6 +274,16 @@ TKSError fromError(NSError* error, std::string_view step, std::string_view path)
   return result;
 }
 
+TKSError formatError(std::int64_t code, std::string_view step, std::string_view reason) {
+  return {"NSCocoaErrorDomain", code, std::string(step).append(": ").append(reason)};
+}
+
+std::string reasonOf(NSError* error, std::string_view otherwise) {
+  if (error == nil) return std::string(otherwise);
+  id reason = [error.userInfo objectForKey:NSDebugDescriptionErrorKey];
+  return fromString([reason isKindOfClass:NSString.class] ? reason : error.localizedDescription);
+}
+
 void store(TKSError* slot, NSError* error, std::string_view step) {
   if (slot != nullptr) *slot = fromError(error, step);
 }

@@ -31,30 +31,30 @@ bool isTooDeep(std::string_view text) {
   return false;
 }
 
+TKSValue fail(TKSError* error, std::string_view reason) {
+  if (error != nullptr) {
+    *error = apple::formatError(NSPropertyListReadCorruptError, "The text is not in the JSON format", reason);
+  }
+  return {};
+}
+
 class AppleJson final : public Json {
  public:
   TKSValue parse(std::string_view text, TKSError* error) override {
     if (text.substr(0, kByteOrderMark.size()) == kByteOrderMark) text.remove_prefix(kByteOrderMark.size());
-    if (isTooDeep(text)) {
-      apple::store(error, nil, "JSON text is nested too deeply");
-      return {};
-    }
+    if (isTooDeep(text)) return fail(error, "it is nested too deeply");
     // The system's reader would take it for a text in a wider encoding.
-    if (text.find('\0') != std::string_view::npos) {
-      apple::store(error, nil, "JSON text holds a NUL byte");
-      return {};
-    }
+    if (text.find('\0') != std::string_view::npos) return fail(error, "it holds a NUL byte");
     @autoreleasepool {
       @try {
         NSError* failure = nil;
         NSData* data = [NSData dataWithBytes:text.data() length:text.size()];
         id object = [NSJSONSerialization JSONObjectWithData:data options:0 error:&failure];
         if (object != nil) return apple::fromObject(object);
-        apple::store(error, failure, "JSON text cannot be read");
+        return fail(error, apple::reasonOf(failure, "it cannot be read"));
       } @catch (NSException* exception) {
-        apple::store(error, nil, apple::fromString(exception.reason));
+        return fail(error, apple::fromString(exception.reason));
       }
-      return {};
     }
   }
 };

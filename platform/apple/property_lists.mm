@@ -12,6 +12,18 @@
 namespace tks::platform {
 namespace {
 
+void fail(TKSError* error, std::int64_t code, std::string_view step, std::string_view reason) {
+  if (error != nullptr) *error = apple::formatError(code, step, reason);
+}
+
+void failToRead(TKSError* error, std::string_view reason) {
+  fail(error, NSPropertyListReadCorruptError, "read a property list", reason);
+}
+
+void failToWrite(TKSError* error, std::string_view reason) {
+  fail(error, NSPropertyListWriteInvalidError, "write a property list", reason);
+}
+
 /// The error that PropertyLists::isBeyondBounds knows.
 TKSError beyondBounds(std::string_view what) {
   return {"NSPOSIXErrorDomain", EFBIG, "property list: too large or too deep to be " + std::string(what)};
@@ -36,10 +48,10 @@ class ApplePropertyLists final : public PropertyLists {
                                                                error:&failure];
         }
       } @catch (NSException* exception) {
-        apple::store(error, nil, "property list cannot be read: " + apple::fromString(exception.reason));
+        failToRead(error, apple::fromString(exception.reason));
         return {};
       }
-      if (object == nil) apple::store(error, failure, "property list cannot be read");
+      if (object == nil) failToRead(error, apple::reasonOf(failure, "it is none"));
       return apple::fromObject(object);
     }
   }
@@ -60,7 +72,7 @@ class ApplePropertyLists final : public PropertyLists {
           data = [NSPropertyListSerialization dataWithPropertyList:object format:as options:0 error:&failure];
         }
       } @catch (NSException* exception) {
-        apple::store(error, nil, apple::fromString(exception.reason));
+        failToWrite(error, apple::fromString(exception.reason));
         return std::nullopt;
       }
       if (data.length > apple::kLargestPropertyList) {
@@ -68,7 +80,7 @@ class ApplePropertyLists final : public PropertyLists {
         return std::nullopt;
       }
       if (data != nil) return apple::fromData(data);
-      apple::store(error, failure, "value cannot be written as a property list");
+      failToWrite(error, apple::reasonOf(failure, "the value has no place in one"));
       return std::nullopt;
     }
   }
@@ -78,7 +90,7 @@ class ApplePropertyLists final : public PropertyLists {
     if (!content) return std::nullopt;
     const TKSValue value = parse(*content, error);
     if (value.isDictionary()) return value.dictionary();
-    if (!value.isNothing()) apple::store(error, nil, "property list is no dictionary");
+    if (!value.isNothing()) failToRead(error, "its outermost value is no dictionary");
     return std::nullopt;
   }
 

@@ -28,3 +28,7 @@ inline locale_t plainLocale() {
   return locale;
 }
 #define LC_C_LOCALE plainLocale()
+
+// Names of numbers and keys that GNUstep does not have.
+#define NSDebugDescriptionErrorKey @"NSDebugDescription"
+enum { NSPropertyListReadCorruptError = 3840, NSPropertyListWriteInvalidError = 3852 };
