@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include <tksinterface/TKSValue.h>
+
 namespace tks::platform::apple {
 namespace {
 
@@ -71,6 +73,29 @@ std::uint64_t numberAt(Bytes content, std::uint64_t offset, std::size_t size) {
   return value;
 }
 
+/// Bytes that a list of so many may come to in memory when every reference in it is followed. An object that is
+/// referred to often makes much of little, and that is what the binary form is for; but a small list stays small enough
+/// to be printed and written in no time.
+constexpr std::uint64_t largestExpansion(std::uint64_t size) {
+  constexpr std::uint64_t kMebibyte = 1024 * 1024;
+  return std::clamp(64 * size, 8 * kMebibyte, 256 * kMebibyte);
+}
+
+/// The high half of the byte that an object begins with.
+enum Kind : unsigned {
+  kInteger = 0x1,
+  kReal = 0x2,
+  kDate = 0x3,
+  kData = 0x4,
+  kAscii = 0x5,
+  kUtf16 = 0x6,
+  kUtf8 = 0x7,
+  kArray = 0xA,
+  kOrderedSet = 0xB,
+  kSet = 0xC,
+  kDictionary = 0xD,
+};
+
 /// The objects of a binary list and what they refer to. Form: a byte of kind and count, a longer count as an integer
 /// object behind it, then references; the trailer says where the objects begin.
 class BinaryList {
@@ -92,14 +117,15 @@ class BinaryList {
         if (!stack.empty() && !add(stack.back().object, done)) return PropertyListLook::beyondBounds;
         continue;
       }
+      const bool isKey = open.next < open.keys;
       const std::uint64_t member = numberAt(content_, open.references + open.next++ * referenceSize_, referenceSize_);
       if (member >= count_) return PropertyListLook::noPropertyList;
       if (objects_[member].isOpen) return PropertyListLook::noPropertyList;  // it would hold itself
-      if (objects_[member].total != 0) {
-        if (!add(open.object, objects_[member])) return PropertyListLook::beyondBounds;
-      } else if (!enter(member, stack)) {
-        return PropertyListLook::noPropertyList;
-      }
+      if (isKey && !isText(member)) return PropertyListLook::noPropertyList;
+      const std::uint64_t holder = open.object;
+      if (objects_[member].weight == 0 && !enter(member, stack)) return PropertyListLook::noPropertyList;
+      const bool isWhole = !objects_[member].isOpen;
+      if (isWhole && !add(holder, objects_[member])) return PropertyListLook::beyondBounds;
       if (stack.size() > kDeepestNesting) return PropertyListLook::beyondBounds;
     }
     return PropertyListLook::sound;
@@ -110,12 +136,14 @@ class BinaryList {
     /// Containers on the way to the deepest member, this one counted.
     std::uint32_t depth = 0;
     bool isOpen = false;
-    /// Objects that it stands for; 0: not looked at yet.
-    std::uint64_t total = 0;
+    /// Bytes that it comes to with all that it refers to; 0: not looked at yet.
+    std::uint64_t weight = 0;
   };
   struct Open {
     std::uint64_t object = 0;
     std::uint64_t references = 0;
+    /// Those of a dictionary stand before its values.
+    std::uint64_t keys = 0;
     std::uint64_t members = 0;
     std::uint64_t next = 0;
   };
@@ -132,25 +160,57 @@ class BinaryList {
     return sizes && table_ <= trailer && count_ <= (trailer - table_) / offsetSize_ && top_ < count_;
   }
 
-  /// Opens an object; one without members stands for itself.
+  std::uint64_t offsetOf(std::uint64_t number) const {
+    return numberAt(content_, table_ + number * offsetSize_, offsetSize_);
+  }
+
+  /// Whether an object begins where objects lie.
+  bool isInPlace(std::uint64_t offset) const { return offset >= kHeaderSize && offset < table_; }
+
+  bool isText(std::uint64_t number) const {
+    const std::uint64_t offset = offsetOf(number);
+    const unsigned kind = isInPlace(offset) ? content_[offset] >> 4 : 0u;
+    return kind == kAscii || kind == kUtf16 || kind == kUtf8;
+  }
+
+  /// Looks at an object for the first time; one with members is open until they have been looked at.
   bool enter(std::uint64_t number, std::vector<Open>& stack) {
-    const std::uint64_t offset = numberAt(content_, table_ + number * offsetSize_, offsetSize_);
-    if (offset < kHeaderSize || offset >= table_) return false;
-    const std::uint8_t mark = content_[offset];
-    const unsigned kind = mark >> 4;
-    const bool isDictionary = kind == 0xD;
-    const bool isContainer = isDictionary || (kind >= 0xA && kind <= 0xC);
-    objects_[number] = {.depth = isContainer ? 1u : 0u, .isOpen = isContainer, .total = 1};
-    if (!isContainer) {
-      if (!stack.empty()) return add(stack.back().object, objects_[number]);
-      return true;
-    }
-    std::uint64_t members = mark & 15;
+    const std::uint64_t offset = offsetOf(number);
+    if (!isInPlace(offset)) return false;
+    const unsigned kind = content_[offset] >> 4;
+    const bool isDictionary = kind == kDictionary;
+    const bool isContainer = isDictionary || (kind >= kArray && kind <= kSet);
+    if (!isContainer) return enterLeaf(number, offset);
+    objects_[number] = {.depth = 1, .isOpen = true, .weight = sizeof(TKSValue)};
+    std::uint64_t members = content_[offset] & 15;
     std::uint64_t references = offset + 1;
     if (members == 15 && !readLongCount(references, members)) return false;
     if (members > (table_ - references) / referenceSize_ / (isDictionary ? 2 : 1)) return false;
-    stack.push_back({number, references, isDictionary ? members * 2 : members, 0});
+    stack.push_back({number, references, isDictionary ? members : 0, isDictionary ? members * 2 : members, 0});
     return true;
+  }
+
+  bool enterLeaf(std::uint64_t number, std::uint64_t offset) {
+    const std::optional<std::uint64_t> bytes = bytesOf(offset);
+    if (bytes) objects_[number] = {.depth = 0, .isOpen = false, .weight = sizeof(TKSValue) + *bytes};
+    return bytes.has_value();
+  }
+
+  /// The bytes behind an object's first one, and behind its count; nothing when they do not all lie before the table.
+  std::optional<std::uint64_t> bytesOf(std::uint64_t offset) const {
+    const unsigned kind = content_[offset] >> 4;
+    std::uint64_t count = content_[offset] & 15;
+    std::uint64_t start = offset + 1;
+    if (kind == kInteger || kind == kReal || kind == kDate) {
+      count = std::uint64_t{1} << count;
+    } else if (kind < kData || kind > kUtf8) {
+      return 0;
+    } else if (count == 15 && !readLongCount(start, count)) {
+      return std::nullopt;
+    }
+    const std::uint64_t width = kind == kUtf16 ? 2 : 1;
+    if (count > (table_ - start) / width) return std::nullopt;
+    return count * width;
   }
 
   bool readLongCount(std::uint64_t& offset, std::uint64_t& count) const {
@@ -166,8 +226,8 @@ class BinaryList {
   bool add(std::uint64_t container, const Object& member) {
     Object& object = objects_[container];
     object.depth = std::max(object.depth, member.depth + 1);
-    object.total += member.total;
-    return object.depth <= kDeepestNesting && object.total <= kMostObjects;
+    object.weight += member.weight;
+    return object.depth <= kDeepestNesting && object.weight <= largestExpansion(content_.size());
   }
 
   Bytes content_;

@@ -9,7 +9,7 @@ namespace tks::platform::apple {
 /// Bounds of every property list, read or written, in either form.
 inline constexpr std::size_t kLargestPropertyList = 16u * 1024 * 1024;
 inline constexpr std::size_t kDeepestNesting = 512;
-/// All objects together when every reference is followed: no sound list comes near.
+/// Values that are written in one list, each as often as it stands there.
 inline constexpr std::size_t kMostObjects = 4u * 1024 * 1024;
 
 enum class PropertyListLook { sound, noPropertyList, beyondBounds };

@@ -4,9 +4,11 @@
 #include <random>
 #include <span>
 #include <string>
+#include <utility>
 
 #include "platform/apple/property_list_bounds.h"
 #include "platform/platform.h"
+#include "tests/support/PropertyListSamples.h"
 
 // What macOS looks at before the system's reader gets a property list.
 
@@ -119,6 +121,32 @@ TEST(PropertyListBounds, ABinaryListIsMeasuredAlongItsReferences) {
 
 TEST(PropertyListBounds, AListThatHoldsItselfIsNone) {
   EXPECT_EQ(lookAtPropertyList(bytes(arrays(3, 1, true))), Look::noPropertyList);
+}
+
+TEST(PropertyListBounds, KeysAreTexts) {
+  const auto dictionary = [](const std::string& key) {
+    return tks::test::plist::BinaryList{.objects = {"\xD1\x01\x02", key, "\x09"}}.build();
+  };
+  EXPECT_EQ(lookAtPropertyList(dictionary("\x51k")), Look::sound);
+  EXPECT_EQ(lookAtPropertyList(dictionary(std::string("\x61\0k", 3))), Look::sound);
+  EXPECT_EQ(lookAtPropertyList(dictionary("\x10\x05")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(dictionary("\x09")), Look::noPropertyList);
+}
+
+TEST(PropertyListBounds, AnObjectThatReachesBeyondTheObjectsIsNone) {
+  const auto object = [](std::string bytes) {
+    return tks::test::plist::BinaryList{.objects = {std::move(bytes)}}.build();
+  };
+  EXPECT_EQ(lookAtPropertyList(object("\x13xxxxxxxx")), Look::sound);
+  EXPECT_EQ(lookAtPropertyList(object("\x13xxxxxxx")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(object("\x23xxxxxxx")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(object("\x33xxxxxxx")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(object("\x53xxx")), Look::sound);
+  EXPECT_EQ(lookAtPropertyList(object("\x54xxx")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(object("\x62xxxx")), Look::sound);
+  EXPECT_EQ(lookAtPropertyList(object("\x62xxx")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(object("\x44xxx")), Look::noPropertyList);
+  EXPECT_EQ(lookAtPropertyList(object("\x5F\x13\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF")), Look::noPropertyList);
 }
 
 TEST(PropertyListBounds, DamageNeverLeadsAstray) {

@@ -435,6 +435,16 @@ TEST(PropertyLists, ALongTextMayBeReferredToOften) {
   EXPECT_EQ(value[999], TKSValue(std::string(200, 'x')));
 }
 
+TEST(PropertyLists, ALongTextReferredToOftenDoesNotFillTheMemory) {
+  // A text of a mebibyte that stands for four gibibytes.
+  const std::string text(1u << 20, 'x');
+  const BinaryList list{.objects = {"\xAF\x11\x10\x01" + std::string(0x1001, '\x01'),
+                                    "\x5F\x12" + std::string("\x00\x10\x00\x00", 4) + text}};
+  TKSError error;
+  EXPECT_TRUE(lists().parse(list.build(), &error).isNothing());
+  EXPECT_TRUE(PropertyLists::isBeyondBounds(error)) << error.description();
+}
+
 TEST(PropertyLists, OneObjectMayStandInManyPlaces) {
   const TKSData shared = BinaryList{.objects = {"\xA3\x01\x01\x02", "\xA1\x02", "\x55hello"}}.build();
   EXPECT_EQ(parsed(shared), TKSValue(TKSArray{TKSArray{"hello"}, TKSArray{"hello"}, "hello"}));
