@@ -19,6 +19,7 @@
 #include "foundation/Utf8.h"
 #include "foundation/ValueBuilder.h"
 #include "foundation/ValueNodes.h"
+#include "platform/linux/xml_reference.h"
 
 namespace tks::gnulinux::property_list {
 namespace {
@@ -35,28 +36,16 @@ std::string_view trimmed(std::string_view text) {
 
 // Scalars.
 
-bool isXmlCharacter(std::uint32_t code) {
+bool isXmlCharacter(char32_t code) {
   return code == '\t' || code == '\n' || code == '\r' || (code >= 0x20 && code <= 0xD7FF) ||
          (code >= 0xE000 && code <= 0xFFFD) || (code >= 0x10000 && code <= 0x10FFFF);
 }
 
-/// Appends the character that a reference ("amp", "#65", "#x41") stands for. False when it stands for none.
+/// Appends the character that a reference stands for. False when it stands for none.
 bool appendReference(std::string& text, std::string_view name) {
-  constexpr std::array<std::pair<std::string_view, char>, 5> kEntities = {
-      {{"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}}};
-  for (const auto& [entity, character] : kEntities) {
-    if (name != entity) continue;
-    text += character;
-    return true;
-  }
-  if (!name.starts_with('#')) return false;
-  const bool hexadecimal = name.starts_with("#x");
-  const std::string_view digits = name.substr(hexadecimal ? 2 : 1);
-  std::uint32_t code = 0;
-  const char* const end = digits.data() + digits.size();
-  const auto [stop, failure] = std::from_chars(digits.data(), end, code, hexadecimal ? 16 : 10);
-  if (failure != std::errc() || stop != end || !isXmlCharacter(code)) return false;
-  utf8::append(text, static_cast<char32_t>(code));
+  const std::optional<char32_t> character = xmlReference(name);
+  if (!character || !isXmlCharacter(*character)) return false;
+  utf8::append(text, *character);
   return true;
 }
 

@@ -13,6 +13,7 @@
 #include "tests/support/FailingAllocator.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/ForwardingFiles.h"
+#include "tests/support/NoApplications.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ZipWriter.h"
 
@@ -51,23 +52,6 @@ class PlentifulTools final : public tks::platform::SystemTools {
   tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
 };
 
-/// No applications run.
-class NoApplications final : public tks::platform::RunningApplications {
- public:
-  std::optional<TKSRunningApplication> find(std::int32_t) override { return std::nullopt; }
-  std::vector<TKSRunningApplication> list() override { return {}; }
-  bool forceTerminate(const TKSRunningApplication&) override { return false; }
-  bool terminate(const TKSRunningApplication&) override { return false; }
-  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
-    return std::nullopt;
-  }
-  bool hasLastUsedDate(std::string_view) override { return false; }
-  void terminateThisApplication() override {}
-
- private:
-  tks::platform::Replaced<tks::platform::RunningApplications> replaced_{*this};
-};
-
 /// Waits for no volume's clock to move on after a change: the package is then checked twice.
 class FilesWithoutMarks final : public ForwardingFiles {
  public:
@@ -89,7 +73,8 @@ TEST(OutOfMemoryInstalling, LeavesTheOldLauncherOrTheNewOne) {
   const TemporaryFolder folder;
   const FilesWithoutMarks files;
   const PlentifulTools tools;
-  const NoApplications applications;
+  tks::test::NoApplications none;
+  const tks::platform::Replaced<tks::platform::RunningApplications> applications(none);
   FakeSignatures signatures;
   signatures.signedBy("T4RV0K0VRA", {"Developer ID Application: Tarvo (T4RV0K0VRA)",
                                      "Developer ID Certification Authority", "Apple Root CA"});

@@ -9,6 +9,7 @@
 #include "platform/platform.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/NoApplications.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -23,7 +24,7 @@ using tks::test::TemporaryFolder;
 using tks::test::writeFile;
 
 /// Running applications that a test makes up.
-class FakeApplications final : public tks::platform::RunningApplications {
+class FakeApplications final : public tks::test::NoApplications {
  public:
   std::vector<TKSRunningApplication> running;
   std::vector<std::int32_t> ended;
@@ -43,11 +44,6 @@ class FakeApplications final : public tks::platform::RunningApplications {
     return true;
   }
   bool terminate(const TKSRunningApplication& application) override { return forceTerminate(application); }
-  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
-    return std::nullopt;
-  }
-  bool hasLastUsedDate(std::string_view) override { return false; }
-  void terminateThisApplication() override {}
 };
 
 /// A clock on which waiting takes no time.

@@ -12,6 +12,7 @@
 
 #include "tests/install/InstallTest.h"
 #include "tests/support/ForwardingFiles.h"
+#include "tests/support/NoApplications.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/Unprivileged.h"
@@ -610,19 +611,12 @@ TEST_F(FailedInstallation, IsNoneWhileTheOldLauncherRuns) {
 }
 
 TEST_F(FailedInstallation, WhileALauncherRunsThatCannotBeEndedSaysSo) {
-  class Unkillable final : public tks::platform::RunningApplications {
+  class Unkillable final : public tks::test::NoApplications {
    public:
     std::optional<TKSRunningApplication> find(std::int32_t) override { return list().front(); }
     std::vector<TKSRunningApplication> list() override {
       return {{4711, std::string(TKSAppBundleID), "Tarvo Kovra Start", "/elsewhere/Tarvo Kovra Start.app", 1}};
     }
-    bool forceTerminate(const TKSRunningApplication&) override { return false; }
-    bool terminate(const TKSRunningApplication&) override { return false; }
-    std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
-      return std::nullopt;
-    }
-    bool hasLastUsedDate(std::string_view) override { return false; }
-    void terminateThisApplication() override {}
   };
   Unkillable applications;
   const tks::platform::Replaced<tks::platform::RunningApplications> replaced(applications);

@@ -20,6 +20,7 @@
 #include "tests/support/Frames.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/MemoryChannels.h"
+#include "tests/support/NoApplications.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tks::test {
@@ -71,7 +72,7 @@ class PlayedBundles final : public platform::Bundles {
 };
 
 /// Launcher processes that are numbered and nothing else.
-class PlayedProcesses final : public platform::ChildProcesses, public platform::RunningApplications {
+class PlayedProcesses final : public platform::ChildProcesses, public NoApplications {
  public:
   struct Process {
     platform::ChildRequest request;
@@ -108,14 +109,6 @@ class PlayedProcesses final : public platform::ChildProcesses, public platform::
     if (!runs || hidden_) return std::nullopt;
     return TKSRunningApplication{pid, "com.tarvo.kovra.Tarvo-Kovra-Start", "Tarvo Kovra Start", "/Users/jane/A.app", 1};
   }
-  std::vector<TKSRunningApplication> list() override { return {}; }
-  bool forceTerminate(const TKSRunningApplication&) override { return false; }
-  bool terminate(const TKSRunningApplication&) override { return false; }
-  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
-    return std::nullopt;
-  }
-  bool hasLastUsedDate(std::string_view) override { return false; }
-  void terminateThisApplication() override {}
 
   // What the test does and sees.
 

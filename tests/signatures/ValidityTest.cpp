@@ -77,13 +77,8 @@ const Situation kOfAnIntactApp[] = {
 
 class AnApp : public ::testing::Test {
  protected:
-  TemporaryFolder folder;
-};
-
-TEST_F(AnApp, InEachSituationHasThePlatformsStatus) {
-  const std::string master = makeApp(folder / "master/A.app", tks::signing::makeImage({}));
-  signAs(master);
-  for (const Situation& situation : kOfAnIntactApp) {
+  /// The status of a copy of `master` that was brought into the situation.
+  void expectIn(const Situation& situation, const std::string& master) {
     const std::string app = folder / "A.app";
     fs::remove_all(app);
     fs::copy(master, app, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
@@ -91,6 +86,14 @@ TEST_F(AnApp, InEachSituationHasThePlatformsStatus) {
     std::string details;
     EXPECT_EQ(statusOf(app, &details), situation.status) << situation.name << ": " << details;
   }
+
+  TemporaryFolder folder;
+};
+
+TEST_F(AnApp, InEachSituationHasThePlatformsStatus) {
+  const std::string master = makeApp(folder / "master/A.app", tks::signing::makeImage({}));
+  signAs(master);
+  for (const Situation& situation : kOfAnIntactApp) expectIn(situation, master);
 }
 
 TEST_F(AnApp, WithAnotherKindOfExecutableHasThePlatformsStatusAsWell) {
@@ -118,14 +121,7 @@ TEST_F(AnApp, WithAnotherKindOfExecutableHasThePlatformsStatusAsWell) {
       {"entitlements that nobody sealed", 0,
        [&](const std::string& app) { writeFile(app + parts + "CodeEntitlements", "x"); }},
   };
-  for (const Situation& situation : situations) {
-    const std::string app = folder / "A.app";
-    fs::remove_all(app);
-    fs::copy(master, app, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    situation.damage(app);
-    std::string details;
-    EXPECT_EQ(statusOf(app, &details), situation.status) << situation.name << ": " << details;
-  }
+  for (const Situation& situation : situations) expectIn(situation, master);
 }
 
 TEST_F(AnApp, IsJudgedByItsSigner) {

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "foundation/Utf8.h"
+#include "platform/linux/xml_reference.h"
 #include "platform/platform.h"
 
 namespace tks::codesign {
@@ -91,41 +93,11 @@ class Characters {
   std::uint64_t offset_ = 0;
 };
 
-void appendUtf8(std::string& text, std::uint32_t code) {
-  const auto put = [&](std::uint32_t byte) { text += static_cast<char>(byte); };
-  if (code < 0x80) {
-    put(code);
-  } else if (code < 0x800) {
-    put(0xC0 | code >> 6);
-    put(0x80 | (code & 0x3F));
-  } else if (code < 0x10000) {
-    put(0xE0 | code >> 12);
-    put(0x80 | (code >> 6 & 0x3F));
-    put(0x80 | (code & 0x3F));
-  } else {
-    put(0xF0 | code >> 18);
-    put(0x80 | (code >> 12 & 0x3F));
-    put(0x80 | (code >> 6 & 0x3F));
-    put(0x80 | (code & 0x3F));
-  }
-}
-
+/// What a signature is checked against is read as loosely as its own maker reads it: any character but none.
 bool appendReference(std::string& text, std::string_view name) {
-  constexpr std::pair<std::string_view, char> kEntities[] = {
-      {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
-  for (const auto& [entity, character] : kEntities) {
-    if (name != entity) continue;
-    text += character;
-    return true;
-  }
-  if (!name.starts_with('#')) return false;
-  const bool hexadecimal = name.starts_with("#x");
-  const std::string_view digits = name.substr(hexadecimal ? 2 : 1);
-  std::uint32_t code = 0;
-  const char* end = digits.data() + digits.size();
-  const auto [stop, failure] = std::from_chars(digits.data(), end, code, hexadecimal ? 16 : 10);
-  if (failure != std::errc() || stop != end || code == 0 || code > 0x10FFFF) return false;
-  appendUtf8(text, code);
+  const std::optional<char32_t> character = gnulinux::xmlReference(name);
+  if (!character || *character == 0 || *character > 0x10FFFF) return false;
+  utf8::append(text, *character);
   return true;
 }
 
