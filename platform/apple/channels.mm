@@ -41,9 +41,10 @@ bool isReady(int descriptor, short events) {
 using SharedDescriptor = std::shared_ptr<const posix::FileDescriptor>;
 using Callback = std::shared_ptr<const std::function<void()>>;
 
-/// A source that calls `ready` on the main queue. It keeps the descriptor open until the system has let go of it.
-dispatch_source_t makeSource(dispatch_source_type_t type, const SharedDescriptor& descriptor, unsigned long mask,
-                             const Callback& ready) {
+/// A source that calls `ready` on the main queue. It keeps the descriptor open until the system has let go of it. Both
+/// are taken by value, for a block would keep no more than the address of a reference's object.
+dispatch_source_t makeSource(dispatch_source_type_t type, SharedDescriptor descriptor, unsigned long mask,
+                             Callback ready) {
   const auto handle = descriptor ? static_cast<uintptr_t>(descriptor->get()) : 0;
   dispatch_source_t source = dispatch_source_create(type, handle, mask, dispatch_get_main_queue());
   if (source == nil) return nil;
@@ -103,9 +104,9 @@ class PipeSource final : public ByteSource {
     if (into.empty() || !isReady(descriptor_->get(), POLLIN)) return transfer;
     const ssize_t count = posix::retried([&] { return ::read(descriptor_->get(), into.data(), into.size()); });
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return transfer;
+    if (count < 0) transfer = failed("read", "standard input");
     if (count <= 0) watch_.stop();
-    if (count < 0) return failed("read", "standard input");
-    transfer.count = static_cast<std::size_t>(count);
+    transfer.count = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
     transfer.end = count == 0;
     return transfer;
   }
@@ -143,8 +144,8 @@ class PipeSink final : public ByteSink {
       if (count < 0) {
         // What was moved is told first; the next write gives the error again.
         if (transfer.count > 0) return transfer;
-        transfer.error = posix::posixError(errno, "write", "standard output");
         transfer.end = errno == EPIPE;
+        transfer.error = posix::posixError(errno, "write", "standard output");
         return transfer;
       }
       transfer.count += static_cast<std::size_t>(count);
