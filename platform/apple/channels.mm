@@ -51,7 +51,7 @@ dispatch_source_t makeSource(dispatch_source_type_t type, SharedDescriptor descr
   dispatch_source_set_event_handler(source, ^{
     // The callback may destroy whoever holds it: keep it alive until it returns.
     const Callback kept = ready;
-    apple::runGuarded(*kept);
+    apple::runGuarded("watched descriptor", *kept);
   });
   dispatch_source_set_cancel_handler(source, ^{
     const SharedDescriptor kept = descriptor;
@@ -170,7 +170,7 @@ class PipeSink final : public ByteSink {
     const SharedDescriptor descriptor = descriptor_;
     dispatch_source_set_event_handler(source, ^{
       const Callback kept = once;
-      apple::runGuarded(*kept);
+      apple::runGuarded("watched descriptor", *kept);
     });
     dispatch_source_set_cancel_handler(source, ^{
       const SharedDescriptor kept = descriptor;

@@ -97,7 +97,7 @@ class AppleDownload final : public Download {
         DownloadResult refused;
         refused.error = TKSError{"NSURLErrorDomain", NSURLErrorUnsupportedURL, "unsupported URL"};
         dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
-          apple::runGuarded([&] { done(refused); });
+          apple::runGuarded("download", [&] { done(refused); });
         });
         return;
       }
@@ -110,7 +110,8 @@ class AppleDownload final : public Download {
           downloadTaskWithRequest:prepared
                 completionHandler:^(NSURL* location, NSURLResponse* response, NSError* failure) {
                   bound->stop();
-                  apple::runGuarded([&] { done(resultOf(location, response, failure, limit, bound->exceeded())); });
+                  apple::runGuarded("download",
+                                    [&] { done(resultOf(location, response, failure, limit, bound->exceeded())); });
                 }];
       // Before the task runs: what ends it also ends this.
       bound->start(task, limit);

@@ -2,24 +2,18 @@
 
 #import <Foundation/Foundation.h>
 
-#include <exception>
 #include <functional>
+#include <string_view>
 
-#include <tksinterface/TKSILog.h>
+#include "foundation/Logging.h"
 
 namespace tks::platform::apple {
 
 /// Runs one piece of work that the system calls; nothing leaves it, neither a C++ exception nor one of the frameworks.
-template <class Work>
-void runGuarded(const Work& work) {
+/// `name` names the work in the line about what it threw.
+inline void runGuarded(std::string_view name, const std::function<void()>& work) {
   @autoreleasepool {
-    try {
-      work();
-    } catch (const std::exception& exception) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Work on a queue threw an exception: %@", exception.what());
-    } catch (...) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Work on a queue threw an exception: %@", "unknown");
-    }
+    callHost(name, work);
   }
 }
 

@@ -1,10 +1,14 @@
 #import <Foundation/Foundation.h>
 
+#include <algorithm>
 #include <atomic>
+#include <memory>
+#include <mutex>
 #include <utility>
 
 #include <tksinterface/TKSILog.h>
 
+#include "foundation/Logging.h"
 #include "platform/apple/guarded.h"
 #include "platform/backend.h"
 #include "platform/main_loop.h"
@@ -14,24 +18,47 @@ namespace {
 
 using apple::runGuarded;
 
-/// A dispatch timer that fires once. Its handler and the cancelling both run on the main queue, so that nothing fires
-/// after it was destroyed there.
+/// What a timer has still to do. Taken when the timer fires or is destroyed, whatever comes first; it is released at
+/// once then, while libdispatch lets go of the timer's handler later.
+class PendingWork {
+ public:
+  explicit PendingWork(std::function<void()> work) : work_(std::move(work)) {}
+  std::function<void()> take() {
+    const std::lock_guard lock(mutex_);
+    return tks::take(work_);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::function<void()> work_;
+};
+
+/// A dispatch timer that fires once.
 class AppleTimer final : public MainLoop::Timer {
  public:
   AppleTimer(std::chrono::milliseconds delay, std::function<void()> work)
-      : source_(dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_main_queue())) {
-    const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count();
-    dispatch_source_set_timer(source_, dispatch_time(DISPATCH_TIME_NOW, nanoseconds), DISPATCH_TIME_FOREVER, 0);
+      : work_(std::make_shared<PendingWork>(std::move(work))),
+        source_(dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_main_queue())) {
+    const std::chrono::nanoseconds wait = std::min<std::chrono::milliseconds>(delay, kLongestDelay);
+    dispatch_source_set_timer(source_, dispatch_time(DISPATCH_TIME_NOW, wait.count()), DISPATCH_TIME_FOREVER, 0);
     dispatch_source_t source = source_;
+    const std::shared_ptr<PendingWork> pending = work_;
     dispatch_source_set_event_handler(source_, ^{
       dispatch_source_cancel(source);
-      runGuarded(work);
+      runGuarded("timer", pending->take());
     });
     dispatch_resume(source_);
   }
-  ~AppleTimer() override { dispatch_source_cancel(source_); }
+  ~AppleTimer() override {
+    dispatch_source_cancel(source_);
+    work_->take();
+  }
 
  private:
+  /// What is later never comes; in nanoseconds it would not fit.
+  static constexpr std::chrono::hours kLongestDelay{24 * 365 * 100};
+
+  std::shared_ptr<PendingWork> work_;
   dispatch_source_t source_;
 };
 
@@ -39,7 +66,7 @@ class AppleMainLoop final : public MainLoop {
  public:
   void post(std::function<void()> work) override {
     dispatch_async(dispatch_get_main_queue(), ^{
-      runGuarded(work);
+      runGuarded("posted work", work);
     });
   }
 
@@ -50,7 +77,7 @@ class AppleMainLoop final : public MainLoop {
   bool isMainThread() override { return [NSThread isMainThread]; }
 
   void run() override {
-    if (!enter()) return;
+    if (!enter("run")) return;
     while (!stopped_.exchange(false)) {
       @autoreleasepool {
         CFRunLoopRunInMode(kCFRunLoopDefaultMode, 1.0e10, /*returnAfterSourceHandled=*/true);
@@ -61,27 +88,41 @@ class AppleMainLoop final : public MainLoop {
 
   void stop() override {
     stopped_ = true;
-    CFRunLoopStop(CFRunLoopGetMain());
-    CFRunLoopWakeUp(CFRunLoopGetMain());
+    // Wakes `run`, also when it is just about to wait. A host's own run of the loop goes on.
+    dispatch_async(dispatch_get_main_queue(), ^{
+                   });
   }
 
   /// The main run loop has no descriptor of its own; hosts on macOS run it anyway.
   int descriptor() override { return -1; }
 
   void drain() override {
-    if (!enter()) return;
-    @autoreleasepool {
-      while (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, /*returnAfterSourceHandled=*/true) ==
-             kCFRunLoopRunHandledSource) {
+    if (!enter("drain")) return;
+    // What is posted from now on is left for the next call.
+    __block bool isDone = false;
+    dispatch_async(dispatch_get_main_queue(), ^{
+      isDone = true;
+    });
+    for (int turn = 0; !isDone && turn < kMostTurns; ++turn) {
+      @autoreleasepool {
+        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, /*returnAfterSourceHandled=*/true);
       }
     }
     working_ = false;
   }
 
  private:
-  bool enter() {
+  /// Turns of the run loop may go to other things than the main queue, and inside of the main queue's work none does.
+  static constexpr int kMostTurns = 100;
+
+  bool enter(const char* what) {
+    if (!isMainThread()) {
+      TKSILog::logWithLevel(TKSILogLevelError, "Main loop belongs to the main thread, '%@' does nothing elsewhere.",
+                            what);
+      return false;
+    }
     if (!working_.exchange(true)) return true;
-    TKSILog::logWithLevel(TKSILogLevelError, "The main loop is being run or drained already.");
+    TKSILog::logWithLevel(TKSILogLevelError, "Main loop is being run or drained already, '%@' does nothing.", what);
     return false;
   }
 
@@ -93,7 +134,7 @@ class AppleBackgroundWork final : public BackgroundWork {
  public:
   void submit(std::function<void()> work) override {
     dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
-      runGuarded(work);
+      runGuarded("background work", work);
     });
   }
 };
