@@ -18,67 +18,31 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "tests/platform/ChildProcessesTest.h"
 #include "tests/support/FakeLauncher.h"
 #include "tests/support/FreshProcess.h"
-#include "tests/support/HostLoop.h"
-#include "tests/support/InjectedSystemCall.h"
 #include "tests/support/ProcessFacts.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
 
-using tks::gnulinux::SystemCalls;
 using tks::platform::ChildEnd;
 using tks::platform::childProcesses;
 using tks::platform::ChildRequest;
+using tks::test::Child;
+using tks::test::ChildProcesses;
 using tks::test::children;
 using tks::test::drainUntil;
 using tks::test::FakeLauncher;
-using tks::test::InjectedSystemCall;
+using tks::test::numbers;
 using tks::test::openDescriptors;
-using tks::test::refusing;
+using tks::test::pieces;
 using tks::test::waitUntil;
 
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-std::vector<std::string> pieces(const std::string& text, char end) {
-  std::vector<std::string> found;
-  std::istringstream stream(text);
-  for (std::string piece; std::getline(stream, piece, end);) found.push_back(piece);
-  return found;
-}
-
-/// Numbers of the descriptors in a launcher's report.
-std::vector<std::string> numbers(const std::string& report) {
-  std::vector<std::string> found;
-  for (const std::string& line : pieces(report, '\n')) found.push_back(line.substr(0, line.find(' ')));
-  return found;
-}
-
-/// A child and what is told of its end.
-struct Child {
-  bool start(const std::string& executable, std::vector<std::string> arguments = {}) {
-    ChildRequest request{executable, std::move(arguments), false};
-    pid = childProcesses().start(
-        request, [this](ChildEnd how) { ends.push_back(how); }, &error);
-    return pid > 0;
-  }
-  bool waitForEnd(std::chrono::milliseconds limit = std::chrono::seconds(10)) {
-    return drainUntil([this] { return !ends.empty(); }, limit);
-  }
-
-  std::int32_t pid = 0;
-  TKSError error;
-  std::vector<ChildEnd> ends;
-};
-
-class ChildProcesses : public ::testing::Test {
- protected:
-  ChildProcesses() { TKSMainLoop::descriptor(); }  // so that its descriptors do not count as new ones
-};
 
 TEST_F(ChildProcesses, ArgumentsArriveByteForByte) {
   const FakeLauncher launcher({"--dump-arguments", "arguments", "--exit", "0"});
@@ -234,45 +198,6 @@ TEST_F(ChildProcesses, TheEndIsNoticedWhenTheHostCollectsAllChildrenItself) {
   reaper.join();
 }
 
-TEST_F(ChildProcesses, TheEndIsNoticedWithoutDescriptorsOfProcesses) {
-  const FakeLauncher launcher({"--exit", "3"});
-  const auto expectEnd = [&] {
-    Child child;
-    ASSERT_TRUE(child.start(launcher.executable()));
-    ASSERT_TRUE(child.waitForEnd(std::chrono::seconds(2)));
-    EXPECT_EQ(child.ends[0].how, ChildEnd::How::exited);
-    EXPECT_EQ(child.ends[0].number, 3);
-    EXPECT_THAT(children(), IsEmpty());
-  };
-  {
-    const InjectedSystemCall olderKernel(&SystemCalls::cloneDescriptorFlag, 0);
-    expectEnd();
-  }
-  const InjectedSystemCall olderKernel(&SystemCalls::cloneDescriptorFlag, 0);
-  {
-    const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
-    expectEnd();
-  }
-  {
-    const InjectedSystemCall filter(&SystemCalls::pidfdOpen, refusing<EPERM>);
-    expectEnd();
-  }
-  const InjectedSystemCall noneLeft(&SystemCalls::pidfdOpen, refusing<EMFILE>);
-  expectEnd();
-}
-
-TEST_F(ChildProcesses, TheEndOfAChildThatSomebodyElseCollectsIsNoticedWithoutDescriptorsToo) {
-  TKS_IN_FRESH_PROCESS();
-  ::signal(SIGCHLD, SIG_IGN);
-  const InjectedSystemCall olderKernel(&SystemCalls::cloneDescriptorFlag, 0);
-  const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
-  const FakeLauncher launcher({"--exit", "3"});
-  Child child;
-  ASSERT_TRUE(child.start(launcher.executable()));
-  ASSERT_TRUE(child.waitForEnd(std::chrono::seconds(2)));
-  EXPECT_EQ(child.ends[0].how, ChildEnd::How::unknown);
-}
-
 TEST_F(ChildProcesses, AChildSeesThreeDescriptorsHoweverManyTheHostHas) {
   TKS_IN_FRESH_PROCESS();
   if (!tks::test::holdManyDescriptors()) GTEST_SKIP() << "no room for so many descriptors";
@@ -280,29 +205,6 @@ TEST_F(ChildProcesses, AChildSeesThreeDescriptorsHoweverManyTheHostHas) {
   Child child;
   ASSERT_TRUE(child.start(launcher.executable()));
   EXPECT_THAT(numbers(launcher.report("descriptors")), ElementsAre("0", "1", "2"));
-}
-
-TEST_F(ChildProcesses, AChildSeesThreeDescriptorsWhereTheyCannotBeClosedAtOnce) {
-  TKS_IN_FRESH_PROCESS();
-  if (!tks::test::holdManyDescriptors()) GTEST_SKIP() << "no room for so many descriptors";
-  const FakeLauncher launcher({"--dump-descriptors", "descriptors", "--exit", "0"});
-  const auto expectThree = [&] {
-    std::filesystem::remove(launcher.file("descriptors"));
-    Child child;
-    ASSERT_TRUE(child.start(launcher.executable())) << child.error.description();
-    EXPECT_THAT(numbers(launcher.report("descriptors")), ElementsAre("0", "1", "2"));
-    EXPECT_TRUE(child.waitForEnd());
-  };
-  {
-    const InjectedSystemCall oldKernel(&SystemCalls::closeRange, refusing<ENOSYS>);
-    expectThree();
-  }
-  {
-    const InjectedSystemCall withoutTheFlag(&SystemCalls::closeRange, refusing<EINVAL>);
-    expectThree();
-  }
-  const InjectedSystemCall filter(&SystemCalls::closeRange, refusing<EPERM>);
-  expectThree();
 }
 
 TEST_F(ChildProcesses, AChildHasDefaultSignalsAndAnEmptyMask) {
@@ -317,15 +219,10 @@ TEST_F(ChildProcesses, AChildHasDefaultSignalsAndAnEmptyMask) {
     ::signal(ignored, SIG_IGN);
   }
   ::signal(SIGWINCH, [](int) {});
-  const FakeLauncher launcher({"--dump-status", "status", "--exit", "0"});
+  const FakeLauncher launcher({"--dump-signals", "signals", "--exit", "0"});
   Child child;
   ASSERT_TRUE(child.start(launcher.executable()));
-  const std::string status = launcher.report("status");
-  EXPECT_THAT(status, HasSubstr("SigBlk:\t0000000000000000\n"));
-  const std::size_t ignored = status.find("SigIgn:\t");
-  ASSERT_NE(ignored, std::string::npos);
-  constexpr std::uint64_t kStandardSignals = 0x7FFFFFFF;
-  EXPECT_EQ(std::stoull(status.substr(ignored + 8, 16), nullptr, 16) & kStandardSignals, 0u) << status;
+  EXPECT_EQ(launcher.report("signals"), "");
 }
 
 TEST_F(ChildProcesses, AChildHasTheEnvironmentOfTheHost) {

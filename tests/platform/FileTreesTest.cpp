@@ -15,8 +15,8 @@
 
 #include "platform/files.h"
 #include "platform/platform.h"
+#include "tests/platform/FileTreesTest.h"
 #include "tests/support/ChildProcess.h"
-#include "tests/support/InjectedSystemCall.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
@@ -25,11 +25,10 @@
 namespace {
 
 namespace fs = std::filesystem;
-using tks::gnulinux::SystemCalls;
 using tks::platform::files;
 using tks::test::contentOf;
-using tks::test::InjectedSystemCall;
-using tks::test::refusing;
+using tks::test::Exchanging;
+using tks::test::FileTrees;
 using tks::test::TemporaryFolder;
 using tks::test::writeFile;
 
@@ -81,19 +80,6 @@ bool anotherVolume(const std::string& one, const std::string& other) {
   struct stat second {};
   return ::stat(one.c_str(), &first) == 0 && ::stat(other.c_str(), &second) == 0 && first.st_dev != second.st_dev;
 }
-
-class FileTrees : public ::testing::Test {
- protected:
-  void TearDown() override {
-    if (fs::exists(folder / "tree/Contents/Resources")) {
-      fs::permissions(folder / "tree/Contents/Resources", fs::perms(0755));
-    }
-    EXPECT_EQ(tks::test::openDescriptors(), descriptors);
-  }
-  TemporaryFolder folder;
-  TKSError error;
-  const std::set<int> descriptors = tks::test::openDescriptors();
-};
 
 TEST_F(FileTrees, AFileALinkAndAnEmptyFolderAreRemoved) {
   writeFile(folder / "file", "x");
@@ -289,37 +275,12 @@ TEST_F(FileTrees, NothingIsMovedOverWhatExists) {
   writeFile(folder / "there", "old");
   fs::create_directory(folder / "emptyFolder");
   fs::create_directory(folder / "otherFolder");
-  const auto expectRefused = [&] {
-    EXPECT_FALSE(files().move(folder / "file", folder / "there", &error));
-    EXPECT_EQ(error, (TKSError{"NSPOSIXErrorDomain", EEXIST, "move to \"" + (folder / "there") + "\": File exists"}));
-    EXPECT_FALSE(files().move(folder / "otherFolder", folder / "emptyFolder", &error));
-    EXPECT_EQ(error.code, EEXIST);
-    EXPECT_EQ(contentOf(folder / "there"), "old");
-    EXPECT_EQ(contentOf(folder / "file"), "new");
-  };
-  expectRefused();
-  const InjectedSystemCall oldKernel(&SystemCalls::renameat2, refusing<ENOSYS>);
-  expectRefused();
-}
-
-TEST_F(FileTrees, MovingWorksWhereTheSystemCallIsRefused) {
-  const auto expectMoved = [&] {
-    writeFile(folder / "file", "x");
-    EXPECT_TRUE(files().move(folder / "file", folder / "moved", &error)) << error.description();
-    EXPECT_EQ(contentOf(folder / "moved"), "x");
-    EXPECT_FALSE(fs::exists(folder / "file"));
-    fs::remove(folder / "moved");
-  };
-  {
-    const InjectedSystemCall oldKernel(&SystemCalls::renameat2, refusing<ENOSYS>);
-    expectMoved();
-  }
-  {
-    const InjectedSystemCall simpleVolume(&SystemCalls::renameat2, refusing<EINVAL>);
-    expectMoved();
-  }
-  const InjectedSystemCall filter(&SystemCalls::renameat2, refusing<EPERM>);
-  expectMoved();
+  EXPECT_FALSE(files().move(folder / "file", folder / "there", &error));
+  EXPECT_EQ(error, (TKSError{"NSPOSIXErrorDomain", EEXIST, "move to \"" + (folder / "there") + "\": File exists"}));
+  EXPECT_FALSE(files().move(folder / "otherFolder", folder / "emptyFolder", &error));
+  EXPECT_EQ(error.code, EEXIST);
+  EXPECT_EQ(contentOf(folder / "there"), "old");
+  EXPECT_EQ(contentOf(folder / "file"), "new");
 }
 
 TEST_F(FileTrees, MovingWhatIsNotThereNamesTheSource) {
@@ -327,41 +288,11 @@ TEST_F(FileTrees, MovingWhatIsNotThereNamesTheSource) {
   EXPECT_EQ(error.localizedDescription, "move \"" + (folder / "missing") + "\": No such file or directory");
 }
 
-class Exchanging : public FileTrees {
- protected:
-  void SetUp() override {
-    writeFile(folder / "new/file", "new");
-    writeFile(folder / "old/file", "old");
-  }
-  void expectExchanged() {
-    EXPECT_TRUE(files().exchange(folder / "new", folder / "old/", &error)) << error.description();
-    EXPECT_EQ(contentOf(folder / "new/file"), "old");
-    EXPECT_EQ(contentOf(folder / "old/file"), "new");
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path()), fs::directory_iterator()), 2);
-  }
-};
-
 TEST_F(Exchanging, GivesEitherThePlaceOfTheOther) { expectExchanged(); }
-
-TEST_F(Exchanging, WorksWhereTheSystemCannotDoItInOneStep) {
-  {
-    const InjectedSystemCall old(&SystemCalls::renameat2, refusing<ENOSYS>);
-    expectExchanged();
-    fs::rename(folder / "new", folder / "x");
-    fs::rename(folder / "old", folder / "new");
-    fs::rename(folder / "x", folder / "old");
-  }
-  const InjectedSystemCall filter(&SystemCalls::renameat2, refusing<EPERM>);
-  expectExchanged();
-}
 
 TEST_F(Exchanging, WithWhatIsNotThereLeavesTheOther) {
   EXPECT_FALSE(files().exchange(folder / "new", folder / "missing", &error));
   EXPECT_EQ(error.code, ENOENT);
-  EXPECT_EQ(contentOf(folder / "new/file"), "new");
-  const InjectedSystemCall call(&SystemCalls::renameat2, refusing<ENOSYS>);
-  EXPECT_FALSE(files().exchange(folder / "new", folder / "missing", &error));
-  EXPECT_EQ(error.localizedDescription, "exchange \"" + (folder / "missing") + "\": No such file or directory");
   EXPECT_EQ(contentOf(folder / "new/file"), "new");
 }
 

@@ -202,12 +202,6 @@ TEST_F(Files, ReadingBeyondTheLimitIsAnError) {
   expectError(EFBIG, "read \"" + (folder / "file") + "\": File too large");
 }
 
-TEST_F(Files, FilesThatAnnounceNoSizeAreReadAsWell) {
-  const std::optional<TKSData> content = files().read("/proc/self/status", 1 << 20, &error);
-  ASSERT_TRUE(content);
-  EXPECT_THAT(text(content), ::testing::HasSubstr("\nPid:"));
-}
-
 TEST_F(Files, ReadingWhatIsNoRegularFileFailsAtOnce) {
   ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
   EXPECT_FALSE(files().read(folder / "fifo", 100, &error));

@@ -15,54 +15,26 @@
 
 #include "platform/child_processes.h"
 #include "platform/platform.h"
+#include "tests/platform/RunningApplicationsTest.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FakeLauncher.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
-#include "tests/support/InjectedSystemCall.h"
 #include "tests/support/ProcessState.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using tks::gnulinux::SystemCalls;
 using tks::platform::runningApplications;
 using tks::test::ChildProcess;
 using tks::test::FakeLauncher;
-using tks::test::InjectedSystemCall;
-using tks::test::refusing;
+using tks::test::RunningApplications;
+using tks::test::Started;
 using tks::test::waitUntil;
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
-
-/// A launcher that was started by somebody and waits.
-struct Started {
-  explicit Started(const FakeLauncher& launcher)
-      : process(ChildProcess::run(launcher.executable(), {}, {"TKS_FAKE_LAUNCHER=--script wait"})) {
-    waitUntil([&] { return !launcher.processes().empty(); });
-  }
-  std::int32_t pid() const { return process.pid(); }
-  ChildProcess process;
-};
-
-class RunningApplications : public ::testing::Test {
- protected:
-  RunningApplications() { tks::test::writeFile(launcher.file("wait"), "sleep 100s\n"); }
-  void writeInformation(const std::string& keys) {
-    tks::test::writeFile(launcher.bundle() + "/Contents/Info.plist",
-                         "<plist version=\"1.0\"><dict>" + keys + "</dict></plist>");
-  }
-  /// All that run from a launcher's bundle. Other tests may be running launchers of their own.
-  static std::vector<TKSRunningApplication> listed(const FakeLauncher& one) {
-    std::vector<TKSRunningApplication> found = runningApplications().list();
-    std::erase_if(found, [&](const TKSRunningApplication& each) { return each.bundlePath != one.bundle(); });
-    return found;
-  }
-  FakeLauncher launcher;
-  TKSError error;
-};
 
 TEST_F(RunningApplications, AProcessOfABundleIsFoundWithWhatTheBundleSays) {
   const Started started(launcher);
@@ -154,12 +126,7 @@ TEST_F(RunningApplications, TerminationIsPolite) {
   launcher.setSwitches({"--wont-die"});
   tks::test::writeFile(launcher.file("ready"), "send {}\nsleep 100s\n");
   Started stubborn(launcher);
-  const auto ignoresTermination = [&] {
-    const std::string status = tks::test::contentOf("/proc/" + std::to_string(stubborn.pid()) + "/status");
-    const std::size_t at = status.find("SigIgn:\t");
-    return at != std::string::npos && (std::stoull(status.substr(at + 8, 16), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
-  };
-  ASSERT_TRUE(waitUntil(ignoresTermination));
+  ASSERT_TRUE(waitUntil([&] { return tks::test::ignoresSignal(stubborn.pid(), SIGTERM); }));
   EXPECT_TRUE(runningApplications().terminate(*runningApplications().find(stubborn.pid())));
   EXPECT_TRUE(runningApplications().find(stubborn.pid())) << "it does not want to";
   launcher.setSwitches({});
@@ -170,16 +137,11 @@ TEST_F(RunningApplications, TerminationIsPolite) {
 
 TEST_F(RunningApplications, AProcessThatOnlyHasTheSameIdentifierIsLeftAlone) {
   const Started started(launcher);
-  const auto expectLeftAlone = [&] {
-    TKSRunningApplication earlier = *runningApplications().find(started.pid());
-    earlier.startTime -= 1;
-    EXPECT_FALSE(runningApplications().forceTerminate(earlier));
-    EXPECT_FALSE(runningApplications().terminate(earlier));
-    EXPECT_TRUE(runningApplications().find(started.pid()));
-  };
-  expectLeftAlone();
-  const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
-  expectLeftAlone();
+  TKSRunningApplication earlier = *runningApplications().find(started.pid());
+  earlier.startTime -= 1;
+  EXPECT_FALSE(runningApplications().forceTerminate(earlier));
+  EXPECT_FALSE(runningApplications().terminate(earlier));
+  EXPECT_TRUE(runningApplications().find(started.pid()));
 }
 
 TEST_F(RunningApplications, NothingIsSignalledWithoutAProcessIdentifier) {
@@ -189,20 +151,6 @@ TEST_F(RunningApplications, NothingIsSignalledWithoutAProcessIdentifier) {
     EXPECT_FALSE(runningApplications().forceTerminate(none));
     EXPECT_FALSE(runningApplications().terminate(none));
   }
-}
-
-TEST_F(RunningApplications, EndWithoutDescriptorsOfProcessesAsWell) {
-  const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
-  Started first(launcher);
-  EXPECT_TRUE(runningApplications().forceTerminate(*runningApplications().find(first.pid())));
-  EXPECT_EQ(first.process.wait(), 128 + SIGKILL);
-}
-
-TEST_F(RunningApplications, EndWhereProcessesCannotBeSignalledByDescriptor) {
-  const InjectedSystemCall oldKernel(&SystemCalls::pidfdSendSignal, refusing<ENOSYS>);
-  Started started(launcher);
-  EXPECT_TRUE(runningApplications().forceTerminate(*runningApplications().find(started.pid())));
-  EXPECT_EQ(started.process.wait(), 128 + SIGKILL);
 }
 
 TEST_F(RunningApplications, LaunchingStartsANewInstanceInASessionOfItsOwn) {

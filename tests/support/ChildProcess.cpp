@@ -8,10 +8,11 @@
 
 #include <array>
 #include <cerrno>
-#include <filesystem>
 #include <map>
 #include <stdexcept>
 #include <utility>
+
+#include "tests/support/ProcessTable.h"
 
 extern char** environ;
 
@@ -60,7 +61,7 @@ std::optional<int> ChildRole::play(int argc, char** argv) {
   return role->second(Arguments(argv + 2, argv + argc));
 }
 
-std::string ownExecutable() { return std::filesystem::read_symlink("/proc/self/exe"); }
+std::string ownExecutable() { return executableOf(::getpid()); }
 
 ChildProcess ChildProcess::inRole(std::string_view role, Arguments arguments, const Arguments& environment) {
   arguments.insert(arguments.begin(), std::string(kSwitch).append(role));

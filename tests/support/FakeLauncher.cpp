@@ -1,11 +1,7 @@
 #include "tests/support/FakeLauncher.h"
 
 #include <signal.h>
-#include <unistd.h>
 
-#include <array>
-#include <climits>
-#include <cstdlib>
 #include <filesystem>
 
 #include "tests/support/ProcessState.h"
@@ -14,12 +10,6 @@ namespace tks::test {
 namespace {
 
 constexpr const char* kName = "Tarvo Kovra Start";
-
-std::string executableOf(const std::string& process) {
-  std::array<char, PATH_MAX> target;
-  const ssize_t size = ::readlink(("/proc/" + process + "/exe").c_str(), target.data(), target.size());
-  return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
-}
 
 }  // namespace
 
@@ -47,9 +37,8 @@ std::string FakeLauncher::report(std::string_view name) const {
 
 std::vector<int> FakeLauncher::processes() const {
   std::vector<int> found;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-    const std::string name = entry.path().filename();
-    if (executableOf(name).starts_with(executable_)) found.push_back(std::atoi(name.c_str()));
+  for (const int process : allProcesses()) {
+    if (executableOf(process).starts_with(executable_)) found.push_back(process);
   }
   return found;
 }

@@ -6,12 +6,11 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <set>
 #include <thread>
+
+#include "tests/support/ProcessTable.h"
 
 namespace tks::test {
 
@@ -36,22 +35,6 @@ inline bool holdManyDescriptors() {
   int last = 0;
   while (last >= 0 && last < kMany) last = ::dup(0);
   return last >= 0;
-}
-
-/// Children of this process, zombies included.
-inline std::set<int> children() {
-  std::set<int> found;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
-    std::ifstream file(thread.path() / "children");
-    for (int child = 0; file >> child;) found.insert(child);
-  }
-  return found;
-}
-
-/// Number of threads of this process.
-inline std::size_t threadCount() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
 }
 
 /// Waits for something that other threads or processes bring about. False when the time is over first.

@@ -32,6 +32,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/ProcessTable.h"
+
 namespace {
 
 struct SwitchInfo {
@@ -46,7 +48,7 @@ constexpr SwitchInfo kSwitches[] = {
     {"--dump-arguments", true, "write the arguments, each closed by a NUL byte, to a file"},
     {"--dump-descriptors", true, "write the open descriptors, lines of NUMBER TARGET, to a file"},
     {"--dump-environment", true, "write the environment, each entry closed by a NUL byte, to a file"},
-    {"--dump-status", true, "copy /proc/self/status to a file"},
+    {"--dump-signals", true, "write the standard signals that are blocked or ignored, lines of NUMBER WHAT, to a file"},
     {"--received", true, "append each text that is received, a line each, to a file"},
     {"--fork-holder", false, "leave a child of its own that keeps all descriptors open"},
     {"--exit", true, "exit at once with this code"},
@@ -134,9 +136,7 @@ class Switches {
 Switches switches;
 
 std::string ownFolder() {
-  std::string path(4096, '\0');
-  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
-  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  const std::string path = tks::test::executableOf(::getpid());
   return path.substr(0, path.rfind('/') + 1);
 }
 
@@ -433,16 +433,28 @@ class Launcher {
 
 void dumpDescriptors(const std::string& path) {
   std::string lines;
-  DIR* folder = ::opendir("/proc/self/fd");
+  DIR* folder = ::opendir("/dev/fd");
   if (folder == nullptr) misuse("cannot list descriptors");
   while (const dirent* entry = ::readdir(folder)) {
-    if (entry->d_name[0] == '.' || std::atoi(entry->d_name) == ::dirfd(folder)) continue;
-    std::string target(4096, '\0');
-    const ssize_t length = ::readlink((std::string("/proc/self/fd/") + entry->d_name).c_str(), target.data(), 4096);
-    target.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    lines += std::string(entry->d_name) + " " + target + "\n";
+    const int descriptor = std::atoi(entry->d_name);
+    if (entry->d_name[0] == '.' || descriptor == ::dirfd(folder)) continue;
+    lines += std::string(entry->d_name) + " " + tks::test::targetOf(descriptor) + "\n";
   }
   ::closedir(folder);
+  writeFile(path, lines);
+}
+
+void dumpSignals(const std::string& path) {
+  sigset_t mask;
+  ::sigprocmask(SIG_SETMASK, nullptr, &mask);
+  std::string lines;
+  for (int number = 1; number < 32; ++number) {
+    struct sigaction action {};
+    if (::sigismember(&mask, number) == 1) lines += std::to_string(number) + " blocked\n";
+    if (::sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN) {
+      lines += std::to_string(number) + " ignored\n";
+    }
+  }
   writeFile(path, lines);
 }
 
@@ -454,7 +466,7 @@ std::string joined(char* const* texts) {
 
 void dump(char** arguments) {
   if (switches.has("--dump-environment")) writeFile(switches.text("--dump-environment"), joined(environ));
-  if (switches.has("--dump-status")) writeFile(switches.text("--dump-status"), contentOf("/proc/self/status"));
+  if (switches.has("--dump-signals")) dumpSignals(switches.text("--dump-signals"));
   if (switches.has("--dump-descriptors")) dumpDescriptors(switches.text("--dump-descriptors"));
   if (switches.has("--dump-arguments")) writeFile(switches.text("--dump-arguments"), joined(arguments));
 }

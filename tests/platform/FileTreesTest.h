@@ -1,0 +1,48 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <iterator>
+#include <set>
+
+#include <tksinterface/TKSError.h>
+
+#include "platform/files.h"
+#include "platform/platform.h"
+#include "tests/support/ProcessState.h"
+#include "tests/support/TemporaryFolder.h"
+
+// What the tests of moving, exchanging and removing share, those of one system's own ways included.
+
+namespace tks::test {
+
+class FileTrees : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    if (std::filesystem::exists(folder / "tree/Contents/Resources")) {
+      std::filesystem::permissions(folder / "tree/Contents/Resources", std::filesystem::perms(0755));
+    }
+    EXPECT_EQ(openDescriptors(), descriptors);
+  }
+  TemporaryFolder folder;
+  TKSError error;
+  const std::set<int> descriptors = openDescriptors();
+};
+
+class Exchanging : public FileTrees {
+ protected:
+  void SetUp() override {
+    writeFile(folder / "new/file", "new");
+    writeFile(folder / "old/file", "old");
+  }
+  void expectExchanged() {
+    EXPECT_TRUE(platform::files().exchange(folder / "new", folder / "old/", &error)) << error.description();
+    EXPECT_EQ(contentOf(folder / "new/file"), "old");
+    EXPECT_EQ(contentOf(folder / "old/file"), "new");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), std::filesystem::directory_iterator()),
+              2);
+  }
+};
+
+}  // namespace tks::test

@@ -1,0 +1,16 @@
+#pragma once
+
+// What tests ask the system about this process and others; each system has its own way to answer.
+//   std::string executableOf(int process)        the program that a process runs, without links; empty when it is gone
+//   std::string targetOf(int descriptor)         the path behind a descriptor of this process; "pipe:..." for a pipe
+//   std::vector<int> allProcesses()
+//   std::set<int> children()                     of this process, zombies included
+//   bool isRunning(int process)                  false for a zombie
+//   bool ignoresSignal(int process, int signal)
+//   std::size_t threadCount()                    of this process
+//   std::size_t residentBytes()                  memory that this process occupies now
+#ifdef __APPLE__
+#include "tests/support/apple/ProcessTable.h"
+#else
+#include "tests/support/linux/ProcessTable.h"
+#endif

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace tks::test {
+
+/// What a link of the kernel's leads to; empty when there is none.
+inline std::string linkTarget(const std::string& link) {
+  std::array<char, PATH_MAX> target;
+  const ssize_t size = ::readlink(link.c_str(), target.data(), target.size());
+  return size > 0 ? std::string(target.data(), static_cast<std::size_t>(size)) : std::string();
+}
+
+inline std::string executableOf(int process) { return linkTarget("/proc/" + std::to_string(process) + "/exe"); }
+
+inline std::string targetOf(int descriptor) { return linkTarget("/proc/self/fd/" + std::to_string(descriptor)); }
+
+inline std::vector<int> allProcesses() {
+  std::vector<int> found;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+    const int process = std::atoi(entry.path().filename().c_str());
+    if (process > 0) found.push_back(process);
+  }
+  return found;
+}
+
+inline std::set<int> children() {
+  std::set<int> found;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream file(thread.path() / "children");
+    for (int child = 0; file >> child;) found.insert(child);
+  }
+  return found;
+}
+
+/// The value of a field of a process's status; empty when the process is gone.
+inline std::string statusOf(int process, const std::string& field) {
+  std::ifstream status("/proc/" + std::to_string(process) + "/status");
+  for (std::string name, value; status >> name && std::getline(status >> std::ws, value);) {
+    if (name == field + ":") return value;
+  }
+  return {};
+}
+
+inline bool isRunning(int process) {
+  const std::string state = statusOf(process, "State");
+  return !state.empty() && state[0] != 'Z' && state[0] != 'X';
+}
+
+inline bool ignoresSignal(int process, int signal) {
+  const std::string ignored = statusOf(process, "SigIgn");
+  return !ignored.empty() && (std::stoull(ignored, nullptr, 16) >> (signal - 1) & 1) != 0;
+}
+
+inline std::size_t threadCount() {
+  const std::filesystem::directory_iterator threads("/proc/self/task");
+  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
+inline std::size_t residentBytes() {
+  std::size_t pages = 0;
+  std::size_t resident = 0;
+  std::ifstream("/proc/self/statm") >> pages >> resident;
+  return resident * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+}
+
+}  // namespace tks::test
