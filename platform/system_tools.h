@@ -25,7 +25,8 @@ struct ToolRequest {
   /// What is longer is read to its end and thrown away.
   std::size_t outputLimit = 16u * 1024 * 1024;
   /// The most bytes that the tool may write, in one file or in all with its output; then it is ended. The sum is
-  /// looked at now and then, so that it can be exceeded by what fits in between.
+  /// looked at now and then, so that it can be exceeded by what fits in between. macOS counts blocks, has no limit for
+  /// one file, and lets a tool go on to twice as much and 64 MiB, so that no small file is counted for a large one.
   std::optional<std::uint64_t> writeLimit = std::nullopt;
   /// After this the tool is ended with its process group.
   std::chrono::seconds timeLimit{300};
