@@ -1,9 +1,10 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <charconv>
 #include <cstdint>
 #include <fstream>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,9 +49,9 @@ class Library {
 
 template <class Number>
 std::string printed(const void* address) {
-  char text[64];
-  const auto end = std::to_chars(text, text + sizeof text, *static_cast<const Number*>(address)).ptr;
-  return std::string(text, end);
+  std::ostringstream text;
+  text << std::setprecision(15) << *static_cast<const Number*>(address);
+  return text.str();
 }
 
 std::string valueAt(const void* address, const std::string& type) {

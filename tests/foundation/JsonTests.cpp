@@ -357,7 +357,7 @@ TEST(JsonWriting, EscapesAtEveryPlaceOfATextOfAnyLength) {
       }
     }
   }
-  for (const std::size_t length : {255, 256, 320, 1087, 1088, 16384, 40000}) {
+  for (const std::size_t length : {255u, 256u, 320u, 1087u, 1088u, 16384u, 40000u}) {
     for (std::size_t place = 0; place < length; place += 37 + length / 64) {
       for (const std::string_view special : {"\"", "\x1F", "\xC3\xA4", "\x80"}) {
         std::string text(length, 'x');

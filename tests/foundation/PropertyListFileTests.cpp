@@ -9,7 +9,6 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "platform/platform.h"
-#include "tests/support/KilledAtEachCall.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/PrintValue.h"
 #include "tests/support/ProcessState.h"
@@ -225,24 +224,6 @@ TEST_F(PropertyListFile, AFullDiskLeavesTheOldList) {
   }
   EXPECT_TRUE(TKSUtilBase::setPlist({"new"}, 2, path_));
   EXPECT_EQ(read(), (TKSDictionary{{"old", 1}, {"new", 2}}));
-}
-
-TEST_F(PropertyListFile, AProcessKilledAtAnySystemCallLeavesTheOldListOrTheNewOne) {
-  const TKSDictionary before{{"old", 1}};
-  const TKSDictionary after{{"old", 1}, {"new", std::string(50'000, 'x')}};
-  int unchanged = 0;
-  int changed = 0;
-  write(before);
-  const int deaths = killedAtEachCall([&] { TKSUtilBase::setPlist({"new"}, std::string(50'000, 'x'), path_); },
-                                      [&] {
-                                        const std::optional<TKSDictionary> list = read();
-                                        EXPECT_TRUE(list == before || list == after);
-                                        ++(list == before ? unchanged : changed);
-                                        write(before);
-                                      });
-  if (deaths < 0) GTEST_SKIP() << "processes may not be traced here";
-  EXPECT_GT(unchanged, 5);
-  EXPECT_GT(changed, 1);
 }
 
 }  // namespace

@@ -68,7 +68,7 @@ TEST(ValueBuilder, TheOutermostValueMayBeOfAnyKind) {
 }
 
 TEST(ValueBuilder, WrongExpectationsOfSizeDoNoHarm) {
-  for (const std::size_t expected : {0, 1, 3, 1000}) {
+  for (const std::size_t expected : {0u, 1u, 3u, 1000u}) {
     Builder builder(expected);
     TKSArray wanted;
     builder.beginArray(expected);
@@ -100,7 +100,7 @@ TEST(ValueBuilder, SortsKeysAndKeepsTheLastOfEqualOnes) {
       const std::string key =
           (random() % 2 ? "key" : "a key that does not fit in place ") + std::to_string(random() % 40);
       builder.key(key);
-      builder.integer(i);
+      builder.integer(static_cast<std::int64_t>(i));
       wanted.set(key, i);
     }
     builder.endDictionary();

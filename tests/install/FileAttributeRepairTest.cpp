@@ -145,7 +145,7 @@ TEST_F(Permissions, AreAddedToThoseThatAreThere) {
                                       std::pair(0u, 0755u), std::pair(01022u, 01777u)}) {
     const std::string path = folder / "file";
     writeFile(path, "x");
-    ASSERT_EQ(::chmod(path.c_str(), before), 0);
+    ASSERT_EQ(::chmod(path.c_str(), static_cast<mode_t>(before)), 0);
     log.clear();
     TKSUtilBase::addReadAndWritePermissionToFile(path);
     EXPECT_EQ(modeOf(path), after);

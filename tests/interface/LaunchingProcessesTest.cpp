@@ -70,7 +70,7 @@ class QuickClock final : public tks::platform::Clock {
 class LaunchingProcesses : public ::testing::Test {
  protected:
   /// Puts something else in the place of the launcher's executable.
-  static void replace(const FakeLauncher& launcher, const std::string& content, unsigned mode = 0755) {
+  static void replace(const FakeLauncher& launcher, const std::string& content, mode_t mode = 0755) {
     fs::remove(launcher.executable());
     writeFile(launcher.executable(), content);
     ::chmod(launcher.executable().c_str(), mode);
