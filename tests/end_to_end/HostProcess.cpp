@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -65,13 +64,6 @@ const char* programOf(HostKind kind) {
   }
   ::execv(arguments[0], arguments);
   ::_exit(70);
-}
-
-std::vector<std::string> entries(const std::string& folder) {
-  std::vector<std::string> found;
-  std::error_code gone;
-  for (const auto& entry : std::filesystem::directory_iterator(folder, gone)) found.push_back(entry.path().filename());
-  return found;
 }
 
 }  // namespace
@@ -190,19 +182,11 @@ bool HostProcess::waitForStatus(int wanted) {
   return tks::test::waitUntil([&] { return status().first == wanted; }, std::chrono::seconds(30));
 }
 
-std::size_t HostProcess::descriptors() const { return entries("/proc/" + std::to_string(pid_) + "/fd").size(); }
+std::size_t HostProcess::descriptors() const { return descriptorCount(pid_); }
 
-std::size_t HostProcess::threads() const { return entries("/proc/" + std::to_string(pid_) + "/task").size(); }
+std::size_t HostProcess::threads() const { return threadCount(pid_); }
 
-std::vector<pid_t> HostProcess::children() const {
-  std::vector<pid_t> found;
-  const std::string tasks = "/proc/" + std::to_string(pid_) + "/task";
-  for (const std::string& task : entries(tasks)) {
-    std::ifstream list(tasks + "/" + task + "/children");
-    for (pid_t child = 0; list >> child;) found.push_back(child);
-  }
-  return found;
-}
+std::set<int> HostProcess::children() const { return tks::test::children(pid_); }
 
 bool HostProcess::isAlive() const {
   siginfo_t info{};

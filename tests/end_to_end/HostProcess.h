@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -61,7 +62,7 @@ class HostProcess {
   /// Open descriptors, threads, and children that live or wait to be collected.
   std::size_t descriptors() const;
   std::size_t threads() const;
-  std::vector<pid_t> children() const;
+  std::set<int> children() const;
   bool isAlive() const;
   /// What lies in its temporary folder, in folders that hold something.
   std::vector<std::string> temporaryFiles() const;

@@ -134,6 +134,7 @@ TEST_F(Quarantine, ThatCannotBeRemovedLeavesItsResultInTheLine) {
 }
 
 TEST_F(Quarantine, OnAVolumeWithoutAttributesIsNoMatter) {
+  if (!std::filesystem::exists("/proc/version")) GTEST_SKIP() << "there is no such volume here";
   TKSUtilBase::removeQuarantineAttribute("/proc/version");
   EXPECT_THAT(log.lines(), IsEmpty());
 }

@@ -55,10 +55,10 @@ inline std::vector<int> allProcesses() {
   return found;
 }
 
-inline std::set<int> children() {
+inline std::set<int> children(int process = ::getpid()) {
   std::set<int> found;
   for (const kinfo_proc& record : processRecords()) {
-    if (record.kp_eproc.e_ppid == ::getpid()) found.insert(record.kp_proc.p_pid);
+    if (record.kp_eproc.e_ppid == process) found.insert(record.kp_proc.p_pid);
   }
   return found;
 }
@@ -73,14 +73,23 @@ inline bool ignoresSignal(int process, int signal) {
   return record && (record->kp_proc.p_sigignore >> (signal - 1) & 1) != 0;
 }
 
-inline proc_taskinfo taskFacts() {
+inline proc_taskinfo taskFacts(int process) {
   proc_taskinfo facts{};
-  ::proc_pidinfo(::getpid(), PROC_PIDTASKINFO, 0, &facts, sizeof facts);
+  ::proc_pidinfo(process, PROC_PIDTASKINFO, 0, &facts, sizeof facts);
   return facts;
 }
 
-inline std::size_t threadCount() { return static_cast<std::size_t>(taskFacts().pti_threadnum); }
+inline std::size_t threadCount(int process = ::getpid()) {
+  return static_cast<std::size_t>(taskFacts(process).pti_threadnum);
+}
 
-inline std::size_t residentBytes() { return taskFacts().pti_resident_size; }
+inline std::size_t descriptorCount(int process) {
+  std::vector<proc_fdinfo> descriptors(10000);
+  const int space = static_cast<int>(descriptors.size() * sizeof(proc_fdinfo));
+  const int bytes = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, descriptors.data(), space);
+  return bytes > 0 ? static_cast<std::size_t>(bytes) / sizeof(proc_fdinfo) : 0;
+}
+
+inline std::size_t residentBytes() { return taskFacts(::getpid()).pti_resident_size; }
 
 }  // namespace tks::test

@@ -11,6 +11,7 @@
 #include <iterator>
 #include <set>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace tks::test {
@@ -35,9 +36,10 @@ inline std::vector<int> allProcesses() {
   return found;
 }
 
-inline std::set<int> children() {
+inline std::set<int> children(int process = ::getpid()) {
   std::set<int> found;
-  for (const auto& thread : std::filesystem::directory_iterator("/proc/self/task")) {
+  std::error_code gone;
+  for (const auto& thread : std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/task", gone)) {
     std::ifstream file(thread.path() / "children");
     for (int child = 0; file >> child;) found.insert(child);
   }
@@ -63,10 +65,16 @@ inline bool ignoresSignal(int process, int signal) {
   return !ignored.empty() && (std::stoull(ignored, nullptr, 16) >> (signal - 1) & 1) != 0;
 }
 
-inline std::size_t threadCount() {
-  const std::filesystem::directory_iterator threads("/proc/self/task");
-  return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+/// How many entries a folder of the kernel's for a process has; none when the process is gone.
+inline std::size_t entriesOf(int process, const std::string& folder) {
+  std::error_code gone;
+  const std::filesystem::directory_iterator entries("/proc/" + std::to_string(process) + "/" + folder, gone);
+  return gone ? 0 : static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
+
+inline std::size_t threadCount(int process = ::getpid()) { return entriesOf(process, "task"); }
+
+inline std::size_t descriptorCount(int process) { return entriesOf(process, "fd"); }
 
 inline std::size_t residentBytes() {
   std::size_t pages = 0;
