@@ -15,6 +15,7 @@
 #include "platform/linux/extended_attributes.h"
 #include "platform/linux/system_calls.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
@@ -282,24 +283,10 @@ bool syncVolumeOf(const std::string& path) {
   return ::syncfs(item.get()) == 0;
 }
 
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-/// Of "/" and of places where volumes stand the system lets nobody take away more than what is in them: that stays,
-/// too.
-bool isRootOfVolume(const std::string& path) {
-  struct stat facts {};
-  struct stat above {};
-  if (::lstat(path.c_str(), &facts) != 0 || ::lstat((path + "/..").c_str(), &above) != 0) return false;
-  return facts.st_dev != above.st_dev || facts.st_ino == above.st_ino;
-}
-
 bool moveToOtherVolume(const std::string& from, const std::string& to, TKSError* error) {
   // What will not be removable in the end is not copied in the first place.
-  if (::faccessat(AT_FDCWD, folderOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0) return fail(error, "move", from);
+  if (::faccessat(AT_FDCWD, posix::folderOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+    return fail(error, "move", from);
   const std::string staged = posix::hiddenSibling(to);
   if (!copyTree(from, staged, error)) return false;
   if (!syncVolumeOf(staged) || !renameToNew(staged, to)) {
@@ -315,7 +302,7 @@ bool moveToOtherVolume(const std::string& from, const std::string& to, TKSError*
 bool removeTree(const std::string& path, TKSError* error) {
   if (::unlink(path.c_str()) == 0) return true;
   if (errno != EISDIR) return fail(error, "remove", path);
-  if (isRootOfVolume(path)) {
+  if (posix::isRootOfVolume(path)) {
     errno = EBUSY;
     return fail(error, "remove", path);
   }

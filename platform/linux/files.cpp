@@ -15,6 +15,7 @@
 #include "platform/posix/change_mark.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/private_folder.h"
 #include "platform/posix/whole_files.h"
@@ -23,12 +24,6 @@ namespace tks::platform {
 namespace {
 
 using posix::fail;
-
-/// Without closing slashes, which would make the system follow a link at the end.
-std::string plainPath(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
-}
 
 bool makeFolder(const std::string& path, std::uint32_t permissions) {
   if (::mkdir(path.c_str(), static_cast<mode_t>(permissions)) == 0) return true;
@@ -88,7 +83,7 @@ class LinuxFiles final : public Files {
   }
 
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    const std::string whole = plainPath(path);
+    const std::string whole = posix::withoutClosingSlashes(path);
     if (makeFolder(whole, permissions)) return true;
     if (errno != ENOENT || whole.empty()) return fail(error, "create the folder", path);
     for (std::size_t slash = whole.find('/', 1); slash != std::string::npos; slash = whole.find('/', slash + 1)) {
@@ -110,18 +105,20 @@ class LinuxFiles final : public Files {
     return file || fail(error, "create", path);
   }
 
-  bool remove(std::string_view path, TKSError* error) override { return gnulinux::removeTree(plainPath(path), error); }
+  bool remove(std::string_view path, TKSError* error) override {
+    return gnulinux::removeTree(posix::withoutClosingSlashes(path), error);
+  }
 
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
-    return gnulinux::copyTree(plainPath(from), plainPath(to), error);
+    return gnulinux::copyTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
   }
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
-    return gnulinux::moveTree(plainPath(from), plainPath(to), error);
+    return gnulinux::moveTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
   }
 
   bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
-    return gnulinux::exchangeTrees(plainPath(first), plainPath(second), error);
+    return gnulinux::exchangeTrees(posix::withoutClosingSlashes(first), posix::withoutClosingSlashes(second), error);
   }
 
   std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience, TKSError* error) override {
@@ -141,7 +138,7 @@ class LinuxFiles final : public Files {
   }
 
   std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) override {
-    const std::string name = plainPath(path);
+    const std::string name = posix::withoutClosingSlashes(path);
     struct stat facts {};
     if (::lstat(name.c_str(), &facts) != 0) {
       fail(error, "read the attributes of", path);
@@ -158,12 +155,12 @@ class LinuxFiles final : public Files {
   }
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
-    return gnulinux::removeExtendedAttribute(plainPath(path), name);
+    return gnulinux::removeExtendedAttribute(posix::withoutClosingSlashes(path), name);
   }
 
   std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
     struct statvfs facts {};
-    const std::string name = plainPath(path);
+    const std::string name = posix::withoutClosingSlashes(path);
     const auto ask = [&](const std::string& place) {
       return posix::retried([&] { return ::statvfs(place.c_str(), &facts); }) == 0;
     };

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
 // The kernel sets an item's time of change with whatever is done to it, and nobody but the kernel can. Together with
@@ -23,9 +24,14 @@
 namespace tks::posix {
 namespace {
 
+using std::chrono::nanoseconds;
+
 /// Kernels count the time of files in steps; a change within the same step as another would not show.
-constexpr std::chrono::milliseconds kStep{20};
-constexpr int kMostWaits = 50;
+constexpr nanoseconds kStep = std::chrono::milliseconds(20);
+/// Volumes of older kinds count whole seconds, or every other one.
+constexpr nanoseconds kLongStep = std::chrono::seconds(2);
+/// Somebody who never stops changing something is waited for so long.
+constexpr std::chrono::seconds kPatience{5};
 
 timespec changed(const struct stat& facts) {
 #ifdef __APPLE__
@@ -35,12 +41,12 @@ timespec changed(const struct stat& facts) {
 #endif
 }
 
-std::int64_t nanoseconds(timespec time) { return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; }
+std::int64_t inNanoseconds(timespec time) { return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; }
 
 std::int64_t now() {
   timespec time{};
   ::clock_gettime(CLOCK_REALTIME, &time);
-  return nanoseconds(time);
+  return inNanoseconds(time);
 }
 
 class Mark {
@@ -48,7 +54,7 @@ class Mark {
   /// False, and errno, when something cannot be looked at.
   bool take(const std::string& path) {
     entries_.clear();
-    newest_ = 0;
+    settled_ = 0;
     // Its own time of change is set when it is moved; what is in it is looked at anyway.
     bool isFolder = false;
     if (!add(path, "", false, isFolder)) return false;
@@ -62,7 +68,8 @@ class Mark {
     return true;
   }
 
-  bool isSettled(std::int64_t time) const { return newest_ < time - std::chrono::nanoseconds(kStep).count(); }
+  /// From when on nothing can be changed without being told.
+  std::int64_t settled() const { return settled_; }
 
   TKSData bytes() {
     std::ranges::sort(entries_);
@@ -98,8 +105,8 @@ class Mark {
     struct stat facts {};
     if (::lstat(path.c_str(), &facts) != 0) return false;
     isFolder = S_ISDIR(facts.st_mode);
-    const std::int64_t time = S_ISDIR(facts.st_mode) && !withTime ? 0 : nanoseconds(changed(facts));
-    newest_ = std::max(newest_, time);
+    const std::int64_t time = S_ISDIR(facts.st_mode) && !withTime ? 0 : inNanoseconds(changed(facts));
+    settled_ = std::max(settled_, settledFrom(time));
     std::string entry = name;
     entry += '\0';
     for (const std::uint64_t fact :
@@ -112,25 +119,28 @@ class Mark {
   }
 
   std::vector<std::string> entries_;
-  std::int64_t newest_ = 0;
+  std::int64_t settled_ = 0;
 };
 
 }  // namespace
 
+std::int64_t settledFrom(std::int64_t changed) {
+  const bool isWholeSecond = changed % nanoseconds(std::chrono::seconds(1)).count() == 0;
+  return changed + (isWholeSecond ? kLongStep : kStep).count();
+}
+
 std::optional<TKSData> changeMark(std::string_view path, TKSError* error) {
-  std::string name(path);
-  while (name.size() > 1 && name.ends_with('/')) name.pop_back();
+  const std::string name = withoutClosingSlashes(path);
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
   Mark mark;
-  for (int attempt = 0; attempt < kMostWaits; ++attempt) {
+  while (true) {
     const std::int64_t begin = now();
-    if (!mark.take(name)) {
-      fail(error, "look through", path);
-      return std::nullopt;
-    }
-    if (mark.isSettled(begin)) return mark.bytes();
-    std::this_thread::sleep_for(kStep);
+    if (!isPath(path) || !mark.take(name)) break;
+    if (mark.settled() < begin) return mark.bytes();
+    errno = EBUSY;
+    if (std::chrono::steady_clock::now() > deadline) break;
+    std::this_thread::sleep_for(std::clamp(nanoseconds(mark.settled() - begin), kStep, kLongStep));
   }
-  errno = EBUSY;  // somebody never stops changing it
   fail(error, "look through", path);
   return std::nullopt;
 }

@@ -10,6 +10,7 @@
 #include <thread>
 #include <utility>
 
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::posix {
@@ -42,7 +43,9 @@ FileDescriptor openToLock(const std::string& path) {
 
 /// What volumes say that have no locks, or none for what is open for reading alone.
 bool hasNoLocks(int number) {
-  return number == ENOLCK || number == EOPNOTSUPP || number == ENOSYS || number == EINVAL || number == EBADF;
+  // The two that mean "not supported" are one number on Linux and two on macOS.
+  return number == ENOLCK || number == EOPNOTSUPP || number == ENOTSUP || number == ENOSYS || number == EINVAL ||
+         number == EBADF;
 }
 
 }  // namespace
@@ -63,7 +66,7 @@ bool waitForLock(const FileDescriptor& file, milliseconds patience) {
 }
 
 std::unique_ptr<platform::FileLock> lockFile(std::string_view path, milliseconds patience, TKSError* error) {
-  FileDescriptor file = openToLock(std::string(path));
+  FileDescriptor file = isPath(path) ? openToLock(std::string(path)) : FileDescriptor();
   if (!file || !(waitForLock(file, patience) || hasNoLocks(errno))) {
     fail(error, "lock", path);
     return nullptr;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::posix {
@@ -16,15 +17,10 @@ namespace {
 constexpr mode_t kOwnersRights = 0700;
 constexpr mode_t kAllRights = 0777;
 
-/// Without closing slashes, which would make the system follow a link at the end.
-std::string withoutClosingSlashes(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
-}
-
 }  // namespace
 
 bool closeToOthers(std::string_view path, TKSError* error) {
+  if (!isPath(path)) return fail(error, "use the folder", path);
   const std::string name = withoutClosingSlashes(path);
   const FileDescriptor folder(
       retried([&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));

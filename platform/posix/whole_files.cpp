@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::posix {
@@ -33,12 +34,6 @@ int createSibling(std::string_view path, mode_t mode, std::string& name) {
   return descriptor;
 }
 
-/// Whether the system can be given the path at all: it would take one with a NUL byte for a shorter one.
-bool isPath(std::string_view path) {
-  errno = EINVAL;
-  return path.find('\0') == std::string_view::npos;
-}
-
 /// Whether the process may write a file of this size. Writing beyond its limit would send it a signal that ends it.
 bool isWithinFileSizeLimit(std::size_t size) {
   rlimit limit{};
@@ -52,18 +47,26 @@ std::string folderToOpen(std::string_view path) {
   return folderOf(path).empty() ? std::string(".") : std::string(folderOf(path));
 }
 
+/// Brings what was written to the medium. The usual call ends at the drive's cache where the system has another one for
+/// the way from there.
+bool sync(int descriptor) {
+#ifdef F_FULLFSYNC
+  if (retried([&] { return ::fcntl(descriptor, F_FULLFSYNC); }) == 0) return true;
+#endif
+  return retried([&] { return ::fsync(descriptor); }) == 0;
+}
+
 bool syncFolder(const std::string& folder) {
   const FileDescriptor descriptor(retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
   if (!descriptor) return errno == EACCES;  // a folder that may be written to but not read cannot be synced
   // Some file systems cannot sync folders and say so by EINVAL.
-  return retried([&] { return ::fsync(descriptor.get()); }) == 0 || errno == EINVAL;
+  return sync(descriptor.get()) || errno == EINVAL;
 }
 
 bool fillAndRename(int descriptor, const std::string& temporary, const std::string& path,
                    std::span<const std::uint8_t> content, const struct stat* before) {
   if (before != nullptr && ::fchmod(descriptor, before->st_mode & 07777) != 0) return false;
-  return writeAll(descriptor, content) && retried([&] { return ::fsync(descriptor); }) == 0 &&
-         ::rename(temporary.c_str(), path.c_str()) == 0;
+  return writeAll(descriptor, content) && sync(descriptor) && ::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "platform/posix/change_mark.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -118,6 +119,12 @@ TEST_F(ChangeMark, OfAnExtendedAttributeIsToldAsWell) {
 TEST_F(ChangeMark, OfWhatIsNotThereIsAnError) {
   EXPECT_FALSE(files().changeMark(folder / "none", &error));
   EXPECT_EQ(error.localizedDescription, "look through \"" + (folder / "none") + "\": No such file or directory");
+}
+
+TEST(ChangeMarkTimes, AreSettledLaterWhereVolumesCountWholeSeconds) {
+  constexpr std::int64_t kSecond = 1'000'000'000;
+  EXPECT_EQ(tks::posix::settledFrom(7 * kSecond + 1), 7 * kSecond + 1 + kSecond / 50);
+  EXPECT_EQ(tks::posix::settledFrom(7 * kSecond), 9 * kSecond);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "platform/platform.h"
+#include "platform/posix/posix_error.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
@@ -45,7 +46,7 @@ TEST_F(FileLocks, KeepAnotherPartOfThisProcessOut) {
   auto first = files().lock(path, seconds(30), &error);
   ASSERT_TRUE(first) << error.description();
   EXPECT_FALSE(files().lock(path, milliseconds(0), &error));
-  EXPECT_EQ(error.localizedDescription, "lock \"" + path + "\": Connection timed out");
+  EXPECT_EQ(error.localizedDescription, "lock \"" + path + "\": " + tks::posix::reasonText(ETIMEDOUT));
   first.reset();
   EXPECT_TRUE(files().lock(path, milliseconds(0), &error));
 }
@@ -90,6 +91,13 @@ TEST_F(FileLocks, FollowNoLinkToAFile) {
 TEST_F(FileLocks, InAFolderThatIsMissingAreAnError) {
   EXPECT_FALSE(files().lock(folder / "none/lock", milliseconds(0), &error));
   EXPECT_EQ(error.localizedDescription, "lock \"" + (folder / "none/lock") + "\": No such file or directory");
+}
+
+TEST_F(FileLocks, OfAPathWithANulAreAnError) {
+  const std::string path = folder / "lock";
+  EXPECT_FALSE(files().lock(path + std::string("\0more", 5), milliseconds(0), &error));
+  EXPECT_EQ(error.code, EINVAL);
+  EXPECT_FALSE(fs::exists(path));
 }
 
 TEST_F(FileLocks, AreHeldByOneOfManyThreads) {

@@ -1,0 +1,53 @@
+#include "platform/posix/paths.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+
+namespace tks::posix {
+namespace {
+
+bool isSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+}  // namespace
+
+bool isPath(std::string_view path) {
+  errno = path.empty() ? ENOENT : EINVAL;
+  return !path.empty() && path.find('\0') == std::string_view::npos;
+}
+
+std::string withoutClosingSlashes(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  return std::string(path);
+}
+
+std::string folderOf(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+bool isRootOfVolume(const std::string& path) {
+  struct stat facts {};
+  struct stat above {};
+  if (::lstat(path.c_str(), &facts) != 0 || !S_ISDIR(facts.st_mode)) return false;
+  return ::lstat((path + "/..").c_str(), &above) == 0 && (facts.st_dev != above.st_dev || isSame(facts, above));
+}
+
+bool liesWithin(const std::string& folder, const std::string& outer) {
+  struct stat wanted {};
+  struct stat here {};
+  if (::lstat(outer.c_str(), &wanted) != 0 || ::stat(folder.c_str(), &here) != 0) return false;
+  std::string path = folder;
+  while (!isSame(here, wanted)) {
+    path += "/..";
+    struct stat above {};
+    if (::stat(path.c_str(), &above) != 0 || isSame(above, here)) return false;
+    here = above;
+  }
+  return true;
+}
+
+}  // namespace tks::posix

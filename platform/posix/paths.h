@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tks::posix {
+
+/// Whether the system can be given the path at all: it would take one with a NUL byte for a shorter one. Sets errno
+/// when not.
+bool isPath(std::string_view path);
+
+/// Without closing slashes, which would make the system follow a link at the end.
+std::string withoutClosingSlashes(std::string_view path);
+
+/// The folder that an item lies in; "." for a bare name.
+std::string folderOf(const std::string& path);
+
+/// Whether a folder is "/" or the place where a volume stands. Of these the system lets nobody take away more than what
+/// is in them.
+bool isRootOfVolume(const std::string& path);
+
+/// Whether `folder` is the folder `outer`, or lies in it however deep.
+bool liesWithin(const std::string& folder, const std::string& outer);
+
+}  // namespace tks::posix
