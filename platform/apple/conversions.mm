@@ -2,6 +2,7 @@
 
 #include <xlocale.h>
 
+#include <cerrno>
 #include <utility>
 #include <vector>
 
@@ -165,6 +166,32 @@ std::string repaired(NSString* text) {
   return result;
 }
 
+/// The frameworks' own numbers for what system calls say as well.
+int systemNumberOfCode(NSInteger code) {
+  switch (code) {
+    case NSFileNoSuchFileError:
+    case NSFileReadNoSuchFileError:
+      return ENOENT;
+    case NSFileReadNoPermissionError:
+    case NSFileWriteNoPermissionError:
+      return EACCES;
+    case NSFileWriteFileExistsError:
+      return EEXIST;
+    case NSFileWriteOutOfSpaceError:
+      return ENOSPC;
+    default:
+      return 0;
+  }
+}
+
+/// The number of errno that an error or what lies beneath it comes from; 0 when there is none.
+int systemNumberOf(NSError* error) {
+  for (NSError* cause = error; cause != nil; cause = [cause.userInfo objectForKey:NSUnderlyingErrorKey]) {
+    if ([cause.domain isEqualToString:NSPOSIXErrorDomain]) return static_cast<int>(cause.code);
+  }
+  return [error.domain isEqualToString:NSCocoaErrorDomain] ? systemNumberOfCode(error.code) : 0;
+}
+
 }  // namespace
 
 NSString* toString(std::string_view text) {
@@ -186,6 +213,7 @@ NSString* toRepairedString(std::string_view text) {
 }
 
 NSString* toPath(std::string_view path) {
+  if (path.empty()) return @"";
   NSString* text = [NSFileManager.defaultManager stringWithFileSystemRepresentation:path.data() length:path.size()];
   return text != nil ? text : @"";
 }
@@ -263,11 +291,7 @@ TKSError fromError(NSError* error, std::string_view step) {
 }
 
 TKSError fromError(NSError* error, std::string_view step, std::string_view path) {
-  for (NSError* cause = error; cause != nil; cause = [cause.userInfo objectForKey:NSUnderlyingErrorKey]) {
-    if ([cause.domain isEqualToString:NSPOSIXErrorDomain]) {
-      return posix::posixError(static_cast<int>(cause.code), step, path);
-    }
-  }
+  if (const int number = systemNumberOf(error)) return posix::posixError(number, step, path);
   TKSError result = fromError(error, step);
   result.localizedDescription = std::string(step) + " \"" + std::string(path) +
                                 "\": " + (error != nil ? result.localizedDescription : std::string("failed"));

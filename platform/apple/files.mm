@@ -6,21 +6,25 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <string>
 
 #include "platform/apple/conversions.h"
+#include "platform/apple/file_trees.h"
 #include "platform/backend.h"
 #include "platform/files.h"
 #include "platform/posix/change_mark.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/private_folder.h"
 #include "platform/posix/whole_files.h"
 
 namespace tks::platform {
 namespace {
+
+using posix::isPath;
+using posix::withoutClosingSlashes;
 
 /// The file manager's key for extended attributes: a dictionary of name to data.
 NSString* const kExtendedAttributes = @"NSFileExtendedAttributes";
@@ -33,44 +37,6 @@ bool outcome(BOOL succeeded, NSError* failure, std::string_view step, std::strin
   return succeeded;
 }
 
-/// The system would take a path with a NUL byte for a shorter one.
-bool isPath(std::string_view path) {
-  errno = path.empty() ? ENOENT : EINVAL;
-  return !path.empty() && path.find('\0') == std::string_view::npos;
-}
-
-bool isMissing(const std::string& path) {
-  struct stat facts {};
-  return lstat(path.c_str(), &facts) != 0 && errno == ENOENT;
-}
-
-/// Renames to a name that must be free. Sets errno on failure.
-bool renameToFree(const std::string& from, const std::string& to) {
-  if (renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) return true;
-  if (errno != ENOTSUP) return false;
-  // A volume that cannot look and rename in one step.
-  if (isMissing(to)) return rename(from.c_str(), to.c_str()) == 0;
-  errno = EEXIST;
-  return false;
-}
-
-/// Lets two items change places in three steps, undone when one of them fails.
-bool exchangeInSteps(const std::string& first, const std::string& second) {
-  const std::string aside = posix::hiddenSibling(first);
-  if (!renameToFree(first, aside)) return false;
-  if (rename(second.c_str(), first.c_str()) != 0) {
-    const int reason = errno;
-    rename(aside.c_str(), first.c_str());
-    errno = reason;
-    return false;
-  }
-  if (rename(aside.c_str(), second.c_str()) == 0) return true;
-  const int reason = errno;
-  if (rename(first.c_str(), second.c_str()) == 0) rename(aside.c_str(), first.c_str());
-  errno = reason;
-  return false;
-}
-
 /// Makes a folder and those above it, as far as they are missing.
 bool makeFolders(const std::string& path, mode_t permissions) {
   struct stat facts {};
@@ -78,9 +44,9 @@ bool makeFolders(const std::string& path, mode_t permissions) {
     errno = S_ISDIR(facts.st_mode) ? 0 : EEXIST;
     return errno == 0;
   }
-  const std::size_t last = path.find_last_not_of('/');
-  const std::size_t slash = last == std::string::npos ? last : path.rfind('/', last);
-  if (slash != std::string::npos && slash > 0 && !makeFolders(path.substr(0, slash), permissions)) return false;
+  if (errno != ENOENT) return false;
+  const std::string above = posix::folderOf(path);
+  if (above != path && !makeFolders(withoutClosingSlashes(above), permissions)) return false;
   if (mkdir(path.c_str(), permissions) == 0) return true;
   // Somebody else may have made it meanwhile.
   return errno == EEXIST && stat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
@@ -135,8 +101,8 @@ class AppleFiles final : public Files {
   }
 
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    const bool made = isPath(path) && makeFolders(std::string(path), static_cast<mode_t>(permissions));
-    return made || posix::fail(error, "create folder", path);
+    const bool made = isPath(path) && makeFolders(withoutClosingSlashes(path), static_cast<mode_t>(permissions));
+    return made || posix::fail(error, "create the folder", path);
   }
 
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
@@ -152,45 +118,26 @@ class AppleFiles final : public Files {
   }
 
   bool remove(std::string_view path, TKSError* error) override {
-    @autoreleasepool {
-      NSError* failure = nil;
-      return outcome([manager() removeItemAtPath:apple::toPath(path) error:&failure], failure, "remove", path, error);
-    }
+    if (!isPath(path)) return posix::fail(error, "remove", path);
+    return apple::removeTree(withoutClosingSlashes(path), error);
   }
 
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
-    @autoreleasepool {
-      NSError* failure = nil;
-      const BOOL copied = [manager() copyItemAtPath:apple::toPath(from) toPath:apple::toPath(to) error:&failure];
-      return outcome(copied, failure, "copy", from, error);
-    }
+    if (!isPath(from)) return posix::fail(error, "copy", from);
+    if (!isPath(to)) return posix::fail(error, "copy to", to);
+    return apple::copyTree(withoutClosingSlashes(from), withoutClosingSlashes(to), error);
   }
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
-    const std::string source(from);
-    const std::string destination(to);
-    if (!isPath(from) || !isPath(to)) return posix::fail(error, "move", from);
-    if (renameToFree(source, destination)) return true;
-    if (errno != EXDEV) return posix::fail(error, "move", from);
-    const std::string aside = posix::hiddenSibling(destination);
-    if (!copy(from, aside, error)) {
-      remove(aside, nullptr);
-      return false;
-    }
-    if (!posix::syncFolderOf(aside) || !renameToFree(aside, destination)) {
-      posix::fail(error, "move", from);
-      remove(aside, nullptr);
-      return false;
-    }
-    return remove(from, error);
+    if (!isPath(from)) return posix::fail(error, "move", from);
+    if (!isPath(to)) return posix::fail(error, "move to", to);
+    return apple::moveTree(withoutClosingSlashes(from), withoutClosingSlashes(to), error);
   }
 
   bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
-    const std::string one(first);
-    const std::string other(second);
-    if (!isPath(first) || !isPath(second)) return posix::fail(error, "exchange", first);
-    if (renamex_np(one.c_str(), other.c_str(), RENAME_SWAP) == 0) return true;
-    return (errno == ENOTSUP && exchangeInSteps(one, other)) || posix::fail(error, "exchange", first);
+    if (!isPath(first)) return posix::fail(error, "exchange", first);
+    if (!isPath(second)) return posix::fail(error, "exchange", second);
+    return apple::exchangeTrees(withoutClosingSlashes(first), withoutClosingSlashes(second), error);
   }
 
   std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience, TKSError* error) override {
@@ -212,7 +159,8 @@ class AppleFiles final : public Files {
   std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) override {
     @autoreleasepool {
       NSError* failure = nil;
-      NSDictionary* found = [manager() attributesOfItemAtPath:apple::toPath(path) error:&failure];
+      NSString* place = apple::toPath(withoutClosingSlashes(path));
+      NSDictionary* found = [manager() attributesOfItemAtPath:place error:&failure];
       if (!outcome(found != nil, failure, "read the attributes of", path, error)) return std::nullopt;
       return FileAttributes{static_cast<std::uint32_t>(found.filePosixPermissions),
                             apple::fromDictionary(found[kExtendedAttributes])};
@@ -223,7 +171,7 @@ class AppleFiles final : public Files {
     @autoreleasepool {
       NSError* failure = nil;
       const BOOL set = [manager() setAttributes:@{
-        NSFilePosixPermissions : @(permissions)
+        NSFilePosixPermissions : @(permissions & 07777)
       }
                                    ofItemAtPath:apple::toPath(path)
                                           error:&failure];
@@ -233,18 +181,21 @@ class AppleFiles final : public Files {
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
     if (!isPath(path)) return -1;
-    return ::removexattr(std::string(path).c_str(), std::string(name).c_str(), XATTR_NOFOLLOW);
+    return ::removexattr(withoutClosingSlashes(path).c_str(), std::string(name).c_str(), XATTR_NOFOLLOW);
   }
 
   std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
+    if (!isPath(path)) {
+      posix::fail(error, "read the free space of", path);
+      return std::nullopt;
+    }
     @autoreleasepool {
       NSError* failure = nil;
-      NSString* place = apple::toPath(path);
+      std::string place = withoutClosingSlashes(path);
       // The item may be still to come.
-      if (![manager() fileExistsAtPath:place]) place = place.stringByDeletingLastPathComponent;
-      if (place.length == 0) place = @".";
-      NSDictionary* found = [manager() attributesOfFileSystemForPath:place error:&failure];
-      if (!outcome(found != nil, failure, "read the volume of", path, error)) return std::nullopt;
+      if (!exists(place)) place = posix::folderOf(place);
+      NSDictionary* found = [manager() attributesOfFileSystemForPath:apple::toPath(place) error:&failure];
+      if (!outcome(found != nil, failure, "read the free space of", path, error)) return std::nullopt;
       return VolumeSpace{[found[NSFileSystemFreeSize] unsignedLongLongValue],
                          [found[NSFileSystemSize] unsignedLongLongValue]};
     }
