@@ -11,6 +11,7 @@
 #include "foundation/Logging.h"
 #include "foundation/OutOfMemory.h"
 #include "install/PackageVersions.h"
+#include "install/PlaceLock.h"
 #include "install/ReplaceBundle.h"
 #include "install/UnpackFolder.h"
 #include "platform/platform.h"
@@ -20,6 +21,7 @@
 namespace {
 
 using tks::masked;
+using tks::platform::FileLock;
 using tks::platform::files;
 
 constexpr std::uint32_t kOrdinaryFolder = 0777;
@@ -28,17 +30,20 @@ constexpr std::chrono::minutes kPatience{10};
 
 class Installation {
  public:
-  Installation(std::string_view version, std::string_view zipPath, std::string_view targetPath)
+  /// `placeLock` is taken on the way and kept for whoever looks at the result.
+  Installation(std::string_view version, std::string_view zipPath, std::string_view targetPath,
+               std::unique_ptr<FileLock>& placeLock)
       : givenVersion_(version),
         version_(tks::install::givenVersion(version)),
         zipPath_(zipPath),
-        targetPath_(targetPath) {}
+        targetPath_(targetPath),
+        placeLock_(placeLock) {}
 
   /// Everything from the archive to the launcher in its place.
   bool run() {
     return checkParameters() && enterUnpackFolder() && unpackFolder_.makeRoom() && unpackFolder_.unpack(zipPath_) &&
            TKSUtilBase::isSupportedTKSVersion(version_) && checkPackage() && endOldLauncher() && makeParent() &&
-           enterParent() && replace();
+           lockPlace() && replace();
   }
 
   void cleanUp() { unpackFolder_.removeLauncher(); }
@@ -92,12 +97,10 @@ class Installation {
     return made;
   }
 
-  /// Hosts with temporary folders of their own may have the same target.
-  bool enterParent() {
-    const std::string_view parent = tks::folderOf(targetPath_);
+  bool lockPlace() {
     TKSError error;
-    parentLock_ = files().lock(parent.empty() ? "." : parent, kPatience, &error);
-    if (parentLock_) return true;
+    placeLock_ = tks::install::lockPlace(targetPath_, kPatience, &error);
+    if (placeLock_) return true;
     TKSILog::logWithLevel(TKSILogLevelError, "Cannot wait for other installations: %@", masked(error));
     return false;
   }
@@ -135,11 +138,12 @@ class Installation {
   std::string targetPath_;
   tks::install::UnpackFolder unpackFolder_;
   std::optional<TKSData> provenMark_;
-  std::unique_ptr<tks::platform::FileLock> parentLock_;
+  std::unique_ptr<FileLock>& placeLock_;
 };
 
-bool install(std::string_view version, std::string_view zipPath, std::string_view targetPath) {
-  Installation installation(version, zipPath, targetPath);
+bool install(std::string_view version, std::string_view zipPath, std::string_view targetPath,
+             std::unique_ptr<FileLock>& placeLock) {
+  Installation installation(version, zipPath, targetPath, placeLock);
   const bool installed = tks::unlessOutOfMemory([&] { return installation.run(); });
   installation.cleanUp();
   return installed;
@@ -158,8 +162,10 @@ void removeBrokenLauncher(std::string_view targetPath) {
 
 bool TKSUtilBase::installTKSVersion(std::string_view version, std::string_view backupZipPath,
                                     std::string_view targetPath) {
-  const bool installed = tks::unlessOutOfMemory([&] { return install(version, backupZipPath, targetPath); });
+  std::unique_ptr<FileLock> placeLock;
+  const bool installed = tks::unlessOutOfMemory([&] { return install(version, backupZipPath, targetPath, placeLock); });
   return tks::unlessOutOfMemory([&] {
+    if (!placeLock) placeLock = tks::install::lockPlace(targetPath, kPatience, nullptr);
     // Whatever came before: a launcher that was damaged earlier goes as well.
     if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
     removeBrokenLauncher(targetPath);

@@ -8,6 +8,7 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
+#include "install/PlaceLock.h"
 #include "interface/LaunchExecutable.h"
 #include "interface/TKSInterfaceState.h"
 #include "messaging/FileHosts.h"
@@ -22,6 +23,8 @@ namespace {
 
 /// What the launcher wrote before it ended is read first.
 constexpr std::chrono::milliseconds kTimeForLastWords{250};
+/// How long the main thread waits for another host to finish replacing the launcher, before it looks at what is there.
+constexpr std::chrono::seconds kPatienceWithInstallations{2};
 
 std::string option(std::string_view name) { return formatted("-%@", name); }
 
@@ -155,6 +158,7 @@ void TKSInterface::reportFailedLaunch(const std::string& exePath, const std::str
   if (!errorBlock) return;
   const std::string message = formatted("Launch app failed. Path: %@. Error: %@", exePath, reason);
   TKSILog::logWithLevel(TKSILogLevelError, "%@", masked(message));
+  const auto placeLock = tks::install::lockPlace(appManager->TKSAppPath, kPatienceWithInstallations, nullptr);
   if (TKSUtilBase::isBrokenApp(appManager->TKSAppPath)) {
     TKSILog::logWithLevel(TKSILogLevelError, "App broken, about to clean up the broken tks app.");
     TKSUtilBase::cleanUpFolderPath(appManager->TKSAppPath, true);

@@ -217,6 +217,38 @@ TEST_F(InterruptedInstallation, ByHostsWithTemporaryFoldersOfTheirOwnIsNeverAMix
   EXPECT_THAT(namesIn(base_ / "Add-ons"), testing::ElementsAre(TKSAppName));
 }
 
+/// Whether the assessment of the launcher in its place was made, and made while no other host may replace it.
+class AssessedAlone {
+ public:
+  AssessedAlone(tks::test::InstallWorld& world, const std::string& place) {
+    world.tools.beforeAssessment = [this, place](const std::string& bundle) {
+      if (bundle != place) return;
+      made_ = true;
+      const std::string parent = place.substr(0, place.rfind('/'));
+      if (tks::platform::files().lock(parent, std::chrono::milliseconds(0), nullptr)) disturbed_ = true;
+    };
+  }
+  explicit operator bool() const { return made_ && !disturbed_; }
+
+ private:
+  bool made_ = false;
+  bool disturbed_ = false;
+};
+
+TEST_F(InterruptedInstallation, IsNotPossibleByAnotherHostWhileTheResultIsAssessed) {
+  const AssessedAlone alone(world, target());
+  EXPECT_TRUE(install("5.0.1", archive("5.0.1")));
+  EXPECT_TRUE(alone);
+}
+
+TEST_F(InterruptedInstallation, IsNotPossibleByAnotherHostWhileWhatAFailedOneLeftIsAssessed) {
+  putLauncher("4.9");
+  const AssessedAlone alone(world, target());
+  EXPECT_FALSE(install("5.0.1", base_ / "no archive"));
+  EXPECT_TRUE(alone);
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
 class FailedInstallation : public tks::test::InstallTest {
  protected:
   void SetUp() override { putLauncher("4.9"); }

@@ -82,6 +82,7 @@ class InstallTools final : public platform::SystemTools {
 
   platform::ToolResult run(const platform::ToolRequest& request) override {
     requests.push_back(request);
+    if (request.tool == platform::Tool::spctl && beforeAssessment) beforeAssessment(request.arguments.back());
     platform::ToolRequest limited = request;
     limited.timeLimit = limit_;
     platform::ToolResult result = runner_->run(limited);
@@ -97,6 +98,8 @@ class InstallTools final : public platform::SystemTools {
   std::vector<platform::ToolRequest> requests;
   /// Done when the unpacker has ended.
   std::function<void()> afterUnzip;
+  /// Done before a bundle is assessed, whose path it is told.
+  std::function<void(const std::string& bundle)> beforeAssessment;
 
  private:
   std::string folder_;

@@ -238,6 +238,18 @@ TEST_F(FacadeStart, BrokenLauncherIsRemovedBeforeTheHostIsTold) {
   EXPECT_EQ(world_.processes.count(), 0u);
 }
 
+TEST_F(FacadeStart, NoOtherHostReplacesALauncherThatIsLookedAt) {
+  world_.preferences.values = {};
+  bool alone = false;
+  world_.tools.onAssessment = [&] {
+    alone = !tks::platform::files().lock(world_.folder.path(), std::chrono::milliseconds(0), nullptr);
+  };
+  tks_.start(finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_TRUE(alone);
+  EXPECT_TRUE(tks::platform::files().lock(world_.folder.path(), std::chrono::milliseconds(0), nullptr));
+}
+
 TEST_F(FacadeStart, HealthyLauncherStaysAfterAFailedLaunch) {
   world_.preferences.values = {};
   world_.tools.assessment = world_.bundle() + ": accepted\n";
