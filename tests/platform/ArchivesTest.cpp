@@ -41,8 +41,9 @@ class Archives : public ::testing::Test {
     for (const ArchiveEntry& entry : entriesOf(path)) names.push_back(entry.name);
     return names;
   }
+  /// macOS' tar would put an entry of its own beside each file with attributes.
   bool run(const std::string& command) {
-    return std::system(("cd '" + folder.path() + "' && " + command + " > log").c_str()) == 0;
+    return std::system(("export COPYFILE_DISABLE=1; cd '" + folder.path() + "' && " + command + " > log").c_str()) == 0;
   }
   tks::test::TemporaryFolder folder;
   TKSError error;
