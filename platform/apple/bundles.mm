@@ -4,6 +4,7 @@
 #include "platform/backend.h"
 #include "platform/bundles.h"
 #include "platform/platform.h"
+#include "platform/posix/paths.h"
 
 /// A class of this very image, to find the bundle that it was loaded from.
 @interface TKSBundleAnchor : NSObject
@@ -34,7 +35,8 @@ class AppleBundles final : public Bundles {
 
   std::optional<Bundle> open(std::string_view path) override {
     @autoreleasepool {
-      NSBundle* bundle = [NSBundle bundleWithPath:apple::toPath(path)];
+      // Without a path the system would open the working folder.
+      NSBundle* bundle = posix::isPath(path) ? [NSBundle bundleWithPath:apple::toPath(path)] : nil;
       if (bundle == nil) return std::nullopt;
       Bundle result;
       result.path = path;
@@ -63,10 +65,13 @@ class AppleBundles final : public Bundles {
 
   static std::string executableOf(NSBundle* bundle, const Bundle& result) {
     const TKSValue& name = result.infoDictionary["CFBundleExecutable"];
-    const std::string path = result.path + "/Contents/MacOS/" + (name.isText() ? std::string(name.text()) : "");
-    if (name.isText() && files().exists(path)) return path;
-    return apple::fromString(bundle.executablePath);
+    const std::string declared = result.path + "/Contents/MacOS/" + (name.isText() ? std::string(name.text()) : "");
+    if (name.isText() && isFile(declared)) return declared;
+    const std::string found = apple::fromString(bundle.executablePath);
+    return isFile(found) ? found : std::string();
   }
+
+  static bool isFile(const std::string& path) { return files().exists(path) && !files().isDirectory(path); }
 };
 
 }  // namespace

@@ -28,25 +28,25 @@ ChildEnd endOf(NSTask* task) {
   return {exited ? ChildEnd::How::exited : ChildEnd::How::killed, task.terminationStatus};
 }
 
-/// A task that is ready to be launched. Once it is, it keeps itself alive until the child ends, and collects it.
-NSTask* prepare(const ChildRequest& request, std::function<void(ChildEnd)> ended) {
+/// A task that is ready to be launched; nil, and errno, when an argument cannot be passed on.
+NSTask* prepare(const ChildRequest& request) {
   NSTask* task = [[NSTask alloc] init];
   task.executableURL = apple::toFileURL(request.executable);
-  if (!request.arguments.empty()) {
-    NSMutableArray<NSString*>* arguments = [NSMutableArray array];
-    for (const std::string& argument : request.arguments) [arguments addObject:apple::toPath(argument)];
-    task.arguments = arguments;
-  }
+  if (request.arguments.empty()) return task;
+  NSArray<NSString*>* arguments = apple::toArguments(request.arguments);
+  if (arguments == nil) return nil;
+  task.arguments = arguments;
+  return task;
+}
+
+/// Launches a task. From then on it keeps itself alive until the child ends, and collects it.
+std::int32_t launch(NSTask* task, std::function<void(ChildEnd)> ended, TKSError* error) {
   __block NSTask* kept = task;
   task.terminationHandler = ^(NSTask* finished) {
     const ChildEnd end = endOf(finished);
     kept = nil;
     if (ended) mainLoop().post([ended, end] { ended(end); });
   };
-  return task;
-}
-
-std::int32_t launch(NSTask* task, TKSError* error) {
   NSError* failure = nil;
   @try {
     if ([task launchAndReturnError:&failure]) return task.processIdentifier;
@@ -68,7 +68,8 @@ void fillGaps(NSTask* task) {
 }
 
 /// Joins the child's standard input and output to this process's own.
-std::int32_t launchJoined(NSTask* task, const std::string& executable, TKSError* error) {
+std::int32_t launchJoined(NSTask* task, const std::string& executable, std::function<void(ChildEnd)> ended,
+                          TKSError* error) {
   StandardHandles& handles = StandardHandles::shared();
   StandardHandles::Joint joint = handles.begin();
   if (!handles.prepare(joint)) {
@@ -78,7 +79,7 @@ std::int32_t launchJoined(NSTask* task, const std::string& executable, TKSError*
   fillGaps(task);
   task.standardInput = handleOn(joint.childInput());
   task.standardOutput = handleOn(joint.childOutput());
-  const std::int32_t process = launch(task, error);
+  const std::int32_t process = launch(task, std::move(ended), error);
   if (process == 0 || joint.putInForce()) return process;
   posix::fail(error, "start", executable);
   kill(process, SIGKILL);
@@ -86,14 +87,14 @@ std::int32_t launchJoined(NSTask* task, const std::string& executable, TKSError*
 }
 
 /// Shares this process's standard handles with the child, but never the pipes to another child.
-std::int32_t launchSharing(NSTask* task, TKSError* error) {
+std::int32_t launchSharing(NSTask* task, std::function<void(ChildEnd)> ended, TKSError* error) {
   return StandardHandles::shared().whileUnchanged([&](bool joined) {
     fillGaps(task);
     if (joined) {
       task.standardInput = NSFileHandle.fileHandleWithNullDevice;
       task.standardOutput = NSFileHandle.fileHandleWithNullDevice;
     }
-    return launch(task, error);
+    return launch(task, std::move(ended), error);
   });
 }
 
@@ -102,8 +103,13 @@ class AppleChildProcesses final : public ChildProcesses {
   std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> ended, TKSError* error) override {
     @autoreleasepool {
       @try {
-        NSTask* task = prepare(request, std::move(ended));
-        return request.joinStandardHandles ? launchJoined(task, request.executable, error) : launchSharing(task, error);
+        NSTask* task = prepare(request);
+        if (task == nil) {
+          posix::fail(error, "start", request.executable);
+          return 0;
+        }
+        return request.joinStandardHandles ? launchJoined(task, request.executable, std::move(ended), error)
+                                           : launchSharing(task, std::move(ended), error);
       } @catch (NSException* exception) {
         apple::store(error, nil, "start: " + apple::fromString(exception.reason));
         return 0;

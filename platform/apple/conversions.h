@@ -21,6 +21,9 @@ NSString* toRepairedString(std::string_view text);
 /// A path as the file system's own representation: unlike `toString` never nil.
 NSString* toPath(std::string_view path);
 NSURL* toFileURL(std::string_view path);
+/// Arguments for a program; nil, and errno, when one is no UTF-8 or holds a NUL byte, so that it would arrive as
+/// another.
+NSArray<NSString*>* toArguments(std::span<const std::string> arguments);
 NSData* toData(std::span<const std::uint8_t> bytes);
 TKSData fromData(NSData* data);
 

@@ -220,6 +220,18 @@ NSString* toPath(std::string_view path) {
 
 NSURL* toFileURL(std::string_view path) { return [NSURL fileURLWithPath:toPath(path)]; }
 
+NSArray<NSString*>* toArguments(std::span<const std::string> arguments) {
+  NSMutableArray<NSString*>* result = [NSMutableArray array];
+  for (const std::string& argument : arguments) {
+    const bool hasNul = argument.find('\0') != std::string::npos;
+    NSString* text = hasNul ? nil : toString(argument);
+    errno = hasNul ? EINVAL : EILSEQ;
+    if (text == nil) return nil;
+    [result addObject:text];
+  }
+  return result;
+}
+
 NSData* toData(std::span<const std::uint8_t> bytes) { return [NSData dataWithBytes:bytes.data() length:bytes.size()]; }
 
 TKSData fromData(NSData* data) {

@@ -33,8 +33,9 @@ class ApplePreferences final : public Preferences {
   bool set(std::string_view key, const TKSValue& value, TKSError* error) override {
     @autoreleasepool {
       NSString* name = apple::toString(key);
-      id object = apple::toObject(value);
-      if (name == nil || (object == nil && !value.isNothing()) || apple::isBeyondBounds(value)) {
+      // A value that shares its parts would be written out without bound.
+      id object = apple::isBeyondBounds(value) ? nil : apple::toObject(value);
+      if (name == nil || (object == nil && !value.isNothing())) {
         apple::store(error, nil, "store preference: the key is no text, or the value no preference");
         return false;
       }

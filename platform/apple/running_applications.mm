@@ -2,14 +2,27 @@
 #import <CoreServices/CoreServices.h>
 
 #include <libproc.h>
+#include <signal.h>
 #include <sys/proc_info.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
 
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
+#include "platform/posix/paths.h"
+#include "platform/posix/posix_error.h"
 #include "platform/running_applications.h"
 
 namespace tks::platform {
 namespace {
+
+/// Whether something is at the path. Sets errno when not. No path at all would stand for the working folder.
+bool isThere(std::string_view path) {
+  struct stat facts {};
+  return posix::isPath(path) && stat(std::string(path).c_str(), &facts) == 0;
+}
 
 /// When a process was started, in microseconds from 1970; 0 when it is gone.
 std::uint64_t startTimeOf(pid_t pid) {
@@ -29,11 +42,20 @@ TKSRunningApplication describe(NSRunningApplication* application) {
   return result;
 }
 
+/// What the system still lists of a process that is gone; it learns of ends only while the main run loop runs.
+bool isGone(NSRunningApplication* application) {
+  return application.terminated || (kill(application.processIdentifier, 0) != 0 && errno == ESRCH);
+}
+
+/// The application that runs as `pid`, or nil.
+NSRunningApplication* running(pid_t pid) {
+  NSRunningApplication* found = pid > 0 ? [NSRunningApplication runningApplicationWithProcessIdentifier:pid] : nil;
+  return found == nil || isGone(found) ? nil : found;
+}
+
 /// The application that was looked up, unless its process is gone or its identifier was taken by another.
 NSRunningApplication* still(const TKSRunningApplication& application) {
-  NSRunningApplication* found =
-      [NSRunningApplication runningApplicationWithProcessIdentifier:application.processIdentifier];
-  if (found == nil || found.terminated) return nil;
+  NSRunningApplication* found = running(application.processIdentifier);
   const bool known = application.startTime != 0;
   return known && startTimeOf(application.processIdentifier) != application.startTime ? nil : found;
 }
@@ -42,8 +64,8 @@ class AppleApplications final : public RunningApplications {
  public:
   std::optional<TKSRunningApplication> find(std::int32_t pid) override {
     @autoreleasepool {
-      NSRunningApplication* found = [NSRunningApplication runningApplicationWithProcessIdentifier:pid];
-      if (found == nil || found.terminated) return std::nullopt;
+      NSRunningApplication* found = running(pid);
+      if (found == nil) return std::nullopt;
       return describe(found);
     }
   }
@@ -52,7 +74,7 @@ class AppleApplications final : public RunningApplications {
     @autoreleasepool {
       std::vector<TKSRunningApplication> result;
       for (NSRunningApplication* application in NSWorkspace.sharedWorkspace.runningApplications) {
-        result.push_back(describe(application));
+        if (!isGone(application)) result.push_back(describe(application));
       }
       return result;
     }
@@ -73,18 +95,13 @@ class AppleApplications final : public RunningApplications {
   std::optional<TKSRunningApplication> launch(std::string_view bundlePath, const std::vector<std::string>& arguments,
                                               TKSError* error) override {
     @autoreleasepool {
-      NSMutableArray<NSString*>* list = [NSMutableArray array];
-      for (const std::string& argument : arguments) {
-        NSString* text = apple::toString(argument);
-        if (text == nil) {
-          apple::store(error, nil, "launch application: an argument is no UTF-8 text");
-          return std::nullopt;
-        }
-        [list addObject:text];
+      NSArray<NSString*>* list = apple::toArguments(arguments);
+      if (list == nil || !isThere(bundlePath)) {
+        posix::fail(error, "launch", bundlePath);
+        return std::nullopt;
       }
       NSError* failure = nil;
-// The workspace's newer call answers on another queue only and has no way to report the application to a caller that
-// waits.
+// The workspace's newer call answers on another queue, which a caller that waits on the main thread could hold up.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
       NSRunningApplication* started = nil;
@@ -94,17 +111,18 @@ class AppleApplications final : public RunningApplications {
                                                         configuration:@{NSWorkspaceLaunchConfigurationArguments : list}
                                                                 error:&failure];
       } @catch (NSException* exception) {
-        apple::store(error, nil, "launch application: " + apple::fromString(exception.reason));
+        apple::store(error, nil, "launch: " + apple::fromString(exception.reason));
         return std::nullopt;
       }
 #pragma clang diagnostic pop
       if (started != nil) return describe(started);
-      apple::store(error, failure, "launch application");
+      if (error != nullptr) *error = apple::fromError(failure, "launch", bundlePath);
       return std::nullopt;
     }
   }
 
   bool hasLastUsedDate(std::string_view bundlePath) override {
+    if (!isThere(bundlePath)) return false;
     @autoreleasepool {
       MDItemRef item = MDItemCreateWithURL(kCFAllocatorDefault, (__bridge CFURLRef)apple::toFileURL(bundlePath));
       if (item == nullptr) return false;
