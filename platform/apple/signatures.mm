@@ -2,13 +2,17 @@
 #import <Security/Security.h>
 
 #include <CommonCrypto/CommonDigest.h>
+#include <CoreServices/CoreServices.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <string>
 #include <utility>
 
 #include "platform/apple/conversions.h"
+#include "platform/apple/seal_coverage.h"
 #include "platform/backend.h"
+#include "platform/posix/paths.h"
 #include "platform/signatures.h"
 
 namespace tks::platform {
@@ -50,15 +54,17 @@ TKSValue fromInformation(NSString* key, id object) {
 
 class AppleStaticCode final : public StaticCode {
  public:
-  explicit AppleStaticCode(SecStaticCodeRef code) : code_(code) {}
+  AppleStaticCode(SecStaticCodeRef code, std::string path) : code_(code), path_(std::move(path)) {}
 
   std::int32_t checkValidity(std::string& details) override { return check(kSecCSCheckAllArchitectures, details); }
 
   std::int32_t checkForInstalling(std::string& details) override {
     constexpr SecCSFlags kDeep = kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSRestrictSymlinks;
     const std::int32_t status = check(kDeep | kSecCSStrictValidate, details);
-    // The form of the seal was good when it was signed; everything else of the check holds for it as well.
-    if (status != errSecCSWeakResourceEnvelope && status != errSecCSWeakResourceRules) return status;
+    // The form of the seal was good when it was signed. But without the strict check what the seal does not name, and
+    // where links lead, would not be looked at.
+    const bool isOfOldForm = status == errSecCSWeakResourceEnvelope || status == errSecCSWeakResourceRules;
+    if (!isOfOldForm || !apple::sealNamesEverything(path_)) return status;
     details.clear();
     return check(kDeep, details);
   }
@@ -87,6 +93,7 @@ class AppleStaticCode final : public StaticCode {
   }
 
   Owned<SecStaticCodeRef> code_;
+  std::string path_;
 };
 
 Owned<SecCertificateRef> parse(const TKSData& certificate) {
@@ -124,6 +131,16 @@ bool hasDigest(const TKSData& certificate, std::string_view hexadecimal) {
   });
 }
 
+/// Whether the chain that was evaluated is the one that was given, and not another that leads to the same end.
+bool isChain(SecTrustRef trust, NSArray* certificates) {
+  if (SecTrustGetCertificateCount(trust) != static_cast<CFIndex>(certificates.count)) return false;
+  for (NSUInteger i = 0; i < certificates.count; ++i) {
+    SecCertificateRef found = SecTrustGetCertificateAtIndex(trust, static_cast<CFIndex>(i));
+    if (found == nullptr || !CFEqual(found, (__bridge CFTypeRef)certificates[i])) return false;
+  }
+  return true;
+}
+
 /// Evaluates a chain at a moment when its leaf was valid, with its last certificate as the only anchor.
 bool leadsToLast(NSArray* certificates) {
   const Owned<SecPolicyRef> policy(SecPolicyCreateBasicX509());
@@ -139,17 +156,19 @@ bool leadsToLast(NSArray* certificates) {
       propertyOf((__bridge SecCertificateRef)certificates.firstObject, kSecOIDX509V1ValidityNotBefore);
   NSDate* moment = [NSDate dateWithTimeIntervalSinceReferenceDate:validFrom.doubleValue + 1];
   SecTrustSetVerifyDate(trust.get(), (__bridge CFDateRef)moment);
-  return SecTrustEvaluateWithError(trust.get(), nullptr);
+  return SecTrustEvaluateWithError(trust.get(), nullptr) && isChain(trust.get(), certificates);
 }
 
 class AppleSignatures final : public Signatures {
  public:
   std::int32_t create(std::string_view path, std::unique_ptr<StaticCode>& code) override {
+    // No path at all would stand for the working folder.
+    if (!posix::isPath(path)) return kPOSIXErrorBase + errno;
     @autoreleasepool {
       SecStaticCodeRef created = nullptr;
       const OSStatus status =
           SecStaticCodeCreateWithPath((__bridge CFURLRef)apple::toFileURL(path), kSecCSDefaultFlags, &created);
-      if (status == errSecSuccess) code = std::make_unique<AppleStaticCode>(created);
+      if (status == errSecSuccess) code = std::make_unique<AppleStaticCode>(created, std::string(path));
       return status;
     }
   }
