@@ -3,37 +3,39 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <limits>
+#include <iostream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/platform.h"
+#include "tests/support/ChildProcess.h"
 
 namespace {
 
+using namespace tks::test;
 using tks::platform::Text;
 using Match = Text::Match;
 
 Text& text() { return tks::platform::text(); }
 
-/// A user who chose a locale, or none.
-class ChosenLocale final : public tks::platform::Preferences {
- public:
-  explicit ChosenLocale(TKSValue locale) : locale_(std::move(locale)) {}
-  TKSDictionary dictionaryRepresentation() override { return {{"AppleLocale", locale_}}; }
-  TKSValue value(std::string_view key) override { return key == "AppleLocale" ? locale_ : TKSValue(); }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
+/// NUMBER...: prints each in decimal style. A user's locale is the process's own, so it takes another process to have
+/// another one.
+int printDecimals(const Arguments& arguments) {
+  for (auto number = arguments.begin(); number != arguments.end() && *number != "-AppleLocale"; ++number) {
+    const bool isReal = number->find('.') != std::string::npos;
+    std::cout << text().decimal(isReal ? TKSValue(std::stod(*number)) : TKSValue(std::stoll(*number))) << "\n";
+  }
+  return 0;
+}
+const ChildRole kPrintDecimals("print-decimals", printDecimals);
 
- private:
-  TKSValue locale_;
-};
-
-std::string decimalIn(const TKSValue& locale, const TKSValue& number) {
-  ChosenLocale preferences(locale);
-  const tks::platform::Replaced<tks::platform::Preferences> replaced(preferences);
-  return text().decimal(number);
+/// The numbers in decimal style, a line each, for a user who chose a locale.
+std::string decimalsIn(const std::string& locale, Arguments numbers) {
+  numbers.insert(numbers.end(), {"-AppleLocale", locale});
+  ChildProcess child = ChildProcess::inRole("print-decimals", numbers);
+  EXPECT_EQ(child.wait(), 0);
+  return child.output();
 }
 
 TEST(LowerCase, FollowsTheRulesThatHoldInEveryLanguage) {
@@ -151,49 +153,32 @@ TEST(Utf16Length, CountsUnits) {
 }
 
 TEST(Decimal, GroupsByTheUsersLocale) {
-  EXPECT_EQ(decimalIn("en_US", 1234567), "1,234,567");
-  EXPECT_EQ(decimalIn("de_DE", 1234567), "1.234.567");
-  EXPECT_EQ(decimalIn("de_CH", 1234567), "1\u2019234\u2019567");
-  EXPECT_EQ(decimalIn("fr_FR", 1234567), "1\u202f234\u202f567");
-  EXPECT_EQ(decimalIn("hi_IN", 1234567), "12,34,567");
-  EXPECT_EQ(decimalIn("en_US", 999), "999");
-  EXPECT_EQ(decimalIn("en_US", -1000), "-1,000");
-  EXPECT_EQ(decimalIn("en_US", 0), "0");
-  EXPECT_EQ(decimalIn("en_US", std::numeric_limits<std::int64_t>::max()), "9,223,372,036,854,775,807");
-}
-
-TEST(Decimal, FollowsAChangeOfTheLocale) {
-  EXPECT_EQ(decimalIn("de_DE", 1000), "1.000");
-  EXPECT_EQ(decimalIn("en_GB", 1000), "1,000");
-}
-
-TEST(Decimal, WithoutALocaleNumbersAreWrittenInEnglish) {
-  EXPECT_EQ(decimalIn(TKSValue(), 1000), "1,000");
-  EXPECT_EQ(decimalIn("", 1000), "1,000");
-  EXPECT_EQ(decimalIn(7, 1000), "1,000");
+  EXPECT_EQ(decimalsIn("en_US", {"1234567", "999", "-1000", "0", "9223372036854775807"}),
+            "1,234,567\n999\n-1,000\n0\n9,223,372,036,854,775,807\n");
+  EXPECT_EQ(decimalsIn("de_DE", {"1234567"}), "1.234.567\n");
+  EXPECT_EQ(decimalsIn("de_CH", {"1234567"}), "1\u2019234\u2019567\n");
+  EXPECT_EQ(decimalsIn("fr_FR", {"1234567"}), "1\u202f234\u202f567\n");
+  EXPECT_EQ(decimalsIn("hi_IN", {"1234567"}), "12,34,567\n");
 }
 
 TEST(Decimal, RealsHaveAtMostThreeDigitsBehindThePoint) {
-  EXPECT_EQ(decimalIn("en_US", 1234.5), "1,234.5");
-  EXPECT_EQ(decimalIn("de_DE", 1234.5678), "1.234,568");
-  EXPECT_EQ(decimalIn("en_US", 0.0625), "0.062");
-  EXPECT_EQ(decimalIn("en_US", 2.0), "2");
+  EXPECT_EQ(decimalsIn("en_US", {"1234.5", "0.0625", "2.0"}), "1,234.5\n0.062\n2\n");
+  EXPECT_EQ(decimalsIn("de_DE", {"1234.5678"}), "1.234,568\n");
 }
 
 TEST(Decimal, WhatIsNoNumberHasNoText) {
-  EXPECT_EQ(decimalIn("en_US", "1000"), "");
-  EXPECT_EQ(decimalIn("en_US", TKSValue()), "");
-  EXPECT_EQ(decimalIn("en_US", true), "1");
+  EXPECT_EQ(text().decimal("1000"), "");
+  EXPECT_EQ(text().decimal(TKSValue()), "");
+  EXPECT_EQ(text().decimal(true), "1");
 }
 
 TEST(TextThreads, AllOperationsMayRunAtOnce) {
-  ChosenLocale preferences("de_DE");
-  const tks::platform::Replaced<tks::platform::Preferences> replaced(preferences);
+  const std::string decimal = text().decimal(1000);
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([] {
+    threads.emplace_back([&] {
       for (int round = 0; round < 50; ++round) {
-        EXPECT_EQ(text().decimal(1000), "1.000");
+        EXPECT_EQ(text().decimal(1000), decimal);
         EXPECT_EQ(text().findPattern("b+", "aBb"), Match::matched);
         EXPECT_EQ(text().lowerCase("\u00c4"), "\u00e4");
         EXPECT_TRUE(text().equalIgnoringCase("\u00c4", "\u00e4"));

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
+#include <iostream>
 
 #include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
@@ -19,6 +21,18 @@ namespace {
 using namespace tks::test;
 
 tks::platform::Preferences& preferences() { return tks::platform::preferences(); }
+
+/// HOME: stores one value as a user without rights there, when this one may take another's identity.
+int storeWithoutRights(const Arguments& arguments) {
+  const FakeHome home(arguments.at(0));
+  constexpr uid_t kNobody = 65534;
+  if (::geteuid() == 0 && (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)) return 3;
+  TKSError error;
+  const bool stored = preferences().set("key", 1, &error);
+  std::cout << error.localizedDescription << "\n" << preferences().value("key").description();
+  return stored ? 0 : 1;
+}
+const ChildRole kStoreWithoutRights("store-without-rights", storeWithoutRights);
 
 class PreferenceFiles : public testing::Test {
  protected:
@@ -167,6 +181,26 @@ TEST_F(PreferenceFiles, ThereAreAlwaysLanguages) {
   writeList(global_, {{"AppleLanguages", TKSArray{"nl"}}});
   EXPECT_EQ(preferences().value("AppleLanguages"), TKSValue(TKSArray{"nl"}));
   EXPECT_EQ(preferences().dictionaryRepresentation()["AppleLanguages"], TKSValue(TKSArray{"nl"}));
+}
+
+TEST_F(PreferenceFiles, AMissingHomeIsAnErrorAndIsNotMade) {
+  const std::string missing = home_ / "nobody/here";
+  const FakeHome home(missing);
+  TKSError error;
+  EXPECT_FALSE(preferences().set("key", 1, &error));
+  EXPECT_NE(error.localizedDescription.find(missing), std::string::npos) << error.localizedDescription;
+  EXPECT_TRUE(preferences().value("key").isNothing());
+  EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(PreferenceFiles, AHomeWithoutRightsIsAnErrorAndReadsAsEmpty) {
+  using std::filesystem::perms;
+  std::filesystem::permissions(home_.realHome(), perms::owner_read | perms::owner_exec);
+  ChildProcess child = ChildProcess::inRole("store-without-rights", {home_.realHome()});
+  EXPECT_EQ(child.wait(), 1);
+  EXPECT_TRUE(child.output().ends_with("\n(null)")) << child.output();
+  EXPECT_GT(child.output().size(), std::string_view("\n(null)").size());
+  std::filesystem::permissions(home_.realHome(), perms::owner_all);
 }
 
 }  // namespace
