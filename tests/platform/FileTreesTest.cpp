@@ -252,7 +252,7 @@ TEST_F(FileTrees, AFailedCopyLeavesNothing) {
   const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
-  const std::string path = folder / "tree/Contents/MacOS/socket";
+  const std::string path = folder / "tree/Contents/socket";
   ASSERT_LT(path.size(), sizeof address.sun_path);
   path.copy(address.sun_path, sizeof address.sun_path - 1);
   ASSERT_EQ(::bind(server, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
