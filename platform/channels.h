@@ -57,8 +57,8 @@ class ByteSink {
   virtual void whenWritable(std::function<void()> ready) = 0;
 };
 
-/// The message channels of the process. macOS: NSFileHandle on the descriptors, libdispatch read, write and vnode
-/// sources. Linux: the main loop, inotify for files.
+/// The message channels of the process. macOS: libdispatch read, write and vnode sources on descriptors of their own.
+/// Linux: the main loop, inotify for files.
 class Channels {
  public:
   virtual ~Channels() = default;

@@ -5,7 +5,7 @@
 
 namespace tks::platform {
 
-/// Time and waiting. macOS: NSDate, NSDateFormatter, usleep. Linux: the same by POSIX. Any thread.
+/// Time and waiting. macOS: NSDate, NSDateFormatter, nanosleep. Linux: the same by POSIX. Any thread.
 class Clock {
  public:
   virtual ~Clock() = default;

@@ -34,9 +34,9 @@ class FileLock {
   virtual ~FileLock() = default;
 };
 
-/// Files, folders and their attributes. macOS: NSFileManager, removexattr. Linux: std::filesystem's calls and extended
-/// attributes under "user.". Any thread. Errors name the step, the path and the reason. Links are not followed unless
-/// said. Removing, copying and moving work on whole trees.
+/// Files, folders and their attributes. macOS: NSFileManager, renamex_np, removexattr. Linux: POSIX calls
+/// and extended attributes under "user.". Any thread. Errors name the step, the path and the reason. Links are not
+/// followed unless said. Removing, copying and moving work on whole trees.
 class Files {
  public:
   virtual ~Files() = default;

@@ -41,8 +41,8 @@ struct ToolResult {
   TKSError error;
 };
 
-/// The system's command-line tools. macOS: NSTask and NSPipe. Linux: posix_spawn. The absolute paths stand in one table
-/// of each back end. Any thread; waits for the tool.
+/// The system's command-line tools. macOS: NSTask over pipes of our own. Linux: posix_spawn. The absolute paths
+/// stand in one table of each back end. Any thread; waits for the tool.
 class SystemTools {
  public:
   virtual ~SystemTools() = default;

@@ -2,14 +2,19 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/apple/conversions.h"
 #include "platform/apple/guarded.h"
 #include "platform/backend.h"
 #include "platform/download.h"
+#include "platform/platform.h"
+#include "platform/posix/posix_error.h"
 
 namespace tks::platform {
 namespace {
@@ -19,41 +24,51 @@ bool isAllowed(NSURL* url) {
   return [scheme isEqualToString:@"https"] || [scheme isEqualToString:@"http"] || [scheme isEqualToString:@"file"];
 }
 
-/// The session's own copy goes away when its handler returns: takes the file into a private folder.
-NSString* keep(NSURL* location, NSError** failure) {
-  NSFileManager* manager = NSFileManager.defaultManager;
-  NSString* folder = [NSTemporaryDirectory() stringByAppendingPathComponent:NSUUID.UUID.UUIDString];
-  if (![manager createDirectoryAtPath:folder
-          withIntermediateDirectories:YES
-                           attributes:@{
-                             NSFilePosixPermissions : @0700
-                           }
-                                error:failure]) {
-    return nil;
-  }
-  NSString* kept = [folder stringByAppendingPathComponent:@"download"];
-  if ([manager moveItemAtPath:location.path toPath:kept error:failure]) return kept;
-  [manager removeItemAtPath:folder error:nil];
-  return nil;
+TKSError refusal(NSInteger code, const std::string& address, std::string_view reason) {
+  return {"NSURLErrorDomain", static_cast<std::int64_t>(code),
+          std::string("download \"").append(address).append("\": ").append(reason)};
 }
 
-DownloadResult resultOf(NSURL* location, NSURLResponse* response, NSError* failure, std::size_t limit,
-                        bool isTooLarge) {
+/// The session's own copy goes away when its handler returns: takes the file into a private folder. Answers its path;
+/// empty, and `error`, when that fails.
+std::string keep(NSURL* location, TKSError& error) {
+  const std::string temporary = knownFolders().temporary();
+  if (temporary.empty()) {
+    error = posix::posixError(EACCES, "create the folder", "download");
+    return {};
+  }
+  const std::string folder = temporary + "/tksinterface-download-" + thisProcess().randomUUID();
+  if (!files().usePrivateDirectory(folder, &error)) return {};
+  const std::string kept = folder + "/download";
+  if (files().move(apple::fromString(location.path), kept, &error)) return kept;
+  files().remove(folder, nullptr);
+  return {};
+}
+
+/// What a download came to, whatever it was.
+struct Outcome {
+  NSURL* location = nil;
+  NSURLResponse* response = nil;
+  NSError* failure = nil;
+  bool isTooLarge = false;
+};
+
+DownloadResult resultOf(const Outcome& outcome, const DownloadRequest& request) {
   DownloadResult result;
-  if ([response isKindOfClass:NSHTTPURLResponse.class]) {
-    result.statusCode = static_cast<int>(static_cast<NSHTTPURLResponse*>(response).statusCode);
+  if ([outcome.response isKindOfClass:NSHTTPURLResponse.class]) {
+    result.statusCode = static_cast<int>(static_cast<NSHTTPURLResponse*>(outcome.response).statusCode);
   }
   NSNumber* size = nil;
-  [location getResourceValue:&size forKey:NSURLFileSizeKey error:nil];
-  if (isTooLarge || (location != nil && size.unsignedLongLongValue > limit)) {
-    result.error = TKSError{"NSURLErrorDomain", NSURLErrorDataLengthExceedsMaximum, "the download is too large"};
-    return result;
-  }
-  NSString* kept = location == nil ? nil : keep(location, &failure);
-  if (kept == nil) {
-    result.error = apple::fromError(failure, "download");
+  [outcome.location getResourceValue:&size forKey:NSURLFileSizeKey error:nil];
+  if (outcome.isTooLarge || size.unsignedLongLongValue > request.limit) {
+    result.error =
+        refusal(NSURLErrorDataLengthExceedsMaximum, request.url.absoluteString(), "resource exceeds maximum size");
+  } else if (outcome.location == nil) {
+    result.error = apple::fromError(outcome.failure, "download");
   } else {
-    result.location = apple::fromString(kept);
+    TKSError error;
+    result.location = keep(outcome.location, error);
+    if (result.location.empty()) result.error = std::move(error);
   }
   return result;
 }
@@ -95,7 +110,8 @@ class AppleDownload final : public Download {
       NSURL* url = address == nil ? nil : [NSURL URLWithString:address];
       if (url == nil || !isAllowed(url)) {
         DownloadResult refused;
-        refused.error = TKSError{"NSURLErrorDomain", NSURLErrorUnsupportedURL, "unsupported URL"};
+        refused.error = url == nil ? refusal(NSURLErrorBadURL, request.url.absoluteString(), "bad URL")
+                                   : refusal(NSURLErrorUnsupportedURL, request.url.absoluteString(), "unsupported URL");
         dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
           apple::runGuarded("download", [&] { done(refused); });
         });
@@ -104,17 +120,18 @@ class AppleDownload final : public Download {
       NSURLRequest* prepared = [NSURLRequest requestWithURL:url
                                                 cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
                                             timeoutInterval:std::chrono::duration<double>(request.idleTimeout).count()];
-      const std::size_t limit = request.limit;
+      const DownloadRequest asked = request;
       const auto bound = std::make_shared<Bound>();
       NSURLSessionDownloadTask* task = [NSURLSession.sharedSession
           downloadTaskWithRequest:prepared
                 completionHandler:^(NSURL* location, NSURLResponse* response, NSError* failure) {
                   bound->stop();
-                  apple::runGuarded("download",
-                                    [&] { done(resultOf(location, response, failure, limit, bound->exceeded())); });
+                  apple::runGuarded("download", [&] {
+                    done(resultOf({location, response, failure, bound->exceeded()}, asked));
+                  });
                 }];
       // Before the task runs: what ends it also ends this.
-      bound->start(task, limit);
+      bound->start(task, request.limit);
       [task resume];
     }
   }
