@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/Logging.h"
 #include "platform/apple/guarded.h"
+#include "platform/apple/single_call.h"
 #include "platform/backend.h"
 #include "platform/main_loop.h"
 
@@ -17,32 +16,18 @@ namespace tks::platform {
 namespace {
 
 using apple::runGuarded;
-
-/// What a timer has still to do. Taken when the timer fires or is destroyed, whatever comes first; it is released at
-/// once then, while libdispatch lets go of the timer's handler later.
-class PendingWork {
- public:
-  explicit PendingWork(std::function<void()> work) : work_(std::move(work)) {}
-  std::function<void()> take() {
-    const std::lock_guard lock(mutex_);
-    return tks::take(work_);
-  }
-
- private:
-  std::mutex mutex_;
-  std::function<void()> work_;
-};
+using apple::SingleCall;
 
 /// A dispatch timer that fires once.
 class AppleTimer final : public MainLoop::Timer {
  public:
   AppleTimer(std::chrono::milliseconds delay, std::function<void()> work)
-      : work_(std::make_shared<PendingWork>(std::move(work))),
+      : work_(std::make_shared<SingleCall>(std::move(work))),
         source_(dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_main_queue())) {
     const std::chrono::nanoseconds wait = std::min<std::chrono::milliseconds>(delay, kLongestDelay);
     dispatch_source_set_timer(source_, dispatch_time(DISPATCH_TIME_NOW, wait.count()), DISPATCH_TIME_FOREVER, 0);
     dispatch_source_t source = source_;
-    const std::shared_ptr<PendingWork> pending = work_;
+    const std::shared_ptr<SingleCall> pending = work_;
     dispatch_source_set_event_handler(source_, ^{
       dispatch_source_cancel(source);
       runGuarded("timer", pending->take());
@@ -58,7 +43,7 @@ class AppleTimer final : public MainLoop::Timer {
   /// What is later never comes; in nanoseconds it would not fit.
   static constexpr std::chrono::hours kLongestDelay{24 * 365 * 100};
 
-  std::shared_ptr<PendingWork> work_;
+  std::shared_ptr<SingleCall> work_;
   dispatch_source_t source_;
 };
 
