@@ -7,7 +7,7 @@
 ///
 /// A host without a loop of its own calls `run`. A host with one watches `descriptor` for readability and calls `drain`
 /// whenever it is readable. Use one of the two. On macOS the main queue is the system's: a host that runs the main run
-/// loop needs nothing of this class.
+/// loop needs nothing of this class, and elsewhere than on the main thread `run` and `drain` only write a level-8 line.
 class TKS_EXPORT TKSMainLoop {
  public:
   /// Works until `stop`. Returns at once, with a level-8 line, when the loop is being run or drained already.

@@ -24,7 +24,8 @@ class AppleTimer final : public MainLoop::Timer {
   AppleTimer(std::chrono::milliseconds delay, std::function<void()> work)
       : work_(std::make_shared<SingleCall>(std::move(work))),
         source_(dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, dispatch_get_main_queue())) {
-    const std::chrono::nanoseconds wait = std::min<std::chrono::milliseconds>(delay, kLongestDelay);
+    const std::chrono::nanoseconds wait =
+        std::clamp<std::chrono::milliseconds>(delay, std::chrono::milliseconds(0), kLongestDelay);
     dispatch_source_set_timer(source_, dispatch_time(DISPATCH_TIME_NOW, wait.count()), DISPATCH_TIME_FOREVER, 0);
     dispatch_source_t source = source_;
     const std::shared_ptr<SingleCall> pending = work_;
