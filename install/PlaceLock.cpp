@@ -8,7 +8,9 @@ namespace tks::install {
 std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, std::chrono::milliseconds patience,
                                               TKSError* error) {
   const std::string_view parent = folderOf(bundlePath);
-  return platform::files().lock(parent.empty() ? "." : parent, patience, error);
+  const std::string_view place = parent.empty() ? "." : parent;
+  // What does not exist would be made as a file to lock.
+  return platform::files().isDirectory(place) ? platform::files().lock(place, patience, error) : nullptr;
 }
 
 }  // namespace tks::install

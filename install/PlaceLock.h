@@ -10,10 +10,10 @@
 
 namespace tks::install {
 
-/// Keeps other installations from a bundle's place while one replaces it, or while it is looked at and removed when it
-/// is broken: in between it would be one bundle first and another one then. It is the folder that is locked, so hosts
-/// with temporary folders of their own keep to it as well. Null, and the reason, when it is not to be had within
-/// `patience` or there is no folder. Any thread.
+/// Keeps other installations from a bundle's place while one replaces it, or while it is checked, started or looked at
+/// and removed when it is broken: in between it would be one bundle first and another one then. It is the folder that
+/// is locked, so hosts with temporary folders of their own keep to it as well. Null when there is no folder, or, with
+/// the reason, when it is not to be had within `patience`. Any thread.
 std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, std::chrono::milliseconds patience,
                                               TKSError* error);
 

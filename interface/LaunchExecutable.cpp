@@ -11,6 +11,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Logging.h"
+#include "install/PlaceLock.h"
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
 #include "platform/platform.h"
@@ -23,6 +24,8 @@ constexpr std::chrono::milliseconds kPollInterval{100};
 /// The counter starts at 0 and the polling stops once it has reached this: one more poll than the number says.
 constexpr int kLastPoll = 300;
 constexpr int kPollSeconds = 30;
+/// How long a launch waits for another host that is replacing the launcher.
+constexpr std::chrono::seconds kPatienceWithInstallations{10};
 
 using tks::masked;
 
@@ -55,8 +58,11 @@ TKSArray arrayOf(const std::vector<std::string>& texts) {
   return TKSArray(std::vector<TKSValue>(texts.begin(), texts.end()));
 }
 
+/// The bundle of an executable at "Contents/MacOS/name" of it.
+std::string bundleOf(std::string_view exePath) { return withoutLastComponents(exePath, 3); }
+
 bool isTrusted(Launch& launch) {
-  const std::string bundlePath = withoutLastComponents(launch.exePath, 3);
+  const std::string bundlePath = bundleOf(launch.exePath);
   TKSError error;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check app begin.");
   const bool trusted = TKSUtilBase::checkTrustForLaunch(bundlePath, &error);
@@ -133,11 +139,13 @@ void waitForApplication(Launch& launch) {
   }
 }
 
-void startAndWait(Launch& launch, const std::vector<std::string>& args, const std::shared_ptr<ChildWatch>& watch) {
+void startAndWait(Launch& launch, const std::vector<std::string>& args, const std::shared_ptr<ChildWatch>& watch,
+                  std::unique_ptr<tks::platform::FileLock> placeLock) {
   const tks::LaunchArguments scanned = tks::scanLaunchArguments(args);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Want Pipe communicate: %d", scanned.wantsPipe);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Want File communicate: %d", scanned.wantsFile);
   startProcess(launch, args, scanned, watch);
+  placeLock.reset();
   if (scanned.warmUp) {
     watch->wasSeen = true;  // nobody waits to see it
     launch.succeeded = true;
@@ -163,7 +171,9 @@ std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, con
   const TKSValue shownArguments = arrayOf(args);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Exe path: %@", masked(shownPath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch with args: %@", masked(shownArguments));
-  if (mayBeLaunched(launch)) startAndWait(launch, args, watch);
+  // What is checked is what is started: no other host of the same user replaces it in between.
+  auto placeLock = tks::install::lockPlace(bundleOf(exePath), kPatienceWithInstallations, nullptr);
+  if (mayBeLaunched(launch)) startAndWait(launch, args, watch, std::move(placeLock));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch exe result %i: [pid: %d, path: %@, retryCount: %d]", launch.succeeded,
                         launch.pid, masked(launch.exePath), launch.polls);
   if (!launch.succeeded && error != nullptr) {

@@ -26,6 +26,10 @@ constexpr milliseconds kLongestPause{20};
 class HeldLock final : public platform::FileLock {
  public:
   explicit HeldLock(FileDescriptor file) : file_(std::move(file)) {}
+  // Closing alone is not enough: a process that was forked meanwhile has the same open file.
+  ~HeldLock() override { ::flock(file_.get(), LOCK_UN); }
+  HeldLock(const HeldLock&) = delete;
+  HeldLock& operator=(const HeldLock&) = delete;
 
  private:
   FileDescriptor file_;

@@ -241,6 +241,11 @@ TEST_F(InterruptedInstallation, IsNotPossibleByAnotherHostWhileTheResultIsAssess
   EXPECT_TRUE(alone);
 }
 
+TEST_F(InterruptedInstallation, BeforeThereIsAFolderForTheLauncherMakesNone) {
+  EXPECT_FALSE(install("5.0.1", base_ / "no archive", base_ / "none/Tarvo Kovra Start.app"));
+  EXPECT_FALSE(fs::exists(base_ / "none"));
+}
+
 TEST_F(InterruptedInstallation, IsNotPossibleByAnotherHostWhileWhatAFailedOneLeftIsAssessed) {
   putLauncher("4.9");
   const AssessedAlone alone(world, target());

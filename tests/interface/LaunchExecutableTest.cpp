@@ -1,3 +1,4 @@
+#include <atomic>
 #include <future>
 #include <thread>
 
@@ -74,6 +75,35 @@ TEST_F(LaunchExecutable, StartsTheProcessAndWaitsUntilItIsListed) {
                   info("Launched app: pid: 4711, path: /Users/****/Launcher.app"),
                   info("Launch exe result 1: [pid: 4711, path: " + executable + ", retryCount: 1]")));
   EXPECT_THAT(clock.sleeps(), ElementsAre(milliseconds(100)));
+}
+
+TEST_F(LaunchExecutable, NoOtherHostReplacesTheLauncherBetweenItsCheckAndItsStart) {
+  const std::string place = bundle.substr(0, bundle.rfind('/'));
+  const auto isFree = [&] {
+    return tks::platform::files().lock(place, std::chrono::milliseconds(0), nullptr) != nullptr;
+  };
+  bool freeAtTheStart = true;
+  children.onStart = [&](const auto&) { freeAtTheStart = isFree(); };
+  bool freeWhileItIsWaitedFor = false;
+  applications.onLook = [&] { freeWhileItIsWaitedFor = isFree(); };
+  EXPECT_TRUE(launch({}));
+  EXPECT_FALSE(freeAtTheStart);
+  EXPECT_TRUE(freeWhileItIsWaitedFor);
+}
+
+TEST_F(LaunchExecutable, ALauncherThatIsBeingReplacedIsStartedWhenThatIsDone) {
+  const std::string place = bundle.substr(0, bundle.rfind('/'));
+  auto installation = tks::platform::files().lock(place, std::chrono::milliseconds(0), nullptr);
+  ASSERT_TRUE(installation);
+  std::atomic<bool> done = false;
+  children.onStart = [&](const auto&) { EXPECT_TRUE(done); };
+  std::thread host([&] {
+    std::this_thread::sleep_for(milliseconds(50));
+    done = true;
+    installation.reset();
+  });
+  EXPECT_TRUE(launch({}));
+  host.join();
 }
 
 TEST_F(LaunchExecutable, PollsEveryHundredMillisecondsUntilTheProcessAppears) {

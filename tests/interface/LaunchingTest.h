@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -31,10 +32,13 @@ class PlayedApplications final : public platform::RunningApplications {
   /// What `launch` answers, one after the other: an error's text, or "" for success.
   std::vector<std::string> launches;
 
+  std::function<void()> onLook;
+
   std::vector<std::int32_t> terminated;
   std::vector<std::vector<std::string>> launchedWith;
 
   std::optional<TKSRunningApplication> find(std::int32_t pid) override {
+    if (onLook) onLook();
     const auto found = looks.find(pid);
     if (found == looks.end()) return std::nullopt;
     const std::optional<TKSRunningApplication> answer = found->second.front();

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -64,6 +67,22 @@ TEST_F(FileLocks, OfAProcessThatWasKilledAreFree) {
   const std::string path = folder / "lock";
   { const auto killed = anotherHolder(path); }
   EXPECT_TRUE(files().lock(path, seconds(30), &error)) << error.description();
+}
+
+TEST_F(FileLocks, AreFreeOnceTheyAreGoneAlsoWhereAForkedProcessStillHasTheFileOpen) {
+  const std::string path = folder / "lock";
+  auto held = files().lock(path, seconds(30), &error);
+  ASSERT_TRUE(held) << error.description();
+  const pid_t forked = ::fork();
+  if (forked == 0) {
+    ::pause();
+    ::_exit(0);
+  }
+  ASSERT_GT(forked, 0);
+  held.reset();
+  EXPECT_TRUE(files().lock(path, milliseconds(0), &error)) << error.description();
+  ::kill(forked, SIGKILL);
+  ::waitpid(forked, nullptr, 0);
 }
 
 TEST_F(FileLocks, OfAFolderLeaveNothingInIt) {
