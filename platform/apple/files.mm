@@ -71,13 +71,12 @@ class AppleFiles final : public Files {
     const std::string name(path);
     struct stat facts {};
     return isPath(path) && ::stat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) &&
-           access(name.c_str(), X_OK) == 0;
+           faccessat(AT_FDCWD, name.c_str(), X_OK, AT_EACCESS) == 0;
   }
 
+  /// The file manager asks for the user who started the process.
   bool isWritable(std::string_view path) override {
-    @autoreleasepool {
-      return [manager() isWritableFileAtPath:apple::toPath(path)];
-    }
+    return isPath(path) && faccessat(AT_FDCWD, std::string(path).c_str(), W_OK, AT_EACCESS) == 0;
   }
 
   std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override {
@@ -163,7 +162,7 @@ class AppleFiles final : public Files {
       NSDictionary* found = [manager() attributesOfItemAtPath:place error:&failure];
       if (!outcome(found != nil, failure, "read the attributes of", path, error)) return std::nullopt;
       return FileAttributes{static_cast<std::uint32_t>(found.filePosixPermissions),
-                            apple::fromDictionary(found[kExtendedAttributes])};
+                            apple::fromDictionary([found objectForKey:kExtendedAttributes])};
     }
   }
 
@@ -196,8 +195,8 @@ class AppleFiles final : public Files {
       if (!exists(place)) place = posix::folderOf(place);
       NSDictionary* found = [manager() attributesOfFileSystemForPath:apple::toPath(place) error:&failure];
       if (!outcome(found != nil, failure, "read the free space of", path, error)) return std::nullopt;
-      return VolumeSpace{[found[NSFileSystemFreeSize] unsignedLongLongValue],
-                         [found[NSFileSystemSize] unsignedLongLongValue]};
+      return VolumeSpace{[[found objectForKey:NSFileSystemFreeSize] unsignedLongLongValue],
+                         [[found objectForKey:NSFileSystemSize] unsignedLongLongValue]};
     }
   }
 };

@@ -5,7 +5,10 @@
 
 #import <Foundation/Foundation.h>
 
+#include <sys/xattr.h>
+
 #include <clocale>
+#include <string>
 
 // Without automatic reference counting, which GCC's run-time does not have, there is nothing to bridge.
 #define __bridge
@@ -32,3 +35,14 @@ inline locale_t plainLocale() {
 // Names of numbers and keys that GNUstep does not have.
 #define NSDebugDescriptionErrorKey @"NSDebugDescription"
 enum { NSPropertyListReadCorruptError = 3840, NSPropertyListWriteInvalidError = 3852 };
+
+// Extended attributes of users begin so on Linux.
+enum { XATTR_NOFOLLOW = 1 };
+inline int removexattr(const char* path, const char* name, int) {
+  return lremovexattr(path, ("user." + std::string(name)).c_str());
+}
+
+// What came later than GNUstep's NSFileManager; see adaptations.mm.
+@interface NSFileManager (Later)
+- (BOOL)setAttributes:(NSDictionary*)attributes ofItemAtPath:(NSString*)path error:(NSError**)error;
+@end

@@ -1,5 +1,7 @@
 #import <objc/runtime.h>
 
+#include <cerrno>
+
 // Where GNUstep does something in another way than macOS, and can be led to do the same.
 
 namespace {
@@ -55,6 +57,17 @@ void exchange(Class to, SEL old, SEL name) {
   NSString* chosen = [NSUserDefaults.standardUserDefaults stringForKey:@"AppleLocale"];
   if (chosen == nil) return [self tks_currentLocale];
   return [[[NSLocale alloc] initWithLocaleIdentifier:chosen] autorelease];
+}
+
+@end
+
+@implementation NSFileManager (Later)
+
+- (BOOL)setAttributes:(NSDictionary*)attributes ofItemAtPath:(NSString*)path error:(NSError**)error {
+  errno = 0;
+  if ([self changeFileAttributes:attributes atPath:path]) return YES;
+  if (error != nullptr) *error = [NSError errorWithDomain:NSPOSIXErrorDomain code:errno userInfo:nil];
+  return NO;
 }
 
 @end
