@@ -12,6 +12,7 @@
 
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
+#include "platform/posix/standard_handles.h"
 
 namespace tks::posix {
 namespace {
@@ -71,7 +72,7 @@ bool waitForLock(const FileDescriptor& file, milliseconds patience) {
 
 std::unique_ptr<platform::FileLock> lockFile(std::string_view path, milliseconds patience, TKSError* error) {
   FileDescriptor file = isPath(path) ? openToLock(std::string(path)) : FileDescriptor();
-  if (!file || !(waitForLock(file, patience) || hasNoLocks(errno))) {
+  if (!raiseAboveStandard(file) || !(waitForLock(file, patience) || hasNoLocks(errno))) {
     fail(error, "lock", path);
     return nullptr;
   }

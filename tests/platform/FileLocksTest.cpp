@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 #include "platform/platform.h"
 #include "platform/posix/posix_error.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FreshProcess.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -83,6 +85,14 @@ TEST_F(FileLocks, AreFreeOnceTheyAreGoneAlsoWhereAForkedProcessStillHasTheFileOp
   EXPECT_TRUE(files().lock(path, milliseconds(0), &error)) << error.description();
   ::kill(forked, SIGKILL);
   ::waitpid(forked, nullptr, 0);
+}
+
+TEST_F(FileLocks, NeverStandInThePlaceOfAStandardHandle) {
+  TKS_IN_FRESH_PROCESS();
+  for (const int handle : {STDIN_FILENO, STDOUT_FILENO}) ::close(handle);
+  const auto held = files().lock(folder / "lock", seconds(30), &error);
+  EXPECT_TRUE(held) << error.description();
+  for (const int handle : {STDIN_FILENO, STDOUT_FILENO}) EXPECT_EQ(::fcntl(handle, F_GETFD), -1) << handle;
 }
 
 TEST_F(FileLocks, OfAFolderLeaveNothingInIt) {
