@@ -10,16 +10,12 @@
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/known_folders.h"
+#include "platform/posix/paths.h"
 
 namespace tks::platform {
 namespace {
 
 constexpr std::size_t kLargestPasswordEntry = 1024 * 1024;
-
-std::string withoutClosingSlash(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
 
 /// Whether the folder is this user's and nobody else can write to it.
 bool isPrivate(const std::string& folder) {
@@ -42,13 +38,13 @@ class AppleFolders final : public KnownFolders {
         continue;
       }
       if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/') return "/nonexistent";
-      return withoutClosingSlash(found->pw_dir);
+      return posix::withoutClosingSlashes(found->pw_dir);
     }
   }
 
   std::string temporary() override {
     @autoreleasepool {
-      std::string folder = withoutClosingSlash(apple::fromString(NSTemporaryDirectory()));
+      std::string folder = posix::withoutClosingSlashes(apple::fromString(NSTemporaryDirectory()));
       return isPrivate(folder) ? folder : std::string();
     }
   }

@@ -14,16 +14,12 @@
 
 #include "platform/backend.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 
 namespace tks::platform {
 namespace {
 
 constexpr std::size_t kLargestPasswordEntry = 1024 * 1024;
-
-std::string withoutClosingSlashes(std::string path) {
-  while (path.size() > 1 && path.back() == '/') path.pop_back();
-  return path;
-}
 
 /// Where nothing is and nothing can be made: the home of users that have none.
 constexpr std::string_view kNoHome = "/nonexistent";
@@ -42,7 +38,7 @@ std::string homeFromPasswordDatabase() {
     }
     if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/')
       return std::string(kNoHome);
-    return withoutClosingSlashes(found->pw_dir);
+    return posix::withoutClosingSlashes(found->pw_dir);
   }
 }
 

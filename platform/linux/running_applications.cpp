@@ -16,6 +16,7 @@
 #include "platform/linux/spawn.h"
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::platform {
@@ -128,11 +129,6 @@ TKSData lastUsedDate() {
   return data;
 }
 
-std::string withoutClosingSlashes(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
-}
-
 class LinuxRunningApplications final : public RunningApplications {
  public:
   std::optional<TKSRunningApplication> find(std::int32_t pid) override {
@@ -154,7 +150,7 @@ class LinuxRunningApplications final : public RunningApplications {
 
   std::optional<TKSRunningApplication> launch(std::string_view bundlePath, const std::vector<std::string>& arguments,
                                               TKSError* error) override {
-    const std::string path = withoutClosingSlashes(bundlePath);
+    const std::string path = posix::withoutClosingSlashes(bundlePath);
     const std::optional<Bundle> bundle = bundles().open(path);
     if (!bundle || bundle->executablePath.empty()) {
       errno = ENOENT;
@@ -180,7 +176,7 @@ class LinuxRunningApplications final : public RunningApplications {
 
   bool hasLastUsedDate(std::string_view bundlePath) override {
     const std::optional<TKSData> date =
-        gnulinux::readExtendedAttribute(withoutClosingSlashes(bundlePath), kLastUsedDate);
+        gnulinux::readExtendedAttribute(posix::withoutClosingSlashes(bundlePath), kLastUsedDate);
     return date && !date->empty();
   }
 

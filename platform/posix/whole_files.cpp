@@ -20,7 +20,7 @@ namespace {
 constexpr int kMostNamesTried = 100;
 
 /// Folder of a path with its closing slash; empty for a bare name.
-std::string_view folderOf(std::string_view path) { return path.substr(0, path.rfind('/') + 1); }
+std::string_view folderPart(std::string_view path) { return path.substr(0, path.rfind('/') + 1); }
 
 /// A new empty file beside `path`, open for writing; `name` receives its path.
 int createSibling(std::string_view path, mode_t mode, std::string& name) {
@@ -40,11 +40,6 @@ bool isWithinFileSizeLimit(std::size_t size) {
   if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return true;
   errno = EFBIG;
   return size <= limit.rlim_cur;
-}
-
-/// Folder of a path, as the system wants it.
-std::string folderToOpen(std::string_view path) {
-  return folderOf(path).empty() ? std::string(".") : std::string(folderOf(path));
 }
 
 /// Brings what was written to the medium. The usual call ends at the drive's cache where the system has another one for
@@ -125,20 +120,20 @@ bool writeAll(int descriptor, std::span<const std::uint8_t> content) {
 
 std::string hiddenSibling(std::string_view path) {
   static std::atomic<unsigned> serial{0};
-  const std::string_view folder = folderOf(path);
+  const std::string_view folder = folderPart(path);
   const std::string_view last = path.substr(folder.size(), 200);  // leaves room for the rest within 255 bytes
   char suffix[40];
   std::snprintf(suffix, sizeof suffix, ".%d-%u.tmp", static_cast<int>(::getpid()), ++serial);
   return std::string(folder).append(".").append(last).append(suffix);
 }
 
-bool syncFolderOf(std::string_view path) { return syncFolder(folderToOpen(path)); }
+bool syncFolderOf(std::string_view path) { return syncFolder(folderOf(std::string(path))); }
 
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) {
   if (!isPath(path) || !isWithinFileSizeLimit(content.size())) return fail(error, "write", path);
   const std::string name(path);
   // Made before anything is written: once the file is in its place, nothing may fail for lack of memory.
-  const std::string folder = folderToOpen(path);
+  const std::string folder = folderOf(name);
   struct stat facts {};
   const bool exists = ::lstat(name.c_str(), &facts) == 0 && !S_ISLNK(facts.st_mode);
   if (exists && !S_ISREG(facts.st_mode)) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <iterator>
 #include <set>
@@ -25,6 +26,19 @@ class FileTrees : public ::testing::Test {
     }
     EXPECT_EQ(openDescriptors(), descriptors);
   }
+  void expectNothingIsMovedOverWhatExists() {
+    writeFile(folder / "file", "new");
+    writeFile(folder / "there", "old");
+    std::filesystem::create_directory(folder / "emptyFolder");
+    std::filesystem::create_directory(folder / "otherFolder");
+    EXPECT_FALSE(platform::files().move(folder / "file", folder / "there", &error));
+    EXPECT_EQ(error, (TKSError{"NSPOSIXErrorDomain", EEXIST, "move to \"" + (folder / "there") + "\": File exists"}));
+    EXPECT_FALSE(platform::files().move(folder / "otherFolder", folder / "emptyFolder", &error));
+    EXPECT_EQ(error.code, EEXIST);
+    EXPECT_EQ(contentOf(folder / "there"), "old");
+    EXPECT_EQ(contentOf(folder / "file"), "new");
+  }
+
   TemporaryFolder folder;
   TKSError error;
   const std::set<int> descriptors = openDescriptors();

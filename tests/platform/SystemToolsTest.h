@@ -31,6 +31,15 @@ class SystemTools : public ::testing::Test {
     platform::ToolRequest request{tool, std::move(arguments)};
     return run(request);
   }
+  /// Runs what writes more than a million bytes, which is the limit.
+  void expectEndedForWhatItWrites(platform::Tool tool) {
+    platform::ToolRequest request{tool, {}};
+    request.writeLimit = 1000000;
+    const platform::ToolResult result = run(request);
+    EXPECT_TRUE(result.started);
+    EXPECT_EQ(result.exitCode, -1);
+    EXPECT_EQ(result.error.localizedDescription, "wait for \"the tool\": File too large");
+  }
 
   TemporaryFolder folder;
   std::map<platform::Tool, std::string> paths;

@@ -22,17 +22,8 @@ using tks::test::refusing;
 using tks::test::writeFile;
 
 TEST_F(FileTrees, NothingIsMovedOverWhatExistsByAnOldKernel) {
-  writeFile(folder / "file", "new");
-  writeFile(folder / "there", "old");
-  fs::create_directory(folder / "emptyFolder");
-  fs::create_directory(folder / "otherFolder");
   const InjectedSystemCall oldKernel(&SystemCalls::renameat2, refusing<ENOSYS>);
-  EXPECT_FALSE(files().move(folder / "file", folder / "there", &error));
-  EXPECT_EQ(error, (TKSError{"NSPOSIXErrorDomain", EEXIST, "move to \"" + (folder / "there") + "\": File exists"}));
-  EXPECT_FALSE(files().move(folder / "otherFolder", folder / "emptyFolder", &error));
-  EXPECT_EQ(error.code, EEXIST);
-  EXPECT_EQ(contentOf(folder / "there"), "old");
-  EXPECT_EQ(contentOf(folder / "file"), "new");
+  expectNothingIsMovedOverWhatExists();
 }
 
 TEST_F(FileTrees, MovingWorksWhereTheSystemCallIsRefused) {
