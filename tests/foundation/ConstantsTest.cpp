@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/support/BuildPaths.h"
+
 // The catalogue as hosts see it: every constant is looked up by its plain name in the shared library and compared with
 // the table in tests/data/constants.tsv.
 
@@ -22,7 +24,7 @@ struct Row {
 
 std::vector<Row> table() {
   std::vector<Row> rows;
-  std::ifstream file(TKS_TEST_DATA "/constants.tsv");
+  std::ifstream file(tks::test::testData("constants.tsv"));
   for (std::string line; std::getline(file, line);) {
     if (line.empty() || line.front() == '#') continue;
     const std::size_t first = line.find('\t');

@@ -15,6 +15,7 @@
 #include "foundation/JsonWriter.h"
 #include "platform/platform.h"
 #include "tests/support/PrintValue.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/SmallStack.h"
 
 namespace {
@@ -36,11 +37,7 @@ std::string written(const TKSValue& value) {
   return text.value_or("not written");
 }
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::chrono::milliseconds kAtOnce{1000};
-#else
-constexpr std::chrono::milliseconds kAtOnce{100};
-#endif
+const std::chrono::milliseconds kAtOnce{tks::test::kSanitized ? 1000 : 100};
 
 /// What this thread has used so far: other work on the machine does not count.
 std::chrono::milliseconds processorTime() {

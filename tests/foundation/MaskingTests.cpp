@@ -14,7 +14,8 @@
 #include "tests/foundation/ReferenceMasking.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/LogRecorder.h"
-#include "tests/support/Memory.h"
+#include "tests/support/ProcessTable.h"
+#include "tests/support/Sanitized.h"
 
 namespace {
 

@@ -7,7 +7,8 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "tests/support/LogRecorder.h"
-#include "tests/support/Memory.h"
+#include "tests/support/ProcessTable.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {

@@ -12,6 +12,7 @@
 #include "platform/linux/tool_runner.h"
 #include "platform/platform.h"
 #include "tests/signatures/Fixtures.h"
+#include "tests/support/BuildPaths.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FakeHostProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -65,7 +66,7 @@ inline std::string zipped(const std::string& folder, const std::string& name, co
 class InstallTools final : public platform::SystemTools {
  public:
   explicit InstallTools(std::string folder) : folder_(std::move(folder)) {
-    paths_[platform::Tool::spctl] = std::string(TKS_BUILD_FOLDER) + "/spctl";
+    paths_[platform::Tool::spctl] = buildFolder() + "/spctl";
     // The listing of open files is of no matter here, and takes its time.
     script(platform::Tool::lsof, "echo nothing");
     script(platform::Tool::shasum, "cat > /dev/null; echo 0123");

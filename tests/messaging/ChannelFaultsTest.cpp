@@ -25,9 +25,10 @@
 #include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/LogRecorder.h"
-#include "tests/support/Memory.h"
 #include "tests/support/PipeChannels.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/ProcessTable.h"
+#include "tests/support/Sanitized.h"
 #include "tests/support/TemporaryFolder.h"
 
 // What can go wrong with a channel, brought about on real pipes and files.

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/messaging/Conversation.h"
+#include "tests/support/BuildPaths.h"
 
 // Plays the conversations of tests/data/talks; the README there explains their lines.
 
@@ -174,7 +175,7 @@ class Player {
 
 std::vector<std::string> talks() {
   std::vector<std::string> found;
-  for (const auto& entry : std::filesystem::directory_iterator(TKS_TEST_DATA "/talks")) {
+  for (const auto& entry : std::filesystem::directory_iterator(tks::test::testData("talks"))) {
     if (entry.path().extension() == ".talk") found.push_back(entry.path().stem());
   }
   std::sort(found.begin(), found.end());
@@ -185,7 +186,7 @@ class TalksTest : public testing::TestWithParam<std::string> {
  protected:
   std::size_t play(Cut cut) const {
     SCOPED_TRACE(testing::Message() << GetParam() << ".talk, " << cut);
-    return Player(cut).play(linesOf(TKS_TEST_DATA "/talks/" + GetParam() + ".talk"));
+    return Player(cut).play(linesOf(tks::test::testData("talks/" + GetParam() + ".talk")));
   }
 };
 

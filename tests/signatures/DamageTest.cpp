@@ -4,7 +4,8 @@
 #include <optional>
 
 #include "tests/signatures/Fixtures.h"
-#include "tests/support/Memory.h"
+#include "tests/support/ProcessTable.h"
+#include "tests/support/Sanitized.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 
+#include "tests/support/BuildPaths.h"
 #include "tests/support/ProcessState.h"
 
 namespace tks::test {
@@ -15,7 +16,7 @@ constexpr const char* kName = "Tarvo Kovra Start";
 
 FakeLauncher::FakeLauncher(const std::vector<std::string>& switches)
     : bundle_(folder_ / (std::string(kName) + ".app")), executable_(bundle_ + "/Contents/MacOS/" + kName) {
-  std::filesystem::copy(TKS_FAKE_LAUNCHER_BUNDLE, bundle_, std::filesystem::copy_options::recursive);
+  std::filesystem::copy(fakeLauncherBundle(), bundle_, std::filesystem::copy_options::recursive);
   setSwitches(switches);
 }
 

@@ -13,6 +13,7 @@
 
 #include "platform/linux/event_loop.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/Sanitized.h"
 
 // The ways in which a host's own loop may watch the descriptor of the main loop.
 
@@ -22,11 +23,7 @@ using tks::gnulinux::EventLoop;
 using tks::posix::FileDescriptor;
 
 /// For each of the four ways.
-#ifdef __SANITIZE_THREAD__
-constexpr int kRounds = 10'000;
-#else
-constexpr int kRounds = 250'000;
-#endif
+const int kRounds = tks::test::kThreadSanitized ? 10'000 : 250'000;
 /// A wait as long as this means that a wake-up was lost.
 constexpr int kTooLongMilliseconds = 5000;
 
