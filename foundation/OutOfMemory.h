@@ -14,6 +14,13 @@ inline void setOutOfMemory(TKSError* error) noexcept {
   error->domain.assign("POSIX");
   error->code = 12;
   error->localizedDescription.assign("Out of memory");
+  error->reason = TKSErrorReason::outOfResources;
+  error->recoverySuggestion.clear();
+  try {
+    error->recoverySuggestion.assign(TKSErrorReasonSuggestion(error->reason));
+  } catch (const std::bad_alloc&) {
+    // The reason says as much.
+  }
 }
 
 /// Whether an error was filled by setOutOfMemory.

@@ -2,6 +2,9 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
+
+#include "platform/posix/error_reasons.h"
 
 namespace tks::posix {
 namespace {
@@ -44,11 +47,9 @@ std::string reasonText(int number) {
 }
 
 TKSError posixError(int number, std::string_view step, std::string_view path) {
-  TKSError error;
-  error.domain = "NSPOSIXErrorDomain";
-  error.code = number;
-  error.localizedDescription.append(step).append(" \"").append(path).append("\": ").append(reasonText(number));
-  return error;
+  std::string text;
+  text.append(step).append(" \"").append(path).append("\": ").append(reasonText(number));
+  return systemError("NSPOSIXErrorDomain", number, std::move(text));
 }
 
 }  // namespace tks::posix

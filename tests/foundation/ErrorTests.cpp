@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <limits>
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
@@ -39,6 +41,74 @@ TEST(InterfaceError, WithoutAMessageIsUnknown) {
   EXPECT_EQ(TKSUtilBase::generateTKSInterfaceDefaultError(""), (TKSError{"TKSIDefaultDomain", 0, "Unknown error."}));
   const LogLine line{4, "Error info incorrect: , set as 'Unknown error'"};
   EXPECT_THAT(log.lines(), ElementsAre(line, line));
+}
+
+TEST(InterfaceError, MadeByAHostHasNoReason) {
+  const TKSError error = TKSUtilBase::generateTKSInterfaceError("no launcher", "some.domain", -3);
+  EXPECT_EQ(error.reason, TKSErrorReason::unspecified);
+  EXPECT_EQ(error.recoverySuggestion, "");
+}
+
+TEST(Error, ComparesAndDescribesItselfByDomainCodeAndText) {
+  TKSError left{"some.domain", 1, "text"};
+  TKSError right = left;
+  right.reason = TKSErrorReason::notTrusted;
+  right.recoverySuggestion = "Do something.";
+  EXPECT_EQ(left, right);
+  EXPECT_EQ(right.description(), "Error Domain=some.domain Code=1 \"text\"");
+  for (TKSError other : {TKSError{"other.domain", 1, "text"}, TKSError{"some.domain", 2, "text"},
+                         TKSError{"some.domain", 1, "other text"}}) {
+    EXPECT_NE(left, other);
+  }
+}
+
+/// Every reason with its number and name, which hosts keep in files and pass to other languages.
+struct NamedReason {
+  TKSErrorReason reason;
+  std::int32_t number;
+  std::string_view name;
+};
+
+constexpr NamedReason kReasons[] = {
+    {TKSErrorReason::unspecified, 0, "unspecified"},
+    {TKSErrorReason::notInstalled, 1, "notInstalled"},
+    {TKSErrorReason::notTrusted, 2, "notTrusted"},
+    {TKSErrorReason::broken, 3, "broken"},
+    {TKSErrorReason::endedEarly, 4, "endedEarly"},
+    {TKSErrorReason::notAnswered, 5, "notAnswered"},
+    {TKSErrorReason::badMessage, 6, "badMessage"},
+    {TKSErrorReason::noRoom, 7, "noRoom"},
+    {TKSErrorReason::noPermission, 8, "noPermission"},
+    {TKSErrorReason::toolMissing, 9, "toolMissing"},
+    {TKSErrorReason::busy, 10, "busy"},
+    {TKSErrorReason::cancelled, 11, "cancelled"},
+    {TKSErrorReason::refusedByLauncher, 12, "refusedByLauncher"},
+    {TKSErrorReason::channelFailed, 13, "channelFailed"},
+    {TKSErrorReason::invalidArgument, 14, "invalidArgument"},
+    {TKSErrorReason::notFound, 15, "notFound"},
+    {TKSErrorReason::alreadyExists, 16, "alreadyExists"},
+    {TKSErrorReason::outOfResources, 17, "outOfResources"},
+    {TKSErrorReason::tooLarge, 18, "tooLarge"},
+    {TKSErrorReason::networkFailed, 19, "networkFailed"},
+    {TKSErrorReason::serverRefused, 20, "serverRefused"},
+    {TKSErrorReason::wrongVersion, 21, "wrongVersion"},
+    {TKSErrorReason::noSafeFolder, 22, "noSafeFolder"},
+    {TKSErrorReason::systemFailed, 23, "systemFailed"},
+};
+
+TEST(ErrorReason, KeepsItsNumberAndName) {
+  for (const NamedReason& row : kReasons) {
+    EXPECT_EQ(static_cast<std::int32_t>(row.reason), row.number) << row.name;
+    EXPECT_EQ(TKSErrorReasonName(row.reason), row.name);
+    EXPECT_EQ(TKSErrorReasonSuggestion(row.reason).empty(), row.reason == TKSErrorReason::unspecified) << row.name;
+  }
+}
+
+TEST(ErrorReason, OfAnUnknownNumberIsUnspecified) {
+  for (const std::int32_t number : {-1, 24, 1000, std::numeric_limits<std::int32_t>::min()}) {
+    EXPECT_EQ(TKSErrorReasonName(static_cast<TKSErrorReason>(number)), "unspecified") << number;
+    EXPECT_EQ(TKSErrorReasonSuggestion(static_cast<TKSErrorReason>(number)), "") << number;
+  }
 }
 
 /// A reader that throws instead of answering.
@@ -94,6 +164,8 @@ TEST(JSONText, AReaderWithoutMemoryIsAnError) {
   TKSError error;
   EXPECT_TRUE(TKSUtilBase::JSONStringToObject("{}", &error).isNothing());
   EXPECT_EQ(error.localizedDescription, "Out of memory");
+  EXPECT_EQ(error.reason, TKSErrorReason::outOfResources);
+  EXPECT_EQ(error.recoverySuggestion, TKSErrorReasonSuggestion(TKSErrorReason::outOfResources));
 }
 
 TEST(JSONText, IsMadeOfAnObject) {
