@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "foundation/ErrorReasons.h"
 #include "platform/apple/tar_headers.h"
 #include "platform/apple/zip_directory.h"
 #include "platform/backend.h"
@@ -24,7 +25,8 @@ class AppleArchives final : public Archives {
     const bool read =
         apple::isZip(file) ? apple::readZipDirectory(file, visit, reason) : apple::readTarHeaders(file, visit, reason);
     if (!read && error != nullptr) {
-      *error = {"NSPOSIXErrorDomain", EFTYPE, "read archive \"" + name + "\": " + reason};
+      *error = makeError(TKSErrorReason::badMessage, "NSPOSIXErrorDomain", EFTYPE,
+                         "read archive \"" + name + "\": " + reason);
     }
     return read;
   }

@@ -8,6 +8,7 @@
 
 #include "foundation/Utf8.h"
 #include "platform/apple/property_list_bounds.h"
+#include "platform/posix/error_reasons.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::platform::apple {
@@ -298,8 +299,9 @@ bool isBeyondBounds(const TKSValue& value) {
 TKSDictionary fromDictionary(NSDictionary* dictionary) { return fromObject(dictionary).dictionary(); }
 
 TKSError fromError(NSError* error, std::string_view step) {
-  if (error == nil) return {"NSCocoaErrorDomain", 0, std::string(step)};
-  return {fromString(error.domain), static_cast<std::int64_t>(error.code), fromString(error.localizedDescription)};
+  if (error == nil) return posix::systemError("NSCocoaErrorDomain", 0, std::string(step));
+  return posix::systemError(fromString(error.domain), static_cast<std::int64_t>(error.code),
+                            fromString(error.localizedDescription));
 }
 
 TKSError fromError(NSError* error, std::string_view step, std::string_view path) {
@@ -311,7 +313,7 @@ TKSError fromError(NSError* error, std::string_view step, std::string_view path)
 }
 
 TKSError formatError(std::int64_t code, std::string_view step, std::string_view reason) {
-  return {"NSCocoaErrorDomain", code, std::string(step).append(": ").append(reason)};
+  return posix::systemError("NSCocoaErrorDomain", code, std::string(step).append(": ").append(reason));
 }
 
 std::string reasonOf(NSError* error, std::string_view otherwise) {

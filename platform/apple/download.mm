@@ -14,6 +14,7 @@
 #include "platform/backend.h"
 #include "platform/download.h"
 #include "platform/platform.h"
+#include "platform/posix/error_reasons.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::platform {
@@ -25,8 +26,8 @@ bool isAllowed(NSURL* url) {
 }
 
 TKSError refusal(NSInteger code, const std::string& address, std::string_view reason) {
-  return {"NSURLErrorDomain", static_cast<std::int64_t>(code),
-          std::string("download \"").append(address).append("\": ").append(reason)};
+  return posix::systemError("NSURLErrorDomain", static_cast<std::int64_t>(code),
+                            std::string("download \"").append(address).append("\": ").append(reason));
 }
 
 /// The session's own copy goes away when its handler returns: takes the file into a private folder. Answers its path;

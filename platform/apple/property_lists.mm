@@ -7,6 +7,7 @@
 #include "platform/backend.h"
 #include "platform/files.h"
 #include "platform/platform.h"
+#include "platform/posix/error_reasons.h"
 #include "platform/property_lists.h"
 
 namespace tks::platform {
@@ -26,7 +27,8 @@ void failToWrite(TKSError* error, std::string_view reason) {
 
 /// The error that PropertyLists::isBeyondBounds knows.
 TKSError beyondBounds(std::string_view what) {
-  return {"NSPOSIXErrorDomain", EFBIG, "property list: too large or too deep to be " + std::string(what)};
+  return posix::systemError("NSPOSIXErrorDomain", EFBIG,
+                            "property list: too large or too deep to be " + std::string(what));
 }
 
 class ApplePropertyLists final : public PropertyLists {

@@ -4,9 +4,12 @@
 #include <archive_entry.h>
 #include <locale.h>
 
+#include <cerrno>
 #include <memory>
 
+#include "foundation/ErrorReasons.h"
 #include "platform/backend.h"
+#include "platform/posix/error_reasons.h"
 
 namespace tks::platform {
 namespace {
@@ -89,8 +92,12 @@ class LinuxArchives final : public Archives {
  private:
   static bool fail(archive* reader, const std::string& name, TKSError* error) {
     if (error != nullptr) {
-      *error = {"NSPOSIXErrorDomain", archive_errno(reader),
-                "read archive \"" + name + "\": " + textOf(archive_error_string(reader))};
+      // What the system refused keeps its reason; every other number is about the archive's content.
+      const int number = archive_errno(reader);
+      const TKSErrorReason known = posix::reasonOfSystemError("NSPOSIXErrorDomain", number);
+      *error = makeError(known == TKSErrorReason::systemFailed || number == EINVAL ? TKSErrorReason::badMessage : known,
+                         "NSPOSIXErrorDomain", number,
+                         "read archive \"" + name + "\": " + textOf(archive_error_string(reader)));
     }
     return false;
   }

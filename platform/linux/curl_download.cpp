@@ -15,6 +15,7 @@
 
 #include "platform/backend.h"
 #include "platform/platform.h"
+#include "platform/posix/error_reasons.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
@@ -63,7 +64,7 @@ TKSError errorOf(CURLcode code, const std::string& url, const char* detail) {
   }
   std::string text = std::string("download \"") + url + "\": " + known->text;
   if (*detail != '\0') text += std::string(" (") + detail + ")";
-  return {kURLErrorDomain, known->number, std::move(text)};
+  return posix::systemError(kURLErrorDomain, known->number, std::move(text));
 }
 
 /// A folder for one download, of a name nobody can guess and this user alone can enter. Removed with what is in it

@@ -14,6 +14,7 @@
 #include "foundation/ValueBuilder.h"
 #include "platform/backend.h"
 #include "platform/linux/json_document.h"
+#include "platform/posix/error_reasons.h"
 
 namespace tks::platform {
 namespace {
@@ -99,7 +100,8 @@ class BorrowedReader {
 TKSValue fail(TKSError* error, std::string_view reason) {
   constexpr std::int64_t kReadCorrupt = 3840;
   if (error != nullptr) {
-    *error = TKSError{"NSCocoaErrorDomain", kReadCorrupt, "The text is not in the JSON format: " + std::string(reason)};
+    *error = posix::systemError("NSCocoaErrorDomain", kReadCorrupt,
+                                "The text is not in the JSON format: " + std::string(reason));
   }
   return {};
 }

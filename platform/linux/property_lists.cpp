@@ -9,6 +9,7 @@
 #include "platform/backend.h"
 #include "platform/linux/property_list_binary.h"
 #include "platform/linux/property_list_xml.h"
+#include "platform/posix/error_reasons.h"
 #include "platform/posix/whole_files.h"
 
 namespace tks::platform {
@@ -22,9 +23,8 @@ constexpr std::int64_t kWriteInvalid = 3852;
 
 bool fail(TKSError* error, std::int64_t code, std::string_view step, const Problem& problem) {
   if (error == nullptr) return false;
-  error->domain = problem.beyondBounds ? "NSPOSIXErrorDomain" : "NSCocoaErrorDomain";
-  error->code = problem.beyondBounds ? EFBIG : code;
-  error->localizedDescription = std::string(step).append(": ").append(problem.text);
+  *error = posix::systemError(problem.beyondBounds ? "NSPOSIXErrorDomain" : "NSCocoaErrorDomain",
+                              problem.beyondBounds ? EFBIG : code, std::string(step).append(": ").append(problem.text));
   return false;
 }
 

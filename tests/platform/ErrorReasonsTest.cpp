@@ -20,18 +20,19 @@ TEST(SystemErrorReasons, FollowFromTheNumberInItsDomain) {
     TKSErrorReason reason;
   };
   const Row rows[] = {
-      {"NSPOSIXErrorDomain", ENOENT, Reason::notFound},      {"NSPOSIXErrorDomain", EACCES, Reason::noPermission},
-      {"NSPOSIXErrorDomain", EROFS, Reason::noPermission},   {"NSPOSIXErrorDomain", ENOSPC, Reason::noRoom},
-      {"NSPOSIXErrorDomain", EDQUOT, Reason::noRoom},        {"NSPOSIXErrorDomain", EMFILE, Reason::outOfResources},
-      {"NSPOSIXErrorDomain", ETIMEDOUT, Reason::busy},       {"NSPOSIXErrorDomain", EEXIST, Reason::alreadyExists},
-      {"NSPOSIXErrorDomain", EPIPE, Reason::channelFailed},  {"NSPOSIXErrorDomain", EIO, Reason::systemFailed},
-      {"NSCocoaErrorDomain", 3840, Reason::badMessage},      {"NSCocoaErrorDomain", 260, Reason::notFound},
-      {"NSURLErrorDomain", -1003, Reason::networkFailed},    {"NSURLErrorDomain", -1100, Reason::serverRefused},
-      {"NSURLErrorDomain", -1002, Reason::invalidArgument},  {"NSURLErrorDomain", -1103, Reason::tooLarge},
-      {"NSURLErrorDomain", ENOENT, Reason::systemFailed},    {"somebody.else", ENOENT, Reason::systemFailed},
+      {"NSPOSIXErrorDomain", ENOENT, Reason::notFound},     {"NSPOSIXErrorDomain", EACCES, Reason::noPermission},
+      {"NSPOSIXErrorDomain", EROFS, Reason::noPermission},  {"NSPOSIXErrorDomain", ENOSPC, Reason::noRoom},
+      {"NSPOSIXErrorDomain", EDQUOT, Reason::noRoom},       {"NSPOSIXErrorDomain", EMFILE, Reason::outOfResources},
+      {"NSPOSIXErrorDomain", ETIMEDOUT, Reason::busy},      {"NSPOSIXErrorDomain", EEXIST, Reason::alreadyExists},
+      {"NSPOSIXErrorDomain", EPIPE, Reason::channelFailed}, {"NSPOSIXErrorDomain", EIO, Reason::systemFailed},
+      {"NSCocoaErrorDomain", 3840, Reason::badMessage},     {"NSCocoaErrorDomain", 260, Reason::notFound},
+      {"NSURLErrorDomain", -1003, Reason::networkFailed},   {"NSURLErrorDomain", -1100, Reason::serverRefused},
+      {"NSURLErrorDomain", -1002, Reason::invalidArgument}, {"NSURLErrorDomain", -1103, Reason::tooLarge},
+      {"NSURLErrorDomain", ENOENT, Reason::systemFailed},   {"somebody.else", ENOENT, Reason::systemFailed},
       {"NSCocoaErrorDomain", 123456, Reason::systemFailed},
   };
-  for (const Row& row : rows) EXPECT_EQ(reasonOfSystemError(row.domain, row.code), row.reason) << row.domain << row.code;
+  for (const Row& row : rows)
+    EXPECT_EQ(reasonOfSystemError(row.domain, row.code), row.reason) << row.domain << row.code;
 }
 
 TEST(SystemErrorReasons, StandInEachErrorOfASystemCall) {
