@@ -8,7 +8,7 @@
 #include "foundation/Characters.h"
 #include "foundation/Logging.h"
 #include "foundation/Utf8.h"
-#include "platform/platform.h"
+#include "install/RunTool.h"
 
 // Unpacking with the system's tools. Nobody looks at their exit status: callers judge by what is there afterwards.
 
@@ -50,7 +50,7 @@ void tks::install::unzip(std::string_view zipPath, std::string_view folder, std:
   // "-u": update what is there and create what is not.
   request.arguments = {"-u", "-d", pathArgument(folder), zipArgument(zipPath)};
   request.writeLimit = mostBytes;
-  const std::string output = platform::systemTools().run(request).output;
+  const std::string output = runTool(request).output;
   const std::string_view shown = shownOutput(output);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(zipPath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip to: %@", masked(folder));
@@ -69,7 +69,7 @@ void tks::install::untar(std::string_view archivePath, std::string_view folder,
   request.tool = platform::Tool::tar;
   request.arguments = {"-xvf", pathArgument(archivePath), "-C", pathArgument(folder)};
   request.writeLimit = mostBytes;
-  platform::systemTools().run(request);
+  runTool(request);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(archivePath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", masked(folder));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Untar End");

@@ -2,6 +2,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
@@ -10,7 +11,9 @@
 
 #include "foundation/Characters.h"
 #include "foundation/Logging.h"
+#include "foundation/OutOfMemory.h"
 #include "foundation/Utf8.h"
+#include "install/RunTool.h"
 #include "platform/platform.h"
 
 namespace {
@@ -19,12 +22,21 @@ using tks::masked;
 
 constexpr std::string_view kNotarizedMark = "Notarized Developer ID";
 
-/// The system's assessment of an application, as its tool prints it; empty when there is none.
-std::string assess(std::string_view appPath) {
+/// What the tool ends with when it could not look at everything, for lack of memory or of descriptors.
+constexpr int kCouldNotLook = 75;
+
+/// The system's assessment of an application, as its tool prints it. Nothing, with a line that says why, without a
+/// verdict: the tool is missing, cannot be started or was ended before it was done.
+std::optional<std::string> assess(std::string_view appPath) {
   tks::platform::ToolRequest request{tks::platform::Tool::spctl, {"-a", "-vvv", std::string(appPath)}};
   request.collectStandardError = true;
-  std::string output = tks::platform::systemTools().run(request).output;
-  return tks::utf8::isValid(output) ? output : std::string();
+  tks::platform::ToolResult result = tks::platform::systemTools().run(request);
+  const std::string output = tks::utf8::isValid(result.output) ? std::move(result.output) : std::string();
+  if (result.started && !result.cutShort && result.exitCode != kCouldNotLook) return output;
+  const std::string reason = result.exitCode == kCouldNotLook ? output : result.error.description();
+  TKSILog::logWithLevel(TKSILogLevelError, "No verdict of spctl, consider the app as not broken: %@. Reason: %@",
+                        masked(appPath), masked(reason));
+  return std::nullopt;
 }
 
 /// Whether a line begins with the path and says that it is accepted, in any letter case. Only the tool's own words
@@ -74,8 +86,7 @@ Origin originIn(std::string_view output, std::string_view appPath) {
   return origin;
 }
 
-bool isBrokenByAssessment(std::string_view appPath) {
-  const std::string output = assess(appPath);
+bool isBrokenBy(std::string_view output, std::string_view appPath) {
   if (isAccepted(output, appPath)) return false;
   TKSILog::logWithLevel(TKSILogLevelWarning, "Verify result not accepted, go further check");
   const Origin origin = originIn(output, appPath);
@@ -106,14 +117,12 @@ bool isAsRecorded(std::string_view appPath) {
   return false;
 }
 
-}  // namespace
-
-bool TKSUtilBase::isBrokenApp(std::string_view appPath) {
+bool isBroken(std::string_view appPath) {
   if (!tks::platform::files().exists(appPath)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "App doesn't exist. Consider it broken.");
     return true;
   }
-  if (isTestModeTKS()) {
+  if (TKSUtilBase::isTestModeTKS()) {
     TKSILog::logWithLevel(TKSILogLevelWarning, "Is TEST Mode. Ignore app broken check.");
     return false;
   }
@@ -121,12 +130,21 @@ bool TKSUtilBase::isBrokenApp(std::string_view appPath) {
   if (isAsRecorded(appPath)) return false;
   TKSILog::logWithLevel(TKSILogLevelInfo,
                         "No recorded hashValue or dismatched. Continue checking broken status with spctl.");
-  const bool broken = isBrokenByAssessment(appPath);
+  const std::optional<std::string> verdict = assess(appPath);
+  if (!verdict) return false;
+  const bool broken = isBrokenBy(*verdict, appPath);
   TKSILog::logWithLevel(TKSILogLevelInfo,
                         "Verify app's broken status, end. Broken status:%d.[0:healthy, 1:broken] for app: %@.", broken,
                         masked(appPath));
   if (!broken) TKSUtilBaseHelper::setHashValueOfAppPath(appPath);
   return broken;
+}
+
+}  // namespace
+
+/// Out of memory there is no verdict either.
+bool TKSUtilBase::isBrokenApp(std::string_view appPath) {
+  return tks::unlessOutOfMemory([&] { return isBroken(appPath); });
 }
 
 std::optional<std::string> TKSUtilBase::hashFilePropertiesWithAppPath(std::string_view appPath) {
@@ -137,7 +155,7 @@ std::optional<std::string> TKSUtilBase::hashFilePropertiesWithAppPath(std::strin
   }
   tks::platform::ToolRequest request{tks::platform::Tool::lsof, {"-g", "-o", "-R", std::string(appPath)}};
   request.pipedInto = tks::platform::Tool::shasum;
-  const std::string output = tks::platform::systemTools().run(request).output;
+  const std::string output = tks::install::runTool(request).output;
   return std::string(tks::trimmed(output));
 }
 

@@ -10,6 +10,7 @@
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "foundation/OutOfMemory.h"
+#include "install/LauncherIdentity.h"
 #include "install/PackageVersions.h"
 #include "install/PlaceLock.h"
 #include "install/ReplaceBundle.h"
@@ -149,8 +150,9 @@ bool install(std::string_view version, std::string_view zipPath, std::string_vie
   return installed;
 }
 
-/// Removes a launcher that turned out broken; a launcher that was updating itself ends.
+/// Removes a launcher that turned out broken; a launcher that was updating itself ends. What is no launcher stays.
 void removeBrokenLauncher(std::string_view targetPath) {
+  if (!tks::install::mayBeCleanedUp(targetPath)) return;
   TKSILog::logWithLevel(TKSILogLevelError, "TKS broken after installation, about to clean up");
   TKSUtilBase::cleanUpFolderPath(targetPath, true);
   if (tks::platform::bundles().mainBundleIdentifier() != TKSAppBundleID) return;

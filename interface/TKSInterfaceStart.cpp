@@ -8,6 +8,7 @@
 
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
+#include "install/LauncherIdentity.h"
 #include "install/PlaceLock.h"
 #include "interface/LaunchExecutable.h"
 #include "interface/TKSInterfaceState.h"
@@ -159,9 +160,10 @@ void TKSInterface::reportFailedLaunch(const std::string& exePath, const std::str
   const std::string message = formatted("Launch app failed. Path: %@. Error: %@", exePath, reason);
   TKSILog::logWithLevel(TKSILogLevelError, "%@", masked(message));
   const auto placeLock = tks::install::lockPlace(appManager->TKSAppPath, kPatienceWithInstallations, nullptr);
-  if (TKSUtilBase::isBrokenApp(appManager->TKSAppPath)) {
+  const std::string launcher = appManager->TKSAppPath;
+  if (TKSUtilBase::isBrokenApp(launcher) && tks::install::mayBeCleanedUp(launcher)) {
     TKSILog::logWithLevel(TKSILogLevelError, "App broken, about to clean up the broken tks app.");
-    TKSUtilBase::cleanUpFolderPath(appManager->TKSAppPath, true);
+    TKSUtilBase::cleanUpFolderPath(launcher, true);
   }
   tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
 }

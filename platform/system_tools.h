@@ -33,12 +33,15 @@ struct ToolRequest {
 };
 
 struct ToolResult {
-  /// False: the tool is missing or could not be started; `error` says why.
+  /// False: the tool is missing or could not be started, or the system could not load it; `error` names it, or where it
+  /// was looked for, and says why.
   bool started = false;
-  std::string output;
+  std::string output{};
   /// Exit code of the (last) tool; -1 when it was ended by a signal or by a limit.
   int exitCode = -1;
-  TKSError error;
+  TKSError error{};
+  /// The tool was ended before it was done, by a signal or by a limit; `error` says by which.
+  bool cutShort = false;
 };
 
 /// The system's command-line tools. macOS: NSTask over pipes of our own. Linux: posix_spawn. The absolute paths

@@ -257,11 +257,14 @@ class AppleTools final : public SystemTools {
     result.started = true;
     const int reached = readToTheEnd(last, output, request);
     if (reached != 0) {
+      result.cutShort = true;
       result.error = posix::posixError(reached, "wait for", "the tool");
       last.end();
       output.read();
     } else {
       result.exitCode = last.exitCode();
+      result.cutShort = result.exitCode < 0;
+      if (result.cutShort) result.error = posix::posixError(EINTR, "wait for", "the tool");
     }
     // Nobody reads what it writes any more.
     if (first != nullptr && (reached != 0 || !first->waitUntil(Time::now() + kGrace))) first->end();

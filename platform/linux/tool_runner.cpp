@@ -30,6 +30,8 @@ using Clock = std::chrono::steady_clock;
 
 /// How often a tool is looked at that cannot be watched, or that may write so much and no more.
 constexpr int kLookIntervalMilliseconds = 20;
+/// What the system's loader ends a program with that it cannot load, for lack of memory or of a library.
+constexpr int kNotLoaded = 127;
 constexpr std::string_view kProcessorFile = "/proc/cpuinfo";
 /// On a line of its own, never the first one.
 constexpr std::string_view kProcessorKey = "\nmodel name";
@@ -156,21 +158,21 @@ class ToolRunner final : public platform::SystemTools {
     if (!request.pipedInto) {
       SpawnRequest spawned = requestFor(request.tool, request.arguments);
       spawned.fileSizeLimit = request.writeLimit.value_or(0);
-      if (!startLast(first, spawned, request, output.writer)) return failure("run", spawned.executable);
-      return finish(first, request, std::move(output));
+      if (!startLast(first, spawned, request, output.writer)) return unstarted(request.tool, spawned);
+      return finish(first, request, std::move(output), spawned.executable);
     }
 
     posix::Pipe between = posix::makePipe();
     if (!between.reader) return failure("make a pipe for");
     SpawnRequest writing = requestFor(request.tool, request.arguments);
     writing.standardOutput = between.writer.get();
-    if (!start(first, writing)) return failure("run", writing.executable);
+    if (!start(first, writing)) return unstarted(request.tool, writing);
     between.writer.reset();
     SpawnRequest reading = requestFor(*request.pipedInto, {});
     reading.standardInput = between.reader.get();
-    if (!startLast(second, reading, request, output.writer)) return failure("run", reading.executable);
+    if (!startLast(second, reading, request, output.writer)) return unstarted(*request.pipedInto, reading);
     between.reader.reset();
-    return finish(second, request, std::move(output));
+    return finish(second, request, std::move(output), reading.executable);
   }
 
   SpawnRequest requestFor(Tool tool, std::vector<std::string> arguments) const {
@@ -196,25 +198,61 @@ class ToolRunner final : public platform::SystemTools {
     return started;
   }
 
-  static ToolResult finish(RunningTool& tool, const ToolRequest& request, posix::Pipe pipe) {
+  static ToolResult finish(RunningTool& tool, const ToolRequest& request, posix::Pipe pipe, const std::string& path) {
     Output output(std::move(pipe.reader), request.outputLimit);
     ToolResult result;
-    result.started = true;
     const int reached = readToTheEnd(tool, output, request);
     const ChildEnd end = tool.end();
     result.output = output.take();
-    if (reached == 0 && end.how == ChildEnd::How::exited) result.exitCode = end.number;
-    if (reached != 0) result.error = posix::posixError(reached, "wait for", "the tool");
-    if (end.how == ChildEnd::How::killed && end.number == SIGXFSZ) {
-      result.error = posix::posixError(EFBIG, "wait for", "the tool");
+    result.started = true;
+    if (reached != 0) {
+      result.cutShort = true;
+      result.error = posix::posixError(reached, "wait for", "the tool");
+    } else {
+      judge(end, path, result);
     }
     return result;
+  }
+
+  /// What the way in which a tool ended by itself, or was ended by somebody else, says of it.
+  static void judge(const ChildEnd& end, const std::string& path, ToolResult& result) {
+    switch (end.how) {
+      case ChildEnd::How::exited:
+        result.exitCode = end.number;
+        if (end.number != kNotLoaded) return;
+        result.started = false;
+        result.error = posix::posixError(ELIBACC, "run", path);
+        return;
+      case ChildEnd::How::killed:
+        result.cutShort = true;
+        result.error = end.number == SIGXFSZ ? posix::posixError(EFBIG, "wait for", "the tool") : endedBy(end.number);
+        return;
+      case ChildEnd::How::unknown:
+        // Somebody else collected it. One that was ended early has most often printed nothing.
+        result.cutShort = result.output.empty();
+        if (result.cutShort) result.error = posix::posixError(ECHILD, "wait for", "the tool");
+        return;
+    }
+  }
+
+  static TKSError endedBy(int signal) {
+    TKSError error = posix::posixError(EINTR, "wait for", "the tool");
+    error.localizedDescription.append(" (signal: ").append(std::to_string(signal)).append(")");
+    return error;
   }
 
   static ToolResult failure(std::string_view step, std::string_view path = "a tool") {
     ToolResult result;
     result.error = posix::posixError(errno, step, path);
     return result;
+  }
+
+  /// A tool that is missing is named by the places where it was looked for.
+  static ToolResult unstarted(Tool tool, const SpawnRequest& request) {
+    const int reason = errno;
+    const std::string path = request.executable.empty() ? placesOf(tool) : request.executable;
+    errno = reason;
+    return failure("run", path);
   }
 
   /// Linux has no such variable; the kernel says the same elsewhere.

@@ -107,9 +107,27 @@ TEST_F(Unpacking, GoesOnWhateverTheToolSays) {
     TKSUtilBase::unzip("/a.zip", "/b");
     EXPECT_EQ(log.lines().back(), (LogLine{2, "Unzip End"})) << script;
   }
+}
+
+TEST_F(Unpacking, NamesAToolThatIsMissingAndWhereItWasLookedFor) {
+  const std::string failed = "System tool failed: Error Domain=NSPOSIXErrorDomain Code=2 \"run \"";
   world.tools.remove(Tool::unzip);
+  world.tools.remove(Tool::tar);
   TKSUtilBase::unzip("/a.zip", "/b");
-  EXPECT_EQ(log.lines().back(), (LogLine{2, "Unzip End"}));
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Unzip Begin"},
+                                       LogLine{8, failed + "/usr/bin/unzip\": No such file or directory\""},
+                                       LogLine{2, "Archive: /a.zip"}, LogLine{2, "Unzip to: /b"},
+                                       LogLine{2, "Unzip Output: "}, LogLine{2, "Unzip End"}));
+  log.clear();
+  TKSUtilBase::untar("/a.tar", "/b");
+  EXPECT_THAT(log.texts(8), ElementsAre(failed + "/usr/bin/tar or /bin/tar\": No such file or directory\""));
+}
+
+TEST_F(Unpacking, TellsThatAToolWasEndedEarly) {
+  world.tools.script(Tool::unzip, "echo begun; kill -9 $$");
+  TKSUtilBase::unzip("/a.zip", "/b");
+  EXPECT_THAT(log.texts(8), ElementsAre(testing::EndsWith("(signal: 9)\"")));
+  EXPECT_EQ(textWith("Unzip Output: "), "begun\n");
 }
 
 TEST_F(Unpacking, UpdatesWhatIsOlderAndNeverAsks) {

@@ -24,16 +24,23 @@ class FakeTools final : public tks::platform::SystemTools {
  public:
   std::string assessment;
   std::string fingerprint = "1111  -\n";
-  bool missing = false;
+  /// How the assessment's tool fares.
+  tks::platform::ToolResult fate{.started = true, .output = "", .exitCode = 0, .error = {}};
+  bool noFingerprint = false;
   std::vector<tks::platform::ToolRequest> requests;
 
   tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
     requests.push_back(request);
-    tks::platform::ToolResult result;
-    if (missing) return result;
-    result.started = true;
-    result.output = request.tool == Tool::spctl ? assessment : fingerprint;
+    tks::platform::ToolResult result = fate;
+    if (request.tool != Tool::spctl) result = noFingerprint ? unstarted() : tks::platform::ToolResult{.started = true};
+    result.output = request.tool == Tool::spctl ? assessment : noFingerprint ? "" : fingerprint;
     return result;
+  }
+  static tks::platform::ToolResult unstarted() {
+    return {.started = false,
+            .output = "",
+            .exitCode = -1,
+            .error = {"NSPOSIXErrorDomain", 2, "run \"/usr/bin/a\": No such file or directory"}};
   }
   std::size_t assessments() const {
     std::size_t count = 0;
@@ -159,14 +166,77 @@ TEST_F(HealthCheck, MarksAreCaseSensitive) {
   EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 1"));
 }
 
-TEST_F(HealthCheck, ASilentOrMissingToolMakesTheAppBroken) {
-  for (const bool missing : {false, true}) {
-    tools.missing = missing;
-    log.clear();
-    EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
-    EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0"));
-    EXPECT_TRUE(log.has(8, "Broken details: "));
+TEST_F(HealthCheck, ASilentToolMakesTheAppBroken) {
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0"));
+  EXPECT_TRUE(log.has(8, "Broken details: "));
+}
+
+TEST_F(HealthCheck, DetailsOfABrokenAppAreMasked) {
+  tools.assessment = app + ": a sealed resource is missing\nfile added: /Users/jane/secret\n";
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  const std::string masked = TKSILog::removeSensitiveInformation(tools.assessment);
+  ASSERT_THAT(masked, testing::Not(testing::HasSubstr("jane")));
+  EXPECT_THAT(log.texts(8), ElementsAre("Broken details: " + masked));
+}
+
+TEST_F(HealthCheck, WithoutAVerdictNothingIsBrokenAndNothingIsRecorded) {
+  const tks::platform::ToolResult missing = FakeTools::unstarted();
+  tks::platform::ToolResult hanging{
+      .started = true, .output = "", .exitCode = -1, .error = {"NSPOSIXErrorDomain", 110, "timed out"}};
+  hanging.cutShort = true;
+  for (const tks::platform::ToolResult& fate : {missing, hanging}) {
+    tools.fate = fate;
+    // What it had printed until then is no verdict, not even a good one.
+    for (const std::string& printed : {std::string(), app + ": accepted\n", app + ": rejected\n"}) {
+      tools.assessment = printed;
+      log.clear();
+      EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+      EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+      EXPECT_THAT(log.lines(),
+                  ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{2, "Verify app's broken status, begin."},
+                              LogLine{2,
+                                      "No recorded hashValue or dismatched. Continue checking broken status with "
+                                      "spctl."},
+                              LogLine{8, "No verdict of spctl, consider the app as not broken: " + shown +
+                                             ". Reason: " + fate.error.description()}));
+    }
   }
+}
+
+TEST_F(HealthCheck, AToolThatCouldNotLookHasGivenNoVerdict) {
+  tools.fate.exitCode = 75;
+  tools.assessment = app + ": Too many open files\n";
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+  EXPECT_THAT(log.texts(8), ElementsAre("No verdict of spctl, consider the app as not broken: " + shown +
+                                        ". Reason: " + shown + ": Too many open files\n"));
+}
+
+TEST_F(HealthCheck, AnEarlierFingerprintIsKeptWhateverALaterAssessmentSays) {
+  tools.assessment = app + ": accepted\n";
+  ASSERT_FALSE(TKSUtilBase::isBrokenApp(app));
+  tools.fingerprint = "2222  -\n";
+  tools.assessment = app + ": rejected\n";
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "1111  -");
+  tools.fate = FakeTools::unstarted();
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "1111  -");
+  // As it was found healthy: nobody asks again.
+  tools.fingerprint = "1111  -\n";
+  const std::size_t before = tools.assessments();
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_EQ(tools.assessments(), before);
+}
+
+TEST_F(HealthCheck, AMissingToolForFingerprintsIsNamedAndTheVerdictCounts) {
+  tools.assessment = app + ": accepted\n";
+  tools.noFingerprint = true;
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
+  EXPECT_THAT(log.texts(8), ElementsAre("System tool failed: " + FakeTools::unstarted().error.description()));
+  EXPECT_TRUE(log.has(4, "Nil/empty hashValue! Fail to set hash value."));
 }
 
 TEST_F(HealthCheck, OutputThatIsNoTextSaysNothing) {

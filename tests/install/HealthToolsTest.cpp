@@ -73,10 +73,10 @@ TEST_F(HealthTools, AnAcceptingAssessmentIsRememberedByTheFingerprint) {
   EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "-g -o -R " + app + "\n  -");
 }
 
-TEST_F(HealthTools, AToolThatFailsInAnyWayMakesTheAppBroken) {
+TEST_F(HealthTools, AToolThatEndsWithoutAGoodWordMakesTheAppBroken) {
   const std::pair<const char*, std::string> ways[] = {
       {"silent", "exit 0"},
-      {"killed", "echo \"$3: \" >&2; kill -9 $$"},
+      {"failing", "exit 1"},
       {"asking", "read answer; echo \"$answer\" >&2"},
       {"on the wrong output", "echo \"$3: accepted\""},
       {"ten megabytes", "head -c 10485760 /dev/zero | tr '\\0' a >&2; echo >&2; echo no >&2"}};
@@ -86,16 +86,33 @@ TEST_F(HealthTools, AToolThatFailsInAnyWayMakesTheAppBroken) {
     EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0")) << name;
     log.clear();
   }
-  paths.erase(Tool::spctl);
-  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
   EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
   EXPECT_THAT(tks::test::children(), ::testing::IsEmpty());
 }
 
-TEST_F(HealthTools, AToolThatHangsIsEndedAndMakesTheAppBroken) {
+TEST_F(HealthTools, AToolThatIsNotToBeHadOrEndedEarlyGivesNoVerdict) {
+  const auto expectNone = [&](const std::string& name, const std::string& reason) {
+    log.clear();
+    EXPECT_FALSE(TKSUtilBase::isBrokenApp(app)) << name;
+    EXPECT_THAT(log.texts(8), ::testing::ElementsAre(::testing::AllOf(
+                                  ::testing::StartsWith("No verdict of spctl, consider the app as not broken: "),
+                                  ::testing::HasSubstr(TKSILog::removeSensitiveInformation(reason)))))
+        << name;
+    EXPECT_THAT(log.texts(4), ::testing::Not(::testing::Contains("Verify result not accepted, go further check")));
+  };
+  paths[Tool::spctl] = folder / "missing";
+  expectNone("missing", "run \"" + (folder / "missing") + "\": No such file or directory");
+  script(Tool::spctl, "echo \"$3: rejected\" >&2");
+  fs::permissions(paths[Tool::spctl], fs::perms(0644));
+  expectNone("without the right to run", "Permission denied");
+  script(Tool::spctl, "echo \"$3: rejected\" >&2; kill -9 $$");
+  expectNone("killed", "(signal: 9)");
+  script(Tool::spctl, "echo error while loading shared libraries >&2; exit 127");
+  expectNone("not loaded", "Can not access a needed shared library");
   script(Tool::spctl, "sleep 1000");
   tools.limit = std::chrono::seconds(1);
-  EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
+  expectNone("hanging", "timed out");
+  EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
   EXPECT_THAT(tks::test::children(), ::testing::IsEmpty());
 }
 

@@ -665,13 +665,32 @@ TEST_F(FailedInstallation, WhileALauncherRunsThatCannotBeEndedSaysSo) {
 
 TEST_F(FailedInstallation, OfALauncherThatIsAssessedAsBrokenRemovesIt) {
   const std::string zip = archive("5.0.1");
-  for (const char* script : {"echo \"$3: rejected\" >&2", "exit 3", "kill -KILL $$", ":"}) {
+  for (const char* script : {"echo \"$3: rejected\" >&2", "exit 3", ":"}) {
     world.tools.script(Tool::spctl, script);
     EXPECT_FALSE(install("5.0.1", zip)) << script;
     EXPECT_TRUE(log.has(8, "TKS broken after installation, about to clean up")) << script;
     EXPECT_EQ(launcherAt(target()), "none") << script;
     EXPECT_THAT(namesIn(parent()), IsEmpty()) << script;
   }
+}
+
+TEST_F(FailedInstallation, IsNoneWithoutAVerdictAboutTheLauncherInItsPlace) {
+  for (const char* script : {"kill -KILL $$", "exit 127", "exit 75"}) {
+    world.tools.script(Tool::spctl, script);
+    EXPECT_TRUE(install("5.0.1", archive("5.0.1"))) << script;
+    EXPECT_TRUE(logged(8, "No verdict of spctl, ")) << script;
+    EXPECT_EQ(launcherAt(target()), "5.0.1") << script;
+  }
+}
+
+TEST_F(FailedInstallation, NeverRemovesWhatIsNoLauncher) {
+  const std::string documents = base_ / "Documents";
+  writeFile(documents + "/thesis.txt", "years of work");
+  EXPECT_FALSE(install("5.0.1", base_ / "none.zip", documents));
+  EXPECT_TRUE(log.has(8, "Not removed: " + shown(documents) + " is no launcher."));
+  EXPECT_FALSE(logged(8, "TKS broken after installation"));
+  EXPECT_FALSE(logged(2, "Try to clean up folder path: "));
+  EXPECT_EQ(tks::test::contentOf(documents + "/thesis.txt"), "years of work");
 }
 
 }  // namespace

@@ -225,6 +225,7 @@ TEST_F(FacadeStart, FailedLaunchWithoutErrorCallbackOnlyGoesBackToTheBeginning) 
 
 TEST_F(FacadeStart, BrokenLauncherIsRemovedBeforeTheHostIsTold) {
   world_.preferences.values = {};
+  world_.makeALauncherOfIt();
   bool wasThere = true;
   tks_.start(finish(), [&](const TKSError& error) {
     wasThere = std::filesystem::exists(world_.bundle());
@@ -257,6 +258,17 @@ TEST_F(FacadeStart, HealthyLauncherStaysAfterAFailedLaunch) {
   ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
   EXPECT_THAT(log_.texts(8), Not(Contains("App broken, about to clean up the broken tks app.")));
   EXPECT_TRUE(std::filesystem::exists(world_.executable()));
+}
+
+TEST_F(FacadeStart, LauncherWithoutAVerdictStaysAfterAFailedLaunch) {
+  world_.preferences.values = {};
+  world_.makeALauncherOfIt();
+  world_.tools.withoutAssessment = true;
+  tks_.start(finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_TRUE(std::filesystem::exists(world_.executable()));
+  EXPECT_THAT(log_.texts(8), Not(Contains("App broken, about to clean up the broken tks app.")));
+  EXPECT_THAT(log_.texts(8), Contains(testing::StartsWith("No verdict of spctl, ")));
 }
 
 TEST_F(FacadeStart, NobodyLooksForABrokenLauncherWhenNobodyIsTold) {

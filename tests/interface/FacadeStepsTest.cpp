@@ -74,6 +74,7 @@ TEST_F(FacadeSteps, LaunchersIdentifierIsKeptThenToldThenTheLauncherIsGreeted) {
 
 TEST_F(FacadeSteps, FailedLaunchGoesBackThenTellsTheLogThenLooksAtTheLauncherThenTellsTheHost) {
   world_.preferences.values = {};
+  world_.makeALauncherOfIt();
   tks_.start(finish(), [&](const TKSError&) {
     EXPECT_EQ(status(), TKSI_APP_STATUS_UNCONNECTED);
     EXPECT_TRUE(log_.has(8, "App broken, about to clean up the broken tks app."));

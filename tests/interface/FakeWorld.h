@@ -165,11 +165,14 @@ class PlayedProcesses final : public platform::ChildProcesses, public NoApplicat
 class PlayedTools final : public platform::SystemTools {
  public:
   std::string assessment = "rejected\n";
+  /// The assessment's tool is not to be had.
+  bool withoutAssessment = false;
   std::atomic<int> runs = 0;
   std::function<void()> onAssessment;
   platform::ToolResult run(const platform::ToolRequest& request) override {
     ++runs;
     if (request.tool == platform::Tool::spctl && onAssessment) onAssessment();
+    if (request.tool == platform::Tool::spctl && withoutAssessment) return {};
     return {.started = true,
             .output = request.tool == platform::Tool::spctl ? assessment : "print\n",
             .exitCode = 0,
@@ -212,6 +215,12 @@ class FakeWorld {
   FakeWorld() {
     writeFile(executable(), "#!/bin/false\n");
     std::filesystem::permissions(executable(), std::filesystem::perms::owner_all);
+  }
+
+  /// Lets the bundle name the launcher's identifier.
+  void makeALauncherOfIt() const {
+    writeFile(bundle() + "/Contents/Info.plist", "<plist><dict><key>CFBundleIdentifier</key><string>" +
+                                                     std::string(TKSAppBundleID) + "</string></dict></plist>");
   }
 
   std::string bundle() const { return folder / "Launcher.app"; }

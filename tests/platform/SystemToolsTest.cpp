@@ -230,6 +230,7 @@ TEST_F(SystemTools, AMissingToolIsNoOutputAndAReason) {
   EXPECT_EQ(result.output, "");
   EXPECT_EQ(result.exitCode, -1);
   EXPECT_EQ(result.error.code, ENOENT);
+  EXPECT_THAT(result.error.localizedDescription, HasSubstr("tccutil"));
   paths[Tool::tccutil] = folder / "missing";
   result = run(Tool::tccutil);
   EXPECT_FALSE(result.started);

@@ -10,6 +10,7 @@
 #include <cstdio>
 
 #include "tests/signatures/Fixtures.h"
+#include "tests/support/Sanitized.h"
 
 // The programs spctl and tkssign, run as a person or the health check runs them.
 
@@ -152,6 +153,40 @@ TEST_F(Assessment, LetsNoPathWriteLinesOfItsOwn) {
   EXPECT_EQ(outcome.code, 3);
   EXPECT_EQ(std::ranges::count(outcome.errors, '\n'), 2);
   EXPECT_THAT(outcome.errors, HasSubstr("\nsource=no usable signature\n"));
+}
+
+/// What the tool says of an application when it may have so much of something.
+Outcome limited(const std::string& limit, const std::string& app) {
+  return run("/bin/sh", {"-c", "ulimit " + limit + " && exec \"$0\" -a -vvv \"$1\"", TKS_SPCTL, app});
+}
+
+TEST_F(Assessment, WithTooFewDescriptorsGivesNoVerdict) {
+  makeApp(app, elfProgram());
+  signAs(app);
+  writeFile(app + "/Contents/CodeResources", "s8ch");
+  int without = 0;
+  for (int descriptors = 4; descriptors <= 40; descriptors += 2) {
+    const Outcome outcome = limited("-n " + std::to_string(descriptors), app);
+    // A program that has too few cannot even be loaded.
+    ASSERT_THAT(outcome.code, ::testing::AnyOf(0, 75, 127)) << descriptors << outcome.errors;
+    if (outcome.code != 75) continue;
+    EXPECT_EQ(outcome.errors, app + ": no verdict, out of memory or descriptors\n");
+    ++without;
+  }
+  EXPECT_GT(without, 3);
+  EXPECT_EQ(limited("-n 64", app).code, 0);
+}
+
+TEST_F(Assessment, WithTooLittleMemoryGivesNoVerdict) {
+  if (kSanitized) GTEST_SKIP() << "a sanitizer needs more than any limit leaves it";
+  makeApp(app, elfProgram());
+  signAs(app);
+  writeFile(app + "/Contents/CodeResources", "s8ch");
+  for (int megabytes = 10; megabytes <= 120; megabytes += 5) {
+    const Outcome outcome = limited("-v " + std::to_string(megabytes * 1024), app);
+    // -1: ended by a signal.
+    EXPECT_THAT(outcome.code, ::testing::AnyOf(0, 75, 127, 134, 139, -1)) << megabytes << outcome.errors;
+  }
 }
 
 TEST_F(Assessment, IsWhatTheHealthCheckBelieves) {

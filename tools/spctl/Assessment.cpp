@@ -1,12 +1,18 @@
 #include "tools/spctl/Assessment.h"
 
+#include <fcntl.h>
 #include <openssl/asn1.h>
 #include <openssl/x509.h>
+#include <sys/mman.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string_view>
 
@@ -15,6 +21,7 @@
 #include "platform/linux/signatures/status.h"
 #include "platform/linux/signatures/validity.h"
 #include "platform/platform.h"
+#include "platform/posix/file_descriptor.h"
 
 namespace tks::assessment {
 namespace {
@@ -94,32 +101,64 @@ Verdict judgeBroken(const std::string& path, std::int32_t code, std::string_view
   return {kRejected, lines(path, reason, "", "", verbosity)};
 }
 
+// What a process is short of must not pass for what is wrong with an application: parts that cannot be opened or held
+// in memory look like parts that are missing.
+
+/// Descriptors and bytes that an assessment always finds enough.
+constexpr std::size_t kDescriptors = 32;
+constexpr std::size_t kMemory = std::size_t{16} * 1024 * 1024;
+
+/// Whether there is room to look at everything.
+bool hasRoom() {
+  void* const memory = ::mmap(nullptr, kMemory, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory == MAP_FAILED) return false;
+  ::munmap(memory, kMemory);
+  std::array<posix::FileDescriptor, kDescriptors> descriptors;
+  return std::ranges::all_of(descriptors, [](posix::FileDescriptor& descriptor) {
+    descriptor.reset(posix::retried([] { return ::open("/dev/null", O_RDONLY | O_CLOEXEC); }));
+    return static_cast<bool>(descriptor);
+  });
+}
+
+/// Whether a status tells of the process that looked, and not of what it looked at.
+bool isShortage(std::int32_t code) {
+  constexpr auto kShortages =
+      std::to_array<std::int32_t>({status::kNotEnoughMemory, status::ofErrno(ENOMEM), status::ofErrno(EMFILE),
+                                   status::ofErrno(ENFILE), status::ofErrno(EAGAIN), status::ofErrno(ENOBUFS)});
+  return std::ranges::find(kShortages, code) != kShortages.end();
+}
+
 std::int32_t checkedStatus(const std::string& path) {
   try {
     const codesign::AppleRoots& roots = codesign::AppleRoots::builtIn();
     return codesign::checkValidity(codesign::findCode(path), roots, codesign::Depth::assessing).status;
   } catch (const codesign::Failure& failure) {
     return failure.status;
+  } catch (const std::bad_alloc&) {
+    return status::kNotEnoughMemory;
   }
+}
+
+Verdict noVerdict(const std::string& path) {
+  return {kNoVerdict, lines(path, "no verdict, out of memory or descriptors", "", "", 0)};
 }
 
 bool isApplication(const TKSDictionary& information) {
   return information["format"].text().find("bundle") != std::string_view::npos;
 }
 
-}  // namespace
-
-Verdict assess(const std::string& path, int verbosity) {
+Verdict judge(const std::string& path, int verbosity) {
   std::unique_ptr<platform::StaticCode> code;
   if (const std::int32_t created = platform::signatures().create(path, code); created != 0) {
+    if (isShortage(created)) return noVerdict(path);
     std::string reason = codesign::textOf(created);
     return {kFailure, lines(path, reason.empty() ? "internal error" : reason, "", "", verbosity)};
   }
   const std::int32_t valid = checkedStatus(path);
   TKSDictionary information;
-  if (code->copySigningInformation(information) != 0) {
-    return {kFailure, lines(path, "internal error", "", "", verbosity)};
-  }
+  const std::int32_t copied = code->copySigningInformation(information);
+  if (isShortage(valid) || isShortage(copied)) return noVerdict(path);
+  if (copied != 0) return {kFailure, lines(path, "internal error", "", "", verbosity)};
   const TKSData der = information["certificates"][0].data();
   std::string origin;
   if (!der.empty()) platform::signatures().commonName(der, origin);
@@ -132,6 +171,14 @@ Verdict assess(const std::string& path, int verbosity) {
   const Source source = sourceOf(information, leaf.get());
   return {source.accepted ? kAccepted : kRejected,
           lines(path, source.accepted ? "accepted" : "rejected", source.name, origin, verbosity)};
+}
+
+}  // namespace
+
+Verdict assess(const std::string& path, int verbosity) {
+  if (!hasRoom()) return noVerdict(path);
+  Verdict verdict = judge(path, verbosity);
+  return verdict.exitCode == kAccepted || hasRoom() ? verdict : noVerdict(path);
 }
 
 }  // namespace tks::assessment

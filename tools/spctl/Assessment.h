@@ -15,6 +15,8 @@ inline constexpr int kAccepted = 0;
 inline constexpr int kFailure = 1;
 inline constexpr int kUsage = 2;
 inline constexpr int kRejected = 3;
+/// Not the platform's: memory or descriptors ran out, so that nothing can be said of the application.
+inline constexpr int kNoVerdict = 75;
 
 /// Assesses an application for execution. `verbosity` is how often "-v" was given.
 Verdict assess(const std::string& path, int verbosity);

@@ -77,4 +77,37 @@ TEST_F(SystemTools, AFileThatATooLongOneWouldBecomeStopsAtTheLimit) {
 
 TEST(StandardTools, ThereIsNoneForPrivacyAccess) { EXPECT_EQ(tks::gnulinux::standardToolPath(Tool::tccutil), ""); }
 
+TEST(StandardTools, HavePlacesThatCanBeNamed) {
+  using tks::gnulinux::placesOf;
+  EXPECT_EQ(placesOf(Tool::unzip), "/usr/bin/unzip");
+  EXPECT_EQ(placesOf(Tool::tar), "/usr/bin/tar or /bin/tar");
+  EXPECT_EQ(placesOf(Tool::lsof), "/usr/bin/lsof or /usr/sbin/lsof");
+  EXPECT_EQ(placesOf(Tool::shasum), "/usr/bin/shasum");
+  EXPECT_EQ(placesOf(Tool::tccutil), "tccutil");
+  EXPECT_THAT(placesOf(Tool::spctl), ::testing::EndsWith("/spctl"));
+}
+
+TEST_F(SystemTools, AProgramThatTheSystemCannotLoadWasNotStarted) {
+  script(Tool::spctl, "echo error while loading shared libraries >&2; exit 127");
+  const ToolResult result = run(Tool::spctl);
+  EXPECT_FALSE(result.started);
+  EXPECT_EQ(result.error.code, ELIBACC);
+  EXPECT_THAT(result.error.localizedDescription, HasSubstr(paths[Tool::spctl]));
+}
+
+TEST_F(SystemTools, AToolThatIsEndedBeforeItIsDoneSaysByWhat) {
+  script(Tool::unzip, "kill -SEGV $$");
+  ToolResult result = run(Tool::unzip);
+  EXPECT_TRUE(result.started && result.cutShort);
+  EXPECT_THAT(result.error.localizedDescription, ::testing::EndsWith("(signal: 11)"));
+  script(Tool::unzip, "exit 9");
+  EXPECT_FALSE(run(Tool::unzip).cutShort);
+  script(Tool::unzip, "sleep 1000");
+  ToolRequest request{Tool::unzip, {}};
+  request.timeLimit = seconds(1);
+  result = run(request);
+  EXPECT_TRUE(result.cutShort);
+  EXPECT_EQ(result.error.code, ETIMEDOUT);
+}
+
 }  // namespace
