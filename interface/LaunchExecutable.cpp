@@ -27,6 +27,8 @@ constexpr int kPollSeconds = 30;
 /// How long a launch waits for another host that is replacing the launcher.
 constexpr std::chrono::seconds kPatienceWithInstallations{10};
 
+constexpr std::string_view kNoThread = "No thread to launch the app on.";
+
 using tks::masked;
 
 /// What the steps of a launch leave behind for its last line.
@@ -116,15 +118,10 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   request.executable = launch.exePath;
   request.arguments = args;
   request.joinStandardHandles = scanned.joinsStandardHandles();
-  TKSError error;
   launch.pid = tks::platform::childProcesses().start(
-      request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, &error);
+      request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, nullptr);
   watch->pid = launch.pid;
   watch->pid.notify_all();
-  if (launch.pid < 1) {
-    const std::string reason = error.description();
-    TKSILog::logWithLevel(TKSILogLevelError, "Launch task failed: %@", masked(reason));
-  }
   TKSILog::logWithLevel(TKSILogLevelInfo, "PID launched: %d", launch.pid);
 }
 
@@ -139,11 +136,21 @@ void waitForApplication(Launch& launch) {
   }
 }
 
+/// A process that nobody will ever see is not started: it would run on while its launch counts as failed.
+bool canBeWaitedFor(Launch& launch) {
+  TKSError error;
+  if (tks::platform::runningApplications().canLookUp(&error)) return true;
+  launch.message =
+      tks::formatted("Running apps can not be looked up, app is not launched: %@", error.localizedDescription);
+  return false;
+}
+
 void startAndWait(Launch& launch, const std::vector<std::string>& args, const std::shared_ptr<ChildWatch>& watch,
                   std::unique_ptr<tks::platform::FileLock> placeLock) {
   const tks::LaunchArguments scanned = tks::scanLaunchArguments(args);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Want Pipe communicate: %d", scanned.wantsPipe);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Want File communicate: %d", scanned.wantsFile);
+  if (!scanned.warmUp && !canBeWaitedFor(launch)) return;
   startProcess(launch, args, scanned, watch);
   placeLock.reset();
   if (scanned.warmUp) {
@@ -182,6 +189,28 @@ std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, con
   return launch.application;
 }
 
+/// Those who wait for a launch in the background.
+struct Waiting {
+  TKSLaunchResultBlock launchResult;
+  std::function<void(tks::platform::ChildEnd)> ended;
+  const std::shared_ptr<ChildWatch> watch = std::make_shared<ChildWatch>();
+};
+
+/// What the host handed in goes to the main thread whole: not even a destructor of it runs anywhere else.
+void deliver(Waiting& waiting, std::optional<TKSRunningApplication> application, TKSError failure) {
+  if (!waiting.launchResult) return;
+  std::optional<TKSError> error;
+  if (failure != TKSError()) error = std::move(failure);
+  tks::platform::mainLoop().post([watch = waiting.watch, launchResult = std::move(waiting.launchResult),
+                                  ended = std::move(waiting.ended), application = std::move(application),
+                                  error = std::move(error)]() mutable {
+    tks::callHost("launchResult", tks::take(launchResult), application, error);
+    if (!application) return;
+    watch->ended = std::move(ended);
+    watch->tellEnd();
+  });
+}
+
 }  // namespace
 
 std::string tks::described(platform::ChildEnd end) {
@@ -199,24 +228,15 @@ std::string tks::described(platform::ChildEnd end) {
 
 void tks::launchExecutable(std::string_view exePath, const std::vector<std::string>& args,
                            TKSLaunchResultBlock launchResult, std::function<void(platform::ChildEnd)> ended) {
-  // What the host handed in goes to the main thread whole: not even a destructor of it runs anywhere else.
-  auto run = [exePath = std::string(exePath), args, launchResult = std::move(launchResult),
-              ended = std::move(ended)]() mutable {
-    const auto watch = std::make_shared<ChildWatch>();
+  const auto waiting = std::make_shared<Waiting>();
+  waiting->launchResult = std::move(launchResult);
+  waiting->ended = std::move(ended);
+  const bool accepted = platform::backgroundWork().submit([exePath = std::string(exePath), args, waiting] {
     TKSError failure;
-    std::optional<TKSRunningApplication> application = launchAndWait(exePath, args, watch, &failure);
-    if (!launchResult) return;
-    std::optional<TKSError> error;
-    if (failure != TKSError()) error = std::move(failure);
-    platform::mainLoop().post([watch, launchResult = std::move(launchResult), ended = std::move(ended),
-                               application = std::move(application), error = std::move(error)]() mutable {
-      callHost("launchResult", take(launchResult), application, error);
-      if (!application) return;
-      watch->ended = std::move(ended);
-      watch->tellEnd();
-    });
-  };
-  platform::backgroundWork().submit(std::move(run));
+    std::optional<TKSRunningApplication> application = launchAndWait(exePath, args, waiting->watch, &failure);
+    deliver(*waiting, std::move(application), std::move(failure));
+  });
+  if (!accepted) deliver(*waiting, std::nullopt, {std::string(TKSUtilErrorDomain), 0, std::string(kNoThread)});
 }
 
 void TKSUtilBase::launchAppWithExePath(std::string_view exePath, const std::vector<std::string>& args,

@@ -10,7 +10,6 @@
 // Launching again after the launcher has updated itself.
 
 using tks::formatted;
-using tks::masked;
 
 namespace {
 
@@ -28,14 +27,17 @@ void TKSInterface::relaunchTKSWhenUpdateDone(const TKSValue& param, TKSFinishBlo
                         "-[TKSInterface relaunchTKSWhenUpdateDone:launchFinishBlock:launchErrorBlock:]");
   // What the host handed in goes back to the main thread whole: not even a destructor of it runs anywhere else.
   auto wait = [state = state_, param = param, finish = std::move(launchFinishBlock),
-               error = std::move(launchErrorBlock)]() mutable {
+               error = launchErrorBlock]() mutable {
     std::optional<TKSRunningApplication> stillRunning = state->waitForOldLauncher();
     tks::platform::mainLoop().post([state, param = std::move(param), stillRunning = std::move(stillRunning),
                                     finish = std::move(finish), error = std::move(error)] {
       if (state->facade != nullptr) state->facade->launchAgain(param, stillRunning, finish, error);
     });
   };
-  tks::platform::backgroundWork().submit(std::move(wait));
+  if (tks::platform::backgroundWork().submit(std::move(wait))) return;
+  const std::string message = "No thread to wait on for TKS app to quit.";
+  TKSILog::logWithLevel(TKSILogLevelWarning, "%@", message);
+  tks::callHost("errorBlock", launchErrorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
 }
 
 std::int32_t TKSInterface::State::connectedPid() {
@@ -76,8 +78,8 @@ void TKSInterface::launchAgain(const TKSValue& param, const std::optional<TKSRun
     launchMeetingWithParam(param, std::move(launchFinishBlock), std::move(launchErrorBlock));
     return;
   }
-  const std::string message = formatted("TKS app failed to quit, checking timeout. Path: %@",
-                                        stillRunning ? stillRunning->bundlePath.c_str() : nullptr);
-  TKSILog::logWithLevel(TKSILogLevelWarning, "%@", masked(message));
+  const std::string message = TKSILog::removeSensitiveInformation(formatted(
+      "TKS app failed to quit, checking timeout. Path: %@", stillRunning ? stillRunning->bundlePath.c_str() : nullptr));
+  TKSILog::logWithLevel(TKSILogLevelWarning, "%@", message);
   tks::callHost("errorBlock", launchErrorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
 }

@@ -32,7 +32,8 @@ struct DownloadResult {
 class Download {
  public:
   virtual ~Download() = default;
-  /// Fetches a file and calls `done` exactly once, on a thread of the downloader's own. Any thread.
+  /// Fetches a file and calls `done` exactly once, on a thread of the downloader's own; on the caller's, with an error
+  /// and before this returns, when there is no thread to be had. Any thread.
   virtual void start(const DownloadRequest& request, std::function<void(DownloadResult)> done) = 0;
 };
 

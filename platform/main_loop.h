@@ -40,7 +40,9 @@ class MainLoop {
 class BackgroundWork {
  public:
   virtual ~BackgroundWork() = default;
-  virtual void submit(std::function<void()> work) = 0;
+  /// False, with a line of level 8, when there is no thread for it and none to be had: `work` is left as it is and
+  /// never runs. Nobody is kept waiting for a thread that may never come. Always true on macOS.
+  virtual bool submit(std::function<void()>&& work) = 0;
 };
 
 }  // namespace tks::platform

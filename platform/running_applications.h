@@ -16,6 +16,12 @@ namespace tks::platform {
 class RunningApplications {
  public:
   virtual ~RunningApplications() = default;
+  /// Whether applications can be looked up at all; else nothing is ever found. Linux: not without the process table of
+  /// this process's own name space under /proc.
+  virtual bool canLookUp(TKSError* error) {
+    (void)error;
+    return true;
+  }
   /// The application that runs as `pid`; looks at this one process only. Nothing when there is none.
   virtual std::optional<TKSRunningApplication> find(std::int32_t pid) = 0;
   /// All of them, in the order the system gives.

@@ -118,10 +118,12 @@ class AppleMainLoop final : public MainLoop {
 
 class AppleBackgroundWork final : public BackgroundWork {
  public:
-  void submit(std::function<void()> work) override {
+  bool submit(std::function<void()>&& work) override {
+    const std::function<void()> accepted = std::move(work);
     dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
-      runGuarded("background work", work);
+      runGuarded("background work", accepted);
     });
+    return true;
   }
 };
 

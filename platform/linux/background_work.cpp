@@ -5,13 +5,11 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <utility>
 
 #include "foundation/Logging.h"
 #include "platform/backend.h"
-#include "platform/linux/event_loop.h"
 #include "platform/linux/system_calls.h"
 #include "platform/main_loop.h"
 #include "platform/posix/posix_error.h"
@@ -23,40 +21,32 @@ namespace {
 /// far more work than there are processors; nobody should wait for somebody else's launcher.
 constexpr std::size_t kMostThreads = 64;
 constexpr std::chrono::seconds kIdleBeforeEnd(2);
-constexpr std::chrono::milliseconds kBeforeNextAttempt(50);
 
 /// Threads that come with demand and go when idle. Lives as long as the process.
 class ThreadPool final : public BackgroundWork {
  public:
-  void submit(std::function<void()> work) override {
+  bool submit(std::function<void()>&& work) override {
     int refused = 0;
     {
       const std::scoped_lock lock(mutex_);
-      waiting_.push_back(std::move(work));
-      if (waiting_.size() > threads_ - busy_ && threads_ < kMostThreads) refused = startThread();
+      if (waiting_.size() >= threads_ - busy_ && threads_ < kMostThreads) refused = startThread();
+      if (refused == 0) waiting_.push_back(std::move(work));
+    }
+    if (refused != 0) {
+      TKSILog::logWithLevel(TKSILogLevelError, "Cannot start a thread for background work: %@",
+                            posix::reasonText(refused));
+      return false;
     }
     arrived_.notify_one();
-    if (refused != 0) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Cannot start a thread for background work, it has to wait: %@",
-                            posix::reasonText(refused));
-    }
+    return true;
   }
 
  private:
-  /// Returns 0 or an error number. Without any thread at all the main loop tries again later.
+  /// Returns 0 or an error number.
   int startThread() {
     const int refused = createThread();
-    if (refused == 0) {
-      ++threads_;
-    } else if (threads_ == 0) {
-      retry_ = gnulinux::EventLoop::main().after(kBeforeNextAttempt, [this] { startWhatWaits(); });
-    }
+    if (refused == 0) ++threads_;
     return refused;
-  }
-
-  void startWhatWaits() {
-    const std::scoped_lock lock(mutex_);
-    if (!waiting_.empty() && threads_ == 0) startThread();
   }
 
   /// All signals stay with the host's own threads.
@@ -98,7 +88,6 @@ class ThreadPool final : public BackgroundWork {
   std::deque<std::function<void()>> waiting_;
   std::size_t threads_ = 0;
   std::size_t busy_ = 0;
-  std::unique_ptr<MainLoop::Timer> retry_;
 };
 
 }  // namespace

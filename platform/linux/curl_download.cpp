@@ -216,11 +216,15 @@ class Transfer {
 void CurlDownload::start(const DownloadRequest& request, std::function<void(DownloadResult)> done) {
   static std::once_flag prepared;
   std::call_once(prepared, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-  platform::backgroundWork().submit([request, authorities = authorities_, done = std::move(done)] {
+  const bool accepted = platform::backgroundWork().submit([request, authorities = authorities_, done] {
     // The file is closed before anybody learns of it.
     DownloadResult result = Transfer(request, authorities).run();
     done(std::move(result));
   });
+  if (accepted) return;
+  DownloadResult result;
+  result.error = posix::posixError(EAGAIN, "start a thread for the download of", request.url.absoluteString());
+  done(std::move(result));
 }
 
 }  // namespace tks::gnulinux

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdio>
@@ -44,6 +45,15 @@ std::optional<ProcessFacts> parseStat(std::string_view line) {
 }
 
 }  // namespace
+
+bool hasProcessTable() {
+  std::array<char, 16> self;
+  const ssize_t size = ::readlink("/proc/self", self.data(), self.size());
+  if (size < 0) return false;
+  if (std::string_view(self.data(), static_cast<std::size_t>(size)) == std::to_string(::getpid())) return true;
+  errno = ESRCH;
+  return false;
+}
 
 std::optional<ProcessFacts> readProcessFacts(pid_t process) {
   const posix::FileDescriptor file(

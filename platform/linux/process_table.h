@@ -20,6 +20,9 @@ struct ProcessFacts {
   bool isGone() const { return state == 'Z' || state == 'X' || state == 'x'; }
 };
 
+/// Whether the system shows processes under the identifiers that this process knows; else false, and errno.
+bool hasProcessTable();
+
 /// Looks at one process; nothing when there is none.
 std::optional<ProcessFacts> readProcessFacts(pid_t process);
 

@@ -131,6 +131,10 @@ TKSData lastUsedDate() {
 
 class LinuxRunningApplications final : public RunningApplications {
  public:
+  bool canLookUp(TKSError* error) override {
+    return gnulinux::hasProcessTable() || posix::fail(error, "look up processes in", "/proc");
+  }
+
   std::optional<TKSRunningApplication> find(std::int32_t pid) override {
     gnulinux::ChildCollector::shared().collect();
     return pid > 0 ? lookAt(pid) : std::nullopt;

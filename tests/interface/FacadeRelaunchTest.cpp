@@ -55,12 +55,31 @@ TEST_F(FacadeRelaunch, GivesUpAfterFiftyOneLooks) {
   EXPECT_EQ(count("Still running... check after 100ms"), 51u);
   EXPECT_THAT(world_.clock.sleeps(), testing::AllOf(SizeIs(51), Each(std::chrono::microseconds(100ms))));
   const std::string text = "TKS app failed to quit, checking timeout. Path: /Users/jane/A.app";
-  EXPECT_THAT(called(), ElementsAre("launch failed: " + text));
+  const std::string shown = TKSILog::removeSensitiveInformation(text);
+  EXPECT_NE(shown, text);
+  EXPECT_THAT(called(), ElementsAre("launch failed: " + shown));
   EXPECT_EQ(lastError_.domain, "TKSIDefaultDomain");
   EXPECT_EQ(lastError_.code, 0);
-  EXPECT_TRUE(log_.has(4, TKSILog::removeSensitiveInformation(text)));
+  EXPECT_TRUE(log_.has(4, shown));
   EXPECT_EQ(world_.clock.sleepsOnMainThread(), 0);
   EXPECT_EQ(world_.processes.count(), 0u);
+}
+
+/// No thread for anything.
+class NoThreads final : public tks::platform::BackgroundWork {
+ public:
+  bool submit(std::function<void()>&&) override { return false; }
+
+ private:
+  tks::platform::Replaced<tks::platform::BackgroundWork> replaced_{*this};
+};
+
+TEST_F(FacadeRelaunch, WithoutAThreadToWaitOnIsAnError) {
+  tks_.appManager->connectedTKSPid = 77;
+  const NoThreads none;
+  relaunch();
+  EXPECT_THAT(called(), ElementsAre("launch failed: No thread to wait on for TKS app to quit."));
+  EXPECT_TRUE(log_.has(4, "No thread to wait on for TKS app to quit."));
 }
 
 TEST_F(FacadeRelaunch, QuitAtTheLastLookStillLaunches) {

@@ -181,8 +181,7 @@ TEST_F(LaunchExecutable, ATaskThatCannotBeStartedHasNoPid) {
   expectError("Getting pid failed, probably launch app by NSTask failed.");
   EXPECT_THAT(clock.sleeps(), IsEmpty());
   EXPECT_TRUE(log.has(2, "PID launched: 0"));
-  EXPECT_TRUE(
-      log.has(8, "Launch task failed: Error Domain=NSPOSIXErrorDomain Code=8 \"start \"x\": Exec format error\""));
+  EXPECT_THAT(log.texts(8), IsEmpty()) << "the error says it";
   EXPECT_EQ(lines().back(), info("Launch exe result 0: [pid: 0, path: " + executable + ", retryCount: 0]"));
 }
 

@@ -4,6 +4,7 @@
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +30,9 @@ inline bool refuseSystemCalls(std::initializer_list<long> calls, int number) {
   filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
   filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(number)));
   const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
-  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+  // For the threads that are there already as well.
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_TSYNC, &program) == 0;
 }
 
 }  // namespace tks::test

@@ -89,20 +89,54 @@ TEST(BackgroundWork, ThreadsEndWhenThereIsNothingToDo) {
   EXPECT_TRUE(waitUntil([] { return poolThreads() == 0; }));
 }
 
-TEST(BackgroundWork, WithoutAnyThreadWorkWaitsUntilThereIsOne) {
+/// No further thread is made for a scope.
+class NoMoreThreads {
+  InjectedSystemCall<decltype(SystemCalls::threadCreate)> refused_{
+      &SystemCalls::threadCreate, [](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) { return EAGAIN; }};
+};
+
+TEST(BackgroundWork, WithoutAnyThreadIsRefusedAtOnceAndLeftToTheCaller) {
   ASSERT_TRUE(waitUntil([] { return poolThreads() == 0; }));
   const LogRecorder log;
-  std::atomic<bool> ran = false;
+  std::atomic<int> ran = 0;
+  std::function<void()> work = [&] { ++ran; };
   {
-    const InjectedSystemCall refused(&SystemCalls::threadCreate,
-                                     [](pthread_t*, const pthread_attr_t*, void* (*)(void*), void*) { return EAGAIN; });
-    backgroundWork().submit([&] { ran = true; });
-    tks::test::drainFor(std::chrono::milliseconds(200));
-    EXPECT_FALSE(ran);
+    const NoMoreThreads refused;
+    EXPECT_FALSE(backgroundWork().submit(std::move(work)));
   }
-  EXPECT_TRUE(tks::test::drainUntil([&] { return ran.load(); }));
-  EXPECT_TRUE(
-      log.has(8, "Cannot start a thread for background work, it has to wait: Resource temporarily unavailable"));
+  EXPECT_TRUE(log.has(8, "Cannot start a thread for background work: Resource temporarily unavailable"));
+  ASSERT_TRUE(work);  // NOLINT(bugprone-use-after-move): nobody took it
+  EXPECT_TRUE(backgroundWork().submit(std::move(work)));
+  EXPECT_TRUE(waitUntil([&] { return ran == 1; }));
+  tks::test::drainFor(std::chrono::milliseconds(100));
+  EXPECT_EQ(ran, 1);
+}
+
+TEST(BackgroundWork, IsDoneByAnIdleThreadWhenNoFurtherOneIsToBeHad) {
+  auto gate = std::make_shared<Gate>();
+  std::atomic<bool> ready = false;
+  ASSERT_TRUE(backgroundWork().submit([gate] { gate->wait(); }));
+  ASSERT_TRUE(backgroundWork().submit([&] { ready = true; }));
+  ASSERT_TRUE(waitUntil([&] { return ready.load(); }));
+  const NoMoreThreads refused;
+  std::atomic<bool> ran = false;
+  // The idle one may need a moment to be idle.
+  EXPECT_TRUE(waitUntil([&] { return backgroundWork().submit([&] { ran = true; }); }));
+  EXPECT_TRUE(waitUntil([&] { return ran.load(); }));
+  gate->open();
+}
+
+TEST(BackgroundWork, DoesNotQueueBehindBusyThreads) {
+  ASSERT_TRUE(waitUntil([] { return poolThreads() == 0; }));
+  auto gate = std::make_shared<Gate>();
+  ASSERT_TRUE(backgroundWork().submit([gate] { gate->wait(); }));
+  ASSERT_TRUE(waitUntil([&] { return gate->waiting() == 1; }));
+  {
+    const NoMoreThreads refused;
+    EXPECT_FALSE(backgroundWork().submit([] {})) << "whoever waits for it would wait for somebody else's work";
+  }
+  gate->open();
+  EXPECT_TRUE(waitUntil([&] { return gate->waiting() == 0; }));
 }
 
 }  // namespace
