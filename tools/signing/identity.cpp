@@ -97,8 +97,31 @@ void addAuthority(X509* certificate) {
   addExtension(certificate, certificate, NID_key_usage, "critical,keyCertSign,cRLSign");
 }
 
-void finish(X509* certificate, EVP_PKEY* issuerKey) {
-  require(::X509_sign(certificate, issuerKey, ::EVP_sha256()), "sign a certificate");
+void finish(X509* certificate, EVP_PKEY* issuerKey, const std::string& digest = "SHA256") {
+  require(::X509_sign(certificate, issuerKey, ::EVP_get_digestbyname(digest.c_str())), "sign a certificate");
+}
+
+Certificate makeLeaf(EVP_PKEY* key, X509* issuer, EVP_PKEY* issuerKey, const IdentityPlan& plan) {
+  const std::string name =
+      plan.leafName.empty() ? "Developer ID Application: Tarvo (" + plan.team + ")" : plan.leafName;
+  Certificate leaf = makeCertificate(key, {name, plan.team, plan.organization, plan.team}, issuer, plan);
+  addExtension(leaf.get(), issuer, NID_key_usage,
+               plan.digitalSignature ? "critical,digitalSignature" : "critical,keyEncipherment");
+  addExtension(leaf.get(), issuer, NID_ext_key_usage,
+               plan.codeSigningUsage ? "critical,codeSigning" : "critical,serverAuth");
+  addMark(leaf.get(), "1.2.840.113635.100.6.1.13", true);
+  if (plan.unknownCriticalExtension) addMark(leaf.get(), "1.3.6.1.4.1.99999.1", true);
+  finish(leaf.get(), issuerKey, plan.certificateDigest);
+  return leaf;
+}
+
+void addTimeStampAuthority(Identity& identity, X509* root, EVP_PKEY* rootKey, bool rsa) {
+  identity.stampKey = makeKey(rsa);
+  identity.stampCertificate =
+      makeCertificate(identity.stampKey.get(), {"Timestamp Signer", "", "Apple Inc.", ""}, root, IdentityPlan());
+  addExtension(identity.stampCertificate.get(), root, NID_key_usage, "critical,digitalSignature");
+  addExtension(identity.stampCertificate.get(), root, NID_ext_key_usage, "critical,timeStamping");
+  finish(identity.stampCertificate.get(), rootKey);
 }
 
 struct FileCloser {
@@ -150,13 +173,7 @@ Identity makeIdentity(const IdentityPlan& plan) {
   addAuthority(authorities.back().get());
   finish(authorities.back().get(), authorityKey.get());
 
-  identity.stampKey = makeKey(plan.rsa);
-  IdentityPlan always;
-  identity.stampCertificate = makeCertificate(identity.stampKey.get(), {"Timestamp Signer", "", "Apple Inc.", ""},
-                                              authorities[0].get(), always);
-  addExtension(identity.stampCertificate.get(), authorities[0].get(), NID_key_usage, "critical,digitalSignature");
-  addExtension(identity.stampCertificate.get(), authorities[0].get(), NID_ext_key_usage, "critical,timeStamping");
-  finish(identity.stampCertificate.get(), authorityKey.get());
+  addTimeStampAuthority(identity, authorities[0].get(), authorityKey.get(), plan.rsa);
 
   const int between = plan.withoutIntermediate ? 0 : plan.extraLevels + 1;
   for (int i = 0; i < between; ++i) {
@@ -167,31 +184,33 @@ Identity makeIdentity(const IdentityPlan& plan) {
         makeCertificate(key.get(), {name, "Certification Authority", "Apple Inc.", ""}, authorities.back().get(), plan);
     addAuthority(certificate.get());
     if (last) addMark(certificate.get(), "1.2.840.113635.100.6.2.6", false);
-    finish(certificate.get(), authorityKey.get());
+    finish(certificate.get(), authorityKey.get(), plan.certificateDigest);
     authorities.push_back(std::move(certificate));
     authorityKey = std::move(key);
   }
 
   identity.key = makeKey(plan.rsa);
-  const std::string leafName =
-      plan.leafName.empty() ? "Developer ID Application: Tarvo (" + plan.team + ")" : plan.leafName;
-  Certificate leaf = makeCertificate(identity.key.get(), {leafName, plan.team, plan.organization, plan.team},
-                                     authorities.back().get(), plan);
-  X509* issuer = authorities.back().get();
-  addExtension(leaf.get(), issuer, NID_key_usage,
-               plan.digitalSignature ? "critical,digitalSignature" : "critical,keyEncipherment");
-  addExtension(leaf.get(), issuer, NID_ext_key_usage,
-               plan.codeSigningUsage ? "critical,codeSigning" : "critical,serverAuth");
-  addMark(leaf.get(), "1.2.840.113635.100.6.1.13", true);
-  if (plan.unknownCriticalExtension) addMark(leaf.get(), "1.3.6.1.4.1.99999.1", true);
-  finish(leaf.get(), authorityKey.get());
-
-  identity.chain.push_back(std::move(leaf));
+  identity.chain.push_back(makeLeaf(identity.key.get(), authorities.back().get(), authorityKey.get(), plan));
+  identity.authorityKey = std::move(authorityKey);
   while (!authorities.empty()) {
     identity.chain.push_back(std::move(authorities.back()));
     authorities.pop_back();
   }
   return identity;
+}
+
+Identity renewedIdentity(const Identity& identity) {
+  require(identity.authorityKey.get(), "find the authority's key");
+  IdentityPlan plan;
+  plan.rsa = ::EVP_PKEY_get_base_id(identity.key.get()) == EVP_PKEY_RSA;
+  Identity renewed;
+  renewed.key = makeKey(plan.rsa);
+  renewed.chain.push_back(makeLeaf(renewed.key.get(), identity.chain.at(1).get(), identity.authorityKey.get(), plan));
+  for (std::size_t i = 1; i < identity.chain.size(); ++i) {
+    ::X509_up_ref(identity.chain[i].get());
+    renewed.chain.emplace_back(identity.chain[i].get());
+  }
+  return renewed;
 }
 
 void saveIdentity(const Identity& identity, const std::string& folder) {

@@ -25,6 +25,8 @@ struct Identity {
   /// A time-stamping authority under the same root; empty when there is none.
   Key stampKey;
   Certificate stampCertificate;
+  /// The key of the authority that signed the leaf; empty for identities that were loaded.
+  Key authorityKey;
 
   X509* leaf() const { return chain.front().get(); }
 };
@@ -44,13 +46,16 @@ struct IdentityPlan {
   bool codeSigningUsage = true;
   bool digitalSignature = true;
   bool unknownCriticalExtension = false;
-  bool rsa = true;            ///< else an elliptic curve, which is made faster
-  std::time_t notBefore = 0;  ///< 0: yesterday
-  std::time_t notAfter = 0;   ///< 0: in ten years
+  bool rsa = true;                           ///< else an elliptic curve, which is made faster
+  std::string certificateDigest = "SHA256";  ///< what certificates are signed over
+  std::time_t notBefore = 0;                 ///< 0: yesterday
+  std::time_t notAfter = 0;                  ///< 0: in ten years
 };
 
 /// Makes keys and certificates. Throws std::runtime_error when that fails.
 Identity makeIdentity(const IdentityPlan& plan);
+/// The same signer with a new key and a new certificate, by the same authority. Throws when its key was not kept.
+Identity renewedIdentity(const Identity& identity);
 
 /// Files key.pem, chain.pem (leaf first), root.pem, tsa-key.pem and tsa.pem in a folder, which is made; keys are
 /// readable by their owner only.

@@ -158,7 +158,8 @@ TKSData signDirectories(const Identity& identity, const std::vector<SignedDirect
   constexpr unsigned kFlags = CMS_DETACHED | CMS_BINARY | CMS_PARTIAL | CMS_NOSMIMECAP;
   CMS_ContentInfo* message = require(::CMS_sign(nullptr, nullptr, nullptr, nullptr, kFlags), "begin a message");
   CMS_SignerInfo* signer = require(
-      ::CMS_add1_signer(message, identity.leaf(), identity.key.get(), ::EVP_sha256(), kFlags), "add the signer");
+      ::CMS_add1_signer(message, identity.leaf(), identity.key.get(), ::EVP_get_digestbyname(options.digest), kFlags),
+      "add the signer");
   if (options.hashList) addHashList(signer, directories);
   if (options.hashSet) addHashSet(signer, directories);
   addSigningTime(signer, options.signingTime.value_or(std::time(nullptr)));

@@ -18,6 +18,8 @@ struct MessageOptions {
   std::optional<std::time_t> signingTime{};
   /// A token of the identity's own time-stamping authority, of this moment.
   std::optional<std::time_t> timeStamp{};
+  /// What the message digests the directory with, by OpenSSL's name.
+  const char* digest = "SHA256";
 };
 
 /// A directory with its hash type.

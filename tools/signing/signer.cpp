@@ -49,6 +49,7 @@ class Signing {
       : layout_(codesign::findCode(path)), options_(options) {}
 
   void run() {
+    removeOldParts();
     collectComponents();
     if (layout_.image) {
       signImages();
@@ -59,6 +60,11 @@ class Signing {
 
  private:
   std::string signatureFolder() const { return layout_.supportFolder + "/" + std::string(codesign::kSignatureFolder); }
+
+  /// What an earlier signature has left in files would be taken for parts of this one.
+  void removeOldParts() const {
+    if (layout_.isBundle()) fs::remove_all(signatureFolder());
+  }
 
   std::string identifier() const {
     if (!options_.identifier.empty()) return options_.identifier;
@@ -148,7 +154,10 @@ class Signing {
   TKSData message(const std::vector<SignedDirectory>& directories) const {
     if (options_.identity == nullptr) return {};
     return signDirectories(*options_.identity, directories,
-                           {options_.hashAgility, options_.hashAgility, options_.signingTime, options_.timeStamp});
+                           {.hashList = options_.hashAgility,
+                            .hashSet = options_.hashAgility,
+                            .signingTime = options_.signingTime,
+                            .timeStamp = options_.timeStamp});
   }
 
   // Mach-O: into the image.
