@@ -121,6 +121,16 @@ bool areAuthorities(const Chain& chain) {
   return true;
 }
 
+/// What signs a certificate has to sign over a digest that nobody can forge. The anchor vouches for itself anyway.
+bool areSignedSoundly(const Chain& chain) {
+  return std::all_of(chain.begin(), chain.end() - 1, [](X509* certificate) {
+    int function = NID_undef;
+    // Algorithms without a digest of their own, such as Ed25519, are told as undefined.
+    return ::X509_get_signature_info(certificate, &function, nullptr, nullptr, nullptr) == 1 &&
+           (function == NID_undef || isSoundDigest(function));
+  });
+}
+
 }  // namespace
 
 void CertificateDeleter::operator()(X509* certificate) const { ::X509_free(certificate); }
@@ -251,7 +261,18 @@ Status verifyChain(const Chain& chain) {
                ? status::kUnknownCriticalExtension
                : status::kNotTrusted;
   }
-  return areAuthorities(chain) ? status::kGood : status::kNotTrusted;
+  return areAuthorities(chain) && areSignedSoundly(chain) ? status::kGood : status::kNotTrusted;
+}
+
+bool isSameMaker(const Chain& one, const Chain& other) {
+  if (::X509_cmp(one.front(), other.front()) == 0) return true;
+  const std::optional<std::string> unit = organizationalUnitOf(one.front());
+  return unit && unit == organizationalUnitOf(other.front()) && ::X509_cmp(one.back(), other.back()) == 0;
+}
+
+bool isSoundDigest(int function) {
+  constexpr int kSound[] = {NID_sha1, NID_sha224, NID_sha256, NID_sha384, NID_sha512};
+  return std::ranges::find(kSound, function) != std::end(kSound);
 }
 
 bool isDeveloperChain(const Chain& chain, const AppleRoots& roots) {

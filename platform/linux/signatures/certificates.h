@@ -66,6 +66,13 @@ Chain buildChain(X509* leaf, const std::vector<X509*>& carried);
 /// certificate is taken as the anchor. 0, or the status that says what is wrong.
 Status verifyChain(const Chain& chain);
 
+/// Whether two chains are of one maker: of the same leaf, or of the same root and organizational unit.
+bool isSameMaker(const Chain& one, const Chain& other);
+
+/// Whether a digest function, by OpenSSL's number, is one for which nobody can make two contents of one digest at will.
+/// SHA-1 counts as one: what was signed long ago has nothing else.
+bool isSoundDigest(int function);
+
 /// Whether a chain is one of the platform's developer programme: it ends in one of the maker's roots and its leaf
 /// carries the programme's mark.
 bool isDeveloperChain(const Chain& chain, const AppleRoots& roots);

@@ -179,6 +179,20 @@ bool isSignedByItsAlgorithm(CMS_SignerInfo* signer) {
          ownDigest == ::OBJ_obj2nid(digest->algorithm);
 }
 
+/// Whether what is signed was digested by a function that is sound.
+bool isDigestedSoundly(CMS_SignerInfo* signer) {
+  X509_ALGOR* digest = nullptr;
+  ::CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);
+  return digest != nullptr && isSoundDigest(::OBJ_obj2nid(digest->algorithm));
+}
+
+/// Of several directories the message has to name all: it is a signature over one of them.
+void checkDirectoriesAreNamed(CMS_SignerInfo* signer, const DirectorySet& directories) {
+  const bool hasList = signedAttribute(signer, kHashAgilityList) != nullptr;
+  const bool hasSet = signedAttribute(signer, kHashAgilitySet) != nullptr;
+  if (directories.size() > 1 && !hasList && !hasSet) fail(status::kSignatureFailed);
+}
+
 std::optional<std::time_t> claimedTime(CMS_SignerInfo* signer) {
   const int at = ::CMS_signed_get_attr_by_NID(signer, NID_pkcs9_signingTime, -1);
   X509_ATTRIBUTE* attribute = at < 0 ? nullptr : ::CMS_signed_get_attr(signer, at);
@@ -254,7 +268,7 @@ bool SignedMessage::isOne(Bytes encoded) {
 
 bool SignedMessage::verifyWith(BIO* content, BIO* out) {
   if (sk_CMS_SignerInfo_num(::CMS_get0_SignerInfos(message_.get())) != 1) return false;
-  if (!isSignedAsItsType(message_.get(), signer())) return false;
+  if (!isSignedAsItsType(message_.get(), signer()) || !isDigestedSoundly(signer())) return false;
   return ::CMS_verify(message_.get(), nullptr, nullptr, content, out, CMS_BINARY | CMS_NO_SIGNER_CERT_VERIFY) == 1 &&
          isSignedByItsAlgorithm(signer());
 }
@@ -304,6 +318,7 @@ Signer verifySignature(Bytes encoded, const DirectorySet& directories, const App
     stamp = verifyTimeStamp(*token, bytesOf(::CMS_SignerInfo_get0_signature(message->signer())), chain, roots);
     signer.certifiedTime = stamp->moment;
   }
+  checkDirectoriesAreNamed(message->signer(), directories);
   checkHashList(message->signer(), directories);
   checkHashSet(message->signer(), directories);
   signer.claimedTime = claimedTime(message->signer());

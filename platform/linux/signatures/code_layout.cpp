@@ -1,9 +1,11 @@
 #include "platform/linux/signatures/code_layout.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
@@ -90,35 +92,78 @@ std::string executableIn(const Places& places, const TKSDictionary& info, std::s
   return isThere(path) && !isFolder(path) ? resolved(path) : std::string();
 }
 
-/// What may stand at the top of a bundle whose content is sealed as a whole.
-Status rootIssue(const std::string& root, std::initializer_list<std::string_view> allowed, Status issue) {
-  DIR* folder = ::opendir(root.c_str());
-  if (folder == nullptr) return issue;
-  Status result = status::kGood;
-  while (const dirent* entry = ::readdir(folder)) {
-    const std::string_view name = entry->d_name;
-    bool known = name == "." || name == "..";
-    for (const std::string_view other : allowed) known |= name == other;
-    if (!known) result = issue;
+enum class Kind { folder, file, link, other };
+
+struct Item {
+  std::string name;
+  Kind kind = Kind::other;
+};
+
+/// What lies in a folder; nothing when it cannot be read.
+std::optional<std::vector<Item>> itemsOf(const std::string& folder) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> opened(::opendir(folder.c_str()), ::closedir);
+  if (opened == nullptr) return std::nullopt;
+  std::vector<Item> items;
+  errno = 0;
+  while (const dirent* entry = ::readdir(opened.get())) {
+    Item item{entry->d_name, Kind::other};
+    if (item.name == "." || item.name == "..") continue;
+    struct stat found {};
+    if (::fstatat(::dirfd(opened.get()), entry->d_name, &found, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+    if (S_ISDIR(found.st_mode)) item.kind = Kind::folder;
+    if (S_ISREG(found.st_mode)) item.kind = Kind::file;
+    if (S_ISLNK(found.st_mode)) item.kind = Kind::link;
+    items.push_back(std::move(item));
+    errno = 0;
   }
-  ::closedir(folder);
-  return result;
+  if (errno != 0) return std::nullopt;
+  return items;
+}
+
+bool isStoreFile(const Item& item) { return item.kind == Kind::file && item.name == ".DS_Store"; }
+
+/// What may stand at the top of a bundle beside its contents, which are sealed as a whole: marks of the file browser
+/// and the like, as files.
+bool mayStandBesideContents(const Item& item) {
+  constexpr std::string_view kMarks[] = {".LSOverride", "Icon\r", ".SoftwareDepot.tracking"};
+  if (item.name == "Contents") return item.kind == Kind::folder;
+  return isStoreFile(item) || (item.kind == Kind::file && std::ranges::find(kMarks, item.name) != std::end(kMarks));
+}
+
+Status bundleRootIssue(const std::string& root) {
+  const std::optional<std::vector<Item>> items = itemsOf(root);
+  return items && std::ranges::all_of(*items, mayStandBesideContents) ? status::kGood : status::kUnsealedRoot;
 }
 
 /// At the top of a framework: its versions, and links into them.
 Status frameworkRootIssue(const std::string& root) {
-  DIR* folder = ::opendir(root.c_str());
-  if (folder == nullptr) return status::kUnsealedFrameworkRoot;
+  const auto mayStand = [&root](const Item& item) {
+    if (item.name == "Versions") return item.kind == Kind::folder;
+    return isStoreFile(item) ||
+           (item.kind == Kind::link && resolved(root + "/" + item.name).starts_with(root + "/Versions/"));
+  };
+  const std::optional<std::vector<Item>> items = itemsOf(root);
+  return items && std::ranges::all_of(*items, mayStand) ? status::kGood : status::kUnsealedFrameworkRoot;
+}
+
+/// Among the versions of a framework: folders, each of which is code, and links that are further names of them.
+/// Collects all but the current one.
+Status versionsIssue(const std::string& folder, const std::string& current, std::vector<std::string>& others) {
+  const std::optional<std::vector<Item>> items = itemsOf(folder);
+  if (!items) return status::kUnsealedFrameworkRoot;
   Status result = status::kGood;
-  while (const dirent* entry = ::readdir(folder)) {
-    const std::string_view name = entry->d_name;
-    if (name == "." || name == ".." || name == "Versions" || name == ".DS_Store") continue;
-    struct stat found {};
-    const std::string path = root + "/" + std::string(name);
-    const bool isLink = ::lstat(path.c_str(), &found) == 0 && S_ISLNK(found.st_mode);
-    if (!isLink || !resolved(path).starts_with(root + "/Versions/")) result = status::kUnsealedFrameworkRoot;
+  for (const Item& item : *items) {
+    const std::string path = folder + "/" + item.name;
+    if (item.kind == Kind::folder) {
+      if (path != current) others.push_back(path);
+    } else if (item.kind == Kind::link) {
+      const std::string version = resolved(path);
+      if (version.empty() || folderOf(version) != folder || !isFolder(version)) result = status::kUnsealedFrameworkRoot;
+    } else if (!isStoreFile(item)) {
+      result = status::kUnsealedFrameworkRoot;
+    }
   }
-  ::closedir(folder);
+  std::ranges::sort(others);
   return result;
 }
 
@@ -135,12 +180,13 @@ class BundleFinder {
     Places places = outer;
     std::string name(nameOf(layout_.root));
     if (outer.support != layout_.root) {
-      layout_.strictIssue =
-          rootIssue(layout_.root, {"Contents", ".LSOverride", ".DS_Store", "Icon\r", ".SoftwareDepot.tracking"},
-                    status::kUnsealedRoot);
+      layout_.strictIssue = bundleRootIssue(layout_.root);
     } else if (isThere(layout_.root + "/Versions/Current")) {
-      places = placesOf(enterVersion(), true);
+      const std::string current = enterVersion();
+      places = placesOf(current, true);
       layout_.strictIssue = frameworkRootIssue(layout_.root);
+      const Status among = versionsIssue(layout_.root + "/Versions", current, layout_.otherVersions);
+      if (layout_.strictIssue == status::kGood) layout_.strictIssue = among;
     } else if (isVersion) {
       name = nameOf(folderOf(folderOf(layout_.root)));
     }
@@ -226,6 +272,13 @@ CodeLayout findSingle(const std::string& path) {
 }
 
 }  // namespace
+
+bool CodeLayout::isWithin(const std::string& place) const {
+  const auto lies = [&place](const std::string& path) { return path == place || path.starts_with(place + "/"); };
+  // A single file may turn out to be the executable of a bundle around it.
+  if (executable == place) return true;
+  return lies(executable) && (!isBundle() || lies(supportFolder)) && (infoPlist.empty() || lies(resolved(infoPlist)));
+}
 
 CodeLayout findCode(const std::string& path) {
   struct stat found {};

@@ -3,6 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <tksinterface/TKSValue.h>
 
@@ -37,8 +38,13 @@ struct CodeLayout {
   /// The bundle itself, and what only the strict check takes offence at; 0 when there is nothing.
   std::string root;
   Status strictIssue = status::kGood;
+  /// The versions of a framework beside the current one.
+  std::vector<std::string> otherVersions;
 
   bool isBundle() const { return !supportFolder.empty(); }
+  /// Whether what is checked for this code lies in a folder, or is that file: links can make it lie elsewhere. Without
+  /// links in `place`.
+  bool isWithin(const std::string& place) const;
 };
 
 /// Finds the code at a path: a bundle, a bundle whose main executable it is, or a single file. Fails when there is

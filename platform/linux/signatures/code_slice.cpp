@@ -151,6 +151,37 @@ void CodeSlice::checkNothingFollows() {
   }
 }
 
+void CodeSlice::checkBundleIsSealed() {
+  if (!layout_.isBundle()) return;
+  if (!layout_.infoPlist.empty() && layout_.infoPlist != layout_.executable && !component(slot::kInfoPlist)) {
+    fail(status::kInfoPlistFailed);
+  }
+  if (!component(slot::kResources)) fail(status::kResourcesNotFound);
+}
+
+void CodeSlice::checkSameSigner(CodeSlice& other) {
+  if (directories().best().team() != other.directories().best().team()) fail(status::kSignatureInvalid);
+  const std::optional<Signer>& own = signer();
+  const std::optional<Signer>& others = other.signer();
+  if (own.has_value() != others.has_value()) fail(status::kSignatureInvalid);
+  if (own && !isSameMaker(own->view(), others->view())) fail(status::kSignatureInvalid);
+}
+
+std::vector<std::string_view> CodeSlice::countedFiles() {
+  std::vector<std::string_view> names{componentName(slot::kResources)};
+  const std::uint32_t alternates = static_cast<std::uint32_t>(directories().size()) - 1;
+  if (!components_.areInFolder()) return names;
+  names.push_back(componentName(slot::kCodeDirectory));
+  names.push_back(componentName(slot::kSignature));
+  for (std::uint32_t i = 0; i < alternates; ++i) names.push_back(componentName(slot::kFirstAlternate + i));
+  for (std::uint32_t slot = 1; slot <= slot::kLastSpecial; ++slot) {
+    const std::optional<ByteSource> part = components_.find(slot);
+    // One that is not sealed says nothing; it may lie there all the same, as what it is.
+    if (part && (component(slot) || isBlobFor(slot, *part))) names.push_back(componentName(slot));
+  }
+  return names;
+}
+
 void CodeSlice::checkRequirement(const Requirement& requirement) {
   if (!requirement.isMetBy(requirementContext())) fail(status::kRequirementFailed);
 }

@@ -23,6 +23,9 @@ class CodeSlice {
   /// What is passed in has to outlive this.
   CodeSlice(const CodeLayout& layout, std::size_t slice, const AppleRoots& roots);
 
+  /// Its number among the architectures of the code.
+  std::size_t number() const { return slice_; }
+
   /// The code directories, by themselves consistent. Fails with "unsigned" when there are none.
   const DirectorySet& directories();
   /// Whether there are directories that can be read.
@@ -44,6 +47,11 @@ class CodeSlice {
   void checkCodePages();
   /// Nothing is behind what is signed.
   void checkNothingFollows();
+  /// The signature seals the Info.plist and the resources of the bundle as they are: code of a bundle may leave them
+  /// out.
+  void checkBundleIsSealed();
+  /// Another architecture of the same code is signed by the same signer, or neither is by anybody.
+  void checkSameSigner(CodeSlice& other);
   void checkRequirement(const Requirement& requirement);
 
   /// What requirements are compared with.
@@ -51,6 +59,8 @@ class CodeSlice {
   TKSDictionary infoPlist();
   TKSDictionary entitlements();
   std::vector<std::string> files() const { return components_.files(); }
+  /// Names of the parts in the signature's folder that count: what else lies there is no part of this signature.
+  std::vector<std::string_view> countedFiles();
 
  private:
   void loadDirectories();

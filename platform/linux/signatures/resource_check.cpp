@@ -16,7 +16,9 @@
 #include <utility>
 
 #include "platform/linux/extended_attributes.h"
+#include "platform/linux/signatures/signature_components.h"
 #include "platform/linux/signatures/work_crew.h"
+#include "platform/posix/bundle_links.h"
 #include "platform/posix/file_descriptor.h"
 
 namespace tks::codesign {
@@ -24,6 +26,7 @@ namespace {
 
 constexpr std::size_t kMostListed = 100;
 constexpr std::string_view kStoreFile = ".DS_Store";
+constexpr std::string_view kStoreReceipt = "receipt";
 constexpr std::string_view kSideCarPrefix = "._";
 /// Where bundles keep code, apart from their top.
 constexpr std::string_view kCodeFolders[] = {
@@ -40,12 +43,11 @@ enum class FileKind { folder, file, link, other };
 
 class ResourceCheck {
  public:
-  ResourceCheck(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories, Strictness strictness,
-                const std::string& sameMaker, std::vector<NestedCode>& nested)
+  ResourceCheck(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
+                const ResourceScope& scope, std::vector<NestedCode>& nested)
       : layout_(layout),
         seal_(seal),
-        strictness_(strictness),
-        sameMaker_(sameMaker),
+        scope_(scope),
         nested_(nested),
         met_(seal.size()),
         crew_(directories.types(), seal.size(),
@@ -79,6 +81,13 @@ class ResourceCheck {
   }
 
   void walkFolder(const std::string& path, std::vector<std::string>& pending) {
+    forEachIn(path,
+              [&](const std::string& item, std::string_view name, FileKind kind) { visit(item, name, kind, pending); });
+  }
+
+  /// Calls `take` with the path, the name and the kind of each item of a folder.
+  template <class Take>
+  void forEachIn(const std::string& path, Take take) const {
     const char* name = path.empty() ? "." : path.c_str();
     const int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
     posix::FileDescriptor descriptor(posix::retried([&] { return ::openat(root_.get(), name, flags); }));
@@ -94,7 +103,7 @@ class ResourceCheck {
       const std::string_view own = entry->d_name;
       if (own == "." || own == "..") continue;
       item.assign(path).append(path.empty() ? "" : "/").append(own);
-      visit(item, own, kindOf(*entry, ::dirfd(folder.get())), pending);
+      take(item, own, kindOf(*entry, ::dirfd(folder.get())));
     }
     if (errno != 0) failByErrno();
   }
@@ -121,7 +130,7 @@ class ResourceCheck {
 
   void visit(const std::string& path, std::string_view name, FileKind kind, std::vector<std::string>& pending) {
     if (kind == FileKind::other) {
-      if (strictness_ == Strictness::strict) note(Problem::added, path);
+      if (isStrict()) note(Problem::added, path);
       return;
     }
     if (kind == FileKind::link && name.size() == kStoreFile.size() &&
@@ -129,20 +138,24 @@ class ResourceCheck {
       fail(status::kStoreFileIsLink);
     }
     const RuleVerdict verdict = seal_.verdict(path);
-    if (kind != FileKind::folder) {
+    if (verdict.excluded) {
+      if (scope_.strictness == Strictness::complete) judgeExcluded(path, kind);
+    } else if (kind != FileKind::folder) {
       if (verdict.sealed) {
         compare(path, name, kind);
-      } else if (strictness_ == Strictness::strict && !verdict.excluded) {
+      } else if (isStrict()) {
         judgeLeftOut(path, name, kind);
       }
     } else if (isCodeLeftOut(path, name, verdict)) {
-      nested_.push_back({layout_.supportFolder + "/" + path, sameMaker_});
+      nested_.push_back({layout_.supportFolder + "/" + path, scope_.sameMaker});
     } else if (verdict.nested && name.find('.') != std::string_view::npos) {
       compare(path, name, kind);
-    } else if (!verdict.excluded) {
+    } else {
       pending.push_back(path);
     }
   }
+
+  bool isStrict() const { return scope_.strictness != Strictness::plain; }
 
   /// Compares what is on disk with what is sealed.
   void compare(const std::string& path, std::string_view name, FileKind kind) {
@@ -170,14 +183,13 @@ class ResourceCheck {
   // What the rules leave out.
 
   bool mayHoldCode(std::string_view path) const {
-    return seal_.version() == 1 && !sameMaker_.empty() &&
+    return seal_.version() == 1 && !scope_.sameMaker.empty() &&
            (path.find('/') == std::string_view::npos ||
             std::ranges::any_of(kCodeFolders, [path](std::string_view folder) { return path.starts_with(folder); }));
   }
 
   bool isCodeLeftOut(std::string_view path, std::string_view name, const RuleVerdict& verdict) const {
-    return strictness_ == Strictness::strict && !verdict.sealed && !verdict.excluded &&
-           name.find('.') != std::string_view::npos && mayHoldCode(path);
+    return isStrict() && !verdict.sealed && name.find('.') != std::string_view::npos && mayHoldCode(path);
   }
 
   /// No bundle seals these; the Info.plist is hashed by itself.
@@ -186,12 +198,32 @@ class ResourceCheck {
            path.ends_with(".lproj/locversion.plist");
   }
 
+  /// Of what is never looked for in a seal: the parts of the signature, a ticket, a receipt, and the executable, whose
+  /// pages have hashes of their own.
+  void judgeExcluded(const std::string& path, FileKind kind) {
+    if (path == kSignatureFolder) {
+      judgeFolder(path, kind, scope_.signatureFiles);
+    } else if (path == kStoreReceiptFolder) {
+      judgeFolder(path, kind, {kStoreReceipt});
+    } else if (kind == FileKind::folder) {
+      note(Problem::added, path);
+    }
+  }
+
+  /// A folder in which there are only certain files.
+  void judgeFolder(const std::string& path, FileKind kind, const std::vector<std::string_view>& files) {
+    if (kind != FileKind::folder) return note(Problem::added, path);
+    forEachIn(path, [&](const std::string& item, std::string_view name, FileKind itemKind) {
+      if (itemKind != FileKind::file || std::ranges::find(files, name) == files.end()) note(Problem::added, item);
+    });
+  }
+
   void judgeLeftOut(const std::string& path, std::string_view name, FileKind kind) {
     if (isNeverSealed(path, name) || (name.starts_with(kSideCarPrefix) && isSideCar(path))) return;
     if (kind == FileKind::link && seal_.version() == 1) {
-      if (leavesBundle(path, targetOf(path))) note(Problem::badLink, path);
+      if (leavesBundle(path)) note(Problem::badLink, path);
     } else if (kind == FileKind::file && mayHoldCode(path)) {
-      nested_.push_back({layout_.supportFolder + "/" + path, sameMaker_});
+      nested_.push_back({layout_.supportFolder + "/" + path, scope_.sameMaker});
     } else {
       note(Problem::added, path);
     }
@@ -199,7 +231,7 @@ class ResourceCheck {
 
   void compareUnsealed(const std::string& path, std::string_view name, FileKind kind) {
     if (kind == FileKind::link && seal_.version() == 1) {
-      if (strictness_ == Strictness::strict && leavesBundle(path, targetOf(path))) note(Problem::badLink, path);
+      if (isStrict() && leavesBundle(path)) note(Problem::badLink, path);
       return;
     }
     if (kind == FileKind::file && name.starts_with(kSideCarPrefix) && isSideCar(path)) return;
@@ -215,9 +247,8 @@ class ResourceCheck {
   }
 
   void compareLink(const std::string& path, const Seal& seal) {
-    const std::string text = targetOf(path);
-    if (text != seal.text) return note(Problem::altered, path);
-    if (strictness_ == Strictness::strict && leavesBundle(path, text)) note(Problem::badLink, path);
+    if (targetOf(path) != seal.text) return note(Problem::altered, path);
+    if (isStrict() && leavesBundle(path)) note(Problem::badLink, path);
   }
 
   std::string targetOf(const std::string& path) const {
@@ -227,23 +258,11 @@ class ResourceCheck {
     return {target.data(), static_cast<std::size_t>(size)};
   }
 
-  /// Whether a link points out of the bundle, by its text alone.
-  bool leavesBundle(std::string_view path, std::string_view target) const {
-    if (target.starts_with('/')) return true;
-    // The support folder may lie below the bundle's top, up to which links may lead.
-    auto depth = std::count(path.begin(), path.end(), '/');
-    depth += std::count(layout_.supportFolder.begin() + static_cast<std::ptrdiff_t>(layout_.root.size()),
-                        layout_.supportFolder.end(), '/');
-    while (!target.empty()) {
-      const std::string_view part = target.substr(0, target.find('/'));
-      target.remove_prefix(std::min(part.size() + 1, target.size()));
-      if (part == "..") {
-        if (--depth < 0) return true;
-      } else if (!part.empty() && part != ".") {
-        ++depth;
-      }
-    }
-    return false;
+  /// Whether a link leads out of the bundle, whose top may lie above the support folder.
+  bool leavesBundle(const std::string& path) const {
+    const std::string support =
+        layout_.supportFolder.substr(std::min(layout_.root.size() + 1, layout_.supportFolder.size()));
+    return posix::leadsOut(layout_.root, support.empty() ? path : support + "/" + path);
   }
 
   // Hashing, on all threads.
@@ -312,8 +331,7 @@ class ResourceCheck {
 
   const CodeLayout& layout_;
   CodeResources& seal_;
-  const Strictness strictness_;
-  const std::string& sameMaker_;
+  const ResourceScope& scope_;
   std::vector<NestedCode>& nested_;
   posix::FileDescriptor root_;
   std::vector<bool> met_;
@@ -325,8 +343,8 @@ class ResourceCheck {
 }  // namespace
 
 ResourceProblems checkResources(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
-                                Strictness strictness, const std::string& sameMaker, std::vector<NestedCode>& nested) {
-  return ResourceCheck(layout, seal, directories, strictness, sameMaker, nested).run();
+                                const ResourceScope& scope, std::vector<NestedCode>& nested) {
+  return ResourceCheck(layout, seal, directories, scope, nested).run();
 }
 
 }  // namespace tks::codesign

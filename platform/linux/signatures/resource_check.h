@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/linux/signatures/code_directory.h"
@@ -15,6 +16,8 @@ namespace tks::codesign {
 struct NestedCode {
   std::string path;
   std::string requirement;
+  /// A version of a framework that is not the current one.
+  bool isOtherVersion = false;
 };
 
 /// What is wrong with the resources of a bundle.
@@ -29,16 +32,32 @@ struct ResourceProblems {
 };
 
 /// How strict a check is.
-enum class Strictness { plain, strict };
+enum class Strictness {
+  plain,
+  /// Nothing that the rules leave out either, and no link that leaves the bundle.
+  strict,
+  /// Nor anything beside what belongs to it in the places of the signature, the ticket and the receipt, which no seal
+  /// covers.
+  complete,
+};
+
+/// What a check of resources goes by, beside the seal.
+struct ResourceScope {
+  Strictness strictness = Strictness::plain;
+  /// The requirement of being signed by whoever signed this; empty when nobody did.
+  std::string sameMaker;
+  /// Names of the files that the signature is made of, in its folder.
+  std::vector<std::string_view> signatureFiles;
+};
 
 /// Compares everything in a bundle with its seal: walks all folders once, and hashes files on several threads
 /// meanwhile. Collects the nested code that it meets. Fails when the seal itself or the walk is at fault; what is wrong
 /// with single resources is in the answer.
 ///
-/// The strict check takes what the rules leave out for added, except for what no bundle seals. Seals of the first
-/// version leave out nested code: it is taken for nested code that has to meet `sameMaker`, the requirement of being
-/// signed by whoever signed this; when that is empty, for added.
+/// The strict checks take what the rules leave out for added, except for what no bundle seals. Seals of the first
+/// version leave out nested code: it is taken for nested code that has to meet `sameMaker`; when that is empty, for
+/// added.
 ResourceProblems checkResources(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
-                                Strictness strictness, const std::string& sameMaker, std::vector<NestedCode>& nested);
+                                const ResourceScope& scope, std::vector<NestedCode>& nested);
 
 }  // namespace tks::codesign

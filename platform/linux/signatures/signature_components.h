@@ -27,6 +27,8 @@ class SignatureComponents {
 
   /// Everything up from the start of the code that the pages cover.
   ByteSource code() const;
+  /// Whether parts were found, and in files of the bundle.
+  bool areInFolder() const { return fromExecutable_ == false; }
   /// The files that a signature is made of.
   std::vector<std::string> files() const;
 
@@ -50,6 +52,8 @@ class SignatureComponents {
 std::string_view componentName(std::uint32_t slot);
 
 inline constexpr std::string_view kSignatureFolder = "_CodeSignature";
+/// What a store adds to a bundle that was signed.
+inline constexpr std::string_view kStoreReceiptFolder = "_MASReceipt";
 inline constexpr std::string_view kAttributePrefix = "com.apple.cs.";
 
 }  // namespace tks::codesign

@@ -55,10 +55,21 @@ void addDirectories(const DirectorySet& directories, TKSDictionary& information)
   information.set("cdhashes-full", fullHashes);
 }
 
-void addSigner(CodeSlice& slice, TKSDictionary& information) {
+/// The signer is shown for all of the code: whoever asks goes by it for every architecture.
+void checkOneSigner(const CodeLayout& layout, CodeSlice& slice, const AppleRoots& roots) {
+  const std::size_t slices = layout.image ? layout.image->slices().size() : 1;
+  for (std::size_t i = 0; i < slices; ++i) {
+    if (i == slice.number()) continue;
+    CodeSlice other(layout, i, roots);
+    slice.checkSameSigner(other);
+  }
+}
+
+void addSigner(const CodeLayout& layout, CodeSlice& slice, const AppleRoots& roots, TKSDictionary& information) {
   information.set("cms", slice.signatureMessage());
   if (const std::optional<std::string>& team = slice.directories().best().team()) information.set("teamid", *team);
   const std::optional<Signer>& signer = slice.signer();
+  checkOneSigner(layout, slice, roots);
   if (!signer) return;
   TKSArray certificates;
   for (const TKSData& certificate : signer->certificates) certificates.append(certificate);
@@ -119,7 +130,7 @@ TKSDictionary signingInformation(const CodeLayout& layout, const AppleRoots& roo
   asFarAsInOrder([&] {
     if (const TKSDictionary info = slice.infoPlist(); !info.empty()) information.set("info-plist", info);
   });
-  asFarAsInOrder([&] { addSigner(slice, information); });
+  asFarAsInOrder([&] { addSigner(layout, slice, roots, information); });
   asFarAsInOrder([&] { addRequirements(slice, information); });
   asFarAsInOrder([&] { addEntitlements(slice, information); });
   asFarAsInOrder([&] { addContents(layout, slice, information); });

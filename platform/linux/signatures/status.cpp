@@ -29,6 +29,7 @@ constexpr StatusText kTexts[] = {
     {status::kWeakResourceRules, "resource envelope is obsolete (custom omit rules)"},
     {status::kStoreFileIsLink, "unsealed symbolic link in place of a .DS_Store file"},
     {status::kAmbiguousBundle, "bundle format is ambiguous (could be app or framework)"},
+    {status::kBadFrameworkVersion, "embedded framework contains modified or invalid version"},
     {status::kUnsealedFrameworkRoot, "unsealed contents present in the root directory of an embedded framework"},
     {status::kWeakResourceEnvelope, "resource envelope is obsolete (version 1 signature)"},
     {status::kInvalidLink, "invalid destination for symbolic link in bundle"},

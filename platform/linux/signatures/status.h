@@ -38,6 +38,7 @@ inline constexpr Status kUnsealedRoot = -67014;
 inline constexpr Status kWeakResourceRules = -67013;
 inline constexpr Status kStoreFileIsLink = -67012;
 inline constexpr Status kAmbiguousBundle = -67011;
+inline constexpr Status kBadFrameworkVersion = -67009;
 inline constexpr Status kUnsealedFrameworkRoot = -67008;
 inline constexpr Status kWeakResourceEnvelope = -67007;
 inline constexpr Status kInvalidLink = -67003;

@@ -39,6 +39,17 @@ bool isBlobItself(std::uint32_t slot) {
   }
 }
 
+bool isBlobFor(std::uint32_t slot, const ByteSource& content) {
+  std::uint32_t kind = 0;
+  if (slot == slot::kRequirements) kind = magic::kRequirements;
+  if (slot == slot::kEntitlements) kind = magic::kEntitlements;
+  if (slot == slot::kEntitlementsDer) kind = magic::kEntitlementsDer;
+  if (slot >= slot::kFirstConstraint && slot <= slot::kLastSpecial) kind = magic::kConstraint;
+  std::array<std::uint8_t, kBlobHeader> header{};
+  return kind != 0 && content.readExactly(0, header) && big32(header.data()) == kind &&
+         big32(&header[4]) == content.size();
+}
+
 SuperBlob::SuperBlob(const ByteSource& area) {
   std::array<std::uint8_t, kSuperHeader> header{};
   if (!area.readExactly(0, header) || big32(header.data()) != magic::kEmbeddedSignature) {

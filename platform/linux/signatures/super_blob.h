@@ -45,6 +45,9 @@ inline constexpr std::uint32_t kTicket = 0x10002;
 /// Whether what fills a slot is a blob itself; the rest is wrapped into one.
 bool isBlobItself(std::uint32_t slot);
 
+/// Whether something is a whole blob of the kind that fills a slot. False for slots without a kind of their own.
+bool isBlobFor(std::uint32_t slot, const ByteSource& content);
+
 class SuperBlob {
  public:
   /// Reads and checks the index in an area that may be larger. Fails when it is malformed.

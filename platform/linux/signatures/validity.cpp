@@ -10,11 +10,10 @@
 #include "platform/linux/signatures/code_resources.h"
 #include "platform/linux/signatures/code_slice.h"
 #include "platform/linux/signatures/requirement.h"
+#include "platform/posix/bundle_links.h"
 
 namespace tks::codesign {
 namespace {
-
-constexpr std::string_view kStoreReceiptFolder = "_MASReceipt";
 
 /// What of some code is checked.
 struct Scope {
@@ -22,10 +21,23 @@ struct Scope {
   bool resources = true;
   Strictness strictness = Strictness::plain;
   bool modernSeals = false;
+
+  bool isStrict() const { return strictness != Strictness::plain; }
 };
 
+/// Code that is only asked whether it is the code that is meant.
+constexpr Scope kIdentityAlone{.pages = false, .resources = false};
+
 Scope scopeOf(Depth depth) {
-  return {true, true, depth == Depth::plain ? Strictness::plain : Strictness::strict, depth == Depth::assessing};
+  switch (depth) {
+    case Depth::plain:
+      return {};
+    case Depth::strict:
+      return {.strictness = Strictness::complete};
+    case Depth::assessing:
+      break;
+  }
+  return {.strictness = Strictness::strict, .modernSeals = true};
 }
 
 /// Checks one piece of code, whatever is inside of it.
@@ -46,15 +58,19 @@ class CodeCheck {
     for (std::size_t i = 0; i < slices; ++i) {
       if (i == chosen_) continue;
       CodeSlice other(layout_, i, roots_);
-      if (other.directories().best().team() != main_.directories().best().team()) fail(status::kSignatureInvalid);
+      main_.checkSameSigner(other);
       checkSlice(other, requirement);
     }
     ResourceProblems problems;
     if (scope_.resources) problems = checkSeal(nested);
-    if (problems.none() && scope_.strictness == Strictness::strict && layout_.strictIssue != status::kGood) {
-      fail(layout_.strictIssue);
-    }
+    if (problems.none() && scope_.isStrict() && layout_.strictIssue != status::kGood) fail(layout_.strictIssue);
     return problems;
+  }
+
+  /// What code of the same maker meets; empty when nobody signed this.
+  std::string sameMaker() {
+    if (!scope_.isStrict() || !main_.signer()) return {};
+    return sameMakerRequirement(main_.signer()->view());
   }
 
  private:
@@ -62,7 +78,8 @@ class CodeCheck {
     slice.checkComponents();
     slice.checkTopDirectory();
     if (scope_.pages) slice.checkCodePages();
-    if (scope_.strictness == Strictness::strict) slice.checkNothingFollows();
+    if (scope_.isStrict()) slice.checkNothingFollows();
+    if (scope_.strictness == Strictness::complete) slice.checkBundleIsSealed();
     if (requirement != nullptr) slice.checkRequirement(*requirement);
   }
 
@@ -81,13 +98,9 @@ class CodeCheck {
     if (scope_.modernSeals) judgeStrength(seal);
     excludeSignature(seal);
     seal.prepareRules();
-    return checkResources(layout_, seal, main_.directories(), scope_.strictness, sameMaker(), nested);
-  }
-
-  /// What code of the same maker meets; empty when nobody signed this.
-  std::string sameMaker() {
-    if (scope_.strictness == Strictness::plain || !main_.signer()) return {};
-    return sameMakerRequirement(main_.signer()->view());
+    ResourceScope scope{scope_.strictness, sameMaker(), {}};
+    if (scope_.strictness == Strictness::complete) scope.signatureFiles = main_.countedFiles();
+    return checkResources(layout_, seal, main_.directories(), scope, nested);
   }
 
   static void judgeForm(const CodeResources& seal) {
@@ -124,6 +137,9 @@ class CodeCheck {
   CodeSlice main_;
 };
 
+/// The requirement that all code meets.
+constexpr std::string_view kAnybody = "always";
+
 /// Checks code and the code inside of it, level by level.
 class DeepCheck {
  public:
@@ -132,8 +148,11 @@ class DeepCheck {
   Validity run(const CodeLayout& layout) {
     std::vector<NestedCode> nested;
     try {
-      seen_.insert(layout.executable);
-      result_.problems = CodeCheck(layout, roots_, scopeOf(depth_)).run(nullptr, nested);
+      if (depth_ == Depth::strict) requireNoLinkOut(layout);
+      markSeen(layout);
+      CodeCheck check(layout, roots_, scopeOf(depth_));
+      result_.problems = check.run(nullptr, nested);
+      if (isWhole()) addOtherVersions(layout, check.sameMaker(), nested);
     } catch (const Failure& failure) {
       result_.status = failure.status;
       return std::move(result_);
@@ -155,27 +174,56 @@ class DeepCheck {
   }
 
  private:
+  bool isWhole() const { return depth_ != Depth::plain; }
+
+  /// False when the code was checked before. Other code may share its executable and bring resources of its own.
+  bool markSeen(const CodeLayout& layout) {
+    return seen_.insert(layout.supportFolder + '\0' + layout.executable).second;
+  }
+
+  /// Before anything is read through links: none of a bundle leads out of it, and all that is checked for it lies in
+  /// it.
+  static void requireNoLinkOut(const CodeLayout& layout) {
+    if (layout.isBundle() && posix::findLinkOut(layout.root)) fail(status::kInvalidLink);
+    if (!layout.isWithin(layout.root)) fail(status::kInvalidLink);
+  }
+
+  /// Every version of a framework has to be what the current one has to be.
+  static void addOtherVersions(const CodeLayout& layout, const std::string& requirement,
+                               std::vector<NestedCode>& nested) {
+    for (const std::string& version : layout.otherVersions) {
+      nested.push_back({version, requirement.empty() ? std::string(kAnybody) : requirement, true});
+    }
+  }
+
   void checkNested(const NestedCode& code) {
     try {
-      const std::optional<Requirement> requirement = Requirement::fromText(code.requirement);
-      if (!requirement) fail(status::kResourcesInvalid);
-      const CodeLayout layout = findCode(code.path);
-      const bool whole = depth_ != Depth::plain;
-      // Links can lead back to code that contains this; once is enough.
-      if (!seen_.insert(layout.executable).second && whole) return;
-      std::vector<NestedCode> nested;
-      const Scope scope = whole ? scopeOf(depth_) : Scope{.pages = false, .resources = false};
-      const ResourceProblems problems = CodeCheck(layout, roots_, scope).run(&*requirement, nested);
-      if (!problems.none()) fail(problems.status);
-      waiting_.insert(waiting_.end(), nested.begin(), nested.end());
+      checkAsMeant(code);
     } catch (const Failure& failure) {
-      if (failure.status == status::kRequirementFailed) {
+      if (failure.status == status::kRequirementFailed && !code.isOtherVersion) {
         if (!unmet_) unmet_ = code.path;
         return;
       }
-      result_.status = failure.status;
+      result_.status = code.isOtherVersion ? status::kBadFrameworkVersion : failure.status;
       result_.path = code.path;
     }
+  }
+
+  void checkAsMeant(const NestedCode& code) {
+    const std::optional<Requirement> requirement = Requirement::fromText(code.requirement);
+    if (!requirement) fail(status::kResourcesInvalid);
+    const CodeLayout layout = findCode(code.path);
+    // Whatever else is known of it: that it is the code that is meant has to be seen each time. Links can lead to other
+    // code, which is no matter of this one, or back to code that was checked already.
+    const bool isInPlace = layout.isWithin(code.path);
+    const bool goesDeep = isWhole() && isInPlace && markSeen(layout);
+    std::vector<NestedCode> nested;
+    const Scope scope = goesDeep ? scopeOf(depth_) : kIdentityAlone;
+    const ResourceProblems problems = CodeCheck(layout, roots_, scope).run(&*requirement, nested);
+    if (!problems.none()) fail(problems.status);
+    if (isWhole() && !isInPlace) fail(status::kInvalidLink);
+    if (goesDeep) addOtherVersions(layout, code.requirement, nested);
+    waiting_.insert(waiting_.end(), nested.begin(), nested.end());
   }
 
   const AppleRoots& roots_;
