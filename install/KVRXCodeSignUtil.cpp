@@ -36,9 +36,6 @@ std::string statusText(std::int32_t status) {
   return formatted("Codesign verify failed, error code: %d.", status);
 }
 
-/// The status of a code object that could not be made although no reason was given.
-constexpr std::int32_t kInternalComponentError = -2070;
-
 std::int32_t makeStaticCode(const TKSURL& url, std::unique_ptr<platform::StaticCode>& code) {
   const std::int32_t status = platform::signatures().create(url.path(), code);
   return status == 0 && code == nullptr ? kInternalComponentError : status;

@@ -8,6 +8,9 @@
 
 namespace tks {
 
+/// The status of a code object that could not be made although no reason was given.
+inline constexpr std::int32_t kInternalComponentError = -2070;
+
 /// The message for a validity status that is not 0, with the platform's own description behind it.
 std::string signatureStatusMessage(std::int32_t status, std::string_view details);
 

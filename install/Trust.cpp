@@ -16,15 +16,13 @@
 namespace tks {
 
 bool checkTrustForInstalling(std::string_view path, TKSError* error) {
+  // Both are made: neither is taken to see all that the other sees.
+  if (!TKSUtilBase::checkTrust(path, error)) return false;
   std::unique_ptr<platform::StaticCode> code;
   std::string details;
   std::int32_t status = platform::signatures().create(path, code);
-  if (status == 0 && code != nullptr) status = code->checkForInstalling(details);
-  // What passes this check passes the plain one as well: the content is read once.
-  if (status == 0 && code != nullptr) {
-    return KVRXCodeSignUtil::codeSignBelongToTarvo(TKSURL::fileURLWithPath(path), error);
-  }
-  return TKSUtilBase::checkTrust(path, error) && reportSignatureMessage(signatureStatusMessage(status, details), error);
+  if (status == 0) status = code == nullptr ? kInternalComponentError : code->checkForInstalling(details);
+  return status == 0 || reportSignatureMessage(signatureStatusMessage(status, details), error);
 }
 
 bool isTestMode(bool allowedByBuild) {

@@ -305,7 +305,7 @@ TEST_F(InstallLauncher, UnpacksWhereNobodyElseMayLook) {
   EXPECT_EQ(modeOf(world.unpackFolder()), 0700u);
 }
 
-TEST_F(InstallLauncher, ReadsThePackageOnceOnOneVolume) {
+TEST_F(InstallLauncher, ChecksThePackageBeforeItIsMovedAndNotAgainOnOneVolume) {
   class CountingSignatures final : public tks::platform::Signatures {
    public:
     std::int32_t create(std::string_view path, std::unique_ptr<tks::platform::StaticCode>& code) override {
@@ -328,7 +328,8 @@ TEST_F(InstallLauncher, ReadsThePackageOnceOnOneVolume) {
   };
   CountingSignatures signatures;
   ASSERT_TRUE(install("5.0.1", archive("5.0.1")));
-  EXPECT_THAT(signatures.paths, ElementsAre(world.unpacked(), world.unpacked())) << "one check, one look at who signed";
+  EXPECT_THAT(signatures.paths, ElementsAre(world.unpacked(), world.unpacked(), world.unpacked()))
+      << "the plain check, who signed, the check in depth";
   EXPECT_EQ(world.tools.runs(Tool::spctl), 1u);
 }
 
