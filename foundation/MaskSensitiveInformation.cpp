@@ -1,6 +1,7 @@
 #include <tksinterface/MaskSensitiveInformation.h>
 
 #include "foundation/Masking.h"
+#include "foundation/UsersFolders.h"
 
 using tks::masking::maskRange;
 using tks::masking::removePersonalData;
@@ -35,7 +36,7 @@ std::string toLower(const std::string& input) {
 
 std::string MaskSensitiveInformation::removeSensitiveInformation(std::string_view text) {
   std::string result(text);
-  removePersonalData(result, Unit::characters);
+  removePersonalData(result, Unit::characters, tks::masking::usersFolders());
   return result;
 }
 

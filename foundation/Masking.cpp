@@ -143,17 +143,19 @@ void maskMailAddresses(std::string& text, Unit unit) {
   }
 }
 
-/// Stars the whole folder name behind each "/users/". A name that nothing closes stays, except behind a double slash.
-void maskUserFolders(std::string& text) {
-  std::size_t key = WordSearch<kUserFolder>::find(text);
+/// Stars the whole folder name after each place where `find` finds a users' folder of that many bytes. A name that
+/// nothing closes stays, except after a double slash.
+template <class Find>
+void maskUserFolders(std::string& text, std::size_t size, Find find) {
+  std::size_t key = find(0);
   while (key != kNowhere) {
-    std::size_t start = key + kUserFolder.size();
+    std::size_t start = key + size;
     std::size_t end = findNear(text, '/', start);
     if (end == kNowhere) return;
     if (end == start) end = std::min(findNear(text, '/', ++start), text.size());
     star(text, start, end);
     // The next key begins with a slash, and there is none before `end`.
-    key = WordSearch<kUserFolder>::find(text, end);
+    key = find(end);
   }
 }
 
@@ -167,12 +169,22 @@ void maskRange(std::string& text, std::size_t start, std::size_t end, Unit unit)
   star(text, from, end);
 }
 
-void removePersonalData(std::string& text, Unit unit) {
-  const bool hasMarks = Marks::findsAny(text);
+void removePersonalData(std::string& text, Unit unit, std::span<const std::string> usersFolders) {
+  // As a rule there is one more folder at most, and no mark at all: one look at the text then.
+  const bool hasMarks =
+      usersFolders.empty() ? Marks::findsAny(text) : Marks::findsAny(text, TextSearch(usersFolders.front()));
   if (hasMarks) maskURL(text, unit);
   if (hasMarks) maskUserName(text, unit);
   maskMailAddresses(text, unit);
-  if (hasMarks) maskUserFolders(text);
+  if (hasMarks) {
+    maskUserFolders(text, kUserFolder.size(),
+                    [&text](std::size_t from) { return WordSearch<kUserFolder>::find(text, from); });
+  }
+  for (const std::string& folder : usersFolders) {
+    if (!hasMarks && &folder == &usersFolders.front()) continue;
+    maskUserFolders(text, folder.size(),
+                    [&text, search = TextSearch(folder)](std::size_t from) { return search.find(text, from); });
+  }
 }
 
 }  // namespace tks::masking

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
 
 namespace tks::masking {
@@ -13,7 +14,9 @@ enum class Unit { bytes, characters };
 /// std::string::npos or beyond the text; a range that ends before it starts is no range.
 void maskRange(std::string& text, std::size_t start, std::size_t end, Unit unit);
 
-/// Applies all masking rules to a text, in place and in a time that grows with its length alone.
-void removePersonalData(std::string& text, Unit unit);
+/// Applies all masking rules to a text, in place and in a time that grows with its length alone. Folder names are
+/// masked that stand in "/users/", and in the folders that are given: lower case, a slash at both ends, the longest
+/// first.
+void removePersonalData(std::string& text, Unit unit, std::span<const std::string> usersFolders = {});
 
 }  // namespace tks::masking

@@ -32,8 +32,9 @@ TKS_EXPORT std::string addMaskCpp(const char* input);
 /// A copy with the ASCII letters A to Z in lower case.
 TKS_EXPORT std::string toLower(const std::string& input);
 
-/// The same rules for texts. Where masking would cut a character in two, its remaining bytes are masked as well, so
-/// that the result is always valid UTF-8 when the argument was.
+/// The same rules for texts. On Linux the names of folders in "/home/", and in the folder that holds this user's real
+/// home, are masked like those in "/users/". Where masking would cut a character in two, its remaining bytes are masked
+/// as well, so that the result is always valid UTF-8 when the argument was.
 class TKS_EXPORT MaskSensitiveInformation {
  public:
   /// `removeSensitiveInformation:` The text with all rules applied; empty for an empty text.

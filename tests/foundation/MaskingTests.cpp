@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "foundation/Logging.h"
+#include "foundation/Masking.h"
 #include "tests/foundation/ReferenceMasking.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/LogRecorder.h"
@@ -178,6 +179,26 @@ TEST(MaskedTexts, ACharacterThatIsCutIsStarredWhole) {
   EXPECT_EQ(MaskSensitiveInformation::removeSensitiveInformation("username=a\U0001F600 x"), "username=a**** x");
 }
 
+TEST(MaskedTexts, NamesInFurtherUsersFoldersAreStarredLikeThoseInUsers) {
+  const std::vector<std::string> folders = {"/home/team/", "/home/"};
+  const auto masked = [&](std::string text) {
+    tks::masking::removePersonalData(text, tks::masking::Unit::characters, folders);
+    return text;
+  };
+  EXPECT_EQ(masked("Path: /home/jane/x, /users/joe/y"), "Path: /home/****/x, /users/***/y");
+  EXPECT_EQ(masked("/HOME/jane/x/home/joe/y"), "/HOME/****/x/home/***/y");
+  EXPECT_EQ(masked("/home/team/jane/x"), "/home/****/****/x");
+  EXPECT_EQ(masked("/home//jane/x"), "/home//****/x");
+  // A name that nothing closes stays, like in "/users/".
+  EXPECT_EQ(masked("/home/jane"), "/home/jane");
+  EXPECT_EQ(masked("/homes/jane/x"), "/homes/jane/x");
+}
+
+TEST(MaskedTexts, ThePlainFunctionsKnowNoFurtherUsersFolder) {
+  EXPECT_EQ(removePII("/home/jane/x"), "/home/jane/x");
+  EXPECT_EQ(removeSensitiveInformationCpp("/home/jane/x"), "/home/jane/x");
+}
+
 TEST(MaskedTexts, ACharacterWhoseFirstByteIsTakenForTheSeparatorIsStarredWhole) {
   EXPECT_EQ(MaskSensitiveInformation::removeSensitiveInformation("username\u00e9"), "username**");
   EXPECT_EQ(MaskSensitiveInformation::removeSensitiveInformation("username\u20aca"), "username****");
@@ -283,6 +304,38 @@ TEST(MaskingAgainstTheReference, AMarkAtEveryPlaceOfALongText) {
         expectLikeTheReference("http" + text + "abcd/ef");
         expectLikeTheReference(text);
       }
+    }
+  }
+}
+
+/// What the rules make of a text where names are masked in further folders.
+std::string maskedIn(const std::vector<std::string>& usersFolders, std::string text) {
+  tks::masking::removePersonalData(text, tks::masking::Unit::bytes, usersFolders);
+  return text;
+}
+
+TEST(MaskingAgainstTheReference, TextsWithFurtherUsersFolders) {
+  RandomTexts random(7);
+  const std::vector<std::string> folders = {"/home/team/", "/home/", "/d/"};
+  std::vector<std::string> pieces = fragmentsOf({"/home/", "/d/", "/users/"});
+  for (const char* piece :
+       {"/home/", "/home/team/", "/d/", "/users/", "/", "team", "ab", "c@", "http://", ".", "\xFF"}) {
+    pieces.insert(pieces.end(), 6, piece);
+  }
+  for (int i = 0; i < 60000; ++i) {
+    const std::string text = random.inSomeCase(random.of(pieces, 30));
+    ASSERT_EQ(maskedIn(folders, text), referenceRemovePII(text, folders)) << "of: " << text;
+  }
+}
+
+TEST(MaskingAgainstTheReference, AFurtherUsersFolderAtEveryPlaceOfALongText) {
+  for (std::size_t length = 60; length < 200; length += 7) {
+    for (std::size_t at = 0; at + 10 <= length; ++at) {
+      std::string text(length, '.');
+      text.replace(at, 10, "/Home/abc/");
+      std::string masked = text;
+      masked.replace(at, 10, "/Home/***/");
+      ASSERT_EQ(maskedIn({"/home/"}, text), masked);
     }
   }
 }

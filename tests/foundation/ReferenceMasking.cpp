@@ -72,11 +72,11 @@ std::string thirdRule(std::string w) {
   return w;
 }
 
-std::string fourthRule(std::string w) {
+std::string fourthRule(std::string w, const std::string& folder) {
   const std::string l = lower(w);
-  std::size_t key = l.find("/users/");
+  std::size_t key = l.find(folder);
   while (key != npos) {
-    std::size_t pos = key + 7;
+    std::size_t pos = key + folder.size();
     std::size_t j = w.find("/", pos);
     if (j != npos && j > pos) {
       w.replace(pos, j - pos, std::string(j - pos, '*'));
@@ -86,7 +86,7 @@ std::string fourthRule(std::string w) {
       if (j == npos) j = w.size();
       w.replace(pos, j - pos, std::string(j - pos, '*'));
     }
-    key = l.find("/users/", pos);
+    key = l.find(folder, pos);
   }
   return w;
 }
@@ -101,9 +101,11 @@ std::string referenceMask(std::string text, std::size_t start, std::size_t end) 
   return text;
 }
 
-std::string referenceRemovePII(const std::string& input) {
+std::string referenceRemovePII(const std::string& input, const std::vector<std::string>& usersFolders) {
   if (input.empty()) return "";
-  return fourthRule(thirdRule(secondRule(firstRule(input))));
+  std::string w = fourthRule(thirdRule(secondRule(firstRule(input))), "/users/");
+  for (const std::string& folder : usersFolders) w = fourthRule(w, folder);
+  return w;
 }
 
 }  // namespace tks::test
