@@ -7,6 +7,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/HeldLines.h"
 #include "foundation/Logging.h"
 #include "foundation/SystemInformation.h"
 #include "foundation/Utf8.h"
@@ -107,6 +108,7 @@ TKSDictionary TKSUtilBase::checkDiskSpaceInfo(TKSError* error) {
 }
 
 bool TKSUtilBase::isAppleSiliconDevice() {
+  const tks::HeldLines lines;
   // Whatever the check came to, it is made once: also when it failed.
   static const bool isAppleSilicon = [] {
     try {

@@ -2,9 +2,12 @@
 
 #include <memory>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include <tksinterface/MaskSensitiveInformation.h>
+
+#include "foundation/HeldLines.h"
 
 namespace {
 
@@ -44,7 +47,41 @@ struct LineInDelivery {
   ~LineInDelivery() { --linesInDelivery; }
 };
 
+/// Hands a line to the host. `text` makes it, if there is a host to hand it to.
+template <class Text>
+void handOver(std::int32_t level, Text text) noexcept {
+  if (linesInDelivery >= kDeepestLine) return;
+  const LineInDelivery line;
+  try {
+    const SharedBlock block = installedBlock().get();
+    if (block) (*block)(level, text());
+  } catch (...) {
+    // A log callback has nowhere left to report to.
+  }
+}
+
+thread_local tks::HeldLines* innermostHeldLines = nullptr;
+
 }  // namespace
+
+tks::HeldLines::HeldLines() noexcept : outer_(std::exchange(innermostHeldLines, this)) {}
+
+tks::HeldLines::~HeldLines() {
+  innermostHeldLines = outer_;
+  for (auto& [level, text] : lines_) {
+    if (outer_ == nullptr) {
+      handOver(level, [&text]() -> const std::string& { return text; });
+      continue;
+    }
+    try {
+      outer_->keep(level, std::move(text));
+    } catch (const std::bad_alloc&) {
+      // A line less.
+    }
+  }
+}
+
+tks::HeldLines* tks::HeldLines::current() noexcept { return innermostHeldLines; }
 
 std::atomic<bool> TKSILog::listening_ = false;
 
@@ -63,13 +100,12 @@ void TKSILog::setLogBlock(TKSLogBlock block) {
 }
 
 void TKSILog::deliver(std::int32_t level, std::string_view format, std::span<const tks::format::Argument> arguments) {
-  if (linesInDelivery >= kDeepestLine) return;
-  const LineInDelivery line;
+  tks::HeldLines* const held = tks::HeldLines::current();
+  if (held == nullptr) return handOver(level, [&] { return tks::format::format(format, arguments); });
   try {
-    const SharedBlock block = installedBlock().get();
-    if (block) (*block)(level, tks::format::format(format, arguments));
+    held->keep(level, tks::format::format(format, arguments));
   } catch (...) {
-    // A log callback has nowhere left to report to.
+    // Neither memory nor a description that throws may end what the line is about.
   }
 }
 

@@ -7,6 +7,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/FilePaths.h"
+#include "foundation/HeldLines.h"
 #include "foundation/Logging.h"
 #include "platform/platform.h"
 
@@ -72,6 +73,7 @@ void TKSUtilBase::checkLaunchService() {
 }
 
 std::optional<std::string> TKSUtilBase::getTKSBuildArchitecture() {
+  const tks::HeldLines lines;
   // Kept for the life of the process, also when the launcher is replaced meanwhile.
   static const std::optional<std::string> architecture =
       getValueInInfoPlist(getStandardTKSPath(), TKSPlistKeyBuildArchitectures).optionalText();

@@ -6,11 +6,13 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/FilePaths.h"
+#include "foundation/HeldLines.h"
 #include "foundation/Logging.h"
 #include "interface/TKSInterfaceState.h"
 #include "platform/platform.h"
 
 TKSInterface& TKSInterface::sharedInstance() {
+  const tks::HeldLines lines;
   static auto& instance = *new TKSInterface;
   return instance;
 }

@@ -6,6 +6,7 @@
 
 #include <tksinterface/TKSConstants.h>
 
+#include "foundation/HeldLines.h"
 #include "foundation/Logging.h"
 #include "messaging/Frame.h"
 
@@ -83,6 +84,7 @@ std::string SendingQueue::takeBuffer() {
 }
 
 void SendingQueue::send(std::string frame) {
+  const HeldLines lines;
   std::optional<TKSError> error;
   {
     const std::scoped_lock lock(mutex_);
@@ -128,6 +130,7 @@ void SendingQueue::awaitRoom() {
   if (awaitingRoom_) return;
   // Keeps this object until the bytes are written, the channel breaks or another channel takes its place.
   sink_->whenWritable([self = shared_from_this(), sink = sink_.get()] {
+    const HeldLines lines;
     std::optional<TKSError> error;
     std::shared_ptr<platform::ByteSink> kept;
     {

@@ -9,6 +9,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSLaunchVocabulary.h>
 
+#include "foundation/HeldLines.h"
 #include "foundation/Logging.h"
 #include "messaging/FileHosts.h"
 #include "messaging/Frame.h"
@@ -119,6 +120,7 @@ TKSMessageHost::~TKSMessageHost() {
 }
 
 TKSMessageHost& TKSMessageHost::sharedMessengeHost() {
+  const tks::HeldLines lines;
   static auto& host = *new TKSMessageHost(tksMessageHostTypeTKS);
   return host;
 }

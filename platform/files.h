@@ -72,7 +72,8 @@ class Files {
   virtual bool exchange(std::string_view first, std::string_view second, TKSError* error) = 0;
   /// Waits until no other process, and no other part of this one, holds the lock that the file or folder at `path`
   /// stands for. A file is made when nothing is there, and stays. Null, and `error`, when it cannot be made or
-  /// `patience` is over. On a volume that has no locks nobody is kept out.
+  /// `patience` is over. A thread that holds the lock itself is refused at once. On a volume that has no locks nobody
+  /// is kept out.
   virtual std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience,
                                          TKSError* error) = 0;
 

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/HeldLines.h"
 #include "platform/linux/process_table.h"
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
@@ -88,6 +89,7 @@ void ChildCollector::adopt(SpawnedProcess process, std::function<void(ChildEnd)>
   child.descriptor = std::move(process.descriptor);
   child.ended = std::move(ended);
 
+  const HeldLines lines;
   const std::lock_guard lock(mutex_);
   const std::uint64_t number = ++adopted_;
   const bool isComplete = static_cast<bool>(child.descriptor);
@@ -96,6 +98,7 @@ void ChildCollector::adopt(SpawnedProcess process, std::function<void(ChildEnd)>
   if (isComplete) return watch(number);
   EventLoop::main().post([this, number] {
     collectOne(number);
+    const HeldLines linesOfTheTurn;
     const std::lock_guard turn(mutex_);
     watch(number);
   });
@@ -153,6 +156,7 @@ void ChildCollector::keepLooking() {
   if (timer_) return;
   timer_ = EventLoop::main().after(kLookInterval, [this] {
     collect();
+    const HeldLines lines;
     const std::lock_guard lock(mutex_);
     timer_.reset();
     const auto isUnwatched = [](const auto& entry) { return !entry.second.watch; };

@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
@@ -23,16 +26,57 @@ using std::chrono::steady_clock;
 constexpr milliseconds kFirstPause{1};
 constexpr milliseconds kLongestPause{20};
 
+/// Which thread of this process holds which lock. A thread that comes for a lock that it has itself, from a callback of
+/// the host, would wait for nothing.
+class Holders {
+ public:
+  static Holders& shared() {
+    static auto& holders = *new Holders;
+    return holders;
+  }
+  bool isHeldByThisThread(const struct stat& facts) {
+    const std::scoped_lock lock(mutex_);
+    return std::ranges::any_of(held_, [&](const Held& one) {
+      return one.thread == std::this_thread::get_id() && one.device == facts.st_dev && one.file == facts.st_ino;
+    });
+  }
+  std::uint64_t add(const struct stat& facts) {
+    const std::scoped_lock lock(mutex_);
+    held_.push_back({++added_, std::this_thread::get_id(), facts.st_dev, facts.st_ino});
+    return added_;
+  }
+  void remove(std::uint64_t number) {
+    const std::scoped_lock lock(mutex_);
+    std::erase_if(held_, [number](const Held& one) { return one.number == number; });
+  }
+
+ private:
+  struct Held {
+    std::uint64_t number;
+    std::thread::id thread;
+    dev_t device;
+    ino_t file;
+  };
+  std::mutex mutex_;
+  std::vector<Held> held_;
+  std::uint64_t added_ = 0;
+};
+
 /// The lock of flock belongs to the open file, so that two parts of one process keep each other out as well.
 class HeldLock final : public platform::FileLock {
  public:
-  explicit HeldLock(FileDescriptor file) : file_(std::move(file)) {}
+  HeldLock(FileDescriptor file, const struct stat& facts)
+      : number_(Holders::shared().add(facts)), file_(std::move(file)) {}
   // Closing alone is not enough: a process that was forked meanwhile has the same open file.
-  ~HeldLock() override { ::flock(file_.get(), LOCK_UN); }
+  ~HeldLock() override {
+    Holders::shared().remove(number_);
+    ::flock(file_.get(), LOCK_UN);
+  }
   HeldLock(const HeldLock&) = delete;
   HeldLock& operator=(const HeldLock&) = delete;
 
  private:
+  std::uint64_t number_;
   FileDescriptor file_;
 };
 
@@ -72,11 +116,18 @@ bool waitForLock(const FileDescriptor& file, milliseconds patience) {
 
 std::unique_ptr<platform::FileLock> lockFile(std::string_view path, milliseconds patience, TKSError* error) {
   FileDescriptor file = isPath(path) ? openToLock(std::string(path)) : FileDescriptor();
-  if (!raiseAboveStandard(file) || !(waitForLock(file, patience) || hasNoLocks(errno))) {
+  struct stat facts {};
+  if (!raiseAboveStandard(file) || ::fstat(file.get(), &facts) != 0) {
     fail(error, "lock", path);
     return nullptr;
   }
-  return std::make_unique<HeldLock>(std::move(file));
+  const bool isOwn = Holders::shared().isHeldByThisThread(facts);
+  if (isOwn) errno = EDEADLK;
+  if (isOwn || !(waitForLock(file, patience) || hasNoLocks(errno))) {
+    fail(error, "lock", path);
+    return nullptr;
+  }
+  return std::make_unique<HeldLock>(std::move(file), facts);
 }
 
 }  // namespace tks::posix

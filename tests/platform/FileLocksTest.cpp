@@ -50,10 +50,22 @@ TEST_F(FileLocks, KeepAnotherPartOfThisProcessOut) {
   const std::string path = folder / "lock";
   auto first = files().lock(path, seconds(30), &error);
   ASSERT_TRUE(first) << error.description();
-  EXPECT_FALSE(files().lock(path, milliseconds(0), &error));
+  std::thread([&] { EXPECT_FALSE(files().lock(path, milliseconds(0), &error)); }).join();
   EXPECT_EQ(error.localizedDescription, "lock \"" + path + "\": " + tks::posix::reasonText(ETIMEDOUT));
   first.reset();
   EXPECT_TRUE(files().lock(path, milliseconds(0), &error));
+}
+
+TEST_F(FileLocks, AreRefusedAtOnceToTheThreadThatHoldsThem) {
+  fs::create_directory(folder / "place");
+  auto first = files().lock(folder / "place", seconds(30), &error);
+  ASSERT_TRUE(first) << error.description();
+  // Waiting for itself would last an hour.
+  EXPECT_FALSE(files().lock(folder / "place/../place", std::chrono::hours(1), &error));
+  EXPECT_EQ(error.code, EDEADLK);
+  EXPECT_EQ(error.reason, TKSErrorReason::busy);
+  first.reset();
+  EXPECT_TRUE(files().lock(folder / "place", milliseconds(0), &error));
 }
 
 TEST_F(FileLocks, KeepAnotherProcessOutUntilItGoes) {
