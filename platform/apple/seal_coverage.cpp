@@ -2,44 +2,21 @@
 
 #include <fts.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <memory>
 #include <optional>
 #include <string_view>
 
+#include "platform/apple/signature_folders.h"
 #include "platform/platform.h"
+#include "platform/posix/bundle_links.h"
 #include "platform/posix/paths.h"
 
 namespace tks::platform::apple {
 namespace {
 
 constexpr std::string_view kContents = "Contents";
-
-/// What a link says; nothing when it cannot be read whole.
-std::optional<std::string> targetOf(const char* path) {
-  std::array<char, PATH_MAX> target{};
-  const ssize_t size = ::readlink(path, target.data(), target.size());
-  if (size < 0 || size == static_cast<ssize_t>(target.size())) return std::nullopt;
-  return std::string(target.data(), static_cast<std::size_t>(size));
-}
-
-/// Whether a link so many folders below the bundle's own points out of it, by its text alone.
-bool leavesBundle(std::string_view target, std::ptrdiff_t depth) {
-  if (target.starts_with('/')) return true;
-  while (!target.empty()) {
-    const std::string_view part = target.substr(0, target.find('/'));
-    target.remove_prefix(std::min(part.size() + 1, target.size()));
-    if (part.empty() || part == ".") continue;
-    depth += part == ".." ? -1 : 1;
-    if (depth < 0) return true;
-  }
-  return false;
-}
 
 /// The notes of the system's file browser, which it leaves wherever it goes.
 bool isStoreFile(std::string_view path) { return path.substr(path.rfind('/') + 1) == ".DS_Store"; }
@@ -66,7 +43,7 @@ class Names {
   /// What no seal of any form names.
   bool needNotHave(std::string_view path) const {
     return path == executable_ || path == "Info.plist" || path == "PkgInfo" || path == "CodeResources" ||
-           path.starts_with("_CodeSignature/") || path.starts_with("_MASReceipt/") ||
+           path.starts_with("_CodeSignature/") || path == "_MASReceipt/receipt" ||
            path.ends_with(".lproj/locversion.plist") || isStoreFile(path);
   }
 
@@ -76,19 +53,18 @@ class Names {
   std::string executable_;
 };
 
-/// Whether an item that is no folder is as it may be.
+/// Whether an item that is no folder is as it may be. Where links lead is seen elsewhere.
 bool isCovered(const FTSENT& item, std::string_view path, const Names& names) {
   if (item.fts_info == FTS_F) return names.has(path) || names.needNotHave(path);
   const bool isLink = item.fts_info == FTS_SL || item.fts_info == FTS_SLNONE;
-  if (!isLink || isStoreFile(path) || !names.hasLink(path)) return false;
-  const std::optional<std::string> target = targetOf(item.fts_accpath);
-  return target && !leavesBundle(*target, std::ranges::count(path, '/') + 1);
+  return isLink && !isStoreFile(path) && names.hasLink(path);
 }
 
 }  // namespace
 
 bool sealNamesEverything(const std::string& bundle) {
   std::string root = posix::withoutClosingSlashes(bundle);
+  if (posix::findLinkOut(root) || !holdsOnlyPartsOfSignatures(root)) return false;
   const Names names(root + "/" + std::string(kContents));
   char* const roots[] = {root.data(), nullptr};
   const std::unique_ptr<FTS, int (*)(FTS*)> walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close);

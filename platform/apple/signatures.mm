@@ -6,12 +6,15 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "platform/apple/conversions.h"
 #include "platform/apple/seal_coverage.h"
+#include "platform/apple/signature_folders.h"
 #include "platform/backend.h"
+#include "platform/posix/bundle_links.h"
 #include "platform/posix/paths.h"
 #include "platform/signatures.h"
 
@@ -52,53 +55,21 @@ TKSValue fromInformation(NSString* key, id object) {
   return apple::fromObject(object);
 }
 
-class AppleStaticCode final : public StaticCode {
- public:
-  AppleStaticCode(SecStaticCodeRef code, std::string path) : code_(code), path_(std::move(path)) {}
-
-  std::int32_t checkValidity(std::string& details) override { return check(kSecCSCheckAllArchitectures, details); }
-
-  std::int32_t checkForInstalling(std::string& details) override {
-    constexpr SecCSFlags kDeep = kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSRestrictSymlinks;
-    const std::int32_t status = check(kDeep | kSecCSStrictValidate, details);
-    // The form of the seal was good when it was signed. But without the strict check what the seal does not name, and
-    // where links lead, would not be looked at.
-    const bool isOfOldForm = status == errSecCSWeakResourceEnvelope || status == errSecCSWeakResourceRules;
-    if (!isOfOldForm || !apple::sealNamesEverything(path_)) return status;
-    details.clear();
-    return check(kDeep, details);
+std::string hexadecimal(const unsigned char* bytes, std::size_t count) {
+  std::string text;
+  for (std::size_t i = 0; i < count; ++i) {
+    text += "0123456789abcdef"[bytes[i] >> 4];
+    text += "0123456789abcdef"[bytes[i] & 15];
   }
+  return text;
+}
 
-  std::int32_t copySigningInformation(TKSDictionary& information) override {
-    @autoreleasepool {
-      CFDictionaryRef copied = nullptr;
-      const OSStatus status = SecCodeCopySigningInformation(code_.get(), kInformationFlags, &copied);
-      if (status != errSecSuccess) return status;
-      NSDictionary* found = CFBridgingRelease(copied);
-      information = TKSDictionary();
-      for (NSString* key in found) information.set(apple::fromString(key), fromInformation(key, found[key]));
-      return status;
-    }
-  }
-
- private:
-  std::int32_t check(SecCSFlags flags, std::string& details) {
-    @autoreleasepool {
-      CFErrorRef failure = nullptr;
-      const OSStatus status = SecStaticCodeCheckValidityWithErrors(code_.get(), flags, nullptr, &failure);
-      NSError* error = CFBridgingRelease(failure);
-      if (status != errSecSuccess) details = apple::fromString(error.description);
-      return status;
-    }
-  }
-
-  Owned<SecStaticCodeRef> code_;
-  std::string path_;
-};
-
-Owned<SecCertificateRef> parse(const TKSData& certificate) {
-  return Owned<SecCertificateRef>(
-      SecCertificateCreateWithData(kCFAllocatorDefault, (__bridge CFDataRef)apple::toData(certificate)));
+/// A certificate as the language of requirements names it.
+std::string hashTextOf(id certificate) {
+  NSData* der = CFBridgingRelease(SecCertificateCopyData((__bridge SecCertificateRef)certificate));
+  unsigned char digest[CC_SHA1_DIGEST_LENGTH];
+  CC_SHA1(der.bytes, static_cast<CC_LONG>(der.length), digest);
+  return "H\"" + hexadecimal(digest, sizeof digest) + "\"";
 }
 
 /// One of the properties that the framework takes apart: its value, or nil.
@@ -118,15 +89,111 @@ NSString* unitOf(SecCertificateRef certificate) {
   return nil;
 }
 
-bool hasDigest(const TKSData& certificate, std::string_view hexadecimal) {
+/// What all code of one maker meets: the same leaf, or the same root and organizational unit.
+Owned<SecRequirementRef> requirementOf(NSArray* certificates) {
+  std::string text = "certificate leaf = " + hashTextOf(certificates.firstObject);
+  NSString* unit = unitOf((__bridge SecCertificateRef)certificates.firstObject);
+  if (unit != nil && [unit rangeOfString:@"\""].location == NSNotFound &&
+      [unit rangeOfString:@"\\"].location == NSNotFound) {
+    text += " or (certificate root = " + hashTextOf(certificates.lastObject) +
+            " and certificate leaf[subject.OU] = \"" + apple::fromString(unit) + "\")";
+  }
+  SecRequirementRef created = nullptr;
+  if (SecRequirementCreateWithString((__bridge CFStringRef)apple::toString(text), kSecCSDefaultFlags, &created) !=
+      errSecSuccess) {
+    created = nullptr;
+  }
+  return Owned<SecRequirementRef>(created);
+}
+
+class AppleStaticCode final : public StaticCode {
+ public:
+  AppleStaticCode(SecStaticCodeRef code, std::string path) : code_(code), path_(std::move(path)) {}
+
+  std::int32_t checkValidity(std::string& details) override {
+    const std::int32_t status = check(kSecCSCheckAllArchitectures, details);
+    if (status != errSecSuccess || hasOneSigner()) return status;
+    details = "The architectures are not of one signer.";
+    return errSecCSSignatureInvalid;
+  }
+
+  std::int32_t checkForInstalling(std::string& details) override {
+    // Before anything is read through them.
+    if (const std::optional<std::string> link = posix::findLinkOut(path_)) {
+      details = "A link leads out of the bundle: " + *link;
+      return errSecCSInvalidSymlink;
+    }
+    if (!apple::holdsOnlyPartsOfSignatures(path_)) {
+      details = "Beside the parts of a signature there is something else.";
+      return errSecCSBadResource;
+    }
+    constexpr SecCSFlags kDeep = kSecCSCheckAllArchitectures | kSecCSCheckNestedCode | kSecCSRestrictSymlinks;
+    const std::int32_t status = check(kDeep | kSecCSStrictValidate, details);
+    // The form of the seal was good when it was signed. But without the strict check what the seal does not name, and
+    // where links lead, would not be looked at.
+    const bool isOfOldForm = status == errSecCSWeakResourceEnvelope || status == errSecCSWeakResourceRules;
+    if (!isOfOldForm || !apple::sealNamesEverything(path_)) return status;
+    details.clear();
+    return check(kDeep, details);
+  }
+
+  std::int32_t copySigningInformation(TKSDictionary& information) override {
+    @autoreleasepool {
+      CFDictionaryRef copied = nullptr;
+      const OSStatus status = SecCodeCopySigningInformation(code_.get(), kInformationFlags, &copied);
+      if (status != errSecSuccess) return status;
+      NSDictionary* found = CFBridgingRelease(copied);
+      information = TKSDictionary();
+      for (NSString* key in found) information.set(apple::fromString(key), fromInformation(key, found[key]));
+      // They are shown for all of the code: whoever asks goes by them for every architecture.
+      if (!hasOneSigner()) information.erase("certificates");
+      return status;
+    }
+  }
+
+ private:
+  /// Whether the signer of the architecture that answers questions has signed all of them. True when nobody has signed
+  /// this one: then there is nobody to be taken for the signer. Of universal code the framework looks at the Info.plist
+  /// on the way, so that such code with an altered one has no signer that could be told.
+  bool hasOneSigner() const {
+    @autoreleasepool {
+      CFDictionaryRef copied = nullptr;
+      if (SecCodeCopySigningInformation(code_.get(), kSecCSSigningInformation, &copied) != errSecSuccess) return false;
+      NSDictionary* information = CFBridgingRelease(copied);
+      NSArray* certificates = information[(__bridge NSString*)kSecCodeInfoCertificates];
+      NSString* format = information[(__bridge NSString*)kSecCodeInfoFormat];
+      if (certificates.count == 0 || [format rangeOfString:@"universal"].location == NSNotFound) return true;
+      const Owned<SecRequirementRef> sameMaker = requirementOf(certificates);
+      constexpr SecCSFlags kSignerAlone = kSecCSCheckAllArchitectures | kSecCSBasicValidateOnly;
+      return sameMaker.get() != nullptr &&
+             SecStaticCodeCheckValidity(code_.get(), kSignerAlone, sameMaker.get()) == errSecSuccess;
+    }
+  }
+
+  std::int32_t check(SecCSFlags flags, std::string& details) {
+    @autoreleasepool {
+      CFErrorRef failure = nullptr;
+      const OSStatus status = SecStaticCodeCheckValidityWithErrors(code_.get(), flags, nullptr, &failure);
+      NSError* error = CFBridgingRelease(failure);
+      if (status != errSecSuccess) details = apple::fromString(error.description);
+      return status;
+    }
+  }
+
+  Owned<SecStaticCodeRef> code_;
+  std::string path_;
+};
+
+Owned<SecCertificateRef> parse(const TKSData& certificate) {
+  return Owned<SecCertificateRef>(
+      SecCertificateCreateWithData(kCFAllocatorDefault, (__bridge CFDataRef)apple::toData(certificate)));
+}
+
+bool hasDigest(const TKSData& certificate, std::string_view expected) {
   unsigned char digest[CC_SHA256_DIGEST_LENGTH];
   CC_SHA256(certificate.data(), static_cast<CC_LONG>(certificate.size()), digest);
-  std::string text;
-  for (const unsigned char byte : digest) {
-    text += "0123456789abcdef"[byte >> 4];
-    text += "0123456789abcdef"[byte & 15];
-  }
-  return std::equal(text.begin(), text.end(), hexadecimal.begin(), hexadecimal.end(), [](char ours, char theirs) {
+  const std::string text = hexadecimal(digest, sizeof digest);
+  return std::equal(text.begin(), text.end(), expected.begin(), expected.end(), [](char ours, char theirs) {
     return ours == (theirs >= 'A' && theirs <= 'F' ? theirs + 32 : theirs);
   });
 }
