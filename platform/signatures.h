@@ -16,19 +16,19 @@ class StaticCode {
  public:
   virtual ~StaticCode() = default;
 
-  /// Validity for all architectures (kSecCSCheckAllArchitectures, flags 1), without a requirement. `details` receives
-  /// the description of the framework's error when the status is not 0.
+  /// Validity for all architectures (kSecCSCheckAllArchitectures, flags 1), of one signer (else -67045), without a
+  /// requirement. `details` receives the description of the framework's error when the status is not 0.
   virtual std::int32_t checkValidity(std::string& details) = 0;
 
-  /// The same and more, for code that is about to be installed: nested code with its pages and resources, no link that
-  /// leaves the bundle, nothing outside of what is sealed (kSecCSCheckAllArchitectures, kSecCSCheckNestedCode,
-  /// kSecCSStrictValidate and kSecCSRestrictSymlinks). Old forms of the seal are no reason to refuse (-67007, -67013),
-  /// as long as what is in the bundle is covered.
+  /// For code that is about to be installed, after the check above: nested code as a whole, all versions of frameworks,
+  /// no link that leaves the bundle, nothing outside of what is sealed, also where no seal looks (flags as above,
+  /// kSecCSCheckNestedCode, kSecCSStrictValidate, kSecCSRestrictSymlinks). Old forms of the seal are no reason to
+  /// refuse (-67007, -67013), as long as what is in the bundle is covered.
   virtual std::int32_t checkForInstalling(std::string& details) = 0;
 
   /// The signing information (flags 30: signing, requirements, dynamic and content information). Keys as the platform
-  /// names them: "identifier", "teamid", "flags", "format", "unique", "cdhashes", "certificates" (array of DER data,
-  /// leaf first), "main-executable" (text, file URL), and so on; unsigned code has "main-executable" alone.
+  /// names them: "identifier", "teamid", "flags", "format", "unique", "cdhashes", "certificates" (DER data, leaf first,
+  /// of the signer of all architectures), "main-executable" (text, file URL), and so on; unsigned code has the last.
   virtual std::int32_t copySigningInformation(TKSDictionary& information) = 0;
 };
 

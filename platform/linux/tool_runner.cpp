@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/linux/child_collector.h"
+#include "platform/linux/signatures/assessment.h"
 #include "platform/linux/spawn.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
@@ -146,7 +147,9 @@ class ToolRunner final : public platform::SystemTools {
   ToolResult run(const ToolRequest& request) override {
     const bool isProcessorQuestion =
         request.tool == Tool::sysctl && std::ranges::count(request.arguments, kProcessorVariable) > 0;
-    return isProcessorQuestion ? processorText() : runTools(request);
+    if (isProcessorQuestion) return processorText();
+    if (request.tool == Tool::spctl && path_(Tool::spctl).empty()) return assessHere(request);
+    return runTools(request);
   }
 
  private:
@@ -253,6 +256,18 @@ class ToolRunner final : public platform::SystemTools {
     const std::string path = request.executable.empty() ? placesOf(tool) : request.executable;
     errno = reason;
     return failure("run", path);
+  }
+
+  /// Where the program is missing, its code is run here: a host may ship the library alone. The same words, the same
+  /// exit codes.
+  static ToolResult assessHere(const ToolRequest& request) {
+    assessment::Verdict verdict = assessment::run(request.arguments);
+    ToolResult result;
+    result.started = true;
+    result.exitCode = verdict.exitCode;
+    if (request.collectStandardError) result.output = std::move(verdict.text);
+    if (result.output.size() > request.outputLimit) result.output.resize(request.outputLimit);
+    return result;
   }
 
   /// Linux has no such variable; the kernel says the same elsewhere.

@@ -333,6 +333,16 @@ TEST_F(InstallLauncher, ChecksThePackageBeforeItIsMovedAndNotAgainOnOneVolume) {
   EXPECT_EQ(world.tools.runs(Tool::spctl), 1u);
 }
 
+TEST_F(InstallLauncher, NeedsNoProgramForTheAssessment) {
+  world.tools.remove(Tool::spctl);
+  EXPECT_TRUE(install("5.0.1", archive("5.0.1")));
+  EXPECT_TRUE(fs::exists(target())) << "the library assesses by itself";
+  writeFile(target() + "/Contents/Resources/added", "x");
+  world.tools.script(Tool::shasum, "cat > /dev/null; echo 4567");  // so that what was recorded does not count
+  EXPECT_FALSE(install("5.0.1", target() + ".zip"));
+  EXPECT_FALSE(fs::exists(target())) << "a damaged one is noticed all the same";
+}
+
 // Cleaning up what really runs.
 
 class CleanUp : public InstallLauncher {

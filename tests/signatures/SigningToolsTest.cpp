@@ -9,7 +9,11 @@
 
 #include <cstdio>
 
+#include "platform/linux/tool_runner.h"
+#include "platform/platform.h"
 #include "tests/signatures/Fixtures.h"
+#include "tests/support/FakeHome.h"
+#include "tests/support/LogRecorder.h"
 #include "tests/support/Sanitized.h"
 
 // The programs spctl and tkssign, run as a person or the health check runs them.
@@ -21,6 +25,7 @@ using namespace tks::test;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using tks::platform::Tool;
 using tks::signing::SigningOptions;
 
 struct Outcome {
@@ -48,14 +53,34 @@ Outcome tkssign(const std::vector<std::string>& arguments) { return run(TKS_TKSS
 
 constexpr const char* kOrigin = "origin=Developer ID Application: Tarvo (T4RV0K0VRA)\n";
 
+/// The tools of a host that ships the library alone.
+std::unique_ptr<tks::platform::SystemTools> toolsWithoutAssessment() {
+  return tks::gnulinux::makeSystemTools(
+      [](Tool tool) { return tool == Tool::spctl ? std::string() : tks::gnulinux::standardToolPath(tool); });
+}
+
 class Assessment : public ::testing::Test {
  protected:
-  /// What the tool says of the application, on standard error only, and how it ends.
+  /// What the tool says of the application, on standard error only, and how it ends; the library says the same where
+  /// the tool is missing.
   void expectVerdict(const std::string& path, int code, const std::string& text) {
     const Outcome outcome = spctl({"-a", "-vvv", path});
     EXPECT_EQ(outcome.code, code);
     EXPECT_EQ(outcome.errors, text);
     EXPECT_EQ(outcome.output, "");
+    expectSameWithoutTheTool({"-a", "-vvv", path}, outcome);
+  }
+
+  static void expectSameWithoutTheTool(const std::vector<std::string>& arguments, const Outcome& expected) {
+    const auto tools = toolsWithoutAssessment();
+    tks::platform::ToolRequest request{Tool::spctl, arguments};
+    EXPECT_EQ(tools->run(request).output, "");
+    request.collectStandardError = true;
+    const tks::platform::ToolResult result = tools->run(request);
+    EXPECT_TRUE(result.started);
+    EXPECT_FALSE(result.cutShort);
+    EXPECT_EQ(result.exitCode, expected.code);
+    EXPECT_EQ(result.output, expected.errors);
   }
 
   TemporaryFolder folder;
@@ -133,6 +158,7 @@ TEST_F(Assessment, ExplainsItselfWhenItIsAskedWrongly) {
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, StartsWith("usage: spctl -a"));
     EXPECT_EQ(outcome.output, "");
+    expectSameWithoutTheTool(wrong, outcome);
   }
 }
 
@@ -144,6 +170,7 @@ TEST_F(Assessment, OfSeveralEndsWithTheWorst) {
   const Outcome both = spctl({"-a", missing, app});
   EXPECT_EQ(both.code, 3);
   EXPECT_EQ(both.errors, missing + ": cannot find code object on disk\n" + app + ": rejected\n");
+  expectSameWithoutTheTool({"-a", missing, app}, both);
 }
 
 TEST_F(Assessment, LetsNoPathWriteLinesOfItsOwn) {
@@ -199,6 +226,24 @@ TEST_F(Assessment, IsWhatTheHealthCheckBelieves) {
   EXPECT_FALSE(answer());
   writeFile(app + "/Contents/CodeResources", "s8ch");
   EXPECT_TRUE(answer());
+}
+
+TEST_F(Assessment, IsMadeByTheLibraryWhereTheToolIsMissing) {
+  const tks::test::FakeHome home;
+  const auto tools = toolsWithoutAssessment();
+  const tks::platform::Replaced<tks::platform::SystemTools> replaced{*tools};
+  const tks::test::LogRecorder log;
+  makeApp(app, elfProgram());
+  signAs(app);
+  writeFile(app + "/Contents/CodeResources", "s8ch");
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
+  EXPECT_FALSE(log.has(4, "Verify result not accepted, go further check"));
+  const std::string altered = folder / "altered/A.app";
+  fs::create_directory(folder / "altered");
+  fs::copy(app, altered, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  append(altered + "/Contents/Resources/notes.txt", "x");
+  EXPECT_TRUE(TKSUtilBase::isBrokenApp(altered));
+  EXPECT_THAT(log.texts(8), ::testing::Contains(HasSubstr("Broken details: ")));
 }
 
 class SigningTool : public ::testing::Test {

@@ -1,6 +1,10 @@
 #pragma once
 
 #include <string>
+#include <vector>
+
+// The assessment of applications: what the program spctl says, and what the library says by itself where that program
+// is missing.
 
 namespace tks::assessment {
 
@@ -18,7 +22,11 @@ inline constexpr int kRejected = 3;
 /// Not the platform's: memory or descriptors ran out, so that nothing can be said of the application.
 inline constexpr int kNoVerdict = 75;
 
-/// Assesses an application for execution. `verbosity` is how often "-v" was given.
+/// Assesses an application for execution. `verbosity` is how often "-v" was given. Any thread; blocks while it reads.
 Verdict assess(const std::string& path, int verbosity);
+
+/// What the program says when it is run with these arguments, without its own name: -a [-t execute] [-v...] PATH...
+/// Throws nothing; without memory there is no verdict. Any thread; blocks while it reads.
+Verdict run(const std::vector<std::string>& arguments) noexcept;
 
 }  // namespace tks::assessment

@@ -1,4 +1,4 @@
-#include "tools/spctl/Assessment.h"
+#include "platform/linux/signatures/assessment.h"
 
 #include <fcntl.h>
 #include <openssl/asn1.h>
@@ -139,6 +139,47 @@ std::int32_t checkedStatus(const std::string& path) {
   }
 }
 
+/// What the program was asked.
+struct Question {
+  bool assessing = false;
+  int verbosity = 0;
+  std::vector<std::string> paths;
+};
+
+/// An argument such as "-avv": several flags in one.
+bool readFlags(std::string_view flags, Question& question) {
+  for (const char flag : flags) {
+    if (flag == 'a') {
+      question.assessing = true;
+    } else if (flag == 'v') {
+      ++question.verbosity;
+    } else {
+      return false;
+    }
+  }
+  return !flags.empty();
+}
+
+/// Nothing when it was asked wrongly.
+std::optional<Question> readQuestion(const std::vector<std::string>& arguments) {
+  Question question;
+  for (auto argument = arguments.begin(); argument != arguments.end(); ++argument) {
+    if (*argument == "--assess") {
+      question.assessing = true;
+    } else if (*argument == "--verbose") {
+      ++question.verbosity;
+    } else if (*argument == "-t" || *argument == "--type") {
+      if (++argument == arguments.end() || *argument != "execute") return std::nullopt;
+    } else if (argument->starts_with('-')) {
+      if (!readFlags(std::string_view(*argument).substr(1), question)) return std::nullopt;
+    } else {
+      question.paths.push_back(*argument);
+    }
+  }
+  if (!question.assessing || question.paths.empty()) return std::nullopt;
+  return question;
+}
+
 Verdict noVerdict(const std::string& path) {
   return {kNoVerdict, lines(path, "no verdict, out of memory or descriptors", "", "", 0)};
 }
@@ -179,6 +220,22 @@ Verdict assess(const std::string& path, int verbosity) {
   if (!hasRoom()) return noVerdict(path);
   Verdict verdict = judge(path, verbosity);
   return verdict.exitCode == kAccepted || hasRoom() ? verdict : noVerdict(path);
+}
+
+Verdict run(const std::vector<std::string>& arguments) noexcept {
+  try {
+    const std::optional<Question> question = readQuestion(arguments);
+    if (!question) return {kUsage, "usage: spctl -a [-t execute] [-v] path ...\n"};
+    Verdict all{kAccepted, {}};
+    for (const std::string& path : question->paths) {
+      const Verdict verdict = assess(path, question->verbosity);
+      all.text.append(verdict.text);
+      all.exitCode = std::max(all.exitCode, verdict.exitCode);
+    }
+    return all;
+  } catch (...) {
+    return {kNoVerdict, {}};
+  }
 }
 
 }  // namespace tks::assessment
