@@ -2,14 +2,13 @@
 
 #include <utility>
 
-#include <tksinterface/TKSConstants.h>
-#include <tksinterface/TKSUtilBase.h>
-
 #include "foundation/FilePaths.h"
 #include "foundation/HeldLines.h"
-#include "foundation/Logging.h"
-#include "interface/TKSInterfaceState.h"
+#include "interface/Conversation.h"
+#include "interface/Facade.h"
 #include "platform/platform.h"
+
+using tks::interface::Facade;
 
 TKSInterface& TKSInterface::sharedInstance() {
   const tks::HeldLines lines;
@@ -18,64 +17,46 @@ TKSInterface& TKSInterface::sharedInstance() {
 }
 
 TKSInterface::TKSInterface()
-    : appManager(std::make_unique<TKSIAppManager>()),
-      messageHandler(std::make_unique<TKSIMessageHandler>()),
-      state_(std::make_shared<State>()) {
-  state_->facade = this;
+    : appManager(std::make_unique<TKSIAppManager>()), facade_(std::make_shared<Facade>(*this)) {
+  messageHandler = std::make_unique<tks::interface::Conversation>(facade_);
 }
 
-TKSInterface::~TKSInterface() {
-  const std::scoped_lock lock(state_->mutex);
-  state_->facade = nullptr;
-}
-
-// Threads.
-
-bool TKSInterface::isElsewhere() const { return !tks::platform::mainLoop().isMainThread(); }
-
-void TKSInterface::doOnMainThread(std::function<void()> operation) const {
-  tks::platform::mainLoop().post([state = state_, operation = std::move(operation)] {
-    if (state->facade != nullptr) operation();
-  });
-}
+TKSInterface::~TKSInterface() { facade_->close(); }
 
 // What the host sets and asks.
 
 void TKSInterface::setLogBlock(TKSLogBlock block) { TKSILog::sharedInstance().setLogBlock(std::move(block)); }
 
 void TKSInterface::setBackupTKSAppPath(std::string_view path) {
-  if (isElsewhere()) return doOnMainThread([this, path = std::string(path)] { setBackupTKSAppPath(path); });
-  appManager->backupTKSAppPath = path;
+  facade_->door([path = std::string(path)](Facade& facade) { facade.owner().appManager->backupTKSAppPath = path; });
 }
 
 void TKSInterface::setBackupTKSZipPath(std::optional<std::string> path, std::string_view TKSVersion) {
-  if (isElsewhere()) {
-    return doOnMainThread(
-        [this, path = std::move(path), version = std::string(TKSVersion)] { setBackupTKSZipPath(path, version); });
-  }
-  appManager->backupTKSZipPath = std::move(path);
-  appManager->backupTKSVersion = TKSVersion;
+  facade_->door([path = std::move(path), version = std::string(TKSVersion)](Facade& facade) {
+    facade.owner().appManager->backupTKSZipPath = path;
+    facade.owner().appManager->backupTKSVersion = version;
+  });
 }
 
 void TKSInterface::launchedTKSPidBlock(TKSPidBlock block) {
-  if (isElsewhere()) return doOnMainThread([this, block = std::move(block)] { launchedTKSPidBlock(block); });
-  pidBlock = std::move(block);
+  facade_->door([block = std::move(block)](Facade& facade) { facade.owner().pidBlock = block; });
 }
 
 std::string TKSInterface::TKSAppPath() const { return appManager->TKSAppPath; }
 
 void TKSInterface::setTKSAppPath(std::string_view path) {
-  if (isElsewhere()) return doOnMainThread([this, path = std::string(path)] { setTKSAppPath(path); });
-  appManager->TKSAppPath = path;
-  // An empty path leaves the executable as it was: kept.
-  if (path.empty()) return;
-  const std::optional<tks::platform::Bundle> bundle = tks::platform::bundles().open(path);
-  std::string executable = bundle ? bundle->executablePath : std::string();
-  if (executable.empty()) {
-    const std::string_view name = tks::withoutExtension(tks::lastPathComponent(path));
-    executable = tks::joinedPath(tks::joinedPath(path, "Contents/MacOS"), name);
-  }
-  appManager->TKSExePath = std::move(executable);
+  facade_->door([path = std::string(path)](Facade& facade) {
+    facade.owner().appManager->TKSAppPath = path;
+    // An empty path leaves the executable as it was. Required behaviour: do not fix.
+    if (path.empty()) return;
+    const std::optional<tks::platform::Bundle> bundle = tks::platform::bundles().open(path);
+    std::string executable = bundle ? bundle->executablePath : std::string();
+    if (executable.empty()) {
+      const std::string_view name = tks::withoutExtension(tks::lastPathComponent(path));
+      executable = tks::joinedPath(tks::joinedPath(path, "Contents/MacOS"), name);
+    }
+    facade.owner().appManager->TKSExePath = std::move(executable);
+  });
 }
 
 bool TKSInterface::isTKSAppSuspending() const { return appManager->TKSAppStatus == TKSI_APP_STATUS_CONNECTED; }
@@ -85,3 +66,42 @@ bool TKSInterface::isTKSAppProcessing() const { return appManager->TKSAppStatus 
 std::int32_t TKSInterface::connectedTKSAppPid() const { return appManager->connectedTKSPid; }
 
 std::optional<TKSDictionary> TKSInterface::getRecordedSites() { return appManager->getRecordedSites(); }
+
+// What the host asks for.
+
+void TKSInterface::start(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+  facade_->door([finish = std::move(finishBlock), error = std::move(errorBlock)](Facade& facade) mutable {
+    facade.start(std::move(finish), std::move(error));
+  });
+}
+
+void TKSInterface::stop(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+  facade_->door([finish = std::move(finishBlock), error = std::move(errorBlock)](Facade& facade) mutable {
+    facade.stop(std::move(finish), std::move(error));
+  });
+}
+
+void TKSInterface::launchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+  facade_->door([param, finish = std::move(finishBlock), error = std::move(errorBlock)](Facade& facade) mutable {
+    facade.launch(param, std::move(finish), std::move(error));
+  });
+}
+
+void TKSInterface::internalLaunchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock,
+                                                  TKSErrorBlock errorBlock) {
+  facade_->door([param, finish = std::move(finishBlock), error = std::move(errorBlock)](Facade& facade) mutable {
+    facade.launchInternally(param, std::move(finish), std::move(error));
+  });
+}
+
+void TKSInterface::relaunchTKSWhenUpdateDone(const TKSValue& param, TKSFinishBlock launchFinishBlock,
+                                             TKSErrorBlock launchErrorBlock) {
+  facade_->door(
+      [param, finish = std::move(launchFinishBlock), error = std::move(launchErrorBlock)](Facade& facade) mutable {
+        facade.relaunch(param, std::move(finish), std::move(error));
+      });
+}
+
+void TKSInterface::cleanupConnectStatus4FileIPC() {
+  facade_->door([](Facade& facade) { facade.cleanUpFileChannel(); });
+}

@@ -4,14 +4,11 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Logging.h"
-#include "interface/TKSInterfaceState.h"
-#include "platform/platform.h"
+#include "interface/Facade.h"
 
 // Asking the launcher to launch meetings.
 
-using tks::formatted;
-using tks::masked;
-
+namespace tks::interface {
 namespace {
 
 bool isDownloadOnly(const TKSValue& param) {
@@ -22,75 +19,78 @@ bool isDownloadOnly(const TKSValue& param) {
 
 }  // namespace
 
-void TKSInterface::launchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
-  if (isElsewhere()) return doOnMainThread([=, this] { launchMeetingWithParam(param, finishBlock, errorBlock); });
-
+void Facade::launch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBlock error) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "About to launch meetting.");
-  const std::int32_t status = appManager->TKSAppStatus;
-  switch (status) {
+  const std::int32_t found = status();
+  switch (found) {
     case TKSI_APP_STATUS_UNCONNECTED:
     case TKSI_APP_STATUS_CONNECTED:
       TKSILog::logWithLevel(TKSILogLevelInfo, "TKS app in correct status. Get on to launch.");
-      internalLaunchMeetingWithParam(param, std::move(finishBlock), std::move(errorBlock));
+      launchInternally(param, std::move(finish), std::move(error));
       break;
     case TKSI_APP_STATUS_LAUNCHING:
-      launchOverRunningJob(param, std::move(finishBlock), std::move(errorBlock));
+      launchOverRunningJob(param, std::move(finish), std::move(error));
       break;
     default: {
-      const std::string message = formatted("TKS app in unexpected status: %i", status);
+      const std::string message = formatted("TKS app in unexpected status: %i", found);
       TKSILog::logWithLevel(TKSILogLevelWarning, "%@", message);
-      tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
+      refuse(error, facadeError(TKSErrorReason::busy, message));
       break;
     }
   }
 }
 
-void TKSInterface::launchOverRunningJob(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
+void Facade::launchOverRunningJob(const TKSValue& param, TKSFinishBlock finish, TKSErrorBlock error) {
   TKSILog::logWithLevel(TKSILogLevelWarning, "TKS app already in launching status.");
   if (isDownloadOnly(param)) {
     constexpr std::string_view kRefusal = "New coming job is download only, ignore it.";
     TKSILog::logWithLevel(TKSILogLevelWarning, "%@", kRefusal);
-    tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(kRefusal));
+    refuse(error, facadeError(TKSErrorReason::busy, std::string(kRefusal)));
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelWarning, "Stop previous job firstly.");
-  TKSFinishBlock stopped = [this, param, finish = std::move(finishBlock), errorBlock] {
-    internalLaunchMeetingWithParam(param, finish, errorBlock);
+  const auto launchNext = [param, finish = std::move(finish), error](Facade& self) {
+    self.launchInternally(param, finish, error);
   };
-  stop(std::move(stopped), std::move(errorBlock));
+  leave(Stage::replacing, {"finishBlock", later(launchNext)}, std::move(error));
 }
 
-void TKSInterface::internalLaunchMeetingWithParam(const TKSValue& param, TKSFinishBlock finishBlock,
-                                                  TKSErrorBlock errorBlock) {
-  if (isElsewhere()) {
-    return doOnMainThread([=, this] { internalLaunchMeetingWithParam(param, finishBlock, errorBlock); });
-  }
+void Facade::launchInternally(const TKSValue& param, TKSFinishBlock finish, TKSErrorBlock error) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Internal launch meeting with param: %@", masked(param));
-  TKSFinishBlock started = [this, param, finish = std::move(finishBlock), errorBlock] {
-    sendLaunch(param, finish, errorBlock);
+  const auto started = [param, finish = std::move(finish), error](Facade& self) {
+    self.sendLaunch(param, finish, error);
   };
-  start(std::move(started), [this, error = std::move(errorBlock)](const TKSError& startError) {
-    // A stop that fails reports its own error instead.
-    stop([error, startError] { tks::callHost("errorBlock", error, startError); }, error);
-  });
+  // A stop that fails reports its own error instead.
+  const auto failed = [error](Facade& self, const TKSError& startError) {
+    HostCall tellStartError{"errorBlock", nullptr};
+    if (error) tellStartError.run = [error, startError] { error(startError); };
+    self.leave(Stage::stopping, std::move(tellStartError), error);
+  };
+  start(later(started), later(failed));
 }
 
-void TKSInterface::sendLaunch(const TKSValue& param, const TKSFinishBlock& finishBlock,
-                              const TKSErrorBlock& errorBlock) {
+void Facade::sendLaunch(const TKSValue& param, const TKSFinishBlock& finish, const TKSErrorBlock& error) {
   // Several jobs may have waited for one greeting. A later one takes the place of a running one in good order, also
   // when the answer to another greeting has made the status forget that one is running.
-  const bool jobIsRunning = messageHandler->launchFinishBlock || messageHandler->launchErrorBlock;
-  if (jobIsRunning && !isTKSAppProcessing()) appManager->handleStatusChange(TKSI_APP_STATUS_LAUNCHING);
-  if (isTKSAppProcessing()) return launchMeetingWithParam(param, finishBlock, errorBlock);
-  const std::uint64_t job = ++state_->job;
-  messageHandler->sendLaunchMessage(param, finishBlock, errorBlock, [=, this] {
-    if (state_->job != job) {
+  if (session_.isWaiting({Stage::working}) && !owner_->isTKSAppProcessing()) setStatus(TKSI_APP_STATUS_LAUNCHING);
+  if (owner_->isTKSAppProcessing()) return launch(param, finish, error);
+
+  request_.end();
+  const Epoch::Moment request = request_.now();
+  const Session::Number job = session_.add(Stage::working, {});
+  const auto updateDone = [job, param, finish, error](Facade& self) {
+    if (!self.session_.forget(job)) {
       TKSILog::logWithLevel(TKSILogLevelWarning, "TKS self update done, but its job was stopped. Don't launch again.");
       return;
     }
     // The callbacks go over to the next launch, so that nothing calls them from here any more.
-    messageHandler->launchFinishBlock = nullptr;
-    messageHandler->launchErrorBlock = nullptr;
-    relaunchTKSWhenUpdateDone(param, finishBlock, errorBlock);
-  });
+    self.handler().launchFinishBlock = nullptr;
+    self.handler().launchErrorBlock = nullptr;
+    self.relaunch(param, finish, error);
+  };
+  handler().sendLaunchMessage(param, finish, error, later(updateDone));
+  // The error about missing parameters may have made the host turn to something else.
+  if (!isGone() && request.isOver()) session_.forget(job);
 }
+
+}  // namespace tks::interface

@@ -3,73 +3,92 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/ErrorReasons.h"
 #include "foundation/Logging.h"
-#include "interface/TKSInterfaceState.h"
-#include "platform/platform.h"
+#include "interface/Facade.h"
 
 // Taking leave of the launcher.
 
-using tks::formatted;
+namespace tks::interface {
 
-void TKSInterface::stop(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
-  if (isElsewhere()) return doOnMainThread([=, this] { stop(finishBlock, errorBlock); });
+void Facade::stop(TKSFinishBlock finish, TKSErrorBlock error) {
+  leave(Stage::stopping, {"finishBlock", std::move(finish)}, std::move(error));
+}
 
+void Facade::leave(Stage stage, HostCall finish, TKSErrorBlock error) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s,  connected pid: %i", "-[TKSInterface stop:errorBlock:]",
-                        connectedTKSAppPid());
-  const std::int32_t status = appManager->TKSAppStatus;
-  switch (status) {
-    case TKSI_APP_STATUS_LAUNCHING:
+                        owner_->connectedTKSAppPid());
+  const std::int32_t found = status();
+  switch (found) {
+    case TKSI_APP_STATUS_LAUNCHING: {
       TKSILog::logWithLevel(TKSILogLevelWarning, "TKS app status: LAUNCHING. Abort processing job.");
-      ++state_->job;
-      messageHandler->handleError(TKSUtilBase::generateTKSInterfaceError(
-          "Previous launching job running, will stop it firstly.", TKSIDefaultDomain, 1));
-      disconnect(std::move(finishBlock), std::move(errorBlock));
+      const TKSError stopped =
+          withReason(TKSUtilBase::generateTKSInterfaceError("Previous launching job running, will stop it firstly.",
+                                                            TKSIDefaultDomain, 1),
+                     TKSErrorReason::cancelled);
+      step(Event::jobStopped, stopped, [&] {
+        // Waits from now on, so that it keeps its place before what the job's callbacks ask for.
+        session_.add(stage, {std::move(finish), std::move(error)});
+        handler().handleError(stopped);
+      });
+      if (!isGone()) disconnect();
       break;
+    }
     case TKSI_APP_STATUS_CONNECTED:
       TKSILog::logWithLevel(TKSILogLevelInfo, "TKS app status: CONNECTED. Stop directlly.");
-      disconnect(std::move(finishBlock), std::move(errorBlock));
+      session_.add(stage, {std::move(finish), std::move(error)});
+      disconnect();
       break;
     case TKSI_APP_STATUS_UNCONNECTED:
       TKSILog::logWithLevel(TKSILogLevelWarning, "TKS app status: UNCONNECTED. No need to stop.");
-      cleanupConnectStatus4FileIPC();
-      messageHandler->stopMessageHost();
-      tks::callHost("finishBlock", finishBlock);
+      cleanUpFileChannel();
+      handler().stopMessageHost();
+      tell({std::move(finish)});
       break;
     default:
-      refuseToStop(status, errorBlock);
+      refuseToStop(found, error);
       break;
   }
 }
 
-void TKSInterface::disconnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
-  auto [finish, error] = state_->disconnects.join({std::move(finishBlock), std::move(errorBlock)});
-  state_->disconnected = finish;
-  messageHandler->sendDisconnectMessage(std::move(finish), std::move(error));
-  cleanupConnectStatus4FileIPC();
+void Facade::disconnect() {
+  constexpr Stages kLeaving = {Stage::stopping, Stage::replacing};
+  request_.end();
+  handler().sendDisconnectMessage(finishOf(kLeaving), errorOf(kLeaving));
+  cleanUpFileChannel();
 }
 
 /// A launcher that is being started goes on: its result opens the message host again and greets for everybody who
 /// waits. A greeting that is under way can no longer be answered, so whoever waits for it is told.
-void TKSInterface::refuseToStop(std::int32_t status, const TKSErrorBlock& errorBlock) {
-  cleanupConnectStatus4FileIPC();
-  messageHandler->stopMessageHost();
+void Facade::refuseToStop(std::int32_t status, const TKSErrorBlock& error) {
+  cleanUpFileChannel();
+  handler().stopMessageHost();
   const std::string message = formatted("Unexpected app status: %i", status);
   TKSILog::logWithLevel(TKSILogLevelWarning, "Stop failed: %@", message);
-  const bool greetingWaits = state_->greetings.isWaiting();
-  tks::callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError(message));
-  if (state_->launcherIsStarting || !greetingWaits || !state_->greetings.isWaiting()) return;
-  appManager->handleStatusChange(TKSI_APP_STATUS_UNCONNECTED);
-  messageHandler->handleErrorString("Message host stopped before TKS answered hello.");
+  const TKSError refusal = facadeError(TKSErrorReason::busy, message);
+  std::vector<HostCall> calls;
+  if (error) calls.push_back({"errorBlock", [error, refusal] { error(refusal); }});
+  calls.push_back({"end of the greeting", later([](Facade& self) { self.endGreeting(); })});
+  tell(std::move(calls));
 }
 
-/// Asks for the release identifier only, although starting chooses files for the debug identifier as well: kept.
-void TKSInterface::cleanupConnectStatus4FileIPC() {
-  if (isElsewhere()) return doOnMainThread([this] { cleanupConnectStatus4FileIPC(); });
-  if (tks::platform::bundles().mainBundleIdentifier() != TKSIBundleIDHuddle) {
+void Facade::endGreeting() {
+  if (session_.isStarting() || !session_.isWaiting({Stage::greeting, Stage::crossing})) return;
+  setStatus(TKSI_APP_STATUS_UNCONNECTED);
+  const TKSError ended =
+      facadeError(TKSErrorReason::cancelled, "Message host stopped before TKS answered hello.");
+  step(Event::greetingStopped, ended, [&] { handler().handleError(ended); });
+}
+
+/// Asks for the release identifier only, although starting chooses files for the debug identifier as well. Required
+/// behaviour: do not fix.
+void Facade::cleanUpFileChannel() {
+  if (platform::bundles().mainBundleIdentifier() != TKSIBundleIDHuddle) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Ipc by pipe. Don't need cleanup connect status of interface.");
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Ipc by file. Need cleanup connect status of interface.");
-  state_->disconnected = nullptr;
-  messageHandler->cleanupConnectStatus4FileIPC();
+  handler().cleanupConnectStatus4FileIPC();
 }
+
+}  // namespace tks::interface

@@ -28,7 +28,7 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   void setIPCFileFolderPath(std::string_view folderPath);
 
   /// `sendCommonMessageOfType:` Sends "hello" or "disconnect"; answers false for any other type.
-  bool sendCommonMessageOfType(std::string_view type);
+  virtual bool sendCommonMessageOfType(std::string_view type);
   /// `sendHelloMessage:errorBlock:` Opens the message host if need be and greets the launcher.
   void sendHelloMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
   /// `sendDisconnectMessage:errorBlock:` Asks the launcher to end the conversation.
@@ -51,13 +51,13 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   /// `handleLaunchErrorMessageInfo:` Reports the launcher's own error to the launch error callback.
   void handleLaunchErrorMessageInfo(const TKSDictionary& info);
   /// `handleDisconnectAckMessage` Ends the conversation in good order.
-  void handleDisconnectAckMessage();
+  virtual void handleDisconnectAckMessage();
   /// `cleanupFinishBlocksAfterError` Drops the finish callbacks of hello and launch, uncalled.
   void cleanupFinishBlocksAfterError();
   /// `cleanupStatusBlocks` Drops the two status callbacks.
   void cleanupStatusBlocks();
   /// `cleanupConnectStatus4FileIPC` Ends a conversation over files at once; no callback of the conversation is called.
-  void cleanupConnectStatus4FileIPC();
+  virtual void cleanupConnectStatus4FileIPC();
 
   /// The transport; owned.
   std::unique_ptr<TKSMessageHost> messageHost;

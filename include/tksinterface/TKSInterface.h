@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <tksinterface/TKSCallbacks.h>
 #include <tksinterface/TKSExport.h>
@@ -17,10 +16,14 @@
 class TKSIAppManager;
 class TKSIMessageHandler;
 
+namespace tks::interface {
+class Facade;
+}  // namespace tks::interface
+
 /// The one class that a host talks to: starts the launcher, asks it to launch meetings, stops it.
 ///
 /// All operations are called on the main thread, and all callbacks arrive there; they may call any operation again.
-/// Each is called once at most; a launch's error callback also by a failure behind its end or missing parameters.
+/// Each is called once at most; a launch's error callback also by a failure after its end or missing parameters.
 /// Status and process identifier may be read from any thread. Example: examples/host/main.cpp
 class TKS_EXPORT TKSInterface {
  public:
@@ -87,23 +90,5 @@ class TKS_EXPORT TKSInterface {
   TKSPidBlock pidBlock;
 
  private:
-  struct State;
-
-  bool isElsewhere() const;
-  void doOnMainThread(std::function<void()> operation) const;
-  void installStatusBlocks();
-  void launchAndConnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
-  std::optional<std::vector<std::string>> prepareChannel();
-  void connect(const TKSRunningApplication& application, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
-  void reportFailedLaunch(const std::string& exePath, const std::string& reason, const TKSErrorBlock& errorBlock);
-  void greet(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
-  void refuseToStop(std::int32_t status, const TKSErrorBlock& errorBlock);
-  void disconnect(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
-  void endUnansweredCalls();
-  void launchOverRunningJob(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);
-  void sendLaunch(const TKSValue& param, const TKSFinishBlock& finishBlock, const TKSErrorBlock& errorBlock);
-  void launchAgain(const TKSValue& param, const std::optional<TKSRunningApplication>& stillRunning,
-                   TKSFinishBlock launchFinishBlock, TKSErrorBlock launchErrorBlock);
-
-  std::shared_ptr<State> state_;
+  const std::shared_ptr<tks::interface::Facade> facade_;
 };

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSIMessageHandler.h>
+
+namespace tks::interface {
+
+class Facade;
+
+/// The conversation of a facade: it hears and says what every conversation does, and tells the facade of it, so that
+/// callers are settled for whom no callback of the conversation stands. Any step may destroy it.
+class Conversation final : public TKSIMessageHandler {
+ public:
+  explicit Conversation(std::weak_ptr<Facade> facade) : facade_(std::move(facade)) {}
+
+  void handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) override;
+  void handleMessageHostFatalError(const std::string& description) override;
+  void handleDisconnectAckMessage() override;
+  void cleanupConnectStatus4FileIPC() override;
+  bool sendCommonMessageOfType(std::string_view type) override;
+
+ private:
+  const std::weak_ptr<Facade> facade_;
+};
+
+}  // namespace tks::interface

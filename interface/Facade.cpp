@@ -1,0 +1,108 @@
+#include "interface/Facade.h"
+
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+
+#include "foundation/ErrorReasons.h"
+#include "foundation/Logging.h"
+
+namespace tks::interface {
+
+TKSError facadeError(TKSErrorReason reason, const std::string& text) {
+  return makeError(reason, TKSIDefaultDomain, 0, text);
+}
+
+void Facade::close() {
+  {
+    const std::scoped_lock lock(mutex_);
+    owner_ = nullptr;
+  }
+  calls_.end();
+  conversation_.end();
+  endTimer_.reset();
+  settle(Event::destroyed, {}, {});
+}
+
+void Facade::setStatus(std::int32_t status) {
+  if (status == TKSI_APP_STATUS_UNCONNECTED) {
+    conversation_.end();
+    session_.conversationEnded();
+  }
+  manager().handleStatusChange(status);
+}
+
+// Settling those who wait.
+
+void Facade::settle(Event event, const Session::Scope& scope, const TKSError& error) {
+  Session::Settled settled = session_.on(event, scope, error);
+  if (settled.again) settled.calls.push_back({"start again", later([](Facade& self) { self.startAgain(); })});
+  tell(std::move(settled.calls));
+}
+
+void Facade::refuse(const TKSErrorBlock& block, TKSError error) {
+  if (!block) return;
+  tell({{"errorBlock", [block, error = std::move(error)] { block(error); }}});
+}
+
+/// What the conversation is to call for everybody at these stages; empty when nobody listens, as for a single caller.
+TKSFinishBlock Facade::finishOf(Stages stages) {
+  if (!session_.listensForFinish(stages)) return nullptr;
+  return later([stages](Facade& self) {
+    if (self.step_ != nullptr) self.settle(self.step_->event, {.stages = stages, .upTo = self.step_->upTo}, {});
+  });
+}
+
+TKSErrorBlock Facade::errorOf(Stages stages) {
+  if (!session_.listensForErrors({.stages = stages})) return nullptr;
+  return later([stages](Facade& self, const TKSError& error) {
+    // Somebody else than the launcher may report an error to the conversation: that concerns everybody.
+    const Step step = self.step_ != nullptr ? *self.step_ : Step{Event::launcherRefused, self.session_.last()};
+    self.settle(step.event, {.stages = stages, .upTo = step.upTo}, error);
+  });
+}
+
+// Steps of the conversation.
+
+void Facade::step(Event event, const TKSError& error, const std::function<void()>& action,
+                  const std::function<bool()>& counts) {
+  const Step step{event, session_.reachOf(event)};
+  const Step* const outer = std::exchange(step_, &step);
+  action();
+  step_ = outer;
+  if (!isGone() && (!counts || counts())) settle(event, {.upTo = step.upTo}, error);
+}
+
+void Facade::channelFailed(const std::string& description, const std::function<void()>& action) {
+  const Epoch::Moment before = conversation_.now();
+  step(Event::channelFailed, facadeError(TKSErrorReason::channelFailed, description), action,
+       [&] { return before.isOver(); });
+}
+
+/// Whoever wanted to stop has got what he wanted. What was asked of the launcher and not answered until then never will
+/// be: a greeting that crossed our own goodbye is made again with a new launcher, everything else has failed.
+void Facade::goodbyeAnswered(const std::function<void()>& action) {
+  constexpr std::string_view kUnanswered = "TKS disconnected before it answered.";
+  const TKSError unanswered = facadeError(TKSErrorReason::notAnswered, std::string(kUnanswered));
+  const Session::Number upTo = session_.last();
+  const auto failUnanswered = [&] {
+    action();
+    if (isGone()) return;
+    settle(Event::goodbyeAnswered, {.stages = {Stage::stopping, Stage::replacing}, .upTo = upTo}, unanswered);
+    if (isGone() || handler().messageHost->isOpened) return;
+    if (session_.isWaiting({Stage::greeting}) || handler().launchFinishBlock || handler().launchErrorBlock) {
+      handler().handleErrorString(unanswered.localizedDescription);
+    } else {
+      handler().helloFinishBlock = nullptr;
+      handler().helloErrorBlock = nullptr;
+    }
+  };
+  step(Event::goodbyeAnswered, unanswered, failUnanswered);
+}
+
+void Facade::drop() {
+  calls_.end();
+  settle(Event::dropped, {}, {});
+}
+
+}  // namespace tks::interface
