@@ -10,8 +10,10 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Epoch.h"
 #include "foundation/Logging.h"
 #include "install/PlaceLock.h"
+#include "interface/HostCalls.h"
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
 #include "platform/platform.h"
@@ -90,9 +92,11 @@ bool mayBeLaunched(Launch& launch) {
 struct ChildWatch {
   std::atomic<std::int32_t> pid = 0;
   std::atomic<bool> wasSeen = false;
-
-  // Main thread only: the end, until somebody has been told.
+  /// `end` is known, and changes no more.
+  std::atomic<bool> hasEnded = false;
+  /// Written on the main thread; others look at `hasEnded` first.
   std::optional<tks::platform::ChildEnd> end;
+  /// Main thread only: who has not been told yet.
   std::function<void(tks::platform::ChildEnd)> ended;
 
   /// Tells those who know the application by now.
@@ -109,6 +113,7 @@ void onEnd(ChildWatch& watch, tks::platform::ChildEnd end) {
     TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, %@", watch.pid.load(),
                           tks::described(end));
   }
+  watch.hasEnded = true;
   watch.tellEnd();
 }
 
@@ -125,11 +130,13 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   TKSILog::logWithLevel(TKSILogLevelInfo, "PID launched: %d", launch.pid);
 }
 
-/// Polls until the system lists the process as a running application.
-void waitForApplication(Launch& launch) {
-  for (int counter = 0; counter <= kLastPoll && !launch.application; ++counter) {
+/// Polls until the system lists the process as a running application, or the process is known to have ended.
+void waitForApplication(Launch& launch, const ChildWatch& watch) {
+  bool hasEnded = false;
+  for (int counter = 0; counter <= kLastPoll && !launch.application && !hasEnded; ++counter) {
     tks::platform::clock().sleep(kPollInterval);
     ++launch.polls;
+    hasEnded = watch.hasEnded;
     launch.application = tks::platform::runningApplications().find(launch.pid);
     const std::string found = launch.application ? launch.application->description() : "(null)";
     TKSILog::logWithLevel(TKSILogLevelInfo, "Launched app: %@", masked(found));
@@ -162,12 +169,14 @@ void startAndWait(Launch& launch, const std::vector<std::string>& args, const st
     launch.message = "Getting pid failed, probably launch app by NSTask failed.";
     return;
   }
-  waitForApplication(launch);
+  waitForApplication(launch, *watch);
   launch.succeeded = launch.application.has_value();
   watch->wasSeen = launch.succeeded;
   if (launch.succeeded) return;
-  launch.message = tks::formatted("Getting running app process timeout (more than %i s). Path: %@", kPollSeconds,
-                                  masked(launch.exePath));
+  launch.message = watch->hasEnded ? tks::formatted("Launched process ended before it was running (%@). Path: %@",
+                                                    tks::described(*watch->end), masked(launch.exePath))
+                                   : tks::formatted("Getting running app process timeout (more than %i s). Path: %@",
+                                                    kPollSeconds, masked(launch.exePath));
 }
 
 std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, const std::vector<std::string>& args,
@@ -204,7 +213,9 @@ void deliver(Waiting& waiting, std::optional<TKSRunningApplication> application,
   tks::platform::mainLoop().post([watch = waiting.watch, launchResult = std::move(waiting.launchResult),
                                   ended = std::move(waiting.ended), application = std::move(application),
                                   error = std::move(error)]() mutable {
-    tks::callHost("launchResult", tks::take(launchResult), application, error);
+    const tks::Epoch always;
+    const std::function<void()> tell = [&] { tks::take(launchResult)(application, error); };
+    tks::interface::makeCalls({{"launchResult", tell}}, always.now());
     if (!application) return;
     watch->ended = std::move(ended);
     watch->tellEnd();

@@ -54,8 +54,7 @@ Session::Settled Session::on(Event event, const Scope& scope, const TKSError& er
     const Fate fate = concerns(scope, row) ? fateOf(event, row.stage) : waits;
     if (fate == finish && row.caller.finish.run) settled.calls.push_back(std::move(row.caller.finish));
     if (fate == fail && row.caller.error) {
-      settled.calls.push_back(
-          {row.caller.errorName, [tell = std::move(row.caller.error), error] { tell(error); }});
+      settled.calls.push_back({row.caller.errorName, [tell = std::move(row.caller.error), error] { tell(error); }});
     }
     if (fate == done) row.stage = Stage::worked;
     if (fate == again) {

@@ -30,8 +30,10 @@ class Stages {
   constexpr Stages(std::initializer_list<Stage> stages) {
     for (const Stage one : stages) bits_ |= bit(one);
   }
-  static constexpr Stages all() { return Stages{Stage::starting, Stage::greeting, Stage::crossing, Stage::stopping,
-                                                Stage::replacing, Stage::working, Stage::worked}; }
+  static constexpr Stages all() {
+    return Stages{Stage::starting,  Stage::greeting, Stage::crossing, Stage::stopping,
+                  Stage::replacing, Stage::working,  Stage::worked};
+  }
   constexpr bool contains(Stage one) const { return (bits_ & bit(one)) != 0; }
 
  private:
@@ -41,17 +43,17 @@ class Stages {
 
 /// What can happen to those who wait.
 enum class Event : std::uint8_t {
-  launcherFailed,    ///< the launcher could not be started
-  helloAnswered,     ///< "hello_ack"
-  launchAnswered,    ///< "launch_meeting_ack"
-  goodbyeAnswered,   ///< "disconnect_ack"
-  channelFailed,     ///< the transport failed for good
-  launcherRefused,   ///< "error" with a text: it concerns everybody
-  jobRefused,        ///< "error" with an object: it concerns the job
-  jobStopped,        ///< a stop or another launch takes the place of the job
-  greetingStopped,   ///< a stop closed the channel before the greeting was answered
-  dropped,           ///< a host that talks over files ends its conversation at once
-  destroyed,         ///< the facade is gone
+  launcherFailed,   ///< the launcher could not be started
+  helloAnswered,    ///< "hello_ack"
+  launchAnswered,   ///< "launch_meeting_ack"
+  goodbyeAnswered,  ///< "disconnect_ack"
+  channelFailed,    ///< the transport failed for good
+  launcherRefused,  ///< "error" with a text: it concerns everybody
+  jobRefused,       ///< "error" with an object: it concerns the job
+  jobStopped,       ///< a stop or another launch takes the place of the job
+  greetingStopped,  ///< a stop closed the channel before the greeting was answered
+  dropped,          ///< a host that talks over files ends its conversation at once
+  destroyed,        ///< the facade is gone
 };
 constexpr std::size_t kEvents = 11;
 

@@ -96,10 +96,8 @@ void TKSInterface::internalLaunchMeetingWithParam(const TKSValue& param, TKSFini
 
 void TKSInterface::relaunchTKSWhenUpdateDone(const TKSValue& param, TKSFinishBlock launchFinishBlock,
                                              TKSErrorBlock launchErrorBlock) {
-  facade_->door(
-      [param, finish = std::move(launchFinishBlock), error = std::move(launchErrorBlock)](Facade& facade) mutable {
-        facade.relaunch(param, std::move(finish), std::move(error));
-      });
+  facade_->door([param, finish = std::move(launchFinishBlock), error = std::move(launchErrorBlock)](
+                    Facade& facade) mutable { facade.relaunch(param, std::move(finish), std::move(error)); });
 }
 
 void TKSInterface::cleanupConnectStatus4FileIPC() {

@@ -19,8 +19,7 @@ void Facade::relaunch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBloc
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s",
                         "-[TKSInterface relaunchTKSWhenUpdateDone:launchFinishBlock:launchErrorBlock:]");
   // What the host handed in goes back to the main thread whole: not even a destructor of it runs anywhere else.
-  auto wait = [self = shared_from_this(), param = param, finish = std::move(finish),
-               error]() mutable {
+  auto wait = [self = shared_from_this(), param = param, finish = std::move(finish), error]() mutable {
     std::optional<TKSRunningApplication> stillRunning = self->waitForOldLauncher();
     platform::mainLoop().post([self, param = std::move(param), stillRunning = std::move(stillRunning),
                                finish = std::move(finish), error = std::move(error)] {

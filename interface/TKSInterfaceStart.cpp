@@ -11,8 +11,8 @@
 #include "foundation/Logging.h"
 #include "install/LauncherIdentity.h"
 #include "install/PlaceLock.h"
-#include "interface/LaunchExecutable.h"
 #include "interface/Facade.h"
+#include "interface/LaunchExecutable.h"
 #include "messaging/FileHosts.h"
 #include "platform/platform.h"
 
@@ -140,8 +140,8 @@ std::optional<std::vector<std::string>> Facade::prepareChannel(TKSError& error) 
                         "No temporary folder that can be trusted, can not communicate by file.");
     return std::nullopt;
   }
-  const std::string folder = joinedPath(joinedPath(temporary, identifier),
-                                        formatted("ipcFile_%@", platform::clock().localTimestamp()));
+  const std::string folder =
+      joinedPath(joinedPath(temporary, identifier), formatted("ipcFile_%@", platform::clock().localTimestamp()));
   // Left open by a launch that failed: with it open, the new folder would never be made and the old one never removed.
   if (handler().messageHost->isOpened) handler().stopMessageHost();
   handler().setIPCFileFolderPath(folder);
@@ -176,17 +176,18 @@ void Facade::connect(Session::Number launcher, const TKSRunningApplication& appl
 /// the launcher keeps the pipe open.
 void Facade::onLauncherEnd(Session::Number launcher, const std::string& end) {
   if (launcher != launcher_) return;
-  endTimer_ = platform::mainLoop().after(kTimeForLastWords, later([launcher, end](Facade& self) {
-    if (launcher != self.launcher_) return;
-    TKSMessageHost& host = *self.handler().messageHost;
-    if (host.isOpened) {
-      return host.handleFatalError(formatted("Launcher process ended while message host is still open. (%@)", end));
-    }
-    // A greeting that was refused and stopped has left a status that no launcher will ever change.
-    if (self.status() == TKSI_APP_STATUS_STARTING && !self.session_.isStarting()) {
-      self.setStatus(TKSI_APP_STATUS_UNCONNECTED);
-    }
-  }));
+  endTimer_ = platform::mainLoop().after(
+      kTimeForLastWords, later([launcher, end](Facade& self) {
+        if (launcher != self.launcher_) return;
+        TKSMessageHost& host = *self.handler().messageHost;
+        if (host.isOpened) {
+          return host.handleFatalError(formatted("Launcher process ended while message host is still open. (%@)", end));
+        }
+        // A greeting that was refused and stopped has left a status that no launcher will ever change.
+        if (self.status() == TKSI_APP_STATUS_STARTING && !self.session_.isStarting()) {
+          self.setStatus(TKSI_APP_STATUS_UNCONNECTED);
+        }
+      }));
 }
 
 /// The check for a broken launcher, and its removal, are made for hosts that listen to errors only. Required behaviour:
@@ -195,8 +196,7 @@ void Facade::reportFailedLaunch(Session::Number launcher, const std::string& exe
   setStatus(TKSI_APP_STATUS_UNCONNECTED);
   const Session::Scope waiting{.launcher = launcher};
   if (!session_.listensForErrors(waiting)) return settle(Event::launcherFailed, waiting, {});
-  const std::string message =
-      formatted("Launch app failed. Path: %@. Error: %@", exePath, reason.localizedDescription);
+  const std::string message = formatted("Launch app failed. Path: %@. Error: %@", exePath, reason.localizedDescription);
   TKSILog::logWithLevel(TKSILogLevelError, "%@", masked(message));
   removeIfBroken(manager().TKSAppPath);
   settle(Event::launcherFailed, waiting, facadeError(reasonOf(reason, TKSErrorReason::unspecified), message));

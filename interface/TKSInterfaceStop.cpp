@@ -75,8 +75,7 @@ void Facade::refuseToStop(std::int32_t status, const TKSErrorBlock& error) {
 void Facade::endGreeting() {
   if (session_.isStarting() || !session_.isWaiting({Stage::greeting, Stage::crossing})) return;
   setStatus(TKSI_APP_STATUS_UNCONNECTED);
-  const TKSError ended =
-      facadeError(TKSErrorReason::cancelled, "Message host stopped before TKS answered hello.");
+  const TKSError ended = facadeError(TKSErrorReason::cancelled, "Message host stopped before TKS answered hello.");
   step(Event::greetingStopped, ended, [&] { handler().handleError(ended); });
 }
 

@@ -80,7 +80,7 @@ TEST_P(LauncherFault, LauncherThatEndsAtOnceIsAFailedLaunch) {
     const std::string how = switches.front() == "--exit"    ? "exit code: 3"
                             : switches.front() == "--abort" ? "signal: 6"
                                                             : "signal: 15";
-    if (told.front().find("Getting running app process timeout (more than 30 s). Path: ") != std::string::npos) {
+    if (told.front().find("Launched process ended before it was running (" + how + "). Path: ") != std::string::npos) {
       EXPECT_THAT(lines_,
                   Contains(testing::AllOf(StartsWith("log 4 Launched process ended early. PID: "), HasSubstr(how))));
     } else {

@@ -101,6 +101,19 @@ TEST_F(FacadeSteps, ProcessThatIsNeverListedIsAFailedLaunchAndNobodySleepsOnTheM
   EXPECT_EQ(world_.clock.sleepsOnMainThread(), 0);
 }
 
+TEST_F(FacadeSteps, ProcessThatEndsBeforeItIsListedIsAFailedLaunchThatNamesTheEnd) {
+  world_.processes.hide();
+  world_.clock.onSleep = [&] {
+    if (world_.clock.sleeps().size() == 2) world_.processes.end(0, {tks::platform::ChildEnd::How::killed, 6});
+  };
+  tks_.start(finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_THAT(called(), ElementsAre("error: Launch app failed. Path: " + world_.executable() +
+                                    ". Error: Launched process ended before it was running (signal: 6). Path: " +
+                                    world_.executable()));
+  EXPECT_EQ(world_.clock.sleeps().size(), 2u);
+}
+
 TEST_F(FacadeSteps, StopWhileStartingTellsEachStepInOrder) {
   tks_.appManager->TKSAppStatus = TKSI_APP_STATUS_STARTING;
   tks_.stop(finish(), [&](const TKSError& error) {

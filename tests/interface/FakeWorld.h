@@ -31,10 +31,15 @@ class CountingClock final : public platform::Clock {
   std::string localTimestamp() override { return "0315142233045"; }
   double secondsSince1970() override { return replaced_.before().secondsSince1970(); }
   void sleep(std::chrono::microseconds duration) override {
-    const std::scoped_lock lock(mutex_);
-    sleeps_.push_back(duration);
-    if (std::this_thread::get_id() == mainThread_) ++sleepsOnMainThread_;
+    {
+      const std::scoped_lock lock(mutex_);
+      sleeps_.push_back(duration);
+      if (std::this_thread::get_id() == mainThread_) ++sleepsOnMainThread_;
+    }
+    if (onSleep) onSleep();
   }
+  /// Called on the thread that sleeps; to be set before anybody does.
+  std::function<void()> onSleep;
 
   std::vector<std::chrono::microseconds> sleeps() const {
     const std::scoped_lock lock(mutex_);

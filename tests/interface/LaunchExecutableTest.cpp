@@ -239,6 +239,18 @@ TEST_F(LaunchExecutable, ALauncherThatEndsEarlyIsReportedWithItsCode) {
   EXPECT_EQ(log.lines().back(), warning("Launched process ended early. PID: 4711, exit code: 3"));
 }
 
+TEST_F(LaunchExecutable, TheWaitForALauncherThatHasEndedStopsAtTheNextPoll) {
+  applications.looks.clear();
+  int looks = 0;
+  applications.onLook = [&] {
+    if (++looks == 3) children.ended(ChildEnd{ChildEnd::How::exited, 3});
+  };
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Launched process ended before it was running (exit code: 3). Path: " + executable);
+  EXPECT_EQ(looks, 4);
+  EXPECT_EQ(log.lines().back(), info("Launch exe result 0: [pid: 4711, path: " + executable + ", retryCount: 4]"));
+}
+
 TEST_F(LaunchExecutable, ALauncherThatIsKilledEarlyIsReportedWithTheSignal) {
   applications.looks.clear();
   launch({});
