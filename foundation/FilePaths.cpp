@@ -25,8 +25,13 @@ std::string_view lastPathComponent(std::string_view path) {
 std::string_view folderOf(std::string_view path) {
   path = withoutClosingSlashes(path);
   const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash == 0 ? 1 : slash);
+  if (slash == std::string_view::npos) return path.empty() ? path : std::string_view(".");
+  return withoutClosingSlashes(path.substr(0, slash + 1));
 }
+
+bool isPath(std::string_view path) { return !path.empty() && path.find('\0') == std::string_view::npos; }
+
+std::string pathArgument(std::string_view path) { return std::string(path.starts_with('-') ? "./" : "").append(path); }
 
 std::string_view withoutExtension(std::string_view name) {
   const std::size_t dot = name.rfind('.');

@@ -1,6 +1,8 @@
 #include <tksinterface/TKSURL.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <system_error>
 
 namespace {
 
@@ -100,7 +102,16 @@ Parts split(std::string_view text) {
 
 TKSURL TKSURL::fileURLWithPath(std::string_view path) {
   TKSURL url;
-  if (!path.empty()) url.text_ = "file://" + encoded(path);
+  if (path.empty()) return url;
+  std::string absolute(path);
+  if (!path.starts_with('/')) {
+    std::error_code failure;
+    const std::string folder = std::filesystem::current_path(failure).string();
+    // Without a working folder a relative path names nothing.
+    if (failure || !folder.starts_with('/')) return url;
+    absolute.insert(0, folder.ends_with('/') ? folder : folder + "/");
+  }
+  url.text_ = "file://" + encoded(absolute);
   return url;
 }
 

@@ -6,6 +6,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Characters.h"
+#include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "foundation/Utf8.h"
 #include "install/RunTool.h"
@@ -17,10 +18,10 @@ namespace {
 /// How much of a tool's output a log line shows, in characters.
 constexpr std::size_t kShownOutput = 500;
 
-/// A path that no tool can take for an option or for another machine's.
-std::string pathArgument(std::string_view path) {
-  const bool odd = path.starts_with('-') || (!path.starts_with('/') && path.find(':') != std::string_view::npos);
-  return std::string(odd ? "./" : "").append(path);
+/// A path that tar takes neither for an option nor for another machine's.
+std::string archiveArgument(std::string_view path) {
+  const bool namesMachine = !path.starts_with('/') && path.find(':') != std::string_view::npos;
+  return namesMachine ? std::string("./").append(path) : tks::pathArgument(path);
 }
 
 /// The path of a zip archive for unzip, which takes the name for a pattern: what is special in one stands for itself.
@@ -33,7 +34,7 @@ std::string zipArgument(std::string_view path) {
     argument += character;
     if (special) argument += ']';
   }
-  return pathArgument(argument);
+  return archiveArgument(argument);
 }
 
 /// The beginning of what a tool printed; output that is no text is none.
@@ -48,7 +49,7 @@ void tks::install::unzip(std::string_view zipPath, std::string_view folder, std:
   platform::ToolRequest request;
   request.tool = platform::Tool::unzip;
   // "-u": update what is there and create what is not.
-  request.arguments = {"-u", "-d", pathArgument(folder), zipArgument(zipPath)};
+  request.arguments = {"-u", "-d", archiveArgument(folder), zipArgument(zipPath)};
   request.writeLimit = mostBytes;
   const std::string output = runTool(request).output;
   const std::string_view shown = shownOutput(output);
@@ -67,7 +68,7 @@ void tks::install::untar(std::string_view archivePath, std::string_view folder,
   TKSILog::logWithLevel(TKSILogLevelInfo, "untar Begin");
   platform::ToolRequest request;
   request.tool = platform::Tool::tar;
-  request.arguments = {"-xvf", pathArgument(archivePath), "-C", pathArgument(folder)};
+  request.arguments = {"-xvf", archiveArgument(archivePath), "-C", archiveArgument(folder)};
   request.writeLimit = mostBytes;
   runTool(request);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(archivePath));

@@ -28,12 +28,12 @@ std::string_view shown(const std::string& path) { return path.empty() ? std::str
 bool allowExecuting(const std::string& path) {
   const std::string_view name = shown(path);
   TKSError error;
-  const std::optional<tks::platform::FileAttributes> attributes = tks::platform::files().attributes(path, &error);
-  if (!attributes) {
+  const std::optional<std::uint32_t> permissions = tks::platform::files().permissions(path, &error);
+  if (!permissions) {
     TKSILog::logWithLevel(TKSILogLevelError, "Failed to get attributes of %@", tks::masked(name));
     return false;
   }
-  if (tks::platform::files().setPermissions(path, attributes->permissions | kOwnerMayExecute, &error)) return true;
+  if (tks::platform::files().setPermissions(path, *permissions | kOwnerMayExecute, &error)) return true;
   TKSILog::logWithLevel(TKSILogLevelError, "Failed to set execute attributes to %@, error: %@", tks::masked(path),
                         tks::masked(error));
   return false;

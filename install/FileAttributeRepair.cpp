@@ -45,10 +45,10 @@ void TKSUtilBase::addReadAndWritePermissionToFile(std::string_view filePath) {
     TKSILog::logWithLevel(TKSILogLevelError, "In addReadAndWritePermissionToFile, filePath is nil");
     return;
   }
-  const std::optional<tks::platform::FileAttributes> attributes = tks::platform::files().attributes(filePath, nullptr);
-  const std::uint32_t permissions = (attributes ? attributes->permissions : 0u) | kReadWriteExecute;
+  // Read and set of the same item: what a link leads to, never the link's own.
+  const std::optional<std::uint32_t> present = tks::platform::files().permissions(filePath, nullptr);
   TKSError error;
-  if (tks::platform::files().setPermissions(filePath, permissions, &error)) {
+  if (tks::platform::files().setPermissions(filePath, present.value_or(0) | kReadWriteExecute, &error)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Add Read and Write permission to path: %@ success", masked(filePath));
     return;
   }

@@ -2,6 +2,7 @@
 #include <string>
 #include <string_view>
 
+#include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
@@ -44,11 +45,34 @@ bool bothPathsAreThere(std::string_view fromPath, std::string_view toPath) {
   return true;
 }
 
+/// Whether something has the name, also a link that leads nowhere. A path that the system would cut short is passed on:
+/// the file manager refuses it with its error.
+bool isTaken(std::string_view path) { return !tks::isPath(path) || files().exists(path) || files().isLink(path); }
+
 /// A source that is missing counts as success: kept.
 bool isMissing(std::string_view fromPath) {
-  if (files().exists(fromPath)) return false;
+  if (isTaken(fromPath)) return false;
   TKSILog::logWithLevel(TKSILogLevelError, "No File exist at path: %@", masked(fromPath));
   return true;
+}
+
+/// Whether to remove what is at the destination would take the source away, or a part of it. A link is removed alone,
+/// so it matters only where it leads to the other of the two.
+bool areOneInTheOther(std::string_view fromPath, std::string_view toPath) {
+  if (files().isSameItem(fromPath, toPath)) return true;
+  if (!files().isLink(toPath) && files().liesWithin(tks::folderOf(fromPath), toPath)) return true;
+  const bool isThere = files().isDirectory(toPath) && !files().isLink(toPath);
+  return !files().isLink(fromPath) && files().liesWithin(isThere ? toPath : tks::folderOf(toPath), fromPath);
+}
+
+/// Copies over whatever is at the destination.
+bool copyOver(std::string_view fromPath, std::string_view toPath, TKSError* error) {
+  if (areOneInTheOther(fromPath, toPath)) {
+    *error = {std::string(TKSUtilErrorDomain), 0, "The source and the destination are one, or one is in the other"};
+    return false;
+  }
+  if (tks::isPath(fromPath) && tks::isPath(toPath)) TKSUtilBase::removeFileAtPath(toPath);
+  return files().copy(fromPath, toPath, error);
 }
 
 /// Ends an application that runs from a folder that is to go whatever happens.
@@ -65,12 +89,17 @@ void endApplication(const TKSRunningApplication& application) {
   }
 }
 
-/// Ends what runs from a folder; false when something does and may not be ended. The test of paths also meets siblings
-/// whose names begin with the folder's: kept.
+/// Whether an application runs from a folder. The test of texts also meets siblings whose names begin with the folder's
+/// ("Kovra 2"): required behaviour. The other test meets folders that are spelled otherwise than the system does.
+bool runsFrom(const TKSRunningApplication& application, std::string_view folderPath) {
+  return application.bundlePath.starts_with(folderPath) || files().liesWithin(application.bundlePath, folderPath);
+}
+
+/// Ends what runs from a folder; false when something does and may not be ended.
 bool endApplicationsIn(std::string_view folderPath, bool force) {
   const std::int32_t self = tks::platform::thisProcess().identifier();
   for (const TKSRunningApplication& application : tks::platform::runningApplications().list()) {
-    if (!application.bundlePath.starts_with(folderPath)) continue;
+    if (!runsFrom(application, folderPath)) continue;
     if (application.processIdentifier == self) {
       TKSILog::logWithLevel(TKSILogLevelInfo, "Ignore terminate self when clean up, pid: %d", self);
       continue;
@@ -113,11 +142,12 @@ bool TKSUtilBase::removeFileAtPath(std::string_view filePath, TKSError* error) {
     return false;
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to remove file at path: %@", masked(filePath));
-  if (!files().exists(filePath)) {
+  if (!isTaken(filePath)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "No File exist at path: %@", masked(filePath));
     return true;
   }
-  if (!files().isWritable(filePath)) {
+  // A link goes without what it leads to, whose permissions stay as they are.
+  if (tks::isPath(filePath) && !files().isLink(filePath) && !files().isWritable(filePath)) {
     TKSILog::logWithLevel(TKSILogLevelWarning,
                           "Current file: %@ is not writable, begin to add read and write permission", masked(filePath));
     addReadAndWritePermissionToFile(filePath);
@@ -138,14 +168,14 @@ bool TKSUtilBase::copyFileAtPath(std::string_view fromPath, std::string_view toP
   if (isMissing(fromPath)) return true;
   ErrorSlot slot(error);
   const std::string_view parent = tks::folderOf(toPath);
-  if (!files().isDirectory(parent) && !files().createDirectory(parent, kOrdinaryFolder, slot.get())) {
+  if (tks::isPath(toPath) && !files().isDirectory(parent) &&
+      !files().createDirectory(parent, kOrdinaryFolder, slot.get())) {
     const std::string reason = slot.passOn();
     TKSILog::logWithLevel(TKSILogLevelInfo, "Copy file at path: %@ to %@ failed:%@", masked(fromPath), masked(toPath),
                           masked(reason));
     return false;
   }
-  removeFileAtPath(toPath);
-  if (files().copy(fromPath, toPath, slot.get())) {
+  if (copyOver(fromPath, toPath, slot.get())) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Copy file at path: %@ to %@ success", masked(fromPath), masked(toPath));
     return true;
   }

@@ -10,6 +10,7 @@
 #include <tksinterface/TKSUtilBaseHelper.h>
 
 #include "foundation/Characters.h"
+#include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "foundation/OutOfMemory.h"
 #include "foundation/Utf8.h"
@@ -28,7 +29,7 @@ constexpr int kCouldNotLook = 75;
 /// The system's assessment of an application, as its tool prints it. Nothing, with a line that says why, without a
 /// verdict: the tool is missing, cannot be started or was ended before it was done.
 std::optional<std::string> assess(std::string_view appPath) {
-  tks::platform::ToolRequest request{tks::platform::Tool::spctl, {"-a", "-vvv", std::string(appPath)}};
+  tks::platform::ToolRequest request{tks::platform::Tool::spctl, {"-a", "-vvv", tks::pathArgument(appPath)}};
   request.collectStandardError = true;
   tks::platform::ToolResult result = tks::platform::systemTools().run(request);
   const std::string output = tks::utf8::isValid(result.output) ? std::move(result.output) : std::string();
@@ -86,7 +87,8 @@ Origin originIn(std::string_view output, std::string_view appPath) {
   return origin;
 }
 
-bool isBrokenBy(std::string_view output, std::string_view appPath) {
+bool isBrokenBy(std::string_view output, std::string_view givenPath) {
+  const std::string appPath = tks::pathArgument(givenPath);  // as the tool echoes it
   if (isAccepted(output, appPath)) return false;
   TKSILog::logWithLevel(TKSILogLevelWarning, "Verify result not accepted, go further check");
   const Origin origin = originIn(output, appPath);
@@ -153,7 +155,7 @@ std::optional<std::string> TKSUtilBase::hashFilePropertiesWithAppPath(std::strin
                           masked(appPath));
     return std::nullopt;
   }
-  tks::platform::ToolRequest request{tks::platform::Tool::lsof, {"-g", "-o", "-R", std::string(appPath)}};
+  tks::platform::ToolRequest request{tks::platform::Tool::lsof, {"-g", "-o", "-R", tks::pathArgument(appPath)}};
   request.pipedInto = tks::platform::Tool::shasum;
   const std::string output = tks::install::runTool(request).output;
   return std::string(tks::trimmed(output));

@@ -11,6 +11,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Epoch.h"
+#include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "install/PlaceLock.h"
 #include "interface/HostCalls.h"
@@ -49,13 +50,14 @@ std::string withTildeExpanded(std::string_view path) {
   return TKSUtilBase::getRealHomeDirectory().append(path.substr(1));
 }
 
+/// Empty when there are not so many components, or when one of them leads back up: what lies before it would not be
+/// the folder that the path leads into.
 std::string withoutLastComponents(std::string_view path, int count) {
   for (int i = 0; i < count; ++i) {
-    while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-    const std::size_t slash = path.rfind('/');
-    path = path.substr(0, slash == std::string_view::npos ? 0 : slash == 0 ? 1 : slash);
+    if (path == "." || tks::lastPathComponent(path) == "..") return {};
+    path = tks::folderOf(path);
   }
-  return std::string(path);
+  return std::string(path == "." ? "" : path);
 }
 
 TKSArray arrayOf(const std::vector<std::string>& texts) {

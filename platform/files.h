@@ -16,7 +16,7 @@
 namespace tks::platform {
 
 struct FileAttributes {
-  /// Permission bits, 07777.
+  /// Permission bits, 07777, of the item itself. A link's own say nothing of what it leads to: see `permissions`.
   std::uint32_t permissions = 0;
   /// Extended attributes of the item itself: name (without the system's own prefix) to data. On Linux a well-formed
   /// AppleDouble side-car ("._name") beside the item is read as well; the item's own attributes win.
@@ -36,7 +36,11 @@ class FileLock {
 
 /// Files, folders and their attributes. macOS: NSFileManager, renamex_np, removexattr. Linux: POSIX calls
 /// and extended attributes under "user.". Any thread. Errors name the step, the path and the reason. Links are not
-/// followed unless said. Removing, copying and moving work on whole trees.
+/// followed unless said. Removing, copying and moving work on whole trees. A relative path means the working folder;
+/// one with a NUL byte is refused (EINVAL), because the system would take it for a shorter one.
+///
+/// The root, the home, the place of a volume and every folder above one of these are never removed, moved or exchanged
+/// (EBUSY), however they are spelled; nor is what a path means that ends in "." or ".." (EINVAL).
 class Files {
  public:
   virtual ~Files() = default;
@@ -44,8 +48,15 @@ class Files {
   /// Something exists at the path (links followed).
   virtual bool exists(std::string_view path) = 0;
   virtual bool isDirectory(std::string_view path) = 0;
+  /// A link, wherever it leads, also when that is nowhere.
+  virtual bool isLink(std::string_view path) = 0;
+  /// Both paths lead to the same file or folder (links followed), however they are spelled.
+  virtual bool isSameItem(std::string_view one, std::string_view other) = 0;
+  /// `folder` is the folder `outer` or lies in it however deep (links followed), however they are spelled.
+  virtual bool liesWithin(std::string_view folder, std::string_view outer) = 0;
   /// A plain file that this process may execute (links followed).
   virtual bool isExecutableFile(std::string_view path) = 0;
+  /// This process may write to it (links followed).
   virtual bool isWritable(std::string_view path) = 0;
   /// Length of a file in bytes (links followed).
   virtual std::optional<std::uint64_t> size(std::string_view path, TKSError* error) = 0;
@@ -61,6 +72,8 @@ class Files {
   /// Makes an empty file that did not exist; an existing file or link is an error.
   virtual bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   virtual bool remove(std::string_view path, TKSError* error) = 0;
+  /// Removes a folder that has nothing in it (ENOTEMPTY when it has).
+  virtual bool removeEmptyDirectory(std::string_view path, TKSError* error) = 0;
   /// Copies with permissions and attributes; the destination must not exist.
   virtual bool copy(std::string_view from, std::string_view to, TKSError* error) = 0;
   /// Renames; across volumes copies to a hidden name beside the destination, syncs, renames and removes the source. The
@@ -90,6 +103,8 @@ class Files {
   virtual std::optional<TKSData> changeMark(std::string_view path, TKSError* error) = 0;
 
   virtual std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) = 0;
+  /// Permission bits, 07777, of what `setPermissions` sets them of (links followed).
+  virtual std::optional<std::uint32_t> permissions(std::string_view path, TKSError* error) = 0;
   /// Sets the permission bits (links followed).
   virtual bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   /// Removes an extended attribute from the item itself (removexattr with XATTR_NOFOLLOW). The call's result: 0 or -1.

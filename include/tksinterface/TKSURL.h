@@ -11,7 +11,8 @@ class TKS_EXPORT TKSURL {
  public:
   TKSURL() = default;
 
-  /// The URL of a file or folder; `path` may hold any bytes. An empty path gives an empty URL.
+  /// The URL of a file or folder; `path` may hold any bytes. A relative path means the working folder of this moment.
+  /// An empty path gives an empty URL, and so does a relative one when there is no working folder any more.
   static TKSURL fileURLWithPath(std::string_view path);
   /// The URL that a text holds, or nothing. Any non-empty text without blanks or control characters makes a URL.
   static std::optional<TKSURL> URLWithString(std::string_view text);

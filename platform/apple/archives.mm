@@ -9,6 +9,7 @@
 #include "platform/apple/zip_directory.h"
 #include "platform/backend.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::platform {
@@ -18,6 +19,7 @@ class AppleArchives final : public Archives {
  public:
   bool inspect(std::string_view path, const std::function<bool(const ArchiveEntry&)>& visit, TKSError* error) override {
     const std::string name(path);
+    if (!posix::isPath(path)) return posix::fail(error, "read archive", path);
     const posix::FileDescriptor file(
         posix::retried([&] { return ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
     if (!file) return posix::fail(error, "read archive", path);

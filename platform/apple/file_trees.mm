@@ -3,13 +3,19 @@
 #import <Foundation/Foundation.h>
 
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <string>
+#include <vector>
 
 #include "platform/apple/conversions.h"
+#include "platform/platform.h"
+#include "platform/posix/kept_folders.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
@@ -27,6 +33,22 @@ bool failWith(int number, TKSError* error, std::string_view step, const std::str
 bool isThere(const std::string& path) {
   struct stat facts {};
   return lstat(path.c_str(), &facts) == 0;
+}
+
+/// Where volumes stand: absolute paths without links.
+std::vector<std::string> placesOfVolumes() {
+  constexpr int kRoomForNewOnes = 16;
+  const int count = getfsstat(nullptr, 0, MNT_NOWAIT);
+  std::vector<struct statfs> volumes(static_cast<std::size_t>(std::max(count, 0) + kRoomForNewOnes));
+  const int found = getfsstat(volumes.data(), static_cast<int>(volumes.size() * sizeof(struct statfs)), MNT_NOWAIT);
+  std::vector<std::string> places;
+  for (int i = 0; i < found; ++i) places.emplace_back(volumes[static_cast<std::size_t>(i)].f_mntonname);
+  return places;
+}
+
+/// Whether a tree is none that the user must keep; false with errno.
+bool mayBeTakenAway(const std::string& path) {
+  return posix::mayBeTakenAway(path, knownFolders().realHome(), placesOfVolumes());
 }
 
 /// Renames to a name that must be free. Sets errno on failure.
@@ -89,7 +111,7 @@ bool exchangeInSteps(const std::string& first, const std::string& second, TKSErr
 }  // namespace
 
 bool removeTree(const std::string& path, TKSError* error) {
-  if (posix::isRootOfVolume(path)) return failWith(EBUSY, error, "remove", path);
+  if (!mayBeTakenAway(path)) return fail(error, "remove", path);
   @autoreleasepool {
     NSError* failure = nil;
     if ([NSFileManager.defaultManager removeItemAtPath:toPath(path) error:&failure]) return true;
@@ -98,6 +120,10 @@ bool removeTree(const std::string& path, TKSError* error) {
     if (error != nullptr) *error = fromError(failure, "remove", place.empty() ? path : place);
     return false;
   }
+}
+
+bool removeEmptyFolder(const std::string& path, TKSError* error) {
+  return (mayBeTakenAway(path) && rmdir(path.c_str()) == 0) || fail(error, "remove", path);
 }
 
 bool copyTree(const std::string& from, const std::string& to, TKSError* error) {
@@ -113,12 +139,16 @@ bool copyTree(const std::string& from, const std::string& to, TKSError* error) {
 }
 
 bool moveTree(const std::string& from, const std::string& to, TKSError* error) {
+  if (!mayBeTakenAway(from)) return fail(error, "move", from);
   if (renameToFree(from, to)) return true;
   if (errno == EXDEV) return moveToOtherVolume(from, to, error);
   return errno == EEXIST ? fail(error, "move to", to) : fail(error, "move", from);
 }
 
 bool exchangeTrees(const std::string& first, const std::string& second, TKSError* error) {
+  for (const std::string& path : {first, second}) {
+    if (!mayBeTakenAway(path)) return fail(error, "exchange", path);
+  }
   if (renamex_np(first.c_str(), second.c_str(), RENAME_SWAP) == 0) return true;
   return errno == ENOTSUP ? exchangeInSteps(first, second, error) : fail(error, "exchange", first);
 }

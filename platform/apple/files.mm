@@ -56,15 +56,28 @@ class AppleFiles final : public Files {
  public:
   bool exists(std::string_view path) override {
     @autoreleasepool {
-      return [manager() fileExistsAtPath:apple::toPath(path)];
+      return isPath(path) && [manager() fileExistsAtPath:apple::toPath(path)];
     }
   }
 
   bool isDirectory(std::string_view path) override {
     @autoreleasepool {
       BOOL directory = NO;
-      return [manager() fileExistsAtPath:apple::toPath(path) isDirectory:&directory] && directory;
+      return isPath(path) && [manager() fileExistsAtPath:apple::toPath(path) isDirectory:&directory] && directory;
     }
+  }
+
+  bool isLink(std::string_view path) override {
+    struct stat facts {};
+    return isPath(path) && ::lstat(withoutClosingSlashes(path).c_str(), &facts) == 0 && S_ISLNK(facts.st_mode);
+  }
+
+  bool isSameItem(std::string_view one, std::string_view other) override {
+    return isPath(one) && isPath(other) && posix::isSameItem(std::string(one), std::string(other));
+  }
+
+  bool liesWithin(std::string_view folder, std::string_view outer) override {
+    return isPath(folder) && isPath(outer) && posix::liesWithin(std::string(folder), std::string(outer));
   }
 
   bool isExecutableFile(std::string_view path) override {
@@ -88,6 +101,10 @@ class AppleFiles final : public Files {
   }
 
   std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) override {
+    if (!isPath(path)) {
+      posix::fail(error, "list", path);
+      return std::nullopt;
+    }
     @autoreleasepool {
       NSError* failure = nil;
       NSArray<NSString*>* names = [manager() contentsOfDirectoryAtPath:apple::toPath(path) error:&failure];
@@ -119,6 +136,11 @@ class AppleFiles final : public Files {
   bool remove(std::string_view path, TKSError* error) override {
     if (!isPath(path)) return posix::fail(error, "remove", path);
     return apple::removeTree(withoutClosingSlashes(path), error);
+  }
+
+  bool removeEmptyDirectory(std::string_view path, TKSError* error) override {
+    if (!isPath(path)) return posix::fail(error, "remove", path);
+    return apple::removeEmptyFolder(withoutClosingSlashes(path), error);
   }
 
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
@@ -156,6 +178,10 @@ class AppleFiles final : public Files {
   }
 
   std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) override {
+    if (!isPath(path)) {
+      posix::fail(error, "read the attributes of", path);
+      return std::nullopt;
+    }
     @autoreleasepool {
       NSError* failure = nil;
       NSString* place = apple::toPath(withoutClosingSlashes(path));
@@ -166,20 +192,22 @@ class AppleFiles final : public Files {
     }
   }
 
+  std::optional<std::uint32_t> permissions(std::string_view path, TKSError* error) override {
+    struct stat facts {};
+    if (isPath(path) && ::stat(std::string(path).c_str(), &facts) == 0) return facts.st_mode & 07777u;
+    posix::fail(error, "read the permissions of", path);
+    return std::nullopt;
+  }
+
+  /// The file manager does not say whether it follows links here.
   bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    @autoreleasepool {
-      NSError* failure = nil;
-      const BOOL set = [manager() setAttributes:@{
-        NSFilePosixPermissions : @(permissions & 07777)
-      }
-                                   ofItemAtPath:apple::toPath(path)
-                                          error:&failure];
-      return outcome(set, failure, "set the permissions of", path, error);
-    }
+    const auto mode = static_cast<mode_t>(permissions & 07777u);
+    return (isPath(path) && ::chmod(std::string(path).c_str(), mode) == 0) ||
+           posix::fail(error, "set the permissions of", path);
   }
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
-    if (!isPath(path)) return -1;
+    if (!isPath(path) || !isPath(name)) return -1;
     return ::removexattr(withoutClosingSlashes(path).c_str(), std::string(name).c_str(), XATTR_NOFOLLOW);
   }
 

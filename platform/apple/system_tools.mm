@@ -215,6 +215,8 @@ class AppleTools final : public SystemTools {
   explicit AppleTools(apple::ToolPath path) : path_(std::move(path)) {}
 
   ToolResult run(const ToolRequest& request) override {
+    const auto hasNul = [](const std::string& argument) { return argument.find('\0') != std::string::npos; };
+    if (std::ranges::any_of(request.arguments, hasNul)) return unstarted(posix::posixError(EINVAL, "run", "a tool"));
     @autoreleasepool {
       posix::Pipe output = posix::makePipe();
       if (!output.reader) return unstarted(posix::posixError(errno, "make a pipe for", "a tool"));

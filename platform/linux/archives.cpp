@@ -10,6 +10,8 @@
 #include "foundation/ErrorReasons.h"
 #include "platform/backend.h"
 #include "platform/posix/error_reasons.h"
+#include "platform/posix/paths.h"
+#include "platform/posix/posix_error.h"
 
 namespace tks::platform {
 namespace {
@@ -77,6 +79,7 @@ class LinuxArchives final : public Archives {
     archive_read_support_filter_compress(reader.get());
     archive_read_support_format_zip_seekable(reader.get());
     archive_read_support_format_tar(reader.get());
+    if (!posix::isPath(path)) return posix::fail(error, "read archive", path);
     if (archive_read_open_filename(reader.get(), name.c_str(), kBlockSize) != ARCHIVE_OK) {
       return fail(reader.get(), name, error);
     }

@@ -17,6 +17,7 @@
 #include "platform/platform.h"
 #include "platform/posix/error_reasons.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
@@ -144,9 +145,9 @@ class Transfer {
   std::optional<CURLcode> reasonAgainst() const {
     if (request_.url.scheme().empty()) return CURLE_UNSUPPORTED_PROTOCOL;
     struct stat facts {};
-    if (!request_.url.isFileURL() || ::stat(request_.url.path().c_str(), &facts) != 0 || S_ISREG(facts.st_mode)) {
-      return std::nullopt;
-    }
+    if (!request_.url.isFileURL()) return std::nullopt;
+    const std::string path = request_.url.path();
+    if (posix::isPath(path) && (::stat(path.c_str(), &facts) != 0 || S_ISREG(facts.st_mode))) return std::nullopt;
     return CURLE_FILE_COULDNT_READ_FILE;
   }
 

@@ -14,6 +14,7 @@
 #include "platform/linux/file_observer.h"
 #include "platform/linux/held_signal.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
 
@@ -39,6 +40,10 @@ bool isOurs(const struct stat& facts) {
 }
 
 std::optional<OpenFile> openFile(const std::string& path, int flags, TKSError* error) {
+  if (!posix::isPath(path)) {
+    posix::fail(error, "open", path);
+    return std::nullopt;
+  }
   OpenFile file;
   // Non-blocking matters for a FIFO in the file's place only.
   file.descriptor.reset(

@@ -14,7 +14,10 @@
 
 #include "platform/linux/extended_attributes.h"
 #include "platform/linux/system_calls.h"
+#include "platform/linux/volumes.h"
+#include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/kept_folders.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
@@ -34,6 +37,14 @@ class FolderCursor {
  public:
   bool open(int at, const char* name) {
     return here_.reset(retried([&] { return ::openat(at, name, kFolderFlags); })), static_cast<bool>(here_);
+  }
+  /// As `enter`, but not into a volume that stands there.
+  bool enterSameVolume(const char* name) {
+    struct stat here {};
+    struct stat below {};
+    if (::fstat(here_.get(), &here) != 0 || !enter(name) || ::fstat(here_.get(), &below) != 0) return false;
+    errno = EBUSY;
+    return here.st_dev == below.st_dev;
   }
   int descriptor() const { return here_.get(); }
 
@@ -100,6 +111,11 @@ std::string pathOf(const std::vector<Level>& levels, std::string_view last) {
   return path.append(last);
 }
 
+/// Whether a tree is none that the user must keep; false with errno.
+bool mayBeTakenAway(const std::string& path) {
+  return posix::mayBeTakenAway(path, platform::knownFolders().realHome(), placesOfVolumes());
+}
+
 // Removing
 
 bool removeItem(int folder, const char* name, int flags = 0) {
@@ -116,7 +132,7 @@ bool emptyFolder(const std::string& path, TKSError* error) {
     if (level.next < level.names.size()) {
       const std::string name = level.names[level.next++];
       if (removeItem(cursor.descriptor(), name.c_str())) continue;
-      if (errno != EISDIR || !cursor.enter(name.c_str())) return fail(error, "remove", pathOf(levels, name));
+      if (errno != EISDIR || !cursor.enterSameVolume(name.c_str())) return fail(error, "remove", pathOf(levels, name));
       levels.push_back({name, {}});
       if (!(names = cursor.names())) return fail(error, "remove", pathOf(levels, ""));
       levels.back().names = std::move(*names);
@@ -301,12 +317,12 @@ bool moveToOtherVolume(const std::string& from, const std::string& to, TKSError*
 
 bool removeTree(const std::string& path, TKSError* error) {
   if (::unlink(path.c_str()) == 0) return true;
-  if (errno != EISDIR) return fail(error, "remove", path);
-  if (posix::isRootOfVolume(path)) {
-    errno = EBUSY;
-    return fail(error, "remove", path);
-  }
+  if (errno != EISDIR || !mayBeTakenAway(path)) return fail(error, "remove", path);
   return emptyFolder(path, error) && (::rmdir(path.c_str()) == 0 || fail(error, "remove", path));
+}
+
+bool removeEmptyFolder(const std::string& path, TKSError* error) {
+  return (mayBeTakenAway(path) && ::rmdir(path.c_str()) == 0) || fail(error, "remove", path);
 }
 
 bool copyTree(const std::string& from, const std::string& to, TKSError* error) {
@@ -331,12 +347,16 @@ bool copyTree(const std::string& from, const std::string& to, TKSError* error) {
 }
 
 bool moveTree(const std::string& from, const std::string& to, TKSError* error) {
+  if (!mayBeTakenAway(from)) return fail(error, "move", from);
   if (renameToNew(from, to)) return true;
   if (errno == EXDEV) return moveToOtherVolume(from, to, error);
   return fail(error, errno == EEXIST ? "move to" : "move", errno == EEXIST ? to : from);
 }
 
 bool exchangeTrees(const std::string& first, const std::string& second, TKSError* error) {
+  for (const std::string& path : {first, second}) {
+    if (!mayBeTakenAway(path)) return fail(error, "exchange", path);
+  }
   if (systemCalls().renameat2(AT_FDCWD, first.c_str(), AT_FDCWD, second.c_str(), RENAME_EXCHANGE) == 0) return true;
   // As above; where it is not the call but the exchange that is not permitted, the first step says so again.
   if (errno != ENOSYS && errno != EINVAL && errno != EPERM) return fail(error, "exchange", first);

@@ -7,8 +7,12 @@
 namespace tks::gnulinux {
 
 /// Removes a file, a link or a folder with all it holds. Links are removed, never followed, also when somebody puts one
-/// in place of a folder meanwhile. Stops at the first thing that cannot be removed.
+/// in place of a folder meanwhile. Stops at the first thing that cannot be removed. The root, the home, the places of
+/// volumes and the folders above any of these are refused, here and below, before anything is done.
 bool removeTree(const std::string& path, TKSError* error);
+
+/// Removes a folder that has nothing in it.
+bool removeEmptyFolder(const std::string& path, TKSError* error);
 
 /// Copies a file, a link, a FIFO or a folder with all it holds: content, permissions, extended attributes, times of
 /// change. The destination must not exist; on failure nothing of it is left.

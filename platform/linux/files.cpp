@@ -24,6 +24,16 @@ namespace tks::platform {
 namespace {
 
 using posix::fail;
+using posix::isPath;
+
+/// The facts of an item, links followed or not. False, and errno, when there are none.
+bool readFacts(std::string_view path, struct stat& facts) {
+  return isPath(path) && ::stat(std::string(path).c_str(), &facts) == 0;
+}
+
+bool readOwnFacts(std::string_view path, struct stat& facts) {
+  return isPath(path) && ::lstat(posix::withoutClosingSlashes(path).c_str(), &facts) == 0;
+}
 
 bool makeFolder(const std::string& path, std::uint32_t permissions) {
   if (::mkdir(path.c_str(), static_cast<mode_t>(permissions)) == 0) return true;
@@ -39,34 +49,47 @@ class LinuxFiles final : public Files {
  public:
   bool exists(std::string_view path) override {
     struct stat facts {};
-    return ::stat(std::string(path).c_str(), &facts) == 0;
+    return readFacts(path, facts);
   }
 
   bool isDirectory(std::string_view path) override {
     struct stat facts {};
-    return ::stat(std::string(path).c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
+    return readFacts(path, facts) && S_ISDIR(facts.st_mode);
+  }
+
+  bool isLink(std::string_view path) override {
+    struct stat facts {};
+    return readOwnFacts(path, facts) && S_ISLNK(facts.st_mode);
+  }
+
+  bool isSameItem(std::string_view one, std::string_view other) override {
+    return isPath(one) && isPath(other) && posix::isSameItem(std::string(one), std::string(other));
+  }
+
+  bool liesWithin(std::string_view folder, std::string_view outer) override {
+    return isPath(folder) && isPath(outer) && posix::liesWithin(std::string(folder), std::string(outer));
   }
 
   bool isExecutableFile(std::string_view path) override {
-    const std::string name(path);
     struct stat facts {};
-    return ::stat(name.c_str(), &facts) == 0 && S_ISREG(facts.st_mode) &&
-           ::faccessat(AT_FDCWD, name.c_str(), X_OK, AT_EACCESS) == 0;
+    return readFacts(path, facts) && S_ISREG(facts.st_mode) &&
+           ::faccessat(AT_FDCWD, std::string(path).c_str(), X_OK, AT_EACCESS) == 0;
   }
 
   bool isWritable(std::string_view path) override {
-    return ::faccessat(AT_FDCWD, std::string(path).c_str(), W_OK, AT_EACCESS) == 0;
+    return isPath(path) && ::faccessat(AT_FDCWD, std::string(path).c_str(), W_OK, AT_EACCESS) == 0;
   }
 
   std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override {
     struct stat facts {};
-    if (::stat(std::string(path).c_str(), &facts) == 0) return static_cast<std::uint64_t>(facts.st_size);
+    if (readFacts(path, facts)) return static_cast<std::uint64_t>(facts.st_size);
     fail(error, "read the size of", path);
     return std::nullopt;
   }
 
   std::optional<std::vector<std::string>> list(std::string_view path, TKSError* error) override {
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(std::string(path).c_str()), ::closedir);
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(isPath(path) ? ::opendir(std::string(path).c_str()) : nullptr,
+                                                     ::closedir);
     if (!folder) {
       fail(error, "list", path);
       return std::nullopt;
@@ -83,9 +106,10 @@ class LinuxFiles final : public Files {
   }
 
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    if (!isPath(path)) return fail(error, "create the folder", path);
     const std::string whole = posix::withoutClosingSlashes(path);
     if (makeFolder(whole, permissions)) return true;
-    if (errno != ENOENT || whole.empty()) return fail(error, "create the folder", path);
+    if (errno != ENOENT) return fail(error, "create the folder", path);
     for (std::size_t slash = whole.find('/', 1); slash != std::string::npos; slash = whole.find('/', slash + 1)) {
       const std::string above = whole.substr(0, slash);
       if (!makeFolder(above, permissions)) return fail(error, "create the folder", above);
@@ -98,6 +122,7 @@ class LinuxFiles final : public Files {
   }
 
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    if (!isPath(path)) return fail(error, "create", path);
     const std::string name(path);
     const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
     const posix::FileDescriptor file(
@@ -106,18 +131,31 @@ class LinuxFiles final : public Files {
   }
 
   bool remove(std::string_view path, TKSError* error) override {
+    if (!isPath(path)) return fail(error, "remove", path);
     return gnulinux::removeTree(posix::withoutClosingSlashes(path), error);
   }
 
+  bool removeEmptyDirectory(std::string_view path, TKSError* error) override {
+    if (!isPath(path)) return fail(error, "remove", path);
+    return gnulinux::removeEmptyFolder(posix::withoutClosingSlashes(path), error);
+  }
+
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
+    if (!isPath(from)) return fail(error, "copy", from);
+    if (!isPath(to)) return fail(error, "copy to", to);
     return gnulinux::copyTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
   }
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
+    if (!isPath(from)) return fail(error, "move", from);
+    if (!isPath(to)) return fail(error, "move to", to);
     return gnulinux::moveTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
   }
 
   bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
+    for (const std::string_view path : {first, second}) {
+      if (!isPath(path)) return fail(error, "exchange", path);
+    }
     return gnulinux::exchangeTrees(posix::withoutClosingSlashes(first), posix::withoutClosingSlashes(second), error);
   }
 
@@ -138,23 +176,31 @@ class LinuxFiles final : public Files {
   }
 
   std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) override {
-    const std::string name = posix::withoutClosingSlashes(path);
     struct stat facts {};
-    if (::lstat(name.c_str(), &facts) != 0) {
+    if (!readOwnFacts(path, facts)) {
       fail(error, "read the attributes of", path);
       return std::nullopt;
     }
-    std::optional<TKSDictionary> extended = gnulinux::readExtendedAttributes(name, error);
+    std::optional<TKSDictionary> extended = gnulinux::readExtendedAttributes(posix::withoutClosingSlashes(path), error);
     if (!extended) return std::nullopt;
     return FileAttributes{facts.st_mode & 07777u, std::move(*extended)};
   }
 
+  std::optional<std::uint32_t> permissions(std::string_view path, TKSError* error) override {
+    struct stat facts {};
+    if (readFacts(path, facts)) return facts.st_mode & 07777u;
+    fail(error, "read the permissions of", path);
+    return std::nullopt;
+  }
+
   bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
-    return ::chmod(std::string(path).c_str(), static_cast<mode_t>(permissions & 07777u)) == 0 ||
+    const auto mode = static_cast<mode_t>(permissions & 07777u);
+    return (isPath(path) && ::chmod(std::string(path).c_str(), mode) == 0) ||
            fail(error, "set the permissions of", path);
   }
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
+    if (!isPath(path) || !isPath(name)) return -1;
     return gnulinux::removeExtendedAttribute(posix::withoutClosingSlashes(path), name);
   }
 
@@ -165,7 +211,7 @@ class LinuxFiles final : public Files {
       return posix::retried([&] { return ::statvfs(place.c_str(), &facts); }) == 0;
     };
     // A folder that is still to be made will lie on the volume of the one above it.
-    const bool found = ask(name) || (errno == ENOENT && ask(name.substr(0, name.rfind('/') + 1)));
+    const bool found = isPath(path) && (ask(name) || (errno == ENOENT && ask(posix::folderOf(name))));
     if (!found) {
       fail(error, "read the free space of", path);
       return std::nullopt;

@@ -179,6 +179,7 @@ class LinuxRunningApplications final : public RunningApplications {
   }
 
   bool hasLastUsedDate(std::string_view bundlePath) override {
+    if (!posix::isPath(bundlePath)) return false;
     const std::optional<TKSData> date =
         gnulinux::readExtendedAttribute(posix::withoutClosingSlashes(bundlePath), kLastUsedDate);
     return date && !date->empty();

@@ -29,6 +29,17 @@ std::string folderOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+bool endsInDots(std::string_view path) {
+  const std::string_view last = path.substr(path.rfind('/') + 1);
+  return last == "." || last == "..";
+}
+
+bool isSameItem(const std::string& one, const std::string& other) {
+  struct stat first {};
+  struct stat second {};
+  return ::stat(one.c_str(), &first) == 0 && ::stat(other.c_str(), &second) == 0 && isSame(first, second);
+}
+
 bool isRootOfVolume(const std::string& path) {
   struct stat facts {};
   struct stat above {};
@@ -39,7 +50,7 @@ bool isRootOfVolume(const std::string& path) {
 bool liesWithin(const std::string& folder, const std::string& outer) {
   struct stat wanted {};
   struct stat here {};
-  if (::lstat(outer.c_str(), &wanted) != 0 || ::stat(folder.c_str(), &here) != 0) return false;
+  if (::stat(outer.c_str(), &wanted) != 0 || ::stat(folder.c_str(), &here) != 0) return false;
   std::string path = folder;
   while (!isSame(here, wanted)) {
     path += "/..";

@@ -15,11 +15,17 @@ std::string withoutClosingSlashes(std::string_view path);
 /// The folder that an item lies in; "." for a bare name.
 std::string folderOf(const std::string& path);
 
+/// Whether the last component is "." or "..", which name a folder by another name than its own.
+bool endsInDots(std::string_view path);
+
+/// Whether both lead to the same file or folder (links followed), however they are spelled.
+bool isSameItem(const std::string& one, const std::string& other);
+
 /// Whether a folder is "/" or the place where a volume stands. Of these the system lets nobody take away more than what
 /// is in them.
 bool isRootOfVolume(const std::string& path);
 
-/// Whether `folder` is the folder `outer`, or lies in it however deep.
+/// Whether `folder` is the folder `outer`, or lies in it however deep (links followed in both).
 bool liesWithin(const std::string& folder, const std::string& outer);
 
 }  // namespace tks::posix

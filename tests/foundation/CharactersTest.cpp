@@ -29,7 +29,9 @@ TEST(FilePaths, TheFolderOfAPathIsWhatItsLastComponentLiesIn) {
   EXPECT_EQ(tks::folderOf("/a/b/C.app/"), "/a/b");
   EXPECT_EQ(tks::folderOf("/a/b/C.app"), "/a/b");
   EXPECT_EQ(tks::folderOf("/C.app"), "/");
-  EXPECT_EQ(tks::folderOf("C.app"), "");
+  EXPECT_EQ(tks::folderOf("C.app"), ".");
+  EXPECT_EQ(tks::folderOf("/a//C.app"), "/a");
+  EXPECT_EQ(tks::folderOf(""), "");
   EXPECT_EQ(tks::folderOf("/"), "/");
 }
 

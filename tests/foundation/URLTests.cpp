@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <optional>
 #include <string>
+
+#include "tests/support/ScopedWorkingFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
@@ -32,6 +36,18 @@ TEST(FileURL, KeepsAnyBytesOfAPath) {
 TEST(FileURL, LosesAClosingSlashInItsPath) {
   EXPECT_EQ(TKSURL::fileURLWithPath("/a/b/").path(), "/a/b");
   EXPECT_EQ(TKSURL::fileURLWithPath("/").path(), "/");
+}
+
+TEST(FileURL, OfARelativePathMeansTheWorkingFolder) {
+  const tks::test::TemporaryFolder folder;
+  const tks::test::ScopedWorkingFolder here(folder.path());
+  const std::string real = std::filesystem::current_path();
+  EXPECT_EQ(TKSURL::fileURLWithPath("a/tmp/x.app").path(), real + "/a/tmp/x.app");
+  EXPECT_EQ(TKSURL::fileURLWithPath("a b").absoluteString(), "file://" + real + "/a%20b");
+  EXPECT_EQ(TKSURL::fileURLWithPath("../x").path(), real + "/../x");
+  EXPECT_EQ(TKSURL::fileURLWithPath("-x").path(), real + "/-x");
+  std::filesystem::remove(real);
+  EXPECT_EQ(TKSURL::fileURLWithPath("a"), TKSURL()) << "there is nothing that it could mean";
 }
 
 TEST(FileURL, OfAnEmptyPathIsEmpty) {

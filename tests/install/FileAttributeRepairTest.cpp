@@ -44,6 +44,10 @@ class FailingFiles final : public tks::test::ForwardingFiles {
     if (!answer && error != nullptr) *error = attributesError;
     return answer;
   }
+  std::optional<std::uint32_t> permissions(std::string_view, TKSError* error) override {
+    const std::optional<FileAttributes> found = attributes({}, error);
+    return found ? std::optional(found->permissions) : std::nullopt;
+  }
   bool setPermissions(std::string_view, std::uint32_t permissions, TKSError* error) override {
     permissionsSet.push_back(permissions);
     if (permissionsError == TKSError()) return true;

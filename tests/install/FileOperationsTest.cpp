@@ -282,6 +282,19 @@ TEST_F(FileOperations, ASiblingWithTheSameBeginningCountsAsInside) {
   EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
 }
 
+TEST_F(FileOperations, AFolderThatIsSpelledOtherwiseIsTheSame) {
+  writeFile(folder / "place/A.app/x", "x");
+  fs::create_directory_symlink("place", folder / "link");
+  applications.running = {{1001, "", "", folder / "place/A.app", 1}};
+  for (const char* name : {"link/A.app", "place//A.app", "place/./A.app/", "link/../place", "link"}) {
+    EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(folder / name, false)) << name;
+  }
+  EXPECT_TRUE(fs::exists(folder / "place/A.app/x"));
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(folder / "link//A.app", true));
+  EXPECT_THAT(applications.ended, ElementsAre(1001));
+  EXPECT_FALSE(fs::exists(folder / "place/A.app"));
+}
+
 TEST_F(FileOperations, ThisProcessIsNeverEndedAndNeverInTheWay) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");

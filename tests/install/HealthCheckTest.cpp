@@ -8,6 +8,7 @@
 
 #include "platform/platform.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/ScopedWorkingFolder.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -79,6 +80,15 @@ class HealthCheck : public ::testing::Test {
   tks::platform::Replaced<tks::platform::Preferences> replacedPreferences{preferences};
   LogRecorder log;
 };
+
+TEST_F(HealthCheck, ANameThatLooksLikeAnOptionReachesNoToolAsOne) {
+  const tks::test::ScopedWorkingFolder here(folder.path());
+  std::filesystem::create_directory("-x.app");
+  tools.assessment = "./-x.app: accepted\nsource=Notarized Developer ID\n";
+  EXPECT_FALSE(TKSUtilBase::isBrokenApp("-x.app"));
+  ASSERT_EQ(tools.requests.size(), 2u);
+  for (const auto& request : tools.requests) EXPECT_EQ(request.arguments.back(), "./-x.app");
+}
 
 TEST_F(HealthCheck, AMissingBundleIsBrokenWithoutAsking) {
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(folder / "None.app"));

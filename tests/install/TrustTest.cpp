@@ -11,6 +11,8 @@
 #include "platform/platform.h"
 #include "tests/install/FakeSignatures.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/ScopedWorkingFolder.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace {
 
@@ -76,6 +78,14 @@ TEST_F(Trust, AnIntactBundleOfTheMakerIsTrusted) {
   EXPECT_EQ(verdict(), "trusted");
   EXPECT_THAT(signatures.asked, ElementsAre("create", "validity", "create", "information", "name", "name", "name"));
   EXPECT_THAT(signatures.paths, ElementsAre(kBundle, kBundle));
+}
+
+TEST_F(Trust, ARelativePathIsCheckedWhereItLeads) {
+  const tks::test::TemporaryFolder folder;
+  const tks::test::ScopedWorkingFolder here(folder.path());
+  EXPECT_TRUE(TKSUtilBase::checkTrust("a/tmp/x.app", nullptr));
+  EXPECT_TRUE(TKSUtilBase::checkTrustForLaunch("a/tmp/x.app", nullptr));
+  EXPECT_THAT(signatures.paths, testing::Each(std::filesystem::current_path().string() + "/a/tmp/x.app"));
 }
 
 TEST_F(Trust, ABundleThatCannotBeOpenedIsNamedByItsURLAndStatus) {

@@ -135,6 +135,22 @@ TEST_F(LaunchExecutable, AMissingBinaryIsNamedInFull) {
                                         "/Users/****/Launcher.app/Contents/MacOS/Launcher, retryCount: 0]")));
 }
 
+TEST_F(LaunchExecutable, WhatLeadsOutOfTheBundleBeforeItIsNotCheckedInItsStead) {
+  preferences.values = {};
+  FakeSignatures unsignedCode;
+  unsignedCode.createStatus = -67062;
+  const tks::platform::Replaced<tks::platform::Signatures> replaced(unsignedCode);
+  for (const char* way : {"/../Other/run", "/Contents/../run", "/Contents/MacOS/.."}) {
+    std::filesystem::create_directories(bundle + "/../Other");
+    tks::test::writeFile(bundle + "/../Other/run", "x");
+    tks::test::writeFile(bundle + "/run", "x");
+    EXPECT_EQ(TKSUtilBase::launchAppWithExePath(bundle + way, {}, &error), std::nullopt);
+    expectError("Security check failed: No code signature info.");
+  }
+  EXPECT_THAT(unsignedCode.paths, Each(testing::IsEmpty()));
+  EXPECT_THAT(children.requests, IsEmpty());
+}
+
 TEST_F(LaunchExecutable, ABundleThatFailsTheTrustCheckIsNotStarted) {
   preferences.values = {};
   FakeSignatures unsignedCode;

@@ -9,6 +9,9 @@ class ForwardingFiles : public platform::Files {
  public:
   bool exists(std::string_view path) override { return real().exists(path); }
   bool isDirectory(std::string_view path) override { return real().isDirectory(path); }
+  bool isLink(std::string_view path) override { return real().isLink(path); }
+  bool isSameItem(std::string_view one, std::string_view other) override { return real().isSameItem(one, other); }
+  bool liesWithin(std::string_view folder, std::string_view outer) override { return real().liesWithin(folder, outer); }
   bool isExecutableFile(std::string_view path) override { return real().isExecutableFile(path); }
   bool isWritable(std::string_view path) override { return real().isWritable(path); }
   std::optional<std::uint64_t> size(std::string_view path, TKSError* error) override {
@@ -27,6 +30,9 @@ class ForwardingFiles : public platform::Files {
     return real().createFile(path, permissions, error);
   }
   bool remove(std::string_view path, TKSError* error) override { return real().remove(path, error); }
+  bool removeEmptyDirectory(std::string_view path, TKSError* error) override {
+    return real().removeEmptyDirectory(path, error);
+  }
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
     return real().copy(from, to, error);
   }
@@ -51,6 +57,9 @@ class ForwardingFiles : public platform::Files {
   }
   std::optional<platform::FileAttributes> attributes(std::string_view path, TKSError* error) override {
     return real().attributes(path, error);
+  }
+  std::optional<std::uint32_t> permissions(std::string_view path, TKSError* error) override {
+    return real().permissions(path, error);
   }
   bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     return real().setPermissions(path, permissions, error);

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/platform.h"
+#include "platform/posix/paths.h"
 
 namespace tks::codesign {
 namespace {
@@ -282,7 +283,7 @@ bool CodeLayout::isWithin(const std::string& place) const {
 
 CodeLayout findCode(const std::string& path) {
   struct stat found {};
-  if (!facts(path, found)) {
+  if (!posix::isPath(path) || !facts(path, found)) {
     if (errno == ENOENT) fail(status::kNotFound);
     failByErrno();
   }

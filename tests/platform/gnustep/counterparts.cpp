@@ -6,6 +6,7 @@
 namespace tks::platform::apple {
 
 bool removeTree(const std::string& path, TKSError* error) { return gnulinux::removeTree(path, error); }
+bool removeEmptyFolder(const std::string& path, TKSError* error) { return gnulinux::removeEmptyFolder(path, error); }
 bool copyTree(const std::string& from, const std::string& to, TKSError* error) {
   return gnulinux::copyTree(from, to, error);
 }
