@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <functional>
+#include <initializer_list>
 #include <optional>
 #include <utility>
 
@@ -47,11 +48,6 @@ std::string launchArgument(std::string_view name) {
   return std::string(tks::platform::preferences().argument(name).text());
 }
 
-/// Whether a folder is one that no conversation can have made.
-bool isSomebodysFolder(std::string_view folder) {
-  return folder == "/" || folder == tks::platform::knownFolders().realHome();
-}
-
 void appendPiece(TKSData& receivedData, std::string_view bytes) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size old: %u", receivedData.size());
   const auto* const first = reinterpret_cast<const TKSData::value_type*>(bytes.data());  // so that it is one copy
@@ -75,9 +71,14 @@ void createFolder(const std::string& folder) {
   TKSILog::logWithLevel(TKSILogLevelError, "Failed to create directory:%@, error: %@.", masked(folder), masked(reason));
 }
 
-void removeFolder(const std::string& folder) {
-  TKSError error{std::string(TKSUtilErrorDomain), 0, "Not the folder of a conversation: " + folder};
-  if (!isSomebodysFolder(folder) && tks::platform::files().remove(folder, &error)) {
+/// Removes the files of a conversation and then their folder, which stays when somebody put something else into it.
+void removeFolder(const std::string& folder, std::initializer_list<std::string_view> conversationFiles) {
+  tks::platform::Files& files = tks::platform::files();
+  TKSError error;
+  for (const std::string_view path : conversationFiles) {
+    if (!files.isDirectory(path) || files.isLink(path)) files.remove(path, nullptr);
+  }
+  if (files.removeEmptyDirectory(folder, &error)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Succeed to remove ipc file folder.");
     return;
   }
@@ -288,7 +289,8 @@ void TKSMessageHost::destroyFileHandle() {
   input_.reset();
   output_->abandon();
   if (type == static_cast<std::uint64_t>(tksMessageHostTypeInterface)) {
-    removeFolder(folderOf(tempIPCFileFullPathFromTKS2Interface));
+    removeFolder(folderOf(tempIPCFileFullPathFromTKS2Interface),
+                 {tempIPCFileFullPathFromTKS2Interface, tempIPCFileFullPathFromInterface2TKS});
   }
   tempIPCFileFullPathFromTKS2Interface.clear();
   tempIPCFileFullPathFromInterface2TKS.clear();

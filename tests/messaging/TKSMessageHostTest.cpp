@@ -16,12 +16,12 @@
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FakeHostProcess.h"
-#include "tests/support/ForwardingFiles.h"
 #include "tests/support/Frames.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/MemoryChannels.h"
 #include "tests/support/ScopedValue.h"
+#include "tests/support/ScopedWorkingFolder.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {
@@ -942,30 +942,36 @@ TEST_F(FileHostTest, FolderThatIsGoneAlreadyIsReportedAtClose) {
   EXPECT_THAT(log_.texts(8)[0], MatchesRegex("Removing ipcFile folder has error:Error Domain=.*"));
 }
 
-/// Removes nothing, so that no mistake in what is tested can do harm.
-class FilesThatStay final : public tks::test::ForwardingFiles {
- public:
-  std::vector<std::string> removed;
-  bool remove(std::string_view path, TKSError*) override {
-    removed.emplace_back(path);
-    return true;
-  }
-};
+TEST_F(FileHostTest, CloseRemovesOnlyWhatAConversationMakes) {
+  const auto host = makeHost(tksMessageHostTypeInterface);
+  host->openWithMessengeHandler(&delegate_);
+  writeFile(ipc_ + "/letter", "dear");
+  log_.clear();
+  host->close();
+  EXPECT_EQ(contentOf(ipc_ + "/letter"), "dear");
+  EXPECT_FALSE(std::filesystem::exists(fromLauncher()));
+  EXPECT_FALSE(std::filesystem::exists(fromInterface()));
+  EXPECT_THAT(log_.texts(8), ElementsAre(MatchesRegex("Removing ipcFile folder has error:.*Directory not empty.*")));
+}
 
-TEST_F(FileHostTest, RootAndHomeAreNeverRemoved) {
-  FilesThatStay files;
-  for (const std::string& folder : {"/"s, home_.realHome()}) {
+TEST_F(FileHostTest, TheHomeIsKeptHoweverItIsSpelled) {
+  const tks::test::ScopedWorkingFolder here(home_.realHome());
+  for (const std::string& folder : {home_.realHome(), home_.realHome() + "/.", home_.realHome() + "//", "."s, "./"s,
+                                    home_ / "../home", home_ / "Library/.."}) {
+    std::filesystem::create_directories(home_ / "Library");
     TKSMessageHost host(tksMessageHostTypeInterface);
     host.ipcByFile = true;
-    host.isOpened = true;
     host.setIPCFileFolderPath(folder);
+    host.openWithMessengeHandler(&delegate_);
     log_.clear();
     host.close();
-    EXPECT_THAT(files.removed, IsEmpty());
-    EXPECT_TRUE(log_.has(8,
-                         "Removing ipcFile folder has error:Error Domain=com.tarvo.kovra.TKSUtil Code=0 \"Not the "
-                         "folder of a conversation: " +
-                             folder + "\""));
+    EXPECT_TRUE(std::filesystem::exists(home_ / "Library")) << folder;
+    EXPECT_EQ(log_.texts(8).size(), 1u) << folder;
+    std::filesystem::remove(home_ / "Library");
+    host.setIPCFileFolderPath(folder);
+    host.openWithMessengeHandler(&delegate_);
+    host.close();
+    EXPECT_TRUE(std::filesystem::exists(home_.realHome())) << "also an empty one: " << folder;
   }
 }
 
