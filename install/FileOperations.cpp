@@ -6,6 +6,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/ErrorReasons.h"
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "platform/platform.h"
@@ -68,7 +69,8 @@ bool areOneInTheOther(std::string_view fromPath, std::string_view toPath) {
 /// Copies over whatever is at the destination.
 bool copyOver(std::string_view fromPath, std::string_view toPath, TKSError* error) {
   if (areOneInTheOther(fromPath, toPath)) {
-    *error = {std::string(TKSUtilErrorDomain), 0, "The source and the destination are one, or one is in the other"};
+    *error = tks::makeError(TKSErrorReason::invalidArgument, TKSUtilErrorDomain, 0,
+                            "The source and the destination are one, or one is in the other");
     return false;
   }
   if (tks::isPath(fromPath) && tks::isPath(toPath)) TKSUtilBase::removeFileAtPath(toPath);
