@@ -1,5 +1,5 @@
-// Uses what only an intact installation has: headers, the library, its main loop, and the tool that it asks for
-// assessments on Linux, which says here that a folder is no application.
+// Uses what only an intact installation has: headers, the library, its main loop, and the assessment, which says here
+// that a folder is no application.
 
 #include <tksinterface/tksinterface.h>
 
