@@ -7,7 +7,10 @@
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
+
+#include <tksinterface/tksinterface.h>
 
 #include "tests/support/BuildPaths.h"
 
@@ -83,6 +86,29 @@ TEST(Constants, TextsAreTerminatedBehindTheirView) {
     if (row.type != "text") continue;
     const auto& text = *static_cast<const std::string_view*>(library.find(row.name));
     EXPECT_EQ(text.data()[text.size()], '\0') << row.name;
+  }
+}
+
+/// Whether an object may only be looked at.
+template <class Object>
+constexpr bool kIsConstant = std::is_const_v<std::remove_reference_t<Object>> &&
+                             !std::is_assignable_v<Object, std::remove_cvref_t<Object>>;
+
+struct Constancy {
+  std::string name;
+  bool isConstant;
+};
+
+const Constancy kConstancies[] = {
+#define TKS_CONSTANT(name) {#name, kIsConstant<decltype((name))>},
+#include "constants.inc"
+#undef TKS_CONSTANT
+};
+
+TEST(Constants, CannotBeAssignedExceptForTheLargestMessageSize) {
+  EXPECT_EQ(std::size(kConstancies), table().size());
+  for (const Constancy& constant : kConstancies) {
+    EXPECT_EQ(constant.isConstant, constant.name != "tks_max_msg_size") << constant.name;
   }
 }
 
