@@ -7,6 +7,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/ErrorReasons.h"
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "foundation/OutOfMemory.h"
@@ -82,9 +83,18 @@ class Installation {
 
   bool endOldLauncher() const {
     if (!files().exists(targetPath_)) return true;
+    if (!tks::install::mayBeReplaced(targetPath_)) return refuseToReplace();
     if (TKSUtilBase::endLaunchModules() && files().isWritable(targetPath_)) return true;
     TKSILog::logWithLevel(TKSILogLevelError, "Can not remove old app bundle: %@, no privilege, or end process failed.",
                           masked(targetPath_));
+    return false;
+  }
+
+  /// A wrong path must not cost what lies there.
+  bool refuseToReplace() const {
+    const TKSError error = tks::makeError(TKSErrorReason::invalidArgument, TKSUtilErrorDomain, 0,
+                                          tks::formatted("Not removed: %@ is no launcher.", targetPath_));
+    TKSILog::logWithLevel(TKSILogLevelError, "Clean up TKS failed: %@", masked(error));
     return false;
   }
 

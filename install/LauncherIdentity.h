@@ -12,4 +12,9 @@ bool isLauncher(std::string_view path);
 /// else that lies there because a path is wrong is left alone, with a line of level 8.
 bool mayBeCleanedUp(std::string_view path);
 
+/// Whether an installation may put a launcher where something lies already: a launcher, or what little is left of one,
+/// a link, or an empty folder. Not in the place of documents, of a program, or of another application: that would lose
+/// them because a path is wrong.
+bool mayBeReplaced(std::string_view path);
+
 }  // namespace tks::install

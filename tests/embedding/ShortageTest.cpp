@@ -77,31 +77,47 @@ class Shortage : public testing::Test {
     EXPECT_TRUE(fs::exists(launcher_->executable()));
     EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(launcher_->bundle()));
     EXPECT_THAT(log_.texts(8), Not(Contains("App broken, about to clean up the broken tks app.")));
-    EXPECT_THAT(log_.texts(8), Contains(StartsWith("No verdict of spctl, ")).Times(1));
+  }
+  void expectNoVerdict(int times = 1) {
+    EXPECT_THAT(log_.texts(8), Contains(StartsWith("No verdict of spctl, ")).Times(times));
   }
 
   std::optional<FakeHome> home_;
   std::optional<FakeLauncher> launcher_;
   std::optional<TKSInterface> facade_;
-  /// The tools as they are installed: the assessment's own program is there.
-  std::unique_ptr<tks::platform::SystemTools> tools_ = tks::gnulinux::makeSystemTools([](tks::platform::Tool tool) {
-    return tool == tks::platform::Tool::spctl ? buildFolder() + "/spctl" : tks::gnulinux::standardToolPath(tool);
+  /// The tools as they are installed, with the assessment's own program or without it.
+  bool hasProgram_ = true;
+  std::unique_ptr<tks::platform::SystemTools> tools_ = tks::gnulinux::makeSystemTools([this](tks::platform::Tool tool) {
+    if (tool != tks::platform::Tool::spctl) return tks::gnulinux::standardToolPath(tool);
+    return hasProgram_ ? buildFolder() + "/spctl" : std::string();
   });
   tks::platform::Replaced<tks::platform::SystemTools> replaced_{*tools_};
   LogRecorder log_;
 };
 
-TEST_F(Shortage, OfProcessesLeavesAHealthyLauncher) {
+/// With the assessment's program, and in a host that ships the library alone.
+class ShortageOfAHost : public Shortage, public testing::WithParamInterface<bool> {
+ protected:
+  ShortageOfAHost() { hasProgram_ = GetParam(); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Which, ShortageOfAHost, testing::Bool(), [](const auto& tested) {
+  return std::string(tested.param ? "HasTheProgram" : "HasTheLibraryAlone");
+});
+
+TEST_P(ShortageOfAHost, OfProcessesLeavesAHealthyLauncher) {
   TKS_IN_FRESH_PROCESS();
   prepare();
   warmUp();
   if (!refuseSystemCalls({SYS_clone, SYS_clone3, SYS_fork, SYS_vfork}, EAGAIN)) GTEST_SKIP() << "no filters here";
   EXPECT_THAT(failToStart(), HasSubstr("Getting pid failed, probably launch app by NSTask failed."));
   expectUntouched();
+  // The library's own assessment needs no process.
+  expectNoVerdict(hasProgram_ ? 1 : 0);
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(launcher_->bundle()));
 }
 
-TEST_F(Shortage, OfProcessesOfThisUserLeavesAHealthyLauncher) {
+TEST_P(ShortageOfAHost, OfProcessesOfThisUserLeavesAHealthyLauncher) {
   TKS_IN_FRESH_PROCESS();
   if (::geteuid() != 0) GTEST_SKIP() << "has to become another user";
   prepare();
@@ -112,10 +128,11 @@ TEST_F(Shortage, OfProcessesOfThisUserLeavesAHealthyLauncher) {
   ASSERT_EQ(::setresuid(kNobody, kNobody, 0), 0);
   EXPECT_THAT(failToStart(), StartsWith("Launch app failed. Path: "));
   expectUntouched();
+  expectNoVerdict(hasProgram_ ? 1 : 0);
   ASSERT_EQ(::setresuid(0, 0, 0), 0);
 }
 
-TEST_F(Shortage, OfDescriptorsLeavesAHealthyLauncher) {
+TEST_P(ShortageOfAHost, OfDescriptorsLeavesAHealthyLauncher) {
   TKS_IN_FRESH_PROCESS();
   prepare();
   warmUp();
@@ -149,6 +166,7 @@ TEST_F(Shortage, OfThreadsEndsAStartWithItsErrorCallback) {
   EXPECT_THAT(log_.texts(8),
               Contains("Cannot start a thread for background work: Resource temporarily unavailable").Times(1));
   expectUntouched();
+  expectNoVerdict();
 }
 
 TEST_F(Shortage, OfThreadsEndsALaunchWithItsErrorCallback) {

@@ -674,23 +674,4 @@ TEST_F(FailedInstallation, OfALauncherThatIsAssessedAsBrokenRemovesIt) {
   }
 }
 
-TEST_F(FailedInstallation, IsNoneWithoutAVerdictAboutTheLauncherInItsPlace) {
-  for (const char* script : {"kill -KILL $$", "exit 127", "exit 75"}) {
-    world.tools.script(Tool::spctl, script);
-    EXPECT_TRUE(install("5.0.1", archive("5.0.1"))) << script;
-    EXPECT_TRUE(logged(8, "No verdict of spctl, ")) << script;
-    EXPECT_EQ(launcherAt(target()), "5.0.1") << script;
-  }
-}
-
-TEST_F(FailedInstallation, NeverRemovesWhatIsNoLauncher) {
-  const std::string documents = base_ / "Documents";
-  writeFile(documents + "/thesis.txt", "years of work");
-  EXPECT_FALSE(install("5.0.1", base_ / "none.zip", documents));
-  EXPECT_TRUE(log.has(8, "Not removed: " + shown(documents) + " is no launcher."));
-  EXPECT_FALSE(logged(8, "TKS broken after installation"));
-  EXPECT_FALSE(logged(2, "Try to clean up folder path: "));
-  EXPECT_EQ(tks::test::contentOf(documents + "/thesis.txt"), "years of work");
-}
-
 }  // namespace
