@@ -11,6 +11,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Epoch.h"
+#include "foundation/ErrorReasons.h"
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "install/PlaceLock.h"
@@ -249,7 +250,9 @@ void tks::launchExecutable(std::string_view exePath, const std::vector<std::stri
     std::optional<TKSRunningApplication> application = launchAndWait(exePath, args, waiting->watch, &failure);
     deliver(*waiting, std::move(application), std::move(failure));
   });
-  if (!accepted) deliver(*waiting, std::nullopt, {std::string(TKSUtilErrorDomain), 0, std::string(kNoThread)});
+  if (accepted) return;
+  deliver(*waiting, std::nullopt,
+          makeError(TKSErrorReason::outOfResources, TKSUtilErrorDomain, 0, std::string(kNoThread)));
 }
 
 void TKSUtilBase::launchAppWithExePath(std::string_view exePath, const std::vector<std::string>& args,

@@ -27,6 +27,7 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/RefusedSystemCalls.h"
+#include "tests/support/Sanitized.h"
 
 // A host that is short of processes, threads or descriptors for a moment, or that has no process table: whoever asked
 // is told, nobody waits for what may never come, and a healthy launcher stays where it is.
@@ -43,6 +44,7 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr uid_t kNobody = 65534;
+constexpr const char* kSanitizersNeed = "sanitizers need descriptors and threads themselves";
 
 /// A launcher that the maker signed and that the assessment accepts, and a facade that knows it.
 class Shortage : public testing::Test {
@@ -109,6 +111,7 @@ TEST_P(ShortageOfAHost, OfProcessesLeavesAHealthyLauncher) {
   TKS_IN_FRESH_PROCESS();
   prepare();
   warmUp();
+  if (kSanitized) GTEST_SKIP() << kSanitizersNeed;
   if (!refuseSystemCalls({SYS_clone, SYS_clone3, SYS_fork, SYS_vfork}, EAGAIN)) GTEST_SKIP() << "no filters here";
   EXPECT_THAT(failToStart(), HasSubstr("Getting pid failed, probably launch app by NSTask failed."));
   expectUntouched();
@@ -136,6 +139,7 @@ TEST_P(ShortageOfAHost, OfDescriptorsLeavesAHealthyLauncher) {
   TKS_IN_FRESH_PROCESS();
   prepare();
   warmUp();
+  if (kSanitized) GTEST_SKIP() << kSanitizersNeed;
   rlimit limit{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
   for (int left = 0; left <= 8; ++left) {
@@ -160,6 +164,7 @@ TEST_P(ShortageOfAHost, OfDescriptorsLeavesAHealthyLauncher) {
 TEST_F(Shortage, OfThreadsEndsAStartWithItsErrorCallback) {
   TKS_IN_FRESH_PROCESS();
   prepare();
+  if (kSanitized) GTEST_SKIP() << kSanitizersNeed;
   if (!refuseSystemCalls({SYS_clone, SYS_clone3}, EAGAIN)) GTEST_SKIP() << "no filters here";
   EXPECT_EQ(failToStart(),
             "Launch app failed. Path: " + launcher_->executable() + ". Error: No thread to launch the app on.");
@@ -172,6 +177,7 @@ TEST_F(Shortage, OfThreadsEndsAStartWithItsErrorCallback) {
 TEST_F(Shortage, OfThreadsEndsALaunchWithItsErrorCallback) {
   TKS_IN_FRESH_PROCESS();
   prepare();
+  if (kSanitized) GTEST_SKIP() << kSanitizersNeed;
   if (!refuseSystemCalls({SYS_clone, SYS_clone3}, EAGAIN)) GTEST_SKIP() << "no filters here";
   std::vector<std::string> errors;
   facade_->launchMeetingWithParam(
@@ -184,6 +190,7 @@ TEST_F(Shortage, OfThreadsEndsALaunchWithItsErrorCallback) {
 TEST_F(Shortage, OfThreadsEndsTheQuestionForUpdatesOnTheMainThread) {
   TKS_IN_FRESH_PROCESS();
   prepare();
+  if (kSanitized) GTEST_SKIP() << kSanitizersNeed;
   if (!refuseSystemCalls({SYS_clone, SYS_clone3}, EAGAIN)) GTEST_SKIP() << "no filters here";
   TKSError error;
   EXPECT_EQ(TKSUtilBase::avaliableDeltaUpdates("http://127.0.0.1:9/updates", &error), std::nullopt);
@@ -195,6 +202,7 @@ TEST_F(Shortage, OfThreadsEndsTheQuestionForUpdatesOnTheMainThread) {
 TEST_F(Shortage, OfThreadsHandsTheResultOfALaunchToTheMainThread) {
   TKS_IN_FRESH_PROCESS();
   prepare();
+  if (kSanitized) GTEST_SKIP() << kSanitizersNeed;
   if (!refuseSystemCalls({SYS_clone, SYS_clone3}, EAGAIN)) GTEST_SKIP() << "no filters here";
   std::vector<std::string> results;
   TKSUtilBase::launchAppWithExePath(launcher_->executable(), {},
