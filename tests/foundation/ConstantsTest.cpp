@@ -91,8 +91,8 @@ TEST(Constants, TextsAreTerminatedBehindTheirView) {
 
 /// Whether an object may only be looked at.
 template <class Object>
-constexpr bool kIsConstant = std::is_const_v<std::remove_reference_t<Object>> &&
-                             !std::is_assignable_v<Object, std::remove_cvref_t<Object>>;
+constexpr bool kIsConstant =
+    std::is_const_v<std::remove_reference_t<Object>> && !std::is_assignable_v<Object, std::remove_cvref_t<Object>>;
 
 struct Constancy {
   std::string name;

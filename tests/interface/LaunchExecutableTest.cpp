@@ -93,15 +93,17 @@ TEST_F(LaunchExecutable, NoOtherHostReplacesTheLauncherBetweenItsCheckAndItsStar
 
 TEST_F(LaunchExecutable, ALauncherThatIsBeingReplacedIsStartedWhenThatIsDone) {
   const std::string place = bundle.substr(0, bundle.rfind('/'));
-  auto installation = tks::platform::files().lock(place, std::chrono::milliseconds(0), nullptr);
-  ASSERT_TRUE(installation);
+  std::promise<bool> begun;
   std::atomic<bool> done = false;
   children.onStart = [&](const auto&) { EXPECT_TRUE(done); };
   std::thread host([&] {
+    auto installation = tks::platform::files().lock(place, std::chrono::milliseconds(0), nullptr);
+    begun.set_value(installation != nullptr);
     std::this_thread::sleep_for(milliseconds(50));
     done = true;
     installation.reset();
   });
+  EXPECT_TRUE(begun.get_future().get());
   EXPECT_TRUE(launch({}));
   host.join();
 }
