@@ -16,9 +16,7 @@ using platform::ArchiveEntry;
 /// No launcher packs better than this; an archive below the floor is harmless whatever it packs.
 constexpr std::uint64_t kLargestRatio = 250;
 constexpr std::uint64_t kHarmlessSize = 64u * 1024 * 1024;
-constexpr std::size_t kMostEntries = 200'000;
 
-/// Backslashes count as separators too: unpackers take them for such in archives made elsewhere.
 std::vector<std::string_view> componentsOf(std::string_view path) {
   std::vector<std::string_view> components;
   while (!path.empty()) {
@@ -63,13 +61,13 @@ class Look {
 
   /// False ends the look: there is a reason.
   bool take(const ArchiveEntry& entry) {
-    if (++entries_ > kMostEntries) return refuse("too many entries", entry);
+    if (++content_.entries > kMostEntries) return refuse("too many entries", entry);
     if (!staysInside(entry.name)) return refuse("a name leads out of the folder", entry);
     if (entry.kind == ArchiveEntry::Kind::hardLink || entry.kind == ArchiveEntry::Kind::other) {
       return refuse("neither file, folder nor link", entry);
     }
     const std::vector<std::string_view> components = componentsOf(entry.name);
-    if (!components.empty()) content_.topNames.emplace(components.front());
+    content_.names.insert(archiveName(entry.name));
     for (std::size_t above = 1; above < components.size(); ++above) {
       if (!links_.empty() && links_.contains(joined(components, above)))
         return refuse("a name goes through a link", entry);
@@ -105,7 +103,6 @@ class Look {
   }
 
   const ArchiveRules& rules_;
-  std::size_t entries_ = 0;
   std::set<std::string> links_;
   std::set<std::string> files_;
   ArchiveContent content_;
@@ -126,13 +123,24 @@ std::optional<std::string> reasonAgainstSize(std::uint64_t unpacked, std::string
 
 }  // namespace
 
-ArchiveContent lookInto(std::string_view archivePath, std::string_view folder, const ArchiveRules& rules) {
+std::string archiveName(std::string_view path) {
+  std::string name;
+  for (const std::string_view component : componentsOf(path)) {
+    if (!name.empty()) name += '/';
+    name += component;
+  }
+  return name;
+}
+
+ArchiveContent lookInto(std::string_view archivePath, platform::ArchiveFormat format, std::string_view folder,
+                        const ArchiveRules& rules) {
   Look look(rules);
   TKSError error;
   const bool readable = platform::archives().inspect(
-      archivePath, [&](const ArchiveEntry& entry) { return look.take(entry); }, &error);
+      archivePath, format, [&](const ArchiveEntry& entry) { return look.take(entry); }, &error);
   ArchiveContent content = look.take();
   if (content.objection) return content;
+  content.isComplete = readable;
   if (readable) {
     content.objection = reasonAgainstSize(content.size, archivePath, folder);
     return content;

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/archives.h"
+
 namespace tks::install {
 
 /// What an archive may be.
@@ -26,13 +28,25 @@ struct ArchiveContent {
   std::optional<std::string> objection;
   /// Bytes that it grows to.
   std::uint64_t size = 0;
-  /// First components of all names.
-  std::set<std::string> topNames;
+  /// Files and links, and folders that are named.
+  std::size_t entries = 0;
+  /// Paths of all entries, one slash between the components.
+  std::set<std::string> names;
+  /// All of it was read. When not, the archive may hold more than this says.
+  bool isComplete = false;
 };
 
-/// Looks at an archive that is to be unpacked into `folder`. There is no objection when every name stays inside, there
-/// are only files, folders and links that stay inside, nothing is put through a link, and the declared sizes fit on the
-/// volume and are no bomb.
-ArchiveContent lookInto(std::string_view archivePath, std::string_view folder, const ArchiveRules& rules = {});
+/// Most entries that an archive may have, and most items that it may be unpacked to.
+constexpr std::size_t kMostEntries = 200'000;
+
+/// A path inside of an archive or of what was unpacked as an archive's names are written here: backslashes count as
+/// separators too, which unpackers take for such in archives made elsewhere.
+std::string archiveName(std::string_view path);
+
+/// Looks at an archive that is to be unpacked into `folder`, in the way in which it will be unpacked. There is no
+/// objection when every name stays inside, there are only files, folders and links that stay inside, nothing is put
+/// through a link, and the declared sizes fit on the volume and are no bomb.
+ArchiveContent lookInto(std::string_view archivePath, platform::ArchiveFormat format, std::string_view folder,
+                        const ArchiveRules& rules = {});
 
 }  // namespace tks::install

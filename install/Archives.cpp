@@ -1,5 +1,6 @@
 #include "install/Archives.h"
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 
@@ -24,15 +25,34 @@ std::string archiveArgument(std::string_view path) {
   return namesMachine ? std::string("./").append(path) : tks::pathArgument(path);
 }
 
-/// The path of a zip archive for unzip, which takes the name for a pattern: what is special in one stands for itself.
+bool isPatternCharacter(char character) { return character == '*' || character == '?' || character == '['; }
+
+/// Whether unzip takes a text for a pattern: a backslash takes the special meaning of the next character away.
+bool isPattern(std::string_view text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\\') {
+      ++i;
+    } else if (isPatternCharacter(text[i])) {
+      return true;
+    }
+  }
+  return false;
+}
+
+/// The path of a zip archive for unzip, which takes the name for a pattern when anything in the path makes it one: what
+/// is special in the name stands for itself then. Folders are never patterns.
 std::string zipArgument(std::string_view path) {
-  const std::size_t name = path.rfind('/') + 1;
-  std::string argument(path.substr(0, name));
-  for (const char character : path.substr(name)) {
-    const bool special = character == '*' || character == '?' || character == '[';
-    if (special) argument += '[';
-    argument += character;
-    if (special) argument += ']';
+  const std::size_t start = path.rfind('/') + 1;
+  const std::string_view name = path.substr(start);
+  if (std::ranges::none_of(name, isPatternCharacter) && !isPattern(path)) return archiveArgument(path);
+  std::string argument(path.substr(0, start));
+  for (const char character : name) {
+    if (character == '\\') argument += '\\';
+    if (isPatternCharacter(character)) {
+      argument.append("[").append(1, character).append("]");
+    } else {
+      argument += character;
+    }
   }
   return archiveArgument(argument);
 }
@@ -44,38 +64,37 @@ std::string_view shownOutput(const std::string& output) {
 
 }  // namespace
 
-void tks::install::unzip(std::string_view zipPath, std::string_view folder, std::optional<std::uint64_t> mostBytes) {
+void tks::install::unzip(const UnpackRequest& request) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip Begin");
-  platform::ToolRequest request;
-  request.tool = platform::Tool::unzip;
-  // "-u": update what is there and create what is not.
-  request.arguments = {"-u", "-d", archiveArgument(folder), zipArgument(zipPath)};
-  request.writeLimit = mostBytes;
-  const std::string output = runTool(request).output;
+  platform::ToolRequest tool;
+  tool.tool = platform::Tool::unzip;
+  // "-u": create what is not there. What is there would be asked about, and nobody answers: it stays.
+  tool.arguments = {"-u", "-d", archiveArgument(request.folder), zipArgument(request.archive)};
+  tool.writeLimit = request.mostBytes;
+  const std::string output = runTool(tool).output;
   const std::string_view shown = shownOutput(output);
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(zipPath));
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip to: %@", masked(folder));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(request.shownArchive));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip to: %@", masked(request.shownFolder));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip Output: %@", masked(shown));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip End");
 }
 
 void TKSUtilBase::unzip(std::string_view zipPath, std::string_view to) {
-  tks::install::unzip(zipPath, to, std::nullopt);
+  tks::install::unzip({.archive = std::string(zipPath), .folder = std::string(to)});
 }
 
-void tks::install::untar(std::string_view archivePath, std::string_view folder,
-                         std::optional<std::uint64_t> mostBytes) {
+void tks::install::untar(const UnpackRequest& request) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "untar Begin");
-  platform::ToolRequest request;
-  request.tool = platform::Tool::tar;
-  request.arguments = {"-xvf", archiveArgument(archivePath), "-C", archiveArgument(folder)};
-  request.writeLimit = mostBytes;
-  runTool(request);
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(archivePath));
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", masked(folder));
+  platform::ToolRequest tool;
+  tool.tool = platform::Tool::tar;
+  tool.arguments = {"-xvf", archiveArgument(request.archive), "-C", archiveArgument(request.folder)};
+  tool.writeLimit = request.mostBytes;
+  runTool(tool);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(request.shownArchive));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", masked(request.shownFolder));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Untar End");
 }
 
 void TKSUtilBase::untar(std::string_view archivePath, std::string_view to) {
-  tks::install::untar(archivePath, to, std::nullopt);
+  tks::install::untar({.archive = std::string(archivePath), .folder = std::string(to)});
 }

@@ -2,13 +2,23 @@
 
 #include <cstdint>
 #include <optional>
-#include <string_view>
+#include <string>
 
 namespace tks::install {
 
-/// TKSUtilBase::unzip with a limit on what may be written; the tool is ended when it writes more.
-void unzip(std::string_view zipPath, std::string_view folder, std::optional<std::uint64_t> mostBytes);
-/// The same with a tar archive.
-void untar(std::string_view archivePath, std::string_view folder, std::optional<std::uint64_t> mostBytes);
+/// An archive and where to it is unpacked.
+struct UnpackRequest {
+  std::string archive;
+  std::string folder;
+  /// What the lines call the two.
+  std::string shownArchive = archive;
+  std::string shownFolder = folder;
+  /// The tool is ended when it writes more.
+  std::optional<std::uint64_t> mostBytes{};
+};
+
+/// Unpacks with the system's tool and says so, as TKSUtilBase::unzip and TKSUtilBase::untar do.
+void unzip(const UnpackRequest& request);
+void untar(const UnpackRequest& request);
 
 }  // namespace tks::install

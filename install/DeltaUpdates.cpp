@@ -11,7 +11,7 @@
 
 #include "foundation/Logging.h"
 #include "install/ArchiveCheck.h"
-#include "install/Archives.h"
+#include "install/PrivateUnpacking.h"
 #include "platform/platform.h"
 
 // The list of delta packages: a small tar archive with a signed "deltalist.json" in it.
@@ -20,6 +20,7 @@ namespace {
 
 constexpr std::string_view kRemoteName = "deltalist.json.delta";
 constexpr std::string_view kListName = "deltalist.json";
+constexpr std::string_view kSideCarName = "._deltalist.json";
 constexpr std::string_view kPackageSuffix = ".delta";
 constexpr std::string_view kConversionFailed = "Convert the DeltaInfos to dictionary failed";
 constexpr std::size_t kLargestList = 64u * 1024 * 1024;
@@ -50,20 +51,24 @@ bool clear(const std::string& listPath, TKSError& error) {
   return removed;
 }
 
+/// Puts the list and its side-car, as far as the archive has them, into the folder. False when the archive is refused.
+bool unpack(const std::string& archive, const std::string& folder, const std::string& listPath) {
+  tks::install::PrivateUnpacking unpacking(folder);
+  if (!unpacking.run(archive, tks::platform::ArchiveFormat::tar, kListRules, nullptr)) return false;
+  const std::string sideCar = folder + std::string(kSideCarName);
+  tks::platform::files().remove(sideCar, nullptr);
+  unpacking.take(kSideCarName, sideCar, nullptr);
+  unpacking.take(kListName, listPath, nullptr);
+  return true;
+}
+
 /// Unpacks the archive, checks who signed the list in it, and reads the list.
 DeltaList readArchive(const std::string& archive) {
   const std::string folder = archive.substr(0, archive.rfind('/') + 1);
   const std::string listPath = folder + std::string(kListName);
   TKSError error;
   if (!clear(listPath, error)) return failure(error);
-  const tks::install::ArchiveContent content = tks::install::lookInto(archive, folder, kListRules);
-  if (content.objection) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Refuse to unpack: %@, %@", tks::masked(archive),
-                          tks::masked(*content.objection));
-    return failure(error);
-  }
-  // A decompressor that the tool starts writes as much once more.
-  tks::install::untar(archive, folder, 2 * kListRules.mostBytes);
+  if (!unpack(archive, folder, listPath)) return failure(error);
   if (!tks::platform::files().exists(listPath)) {
     TKSILog::logWithLevel(TKSILogLevelError, "untar fail %@", tks::masked(archive));
     return failure(error);

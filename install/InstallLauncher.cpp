@@ -43,7 +43,7 @@ class Installation {
 
   /// Everything from the archive to the launcher in its place.
   bool run() {
-    return checkParameters() && enterUnpackFolder() && unpackFolder_.makeRoom() && unpackFolder_.unpack(zipPath_) &&
+    return checkParameters() && enterUnpackFolder() && unpackFolder_.makeRoom() && unpack() &&
            TKSUtilBase::isSupportedTKSVersion(version_) && checkPackage() && endOldLauncher() && makeParent() &&
            lockPlace() && replace();
   }
@@ -71,11 +71,21 @@ class Installation {
     return false;
   }
 
-  /// The mark is taken before the check: whatever is done to the package later shows.
+  bool unpack() const {
+    TKSError error;
+    if (unpackFolder_.unpack(zipPath_, &error)) return true;
+    return error == TKSError() ? false : refusePackage(error);
+  }
+
+  /// The mark is taken before the check: whatever is done to the package later shows. But for what somebody else does
+  /// who had a file of it open before, so it does not count where somebody could.
   bool checkPackage() {
     TKSError error;
-    provenMark_ = files().changeMark(unpackFolder_.launcherPath(), nullptr);
-    if (TKSUtilBase::isSafeToInstall(unpackFolder_.launcherPath(), version_, &error)) return true;
+    if (unpackFolder_.isClosedToOthers()) provenMark_ = files().changeMark(unpackFolder_.launcherPath(), nullptr);
+    return TKSUtilBase::isSafeToInstall(unpackFolder_.launcherPath(), version_, &error) || refusePackage(error);
+  }
+
+  bool refusePackage(const TKSError& error) const {
     TKSILog::logWithLevel(TKSILogLevelError, "Unsafe to install '%@': %@", masked(unpackFolder_.launcherPath()),
                           masked(error));
     return false;
@@ -111,7 +121,8 @@ class Installation {
   bool lockPlace() {
     TKSError error;
     placeLock_ = tks::install::lockPlace(targetPath_, kPatience, &error);
-    if (placeLock_) return true;
+    // Where nobody can put anything there is nobody to wait for, and the move says what is wrong.
+    if (placeLock_ || !tks::install::isUsablePlace(targetPath_)) return true;
     TKSILog::logWithLevel(TKSILogLevelError, "Cannot wait for other installations: %@", masked(error));
     return false;
   }
@@ -121,7 +132,7 @@ class Installation {
     tks::install::BundleReplacement replacement(targetPath_);
     const bool staged = replacement.stage(unpackFolder_.launcherPath(), &error);
     const bool proven = staged && isProven(replacement.stagedPath(), &error);
-    // An old launcher that cannot be taken from its folder is no matter of the new one.
+    // A launcher in a read-only folder stays: report that, not the new one's failure.
     const bool stays = files().exists(targetPath_) && (proven || !files().isWritable(tks::folderOf(targetPath_)));
     const bool installed = proven && replacement.putInPlace(&error);
     if (!installed && stays) {
@@ -136,8 +147,7 @@ class Installation {
     return true;
   }
 
-  /// What is put in place is what was proven: the very same, or, where something may have been done to it since or it
-  /// had to be copied, proven once more.
+  /// Only a checked bundle goes in; if it may have changed or was copied, it is checked again.
   bool isProven(const std::string& bundle, TKSError* error) const {
     return (provenMark_ && files().changeMark(bundle, nullptr) == provenMark_) ||
            TKSUtilBase::isSafeToInstall(bundle, version_, error);

@@ -4,13 +4,25 @@
 #include "platform/platform.h"
 
 namespace tks::install {
+namespace {
+
+std::string_view placeOf(std::string_view bundlePath) {
+  const std::string_view parent = folderOf(bundlePath);
+  return parent.empty() ? "." : parent;
+}
+
+}  // namespace
 
 std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, std::chrono::milliseconds patience,
                                               TKSError* error) {
-  const std::string_view parent = folderOf(bundlePath);
-  const std::string_view place = parent.empty() ? "." : parent;
+  const std::string_view place = placeOf(bundlePath);
   // What does not exist would be made as a file to lock.
   return platform::files().isDirectory(place) ? platform::files().lock(place, patience, error) : nullptr;
+}
+
+bool isUsablePlace(std::string_view bundlePath) {
+  // Its own entry in it can be looked at only when it may be entered.
+  return platform::files().isDirectory(joinedPath(placeOf(bundlePath), "."));
 }
 
 }  // namespace tks::install

@@ -17,4 +17,7 @@ namespace tks::install {
 std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, std::chrono::milliseconds patience,
                                               TKSError* error);
 
+/// Whether the folder of a bundle is one, and may be entered.
+bool isUsablePlace(std::string_view bundlePath);
+
 }  // namespace tks::install

@@ -10,6 +10,7 @@
 #include "foundation/FilePaths.h"
 #include "foundation/Logging.h"
 #include "foundation/OutOfMemory.h"
+#include "install/RemoveWhole.h"
 #include "platform/platform.h"
 
 namespace tks::install {
@@ -18,7 +19,7 @@ namespace {
 
 void removeHidden(const std::string& path) {
   TKSError error;
-  if (platform::files().remove(path, &error)) return;
+  if (removeWhole(path, &error)) return;
   TKSILog::logWithLevel(TKSILogLevelWarning, "Cannot remove what an installation left: %@", masked(error));
 }
 
@@ -31,7 +32,7 @@ BundleReplacement::BundleReplacement(std::string target) : target_(std::move(tar
 }
 
 BundleReplacement::~BundleReplacement() {
-  // Without memory for that the next installation removes it.
+  // If memory runs out here, the next installation cleans up.
   unlessOutOfMemory([this] {
     if (!staged_.empty()) removeHidden(staged_);
     return true;
@@ -56,7 +57,9 @@ bool BundleReplacement::stage(const std::string& bundle, TKSError* error) {
 }
 
 bool BundleReplacement::putInPlace(TKSError* error) {
-  if (platform::files().exists(target_)) return platform::files().exchange(staged_, target_, error);
+  // A link that leads nowhere takes the place as well.
+  const bool isTaken = platform::files().exists(target_) || platform::files().attributes(target_, nullptr);
+  if (isTaken) return platform::files().exchange(staged_, target_, error);
   if (!platform::files().move(staged_, target_, error)) return false;
   staged_.clear();
   return true;

@@ -3,7 +3,6 @@
 #include <chrono>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <tksinterface/TKSError.h>
 
@@ -11,35 +10,34 @@
 
 namespace tks::install {
 
-/// The host's own folder below the temporary one, to which one installation at a time unpacks. It stays; what was
-/// unpacked goes with this object.
+/// The host's own folder below the temporary one, in which one installation at a time unpacks and proves a launcher. It
+/// stays, and so does what the host has in it.
 class UnpackFolder {
  public:
   UnpackFolder();
-  ~UnpackFolder();
-  UnpackFolder(const UnpackFolder&) = delete;
-  UnpackFolder& operator=(const UnpackFolder&) = delete;
 
-  /// Makes the folder, closes it to others, and waits for other installations that use it.
+  /// Makes the folder, closes it to others, waits for other installations that use it, and removes what those left that
+  /// ended while they unpacked.
   bool enter(std::chrono::milliseconds patience, TKSError* error);
   /// Removes a launcher that was left; true when nothing is there afterwards.
   bool makeRoom() const;
-  /// Unpacks an archive after a look at it; whether the launcher is there afterwards.
-  bool unpack(const std::string& zipPath);
+  /// Unpacks the launcher of an archive, in a private folder below this one, and puts it into this one; whether it is
+  /// there afterwards. `error` is set when there is an objection to the archive.
+  bool unpack(const std::string& zipPath, TKSError* error) const;
   /// Removes the launcher; no matter how far the installation came.
   void removeLauncher();
 
   /// Where the launcher is expected.
   const std::string& launcherPath() const { return launcher_; }
+  /// Nobody else could open anything of the launcher, not even while it was unpacked.
+  bool isClosedToOthers() const { return isOwn_; }
 
  private:
-  void removeOtherThings() const;
-
   std::string path_;
   std::string launcher_;
+  /// The temporary folder itself serves a host without an identifier.
+  bool isOwn_;
   std::unique_ptr<platform::FileLock> lock_;
-  /// What the archive put beside the launcher.
-  std::vector<std::string> others_;
 };
 
 }  // namespace tks::install

@@ -22,16 +22,20 @@ struct ArchiveEntry {
   std::string target;
 };
 
+/// How an archive is read: the way in which it will be unpacked, for one file can be an archive in two ways.
+enum class ArchiveFormat { zip, tar };
+
 /// A look into archives before they are unpacked: zip, tar and tar with the usual compressions. Nothing is unpacked.
-/// macOS: own readers of zip directories and tar headers; a compressed tar counts as one that cannot be read. Linux:
-/// libarchive. Any thread; blocks while it reads.
+/// Zip: an own reader of the directory that unpackers go by; each entry's own header has to say the same. Tar: on macOS
+/// an own reader, to which a compressed tar is one that cannot be read; on Linux libarchive. Any thread; blocks while
+/// it reads.
 class Archives {
  public:
   virtual ~Archives() = default;
-  /// Calls `visit` for every entry until it answers false. False, and `error`, when the archive cannot be read to its
-  /// end; true when all was read or `visit` ended it.
-  virtual bool inspect(std::string_view path, const std::function<bool(const ArchiveEntry&)>& visit,
-                       TKSError* error) = 0;
+  /// Calls `visit` for every entry until it returns false. False, and `error`, when the archive cannot be read to its
+  /// end in this format; true when all was read or `visit` ended it.
+  virtual bool inspect(std::string_view path, ArchiveFormat format,
+                       const std::function<bool(const ArchiveEntry&)>& visit, TKSError* error) = 0;
 };
 
 }  // namespace tks::platform

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -26,6 +27,23 @@ struct FileAttributes {
 struct VolumeSpace {
   std::uint64_t freeBytes = 0;
   std::uint64_t totalBytes = 0;
+};
+
+/// One item of a tree, as it stands on the volume.
+struct TreeItem {
+  enum class Kind { file, folder, link, other };
+
+  /// Path below the folder that is gone through.
+  std::string name;
+  Kind kind = Kind::file;
+  /// Bytes of a file.
+  std::uint64_t size = 0;
+  /// Permission bits, 07777.
+  std::uint32_t permissions = 0;
+  /// Names that the item has on its volume: a file with more than one is there a second time, perhaps elsewhere.
+  std::uint64_t names = 1;
+  /// Where a link leads, as it stands there.
+  std::string target;
 };
 
 /// A lock that this process holds until the object is destroyed or the process ends.
@@ -69,6 +87,9 @@ class Files {
   /// Makes a folder, with all folders above it, that is this user's alone; takes one that is there when it is this
   /// user's own, and closes it to others. Somebody else's folder, a link and what is no folder are errors.
   virtual bool usePrivateDirectory(std::string_view path, TKSError* error) = 0;
+  /// Makes a folder that did not exist, of a name that begins so and that nobody can guess, and that this user alone
+  /// can enter: its path.
+  virtual std::optional<std::string> makePrivateDirectory(std::string_view beginning, TKSError* error) = 0;
   /// Makes an empty file that did not exist; an existing file or link is an error.
   virtual bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   virtual bool remove(std::string_view path, TKSError* error) = 0;
@@ -76,6 +97,13 @@ class Files {
   virtual bool removeEmptyDirectory(std::string_view path, TKSError* error) = 0;
   /// Copies with permissions and attributes; the destination must not exist.
   virtual bool copy(std::string_view from, std::string_view to, TKSError* error) = 0;
+  /// Copies the content alone of a regular file (links followed) to a new file, which this user alone can read; the two
+  /// share their blocks where the volume can do that.
+  virtual bool copyContent(std::string_view from, std::string_view to, TKSError* error) = 0;
+  /// Calls `visit` for everything in a folder until it returns false, each folder before what is in it: its rights may
+  /// be set then. No link is followed. False, and `error`, when something cannot be looked at.
+  virtual bool visitTree(std::string_view folder, const std::function<bool(const TreeItem&)>& visit,
+                         TKSError* error) = 0;
   /// Renames; across volumes copies to a hidden name beside the destination, syncs, renames and removes the source. The
   /// destination must not exist.
   virtual bool move(std::string_view from, std::string_view to, TKSError* error) = 0;

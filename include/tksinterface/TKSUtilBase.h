@@ -222,7 +222,8 @@ class TKS_EXPORT TKSUtilBase {
 
   // Archives. The tools' exit status is not examined: look at what is there afterwards.
 
-  /// `unzip:to:` Unpacks a zip archive into a folder with the system's tool, replacing older files.
+  /// `unzip:to:` Unpacks a zip archive into a folder with the system's tool. Files that are there already stay as they
+  /// are, whether older or newer than the archive's.
   static void unzip(std::string_view zipPath, std::string_view to);
   /// `untar:to:` Unpacks a tar archive into a folder with the system's tool.
   static void untar(std::string_view archivePath, std::string_view to);

@@ -2,6 +2,7 @@
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <fcntl.h>
 #include <locale.h>
 
 #include <cerrno>
@@ -10,8 +11,10 @@
 #include "foundation/ErrorReasons.h"
 #include "platform/backend.h"
 #include "platform/posix/error_reasons.h"
+#include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
+#include "platform/posix/zip_directory.h"
 
 namespace tks::platform {
 namespace {
@@ -64,45 +67,63 @@ ArchiveEntry describe(archive_entry* entry) {
   return result;
 }
 
+using Visitor = std::function<bool(const ArchiveEntry&)>;
+
+bool inspectZip(const std::string& path, const Visitor& visit, TKSError* error) {
+  const posix::FileDescriptor file(
+      posix::retried([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+  if (!file) return posix::fail(error, "read archive", path);
+  const char* reason = nullptr;
+  if (posix::readZipDirectory(file, visit, reason)) return true;
+  if (error != nullptr) {
+    *error =
+        makeError(TKSErrorReason::badMessage, "NSPOSIXErrorDomain", EILSEQ, "read archive \"" + path + "\": " + reason);
+  }
+  return false;
+}
+
+bool failToRead(archive* reader, const std::string& path, TKSError* error) {
+  if (error != nullptr) {
+    // What the system refused keeps its reason; every other number is about the archive's content.
+    const int number = archive_errno(reader);
+    const TKSErrorReason known = posix::reasonOfSystemError("NSPOSIXErrorDomain", number);
+    *error = makeError(known == TKSErrorReason::systemFailed || number == EINVAL ? TKSErrorReason::badMessage : known,
+                       "NSPOSIXErrorDomain", number,
+                       "read archive \"" + path + "\": " + textOf(archive_error_string(reader)));
+  }
+  return false;
+}
+
+bool inspectTar(const std::string& path, const Visitor& visit, TKSError* error) {
+  const Utf8Names utf8Names;
+  const std::unique_ptr<archive, decltype(&archive_read_free)> reader(archive_read_new(), archive_read_free);
+  // Not all filters: for some the reader would start a program.
+  archive_read_support_filter_gzip(reader.get());
+  archive_read_support_filter_bzip2(reader.get());
+  archive_read_support_filter_xz(reader.get());
+  archive_read_support_filter_lzma(reader.get());
+  archive_read_support_filter_zstd(reader.get());
+  archive_read_support_filter_compress(reader.get());
+  archive_read_support_format_tar(reader.get());
+  if (archive_read_open_filename(reader.get(), path.c_str(), kBlockSize) != ARCHIVE_OK) {
+    return failToRead(reader.get(), path, error);
+  }
+  for (;;) {
+    archive_entry* entry = nullptr;
+    const int status = archive_read_next_header(reader.get(), &entry);
+    if (status == ARCHIVE_EOF) return true;
+    // A warning tells of a header that others may read in another way.
+    if (status != ARCHIVE_OK) return failToRead(reader.get(), path, error);
+    if (!visit(describe(entry))) return true;
+  }
+}
+
 class LinuxArchives final : public Archives {
  public:
-  bool inspect(std::string_view path, const std::function<bool(const ArchiveEntry&)>& visit, TKSError* error) override {
-    const Utf8Names utf8Names;
-    const std::unique_ptr<archive, decltype(&archive_read_free)> reader(archive_read_new(), archive_read_free);
-    const std::string name(path);
-    // Not all filters: for some the reader would start a program.
-    archive_read_support_filter_gzip(reader.get());
-    archive_read_support_filter_bzip2(reader.get());
-    archive_read_support_filter_xz(reader.get());
-    archive_read_support_filter_lzma(reader.get());
-    archive_read_support_filter_zstd(reader.get());
-    archive_read_support_filter_compress(reader.get());
-    archive_read_support_format_zip_seekable(reader.get());
-    archive_read_support_format_tar(reader.get());
+  bool inspect(std::string_view path, ArchiveFormat format, const Visitor& visit, TKSError* error) override {
     if (!posix::isPath(path)) return posix::fail(error, "read archive", path);
-    if (archive_read_open_filename(reader.get(), name.c_str(), kBlockSize) != ARCHIVE_OK) {
-      return fail(reader.get(), name, error);
-    }
-    for (;;) {
-      archive_entry* entry = nullptr;
-      const int status = archive_read_next_header(reader.get(), &entry);
-      if (status == ARCHIVE_EOF) return true;
-      if (status != ARCHIVE_OK && status != ARCHIVE_WARN) return fail(reader.get(), name, error);
-      if (!visit(describe(entry))) return true;
-    }
-  }
-
- private:
-  static bool fail(archive* reader, const std::string& name, TKSError* error) {
-    if (error != nullptr) {
-      // What the system refused keeps its reason; every other number is about the archive's content.
-      const int number = archive_errno(reader);
-      const TKSErrorReason known = posix::reasonOfSystemError("NSPOSIXErrorDomain", number);
-      *error = makeError(known == TKSErrorReason::systemFailed || number == EINVAL ? TKSErrorReason::badMessage : known,
-                         "NSPOSIXErrorDomain", number,
-                         "read archive \"" + name + "\": " + textOf(archive_error_string(reader)));
-    }
-    return false;
+    const std::string name(path);
+    return format == ArchiveFormat::zip ? inspectZip(name, visit, error) : inspectTar(name, visit, error);
   }
 };
 

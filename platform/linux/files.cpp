@@ -13,11 +13,13 @@
 #include "platform/linux/extended_attributes.h"
 #include "platform/linux/file_trees.h"
 #include "platform/posix/change_mark.h"
+#include "platform/posix/file_copy.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/private_folder.h"
+#include "platform/posix/tree_walk.h"
 #include "platform/posix/whole_files.h"
 
 namespace tks::platform {
@@ -121,6 +123,10 @@ class LinuxFiles final : public Files {
     return createDirectory(path, 0700, error) && posix::closeToOthers(path, error);
   }
 
+  std::optional<std::string> makePrivateDirectory(std::string_view beginning, TKSError* error) override {
+    return posix::makePrivateFolder(beginning, error);
+  }
+
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     if (!isPath(path)) return fail(error, "create", path);
     const std::string name(path);
@@ -144,6 +150,14 @@ class LinuxFiles final : public Files {
     if (!isPath(from)) return fail(error, "copy", from);
     if (!isPath(to)) return fail(error, "copy to", to);
     return gnulinux::copyTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
+  }
+
+  bool copyContent(std::string_view from, std::string_view to, TKSError* error) override {
+    return posix::copyContent(from, to, error);
+  }
+
+  bool visitTree(std::string_view folder, const std::function<bool(const TreeItem&)>& visit, TKSError* error) override {
+    return posix::visitTree(folder, visit, error);
   }
 
   bool move(std::string_view from, std::string_view to, TKSError* error) override {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <string>
 
 #include "platform/posix/file_descriptor.h"
@@ -32,6 +33,13 @@ bool closeToOthers(std::string_view path, TKSError* error) {
   }
   if ((facts.st_mode & kAllRights) == kOwnersRights) return true;
   return ::fchmod(folder.get(), kOwnersRights) == 0 || fail(error, "close to others", path);
+}
+
+std::optional<std::string> makePrivateFolder(std::string_view beginning, TKSError* error) {
+  std::string path = std::string(beginning) + "XXXXXX";
+  if (isPath(beginning) && ::mkdtemp(path.data()) != nullptr) return path;
+  fail(error, "create the folder", path);
+  return std::nullopt;
 }
 
 }  // namespace tks::posix

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <optional>
+#include <string>
 #include <string_view>
 
 #include <tksinterface/TKSError.h>
@@ -9,5 +11,8 @@ namespace tks::posix {
 /// Takes every right of others away from a folder. False, and `error`, when it is not this user's own folder; a link to
 /// one is none.
 bool closeToOthers(std::string_view path, TKSError* error);
+
+/// See platform::Files::makePrivateDirectory.
+std::optional<std::string> makePrivateFolder(std::string_view beginning, TKSError* error);
 
 }  // namespace tks::posix

@@ -34,14 +34,6 @@ int createSibling(std::string_view path, mode_t mode, std::string& name) {
   return descriptor;
 }
 
-/// Whether the process may write a file of this size. Writing beyond its limit would send it a signal that ends it.
-bool isWithinFileSizeLimit(std::size_t size) {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return true;
-  errno = EFBIG;
-  return size <= limit.rlim_cur;
-}
-
 /// Brings what was written to the medium. The usual call ends at the drive's cache where the system has another one for
 /// the way from there.
 bool sync(int descriptor) {
@@ -107,6 +99,13 @@ std::optional<TKSData> readWholeFile(std::string_view path, std::size_t limit, T
   }
   content.resize(size);
   return content;
+}
+
+bool isWithinFileSizeLimit(std::uint64_t size) {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return true;
+  errno = EFBIG;
+  return size <= limit.rlim_cur;
 }
 
 bool writeAll(int descriptor, std::span<const std::uint8_t> content) {

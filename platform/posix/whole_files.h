@@ -20,6 +20,10 @@ std::optional<TKSData> readWholeFile(std::string_view path, std::size_t limit, T
 /// not.
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error);
 
+/// Whether this process may write a file of this size: writing beyond its limit would send it a signal that ends it.
+/// Sets errno when not.
+bool isWithinFileSizeLimit(std::uint64_t size);
+
 /// Writes all bytes to a descriptor. False, and errno, when that fails.
 bool writeAll(int descriptor, std::span<const std::uint8_t> content);
 

@@ -130,7 +130,7 @@ TEST_F(Unpacking, TellsThatAToolWasEndedEarly) {
   EXPECT_EQ(textWith("Unzip Output: "), "begun\n");
 }
 
-TEST_F(Unpacking, UpdatesWhatIsOlderAndNeverAsks) {
+TEST_F(Unpacking, KeepsWhatIsThereAndNeverAsks) {
   const std::string zip = archive();
   const std::string folder = base_ / "there";
   const std::string file = folder + "/" + std::string(TKSAppName) + "/Contents/Info.plist";
@@ -139,6 +139,8 @@ TEST_F(Unpacking, UpdatesWhatIsOlderAndNeverAsks) {
   world.tools.limitTime(std::chrono::seconds(60));
   TKSUtilBase::unzip(zip, folder);
   EXPECT_EQ(log.lines().back(), (LogLine{2, "Unzip End"})) << "the question finds no answer, and nobody waits";
+  EXPECT_EQ(contentOf(file), "older");
+  EXPECT_TRUE(fs::exists(folder + "/" + std::string(TKSAppName) + "/Contents/CodeResources")) << "the rest is there";
 }
 
 TEST_F(Unpacking, TakesNoPathForAnOption) {
@@ -148,6 +150,25 @@ TEST_F(Unpacking, TakesNoPathForAnOption) {
   EXPECT_THAT(world.tools.requests[0].arguments, ElementsAre("-u", "-d", "./-there", "./-x.zip"));
   EXPECT_THAT(world.tools.requests[1].arguments, ElementsAre("-xvf", "./-x.tar", "-C", "./-there"));
   EXPECT_THAT(world.tools.requests[2].arguments, ElementsAre("-xvf", "./host:x.tar", "-C", "there"));
+}
+
+TEST_F(Unpacking, FindsAZipWhateverItsNameAndFolder) {
+  const std::string content = tks::test::zipOf({{"inside", "x"}});
+  const std::string other = tks::test::zipOf({{"other", "x"}});
+  const char* const names[] = {"a\\b.zip", "a*b.zip", "a[b.zip",    "[ab].zip", "a?b.zip",    "a\\*b.zip",
+                               "\\.zip",   "*.zip",   "a\\[b].zip", "!.zip",    "a\\\\*.zip", "[!a]\\.zip"};
+  for (const char* folder : {"plain", "a*b", "a\\b", "[ab]", "a\\*b", "-a"}) {
+    const std::string place = base_ / folder;
+    // What the names would stand for as patterns.
+    for (const char* trap : {"a.zip", "b.zip", "ab.zip", "axb.zip", "zz.zip"}) writeFile(place + "/" + trap, other);
+    for (const char* name : names) {
+      writeFile(place + "/" + name, content);
+      TKSUtilBase::unzip(place + "/" + name, base_ / "out");
+      EXPECT_THAT(tks::test::namesIn(base_ / "out"), ElementsAre("inside")) << folder << "/" << name;
+      fs::remove_all(base_ / "out");
+      fs::remove(place + "/" + name);
+    }
+  }
 }
 
 TEST_F(Unpacking, OfATarUnpacksWholeTreesHoweverMuchTheToolTells) {

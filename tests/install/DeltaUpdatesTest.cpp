@@ -561,6 +561,9 @@ TEST_F(DeltaUpdates, BoundsWhatTheUnpackerMayWrite) {
   ASSERT_EQ(tools.requests.size(), 1u);
   EXPECT_EQ(tools.requests[0].tool, tks::platform::Tool::tar);
   EXPECT_EQ(tools.requests[0].writeLimit, 256u * 1024 * 1024);
+  // It works on a copy, in a folder made for this.
+  EXPECT_THAT(tools.requests[0].arguments[1], testing::MatchesRegex(".*/\\.unpacking-[^/]+/archive"));
+  EXPECT_THAT(tools.requests[0].arguments[3], testing::MatchesRegex(".*/\\.unpacking-[^/]+/unpacked"));
 }
 
 /// An archive in a folder where an earlier list is.

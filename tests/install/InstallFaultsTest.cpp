@@ -55,6 +55,16 @@ class KillingFiles final : public tks::test::ForwardingFiles {
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
     return step(), ForwardingFiles::usePrivateDirectory(path, error);
   }
+  std::optional<std::string> makePrivateDirectory(std::string_view beginning, TKSError* error) override {
+    return step(), ForwardingFiles::makePrivateDirectory(beginning, error);
+  }
+  bool copyContent(std::string_view from, std::string_view to, TKSError* error) override {
+    return step(), ForwardingFiles::copyContent(from, to, error);
+  }
+  bool visitTree(std::string_view folder, const std::function<bool(const tks::platform::TreeItem&)>& visit,
+                 TKSError* error) override {
+    return step(), ForwardingFiles::visitTree(folder, visit, error);
+  }
   bool remove(std::string_view path, TKSError* error) override { return step(), ForwardingFiles::remove(path, error); }
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
     return step(), ForwardingFiles::move(from, to, error);
@@ -370,7 +380,8 @@ TEST_F(FailedInstallation, ForLackOfSpaceOnTheTargetsVolumeLeavesTheOldLauncher)
 
 TEST_F(FailedInstallation, WithoutAParentThatCanBeMadeNamesTheReason) {
   class FullFiles final : public tks::test::ForwardingFiles {
-    bool createDirectory(std::string_view, std::uint32_t, TKSError* error) override {
+    bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+      if (!path.ends_with("/none")) return ForwardingFiles::createDirectory(path, permissions, error);
       *error = {"NSPOSIXErrorDomain", ENOSPC, "No space left on device"};
       return false;
     }
@@ -454,7 +465,8 @@ TEST_F(FailedInstallation, ThatCannotExchangeTheLaunchersSaysWhy) {
 
 TEST_F(FailedInstallation, ThatCannotMoveTheLauncherSaysWhy) {
   class Stubborn final : public tks::test::ForwardingFiles {
-    bool move(std::string_view, std::string_view, TKSError* error) override {
+    bool move(std::string_view from, std::string_view to, TKSError* error) override {
+      if (to.find(".replacement-") == std::string_view::npos) return ForwardingFiles::move(from, to, error);
       *error = {"D", 7, "stubborn"};
       return false;
     }

@@ -118,7 +118,7 @@ TEST_F(InstallLauncher, RemovesTheQuarantineMark) {
   // The mark lies on the unpacked bundle, as the system's own unpacker leaves it.
   bool marked = false;
   world.tools.afterUnzip = [&] {
-    marked = ::setxattr(world.unpacked().c_str(), "user.com.apple.quarantine", "0081", 4, 0) == 0;
+    marked = ::setxattr(world.unpackedByTool().c_str(), "user.com.apple.quarantine", "0081", 4, 0) == 0;
   };
   ASSERT_TRUE(install("5.0.1", archive("5.0.1")));
   if (!marked) GTEST_SKIP() << "no attributes here";

@@ -1,5 +1,6 @@
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -20,6 +21,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using tks::platform::ArchiveEntry;
+using tks::platform::ArchiveFormat;
 using tks::platform::Tool;
 using tks::test::launcherAt;
 using tks::test::LauncherPlan;
@@ -139,10 +141,33 @@ TEST_F(InstallThreats, APackageThatIsExchangedForAnotherOfTheMakersIsProvenAgain
   EXPECT_EQ(launcherAt(target()), "5.0.1");
 }
 
+TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
+  // Written through memory that was written to before, which sets no time of change.
+  world.host.bundleIdentifier.reset();
+  char* mapped = nullptr;
+  world.tools.afterUnzip = [&] {
+    const int file = ::open(contentPath(world.unpackedByTool()).c_str(), O_RDWR | O_CLOEXEC);
+    void* const memory = ::mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    ::close(file);
+    ASSERT_NE(memory, MAP_FAILED);
+    mapped = static_cast<char*>(memory);
+    *mapped = *static_cast<volatile char*>(mapped);
+  };
+  {
+    const std::string zip = archive("5.0.1");
+    const SignaturesWithASequel signatures([&] { *mapped ^= 1; });
+    EXPECT_FALSE(install("5.0.1", zip));
+  }
+  ASSERT_NE(mapped, nullptr);
+  ::munmap(mapped, 1);
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
 TEST_F(InstallThreats, APackageThatIsChangedOnItsWayIsNotInstalled) {
   class Meddler final : public tks::test::ForwardingFiles {
     bool move(std::string_view from, std::string_view to, TKSError* error) override {
       const bool moved = ForwardingFiles::move(from, to, error);
+      if (to.find(".replacement-") == std::string_view::npos) return moved;
       tks::test::flip(contentPath(std::string(to)), 1);
       return moved;
     }
@@ -223,7 +248,8 @@ class ArchiveThreats : public InstallThreats {
  protected:
   /// The objection against an archive of these entries.
   std::string objectionTo(const std::vector<ZipEntry>& entries) {
-    return tks::install::lookInto(file("odd.zip", zipOf(entries)), base_.path()).objection.value_or("none");
+    const std::string path = file("odd.zip", zipOf(entries));
+    return tks::install::lookInto(path, ArchiveFormat::zip, base_.path()).objection.value_or("none");
   }
 };
 
@@ -233,7 +259,8 @@ class SaidArchives final : public tks::platform::Archives {
   std::function<ArchiveEntry(int number)> entry;
   int count = 1;
 
-  bool inspect(std::string_view, const std::function<bool(const ArchiveEntry&)>& visit, TKSError*) override {
+  bool inspect(std::string_view, ArchiveFormat, const std::function<bool(const ArchiveEntry&)>& visit,
+               TKSError*) override {
     for (int i = 0; i < count && visit(entry(i)); ++i) {
     }
     return true;
@@ -340,9 +367,10 @@ TEST_F(ArchiveThreats, LinksThatLeadOutOfTheFolderAreRefused) {
 TEST_F(ArchiveThreats, LessThanIsHarmlessMayGrowAsItLikes) {
   writeFile(base_ / "zeros/file", std::string(50'000'000, '\0'));
   const std::string zip = tks::test::zipped(base_ / "zeros", "file", base_ / "zeros.zip");
-  EXPECT_EQ(tks::install::lookInto(zip, base_.path()).objection, std::nullopt);
-  EXPECT_EQ(tks::install::lookInto(zip, base_.path()).size, 50'000'000u);
-  EXPECT_THAT(tks::install::lookInto(zip, base_.path()).topNames, ElementsAre("file"));
+  const tks::install::ArchiveContent content = tks::install::lookInto(zip, ArchiveFormat::zip, base_.path());
+  EXPECT_EQ(content.objection, std::nullopt);
+  EXPECT_EQ(content.size, 50'000'000u);
+  EXPECT_THAT(content.names, ElementsAre("file"));
 }
 
 // Paths that tools could take for something else.

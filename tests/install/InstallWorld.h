@@ -173,6 +173,14 @@ class InstallWorld {
   InstallTools tools;
   ApplicationsBelow applications;
 
+  /// Where the unpacker put the launcher last.
+  std::string unpackedByTool() const {
+    std::string folder;
+    for (const platform::ToolRequest& request : tools.requests) {
+      if (request.tool == platform::Tool::unzip) folder = request.arguments.at(2);
+    }
+    return folder + "/" + std::string(TKSAppName);
+  }
   std::string unpackFolder() { return folders.temporary() + "/com.tarvo.host"; }
   std::string unpacked() { return unpackFolder() + "/" + std::string(TKSAppName); }
 };

@@ -17,6 +17,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 using tks::platform::ArchiveEntry;
+using tks::platform::ArchiveFormat;
 using tks::test::writeFile;
 using tks::test::ZipEntry;
 using tks::test::zipOf;
@@ -24,10 +25,14 @@ using Kind = ArchiveEntry::Kind;
 
 class Archives : public ::testing::Test {
  protected:
+  /// Temporary archives have the names of their formats.
+  static ArchiveFormat formatOf(const std::string& path) {
+    return path.find(".tar") != std::string::npos ? ArchiveFormat::tar : ArchiveFormat::zip;
+  }
   std::vector<ArchiveEntry> entriesOf(const std::string& path) {
     std::vector<ArchiveEntry> entries;
     EXPECT_TRUE(tks::platform::archives().inspect(
-        path,
+        path, formatOf(path),
         [&](const ArchiveEntry& entry) {
           entries.push_back(entry);
           return true;
@@ -99,20 +104,21 @@ TEST_F(Archives, EndTheLookWhenItIsEnough) {
   writeFile(folder / "a.zip", zipOf({{"a", "x"}, {"b", "x"}}));
   int count = 0;
   EXPECT_TRUE(tks::platform::archives().inspect(
-      folder / "a.zip", [&](const ArchiveEntry&) { return ++count < 1; }, &error));
+      folder / "a.zip", ArchiveFormat::zip, [&](const ArchiveEntry&) { return ++count < 1; }, &error));
   EXPECT_EQ(count, 1);
 }
 
 TEST_F(Archives, ThatCannotBeReadNameTheReason) {
   writeFile(folder / "garbage", std::string(3000, 'g'));
+  writeFile(folder / "garbage.tar", std::string(3000, 'g'));
   writeFile(folder / "empty", "");
   const std::string whole = zipOf({{"a", std::string(5000, 'x')}, {"b", "x"}});
   writeFile(folder / "cut", whole.substr(0, whole.size() / 2));
-  for (const char* name : {"garbage", "cut", "none"}) {
+  for (const char* name : {"garbage", "cut", "none", "garbage.tar", "none.tar"}) {
     int count = 0;
     TKSError reason;
     EXPECT_FALSE(tks::platform::archives().inspect(
-        folder / name, [&](const ArchiveEntry&) { return ++count > 0; }, &reason))
+        folder / name, formatOf(name), [&](const ArchiveEntry&) { return ++count > 0; }, &reason))
         << name;
     EXPECT_EQ(reason.domain, "NSPOSIXErrorDomain") << name;
     EXPECT_THAT(reason.localizedDescription, testing::StartsWith("read archive \"" + (folder / name) + "\": ")) << name;

@@ -26,6 +26,9 @@ class ForwardingFiles : public platform::Files {
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
     return real().usePrivateDirectory(path, error);
   }
+  std::optional<std::string> makePrivateDirectory(std::string_view beginning, TKSError* error) override {
+    return real().makePrivateDirectory(beginning, error);
+  }
   bool createFile(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     return real().createFile(path, permissions, error);
   }
@@ -35,6 +38,13 @@ class ForwardingFiles : public platform::Files {
   }
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
     return real().copy(from, to, error);
+  }
+  bool copyContent(std::string_view from, std::string_view to, TKSError* error) override {
+    return real().copyContent(from, to, error);
+  }
+  bool visitTree(std::string_view folder, const std::function<bool(const platform::TreeItem&)>& visit,
+                 TKSError* error) override {
+    return real().visitTree(folder, visit, error);
   }
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
     return real().move(from, to, error);

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include <tksinterface/TKSError.h>
+
+#include "install/ArchiveCheck.h"
+#include "platform/archives.h"
+
+namespace tks::install {
+
+/// Unpacks one archive where nobody else can look or write: in a folder made for it alone, with a copy of the archive
+/// and, beside the copy, an empty folder. The look before unpacking, the tool and the look after it so meet the same
+/// bytes, and no link or file of an earlier archive. All of it goes with this object; only what was taken stays.
+class PrivateUnpacking {
+ public:
+  /// `place` is the folder in which the private one is made, and which the lines name.
+  explicit PrivateUnpacking(std::string place) : place_(std::move(place)) {}
+  ~PrivateUnpacking();
+  PrivateUnpacking(const PrivateUnpacking&) = delete;
+  PrivateUnpacking& operator=(const PrivateUnpacking&) = delete;
+
+  /// Copies the archive, looks into it, unpacks it and looks at what came out. False, with a level-8 line and `error`,
+  /// when there is an objection or a step fails; what the tool itself says is not asked. Once for each object.
+  bool run(const std::string& archive, platform::ArchiveFormat format, const ArchiveRules& rules, TKSError* error);
+  /// Moves something from the top of what was unpacked to a free place on the same volume. False when it is not there,
+  /// is a link, or cannot be moved.
+  bool take(std::string_view name, const std::string& destination, TKSError* error) const;
+
+  /// Removes the private folders that processes left in `place` which ended while they unpacked. Nobody may be
+  /// unpacking there now.
+  static void removeLeftOvers(const std::string& place);
+
+ private:
+  std::optional<TKSError> unpack(const std::string& archive, platform::ArchiveFormat format, const ArchiveRules& rules);
+  bool makeFolders(TKSError& error);
+
+  std::string place_;
+  std::string private_;
+  std::string unpacked_;
+  /// Permissions that a new folder has here.
+  std::uint32_t allowed_ = 0;
+};
+
+}  // namespace tks::install
