@@ -16,10 +16,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/tool_runner.h"
+#include "codesign/signing/mach_o_writer.h"
+#include "codesign/signing/signer.h"
+#include "platform/linux/processes/tool_runner.h"
 #include "platform/platform.h"
-#include "tools/signing/mach_o_writer.h"
-#include "tools/signing/signer.h"
 
 namespace {
 

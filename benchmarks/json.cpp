@@ -11,7 +11,7 @@
 
 #include <tksinterface/TKSMessage.h>
 
-#include "foundation/JsonWriter.h"
+#include "foundation/values/JsonWriter.h"
 #include "platform/platform.h"
 
 namespace {

@@ -19,13 +19,13 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/signatures/cms_signature.h"
-#include "platform/linux/signatures/code_directory.h"
+#include "codesign/container/code_directory.h"
+#include "codesign/signing/directory_writer.h"
+#include "codesign/signing/mach_o_writer.h"
+#include "codesign/signing/message.h"
+#include "codesign/signing/signer.h"
+#include "codesign/trust/cms_signature.h"
 #include "platform/platform.h"
-#include "tools/signing/directory_writer.h"
-#include "tools/signing/mach_o_writer.h"
-#include "tools/signing/message.h"
-#include "tools/signing/signer.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 # Target header_self_sufficiency: compiles every header on its own.
 file(GLOB_RECURSE tks_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
-     include/*.h platform/*.h foundation/*.h messaging/*.h install/*.h interface/*.h)
+     include/*.h foundation/*.h formats/*.h platform/*.h codesign/*.h messaging/*.h install/*.h interface/*.h)
 if(APPLE)
-  list(FILTER tks_headers EXCLUDE REGEX "^platform/linux/")
+  list(FILTER tks_headers EXCLUDE REGEX "^(platform/linux|formats|codesign)/")
 else()
   list(FILTER tks_headers EXCLUDE REGEX "^platform/apple/")
 endif()

@@ -3,8 +3,8 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/OutOfMemory.h"
 #include "platform/bundles.h"
 #include "platform/files.h"
 #include "platform/platform.h"

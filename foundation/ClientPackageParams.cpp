@@ -5,9 +5,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Base64.h"
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Base64.h"
+#include "foundation/values/OutOfMemory.h"
 #include "platform/json.h"
 #include "platform/platform.h"
 

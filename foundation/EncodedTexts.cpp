@@ -6,9 +6,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Base64.h"
-#include "foundation/Logging.h"
-#include "foundation/Utf8.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Base64.h"
+#include "foundation/values/Utf8.h"
 #include "platform/platform.h"
 
 // Texts in base64, and percent-encoded ones.

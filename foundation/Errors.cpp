@@ -1,7 +1,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 // The library's error objects.
 

@@ -5,8 +5,8 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/bundles.h"
 #include "platform/files.h"
 #include "platform/known_folders.h"

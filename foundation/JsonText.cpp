@@ -7,8 +7,8 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/JsonWriter.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/values/JsonWriter.h"
+#include "foundation/values/OutOfMemory.h"
 #include "platform/platform.h"
 
 // JSON texts and the values they hold.

@@ -8,8 +8,8 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/OutOfMemory.h"
 
 // Values of nested dictionaries by key path, in memory. What stands in files, preferences and elsewhere goes through
 // here.

@@ -7,9 +7,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Characters.h"
-#include "foundation/Logging.h"
-#include "foundation/Utf8.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Characters.h"
+#include "foundation/values/Utf8.h"
 #include "platform/platform.h"
 
 // Files with one parameter a line:

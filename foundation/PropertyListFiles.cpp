@@ -4,8 +4,8 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/KeyPaths.h"
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/OutOfMemory.h"
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/property_lists.h"

@@ -7,7 +7,7 @@
 #include <tksinterface/TKSURL.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 // Queries of URLs. Nothing is decoded, neither percent signs nor "+".
 

@@ -7,10 +7,10 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/HeldLines.h"
-#include "foundation/Logging.h"
 #include "foundation/SystemInformation.h"
-#include "foundation/Utf8.h"
+#include "foundation/logging/HeldLines.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Utf8.h"
 #include "platform/platform.h"
 
 // What the rest of the library wants to know of the machine and its user.

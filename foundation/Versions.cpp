@@ -7,7 +7,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/IntegerValue.h"
+#include "foundation/values/IntegerValue.h"
 #include "platform/platform.h"
 
 // Versions as texts: "44.10.1", "4.2 (10)", "V4-2".

@@ -6,10 +6,10 @@
 
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Characters.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
-#include "foundation/Utf8.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Characters.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/Utf8.h"
 #include "install/RunTool.h"
 
 // Unpacking with the system's tools. Nobody looks at their exit status: callers judge by what is there afterwards.

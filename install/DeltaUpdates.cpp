@@ -9,7 +9,7 @@
 #include <tksinterface/TKSURL.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 #include "install/ArchiveCheck.h"
 #include "install/PrivateUnpacking.h"
 #include "platform/platform.h"

@@ -3,10 +3,10 @@
 
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Characters.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
-#include "foundation/Utf8.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Characters.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/Utf8.h"
 #include "platform/platform.h"
 
 // Where a downloaded file came from. The system notes it in an extended attribute; from macOS 10.15 on it may hide the

@@ -6,9 +6,9 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/FilePaths.h"
-#include "foundation/HeldLines.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/HeldLines.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 // What the installed launcher needs to be started: execute permission for itself and its app extensions; and which

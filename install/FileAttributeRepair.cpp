@@ -3,7 +3,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 #include "platform/platform.h"
 
 namespace {

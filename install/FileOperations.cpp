@@ -6,9 +6,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/ErrorReasons.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 namespace {

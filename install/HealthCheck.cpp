@@ -9,11 +9,11 @@
 #include <tksinterface/TKSUtilBase.h>
 #include <tksinterface/TKSUtilBaseHelper.h>
 
-#include "foundation/Characters.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
-#include "foundation/Utf8.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Characters.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/OutOfMemory.h"
+#include "foundation/values/Utf8.h"
 #include "install/RunTool.h"
 #include "platform/platform.h"
 

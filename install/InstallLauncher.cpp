@@ -7,10 +7,10 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/ErrorReasons.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/OutOfMemory.h"
 #include "install/LauncherIdentity.h"
 #include "install/PackageVersions.h"
 #include "install/PlaceLock.h"

@@ -7,8 +7,8 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 namespace tks::install {

@@ -4,8 +4,8 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/IntegerValue.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/IntegerValue.h"
 #include "install/PackageVersions.h"
 #include "install/Trust.h"
 #include "platform/platform.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "foundation/Characters.h"
+#include "foundation/values/Characters.h"
 
 namespace tks::install {
 

@@ -1,6 +1,6 @@
 #include "install/PlaceLock.h"
 
-#include "foundation/FilePaths.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 namespace tks::install {

@@ -5,10 +5,10 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/ErrorReasons.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/OutOfMemory.h"
 #include "install/Archives.h"
 #include "install/RemoveWhole.h"
 #include "install/UnpackedTree.h"

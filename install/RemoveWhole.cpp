@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <optional>
 
-#include "foundation/FilePaths.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 namespace tks::install {

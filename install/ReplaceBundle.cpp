@@ -7,9 +7,9 @@
 
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/OutOfMemory.h"
 #include "install/RemoveWhole.h"
 #include "platform/platform.h"
 

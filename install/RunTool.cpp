@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 #include "platform/platform.h"
 
 tks::platform::ToolResult tks::install::runTool(const platform::ToolRequest& request) {

@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/FilePaths.h"
 #include "install/PrivateUnpacking.h"
 #include "install/RemoveWhole.h"
 #include "platform/platform.h"

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/FilePaths.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 namespace tks::install {

@@ -4,8 +4,8 @@
 
 #include <tksinterface/TKSConstants.h>
 
-#include "foundation/ErrorReasons.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 
 namespace tks::interface {
 

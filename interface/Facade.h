@@ -13,7 +13,7 @@
 #include <tksinterface/TKSIMessageHandler.h>
 #include <tksinterface/TKSInterface.h>
 
-#include "foundation/Epoch.h"
+#include "foundation/values/Epoch.h"
 #include "interface/Session.h"
 #include "platform/platform.h"
 

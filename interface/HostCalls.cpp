@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 namespace tks::interface {
 

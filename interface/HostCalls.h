@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "foundation/Epoch.h"
+#include "foundation/values/Epoch.h"
 
 namespace tks::interface {
 

@@ -10,10 +10,10 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Epoch.h"
-#include "foundation/ErrorReasons.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Epoch.h"
+#include "foundation/values/ErrorReasons.h"
+#include "foundation/values/FilePaths.h"
 #include "install/PlaceLock.h"
 #include "interface/HostCalls.h"
 #include "interface/LaunchArguments.h"

@@ -4,9 +4,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Characters.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/Characters.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 
 using tks::joinedPath;

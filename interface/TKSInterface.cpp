@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "foundation/FilePaths.h"
-#include "foundation/HeldLines.h"
+#include "foundation/logging/HeldLines.h"
+#include "foundation/values/FilePaths.h"
 #include "interface/Conversation.h"
 #include "interface/Facade.h"
 #include "platform/platform.h"

@@ -3,7 +3,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 #include "interface/Facade.h"
 
 // Asking the launcher to launch meetings.

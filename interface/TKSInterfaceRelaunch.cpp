@@ -1,7 +1,7 @@
 #include <chrono>
 #include <utility>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 #include "interface/Facade.h"
 #include "platform/platform.h"
 

@@ -6,9 +6,9 @@
 #include <tksinterface/TKSLaunchVocabulary.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/ErrorReasons.h"
-#include "foundation/FilePaths.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
+#include "foundation/values/FilePaths.h"
 #include "install/LauncherIdentity.h"
 #include "install/PlaceLock.h"
 #include "interface/Facade.h"

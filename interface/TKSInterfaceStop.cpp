@@ -3,8 +3,8 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/ErrorReasons.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "interface/Facade.h"
 
 // Taking leave of the launcher.

@@ -2,9 +2,9 @@
 
 #include <new>
 
-#include "foundation/JsonWriter.h"
-#include "foundation/OutOfMemory.h"
-#include "foundation/Utf8.h"
+#include "foundation/values/JsonWriter.h"
+#include "foundation/values/OutOfMemory.h"
+#include "foundation/values/Utf8.h"
 
 namespace tks::messaging {
 

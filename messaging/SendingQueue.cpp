@@ -6,8 +6,8 @@
 
 #include <tksinterface/TKSConstants.h>
 
-#include "foundation/HeldLines.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/HeldLines.h"
+#include "foundation/logging/Logging.h"
 #include "messaging/Frame.h"
 
 namespace tks::messaging {

@@ -12,8 +12,8 @@
 #include <tksinterface/TKSURL.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include "foundation/IntegerValue.h"
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
+#include "foundation/values/IntegerValue.h"
 #include "platform/platform.h"
 
 using tks::callHost;

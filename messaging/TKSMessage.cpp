@@ -9,8 +9,8 @@
 #include <tksinterface/TKSFormat.h>
 #include <tksinterface/TKSMessageVocabulary.h>
 
-#include "foundation/JsonWriter.h"
-#include "foundation/OutOfMemory.h"
+#include "foundation/values/JsonWriter.h"
+#include "foundation/values/OutOfMemory.h"
 #include "messaging/MessageText.h"
 #include "platform/platform.h"
 

@@ -10,8 +10,9 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSLaunchVocabulary.h>
 
-#include "foundation/HeldLines.h"
-#include "foundation/Logging.h"
+#include "foundation/Trace.h"
+#include "foundation/logging/HeldLines.h"
+#include "foundation/logging/Logging.h"
 #include "messaging/FileHosts.h"
 #include "messaging/Frame.h"
 #include "messaging/FrameReader.h"

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "foundation/ErrorReasons.h"
+#include "foundation/values/ErrorReasons.h"
 #include "platform/apple/tar_headers.h"
 #include "platform/backend.h"
 #include "platform/posix/file_descriptor.h"

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "foundation/Utf8.h"
+#include "foundation/values/Utf8.h"
 #include "platform/apple/property_list_bounds.h"
 #include "platform/posix/error_reasons.h"
 #include "platform/posix/posix_error.h"

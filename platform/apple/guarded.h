@@ -5,7 +5,7 @@
 #include <functional>
 #include <string_view>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 namespace tks::platform::apple {
 

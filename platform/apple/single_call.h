@@ -4,7 +4,7 @@
 #include <mutex>
 #include <utility>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 namespace tks::platform::apple {
 

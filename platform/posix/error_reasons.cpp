@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "foundation/ErrorReasons.h"
+#include "foundation/values/ErrorReasons.h"
 
 namespace tks::posix {
 namespace {

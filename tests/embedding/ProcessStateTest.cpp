@@ -8,7 +8,7 @@
 
 #include <tksinterface/tksinterface.h>
 
-#include "tests/signatures/Fixtures.h"
+#include "tests/codesign/Fixtures.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FakeHostProcess.h"

@@ -2,9 +2,9 @@
 #include <fstream>
 #include <map>
 
+#include "codesign/signing/identity.h"
+#include "codesign/signing/signer.h"
 #include "tests/end_to_end/EndToEndTest.h"
-#include "tools/signing/identity.h"
-#include "tools/signing/signer.h"
 
 // Real hosts that check whom a launcher is from before they start it: no lab device, no replaced contract.
 

@@ -1,8 +1,8 @@
-#include "foundation/Characters.h"
+#include "foundation/values/Characters.h"
 
 #include <gtest/gtest.h>
 
-#include "foundation/FilePaths.h"
+#include "foundation/values/FilePaths.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "foundation/IntegerValue.h"
+#include "foundation/values/IntegerValue.h"
 
 #include <gtest/gtest.h>
 

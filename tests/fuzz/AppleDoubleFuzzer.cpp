@@ -1,7 +1,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/apple_double.h"
+#include "formats/apple_double.h"
 #include "tests/fuzz/Require.h"
 
 // Attributes of a file that are kept beside it. What can be read and written again is the same then.

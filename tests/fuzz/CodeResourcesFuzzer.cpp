@@ -1,8 +1,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/signatures/code_resources.h"
-#include "platform/linux/signatures/status.h"
+#include "codesign/container/status.h"
+#include "codesign/resources/code_resources.h"
 #include "tests/fuzz/Require.h"
 
 // The seal over a bundle's resources, in either form of property lists, with its rules.

@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "foundation/Base64.h"
-#include "foundation/Utf8.h"
+#include "foundation/values/Base64.h"
+#include "foundation/values/Utf8.h"
 #include "tests/fuzz/Require.h"
 
 using tks::fuzz::require;

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "foundation/JsonWriter.h"
+#include "foundation/values/JsonWriter.h"
 #include "platform/platform.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "foundation/Utf8.h"
+#include "foundation/values/Utf8.h"
 #include "tests/foundation/ReferenceMasking.h"
 #include "tests/fuzz/Require.h"
 

@@ -1,8 +1,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/signatures/requirement.h"
-#include "platform/linux/signatures/rule_patterns.h"
+#include "codesign/requirement/requirement.h"
+#include "codesign/resources/rule_patterns.h"
 #include "tests/fuzz/Require.h"
 
 // Requirements in text and binary form, and the expressions of a seal's rules.

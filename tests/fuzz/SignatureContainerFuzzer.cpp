@@ -6,11 +6,11 @@
 #include <memory>
 #include <utility>
 
-#include "platform/linux/signatures/code_directory.h"
-#include "platform/linux/signatures/mach_o.h"
-#include "platform/linux/signatures/requirement.h"
-#include "platform/linux/signatures/status.h"
-#include "platform/linux/signatures/super_blob.h"
+#include "codesign/container/code_directory.h"
+#include "codesign/container/mach_o.h"
+#include "codesign/container/status.h"
+#include "codesign/container/super_blob.h"
+#include "codesign/requirement/requirement.h"
 #include "tests/fuzz/Require.h"
 
 // The containers of signatures: a Mach-O file with what is embedded in it, a super blob, a code directory.

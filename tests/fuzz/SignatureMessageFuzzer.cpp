@@ -1,12 +1,12 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/signatures/ber_structure.h"
-#include "platform/linux/signatures/certificates.h"
-#include "platform/linux/signatures/cms_signature.h"
-#include "platform/linux/signatures/status.h"
+#include "codesign/container/status.h"
+#include "codesign/signing/directory_writer.h"
+#include "codesign/trust/ber_structure.h"
+#include "codesign/trust/certificates.h"
+#include "codesign/trust/cms_signature.h"
 #include "tests/fuzz/Require.h"
-#include "tools/signing/directory_writer.h"
 
 // The message that signs a code directory, with its certificates and its time stamp.
 

@@ -14,10 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/curl_download.h"
+#include "platform/linux/files/curl_download.h"
 #include "platform/platform.h"
+#include "tests/codesign/Fixtures.h"
 #include "tests/install/TarArchive.h"
-#include "tests/signatures/Fixtures.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/ForwardingFiles.h"

@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/apple_double.h"
-#include "platform/linux/tool_runner.h"
+#include "formats/apple_double.h"
+#include "platform/linux/processes/tool_runner.h"
 #include "platform/platform.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FakeHostProcess.h"

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/linux/tool_runner.h"
+#include "platform/linux/processes/tool_runner.h"
 #include "platform/platform.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/LogRecorder.h"

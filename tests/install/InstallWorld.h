@@ -9,9 +9,9 @@
 
 #include <tksinterface/tksinterface.h>
 
-#include "platform/linux/tool_runner.h"
+#include "platform/linux/processes/tool_runner.h"
 #include "platform/platform.h"
-#include "tests/signatures/Fixtures.h"
+#include "tests/codesign/Fixtures.h"
 #include "tests/support/BuildPaths.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/FakeHostProcess.h"

@@ -9,14 +9,14 @@
 #include <random>
 #include <string>
 
-#include "platform/apple/shortest_real.h"
+#include "foundation/values/ShortestReal.h"
 
 // What macOS writes reals with, against the C++ library of a system whose library can.
 
 namespace {
 
-using tks::platform::RealNotation;
-using tks::platform::apple::writeShortest;
+using tks::RealNotation;
+using tks::writeShortest;
 
 std::string ours(double value, RealNotation notation) {
   char text[32];

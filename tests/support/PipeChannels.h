@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/linux/stream_channel.h"
+#include "platform/linux/channels/stream_channel.h"
 #include "platform/platform.h"
 
 namespace tks::test {

@@ -3,7 +3,7 @@
 #ifdef __APPLE__
 #include "platform/apple/tool_runner.h"
 #else
-#include "platform/linux/tool_runner.h"
+#include "platform/linux/processes/tool_runner.h"
 #endif
 
 namespace tks::test {

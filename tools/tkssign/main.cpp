@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/signing/identity.h"
-#include "tools/signing/signer.h"
+#include "codesign/signing/identity.h"
+#include "codesign/signing/signer.h"
 
 // Signs launchers for development and tests, and makes identities to do it with.
 

@@ -1,5 +1,5 @@
 #include "platform/apple/file_trees.h"
-#include "platform/linux/file_trees.h"
+#include "platform/linux/files/file_trees.h"
 
 // What macOS has calls of its own for, of which nothing is Foundation's.
 

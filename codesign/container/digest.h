@@ -1,0 +1,92 @@
+#pragma once
+
+#include <openssl/types.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "codesign/container/byte_source.h"
+
+namespace tks::codesign {
+
+/// Hash types by the numbers that signatures use.
+enum class HashType : std::uint8_t { sha1 = 1, sha256 = 2, sha256Truncated = 3, sha384 = 4 };
+
+/// The hash type with a number; nothing for numbers that are not supported.
+constexpr std::optional<HashType> hashTypeOf(std::uint8_t number) {
+  return number >= 1 && number <= 4 ? std::optional(static_cast<HashType>(number)) : std::nullopt;
+}
+
+/// Bytes of a hash of this type.
+constexpr std::size_t hashSize(HashType type) {
+  constexpr std::size_t kSizes[] = {0, 20, 32, 20, 48};
+  return kSizes[static_cast<std::size_t>(type)];
+}
+
+/// A finished hash.
+struct Digest {
+  std::array<std::uint8_t, 64> storage{};
+  std::size_t size = 0;
+
+  Bytes bytes() const { return Bytes(storage).first(size); }
+  bool matches(Bytes expected) const;
+};
+
+/// Cryptography of our own, apart from the host's: whatever the host or the system's configuration do to OpenSSL's
+/// default library context, signatures that were good stay good.
+class Cryptography {
+ public:
+  /// Made on first use; never destroyed.
+  static Cryptography& shared();
+
+  OSSL_LIB_CTX* context() const { return context_; }
+  /// The function behind a hash type, with its full length for truncated ones.
+  const EVP_MD* function(HashType type) const { return functions_[static_cast<std::size_t>(type)]; }
+
+ private:
+  Cryptography();
+
+  OSSL_LIB_CTX* context_ = nullptr;
+  std::array<EVP_MD*, 5> functions_{};
+};
+
+/// Keeps OpenSSL's queue of errors, which is the thread's and so also the host's, as it was.
+class ErrorQueueGuard {
+ public:
+  ErrorQueueGuard();
+  ~ErrorQueueGuard();
+  ErrorQueueGuard(const ErrorQueueGuard&) = delete;
+  ErrorQueueGuard& operator=(const ErrorQueueGuard&) = delete;
+};
+
+/// Hashes; may be used again after finish().
+class Hasher {
+ public:
+  explicit Hasher(HashType type);
+  Hasher(Hasher&& other) noexcept;
+  Hasher& operator=(Hasher&&) = delete;
+  ~Hasher();
+
+  HashType type() const { return type_; }
+  void start();
+  void update(Bytes bytes);
+  Digest finish();
+  /// The same with the full length of a truncated type.
+  Digest finishInFull();
+
+  /// start, update, finish.
+  Digest hash(Bytes bytes);
+
+ private:
+  HashType type_;
+  EVP_MD_CTX* context_ = nullptr;
+};
+
+/// Hash of a whole source, read piece by piece.
+Digest hashOf(const ByteSource& source, HashType type, bool inFull = false);
+
+}  // namespace tks::codesign

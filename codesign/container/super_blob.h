@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+
+#include "codesign/container/byte_source.h"
+
+// The container of an embedded signature. All numbers are u32, big-endian.
+//
+//   blob   := magic, length (with these eight bytes), data
+//   super  := 0xfade0cc0, length, count, count x (slot, offset from here), blobs
+
+namespace tks::codesign {
+
+namespace magic {
+inline constexpr std::uint32_t kEmbeddedSignature = 0xfade0cc0;
+inline constexpr std::uint32_t kCodeDirectory = 0xfade0c02;
+inline constexpr std::uint32_t kRequirement = 0xfade0c00;
+inline constexpr std::uint32_t kRequirements = 0xfade0c01;
+inline constexpr std::uint32_t kWrapper = 0xfade0b01;
+inline constexpr std::uint32_t kEntitlements = 0xfade7171;
+inline constexpr std::uint32_t kEntitlementsDer = 0xfade7172;
+inline constexpr std::uint32_t kConstraint = 0xfade8181;
+}  // namespace magic
+
+namespace slot {
+inline constexpr std::uint32_t kCodeDirectory = 0;
+inline constexpr std::uint32_t kInfoPlist = 1;
+inline constexpr std::uint32_t kRequirements = 2;
+inline constexpr std::uint32_t kResources = 3;
+inline constexpr std::uint32_t kTopDirectory = 4;
+inline constexpr std::uint32_t kEntitlements = 5;
+inline constexpr std::uint32_t kRepSpecific = 6;
+inline constexpr std::uint32_t kEntitlementsDer = 7;
+/// Launch constraints on the code itself, its parent and the process responsible for it; constraint on libraries.
+inline constexpr std::uint32_t kFirstConstraint = 8;
+inline constexpr std::uint32_t kLastSpecial = 11;
+inline constexpr std::uint32_t kFirstAlternate = 0x1000;
+inline constexpr std::uint32_t kLastAlternate = 0x1004;
+inline constexpr std::uint32_t kSignature = 0x10000;
+inline constexpr std::uint32_t kTicket = 0x10002;
+}  // namespace slot
+
+/// Whether what fills a slot is a blob itself; the rest is wrapped into one.
+bool isBlobItself(std::uint32_t slot);
+
+/// Whether something is a whole blob of the kind that fills a slot. False for slots without a kind of their own.
+bool isBlobFor(std::uint32_t slot, const ByteSource& content);
+
+class SuperBlob {
+ public:
+  /// Reads and checks the index in an area that may be larger. Fails when it is malformed.
+  explicit SuperBlob(const ByteSource& area);
+
+  /// What fills a slot: the whole blob, or what is wrapped. Nothing when the slot is empty; fails when what has to be
+  /// wrapped is not.
+  std::optional<ByteSource> component(std::uint32_t slot) const;
+
+ private:
+  ByteSource super_;
+  std::map<std::uint32_t, std::uint32_t> offsets_;
+};
+
+}  // namespace tks::codesign

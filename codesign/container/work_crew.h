@@ -1,0 +1,65 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "codesign/container/digest.h"
+
+namespace tks::codesign {
+
+/// What one thread needs for hashing: made by it, used by it alone.
+struct HashingBench {
+  explicit HashingBench(const std::vector<HashType>& types);
+  std::vector<std::uint8_t> buffer;
+  std::vector<Hasher> hashers;
+};
+
+/// Threads that hash for one check: as many as there are processors for this process, the calling thread among them.
+/// They block all signals, and are gone when the check is. Items are numbers, worked on in the order in which they were
+/// added. Without further threads (a limit forbids them) the calling thread does everything.
+class WorkCrew {
+ public:
+  using Work = std::function<void(std::uint32_t item, HashingBench& bench)>;
+
+  /// At most `capacity` items can be added.
+  WorkCrew(std::vector<HashType> types, std::size_t capacity, Work work);
+  /// Drops what was not begun.
+  ~WorkCrew();
+  WorkCrew(const WorkCrew&) = delete;
+  WorkCrew& operator=(const WorkCrew&) = delete;
+
+  void add(std::uint32_t item);
+  /// Waits until all items are done, and helps. What the work of one threw is thrown here; of several it is that of the
+  /// item added first.
+  void finish();
+
+ private:
+  static void* threadMain(void* crew);
+  void startThreads();
+  void workUntilClosed() noexcept;
+  std::optional<std::size_t> takeItem();
+  void note(std::size_t position, std::exception_ptr failure);
+  void close(bool drop);
+
+  const std::vector<HashType> types_;
+  const Work work_;
+  std::vector<std::uint32_t> items_;
+  /// Items added; the highest bit says that no more will come.
+  std::atomic<std::uint32_t> added_{0};
+  std::atomic<std::uint32_t> taken_{0};
+  std::atomic<bool> dropped_{false};
+  std::vector<pthread_t> threads_;
+
+  std::mutex mutex_;  // guards what follows
+  std::size_t failedPosition_ = 0;
+  std::exception_ptr failure_;
+};
+
+}  // namespace tks::codesign

@@ -1,0 +1,581 @@
+#include "formats/property_list_binary.h"
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "foundation/values/Utf8.h"
+#include "foundation/values/ValueBuilder.h"
+#include "foundation/values/ValueNodes.h"
+
+namespace tks::gnulinux::property_list {
+namespace {
+
+using Bytes = std::span<const std::uint8_t>;
+using Kind = TKSValue::Kind;
+using value::Access;
+
+constexpr std::string_view kMagic = "bplist00";
+constexpr std::size_t kTrailerSize = 32;
+constexpr double kSecondsTo2001 = 978307200;
+/// Bytes that a list of so many may come to in memory when every reference in it is followed. An object that is
+/// referred to often makes much of little, and that is what the binary form is for; but a small list stays small enough
+/// to be printed and written in no time.
+constexpr std::size_t largestExpansion(std::size_t size) {
+  constexpr std::size_t kMebibyte = 1024 * 1024;
+  return std::clamp(64 * size, 8 * kMebibyte, 256 * kMebibyte);
+}
+
+/// The high half of the first byte of an object.
+enum Marker : std::uint8_t {
+  kSimple = 0x0,
+  kInteger = 0x1,
+  kReal = 0x2,
+  kDate = 0x3,
+  kData = 0x4,
+  kAscii = 0x5,
+  kUtf16 = 0x6,
+  kIdentifier = 0x8,
+  kArray = 0xA,
+  kOrderedSet = 0xB,
+  kSet = 0xC,
+  kDictionary = 0xD,
+};
+
+template <std::size_t width>
+std::uint64_t bigEndian(const std::uint8_t* bytes) {
+  std::uint64_t number = 0;
+  for (std::size_t i = 0; i < width; ++i) number = number << 8 | bytes[i];
+  return number;
+}
+
+/// The number in up to eight bytes. The usual widths are worth a case of their own.
+std::uint64_t bigEndian(const std::uint8_t* bytes, std::size_t width) {
+  switch (width) {
+    case 1:
+      return bytes[0];
+    case 2:
+      return bigEndian<2>(bytes);
+    case 4:
+      return bigEndian<4>(bytes);
+    case 8:
+      return bigEndian<8>(bytes);
+    default:
+      break;
+  }
+  std::uint64_t number = 0;
+  for (std::size_t i = 0; i < width; ++i) number = number << 8 | bytes[i];
+  return number;
+}
+std::uint64_t bigEndian(Bytes bytes) { return bigEndian(bytes.data(), bytes.size()); }
+
+// Reading.
+
+/// Appends the text of UTF-16 units. Half a surrogate pair becomes the replacement character.
+void appendUtf16(std::string& text, Bytes bytes) {
+  constexpr char32_t kReplacement = 0xFFFD;
+  const auto unitAt = [&](std::size_t at) { return static_cast<char32_t>(bytes[at] << 8 | bytes[at + 1]); };
+  for (std::size_t i = 0; i < bytes.size(); i += 2) {
+    char32_t character = unitAt(i);
+    if (character >= 0xD800 && character < 0xE000) {
+      const char32_t second = character < 0xDC00 && i + 2 < bytes.size() ? unitAt(i + 2) : 0;
+      if (second >= 0xDC00 && second < 0xE000) {
+        character = 0x10000 + ((character - 0xD800) << 10) + (second - 0xDC00);
+        i += 2;
+      } else {
+        character = kReplacement;
+      }
+    }
+    utf8::append(text, character);
+  }
+}
+
+/// Whether all characters are ASCII; eight bytes behind them can be read.
+bool isAscii(Bytes characters) {
+  std::uint64_t all = 0;
+  std::uint64_t eight = 0;
+  std::size_t done = 0;
+  for (; done + sizeof eight <= characters.size(); done += sizeof eight) {
+    std::memcpy(&eight, characters.data() + done, sizeof eight);
+    all |= eight;
+  }
+  std::memcpy(&eight, characters.data() + done, sizeof eight);
+  const std::uint64_t rest = ~(~std::uint64_t{0} << 8 * (characters.size() - done));
+  all |= (std::endian::native == std::endian::little ? eight : __builtin_bswap64(eight)) & rest;
+  return (all & 0x8080'8080'8080'8080) == 0;
+}
+
+/// Turns the objects of a list into a value, without recursion: what is open stands in `open_`. An object is read anew
+/// for each reference to it; that an object holds itself shows as nesting without end.
+class BinaryReader {
+ public:
+  BinaryReader(Bytes content, Problem& problem) : content_(content), problem_(problem), builder_(2 * content.size()) {}
+
+  TKSValue read();
+
+ private:
+  /// An array or dictionary that is being read. A key and its value are two items.
+  struct Open {
+    std::size_t references;
+    std::size_t items;
+    std::size_t taken;
+    bool isDictionary;
+  };
+
+  bool fail(std::string_view what) { return problem_.say(what); }
+
+  bool readTrailer();
+  bool advance();
+  std::uint64_t referenceAt(const Open& container, std::size_t item) const;
+  bool readObject(std::uint64_t number, bool asKey);
+  bool simple(std::uint8_t low);
+  bool integer(std::size_t position, std::uint8_t low);
+  bool real(std::size_t position, std::uint8_t low, double& value);
+  bool identifier(std::size_t position, std::uint8_t low);
+  bool sized(std::uint8_t marker, std::size_t position, std::uint8_t low);
+  bool ascii(std::size_t position, std::uint8_t low);
+  bool open(std::size_t position, std::size_t count, bool isDictionary);
+  std::optional<std::size_t> takeSize(std::size_t& position, std::uint8_t low);
+  bool takeBytes(std::size_t position, std::size_t count, std::size_t unit, Bytes& bytes);
+  bool spend(std::size_t bytes);
+
+  const Bytes content_;
+  Problem& problem_;
+  std::size_t offsetSize_ = 0;
+  std::size_t referenceSize_ = 0;
+  std::size_t offsets_ = 0;
+  std::size_t objects_ = 0;
+  std::size_t top_ = 0;
+  /// What is left of the largest expansion.
+  std::size_t budget_ = largestExpansion(content_.size());
+  std::vector<Open> open_;
+  value::Builder builder_;
+  std::string buffer_;
+};
+
+bool BinaryReader::readTrailer() {
+  if (content_.size() < kMagic.size() + kTrailerSize) return fail("it is too short");
+  const Bytes trailer = content_.last(kTrailerSize);
+  offsetSize_ = trailer[6];
+  referenceSize_ = trailer[7];
+  const std::uint64_t count = bigEndian(trailer.subspan(8, 8));
+  const std::uint64_t top = bigEndian(trailer.subspan(16, 8));
+  const std::uint64_t offsets = bigEndian(trailer.subspan(24, 8));
+  const std::size_t trailerStart = content_.size() - kTrailerSize;
+  if (offsetSize_ < 1 || offsetSize_ > 8 || referenceSize_ < 1 || referenceSize_ > 8) {
+    return fail("its trailer names impossible sizes");
+  }
+  if (offsets < kMagic.size() || offsets > trailerStart || count > (trailerStart - offsets) / offsetSize_ ||
+      top >= count) {
+    return fail("its trailer points beyond the list");
+  }
+  offsets_ = static_cast<std::size_t>(offsets);
+  objects_ = static_cast<std::size_t>(count);
+  top_ = static_cast<std::size_t>(top);
+  return true;
+}
+
+[[gnu::flatten]] TKSValue BinaryReader::read() {
+  if (!readTrailer() || !readObject(top_, false)) return {};
+  while (!open_.empty()) {
+    if (!advance()) return {};
+  }
+  return builder_.take();
+}
+
+/// Reads the next item of the innermost open array or dictionary, or closes it.
+bool BinaryReader::advance() {
+  Open& innermost = open_.back();
+  if (innermost.taken < innermost.items) {
+    const bool asKey = innermost.isDictionary && innermost.taken % 2 == 0;
+    return readObject(referenceAt(innermost, innermost.taken++), asKey);
+  }
+  innermost.isDictionary ? builder_.endDictionary() : builder_.endArray();
+  open_.pop_back();
+  return true;
+}
+
+/// Keys and values are taken in turn, although all keys stand before all values.
+std::uint64_t BinaryReader::referenceAt(const Open& container, std::size_t item) const {
+  const std::size_t at = container.isDictionary ? item / 2 + item % 2 * (container.items / 2) : item;
+  return bigEndian(content_.data() + container.references + at * referenceSize_, referenceSize_);
+}
+
+bool BinaryReader::spend(std::size_t bytes) {
+  if (bytes > budget_) return problem_.sayBeyondBounds("its references stand for too much");
+  budget_ -= bytes;
+  return true;
+}
+
+/// The bytes of `count` units, which must lie before the offsets.
+bool BinaryReader::takeBytes(std::size_t position, std::size_t count, std::size_t unit, Bytes& bytes) {
+  if (position > offsets_ || count > (offsets_ - position) / unit) return fail("an object reaches beyond its place");
+  bytes = content_.subspan(position, count * unit);
+  return spend(bytes.size());
+}
+
+/// The size of an object whose first byte ended in `low`; moves `position` behind it.
+std::optional<std::size_t> BinaryReader::takeSize(std::size_t& position, std::uint8_t low) {
+  if (low < 0xF) return low;
+  if (position >= offsets_ || content_[position] >> 4 != kInteger) return std::nullopt;
+  const std::size_t width = std::size_t{1} << (content_[position] & 0xF);
+  ++position;
+  if (width > 8 || width > offsets_ - position) return std::nullopt;
+  const std::uint64_t size = bigEndian(content_.subspan(position, width));
+  position += width;
+  if (size > content_.size()) return std::nullopt;
+  return static_cast<std::size_t>(size);
+}
+
+bool BinaryReader::readObject(std::uint64_t number, bool asKey) {
+  if (number >= objects_) return fail("a reference points beyond the list");
+  const std::size_t entry = offsets_ + static_cast<std::size_t>(number) * offsetSize_;
+  const std::uint64_t offset = bigEndian(content_.data() + entry, offsetSize_);
+  if (offset < kMagic.size() || offset >= offsets_) return fail("an object lies beyond the list");
+  const auto position = static_cast<std::size_t>(offset);
+  const std::uint8_t marker = content_[position] >> 4;
+  const std::uint8_t low = content_[position] & 0xF;
+  if (asKey && marker != kAscii && marker != kUtf16) return fail("a key is no text");
+  if (!spend(sizeof(TKSValue))) return false;
+  double number64 = 0;
+  switch (marker) {
+    case kSimple:
+      return simple(low);
+    case kInteger:
+      return integer(position + 1, low);
+    case kReal:
+      if (!real(position + 1, low, number64)) return false;
+      builder_.real(number64);
+      return true;
+    case kDate:
+      if (low != 3 || !real(position + 1, low, number64)) return fail("a date is none");
+      builder_.date(TKSDate{number64 + kSecondsTo2001});
+      return true;
+    case kAscii:
+      return ascii(position + 1, low);
+    case kIdentifier:
+      return identifier(position + 1, low);
+    default:
+      return sized(marker, position + 1, low);
+  }
+}
+
+bool BinaryReader::simple(std::uint8_t low) {
+  switch (low) {
+    case 0x0:
+      builder_.null();
+      return true;
+    case 0x8:
+    case 0x9:
+      builder_.boolean(low == 0x9);
+      return true;
+    default:
+      return fail("an object is of an unknown kind");
+  }
+}
+
+bool BinaryReader::identifier(std::size_t position, std::uint8_t low) {
+  Bytes bytes;
+  if (!takeBytes(position, low + 1u, 1, bytes) || bytes.size() > 8) return fail("an identifier is too long");
+  builder_.beginDictionary(1);
+  builder_.key("CF$UID");
+  builder_.integer(static_cast<std::int64_t>(bigEndian(bytes)));
+  builder_.endDictionary();
+  return true;
+}
+
+bool BinaryReader::sized(std::uint8_t marker, std::size_t position, std::uint8_t low) {
+  const std::optional<std::size_t> count = takeSize(position, low);
+  if (!count) return fail("an object has no size");
+  Bytes bytes;
+  switch (marker) {
+    case kData:
+      if (!takeBytes(position, *count, 1, bytes)) return false;
+      builder_.data(bytes);
+      return true;
+    case kUtf16:
+      if (!takeBytes(position, *count, 2, bytes)) return false;
+      buffer_.clear();
+      appendUtf16(buffer_, bytes);
+      builder_.text(buffer_);
+      return true;
+    case kArray:
+    case kOrderedSet:
+    case kSet:
+    case kDictionary:
+      return open(position, *count, marker == kDictionary);
+    default:
+      return fail("an object is of an unknown kind");
+  }
+}
+
+/// Some writers put UTF-8 where ASCII is meant.
+bool BinaryReader::ascii(std::size_t position, std::uint8_t low) {
+  const std::optional<std::size_t> count = takeSize(position, low);
+  if (!count) return fail("an object has no size");
+  Bytes bytes;
+  if (!takeBytes(position, *count, 1, bytes)) return false;
+  const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  if (!isAscii(bytes) && !utf8::isValid(characters)) return fail("a text is broken");
+  // The trailer stands behind every object.
+  static_assert(kTrailerSize >= value::kBytesBehind);
+  builder_.readableText(characters);
+  return true;
+}
+
+bool BinaryReader::open(std::size_t position, std::size_t count, bool isDictionary) {
+  if (open_.size() == kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
+  const std::size_t items = isDictionary ? 2 * count : count;
+  Bytes references;
+  // The room for the values is spent before it is taken.
+  if (!takeBytes(position, items, referenceSize_, references) || !spend(items * sizeof(TKSValue))) return false;
+  isDictionary ? builder_.beginDictionary(count) : builder_.beginArray(count);
+  open_.push_back({position, items, 0, isDictionary});
+  return true;
+}
+
+/// Integers of up to four bytes have no sign. What 64 bits with a sign cannot hold becomes a real.
+bool BinaryReader::integer(std::size_t position, std::uint8_t low) {
+  Bytes bytes;
+  if (low > 4) return fail("an integer is too wide");
+  if (!takeBytes(position, std::size_t{1} << low, 1, bytes)) return false;
+  if (low < 4) {
+    builder_.integer(static_cast<std::int64_t>(bigEndian(bytes)));
+    return true;
+  }
+  const auto high = static_cast<std::int64_t>(bigEndian(bytes.first(8)));
+  const std::uint64_t lowHalf = bigEndian(bytes.last(8));
+  const auto fitting = static_cast<std::int64_t>(lowHalf);
+  if (high == (fitting < 0 ? -1 : 0)) {
+    builder_.integer(fitting);
+  } else {
+    builder_.real(std::ldexp(static_cast<double>(high), 64) + static_cast<double>(lowHalf));
+  }
+  return true;
+}
+
+bool BinaryReader::real(std::size_t position, std::uint8_t low, double& value) {
+  Bytes bytes;
+  if (low != 2 && low != 3) return fail("a real is of an unknown width");
+  if (!takeBytes(position, std::size_t{1} << low, 1, bytes)) return false;
+  const std::uint64_t bits = bigEndian(bytes);
+  value = low == 3 ? std::bit_cast<double>(bits) : std::bit_cast<float>(static_cast<std::uint32_t>(bits));
+  return true;
+}
+
+// Writing.
+
+/// Bytes that an unsigned number needs in the list: 1, 2, 4 or 8.
+std::size_t widthOf(std::uint64_t number) {
+  return number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : number <= 0xFFFFFFFF ? 4 : 8;
+}
+
+/// First numbers all objects, those of an array or dictionary behind it, then writes them. Equal texts are one object.
+class BinaryWriter {
+ public:
+  explicit BinaryWriter(Problem& problem) : problem_(problem) {}
+
+  std::optional<TKSData> write(const TKSValue& value);
+
+ private:
+  /// A value, or the key of a dictionary. It belongs to the value that is being written.
+  struct Object {
+    const TKSValue* value;
+    std::size_t firstReference;
+    std::size_t depth;
+  };
+
+  bool fail(std::string_view what) { return problem_.say(what); }
+  bool number(const TKSValue& root);
+  bool add(const TKSValue& value, std::size_t depth);
+  bool addItems(std::size_t index);
+  bool writeObject(const Object& object);
+  void put(std::uint64_t number, std::size_t width);
+  void putBytes(std::string_view bytes) { out_.insert(out_.end(), bytes.begin(), bytes.end()); }
+  void putHead(Marker marker, std::size_t size);
+  void putInteger(std::int64_t number);
+  void putReal(Marker marker, double number);
+  bool putText(std::string_view text);
+  void putItems(Marker marker, const Object& object);
+
+  Problem& problem_;
+  std::vector<Object> objects_;
+  std::vector<std::uint32_t> references_;
+  std::unordered_map<std::string_view, std::uint32_t> texts_;
+  std::size_t referenceWidth_ = 1;
+  TKSData out_;
+};
+
+/// Numbers a value, unless it is a text that has a number, and refers to it.
+bool BinaryWriter::add(const TKSValue& value, std::size_t depth) {
+  if (value.isNothing() || value.isNull()) return fail("property lists have no null");
+  auto number = static_cast<std::uint32_t>(objects_.size());
+  if (value.isText()) number = texts_.try_emplace(value.text(), number).first->second;
+  references_.push_back(number);
+  if (number == objects_.size()) objects_.push_back({&value, 0, depth});
+  // Every object and every reference takes a byte at least, so this bounds the memory too.
+  return objects_.size() + references_.size() <= kLargestSize || problem_.sayBeyondBounds("it is too large");
+}
+
+/// Numbers what an array or dictionary holds: all elements, or all keys and then all values.
+bool BinaryWriter::addItems(std::size_t index) {
+  const Object object = objects_[index];
+  if (!object.value->isArray() && !object.value->isDictionary()) return true;
+  if (object.depth > kDeepestNesting) return problem_.sayBeyondBounds("it is nested too deeply");
+  objects_[index].firstReference = references_.size();
+  const std::span<const TKSValue> items = Access::values(*object.value);
+  const std::size_t step = object.value->isDictionary() ? 2 : 1;
+  for (std::size_t first = 0; first < step; ++first) {
+    for (std::size_t i = first; i < items.size(); i += step) {
+      if (!add(items[i], object.depth + 1)) return false;
+    }
+  }
+  return true;
+}
+
+bool BinaryWriter::number(const TKSValue& root) {
+  if (!add(root, 1)) return false;
+  for (std::size_t i = 0; i < objects_.size(); ++i) {
+    if (!addItems(i)) return false;
+  }
+  referenceWidth_ = widthOf(objects_.size() - 1);
+  return true;
+}
+
+void BinaryWriter::put(std::uint64_t number, std::size_t width) {
+  for (std::size_t i = width; i > 0; --i) out_.push_back(static_cast<std::uint8_t>(number >> (8 * (i - 1))));
+}
+
+void BinaryWriter::putInteger(std::int64_t number) {
+  const std::size_t width = number < 0 ? 8 : widthOf(static_cast<std::uint64_t>(number));
+  put(static_cast<std::uint64_t>(kInteger) << 4 | static_cast<std::uint64_t>(std::countr_zero(width)), 1);
+  put(static_cast<std::uint64_t>(number), width);
+}
+
+void BinaryWriter::putReal(Marker marker, double number) {
+  put(static_cast<std::uint64_t>(marker) << 4 | 3, 1);
+  put(std::bit_cast<std::uint64_t>(number), 8);
+}
+
+void BinaryWriter::putHead(Marker marker, std::size_t size) {
+  put(static_cast<std::uint64_t>(marker) << 4 | std::min<std::size_t>(size, 0xF), 1);
+  if (size >= 0xF) putInteger(static_cast<std::int64_t>(size));
+}
+
+/// The UTF-16 units of a text; nothing when it is not UTF-8.
+std::optional<std::vector<std::uint16_t>> utf16Of(std::string_view text) {
+  std::vector<std::uint16_t> units;
+  units.reserve(text.size());
+  while (!text.empty()) {
+    const std::optional<char32_t> character = utf8::takeCharacter(text);
+    if (!character) return std::nullopt;
+    if (*character < 0x10000) {
+      units.push_back(static_cast<std::uint16_t>(*character));
+    } else {
+      units.push_back(static_cast<std::uint16_t>(0xD7C0 + (*character >> 10)));
+      units.push_back(static_cast<std::uint16_t>(0xDC00 + (*character & 0x3FF)));
+    }
+  }
+  return units;
+}
+
+bool BinaryWriter::putText(std::string_view text) {
+  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    putHead(kAscii, text.size());
+    putBytes(text);
+    return true;
+  }
+  const std::optional<std::vector<std::uint16_t>> units = utf16Of(text);
+  if (!units) return fail("a text is not UTF-8");
+  putHead(kUtf16, units->size());
+  for (const std::uint16_t unit : *units) put(unit, 2);
+  return true;
+}
+
+void BinaryWriter::putItems(Marker marker, const Object& object) {
+  const std::size_t items = Access::values(*object.value).size();
+  putHead(marker, marker == kDictionary ? items / 2 : items);
+  for (std::size_t i = 0; i < items; ++i) put(references_[object.firstReference + i], referenceWidth_);
+}
+
+bool BinaryWriter::writeObject(const Object& object) {
+  const TKSValue& value = *object.value;
+  switch (value.kind()) {
+    case Kind::boolean:
+      put(value.boolean() ? 0x9 : 0x8, 1);
+      return true;
+    case Kind::integer:
+      putInteger(value.integer());
+      return true;
+    case Kind::real:
+      putReal(kReal, value.real());
+      return true;
+    case Kind::date:
+      putReal(kDate, value.date().secondsSince1970 - kSecondsTo2001);
+      return true;
+    case Kind::text:
+      return putText(value.text());
+    case Kind::data:
+      putHead(kData, Access::bytes(value).size());
+      putBytes(Access::bytes(value));
+      return true;
+    case Kind::array:
+      putItems(kArray, object);
+      return true;
+    case Kind::dictionary:
+      putItems(kDictionary, object);
+      return true;
+    case Kind::nothing:
+    case Kind::null:
+      break;
+  }
+  return fail("property lists have no null");
+}
+
+std::optional<TKSData> BinaryWriter::write(const TKSValue& root) {
+  if (!number(root)) return std::nullopt;
+  out_.assign(kMagic.begin(), kMagic.end());
+  std::vector<std::size_t> offsets;
+  offsets.reserve(objects_.size());
+  for (const Object& object : objects_) {
+    offsets.push_back(out_.size());
+    if (!writeObject(object)) return std::nullopt;
+    if (out_.size() > kLargestSize) break;
+  }
+  const std::size_t offsetStart = out_.size();
+  const std::size_t offsetWidth = widthOf(offsetStart);
+  if (offsetStart + offsets.size() * offsetWidth + kTrailerSize > kLargestSize) {
+    problem_.sayBeyondBounds("it is too large");
+    return std::nullopt;
+  }
+  for (const std::size_t offset : offsets) put(offset, offsetWidth);
+  put(0, 6);
+  put(offsetWidth, 1);
+  put(referenceWidth_, 1);
+  put(objects_.size(), 8);
+  put(0, 8);
+  put(offsetStart, 8);
+  return std::move(out_);
+}
+
+}  // namespace
+
+bool isBinary(std::span<const std::uint8_t> content) {
+  return content.size() >= 6 && std::memcmp(content.data(), kMagic.data(), 6) == 0;
+}
+
+TKSValue readBinary(std::span<const std::uint8_t> content, Problem& problem) {
+  return BinaryReader(content, problem).read();
+}
+
+std::optional<TKSData> writeBinary(const TKSValue& value, Problem& problem) {
+  return BinaryWriter(problem).write(value);
+}
+
+}  // namespace tks::gnulinux::property_list

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include <tksinterface/TKSValue.h>
+
+#include "formats/property_list_bounds.h"
+
+namespace tks::gnulinux::property_list {
+
+/// The XML form.
+///
+///   list     := <plist> value </plist>            a bare value is taken as well
+///   value    := <dict> (<key> value)* </dict> | <array> value* </array> | <string> | <integer> | <real> | <true/> |
+///               <false/> | <date> YYYY-MM-DDThh:mm:ssZ </date> | <data> base64 </data>
+///
+/// Texts may hold references to characters and to the five entities that XML itself has, and CDATA sections. Lists that
+/// declare entities of their own are refused. Integers that need more than 63 bits and a sign become reals.
+///
+/// Both answer nothing on failure and put into words what is wrong.
+TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem);
+std::optional<TKSData> writeXml(const TKSValue& value, Problem& problem);
+
+}  // namespace tks::gnulinux::property_list

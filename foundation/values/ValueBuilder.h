@@ -1,0 +1,269 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <span>
+#include <string_view>
+#include <utility>
+
+#include <tksinterface/TKSValue.h>
+
+#include "foundation/values/ValueNodes.h"
+
+namespace tks::value {
+
+/// The one block of memory that a document's values stand in while they are put together.
+class DocumentBlock {
+ public:
+  /// `expectedBytes`: about how much memory the values will take, so that it comes in one piece.
+  explicit DocumentBlock(std::size_t expectedBytes) noexcept : expectedBytes_(expectedBytes) {}
+  DocumentBlock(const DocumentBlock&) = delete;
+  DocumentBlock& operator=(const DocumentBlock&) = delete;
+  ~DocumentBlock() {
+    if (block_ != nullptr) block_->release();
+  }
+
+  Block* get() const noexcept { return block_; }
+  void* allocate(std::size_t bytes) {
+    if (block_ == nullptr) block_ = Block::make(expectedBytes_);
+    return block_->allocate(bytes);
+  }
+  /// A text or data whose bytes are still to be filled in.
+  Node* makeNode(TKSValue::Kind kind, std::size_t size) {
+    void* const memory = allocate(sizeof(Node) + size + kBytesBehind);
+    return new (memory) Node(kind, size, block_);
+  }
+  /// Takes the expected memory at once, for a caller who wants to tell the system about it.
+  std::span<char> reserve() {
+    if (block_ == nullptr) block_ = Block::make(expectedBytes_);
+    return block_->rest();
+  }
+  /// Leaves the block to the finished value.
+  void handOver(const TKSValue& value) noexcept {
+    // The block's first reference becomes that of the value.
+    if (block_ != nullptr && !Access::isShared(value)) block_->release();
+    block_ = nullptr;
+  }
+
+ private:
+  std::size_t expectedBytes_;
+  Block* block_ = nullptr;
+};
+
+/// Copies up to `kBytesBehind` bytes more.
+inline void copyInStrides(char* to, const char* from, std::size_t size) noexcept {
+  constexpr std::size_t kWorthACall = 128;
+  if (size > kWorthACall) {
+    std::memcpy(to, from, size);
+    return;
+  }
+  for (std::size_t done = 0; done < size; done += kBytesBehind) std::memcpy(to + done, from + done, kBytesBehind);
+}
+
+/// Builds the value of a document while it is read from front to back: everything goes into one block of memory that is
+/// freed as a whole.
+///
+///   Builder builder;
+///   builder.beginDictionary(1);
+///   builder.key("name");
+///   builder.text("Ada");
+///   builder.endDictionary();
+///   TKSValue value = builder.take();
+///
+/// The caller keeps the order: begins and ends match, inside a dictionary every value follows its key, and there is one
+/// outermost value. Of equal keys the last one counts. Any depth. Members may throw std::bad_alloc, after which the
+/// builder can only be destroyed. Values and keys are copied.
+class Builder {
+ public:
+  /// `expectedBytes`: about how much memory the value will take, so that it comes in one piece.
+  explicit Builder(std::size_t expectedBytes = 0) noexcept : block_(expectedBytes) {}
+  Builder(const Builder&) = delete;
+  Builder& operator=(const Builder&) = delete;
+  ~Builder() { Access::forget(root_); }
+
+  /// `expected`: how many elements will follow. A wrong number costs memory or time and nothing else.
+  void beginArray(std::size_t expected) { begin(TKSValue::Kind::array, expected); }
+  void endArray() noexcept { end(); }
+
+  /// `expected`: how many keys will follow. A wrong number costs memory or time and nothing else.
+  void beginDictionary(std::size_t expected) { begin(TKSValue::Kind::dictionary, 2 * expected); }
+  void key(std::string_view key) { text(key); }
+  void endDictionary() noexcept {
+    position_ = open_->values() + sortByKey({open_->values(), position_}, false);
+    end();
+  }
+
+  void null() { place(TKSNull()); }
+  void boolean(bool value) { place(value); }
+  void integer(std::int64_t value) { place(value); }
+  void real(double value) { place(value); }
+  void date(TKSDate value) { place(value); }
+  void text(std::string_view text) { bytes(TKSValue::Kind::text, text.data(), text.size()); }
+  /// As text, faster, where `kBytesBehind` bytes from the beginning and behind the end can be read. For keys as well.
+  void readableText(std::string_view text) {
+    TKSValue* const value = new (next()) TKSValue();
+    if (Access::fits(text.size())) {
+      Access::setShortReadable(*value, TKSValue::Kind::text, text.data(), text.size());
+      return;
+    }
+    Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
+    copyInStrides(node->bytes(), text.data(), text.size());
+    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+    Access::setNode(*value, TKSValue::Kind::text, node);
+  }
+  void data(std::span<const std::uint8_t> data) { bytes(TKSValue::Kind::data, data.data(), data.size()); }
+
+  /// The finished value. The builder is empty afterwards.
+  TKSValue take() noexcept {
+    TKSValue taken = std::move(root_);
+    block_.handOver(taken);
+    position_ = &root_;
+    return taken;
+  }
+
+ private:
+  void begin(TKSValue::Kind kind, std::size_t capacity) {
+    TKSValue* const value = new (next()) TKSValue();
+    List* const list = makeOpenList(kind, capacity);
+    Access::setNode(*value, kind, list);
+    if (open_ != nullptr) open_->size = static_cast<std::size_t>(position_ - open_->values());
+    list->next = open_;
+    open_ = list;
+    position_ = list->values();
+    limit_ = position_ + capacity;
+  }
+  void end() noexcept {
+    List* const ended = open_;
+    ended->size = static_cast<std::size_t>(position_ - ended->values());
+    open_ = static_cast<List*>(ended->next);
+    ended->block = block_.get();
+    position_ = open_ != nullptr ? open_->values() + open_->size : &root_ + 1;
+    limit_ = open_ != nullptr ? open_->values() + open_->capacity : &root_ + 1;
+  }
+  List* makeOpenList(TKSValue::Kind kind, std::size_t capacity);
+  void enlarge();
+
+  TKSValue* next() {
+    if (position_ == limit_) enlarge();
+    return position_++;
+  }
+  template <class Scalar>
+  void place(Scalar value) {
+    new (next()) TKSValue(value);
+  }
+  void bytes(TKSValue::Kind kind, const void* bytes, std::size_t size) {
+    TKSValue* const value = new (next()) TKSValue();
+    if (Access::fits(size)) {
+      Access::setShort(*value, kind, bytes, size);
+      return;
+    }
+    Node* const node = block_.makeNode(kind, size);
+    node->setBytes(bytes);
+    Access::setNode(*value, kind, node);
+  }
+  DocumentBlock block_;
+  /// The innermost list that is not ended; through `next` it leads to the one around it. While an inner one is open,
+  /// its `size` is the number of values it has so far.
+  List* open_ = nullptr;
+  TKSValue root_;
+  /// Where the next value goes, in the innermost list or in root_.
+  TKSValue* position_ = &root_;
+  TKSValue* limit_ = &root_ + 1;
+};
+
+/// Builds the value of a document for a reader that learns how many values a list has only when it ends: they gather on
+/// a stack, and at the end of their list move into the block as one piece.
+///
+///   const auto first = builder.mark();
+///   builder.integer(1);
+///   builder.integer(2);
+///   builder.endArray(first);
+///   TKSValue value = builder.take();
+///
+/// Otherwise as Builder.
+class StackBuilder {
+ public:
+  using Mark = TKSValue*;
+  /// Memory for one value on the stack.
+  struct alignas(TKSValue) Slot {
+    unsigned char bytes[sizeof(TKSValue)];
+  };
+
+  /// `stack` has room for all values that stand on it at the same time, which nobody checks, and outlives the builder.
+  StackBuilder(Slot* stack, std::size_t expectedBytes) noexcept
+      : stack_(reinterpret_cast<TKSValue*>(stack)), top_(stack_), block_(expectedBytes) {}
+
+  /// Where the next value goes: what is placed from here on is in the list that ends with this mark.
+  Mark mark() const noexcept { return top_; }
+  void endArray(Mark first) { endList(TKSValue::Kind::array, first, static_cast<std::size_t>(top_ - first)); }
+  /// What was placed are keys and values in turn.
+  void endDictionary(Mark first) { endList(TKSValue::Kind::dictionary, first, sortByKey({first, top_}, false)); }
+
+  void null() { new (top_++) TKSValue(TKSNull()); }
+  void boolean(bool value) { new (top_++) TKSValue(value); }
+  void integer(std::int64_t value) { new (top_++) TKSValue(value); }
+  void real(double value) { new (top_++) TKSValue(value); }
+  /// A text that fits into a value; `kBytesBehind` bytes from its beginning can be read.
+  void shortText(const char* bytes, std::size_t size) noexcept {
+    Access::setShortReadable(*new (top_++) TKSValue(), TKSValue::Kind::text, bytes, size);
+  }
+  /// `isReadable`: `kBytesBehind` bytes behind its end can be read.
+  void text(std::string_view text, bool isReadable) {
+    if (Access::fits(text.size())) {
+      Access::setShort(*new (top_++) TKSValue(), TKSValue::Kind::text, text.data(), text.size());
+      return;
+    }
+    Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
+    if (isReadable) {
+      copyInStrides(node->bytes(), text.data(), text.size());
+      std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+    } else {
+      node->setBytes(text.data());
+    }
+    place(TKSValue::Kind::text, node);
+  }
+  /// A text that `write` puts to where it is told, at most `mostBytes`; answers where it ended, or a null pointer when
+  /// there is none. False in that case.
+  template <class Write>
+  bool writtenText(std::size_t mostBytes, Write write) {
+    Node* const node = block_.makeNode(TKSValue::Kind::text, mostBytes);
+    const char* const end = write(node->bytes());
+    if (end == nullptr) return false;
+    node->size = static_cast<std::size_t>(end - node->bytes());
+    std::memset(node->bytes() + node->size, 0, kBytesBehind);
+    if (Access::fits(node->size)) {
+      shortText(node->bytes(), node->size);
+    } else {
+      place(TKSValue::Kind::text, node);
+    }
+    return true;
+  }
+
+  std::span<char> reserve() { return block_.reserve(); }
+
+  /// The finished value. The builder can only be destroyed afterwards.
+  TKSValue take() noexcept {
+    TKSValue taken = std::move(*stack_);
+    block_.handOver(taken);
+    return taken;
+  }
+
+ private:
+  void endList(TKSValue::Kind kind, Mark first, std::size_t size) {
+    top_ = first;
+    if (size == 0) return place(kind, nullptr);
+    void* const memory = block_.allocate(sizeof(List) + size * sizeof(TKSValue));
+    List* const list = new (memory) List(kind, size, block_.get());
+    list->size = size;
+    std::memcpy(static_cast<void*>(list->values()), static_cast<const void*>(first), size * sizeof(TKSValue));
+    place(kind, list);
+  }
+  void place(TKSValue::Kind kind, Node* node) noexcept { Access::setNode(*new (top_++) TKSValue(), kind, node); }
+
+  TKSValue* stack_;
+  TKSValue* top_;
+  DocumentBlock block_;
+};
+
+}  // namespace tks::value

@@ -1,0 +1,42 @@
+#include "platform/channels.h"
+
+#include <unistd.h>
+
+#include "platform/backend.h"
+#include "platform/linux/channels/file_channel.h"
+#include "platform/linux/channels/stream_channel.h"
+#include "platform/posix/standard_handles.h"
+
+namespace tks::platform {
+namespace {
+
+class LinuxChannels final : public Channels {
+ public:
+  std::unique_ptr<ByteSource> standardInput(TKSError* error) override {
+    return posix::StandardHandles::shared().whileUnchanged(
+        [&](bool) { return gnulinux::streamSource(STDIN_FILENO, "standard input", error); });
+  }
+
+  std::shared_ptr<ByteSink> standardOutput(TKSError* error) override {
+    return posix::StandardHandles::shared().whileUnchanged(
+        [&](bool) { return gnulinux::streamSink(STDOUT_FILENO, "standard output", error); });
+  }
+
+  std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) override {
+    return gnulinux::fileSource(path, error);
+  }
+
+  std::shared_ptr<ByteSink> fileSink(std::string_view path, TKSError* error) override {
+    return gnulinux::fileSink(path, error);
+  }
+};
+
+}  // namespace
+
+template <>
+Channels& backend<Channels>() {
+  static auto& channels = *new LinuxChannels;
+  return channels;
+}
+
+}  // namespace tks::platform

@@ -1,0 +1,359 @@
+#include "platform/linux/loop/event_loop.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <ctime>
+
+#include "foundation/logging/Logging.h"
+#include "platform/linux/system_calls.h"
+#include "platform/posix/posix_error.h"
+#include "platform/posix/standard_handles.h"
+
+namespace tks::gnulinux {
+namespace {
+
+/// What epoll reports for the loop's own descriptors; watches are numbered from behind them.
+constexpr std::uint64_t kWakerNumber = 0;
+constexpr std::uint64_t kTimerNumber = 1;
+constexpr std::uint64_t kFirstWatchNumber = 2;
+
+/// How often `drain` looks for more before it gives the host's own loop a turn.
+constexpr int kRoundsOfDrain = 16;
+/// How often `run` looks for work while there is no descriptor to wait on.
+constexpr int kPollingMilliseconds = 10;
+constexpr std::int64_t kNanosecondsInSecond = 1'000'000'000;
+constexpr std::int64_t kNanosecondsInMillisecond = 1'000'000;
+/// Longer delays are cut to this one, a century, so that no deadline overflows.
+constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365 * 100);
+
+std::int64_t monotonicNow() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * kNanosecondsInSecond + now.tv_nsec;
+}
+
+}  // namespace
+
+class EventLoop::LoopTimer final : public platform::MainLoop::Timer {
+ public:
+  LoopTimer(EventLoop& loop, TimerKey key) : loop_(loop), key_(key) {}
+  ~LoopTimer() override { loop_.cancel(key_); }
+
+ private:
+  EventLoop& loop_;
+  TimerKey key_;
+};
+
+/// The loop is worked by one thread at a time, and not from inside its own work.
+class EventLoop::Occupied {
+ public:
+  Occupied(EventLoop& loop, std::string_view operation) : loop_(loop) {
+    std::thread::id nobody;
+    granted_ = loop_.loopThread_.compare_exchange_strong(nobody, std::this_thread::get_id(), std::memory_order_acquire);
+    if (granted_) {
+      loop_.homeThread_.store(std::this_thread::get_id(), std::memory_order_relaxed);
+      return;
+    }
+    TKSILog::logWithLevel(TKSILogLevelError, "Main loop is being run or drained already, '%@' does nothing.",
+                          operation);
+  }
+  ~Occupied() {
+    if (granted_) loop_.loopThread_.store({}, std::memory_order_release);
+  }
+  Occupied(const Occupied&) = delete;
+  Occupied& operator=(const Occupied&) = delete;
+  explicit operator bool() const { return granted_; }
+
+ private:
+  EventLoop& loop_;
+  bool granted_ = false;
+};
+
+EventLoop::Watch::~Watch() { loop_.unwatch(number_, descriptor_); }
+
+EventLoop& EventLoop::main() {
+  static auto& loop = *new EventLoop;
+  return loop;
+}
+
+// Descriptors
+
+bool EventLoop::hasDescriptors() {
+  if (epoll_.load(std::memory_order_acquire) >= 0) return true;
+  bool sayIt = false;
+  {
+    const std::scoped_lock lock(mutex_);
+    if (epollOwner_ || makeDescriptors()) return true;
+    sayIt = !std::exchange(saidThereAreNone_, true);
+  }
+  if (sayIt) {
+    TKSILog::logWithLevel(TKSILogLevelError, "No descriptors for the main loop, polling until there are: %@",
+                          posix::reasonText(errno));
+  }
+  return false;
+}
+
+bool EventLoop::makeDescriptors() {
+  posix::FileDescriptor epoll(systemCalls().epollCreate(EPOLL_CLOEXEC));
+  if (!posix::raiseAboveStandard(epoll)) return false;
+  if (!makeWaker() || !makeTimer() || !join(epoll.get(), waker_.get(), kWakerNumber) ||
+      (timer_ && !join(epoll.get(), timer_.get(), kTimerNumber))) {
+    timer_.reset();
+    waker_.reset();
+    wakerWriter_.reset();
+    return false;
+  }
+  epollOwner_ = std::move(epoll);
+  saidThereAreNone_ = false;
+  epoll_.store(epollOwner_.get(), std::memory_order_release);
+  // Work may have come before there was anything to announce it with.
+  wake();
+  if (!timers_.empty()) armTimer(timers_.begin()->first.first);
+  return true;
+}
+
+bool EventLoop::makeWaker() {
+  waker_.reset(systemCalls().eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (waker_) return posix::raiseAboveStandard(waker_);
+  posix::Pipe pipe = posix::makePipe();
+  if (!pipe.reader) return false;
+  // Nobody else has these descriptions, so the flag may be set after the fact.
+  ::fcntl(pipe.reader.get(), F_SETFL, O_NONBLOCK);
+  ::fcntl(pipe.writer.get(), F_SETFL, O_NONBLOCK);
+  waker_ = std::move(pipe.reader);
+  wakerWriter_ = std::move(pipe.writer);
+  return true;
+}
+
+/// A kernel or filter that refuses timer descriptors altogether leaves the loop without one; see millisecondsToWait.
+bool EventLoop::makeTimer() {
+  timer_.reset(systemCalls().timerfdCreate(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK));
+  if (!timer_) return errno != EMFILE && errno != ENFILE && errno != ENOMEM;
+  return posix::raiseAboveStandard(timer_);
+}
+
+bool EventLoop::join(int epoll, int descriptor, std::uint64_t number) {
+  epoll_event event{};
+  event.events = EPOLLIN;
+  event.data.u64 = number;
+  return ::epoll_ctl(epoll, EPOLL_CTL_ADD, descriptor, &event) == 0;
+}
+
+/// Makes the loop's descriptor readable, with a new edge for those who watch for edges. A full pipe or counter is as
+/// good as a written one.
+void EventLoop::wake() {
+  const std::uint64_t one = 1;
+  const int descriptor = wakerWriter_ ? wakerWriter_.get() : waker_.get();
+  if (descriptor < 0) return;
+  [[maybe_unused]] const auto written = posix::retried([&] { return ::write(descriptor, &one, sizeof one); });
+}
+
+void EventLoop::clearWaker() {
+  std::array<char, 1024> thrownAway;
+  while (posix::retried([&] { return ::read(waker_.get(), thrownAway.data(), thrownAway.size()); }) ==
+         static_cast<ssize_t>(thrownAway.size())) {
+  }
+}
+
+// What any thread may ask for
+
+void EventLoop::post(Work work) {
+  hasDescriptors();
+  const std::scoped_lock lock(mutex_);
+  posted_.push_back(std::move(work));
+  hasPosted_ = true;
+  if (attentive_ || isOnLoopThread()) return;
+  attentive_ = true;
+  wake();
+}
+
+std::unique_ptr<platform::MainLoop::Timer> EventLoop::after(std::chrono::milliseconds delay, Work work) {
+  hasDescriptors();
+  const auto wait = std::clamp(delay, std::chrono::milliseconds(0), kLongestDelay);
+  const Nanoseconds deadline = monotonicNow() + wait.count() * kNanosecondsInMillisecond;
+  const std::scoped_lock lock(mutex_);
+  const TimerKey key(deadline, timersSet_++);
+  auto timer = std::make_unique<LoopTimer>(*this, key);
+  timers_.emplace(key, std::move(work));
+  // Later timers need no system call: the one that is armed rings first and arms the next.
+  if (deadline < armedFor_) armTimer(deadline);
+  return timer;
+}
+
+void EventLoop::cancel(const TimerKey& key) {
+  decltype(timers_)::node_type cancelled;  // destroyed without the lock: what the work holds may call us
+  const std::scoped_lock lock(mutex_);
+  cancelled = timers_.extract(key);
+}
+
+std::unique_ptr<EventLoop::Watch> EventLoop::watch(int descriptor, std::uint32_t events, Ready ready) {
+  if (!hasDescriptors()) return nullptr;
+  auto shared = std::make_shared<const Ready>(std::move(ready));
+  const std::scoped_lock lock(mutex_);
+  const std::uint64_t number = kFirstWatchNumber + watchesMade_++;
+  epoll_event event{};
+  event.events = events;
+  event.data.u64 = number;
+  const auto place = watches_.emplace(number, std::move(shared)).first;
+  if (::epoll_ctl(epollOwner_.get(), EPOLL_CTL_ADD, descriptor, &event) != 0) {
+    watches_.erase(place);
+    return nullptr;
+  }
+  return std::unique_ptr<Watch>(new Watch(*this, number, descriptor));
+}
+
+void EventLoop::unwatch(std::uint64_t number, int descriptor) {
+  decltype(watches_)::node_type ended;  // destroyed without the lock
+  const std::scoped_lock lock(mutex_);
+  ended = watches_.extract(number);
+  ::epoll_ctl(epollOwner_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+}
+
+bool EventLoop::isMainThread() const {
+  const std::thread::id home = homeThread_.load(std::memory_order_relaxed);
+  return home == std::thread::id() ? ::gettid() == ::getpid() : home == std::this_thread::get_id();
+}
+
+void EventLoop::stop() {
+  stopped_ = true;
+  hasDescriptors();
+  const std::scoped_lock lock(mutex_);
+  if (!isOnLoopThread()) wake();
+}
+
+int EventLoop::descriptor() {
+  hasDescriptors();
+  return epoll_.load(std::memory_order_acquire);
+}
+
+// The thread that works
+
+void EventLoop::run() {
+  const Occupied occupied(*this, "run");
+  if (!occupied) return;
+  while (!stopped_.exchange(false)) waitAndWork(settle());
+  if (settle()) return;
+  const std::scoped_lock lock(mutex_);
+  wake();
+}
+
+void EventLoop::drain() {
+  const Occupied occupied(*this, "drain");
+  if (!occupied) return;
+  for (int round = 0; round < kRoundsOfDrain; ++round) {
+    if (!waitAndWork(false) && settle()) return;
+  }
+  const std::scoped_lock lock(mutex_);
+  wake();
+}
+
+/// One round: waits until there is something to do, when it may, and does it. Whether there was anything.
+bool EventLoop::waitAndWork(bool mayWait) {
+  std::array<epoll_event, 64> events;
+  int count = 0;
+  const bool waitable = hasDescriptors();
+  if (waitable) {
+    const int wait = mayWait ? millisecondsToWait() : 0;
+    count = ::epoll_wait(epoll_.load(std::memory_order_relaxed), events.data(), static_cast<int>(events.size()), wait);
+  } else if (mayWait) {
+    ::poll(nullptr, 0, kPollingMilliseconds);
+  }
+  for (int index = 0; index < count; ++index) handle(events[static_cast<std::size_t>(index)]);
+  const bool timersRan = !(waitable && timer_) && runTimers();
+  const bool postedRan = runPosted();
+  return count > 0 || timersRan || postedRan;
+}
+
+/// From now on whoever posts has to wake the loop. False when there is posted work, which needs no waking.
+bool EventLoop::settle() {
+  if (!attentive_ && !hasPosted_) return true;
+  const std::scoped_lock lock(mutex_);
+  if (!posted_.empty()) return false;
+  attentive_ = false;
+  return true;
+}
+
+int EventLoop::millisecondsToWait() {
+  if (timer_) return -1;
+  const std::scoped_lock lock(mutex_);
+  if (timers_.empty()) return -1;
+  const Nanoseconds left = std::max<Nanoseconds>(timers_.begin()->first.first - monotonicNow(), 0);
+  return static_cast<int>(std::min<Nanoseconds>(left / kNanosecondsInMillisecond + 1, INT_MAX));
+}
+
+void EventLoop::handle(const epoll_event& event) {
+  switch (event.data.u64) {
+    case kWakerNumber:
+      return clearWaker();
+    case kTimerNumber:
+      runTimers();
+      return;
+    default:
+      return runWatch(event.data.u64, event.events);
+  }
+}
+
+void EventLoop::runWatch(std::uint64_t number, std::uint32_t events) {
+  std::shared_ptr<const Ready> ready;
+  {
+    const std::scoped_lock lock(mutex_);
+    const auto found = watches_.find(number);
+    if (found == watches_.end()) return;  // destroyed since epoll reported it
+    ready = found->second;
+  }
+  callHost("watched descriptor", *ready, events);
+}
+
+/// Runs the timers that are due now, not those that they set.
+bool EventLoop::runTimers() {
+  const Nanoseconds now = monotonicNow();
+  bool ran = false;
+  std::unique_lock lock(mutex_);
+  while (!timers_.empty() && timers_.begin()->first.first <= now) {
+    Work due = std::move(timers_.extract(timers_.begin()).mapped());
+    lock.unlock();
+    callHost("timer", take(due));
+    ran = true;
+    lock.lock();
+  }
+  armTimer(timers_.empty() ? kNever : timers_.begin()->first.first);
+  return ran;
+}
+
+/// Runs the work that is posted now, not what it posts itself.
+bool EventLoop::runPosted() {
+  if (!hasPosted_) return false;
+  std::vector<Work> batch;
+  {
+    const std::scoped_lock lock(mutex_);
+    batch.swap(posted_);
+    hasPosted_ = false;
+  }
+  for (Work& work : batch) callHost("posted work", take(work));
+  return true;
+}
+
+/// Sets the one timer descriptor, which also takes back that it rang.
+void EventLoop::armTimer(Nanoseconds deadline) {
+  armedFor_ = deadline;
+  if (!timer_) {
+    if (!isOnLoopThread()) wake();
+    return;
+  }
+  itimerspec when{};
+  if (deadline != kNever) {
+    when.it_value.tv_sec = deadline / kNanosecondsInSecond;
+    when.it_value.tv_nsec = deadline % kNanosecondsInSecond;
+  }
+  ::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
+}
+
+}  // namespace tks::gnulinux

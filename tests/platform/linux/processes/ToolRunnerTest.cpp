@@ -1,0 +1,113 @@
+#include "platform/linux/processes/tool_runner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "platform/platform.h"
+#include "tests/platform/SystemToolsTest.h"
+#include "tests/support/InjectedSystemCall.h"
+#include "tests/support/ProcessState.h"
+#include "tests/support/TemporaryFolder.h"
+
+// Tools as this system has and runs them.
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::seconds;
+using tks::gnulinux::SystemCalls;
+using tks::platform::Tool;
+using tks::platform::ToolRequest;
+using tks::platform::ToolResult;
+using tks::test::InjectedSystemCall;
+using tks::test::refusing;
+using tks::test::SystemTools;
+
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+TEST_F(SystemTools, AToolHasNoTerminalToAskQuestionsOn) {
+  script(Tool::unzip, "ps -o sid= -p $$ | tr -d ' '; echo $$");
+  const std::string output = run(Tool::unzip).output;
+  const std::string session = output.substr(0, output.find('\n'));
+  EXPECT_EQ(output, session + "\n" + session + "\n") << "the tool leads a session of its own";
+}
+
+TEST_F(SystemTools, RunWithoutDescriptorsOfProcesses) {
+  const InjectedSystemCall olderKernel(&SystemCalls::cloneDescriptorFlag, 0);
+  const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
+  script(Tool::unzip, "echo out; exit 3");
+  ToolResult result = run(Tool::unzip);
+  EXPECT_EQ(result.output, "out\n");
+  EXPECT_EQ(result.exitCode, 3);
+  script(Tool::unzip, "sleep 1000");
+  ToolRequest request{Tool::unzip, {}};
+  request.timeLimit = seconds(1);
+  result = run(request);
+  EXPECT_EQ(result.exitCode, -1);
+  EXPECT_THAT(tks::test::children(), IsEmpty());
+}
+
+TEST(StandardTools, TheProcessorTextComesFromTheKernel) {
+  const ToolResult result = tks::platform::systemTools().run({Tool::sysctl, {"-n", "machdep.cpu.brand_string"}});
+  const std::string processors = tks::test::contentOf("/proc/cpuinfo");
+  EXPECT_TRUE(result.started);
+  EXPECT_EQ(result.exitCode, 0);
+  if (processors.find("\nmodel name") == std::string::npos) GTEST_SKIP() << "this kernel names no model";
+  EXPECT_THAT(processors, HasSubstr("\nmodel name\t: " + result.output));
+  EXPECT_GT(result.output.size(), 1u);
+  EXPECT_EQ(result.output.back(), '\n');
+}
+
+TEST(StandardTools, OtherVariablesHaveNoTool) {
+  EXPECT_FALSE(tks::platform::systemTools().run({Tool::sysctl, {"-n", "kern.version"}}).started);
+}
+
+TEST_F(SystemTools, AFileThatATooLongOneWouldBecomeStopsAtTheLimit) {
+  script(Tool::unzip, "exec head -c 10000000 /dev/zero > '" + (folder / "file") + "'");
+  expectEndedForWhatItWrites(Tool::unzip);
+  EXPECT_LE(fs::file_size(folder / "file"), 1000000u);
+  EXPECT_FALSE(fs::exists(folder / "core"));
+}
+
+TEST(StandardTools, ThereIsNoneForPrivacyAccess) { EXPECT_EQ(tks::gnulinux::standardToolPath(Tool::tccutil), ""); }
+
+TEST(StandardTools, HavePlacesThatCanBeNamed) {
+  using tks::gnulinux::placesOf;
+  EXPECT_EQ(placesOf(Tool::unzip), "/usr/bin/unzip");
+  EXPECT_EQ(placesOf(Tool::tar), "/usr/bin/tar or /bin/tar");
+  EXPECT_EQ(placesOf(Tool::lsof), "/usr/bin/lsof or /usr/sbin/lsof");
+  EXPECT_EQ(placesOf(Tool::shasum), "/usr/bin/shasum");
+  EXPECT_EQ(placesOf(Tool::tccutil), "tccutil");
+  EXPECT_THAT(placesOf(Tool::spctl), ::testing::EndsWith("/spctl"));
+}
+
+TEST_F(SystemTools, AProgramThatTheSystemCannotLoadWasNotStarted) {
+  script(Tool::spctl, "echo error while loading shared libraries >&2; exit 127");
+  const ToolResult result = run(Tool::spctl);
+  EXPECT_FALSE(result.started);
+  EXPECT_EQ(result.error.code, ELIBACC);
+  EXPECT_THAT(result.error.localizedDescription, HasSubstr(paths[Tool::spctl]));
+}
+
+TEST_F(SystemTools, AToolThatIsEndedBeforeItIsDoneSaysByWhat) {
+  script(Tool::unzip, "kill -SEGV $$");
+  ToolResult result = run(Tool::unzip);
+  EXPECT_TRUE(result.started && result.cutShort);
+  EXPECT_THAT(result.error.localizedDescription, ::testing::EndsWith("(signal: 11)"));
+  script(Tool::unzip, "exit 9");
+  EXPECT_FALSE(run(Tool::unzip).cutShort);
+  script(Tool::unzip, "sleep 1000");
+  ToolRequest request{Tool::unzip, {}};
+  request.timeLimit = seconds(1);
+  result = run(request);
+  EXPECT_TRUE(result.cutShort);
+  EXPECT_EQ(result.error.code, ETIMEDOUT);
+}
+
+}  // namespace
