@@ -416,12 +416,15 @@ TEST_F(InstallThreats, VersionsAreComparedAsTheyAreWithoutAMemoryOfEarlierOnes) 
   }
 }
 
-TEST_F(InstallThreats, AnyFolderIsCleanedUpThatTheHostNames) {
+TEST_F(InstallThreats, AnyFolderIsCleanedUpThatTheHostNamesButNoHome) {
   // The home of this test, which lies in its own folder: what is really dear to somebody is named in no test.
   const std::string home = world.folders.realHome();
   ASSERT_TRUE(home.starts_with(base_.path() + "/"));
-  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(home, false));
-  EXPECT_FALSE(fs::exists(home));
+  writeFile(home + "/Documents/folder/file", "x");
+  EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(home + "/Documents/folder", false));
+  EXPECT_FALSE(fs::exists(home + "/Documents/folder"));
+  EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(home, false));
+  EXPECT_TRUE(fs::exists(home + "/Documents"));
 }
 
 }  // namespace
