@@ -190,7 +190,8 @@ class TKS_EXPORT TKSUtilBase {
 
   // Health of an installed launcher.
 
-  /// `isBrokenApp:` Whether a launcher bundle is missing or refused by the system's assessment. May take seconds.
+  /// `isBrokenApp:` Whether a launcher bundle is missing or refused by the system's assessment. No, with a line of
+  /// level 8, where no assessment can be made. May take seconds.
   static bool isBrokenApp(std::string_view appPath);
   /// `hashFilePropertiesWithAppPath:` Digest of the list of processes that hold the path open; nothing when it is
   /// missing.
