@@ -1,6 +1,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 
 // The library's error objects.
@@ -23,4 +24,8 @@ TKSError TKSUtilBase::generateTKSInterfaceError(std::string_view message, std::s
   }
   if (domain.empty()) domain = TKSIDefaultDomain;
   return {std::string(domain), code, std::string(message)};
+}
+
+TKSError tks::interfaceError(TKSErrorReason reason, std::string_view message, std::int32_t code) {
+  return withReason(TKSUtilBase::generateTKSInterfaceError(message, TKSIDefaultDomain, code), reason);
 }

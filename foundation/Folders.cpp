@@ -6,6 +6,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
 #include "platform/bundles.h"
 #include "platform/files.h"
@@ -72,7 +73,8 @@ std::string TKSUtilBase::getTempFolderPath() {
   std::string path = tks::platform::knownFolders().temporary();
   const std::optional<std::string> identifier = tks::platform::bundles().mainBundleIdentifier();
   if (!path.empty() && identifier && !identifier->empty()) path = joinedPath(path, *identifier);
-  TKSError error{std::string(TKSUtilErrorDomain), 0, "no temporary folder can be trusted"};
+  TKSError error =
+      tks::makeError(TKSErrorReason::noSafeFolder, TKSUtilErrorDomain, 0, "no temporary folder can be trusted");
   const bool isThere = !path.empty() && (tks::platform::files().exists(path) ||
                                          tks::platform::files().createDirectory(path, kPrivateFolder, &error));
   if (!isThere) {

@@ -7,6 +7,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/JsonWriter.h"
 #include "foundation/values/OutOfMemory.h"
 #include "platform/platform.h"
@@ -16,8 +17,8 @@
 namespace {
 
 /// What the reader and the writer throw is the caller's error, no exception.
-void storeException(TKSError* error, std::string_view reason) {
-  if (error != nullptr) *error = {std::string(TKSUtilErrorDomain), 0, std::string(reason)};
+void storeException(TKSError* error, TKSErrorReason reason, std::string_view text) {
+  if (error != nullptr) *error = tks::makeError(reason, TKSUtilErrorDomain, 0, std::string(text));
 }
 
 }  // namespace
@@ -25,11 +26,11 @@ void storeException(TKSError* error, std::string_view reason) {
 TKSValue TKSUtilBase::JSONStringToObject(std::string_view text, TKSError* error) {
   try {
     if (!text.empty()) return tks::platform::json().parse(text, error);
-    storeException(error, "JSON text is missing");
+    storeException(error, TKSErrorReason::invalidArgument, "JSON text is missing");
   } catch (const std::bad_alloc&) {
     tks::setOutOfMemory(error);
   } catch (const std::exception& exception) {
-    storeException(error, exception.what());
+    storeException(error, TKSErrorReason::badMessage, exception.what());
   }
   return {};
 }
@@ -38,12 +39,12 @@ std::optional<std::string> TKSUtilBase::objectToJSONString(const TKSValue& objec
   try {
     TKSError reason;
     std::optional<std::string> text = tks::json::write(object, &reason);
-    if (!text) storeException(error, reason.localizedDescription);
+    if (!text) storeException(error, reason.reason, reason.localizedDescription);
     return text;
   } catch (const std::bad_alloc&) {
     tks::setOutOfMemory(error);
   } catch (const std::exception& exception) {
-    storeException(error, exception.what());
+    storeException(error, TKSErrorReason::invalidArgument, exception.what());
   }
   return std::nullopt;
 }

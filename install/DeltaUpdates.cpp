@@ -10,6 +10,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "install/ArchiveCheck.h"
 #include "install/PrivateUnpacking.h"
 #include "platform/platform.h"
@@ -35,9 +36,11 @@ struct DeltaList {
   std::optional<TKSError> error;
 };
 
-DeltaList failure(const TKSError& underlying) {
+/// `otherwise`: the reason when nothing failed beneath.
+DeltaList failure(const TKSError& underlying, TKSErrorReason otherwise = TKSErrorReason::badMessage) {
   DeltaList result;
-  result.error = TKSError{std::string(TKSUtilErrorDomain), 0, std::string(kConversionFailed)};
+  result.error =
+      tks::makeError(tks::reasonOf(underlying, otherwise), TKSUtilErrorDomain, 0, std::string(kConversionFailed));
   TKSILog::logWithLevel(TKSILogLevelError, "Convert the DeltaInfos to dictionary failed: %@", tks::masked(underlying));
   return result;
 }
@@ -94,7 +97,7 @@ DeltaList readDownload(const tks::platform::DownloadResult& download) {
   if (download.statusCode && *download.statusCode != kOK) {
     TKSILog::logWithLevel(TKSILogLevelError, "Check the delta download response statusCode failed: %d",
                           *download.statusCode);
-    return failure(TKSError());
+    return failure(TKSError(), TKSErrorReason::serverRefused);
   }
   return readArchive(download.location);
 }

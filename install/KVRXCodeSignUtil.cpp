@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "BuildValues.h"
+#include "foundation/values/ErrorReasons.h"
 #include "install/MakerRules.h"
 #include "install/SignatureErrors.h"
 #include "platform/platform.h"
@@ -119,7 +120,9 @@ bool signatureSatisfies(const MakerRules& rules, const TKSURL& bundleURL, TKSErr
 
 bool reportSignatureMessage(std::string message, TKSError* error) {
   if (message.empty()) return true;
-  if (error != nullptr) *error = TKSError{"com.tarvo.kovra.codesign", 0, std::move(message)};
+  if (error != nullptr) {
+    *error = makeError(TKSErrorReason::notTrusted, "com.tarvo.kovra.codesign", 0, std::move(message));
+  }
   return false;
 }
 

@@ -5,6 +5,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/IntegerValue.h"
 #include "install/PackageVersions.h"
 #include "install/Trust.h"
@@ -14,8 +15,8 @@
 
 namespace {
 
-bool refuse(std::string message, TKSError* error) {
-  if (error != nullptr) *error = TKSError{std::string(TKSUtilErrorDomain), 0, std::move(message)};
+bool refuse(TKSErrorReason reason, std::string message, TKSError* error) {
+  if (error != nullptr) *error = tks::makeError(reason, TKSUtilErrorDomain, 0, std::move(message));
   return false;
 }
 
@@ -23,7 +24,7 @@ bool refuse(std::string message, TKSError* error) {
 
 bool TKSUtilBase::isSafeToInstall(std::string_view packagePath, std::string_view tellingVersion, TKSError* error) {
   if (!tks::platform::files().exists(packagePath)) {
-    return refuse(tks::formatted("Package not exist: %@", packagePath), error);
+    return refuse(TKSErrorReason::notFound, tks::formatted("Package not exist: %@", packagePath), error);
   }
   const bool isFolder = tks::platform::files().isDirectory(packagePath);
   if (!tks::checkTrustForInstalling(packagePath, error)) return false;
@@ -31,11 +32,12 @@ bool TKSUtilBase::isSafeToInstall(std::string_view packagePath, std::string_view
   const TKSValue found = getBundleVersion(packagePath);
   const std::string packageVersion = tks::install::comparableVersion(found.isNothing() ? "" : found.description());
   if (packageVersion.empty()) {
-    return refuse(tks::formatted("Fail to extract version with path: %@", packagePath), error);
+    return refuse(TKSErrorReason::broken, tks::formatted("Fail to extract version with path: %@", packagePath), error);
   }
   const std::string expected = tks::install::comparableVersion(tellingVersion);
   if (packageVersion == expected) return true;
-  return refuse(tks::formatted("Version not match, package version: %@, telling version: %@", packageVersion, expected),
+  return refuse(TKSErrorReason::wrongVersion,
+                tks::formatted("Version not match, package version: %@, telling version: %@", packageVersion, expected),
                 error);
 }
 

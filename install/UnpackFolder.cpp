@@ -4,6 +4,7 @@
 #include <tksinterface/TKSILog.h>
 
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
 #include "install/PrivateUnpacking.h"
 #include "install/RemoveWhole.h"
@@ -32,7 +33,10 @@ UnpackFolder::UnpackFolder()
 
 bool UnpackFolder::enter(std::chrono::milliseconds patience, TKSError* error) {
   if (path_.empty()) {
-    if (error != nullptr) *error = {std::string(TKSUtilErrorDomain), 0, "there is no temporary folder to be trusted"};
+    if (error != nullptr) {
+      *error =
+          makeError(TKSErrorReason::noSafeFolder, TKSUtilErrorDomain, 0, "there is no temporary folder to be trusted");
+    }
     return false;
   }
   // Whether the temporary folder can be trusted was seen before.

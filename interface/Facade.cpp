@@ -6,6 +6,7 @@
 
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
+#include "messaging/FatalErrors.h"
 
 namespace tks::interface {
 
@@ -75,7 +76,7 @@ void Facade::step(Event event, const TKSError& error, const std::function<void()
 
 void Facade::channelFailed(const std::string& description, const std::function<void()>& action) {
   const Epoch::Moment before = conversation_.now();
-  step(Event::channelFailed, facadeError(TKSErrorReason::channelFailed, description), action,
+  step(Event::channelFailed, facadeError(messaging::reasonOfFatalError(description), description), action,
        [&] { return before.isOver(); });
 }
 
@@ -91,7 +92,7 @@ void Facade::goodbyeAnswered(const std::function<void()>& action) {
     settle(Event::goodbyeAnswered, {.stages = {Stage::stopping, Stage::replacing}, .upTo = upTo}, unanswered);
     if (isGone() || handler().messageHost->isOpened) return;
     if (session_.isWaiting({Stage::greeting}) || handler().launchFinishBlock || handler().launchErrorBlock) {
-      handler().handleErrorString(unanswered.localizedDescription);
+      handler().handleError(unanswered);
     } else {
       handler().helloFinishBlock = nullptr;
       handler().helloErrorBlock = nullptr;

@@ -43,6 +43,7 @@ struct Launch {
   bool succeeded = false;
   /// Why it failed.
   std::string message;
+  TKSErrorReason reason = TKSErrorReason::systemFailed;
   std::optional<TKSRunningApplication> application;
 };
 
@@ -73,7 +74,10 @@ bool isTrusted(Launch& launch) {
   TKSError error;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check app begin.");
   const bool trusted = TKSUtilBase::checkTrustForLaunch(bundlePath, &error);
-  if (!trusted) launch.message = tks::formatted("Security check failed: %@", error.localizedDescription);
+  if (!trusted) {
+    launch.message = tks::formatted("Security check failed: %@", error.localizedDescription);
+    launch.reason = TKSErrorReason::notTrusted;
+  }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check app done, result: %i, path: %@", trusted, masked(bundlePath));
   return trusted;
 }
@@ -81,11 +85,13 @@ bool isTrusted(Launch& launch) {
 bool mayBeLaunched(Launch& launch) {
   if (!tks::platform::files().exists(launch.exePath)) {
     launch.message = tks::formatted("Component binary file not exists: %@", launch.exePath);
+    launch.reason = TKSErrorReason::notInstalled;
     return false;
   }
   if (!isTrusted(launch)) return false;
   if (!tks::platform::files().isExecutableFile(launch.exePath)) {
     launch.message = tks::formatted("Component binary file not executable: %@", masked(launch.exePath));
+    launch.reason = TKSErrorReason::noPermission;
     return false;
   }
   return true;
@@ -126,8 +132,10 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   request.executable = launch.exePath;
   request.arguments = args;
   request.joinStandardHandles = scanned.joinsStandardHandles();
+  TKSError error;
   launch.pid = tks::platform::childProcesses().start(
-      request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, nullptr);
+      request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, &error);
+  if (launch.pid < 1) launch.reason = tks::reasonOf(error, TKSErrorReason::systemFailed);
   watch->pid = launch.pid;
   watch->pid.notify_all();
   TKSILog::logWithLevel(TKSILogLevelInfo, "PID launched: %d", launch.pid);
@@ -152,6 +160,7 @@ bool canBeWaitedFor(Launch& launch) {
   if (tks::platform::runningApplications().canLookUp(&error)) return true;
   launch.message =
       tks::formatted("Running apps can not be looked up, app is not launched: %@", error.localizedDescription);
+  launch.reason = tks::reasonOf(error, TKSErrorReason::systemFailed);
   return false;
 }
 
@@ -176,6 +185,7 @@ void startAndWait(Launch& launch, const std::vector<std::string>& args, const st
   launch.succeeded = launch.application.has_value();
   watch->wasSeen = launch.succeeded;
   if (launch.succeeded) return;
+  launch.reason = watch->hasEnded ? TKSErrorReason::endedEarly : TKSErrorReason::notAnswered;
   launch.message = watch->hasEnded ? tks::formatted("Launched process ended before it was running (%@). Path: %@",
                                                     tks::described(*watch->end), masked(launch.exePath))
                                    : tks::formatted("Getting running app process timeout (more than %i s). Path: %@",
@@ -196,7 +206,7 @@ std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, con
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch exe result %i: [pid: %d, path: %@, retryCount: %d]", launch.succeeded,
                         launch.pid, masked(launch.exePath), launch.polls);
   if (!launch.succeeded && error != nullptr) {
-    *error = TKSError{std::string(TKSUtilErrorDomain), 0, std::move(launch.message)};
+    *error = tks::makeError(launch.reason, TKSUtilErrorDomain, 0, std::move(launch.message));
   }
   return launch.application;
 }

@@ -8,6 +8,7 @@
 
 #include "foundation/logging/HeldLines.h"
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "messaging/Frame.h"
 
 namespace tks::messaging {
@@ -29,7 +30,9 @@ std::uint64_t mostWaitingBytes() {
   return kMessages * (message + kHeaderBytes);
 }
 
-TKSError failure(std::string text) { return {std::string(TKSUtilErrorDomain), 0, std::move(text)}; }
+TKSError failure(std::string text) {
+  return makeError(TKSErrorReason::channelFailed, TKSUtilErrorDomain, 0, std::move(text));
+}
 
 /// Why a write moved nothing, if it will never move anything.
 std::optional<TKSError> failureOf(platform::Transfer& transfer) {

@@ -12,8 +12,10 @@
 #include <tksinterface/TKSURL.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/IntegerValue.h"
+#include "messaging/FatalErrors.h"
 #include "platform/platform.h"
 
 using tks::callHost;
@@ -35,6 +37,24 @@ std::optional<std::string> domainOf(const TKSValue& param) {
   if (!source.isText()) return std::nullopt;
   const std::optional<TKSURL> url = TKSURL::URLWithString(source.text());
   return url ? std::optional(url->absoluteString()) : std::nullopt;
+}
+
+/// What the launcher's codes tell a host that need not know the launcher.
+TKSErrorReason reasonOfLaunchersCode(std::int32_t code) {
+  struct KnownCode {
+    std::string_view code;
+    TKSErrorReason reason;
+  };
+  const KnownCode known[] = {
+      {tks_message_error_code_download_cancelled, TKSErrorReason::cancelled},
+      {tks_message_error_code_download_failed, TKSErrorReason::networkFailed},
+      {tks_message_error_code_another_meeting_in_process, TKSErrorReason::busy},
+      {tks_message_error_code_launch_meeting_timeout, TKSErrorReason::notAnswered},
+  };
+  for (const KnownCode& one : known) {
+    if (tks::integerValue(one.code) == code) return one.reason;
+  }
+  return TKSErrorReason::refusedByLauncher;
 }
 
 }  // namespace
@@ -128,7 +148,7 @@ void TKSIMessageHandler::sendLaunchMessage(const TKSValue& param, TKSFinishBlock
   const Step step(*this);
   if (!param.isDictionary()) {
     TKSILog::logWithLevel(TKSILogLevelError, "Launch param nil!");
-    callHost("errorBlock", errorBlock, TKSUtilBase::generateTKSInterfaceDefaultError("Launch param nil!"));
+    callHost("errorBlock", errorBlock, tks::interfaceError(TKSErrorReason::invalidArgument, "Launch param nil!"));
     // The request goes on without parameters, unless the host has turned to another one.
     if (step.handlerIsGone() || step.hasNewRequest()) return;
   }
@@ -226,7 +246,7 @@ void TKSIMessageHandler::onError(const TKSValue& body) {
 // Errors.
 
 void TKSIMessageHandler::handleErrorString(const std::string& text) {
-  handleError(TKSUtilBase::generateTKSInterfaceDefaultError(text));
+  handleError(tks::interfaceError(TKSErrorReason::refusedByLauncher, text));
 }
 
 void TKSIMessageHandler::handleError(const TKSError& error) {
@@ -258,11 +278,10 @@ void TKSIMessageHandler::handleLaunchErrorMessageInfo(const TKSDictionary& info)
   if (!launchErrorBlock) return;
   const TKSValue* const code = info.find(tks_message_key_error_code);
   const TKSValue* const text = info.find(tks_message_key_error_message);
-  const TKSError error{
-      std::string(TKSITKSDomain),
-      code != nullptr ? tks::integerValue(*code) : tks::integerValue(tks_message_error_code_launch_meeting_failed),
-      text != nullptr ? text->description() : "Unknown error",
-  };
+  const std::int32_t number =
+      code != nullptr ? tks::integerValue(*code) : tks::integerValue(tks_message_error_code_launch_meeting_failed);
+  const TKSError error = tks::makeError(reasonOfLaunchersCode(number), TKSITKSDomain, number,
+                                        text != nullptr ? text->description() : "Unknown error");
   callHost("launchErrorBlock", take(launchErrorBlock), error);
 }
 
@@ -311,7 +330,7 @@ void TKSIMessageHandler::giveUp(const std::string& description) {
   if (step.handlerIsGone()) return;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host on fatal error.");
   stopMessageHost();
-  handleErrorString(description);
+  handleError(tks::interfaceError(tks::messaging::reasonOfFatalError(description), description));
 }
 
 // Clean-ups.

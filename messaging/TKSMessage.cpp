@@ -9,6 +9,7 @@
 #include <tksinterface/TKSFormat.h>
 #include <tksinterface/TKSMessageVocabulary.h>
 
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/JsonWriter.h"
 #include "foundation/values/OutOfMemory.h"
 #include "messaging/MessageText.h"
@@ -18,7 +19,8 @@ namespace {
 
 /// False, for the answer of the operation that failed.
 bool fail(TKSError* error, std::string description) {
-  if (error != nullptr) *error = {std::string(commonErrorDomain), 0, std::move(description)};
+  if (error != nullptr)
+    *error = tks::makeError(TKSErrorReason::badMessage, commonErrorDomain, 0, std::move(description));
   return false;
 }
 

@@ -11,6 +11,7 @@
 
 #include <tksinterface/TKSConstants.h>
 
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/OutOfMemory.h"
 #include "foundation/values/RealText.h"
 #include "foundation/values/Utf8.h"
@@ -336,7 +337,7 @@ bool append(const TKSValue& value, std::string& out, TKSError* error) {
   try {
     const Problem problem = Writer(out).write(value);
     if (problem == Problem::none) return true;
-    if (error != nullptr) *error = TKSError{std::string(commonErrorDomain), 0, describe(problem)};
+    if (error != nullptr) *error = makeError(TKSErrorReason::invalidArgument, commonErrorDomain, 0, describe(problem));
   } catch (const std::bad_alloc&) {
     setOutOfMemory(error);
   }
