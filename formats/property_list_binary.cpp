@@ -340,7 +340,7 @@ bool BinaryReader::open(std::size_t position, std::size_t count, bool isDictiona
   return true;
 }
 
-/// Integers of up to four bytes have no sign. What 64 bits with a sign cannot hold becomes a real.
+/// Integers of up to four bytes have no sign. What 64 bits cannot hold, with a sign or without, becomes a real.
 bool BinaryReader::integer(std::size_t position, std::uint8_t low) {
   Bytes bytes;
   if (low > 4) return fail("an integer is too wide");
@@ -354,6 +354,8 @@ bool BinaryReader::integer(std::size_t position, std::uint8_t low) {
   const auto fitting = static_cast<std::int64_t>(lowHalf);
   if (high == (fitting < 0 ? -1 : 0)) {
     builder_.integer(fitting);
+  } else if (high == 0) {
+    builder_.unsignedInteger(lowHalf);
   } else {
     builder_.real(std::ldexp(static_cast<double>(high), 64) + static_cast<double>(lowHalf));
   }
@@ -511,6 +513,13 @@ bool BinaryWriter::writeObject(const Object& object) {
       put(value.boolean() ? 0x9 : 0x8, 1);
       return true;
     case Kind::integer:
+      if (value.isUnsignedInteger()) {
+        // Eight bytes would be read with a sign.
+        put(static_cast<std::uint64_t>(kInteger) << 4 | 4, 1);
+        put(0, 8);
+        put(value.unsignedInteger(), 8);
+        return true;
+      }
       putInteger(value.integer());
       return true;
     case Kind::real:

@@ -76,7 +76,7 @@ std::optional<double> parseReal(std::string_view text) {
   return ::strtod_l(std::string(text).c_str(), nullptr, plain);
 }
 
-/// Decimal or, behind "0x", hexadecimal. What 64 bits with a sign cannot hold becomes a real.
+/// Decimal or, behind "0x", hexadecimal. What 64 bits cannot hold, with a sign or without, becomes a real.
 TKSValue parseInteger(std::string_view text) {
   const std::string_view whole = text;
   const bool negative = text.starts_with('-');
@@ -93,10 +93,7 @@ TKSValue parseInteger(std::string_view text) {
     return negative ? -value : value;
   }
   if (failure == std::errc() && negative && magnitude == kLargest + 1) return std::numeric_limits<std::int64_t>::min();
-  if (failure == std::errc()) {
-    const auto value = static_cast<double>(magnitude);
-    return negative ? -value : value;
-  }
+  if (failure == std::errc()) return negative ? TKSValue(-static_cast<double>(magnitude)) : TKSValue(magnitude);
   const std::optional<double> real = hexadecimal ? std::nullopt : parseReal(whole);
   return real ? TKSValue(*real) : TKSValue();
 }
@@ -354,11 +351,16 @@ bool XmlReader::scalar(Element element, const pugi::xml_node& node) {
   return fail("an element is unknown");
 }
 
-/// What 64 bits with a sign cannot hold becomes a real.
 bool XmlReader::integer(std::string_view text) {
   const TKSValue value = parseInteger(text);
   if (value.isNothing()) return fail("an integer is none");
-  value.isReal() ? builder_.real(value.real()) : builder_.integer(value.integer());
+  if (value.isReal()) {
+    builder_.real(value.real());
+  } else if (value.isUnsignedInteger()) {
+    builder_.unsignedInteger(value.unsignedInteger());
+  } else {
+    builder_.integer(value.integer());
+  }
   return true;
 }
 
@@ -462,7 +464,7 @@ bool XmlWriter::begin(const TKSValue& value) {
       out_ += value.boolean() ? "<true/>\n" : "<false/>\n";
       return true;
     case Kind::integer:
-      element("integer", std::to_string(value.integer()));
+      element("integer", value.description());
       return true;
     case Kind::real: {
       const double number = value.real();

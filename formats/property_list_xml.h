@@ -17,7 +17,7 @@ namespace tks::gnulinux::property_list {
 ///               <false/> | <date> YYYY-MM-DDThh:mm:ssZ </date> | <data> base64 </data>
 ///
 /// Texts may hold references to characters and to the five entities that XML itself has, and CDATA sections. Lists that
-/// declare entities of their own are refused. Integers that need more than 63 bits and a sign become reals.
+/// declare entities of their own are refused. Integers beyond -2^63 to 2^64-1 become reals.
 ///
 /// Both answer nothing on failure and put into words what is wrong.
 TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem);

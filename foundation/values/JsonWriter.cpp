@@ -12,6 +12,7 @@
 #include <tksinterface/TKSConstants.h>
 
 #include "foundation/values/ErrorReasons.h"
+#include "foundation/values/IntegerText.h"
 #include "foundation/values/OutOfMemory.h"
 #include "foundation/values/RealText.h"
 #include "foundation/values/Utf8.h"
@@ -233,7 +234,7 @@ class Writer {
       case Kind::boolean:
         return copied(out, value.boolean() ? "true" : "false");
       case Kind::integer:
-        return std::to_chars(out, out + Output::kMostAtOnce / 2, value.integer()).ptr;
+        return writeInteger(out, out + Output::kMostAtOnce / 2, value);
       case Kind::real:
         return writeReal(out, value.real());
       case Kind::data:

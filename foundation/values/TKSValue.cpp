@@ -73,7 +73,7 @@ std::int64_t TKSValue::integer() const noexcept {
     case Kind::boolean:
       return scalar<bool>() ? 1 : 0;
     case Kind::integer:
-      return scalar<std::int64_t>();
+      return isUnsignedInteger() ? std::numeric_limits<std::int64_t>::max() : scalar<std::int64_t>();
     case Kind::real:
       return clampedToInteger(scalar<double>());
     default:
@@ -86,7 +86,8 @@ double TKSValue::real() const noexcept {
     case Kind::boolean:
       return scalar<bool>() ? 1 : 0;
     case Kind::integer:
-      return static_cast<double>(scalar<std::int64_t>());
+      return isUnsignedInteger() ? static_cast<double>(scalar<std::uint64_t>())
+                                 : static_cast<double>(scalar<std::int64_t>());
     case Kind::real:
       return scalar<double>();
     default:

@@ -97,6 +97,7 @@ class Builder {
   void null() { place(TKSNull()); }
   void boolean(bool value) { place(value); }
   void integer(std::int64_t value) { place(value); }
+  void unsignedInteger(std::uint64_t value) { place(value); }
   void real(double value) { place(value); }
   void date(TKSDate value) { place(value); }
   void text(std::string_view text) { bytes(TKSValue::Kind::text, text.data(), text.size()); }
@@ -203,6 +204,7 @@ class StackBuilder {
   void null() { new (top_++) TKSValue(TKSNull()); }
   void boolean(bool value) { new (top_++) TKSValue(value); }
   void integer(std::int64_t value) { new (top_++) TKSValue(value); }
+  void unsignedInteger(std::uint64_t value) { new (top_++) TKSValue(value); }
   void real(double value) { new (top_++) TKSValue(value); }
   /// A text that fits into a value; `kBytesBehind` bytes from its beginning can be read.
   void shortText(const char* bytes, std::size_t size) noexcept {

@@ -23,10 +23,17 @@ bool equalNumbers(std::int64_t integer, double real) noexcept {
          static_cast<std::int64_t>(real) == integer;
 }
 
+bool equalUnsigned(std::uint64_t integer, double real) noexcept {
+  constexpr double kLeast = 9223372036854775808.0;   // 2^63
+  constexpr double kBound = 18446744073709551616.0;  // 2^64
+  return real >= kLeast && real < kBound && static_cast<std::uint64_t>(real) == integer;
+}
+
 bool equalAcrossKinds(const TKSValue& left, const TKSValue& right) noexcept {
-  if (left.isInteger() && right.isReal()) return equalNumbers(left.integer(), right.real());
-  if (left.isReal() && right.isInteger()) return equalNumbers(right.integer(), left.real());
-  return false;
+  if (left.isReal() && right.isInteger()) return equalAcrossKinds(right, left);
+  if (!left.isInteger() || !right.isReal()) return false;
+  return left.isUnsignedInteger() ? equalUnsigned(left.unsignedInteger(), right.real())
+                                  : equalNumbers(left.integer(), right.real());
 }
 
 /// Compares all but the content of arrays and dictionaries.
@@ -39,7 +46,8 @@ bool equalOnTheSurface(const TKSValue& left, const TKSValue& right) noexcept {
     case Kind::boolean:
       return left.boolean() == right.boolean();
     case Kind::integer:
-      return left.integer() == right.integer();
+      return left.isUnsignedInteger() == right.isUnsignedInteger() && left.integer() == right.integer() &&
+             left.unsignedInteger() == right.unsignedInteger();
     case Kind::real:
       return equalReals(left.real(), right.real());
     case Kind::date:

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "foundation/values/IntegerText.h"
 #include "foundation/values/RealText.h"
 #include "foundation/values/Utf8.h"
 #include "foundation/values/ValueNodes.h"
@@ -123,7 +124,7 @@ void appendScalar(std::string& out, const TKSValue& value) {
       out += value.boolean() ? '1' : '0';
       return;
     case Kind::integer:
-      out.append(digits, std::to_chars(digits, digits + sizeof digits, value.integer()).ptr);
+      out.append(digits, writeInteger(digits, digits + sizeof digits, value));
       return;
     case Kind::real:
       out.append(digits, writeReal(digits, value.real()));

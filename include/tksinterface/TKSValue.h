@@ -63,10 +63,12 @@ class TKS_EXPORT TKSValue {
   TKSValue(TKSNull) noexcept : kind_(Kind::null) {}
   /// A boolean.
   TKSValue(bool value) noexcept : TKSValue(Kind::boolean, value) {}
-  /// An integer; unsigned ones beyond 63 bits wrap.
+  /// An integer, from -2^63 to 2^64-1.
   template <std::integral Integer>
   requires(!std::same_as<Integer, bool>) TKSValue(Integer value)
-  noexcept : TKSValue(Kind::integer, static_cast<std::int64_t>(value)) {}
+  noexcept : TKSValue(Kind::integer, static_cast<std::int64_t>(value)) {
+    storage_[kUnsignedMark] = std::is_unsigned_v<Integer> && static_cast<std::uint64_t>(value) >> 63 != 0;
+  }
   /// A real.
   TKSValue(double value) noexcept : TKSValue(Kind::real, value) {}
   /// A text.
@@ -138,8 +140,16 @@ class TKS_EXPORT TKSValue {
 
   /// The boolean, or whether the number is not zero.
   bool boolean() const noexcept;
-  /// The integer; a boolean as 0 or 1; a real cut towards zero and clamped to 64 bits.
+  /// Whether the value is an integer from 2^63 to 2^64-1, which only `unsignedInteger` holds.
+  bool isUnsignedInteger() const noexcept { return kind_ == Kind::integer && storage_[kUnsignedMark] != 0; }
+  /// The integer, clamped to 63 bits and sign; a boolean as 0 or 1; a real cut towards zero and clamped as well.
   std::int64_t integer() const noexcept;
+  /// The integer of a value that is an unsigned one; `integer`, or 0 for a negative one, else.
+  std::uint64_t unsignedInteger() const noexcept {
+    if (isUnsignedInteger()) return scalar<std::uint64_t>();
+    const std::int64_t number = integer();
+    return number < 0 ? 0 : static_cast<std::uint64_t>(number);
+  }
   /// The number as a real.
   double real() const noexcept;
   /// The text. The view holds as long as this value is neither changed nor destroyed.
@@ -212,6 +222,8 @@ class TKS_EXPORT TKSValue {
 
   /// Texts and data of at most this many bytes stand in the value itself.
   static constexpr std::size_t kInlineCapacity = 14;
+  /// In storage_, behind the number: 1 for an integer that has no sign because it needs all 64 bits.
+  static constexpr std::size_t kUnsignedMark = 8;
   /// In inlineLength_: the content stands in a shared node, whose address is in storage_.
   static constexpr std::uint8_t kShared = 0xFF;
 

@@ -22,6 +22,9 @@ TKSValue fromDecimal(NSDecimalNumber* number) {
   if (text.find_first_of(".eE") == std::string::npos && [number isEqual:@(number.longLongValue)]) {
     return TKSValue(static_cast<std::int64_t>(number.longLongValue));
   }
+  if (text.find_first_of(".eE") == std::string::npos && [number isEqual:@(number.unsignedLongLongValue)]) {
+    return TKSValue(static_cast<std::uint64_t>(number.unsignedLongLongValue));
+  }
   return TKSValue(strtod_l(text.c_str(), nullptr, LC_C_LOCALE));
 }
 
@@ -29,8 +32,7 @@ TKSValue fromNumber(NSNumber* number) {
   if (isBoolean(number)) return TKSValue(static_cast<bool>(number.boolValue));
   if ([number isKindOfClass:NSDecimalNumber.class]) return fromDecimal(static_cast<NSDecimalNumber*>(number));
   if (CFNumberIsFloatType((__bridge CFNumberRef)number)) return TKSValue(number.doubleValue);
-  // An unsigned number beyond 63 bits has no place in an integer value.
-  if (number.objCType[0] == 'Q' && number.unsignedLongLongValue > INT64_MAX) return TKSValue(number.doubleValue);
+  if (number.objCType[0] == 'Q') return TKSValue(static_cast<std::uint64_t>(number.unsignedLongLongValue));
   return TKSValue(static_cast<std::int64_t>(number.longLongValue));
 }
 
@@ -103,7 +105,7 @@ id toLeaf(const TKSValue& value) {
     case TKSValue::Kind::boolean:
       return @(value.boolean());
     case TKSValue::Kind::integer:
-      return @(value.integer());
+      return value.isUnsignedInteger() ? @(value.unsignedInteger()) : @(value.integer());
     case TKSValue::Kind::real:
       return @(value.real());
     case TKSValue::Kind::text:

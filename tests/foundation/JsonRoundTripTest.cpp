@@ -103,7 +103,7 @@ void expectSame(const TKSValue& ours, const Peer& peers) {
     EXPECT_EQ(ours, TKSValue(peers.get<std::string>()));
   } else if (peers.is_number_unsigned() &&
              peers.get<std::uint64_t>() > std::uint64_t{std::numeric_limits<std::int64_t>::max()}) {
-    EXPECT_EQ(ours.real(), static_cast<double>(peers.get<std::uint64_t>()));
+    EXPECT_EQ(ours, TKSValue(peers.get<std::uint64_t>()));
   } else if (peers.is_number_integer()) {
     EXPECT_EQ(ours, TKSValue(peers.get<std::int64_t>()));
   } else if (peers.is_number()) {

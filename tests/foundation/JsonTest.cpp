@@ -66,10 +66,18 @@ TEST(JsonReading, TellsKindsOfNumbersApart) {
   EXPECT_EQ(read("[-9223372036854775808]")[0].integer(), std::numeric_limits<std::int64_t>::min());
 }
 
+TEST(JsonReading, KeepsUnsignedIntegersOf64Bits) {
+  for (const std::uint64_t number : {9223372036854775808u, 9223372036854775809u, 18446744073709551615u}) {
+    const TKSValue value = read("[" + std::to_string(number) + ",-1]");
+    EXPECT_TRUE(value[0].isUnsignedInteger());
+    EXPECT_EQ(value[0].unsignedInteger(), number);
+    EXPECT_EQ(tks::json::write(value, nullptr), "[" + std::to_string(number) + ",-1]");
+  }
+  EXPECT_FALSE(read("[9223372036854775807]")[0].isUnsignedInteger());
+}
+
 TEST(JsonReading, IntegersBeyond64BitsBecomeReals) {
-  const std::pair<std::string_view, double> rows[] = {{"9223372036854775808", 9223372036854775808.0},
-                                                      {"-9223372036854775809", -9223372036854775808.0},
-                                                      {"18446744073709551615", 18446744073709551615.0},
+  const std::pair<std::string_view, double> rows[] = {{"-9223372036854775809", -9223372036854775808.0},
                                                       {"18446744073709551616", 18446744073709551616.0},
                                                       {"123456789012345678901234567890", 1.2345678901234568e29}};
   for (const auto& [text, number] : rows) {

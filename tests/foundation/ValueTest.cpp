@@ -134,6 +134,29 @@ TEST(Value, ARealBeyondTheIntegersIsClamped) {
   EXPECT_EQ(TKSValue(kNaN).integer(), 0);
 }
 
+TEST(Value, UnsignedIntegersOf64BitsAreKept) {
+  constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+  const TKSValue most(kMost);
+  const TKSValue first(std::uint64_t{1} << 63);
+  EXPECT_TRUE(most.isInteger() && most.isNumber() && most.isUnsignedInteger());
+  EXPECT_EQ(most.unsignedInteger(), kMost);
+  EXPECT_EQ(most.integer(), std::numeric_limits<std::int64_t>::max()) << "clamped";
+  EXPECT_EQ(most.real(), 18446744073709551616.0);
+  EXPECT_TRUE(most.boolean());
+  EXPECT_EQ(most.description(), "18446744073709551615");
+  EXPECT_EQ(first.description(), "9223372036854775808");
+  EXPECT_EQ(first, TKSValue(9223372036854775808.0));
+  EXPECT_NE(most, TKSValue(18446744073709551616.0)) << "the nearest real is another number";
+  EXPECT_NE(most, first);
+  EXPECT_NE(most, TKSValue(-1)) << "of the same bits";
+  EXPECT_NE(first, TKSValue(std::numeric_limits<std::int64_t>::max()));
+  EXPECT_EQ(TKSValue(most), most);
+  EXPECT_FALSE(TKSValue(std::uint64_t{7}).isUnsignedInteger());
+  EXPECT_EQ(TKSValue(std::uint64_t{7}), TKSValue(7));
+  EXPECT_EQ(TKSValue(7).unsignedInteger(), 7u);
+  EXPECT_EQ(TKSValue(-7).unsignedInteger(), 0u);
+}
+
 TEST(Value, ReadsNestedValues) {
   const TKSValue value = TKSDictionary{{"list", TKSArray{1, TKSDictionary{{"deep", "found"}}}}};
   EXPECT_EQ(value["list"][1]["deep"].text(), "found");

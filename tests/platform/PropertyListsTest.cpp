@@ -289,12 +289,29 @@ INSTANTIATE_TEST_SUITE_P(
         NamedText{"TooLarge", xml("<string>" + std::string(16u << 20, 'x') + "</string>")}),
     nameOf<NamedText>);
 
+TEST(PropertyLists, UnsignedIntegersOf64BitsAreKeptInEitherForm) {
+  for (const std::uint64_t number : {9223372036854775808u, 9223372036854775809u, 18446744073709551615u}) {
+    EXPECT_EQ(parsed(xml("<integer>" + std::to_string(number) + "</integer>")), TKSValue(number));
+    for (const auto format : {PropertyLists::Format::xml, PropertyLists::Format::binary}) {
+      const TKSValue list = TKSArray{number, std::numeric_limits<std::int64_t>::max(), -1};
+      const std::optional<TKSData> written = tks::platform::propertyLists().serialize(list, format, nullptr);
+      ASSERT_TRUE(written);
+      const TKSValue read = tks::platform::propertyLists().parse(*written, nullptr);
+      EXPECT_EQ(read, list);
+      EXPECT_TRUE(read[0].isUnsignedInteger());
+      EXPECT_EQ(read[0].unsignedInteger(), number);
+    }
+  }
+  EXPECT_EQ(parsed(xml("<integer>0xFFFFFFFFFFFFFFFF</integer>")).unsignedInteger(), 18446744073709551615u);
+}
+
 TEST(PropertyLists, IntegersBeyond64BitsBecomeReals) {
   EXPECT_EQ(parsed(xml("<integer>9223372036854775807</integer>")), TKSValue(std::numeric_limits<std::int64_t>::max()));
   EXPECT_EQ(parsed(xml("<integer>-9223372036854775808</integer>")), TKSValue(std::numeric_limits<std::int64_t>::min()));
-  const TKSValue beyond = parsed(xml("<integer>9223372036854775808</integer>"));
+  const TKSValue beyond = parsed(xml("<integer>18446744073709551616</integer>"));
   EXPECT_TRUE(beyond.isReal());
-  EXPECT_EQ(beyond.real(), 9223372036854775808.0);
+  EXPECT_EQ(beyond.real(), 18446744073709551616.0);
+  EXPECT_EQ(parsed(xml("<integer>-9223372036854775809</integer>")).real(), -9223372036854775808.0);
   EXPECT_EQ(parsed(xml("<integer>100000000000000000000000</integer>")).real(), 1e23);
   EXPECT_EQ(parsed(xml("<integer>-100000000000000000000000</integer>")).real(), -1e23);
 }

@@ -299,6 +299,11 @@ class Document {
       builder_.integer(integer);
       return simdjson::SUCCESS;
     }
+    std::uint64_t large = 0;
+    if (const auto [stopped, error] = std::from_chars(at_, end, large); error == std::errc() && stopped == end) {
+      builder_.unsignedInteger(large);
+      return simdjson::SUCCESS;
+    }
     double real = 0;
     if (const error_code error = readReal(at_, end, real)) return error;
     builder_.real(real);
