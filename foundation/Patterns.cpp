@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <string_view>
 
@@ -14,7 +15,12 @@ namespace {
 
 using Match = tks::platform::Text::Match;
 
+using Clock = std::chrono::steady_clock;
+using Deadline = Clock::time_point;
+
 constexpr std::string_view kEverything = "*";
+/// For a whole list of patterns.
+constexpr std::chrono::milliseconds kTimeLimit{200};
 
 /// White space and line ends, as Unicode has them.
 constexpr std::string_view kBlanks[] = {
@@ -38,9 +44,9 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-/// What is found is found for the list; a pattern that does not compile spoils it.
-Match find(std::string_view pattern, std::string_view text) {
-  const Match match = tks::platform::text().findPattern(pattern, text);
+/// Looks for one pattern of a list, and says what is wrong with it.
+Match find(std::string_view pattern, std::string_view text, Deadline deadline) {
+  const Match match = tks::platform::text().findPattern(pattern, text, deadline);
   if (match == Match::badPattern) {
     TKSILog::logWithLevel(
         TKSILogLevelError,
@@ -58,12 +64,18 @@ Match find(std::string_view pattern, std::string_view text) {
 bool TKSUtilBase::isMatchedToRegex(std::string_view patterns, std::string_view text) {
   if (patterns.empty() || text.empty()) return false;
   if (patterns == kEverything) return true;
+  const Deadline end = Clock::now() + kTimeLimit;
   for (std::size_t begin = 0; begin <= patterns.size();) {
-    const std::size_t end = std::min(patterns.find(',', begin), patterns.size());
-    const Match match = find(trimmed(patterns.substr(begin, end - begin)), text);
+    const std::string_view rest = patterns.substr(begin);
+    const std::string_view pattern = rest.substr(0, rest.find(','));
+    // An equal share of what time is left, so that no pattern keeps those after it from being tried.
+    const auto patternsLeft = std::count(rest.begin(), rest.end(), ',') + 1;
+    const Deadline deadline = Clock::now() + (end - Clock::now()) / patternsLeft;
+    const Match match = find(trimmed(pattern), text, deadline);
+    // The first match decides; a pattern that does not compile fails the list.
     if (match == Match::matched) return true;
     if (match == Match::badPattern) return false;
-    begin = end + 1;
+    begin += pattern.size() + 1;
   }
   return false;
 }

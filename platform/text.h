@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -22,8 +23,9 @@ class Text {
   /// Order of two texts in which runs of digits count as numbers ("44.10" after "44.9"): negative, 0 or positive.
   virtual int compareNumerically(std::string_view left, std::string_view right) = 0;
   /// Looks for a pattern anywhere in a text, ignoring case. "^" and "$" stand for the whole text's ends; an empty
-  /// pattern is a bad one. A search that takes longer than 200 ms is given up.
-  virtual Match findPattern(std::string_view pattern, std::string_view text) = 0;
+  /// pattern is a bad one. A search is given up at the deadline.
+  virtual Match findPattern(std::string_view pattern, std::string_view text,
+                            std::chrono::steady_clock::time_point deadline) = 0;
   /// Number of UTF-16 units of a text.
   virtual std::size_t utf16Length(std::string_view text) = 0;
   /// A number in decimal style with the grouping of the user's locale; empty for a value that is no number.

@@ -10,7 +10,7 @@
 namespace tks::platform {
 namespace {
 
-constexpr std::chrono::milliseconds kPatternTimeLimit{200};
+using TimePoint = std::chrono::steady_clock::time_point;
 
 class AppleText final : public Text {
  public:
@@ -33,7 +33,7 @@ class AppleText final : public Text {
     }
   }
 
-  Match findPattern(std::string_view pattern, std::string_view text) override {
+  Match findPattern(std::string_view pattern, std::string_view text, TimePoint deadline) override {
     if (pattern.empty()) return Match::badPattern;
     @autoreleasepool {
       NSRegularExpression* expression =
@@ -41,7 +41,8 @@ class AppleText final : public Text {
                                                     options:NSRegularExpressionCaseInsensitive
                                                       error:nullptr];
       if (expression == nil) return Match::badPattern;
-      return find(expression, apple::toRepairedString(text));
+      if (std::chrono::steady_clock::now() >= deadline) return Match::timeLimit;
+      return find(expression, apple::toRepairedString(text), deadline);
     }
   }
 
@@ -66,8 +67,7 @@ class AppleText final : public Text {
   }
 
  private:
-  static Match find(NSRegularExpression* expression, NSString* text) {
-    const auto deadline = std::chrono::steady_clock::now() + kPatternTimeLimit;
+  static Match find(NSRegularExpression* expression, NSString* text, TimePoint deadline) {
     __block Match result = Match::notMatched;
     // Reporting progress makes the engine call back now and then, so that a runaway search can be stopped.
     [expression enumerateMatchesInString:text

@@ -1,10 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <vector>
 
 #include <tksinterface/TKSUtilBase.h>
 
+#include "platform/platform.h"
 #include "tests/support/LogRecorder.h"
 
 namespace {
@@ -82,6 +85,45 @@ TEST(PatternList, ASearchThatTakesTooLongIsNoMatchAndTheNextPatternIsTried) {
   EXPECT_FALSE(TKSUtilBase::isMatchedToRegex("(a+)+b", text));
   const LogLine line{4, "Search for pattern:(a+)+b takes too long, consider as not matched."};
   EXPECT_THAT(log.lines(), ElementsAre(line, line));
+}
+
+/// Searches that never end before their deadline, and note how long that is away.
+class EndlessSearches final : public tks::platform::Text {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+  std::vector<TimePoint> deadlines;
+  Match findPattern(std::string_view, std::string_view, TimePoint deadline) override {
+    deadlines.push_back(deadline);
+    return Match::timeLimit;
+  }
+  std::string lowerCase(std::string_view text) override { return real().lowerCase(text); }
+  bool equalIgnoringCase(std::string_view left, std::string_view right) override {
+    return real().equalIgnoringCase(left, right);
+  }
+  int compareNumerically(std::string_view left, std::string_view right) override {
+    return real().compareNumerically(left, right);
+  }
+  std::size_t utf16Length(std::string_view text) override { return real().utf16Length(text); }
+  std::string decimal(const TKSValue& number) override { return real().decimal(number); }
+
+ private:
+  tks::platform::Text& real() const { return replaced_.before(); }
+  tks::platform::Replaced<tks::platform::Text> replaced_{*this};
+};
+
+TEST(PatternList, TheTimeLimitIsThatOfTheWholeCallAndEveryPatternHasItsShare) {
+  EndlessSearches searches;
+  std::string patterns = "a";
+  for (int i = 1; i < 20; ++i) patterns += ",a";
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_FALSE(TKSUtilBase::isMatchedToRegex(patterns, "text"));
+  const auto after = std::chrono::steady_clock::now();
+  ASSERT_EQ(searches.deadlines.size(), 20u);
+  // The last has all that is left; that the call took no time here gives the first a twentieth of it.
+  EXPECT_GE(searches.deadlines.back(), before + std::chrono::milliseconds(200));
+  EXPECT_LE(searches.deadlines.back(), after + std::chrono::milliseconds(200));
+  EXPECT_GT(searches.deadlines.front(), before);
+  EXPECT_LE(searches.deadlines.front(), after + std::chrono::milliseconds(10));
 }
 
 }  // namespace

@@ -23,7 +23,6 @@ namespace {
 using icu::number::LocalizedNumberFormatter;
 using TimePoint = std::chrono::steady_clock::time_point;
 
-constexpr std::chrono::milliseconds kPatternTimeLimit{200};
 /// The number format of the user who chose none.
 constexpr const char* kDefaultLocale = "en_US";
 
@@ -103,7 +102,7 @@ class IcuText final : public Text {
     return (a.length() - i) - (b.length() - k);
   }
 
-  Match findPattern(std::string_view pattern, std::string_view text) override {
+  Match findPattern(std::string_view pattern, std::string_view text, TimePoint deadline) override {
     if (pattern.empty()) return Match::badPattern;
     UErrorCode status = U_ZERO_ERROR;
     UParseError place{};
@@ -112,7 +111,7 @@ class IcuText final : public Text {
     if (U_FAILURE(status)) return Match::badPattern;
     const icu::UnicodeString input = unicode(text);
     const std::unique_ptr<icu::RegexMatcher> matcher(compiled->matcher(input, status));
-    const TimePoint deadline = std::chrono::steady_clock::now() + kPatternTimeLimit;
+    if (!beforeDeadline(&deadline, 0)) return Match::timeLimit;
     if (U_SUCCESS(status)) matcher->setMatchCallback(beforeDeadline, &deadline, status);
     if (U_SUCCESS(status)) matcher->setFindProgressCallback(beforeDeadlineWhileSearching, &deadline, status);
     const bool found = U_SUCCESS(status) && matcher->find(status);
@@ -129,8 +128,10 @@ class IcuText final : public Text {
     if (!number.isNumber()) return {};
     UErrorCode status = U_ZERO_ERROR;
     const LocalizedNumberFormatter formatter = formatterForUser();
-    const icu::number::FormattedNumber formatted =
-        number.isReal() ? formatter.formatDouble(number.real(), status) : formatter.formatInt(number.integer(), status);
+    const icu::number::FormattedNumber formatted = number.isReal() ? formatter.formatDouble(number.real(), status)
+                                                   : number.isUnsignedInteger()
+                                                       ? formatter.formatDecimal(piece(number.description()), status)
+                                                       : formatter.formatInt(number.integer(), status);
     std::string text;
     const icu::UnicodeString digits = formatted.toString(status);
     return U_SUCCESS(status) ? digits.toUTF8String(text) : text;
