@@ -53,7 +53,8 @@ bool TKSUtilBase::forceTerminateApp(const std::optional<TKSRunningApplication>& 
   }
   const std::string description = application->description();
   TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to force terminate app (%@)", masked(description));
-  if (!tks::platform::runningApplications().forceTerminate(*application)) {
+  // One that ended by itself refuses as well, and is what was asked for.
+  if (!tks::platform::runningApplications().forceTerminate(*application) && isRunning(*application)) {
     TKSILog::logWithLevel(TKSILogLevelError, "Force terminate app failed (%@)", masked(description));
     return false;
   }

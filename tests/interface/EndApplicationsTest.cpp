@@ -45,6 +45,7 @@ TEST_F(EndApplications, LaunchersAreKnownByIdentifierAndMeetingClientsByName) {
 TEST_F(EndApplications, OneThatCannotBeEndedDoesNotKeepTheOthers) {
   applications.listed = {application(1, "com.tarvo.kovra.Tarvo-Kovra-Start", "First"), launcher};
   applications.refusing = {1};
+  applications.looks[1] = {applications.listed.front()};
   EXPECT_FALSE(TKSUtilBase::endLaunchModules());
   EXPECT_THAT(applications.terminated, ElementsAre(1, 5));
   EXPECT_TRUE(log.has(8, "End process failed: First"));
@@ -75,8 +76,20 @@ TEST_F(EndApplications, ALaterProcessWithTheSameIdentifierIsNotTakenForIt) {
   EXPECT_THAT(clock.sleeps(), IsEmpty());
 }
 
+TEST_F(EndApplications, OneThatEndedByItselfIsGone) {
+  applications.refusing = {5};
+  EXPECT_TRUE(TKSUtilBase::forceTerminateApp(launcher));
+  const std::string description = "pid: 5, path: /Users/****/Tarvo Kovra Start.app";
+  EXPECT_THAT(log.lines(), ElementsAre(info("Begin to force terminate app (" + description + ")"),
+                                       info("Force terminate success: (" + description + ")")));
+  applications.listed = {launcher};
+  applications.looks[5] = {std::nullopt};
+  EXPECT_TRUE(TKSUtilBase::endLaunchModules());
+}
+
 TEST_F(EndApplications, ARefusedRequestIsAFailure) {
   applications.refusing = {5};
+  applications.looks[5] = {launcher};
   EXPECT_FALSE(TKSUtilBase::forceTerminateApp(launcher));
   const std::string description = "pid: 5, path: /Users/****/Tarvo Kovra Start.app";
   EXPECT_THAT(log.lines(), ElementsAre(info("Begin to force terminate app (" + description + ")"),
