@@ -25,12 +25,14 @@ constexpr std::size_t kPrefixLength = 9;
 constexpr std::string_view kMarker = "-=-[VALUE]-=-";
 constexpr std::size_t kSuffixLength = 3;
 constexpr std::size_t kLargestFile = 16u * 1024 * 1024;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-/// The file's text; empty when it cannot be read or is not UTF-8.
+/// The file's text without a byte-order mark; empty when it cannot be read or is not UTF-8.
 std::string textOf(std::string_view path) {
   const std::optional<TKSData> content = tks::platform::files().read(path, kLargestFile, nullptr);
   if (!content) return {};
   std::string text(content->begin(), content->end());
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   return tks::utf8::isValid(text) ? text : std::string();
 }
 

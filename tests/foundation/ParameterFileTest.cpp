@@ -39,6 +39,13 @@ TEST_F(ParameterFile, EachLineGivesAKeyAndItsValue) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
+TEST_F(ParameterFile, AByteOrderMarkAtItsBeginningIsSkipped) {
+  EXPECT_EQ(read("\xEF\xBB\xBF"
+                 "123456789a-=-[VALUE]-=-1xyz\n123456789b\xEF\xBB\xBF-=-[VALUE]-=-2xyz"),
+            (TKSDictionary{{"a", "1"}, {"b\xEF\xBB\xBF", "2"}}));
+  EXPECT_EQ(read("\xEF\xBB\xBF"), TKSDictionary());
+}
+
 TEST_F(ParameterFile, LinesEndAtAnyLineEnd) {
   EXPECT_EQ(read("123456789a-=-[VALUE]-=-1xyz\r\n123456789b-=-[VALUE]-=-2xyz\r123456789c-=-[VALUE]-=-3xyz\n\n\r\r"
                  "123456789d-=-[VALUE]-=-4xyz"),
