@@ -19,6 +19,8 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessFacts.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/Sanitized.h"
+#include "tests/support/SmallStack.h"
 
 // The state of the host's process belongs to the host: each operation, the first time that it is used and afterwards,
 // and whether it succeeds or not, leaves all of it as it was.
@@ -223,6 +225,20 @@ TEST_P(ProcessState, IsAsItWasAfterEveryOperation) {
   GetParam().call(world);
   EXPECT_EQ(processFacts(), facts);
   EXPECT_EQ(standardHandleFacts(), handles);
+  EXPECT_EQ(children(), std::set<int>());
+}
+
+class SmallStack : public testing::TestWithParam<Operations> {};
+
+INSTANTIATE_TEST_SUITE_P(Of, SmallStack, testing::ValuesIn(kOperations),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST_P(SmallStack, IsEnoughForEveryOperation) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizers take more of it than the library";
+  TKS_IN_FRESH_PROCESS();
+  World world;
+  constexpr std::size_t kStack = 64 * 1024;
+  onSmallStack([&] { GetParam().call(world); }, kStack);
   EXPECT_EQ(children(), std::set<int>());
 }
 

@@ -7,12 +7,11 @@
 
 namespace tks::test {
 
-/// Runs something on a thread of its own with a stack of 256 KiB, and waits for it.
-inline void onSmallStack(std::function<void()> work) {
-  constexpr std::size_t kStack = 256 * 1024;
+/// Runs something on a thread of its own with a small stack, and waits for it.
+inline void onSmallStack(std::function<void()> work, std::size_t stack = 256 * 1024) {
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
-  ASSERT_EQ(pthread_attr_setstacksize(&attributes, kStack), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, stack), 0);
   pthread_t thread;
   const auto run = [](void* argument) -> void* {
     (*static_cast<std::function<void()>*>(argument))();

@@ -106,20 +106,24 @@ class Output {
 
   /// Reads all that is there now.
   void read() {
-    std::array<char, 65536> piece;
+    // Not on the stack: hosts call from threads that have little of it.
+    if (piece_.empty()) piece_.resize(kPieceSize);
     while (reader_) {
-      const ssize_t count = posix::retried([&] { return ::read(reader_.get(), piece.data(), piece.size()); });
+      const ssize_t count = posix::retried([&] { return ::read(reader_.get(), piece_.data(), piece_.size()); });
       if (count < 0 && errno == EAGAIN) return;
       if (count <= 0) return reader_.reset();
-      text_.append(piece.data(), std::min(static_cast<std::size_t>(count), limit_ - text_.size()));
+      text_.append(piece_.data(), std::min(static_cast<std::size_t>(count), limit_ - text_.size()));
     }
   }
 
   std::string take() { return std::move(text_); }
 
  private:
+  static constexpr std::size_t kPieceSize = 65536;
+
   posix::FileDescriptor reader_;
   std::size_t limit_;
+  std::string piece_;
   std::string text_;
 };
 
