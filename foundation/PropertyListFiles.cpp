@@ -20,7 +20,8 @@ constexpr std::uint32_t kNewFilePermissions = 0666;
 
 /// Makes an empty file unless something is there already.
 bool createWhenMissing(std::string_view path) {
-  if (tks::platform::files().exists(path)) return true;
+  // A link that leads nowhere is filled where it leads.
+  if (tks::platform::files().exists(path) || tks::platform::files().isLink(path)) return true;
   if (!tks::platform::files().createFile(path, kNewFilePermissions, nullptr)) {
     TKSILog::logWithLevel(TKSILogLevelError, "Fail to create plist: %@, fail to write value to plist.",
                           tks::masked(path));
@@ -36,12 +37,11 @@ TKSDictionary readOrEmpty(std::string_view path) noexcept {
       [&] { return tks::platform::propertyLists().readDictionary(path, nullptr).value_or(TKSDictionary()); });
 }
 
-/// A file that is no property list is replaced as if it were empty; one that could not be read for other reasons is
-/// not.
+/// A file that was read and is no property list is replaced as if it were empty; one that could not be read is not.
 bool writeAt(const TKSKeyPath& keyPath, const TKSValue& value, std::string_view path) {
   TKSError error;
   std::optional<TKSDictionary> dictionary = tks::platform::propertyLists().readDictionary(path, &error);
-  if (!dictionary && (tks::isOutOfMemory(error) || PropertyLists::isBeyondBounds(error))) return false;
+  if (!dictionary && !PropertyLists::holdsNoList(error)) return false;
   if (!dictionary) dictionary.emplace();
   tks::setAtKeyPath(keyPath, value, *dictionary);
   return tks::platform::propertyLists().writeDictionary(*dictionary, path, nullptr);

@@ -21,6 +21,15 @@ class PropertyLists {
   /// taken for nothing.
   static bool isBeyondBounds(const TKSError& error) { return error.domain == "NSPOSIXErrorDomain" && error.code == 27; }
 
+  /// Whether reading a file showed that there is no list to lose: nothing is there, or what was read is none. Every
+  /// other error leaves open what the file holds, so that it must not be replaced.
+  static bool holdsNoList(const TKSError& error) {
+    constexpr std::int64_t kNoEntry = 2;
+    constexpr std::int64_t kReadCorrupt = 3840;
+    return (error.domain == "NSPOSIXErrorDomain" && error.code == kNoEntry) ||
+           (error.domain == "NSCocoaErrorDomain" && error.code == kReadCorrupt);
+  }
+
   virtual ~PropertyLists() = default;
   /// Reads a property list of either form. Nothing, and `error`, when it is none.
   virtual TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) = 0;
@@ -30,7 +39,7 @@ class PropertyLists {
   /// Reads a file whose top level is a dictionary.
   virtual std::optional<TKSDictionary> readDictionary(std::string_view path, TKSError* error) = 0;
   /// Replaces a file as a whole by the dictionary in XML form; in binary form when it holds a text or a date that XML
-  /// does not have.
+  /// does not have. A link at the path stays and what it leads to is replaced.
   virtual bool writeDictionary(const TKSDictionary& dictionary, std::string_view path, TKSError* error) = 0;
 };
 

@@ -8,6 +8,8 @@
 #include "platform/files.h"
 #include "platform/platform.h"
 #include "platform/posix/error_reasons.h"
+#include "platform/posix/paths.h"
+#include "platform/posix/whole_files.h"
 #include "platform/property_lists.h"
 
 namespace tks::platform {
@@ -100,7 +102,7 @@ class ApplePropertyLists final : public PropertyLists {
     // What XML does not have makes the writer fail, or write what its own reader refuses.
     std::optional<TKSData> content = serialize(dictionary, Format::xml, error);
     if (!content || !parse(*content, nullptr).isDictionary()) content = serialize(dictionary, Format::binary, error);
-    return content && files().writeAtomically(path, *content, error);
+    return content && posix::replaceFile(posix::behindLinks(path), *content, error);
   }
 };
 

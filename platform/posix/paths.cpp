@@ -1,8 +1,11 @@
 #include "platform/posix/paths.h"
 
+#include <limits.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 
 namespace tks::posix {
 namespace {
@@ -27,6 +30,20 @@ std::string folderOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string::npos) return ".";
   return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string behindLinks(std::string_view path) {
+  constexpr int kMostLinks = 40;  // as many as systems follow
+  std::string place = withoutClosingSlashes(path);
+  if (!isPath(path)) return std::string(path);
+  for (int i = 0; i < kMostLinks; ++i) {
+    std::string target(PATH_MAX, '\0');
+    const ssize_t length = ::readlink(place.c_str(), target.data(), target.size());
+    if (length <= 0 || static_cast<std::size_t>(length) == target.size()) break;
+    target.resize(static_cast<std::size_t>(length));
+    place = target.starts_with('/') ? target : folderOf(place) + "/" + target;
+  }
+  return place;
 }
 
 bool endsInDots(std::string_view path) {

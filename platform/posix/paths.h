@@ -15,6 +15,10 @@ std::string withoutClosingSlashes(std::string_view path);
 /// The folder that an item lies in; "." for a bare name.
 std::string folderOf(const std::string& path);
 
+/// What the links at the end of a path lead to, one after the other; it need not exist. The path itself when no link is
+/// there. Links that lead in a circle leave one of them.
+std::string behindLinks(std::string_view path);
+
 /// Whether the last component is "." or "..", which name a folder by another name than its own.
 bool endsInDots(std::string_view path);
 

@@ -1,12 +1,17 @@
 #include "platform/posix/whole_files.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -18,9 +23,13 @@ namespace tks::posix {
 namespace {
 
 constexpr int kMostNamesTried = 100;
+constexpr std::string_view kSuffix = ".tmp";
 
 /// Folder of a path with its closing slash; empty for a bare name.
 std::string_view folderPart(std::string_view path) { return path.substr(0, path.rfind('/') + 1); }
+
+/// What of a name is kept in the hidden names of its siblings: leaves room for the rest within 255 bytes.
+std::string_view lastPartOf(std::string_view path) { return path.substr(folderPart(path).size(), 200); }
 
 /// A new empty file beside `path`, open for writing; `name` receives its path.
 int createSibling(std::string_view path, mode_t mode, std::string& name) {
@@ -31,7 +40,50 @@ int createSibling(std::string_view path, mode_t mode, std::string& name) {
     descriptor = retried([&] { return ::open(name.c_str(), flags, mode); });
     if (descriptor >= 0 || errno != EEXIST) break;
   }
+  // Tells other writers that this one still writes; a volume without locks has no such sign.
+  if (descriptor >= 0) ::flock(descriptor, LOCK_EX | LOCK_NB);
   return descriptor;
+}
+
+/// Whether a name is one that another process gave to what it wrote for `last`: ".LAST.PID-N.tmp"; that process.
+std::optional<pid_t> writerOf(std::string_view name, std::string_view last) {
+  if (!name.starts_with('.') || !name.ends_with(kSuffix) || name.size() < last.size() + kSuffix.size() + 2) return {};
+  name = name.substr(1, name.size() - 1 - kSuffix.size());
+  if (!name.starts_with(last) || name[last.size()] != '.') return {};
+  name.remove_prefix(last.size() + 1);
+  pid_t process = 0;
+  unsigned number = 0;
+  const char* const end = name.data() + name.size();
+  const auto [dash, failure] = std::from_chars(name.data(), end, process);
+  if (failure != std::errc() || dash == end || *dash != '-') return {};
+  const auto [stop, otherFailure] = std::from_chars(dash + 1, end, number);
+  if (otherFailure != std::errc() || stop != end) return {};
+  return process;
+}
+
+/// Whether what a writer left is nobody's any more: the process is gone, or a later one has its number, and nobody
+/// holds the lock that a writer keeps while it writes. Several machines or containers may share the folder.
+bool isLeftBehind(const std::string& path, pid_t writer) {
+  if (writer > 0 && (::kill(writer, 0) == 0 || errno != ESRCH)) return false;
+  const FileDescriptor file(
+      retried([&] { return ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+  struct stat facts {};
+  return file && ::fstat(file.get(), &facts) == 0 && S_ISREG(facts.st_mode) &&
+         ::flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+/// Removes what writers of the same file left that were ended half-way.
+void removeLeftOvers(const std::string& path) {
+  const std::string folder = folderOf(path);
+  const std::string_view last = lastPartOf(path);
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(folder.c_str()), ::closedir);
+  if (!listing) return;
+  while (const dirent* const entry = ::readdir(listing.get())) {
+    const std::optional<pid_t> writer = writerOf(entry->d_name, last);
+    if (!writer) continue;
+    const std::string leftOver = folder + "/" + entry->d_name;
+    if (isLeftBehind(leftOver, *writer)) ::unlink(leftOver.c_str());
+  }
 }
 
 /// Brings what was written to the medium. The usual call ends at the drive's cache where the system has another one for
@@ -119,11 +171,9 @@ bool writeAll(int descriptor, std::span<const std::uint8_t> content) {
 
 std::string hiddenSibling(std::string_view path) {
   static std::atomic<unsigned> serial{0};
-  const std::string_view folder = folderPart(path);
-  const std::string_view last = path.substr(folder.size(), 200);  // leaves room for the rest within 255 bytes
   char suffix[40];
-  std::snprintf(suffix, sizeof suffix, ".%d-%u.tmp", static_cast<int>(::getpid()), ++serial);
-  return std::string(folder).append(".").append(last).append(suffix);
+  std::snprintf(suffix, sizeof suffix, ".%d-%u", static_cast<int>(::getpid()), ++serial);
+  return std::string(folderPart(path)).append(".").append(lastPartOf(path)).append(suffix).append(kSuffix);
 }
 
 bool syncFolderOf(std::string_view path) { return syncFolder(folderOf(std::string(path))); }
@@ -139,6 +189,7 @@ bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, T
     errno = S_ISDIR(facts.st_mode) ? EISDIR : EINVAL;
     return fail(error, "replace", path);
   }
+  removeLeftOvers(name);
   std::string temporary;
   // An existing file's permissions are set before anything is written, so that nobody reads what he could not before.
   const FileDescriptor descriptor(createSibling(path, exists ? 0600 : 0666, temporary));

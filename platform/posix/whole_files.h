@@ -17,7 +17,7 @@ std::optional<TKSData> readWholeFile(std::string_view path, std::size_t limit, T
 
 /// Replaces a file as a whole: a new file beside it is written, synced and renamed over it, then the folder is synced.
 /// Keeps the permissions of an existing file; a link at the path is itself replaced; folders, FIFOs and devices are
-/// not.
+/// not. Removes what writers of this file left that were ended half-way.
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error);
 
 /// Whether this process may write a file of this size: writing beyond its limit would send it a signal that ends it.

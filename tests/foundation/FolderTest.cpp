@@ -162,6 +162,15 @@ TEST_F(MeetingClients, OnlyVersionFoldersWithTheApplicationCount) {
   EXPECT_THAT(TKSUtilBase::sortedLocalFMVersions().value(), ElementsAre("44.2", "44.1"));
 }
 
+TEST_F(MeetingClients, ThatTheApplicationIsThereIsAllThatCounts) {
+  makeFolder("FM_44.1");
+  writeFile(inKovraFolder("FM_44.1/Forum.app"), "a plain file");
+  makeFolder("FM_44.2");
+  fs::create_symlink("nowhere", inKovraFolder("FM_44.2/Forum.app"));
+  EXPECT_THAT(TKSUtilBase::sortedLocalFMFolders().value(), ElementsAre("FM_44.1"));
+  EXPECT_EQ(TKSUtilBase::getClientBuildVersionOfFMPath(inKovraFolder("FM_44.1/Forum.app")), "44.1");
+}
+
 TEST_F(MeetingClients, AnEmptyFolderHasNone) {
   makeFolder("");
   EXPECT_THAT(TKSUtilBase::sortedLocalFMFolders().value(), IsEmpty());

@@ -15,6 +15,7 @@
 #include "tests/support/PropertyListSamples.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Unprivileged.h"
 
 namespace {
 
@@ -125,6 +126,37 @@ TEST_F(PropertyListFile, AFileBeyondTheBoundsIsNotTakenForEmpty) {
     EXPECT_THAT(log_.lines(), ElementsAre(failed()));
     EXPECT_TRUE(contentOf(path_) == content);
   }
+}
+
+TEST_F(PropertyListFile, AFileThatMayNotBeReadIsNotTakenForEmpty) {
+  write({{"old", 1}});
+  const std::string before = contentOf(path_);
+  ASSERT_EQ(::chmod(path_.c_str(), 0200), 0);
+  fs::permissions(folder_.path(), fs::perms(0777));
+  {
+    const Unprivileged nobody;
+    EXPECT_FALSE(TKSUtilBase::setPlist({"a"}, 1, path_));
+  }
+  ASSERT_EQ(::chmod(path_.c_str(), 0600), 0);
+  EXPECT_EQ(contentOf(path_), before);
+  EXPECT_THAT(log_.lines(), ElementsAre(failed()));
+}
+
+TEST_F(PropertyListFile, ALinkStaysAndWhatItLeadsToIsReplaced) {
+  fs::create_directories(folder_ / "there");
+  fs::create_symlink("there/second", path_);
+  fs::create_symlink(folder_ / "there/list", folder_ / "there/second");
+  for (int i = 1; i < 3; ++i) {
+    EXPECT_TRUE(TKSUtilBase::setPlist({"a"}, i, path_)) << "the first time it leads to nothing";
+    EXPECT_TRUE(fs::is_symlink(path_));
+    EXPECT_TRUE(fs::is_symlink(folder_ / "there/second"));
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(folder_ / "there/list")));
+    EXPECT_EQ(read(), (TKSDictionary{{"a", i}}));
+  }
+  fs::remove(folder_ / "there/list");
+  fs::create_symlink("second", folder_ / "there/list");
+  EXPECT_FALSE(TKSUtilBase::setPlist({"a"}, 1, path_)) << "they lead in a circle";
+  EXPECT_TRUE(fs::is_symlink(folder_ / "there/list"));
 }
 
 TEST_F(PropertyListFile, AMissingFolderFailsAtTheCreation) {

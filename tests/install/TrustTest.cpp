@@ -80,6 +80,17 @@ TEST_F(Trust, AnIntactBundleOfTheMakerIsTrusted) {
   EXPECT_THAT(signatures.paths, ElementsAre(kBundle, kBundle));
 }
 
+TEST_F(Trust, ABundleThatIsTrustedLeavesTheErrorSlotAlone) {
+  const TKSError before{"mine", 7, "untouched"};
+  TKSError error = before;
+  EXPECT_TRUE(TKSUtilBase::checkTrust(kBundle, &error));
+  EXPECT_TRUE(TKSUtilBase::checkTrustForLaunch(kBundle, &error));
+  EXPECT_TRUE(KVRXCodeSignUtil::codeSignIsValid(TKSURL::fileURLWithPath(kBundle), &error));
+  EXPECT_TRUE(KVRXCodeSignUtil::codeSignBelongToTarvo(TKSURL::fileURLWithPath(kBundle), &error));
+  EXPECT_EQ(error, before);
+  EXPECT_EQ(error.reason, before.reason);
+}
+
 TEST_F(Trust, ARelativePathIsCheckedWhereItLeads) {
   const tks::test::TemporaryFolder folder;
   const tks::test::ScopedWorkingFolder here(folder.path());

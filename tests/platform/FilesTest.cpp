@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -225,6 +226,33 @@ TEST_F(Files, ANewFileGetsThePermissionsThatTheUmaskLeaves) {
   EXPECT_TRUE(files().writeAtomically(folder / "file", bytes("x"), &error));
   ::umask(before);
   EXPECT_EQ(modeOf(folder / "file"), 0640u);
+}
+
+TEST_F(Files, WritingRemovesWhatEarlierWritersOfTheFileLeft) {
+  constexpr const char* kLeft[] = {".list.999999999-3.tmp", ".list.999999998-17.tmp"};
+  const std::string kept[] = {".list." + std::to_string(::getppid()) + "-1.tmp",
+                              ".list." + std::to_string(::getpid()) + "-1.tmp",
+                              ".other.999999999-1.tmp",
+                              ".list.999999999-.tmp",
+                              ".list.999999999-1x.tmp",
+                              ".list.x-1.tmp",
+                              "list.999999999-1.tmp",
+                              ".list.999999999-1",
+                              ".list2.999999999-1.tmp"};
+  for (const char* name : kLeft) writeFile(folder / name, "half");
+  for (const std::string& name : kept) writeFile(folder / name, "x");
+  fs::create_directory(folder / ".list.999999999-9.tmp");
+  // Another machine's writer that shares the folder.
+  writeFile(folder / ".list.999999997-1.tmp", "being written");
+  const int other = ::open((folder / ".list.999999997-1.tmp").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(other, LOCK_EX), 0);
+  EXPECT_TRUE(files().writeAtomically(folder / "list", bytes("new"), &error));
+  ::close(other);
+  for (const char* name : kLeft) EXPECT_FALSE(fs::exists(folder / name)) << name;
+  for (const std::string& name : kept) EXPECT_TRUE(fs::exists(folder / name)) << name;
+  EXPECT_TRUE(fs::exists(folder / ".list.999999999-9.tmp")) << "no writer makes a folder";
+  EXPECT_TRUE(fs::exists(folder / ".list.999999997-1.tmp"));
+  EXPECT_EQ(contentOf(folder / "list"), "new");
 }
 
 TEST_F(Files, WritingOverALinkReplacesTheLinkAndNotWhatItPointsTo) {

@@ -12,7 +12,6 @@
 #include <optional>
 #include <string>
 
-#include "foundation/values/OutOfMemory.h"
 #include "platform/linux/process_table.h"
 #include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
@@ -162,8 +161,9 @@ bool store(std::string_view key, const TKSValue& value, TKSError* error) {
   if (!held) return false;
   TKSError failure;
   std::optional<TKSDictionary> values = propertyLists().readDictionary(path, &failure);
-  if (!values && isOutOfMemory(failure)) {
-    setOutOfMemory(error);
+  // What cannot be read, or is beyond the bounds, may hold the user's preferences.
+  if (!values && !PropertyLists::holdsNoList(failure)) {
+    if (error != nullptr) *error = failure;
     return false;
   }
   if (!values && !keepDamaged(path, error)) return false;

@@ -10,6 +10,7 @@
 #include "foundation/values/OutOfMemory.h"
 #include "platform/backend.h"
 #include "platform/posix/error_reasons.h"
+#include "platform/posix/paths.h"
 #include "platform/posix/whole_files.h"
 
 namespace tks::platform {
@@ -93,7 +94,7 @@ class LinuxPropertyLists final : public PropertyLists {
     std::optional<TKSData> content = write(dictionary, Format::xml, nullptr);
     // Texts and dates that XML does not have are no reason to lose them.
     if (!content) content = write(dictionary, Format::binary, error);
-    return content && posix::replaceFile(path, *content, error);
+    return content && posix::replaceFile(posix::behindLinks(path), *content, error);
   }
 };
 

@@ -98,6 +98,34 @@ TEST_F(PreferenceFiles, ADamagedFileReadsAsEmptyAndIsKeptAsideWhenItIsReplaced) 
   EXPECT_EQ(contentOf(own_ + ".damaged"), "no property list");
 }
 
+TEST_F(PreferenceFiles, BeyondTheBoundsAreKeptAndNothingIsStored) {
+  const std::string large = plist::xml("<dict><key>a</key><string>" + std::string(17u << 20, 'x') + "</string></dict>");
+  for (const std::string& content : {large, plist::nestedDictionariesXml(600)}) {
+    writeFile(own_, content);
+    TKSError error;
+    EXPECT_FALSE(preferences().set("key", 1, &error));
+    EXPECT_EQ(error.code, EFBIG);
+    EXPECT_TRUE(contentOf(own_) == content);
+    EXPECT_FALSE(std::filesystem::exists(own_ + ".damaged"));
+  }
+}
+
+TEST_F(PreferenceFiles, BehindALinkStayThere) {
+  writeList(home_ / "elsewhere.plist", {{"old", 1}});
+  std::filesystem::create_directories(folder_);
+  std::filesystem::create_symlink("../../elsewhere.plist", own_);
+  ASSERT_TRUE(preferences().set("key", 2, nullptr));
+  EXPECT_TRUE(std::filesystem::is_symlink(own_));
+  EXPECT_EQ(tks::platform::propertyLists().readDictionary(home_ / "elsewhere.plist", nullptr),
+            (TKSDictionary{{"key", 2}, {"old", 1}}));
+}
+
+TEST_F(PreferenceFiles, ALargeUnsignedNumberSurvivesItsNeighbour) {
+  writeFile(own_, plist::xml("<dict><key>large</key><integer>18446744073709551615</integer></dict>"));
+  ASSERT_TRUE(preferences().set("key", 2, nullptr));
+  EXPECT_NE(contentOf(own_).find("<integer>18446744073709551615</integer>"), std::string::npos);
+}
+
 TEST_F(PreferenceFiles, AnEmptyFileIsNotDamaged) {
   writeFile(own_, "");
   ASSERT_TRUE(preferences().set("key", 1, nullptr));
