@@ -185,9 +185,7 @@ class BundleFinder {
     } else if (isThere(layout_.root + "/Versions/Current")) {
       const std::string current = enterVersion();
       places = placesOf(current, true);
-      layout_.strictIssue = frameworkRootIssue(layout_.root);
-      const Status among = versionsIssue(layout_.root + "/Versions", current, layout_.otherVersions);
-      if (layout_.strictIssue == status::kGood) layout_.strictIssue = among;
+      layout_.strictIssue = issueOfVersions(current, places.support);
     } else if (isVersion) {
       name = nameOf(folderOf(folderOf(layout_.root)));
     }
@@ -204,6 +202,16 @@ class BundleFinder {
     std::string version = resolved(layout_.root + "/Versions/Current");
     if (version.empty() || !isFolder(version)) fail(status::kNotFound);
     return version;
+  }
+
+  /// What is wrong around the content of the current version. Content in a folder of its own is sealed alone there.
+  Status issueOfVersions(const std::string& current, const std::string& support) {
+    if (const Status issue = frameworkRootIssue(layout_.root); issue != status::kGood) return issue;
+    if (const Status issue = versionsIssue(layout_.root + "/Versions", current, layout_.otherVersions);
+        issue != status::kGood) {
+      return issue;
+    }
+    return support == current ? status::kGood : bundleRootIssue(current);
   }
 
   void choose(const std::string& executable) {
@@ -278,7 +286,8 @@ bool CodeLayout::isWithin(const std::string& place) const {
   const auto lies = [&place](const std::string& path) { return path == place || path.starts_with(place + "/"); };
   // A single file may turn out to be the executable of a bundle around it.
   if (executable == place) return true;
-  return lies(executable) && (!isBundle() || lies(supportFolder)) && (infoPlist.empty() || lies(resolved(infoPlist)));
+  return lies(executable) && (!isBundle() || lies(resolved(supportFolder))) &&
+         (infoPlist.empty() || lies(resolved(infoPlist)));
 }
 
 CodeLayout findCode(const std::string& path) {

@@ -145,6 +145,18 @@ TEST_F(Coverage, NothingLiesBesideTheVersionsOfAFramework) {
   EXPECT_NE(installStatusOf(app), 0);
 }
 
+TEST_F(Coverage, NothingLiesBesideTheContentsOfAVersionEither) {
+  // The plug-in as it was signed, one level deeper: of its version only the contents are sealed.
+  const std::string version = plugIn + "/Versions/A";
+  fs::create_directories(version);
+  fs::rename(plugIn + "/Contents", version + "/Contents");
+  fs::create_symlink("A", plugIn + "/Versions/Current");
+  EXPECT_EQ(statusOf(app), 0);
+  writeFile(version + "/program", "#!/bin/sh\n");
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67014);
+}
+
 TEST_F(Coverage, NoLinkLeavesTheBundleWhateverItsName) {
   for (const char* name :
        {"/Contents", "/Contents/Info.plist", "/Contents/PkgInfo", "/Contents/_CodeSignature",
