@@ -1,4 +1,4 @@
-#include "codesign/assessment.h"
+#include "platform/assessment.h"
 
 #include <fcntl.h>
 #include <openssl/asn1.h>

@@ -1,12 +1,11 @@
 #include "codesign/container/work_crew.h"
 
+#include <pthread.h>
 #include <sched.h>
 #include <signal.h>
 
 #include <algorithm>
 #include <utility>
-
-#include "platform/linux/system_calls.h"
 
 namespace tks::codesign {
 namespace {
@@ -67,7 +66,7 @@ void WorkCrew::startThreads() {
   threads_.reserve(static_cast<std::size_t>(others));
   for (int i = 0; i < others; ++i) {
     pthread_t thread{};
-    if (gnulinux::systemCalls().threadCreate(&thread, &attributes, &WorkCrew::threadMain, this) != 0) break;
+    if (::pthread_create(&thread, &attributes, &WorkCrew::threadMain, this) != 0) break;
     threads_.push_back(thread);
   }
   ::pthread_attr_destroy(&attributes);

@@ -1,6 +1,6 @@
-#include "codesign/certificate_facts.h"
 #include "codesign/requirement/requirement.h"
 #include "codesign/requirement/requirement_words.h"
+#include "codesign/trust/certificate_facts.h"
 
 // Requirements for code that brings none.
 

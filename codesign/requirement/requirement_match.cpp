@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <string_view>
 
-#include "codesign/certificate_facts.h"
 #include "codesign/requirement/requirement.h"
+#include "codesign/trust/certificate_facts.h"
 
 // Which code meets a requirement.
 

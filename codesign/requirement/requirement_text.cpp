@@ -4,9 +4,9 @@
 #include <utility>
 #include <vector>
 
-#include "codesign/certificate_facts.h"
 #include "codesign/requirement/requirement.h"
 #include "codesign/requirement/requirement_words.h"
+#include "codesign/trust/certificate_facts.h"
 
 // The text form of requirements.
 

@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "codesign/assessment.h"
+#include "platform/assessment.h"
 
 // spctl -a [-t execute] [-v...] PATH...   assesses applications; the verdict goes to standard error.
 

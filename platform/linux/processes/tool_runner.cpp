@@ -13,7 +13,7 @@
 #include <optional>
 #include <utility>
 
-#include "codesign/assessment.h"
+#include "platform/assessment.h"
 #include "platform/linux/processes/child_collector.h"
 #include "platform/linux/processes/spawn.h"
 #include "platform/posix/posix_error.h"

@@ -1,4 +1,4 @@
-#include "codesign/certificate_facts.h"
+#include "codesign/trust/certificate_facts.h"
 
 #include <openssl/asn1.h>
 #include <openssl/evp.h>

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-// The assessment of applications: what the program spctl says, and what the library says by itself where that program
-// is missing.
+// The assessment of applications on Linux: what the program spctl says, and what the library says by itself where that
+// program is missing. codesign/assessment.cpp defines it. macOS has a tool of the system's.
 
 namespace tks::assessment {
 
