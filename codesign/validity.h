@@ -13,12 +13,12 @@ namespace tks::codesign {
 enum class Depth {
   /// As the platform checks for all architectures: of nested code its signature, and whether it is the one meant.
   plain,
-  /// Nested code as a whole as well, and nothing that the plain check overlooks: for code that is about to be
-  /// installed. Seals of the first version and seals with rules of their own pass when nothing in the bundle is outside
-  /// of
-  /// what they cover.
+  /// Nested code as a whole as well, every version of a framework, and everything in the bundle covered or refused: for
+  /// code that is about to be installed. Seals of the first version and seals with rules of their own pass when nothing
+  /// in the bundle is outside of what they cover.
   strict,
-  /// The same, and no such seal whatever it covers: as the platform's assessment judges.
+  /// As the platform's assessment judges: nested code as a whole, and no such seal whatever it covers. What a file
+  /// browser may have left in the places of the signature and the receipt is not looked for.
   assessing,
 };
 
