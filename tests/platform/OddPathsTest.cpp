@@ -89,9 +89,11 @@ TEST_F(OddPaths, WithANulAreRefusedByEveryOtherFacility) {
   EXPECT_FALSE(tks::platform::propertyLists().readDictionary(file, nullptr));
   EXPECT_FALSE(tks::platform::propertyLists().writeDictionary({}, file, nullptr));
   EXPECT_FALSE(tks::platform::bundles().open(bundle));
-  EXPECT_FALSE(tks::platform::archives().inspect(
-      file, [](const auto&) { return true; }, &error));
-  EXPECT_EQ(error.code, EINVAL);
+  for (const auto format : {tks::platform::ArchiveFormat::zip, tks::platform::ArchiveFormat::tar}) {
+    const auto goOn = [](const tks::platform::ArchiveEntry&) { return true; };
+    EXPECT_FALSE(tks::platform::archives().inspect(file, format, goOn, &error));
+    EXPECT_EQ(error.code, EINVAL);
+  }
   EXPECT_EQ(tks::platform::channels().fileSource(file, &error), nullptr);
   EXPECT_EQ(tks::platform::channels().fileSink(file, &error), nullptr);
   EXPECT_EQ(error.code, EINVAL);
