@@ -122,6 +122,28 @@ class ThrowingReader final : public tks::platform::Json {
   Exception exception_;
 };
 
+TEST(ErrorSlots, AreLeftAloneByWhatSucceeds) {
+  const TKSError before = {"some.domain", 7, "from before", TKSErrorReason::busy, "Wait."};
+  TKSError error = before;
+  ASSERT_FALSE(TKSUtilBase::JSONStringToObject("{}", &error).isNothing());
+  ASSERT_TRUE(TKSUtilBase::objectToJSONString(TKSArray(), &error));
+  ASSERT_FALSE(TKSUtilBase::getParamsFromEncodedDic({{"a", "e30="}}, "a", &error).isNothing());
+  EXPECT_EQ(error, before);
+  EXPECT_EQ(error.reason, before.reason);
+  EXPECT_EQ(error.recoverySuggestion, before.recoverySuggestion);
+}
+
+TEST(ErrorSlots, OfMissingTextsTellAnInvalidArgumentAndOfBadOnesABadMessage) {
+  TKSError error;
+  TKSUtilBase::JSONStringToObject("", &error);
+  EXPECT_EQ(error.reason, TKSErrorReason::invalidArgument);
+  TKSUtilBase::JSONStringToObject("{", &error);
+  EXPECT_EQ(error.reason, TKSErrorReason::badMessage);
+  TKSUtilBase::objectToJSONString(TKSArray{TKSDate{}}, &error);
+  EXPECT_EQ(error.reason, TKSErrorReason::invalidArgument);
+  EXPECT_EQ(error.recoverySuggestion, TKSErrorReasonSuggestion(error.reason));
+}
+
 TEST(JSONText, BecomesAnObject) {
   TKSError error;
   EXPECT_EQ(TKSUtilBase::JSONStringToObject(R"({"a":[1,true,null,"b"]})", &error),

@@ -64,6 +64,21 @@ class MessageHostSteps : public testing::Test {
   TKSMessageHost host_{tksMessageHostTypeInterface};
 };
 
+/// The record is turned into text before anybody asks whether the host is open.
+TEST_F(MessageHostSteps, RecordThatHasNoTextIsSaidSoByAClosedHostToo) {
+  host_.close();
+  log_.clear();
+  TKSMessage bad = hello();
+  bad.message = TKSDate{1};
+  host_.sendMessage(bad);
+  EXPECT_TRUE(log_.has(2, "Send message string: (null)"));
+  EXPECT_THAT(log_.texts(8),
+              ElementsAre("Parse TKSMessage to string failed: Error Domain=messages.tarvo.example Code=0 "
+                          "\"Invalid type in JSON write (date)\""));
+  EXPECT_THAT(log_.texts(4), IsEmpty());
+  EXPECT_THAT(channels_.output->written, IsEmpty());
+}
+
 TEST_F(MessageHostSteps, SurplusOfAFirstPieceIsWarnedOfBetweenTheSizes) {
   host_.onMessage(frame(kHello) + "!");
   EXPECT_THAT(log_.lines(),

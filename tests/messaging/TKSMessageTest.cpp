@@ -163,6 +163,18 @@ TEST(TKSMessage, BodyTextThatOnlyLooksLikeJSONIsKeptAndLeavesTheReadersError) {
   EXPECT_NE(error.localizedDescription, kNotJSON);
 }
 
+TEST(TKSMessage, BodyTextAroundAValidObjectIsKept) {
+  for (const char* text : {R"(see {\"A\":1})", R"({\"A\":1} there)", R"({\"A\":1}{\"B\":2})"}) {
+    TKSMessage message;
+    TKSError error;
+    const std::string json = std::string(R"({"message_type":"error","message":")") + text + "\"}";
+    ASSERT_TRUE(message.parseJSONString(json, &error)) << json;
+    EXPECT_TRUE(message.message.isText()) << json;
+    EXPECT_NE(message.message.text().find("{\"A\":1}"), std::string_view::npos) << json;
+    EXPECT_EQ(error.reason, TKSErrorReason::badMessage) << json;
+  }
+}
+
 TEST(TKSMessage, BodyTextThatParsesToAnythingButAnObjectIsKept) {
   const TKSMessage message = parsed(R"({"message_type":"error","message":"[{\"A\":1}]"})");
   EXPECT_EQ(message.message, TKSValue("[{\"A\":1}]"));
@@ -184,6 +196,19 @@ TEST(TKSMessage, TextBehindANULIsNotLost) {
 
 TEST(TKSMessage, ByteOrderMarkIsSkipped) {
   EXPECT_EQ(parsed("\xEF\xBB\xBF{\"message_type\":\"a\",\"message\":\"b\"}").message, TKSValue("b"));
+}
+
+TEST(TKSMessage, WhatSucceedsLeavesTheErrorSlotAlone) {
+  const TKSError before = {"some.domain", 7, "from before", TKSErrorReason::busy, "Wait."};
+  TKSError error = before;
+  TKSMessage message;
+  ASSERT_TRUE(message.parseJSONString(R"({"message_type":"a","message":{"b":1}})", &error));
+  ASSERT_TRUE(message.dumpJSONString(&error));
+  ASSERT_FALSE(TKSMessage::JSONStringToObject("[]", &error).isNothing());
+  ASSERT_TRUE(TKSMessage::objectToJSONString(TKSArray(), &error));
+  EXPECT_EQ(error, before);
+  EXPECT_EQ(error.reason, before.reason);
+  EXPECT_EQ(error.recoverySuggestion, before.recoverySuggestion);
 }
 
 TEST(TKSMessage, ParsingWithoutAnErrorSlotAnswersTheSame) {
@@ -252,6 +277,16 @@ TEST(TKSMessage, JoinParametersNeverTravel) {
   TKSMessage message;
   message.joinParams.set("secret", "x");
   EXPECT_THAT(message.dumpJSONString(), Optional("{}"s));
+}
+
+TEST(TKSMessage, JoinParametersAreNeverReadOffTheWire) {
+  TKSMessage message;
+  message.joinParams.set("kept", "own");
+  for (const char* name : {"joinParams", "join_params", "joinparams"}) {
+    const std::string text = std::string(R"({"message_type":"a","message":"b",")") + name + R"(":{"kept":"foreign"}})";
+    ASSERT_TRUE(message.parseJSONString(text)) << text;
+    EXPECT_EQ(message.joinParams, (TKSDictionary{{"kept", "own"}})) << text;
+  }
 }
 
 TEST(TKSMessage, SlashesAndTextBeyondASCIIAreWrittenAsTheyAre) {
