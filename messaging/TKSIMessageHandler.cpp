@@ -57,10 +57,23 @@ TKSErrorReason reasonOfLaunchersCode(std::int32_t code) {
   return TKSErrorReason::refusedByLauncher;
 }
 
+/// Who is told of an error, in this order.
+struct Listeners {
+  TKSErrorBlock hello;
+  TKSErrorBlock launch;
+  TKSErrorBlock disconnect;
+};
+
+/// Puts a callback back, unless another one has taken its place.
+template <class Callback>
+void putBack(Callback& slot, Callback callback) {
+  if (!slot) slot = std::move(callback);
+}
+
 }  // namespace
 
 struct TKSIMessageHandler::Progress {
-  /// Requests made: hello, launch, disconnect.
+  /// Requests made, hello, launch and disconnect, and openings of the message host.
   std::uint64_t requests = 0;
   /// Conversations ended at once, with all their callbacks dropped.
   std::uint64_t cleanups = 0;
@@ -77,6 +90,22 @@ class TKSIMessageHandler::Step {
   bool hasNewRequest() const { return progress_->requests != before_.requests; }
   /// The callbacks of the conversation were dropped; none may be called any more.
   bool isCleanedUp() const { return handlerIsGone() || progress_->cleanups != before_.cleanups; }
+  /// Tells each of them the same error, for as long as the conversation is not cleaned up.
+  void tell(const Listeners& listeners, const TKSError& error) const {
+    const TKSError reported = error;  // NOLINT(performance-unnecessary-copy-initialization): callbacks may end it
+    if (listeners.hello) {
+      TKSILog::logWithLevel(TKSILogLevelInfo, "Hello error callback block");
+      callHost("helloErrorBlock", listeners.hello, reported);
+    }
+    if (listeners.launch && !isCleanedUp()) {
+      TKSILog::logWithLevel(TKSILogLevelInfo, "Launch error callback block");
+      callHost("launchErrorBlock", listeners.launch, reported);
+    }
+    if (listeners.disconnect && !isCleanedUp()) {
+      TKSILog::logWithLevel(TKSILogLevelInfo, "Disconnect error callback block");
+      callHost("disconnectErrorBlock", listeners.disconnect, reported);
+    }
+  }
 
  private:
   const std::shared_ptr<const Progress> progress_;
@@ -99,6 +128,7 @@ void TKSIMessageHandler::startMessageHost() {
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Message Host not started yet, start host.");
+  ++progress_->requests;
   messageHost->openWithMessengeHandler(this);
 }
 
@@ -252,23 +282,8 @@ void TKSIMessageHandler::handleErrorString(const std::string& text) {
 void TKSIMessageHandler::handleError(const TKSError& error) {
   cleanupFinishBlocksAfterError();
   // All are taken before the first is called: what it installs is not for this error.
-  const TKSErrorBlock hello = take(helloErrorBlock);
-  const TKSErrorBlock launch = take(launchErrorBlock);
-  const TKSErrorBlock disconnect = take(disconnectErrorBlock);
-  const TKSError reported = error;  // NOLINT(performance-unnecessary-copy-initialization): callbacks may end it
-  const Step step(*this);
-  if (hello) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Hello error callback block");
-    callHost("helloErrorBlock", hello, reported);
-  }
-  if (launch && !step.isCleanedUp()) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Launch error callback block");
-    callHost("launchErrorBlock", launch, reported);
-  }
-  if (disconnect && !step.isCleanedUp()) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Disconnect error callback block");
-    callHost("disconnectErrorBlock", disconnect, reported);
-  }
+  const Listeners listeners = {take(helloErrorBlock), take(launchErrorBlock), take(disconnectErrorBlock)};
+  Step(*this).tell(listeners, error);
 }
 
 void TKSIMessageHandler::handleLaunchErrorMessageInfo(const TKSDictionary& info) {
@@ -326,8 +341,25 @@ bool TKSIMessageHandler::greetAgain() {
 void TKSIMessageHandler::giveUp(const std::string& description) {
   if (!notifyStatusBlock) return;
   const Step step(*this);
+  // Out of their places while the host is called, so that they and what it installs are told apart.
+  Listeners listeners = {take(helloErrorBlock), take(launchErrorBlock), take(disconnectErrorBlock)};
+  TKSFinishBlock helloFinish = take(helloFinishBlock);
+  TKSFinishBlock launchFinish = take(launchFinishBlock);
   notifyStatus(TKSI_APP_STATUS_UNCONNECTED);
   if (step.handlerIsGone()) return;
+  if (step.hasNewRequest()) {
+    // The next conversation has begun: its channel and callbacks are not those that failed.
+    if (!step.isCleanedUp())
+      step.tell(listeners, tks::interfaceError(tks::messaging::reasonOfFatalError(description), description));
+    return;
+  }
+  if (!step.isCleanedUp()) {
+    putBack(helloErrorBlock, std::move(listeners.hello));
+    putBack(launchErrorBlock, std::move(listeners.launch));
+    putBack(disconnectErrorBlock, std::move(listeners.disconnect));
+    putBack(helloFinishBlock, std::move(helloFinish));
+    putBack(launchFinishBlock, std::move(launchFinish));
+  }
   TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host on fatal error.");
   stopMessageHost();
   handleError(tks::interfaceError(tks::messaging::reasonOfFatalError(description), description));
@@ -371,8 +403,14 @@ void TKSIMessageHandler::cleanupConnectStatus4FileIPC() {
   disconnectFinishBlock = nullptr;
   disconnectErrorBlock = nullptr;
   stopMessageHost();
-  notifyStatus(TKSI_APP_STATUS_UNCONNECTED);
-  if (!step.handlerIsGone()) cleanupStatusBlocks();
+  // Taken before the host is called: what it installs is for its next conversation.
+  const TKSNotifyStatusBlock notify = take(notifyStatusBlock);
+  const bool queried = static_cast<bool>(std::exchange(queryStatusBlock, nullptr));
+  callHost("notifyStatusBlock", notify, TKSI_APP_STATUS_UNCONNECTED);
+  if (step.handlerIsGone()) return;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Try clean up status blocks.");
+  if (notify) TKSILog::logWithLevel(TKSILogLevelInfo, "Clean up notifyStatusBlock.");
+  if (queried) TKSILog::logWithLevel(TKSILogLevelInfo, "Clean up queryStatusBlock");
 }
 
 // The status callbacks stay installed; copies are called, so that a callback may replace or destroy what it stands in.

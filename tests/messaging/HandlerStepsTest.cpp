@@ -58,6 +58,53 @@ TEST_F(HandlerSteps, StatusCallbackOfAFailureThatDestroysTheHandlerEndsTheStep) 
   EXPECT_FALSE(talk_.log.has(2, "Close message host on fatal error."));
 }
 
+TEST_F(HandlerSteps, ConversationBegunInsideTheStatusCallbackOfAFailureSurvivesIt) {
+  talk_.connect();
+  talk_.launch();
+  talk_.events();
+  bool once = true;
+  talk_.whenNotified = [&](TKSIAppStatus status) {
+    if (status == TKSI_APP_STATUS_UNCONNECTED && std::exchange(once, false)) {
+      handler().sendHelloMessage(talk_.finish("next"), talk_.error("next"));
+    }
+  };
+  handler().handleMessageHostFatalError("broken");
+  EXPECT_THAT(talk_.events(), ElementsAre("notifies 1", "sends hello", "calls launchError TKSIDefaultDomain 0 broken"));
+  EXPECT_TRUE(handler().messageHost->isOpened);
+  EXPECT_FALSE(handler().launchErrorBlock || handler().launchFinishBlock) << "told, once";
+  talk_.saysType("hello_ack");
+  EXPECT_THAT(talk_.events(), ElementsAre("notifies 3", "calls next"));
+}
+
+TEST_F(HandlerSteps, MessageHostOpenedInsideTheStatusCallbackOfAFailureStaysOpen) {
+  talk_.connect();
+  bool once = true;
+  talk_.whenNotified = [&](TKSIAppStatus) {
+    if (!std::exchange(once, false)) return;
+    handler().stopMessageHost();
+    handler().startMessageHost();
+  };
+  handler().handleMessageHostFatalError("broken");
+  EXPECT_TRUE(handler().messageHost->isOpened);
+}
+
+TEST_F(HandlerSteps, ConversationBegunInsideTheStatusCallbackOfACleanUpSurvivesIt) {
+  talk_.connect();
+  talk_.log.clear();
+  handler().notifyStatusBlock = [&](TKSIAppStatus) {
+    talk_.note("notifies the first");
+    handler().notifyStatusBlock = [&](TKSIAppStatus status) { talk_.note("next notifies " + std::to_string(status)); };
+    handler().queryStatusBlock = [] { return TKSI_APP_STATUS_STARTING; };
+    handler().sendHelloMessage(talk_.finish("next"), talk_.error("next"));
+  };
+  handler().cleanupConnectStatus4FileIPC();
+  EXPECT_THAT(talk_.events(), ElementsAre("notifies the first", "sends hello"));
+  EXPECT_TRUE(handler().messageHost->isOpened);
+  EXPECT_TRUE(handler().notifyStatusBlock && handler().queryStatusBlock);
+  talk_.saysType("hello_ack");
+  EXPECT_THAT(talk_.events(), ElementsAre("next notifies 3", "calls next"));
+}
+
 TEST_F(HandlerSteps, StatusCallbackOfACleanUpMayDestroyTheHandler) {
   talk_.connect();
   talk_.log.clear();
