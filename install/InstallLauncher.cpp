@@ -27,18 +27,19 @@ using tks::platform::FileLock;
 using tks::platform::files;
 
 constexpr std::uint32_t kOrdinaryFolder = 0777;
-/// How long one installation waits for another one of the same user.
+/// How long one installation in the background waits for others of the same user.
 constexpr std::chrono::minutes kPatience{10};
 
 class Installation {
  public:
   /// `placeLock` is taken on the way and kept for whoever looks at the result.
   Installation(std::string_view version, std::string_view zipPath, std::string_view targetPath,
-               std::unique_ptr<FileLock>& placeLock)
+               tks::install::Patience& patience, std::unique_ptr<FileLock>& placeLock)
       : givenVersion_(version),
         version_(tks::install::givenVersion(version)),
         zipPath_(zipPath),
         targetPath_(targetPath),
+        patience_(patience),
         placeLock_(placeLock) {}
 
   /// Everything from the archive to the launcher in its place.
@@ -66,7 +67,7 @@ class Installation {
 
   bool enterUnpackFolder() {
     TKSError error;
-    if (unpackFolder_.enter(kPatience, &error)) return true;
+    if (unpackFolder_.enter(patience_, &error)) return true;
     TKSILog::logWithLevel(TKSILogLevelError, "Cannot use the folder to unpack to: %@", masked(error));
     return false;
   }
@@ -120,7 +121,7 @@ class Installation {
 
   bool lockPlace() {
     TKSError error;
-    placeLock_ = tks::install::lockPlace(targetPath_, kPatience, &error);
+    placeLock_ = tks::install::lockPlace(targetPath_, patience_, &error);
     // Where nobody can put anything there is nobody to wait for, and the move says what is wrong.
     if (placeLock_ || !tks::install::isUsablePlace(targetPath_)) return true;
     TKSILog::logWithLevel(TKSILogLevelError, "Cannot wait for other installations: %@", masked(error));
@@ -159,12 +160,13 @@ class Installation {
   std::string targetPath_;
   tks::install::UnpackFolder unpackFolder_;
   std::optional<TKSData> provenMark_;
+  tks::install::Patience& patience_;
   std::unique_ptr<FileLock>& placeLock_;
 };
 
 bool install(std::string_view version, std::string_view zipPath, std::string_view targetPath,
-             std::unique_ptr<FileLock>& placeLock) {
-  Installation installation(version, zipPath, targetPath, placeLock);
+             tks::install::Patience& patience, std::unique_ptr<FileLock>& placeLock) {
+  Installation installation(version, zipPath, targetPath, patience, placeLock);
   const bool installed = tks::unlessOutOfMemory([&] { return installation.run(); });
   installation.cleanUp();
   return installed;
@@ -185,9 +187,14 @@ void removeBrokenLauncher(std::string_view targetPath) {
 bool TKSUtilBase::installTKSVersion(std::string_view version, std::string_view backupZipPath,
                                     std::string_view targetPath) {
   std::unique_ptr<FileLock> placeLock;
-  const bool installed = tks::unlessOutOfMemory([&] { return install(version, backupZipPath, targetPath, placeLock); });
+  tks::install::Patience patience(kPatience);
+  const bool installed =
+      tks::unlessOutOfMemory([&] { return install(version, backupZipPath, targetPath, patience, placeLock); });
   return tks::unlessOutOfMemory([&] {
-    if (!placeLock) placeLock = tks::install::lockPlace(targetPath, kPatience, nullptr);
+    TKSError error;
+    if (!placeLock) placeLock = tks::install::lockPlace(targetPath, patience, &error);
+    // What another host is replacing is that host's to look at.
+    if (!placeLock && error.reason == TKSErrorReason::busy) return installed;
     // Whatever came before: a launcher that was damaged earlier goes as well.
     if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
     removeBrokenLauncher(targetPath);

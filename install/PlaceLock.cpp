@@ -13,11 +13,10 @@ std::string_view placeOf(std::string_view bundlePath) {
 
 }  // namespace
 
-std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, std::chrono::milliseconds patience,
-                                              TKSError* error) {
+std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, Patience& patience, TKSError* error) {
   const std::string_view place = placeOf(bundlePath);
   // What does not exist would be made as a file to lock.
-  return platform::files().isDirectory(place) ? platform::files().lock(place, patience, error) : nullptr;
+  return platform::files().isDirectory(place) ? patience.lock(place, error) : nullptr;
 }
 
 bool isUsablePlace(std::string_view bundlePath) {

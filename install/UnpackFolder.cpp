@@ -31,7 +31,7 @@ UnpackFolder::UnpackFolder()
       launcher_(joinedPath(path_, TKSAppName)),
       isOwn_(path_ != platform::knownFolders().temporary()) {}
 
-bool UnpackFolder::enter(std::chrono::milliseconds patience, TKSError* error) {
+bool UnpackFolder::enter(Patience& patience, TKSError* error) {
   if (path_.empty()) {
     if (error != nullptr) {
       *error =
@@ -41,7 +41,7 @@ bool UnpackFolder::enter(std::chrono::milliseconds patience, TKSError* error) {
   }
   // Whether the temporary folder can be trusted was seen before.
   if (isOwn_ && !files().usePrivateDirectory(path_, error)) return false;
-  lock_ = files().lock(path_, patience, error);
+  lock_ = patience.lock(path_, error);
   if (lock_) PrivateUnpacking::removeLeftOvers(path_);
   return lock_ != nullptr;
 }
@@ -66,7 +66,8 @@ bool UnpackFolder::unpack(const std::string& zipPath, TKSError* error) const {
 void UnpackFolder::removeLauncher() {
   // While another installation holds the lock, the contents are its own.
   if (path_.empty() || (!lock_ && !files().exists(path_))) return;
-  if (!lock_ && !enter(std::chrono::milliseconds(0), nullptr)) return;
+  Patience none{std::chrono::milliseconds(0)};
+  if (!lock_ && !enter(none, nullptr)) return;
   if (!isTaken(launcher_)) return;
   const bool removed = removeWhole(launcher_, nullptr);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Clean up temp unziped app done: %i", removed);

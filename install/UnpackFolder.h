@@ -1,11 +1,11 @@
 #pragma once
 
-#include <chrono>
 #include <memory>
 #include <string>
 
 #include <tksinterface/TKSError.h>
 
+#include "install/Patience.h"
 #include "platform/files.h"
 
 namespace tks::install {
@@ -18,7 +18,7 @@ class UnpackFolder {
 
   /// Makes the folder, closes it to others, waits for other installations that use it, and removes what those left that
   /// ended while they unpacked.
-  bool enter(std::chrono::milliseconds patience, TKSError* error);
+  bool enter(Patience& patience, TKSError* error);
   /// Removes a launcher that was left; true when nothing is there afterwards.
   bool makeRoom() const;
   /// Unpacks the launcher of an archive, in a private folder below this one, and puts it into this one; whether it is

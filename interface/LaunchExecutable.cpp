@@ -28,7 +28,7 @@ constexpr std::chrono::milliseconds kPollInterval{100};
 /// The counter starts at 0 and the polling stops once it has reached this: one more poll than the number says.
 constexpr int kLastPoll = 300;
 constexpr int kPollSeconds = 30;
-/// How long a launch waits for another host that is replacing the launcher.
+/// How long a launch in the background waits for another host that is replacing the launcher.
 constexpr std::chrono::seconds kPatienceWithInstallations{10};
 
 constexpr std::string_view kNoThread = "No thread to launch the app on.";
@@ -201,7 +201,8 @@ std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, con
   TKSILog::logWithLevel(TKSILogLevelInfo, "Exe path: %@", masked(shownPath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch with args: %@", masked(shownArguments));
   // What is checked is what is started: no other host of the same user replaces it in between.
-  auto placeLock = tks::install::lockPlace(bundleOf(exePath), kPatienceWithInstallations, nullptr);
+  tks::install::Patience patience(kPatienceWithInstallations);
+  auto placeLock = tks::install::lockPlace(bundleOf(exePath), patience, nullptr);
   if (mayBeLaunched(launch)) startAndWait(launch, args, watch, std::move(placeLock));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch exe result %i: [pid: %d, path: %@, retryCount: %d]", launch.succeeded,
                         launch.pid, masked(launch.exePath), launch.polls);

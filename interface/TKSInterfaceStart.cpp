@@ -31,7 +31,11 @@ constexpr Stages kGreeting = {Stage::greeting, Stage::crossing};
 std::string option(std::string_view name) { return formatted("-%@", name); }
 
 void removeIfBroken(const std::string& path) {
-  const auto placeLock = install::lockPlace(path, kPatienceWithInstallations, nullptr);
+  install::Patience patience(kPatienceWithInstallations);
+  TKSError error;
+  const auto placeLock = install::lockPlace(path, patience, &error);
+  // What another host is replacing is that host's to look at.
+  if (!placeLock && error.reason == TKSErrorReason::busy) return;
   if (!TKSUtilBase::isBrokenApp(path) || !install::mayBeCleanedUp(path)) return;
   TKSILog::logWithLevel(TKSILogLevelError, "App broken, about to clean up the broken tks app.");
   TKSUtilBase::cleanUpFolderPath(path, true);

@@ -1,6 +1,7 @@
 #include <sys/stat.h>
 
 #include "tests/interface/FacadeTest.h"
+#include "tests/support/ForwardingFiles.h"
 
 namespace {
 
@@ -14,6 +15,31 @@ using tks::test::drainUntil;
 using tks::test::FacadeTest;
 using tks::test::LogLine;
 using tks::test::PlayedProcesses;
+
+/// Files whose locks other processes have.
+class HeldFiles final : public tks::test::ForwardingFiles {
+ public:
+  std::chrono::milliseconds longestOnMainThread{0};
+  std::unique_ptr<tks::platform::FileLock> lock(std::string_view, std::chrono::milliseconds patience,
+                                                TKSError* error) override {
+    if (tks::platform::mainLoop().isMainThread()) longestOnMainThread = std::max(longestOnMainThread, patience);
+    if (error != nullptr) *error = {"POSIX", 110, "held", TKSErrorReason::busy};
+    return nullptr;
+  }
+};
+
+/// Files that make no folder and no file.
+class UnmakableFolders final : public tks::test::ForwardingFiles {
+ public:
+  bool createDirectory(std::string_view, std::uint32_t, TKSError* error) override { return fail(error); }
+  bool createFile(std::string_view, std::uint32_t, TKSError* error) override { return fail(error); }
+
+ private:
+  static bool fail(TKSError* error) {
+    if (error != nullptr) *error = {"POSIX", 13, "Permission denied", TKSErrorReason::noPermission};
+    return false;
+  }
+};
 
 class FacadeStart : public FacadeTest {
  protected:
@@ -62,6 +88,44 @@ TEST_F(FacadeStart, SuccessfulRefreshIsNotComplainedAbout) {
   EXPECT_TRUE(log_.has(2, "Backup version not newer. Use default version directly."));
   EXPECT_THAT(log_.texts(4),
               Not(Contains("Check default TKS version failed. Get on to process with default version.")));
+}
+
+TEST_F(FacadeStart, RefreshThatAnotherHostKeepsFromGoesOnWithTheInstalledLauncher) {
+  tks::test::writeFile(world_.folder / "backup.zip", "");
+  tks_.setBackupTKSZipPath(world_.folder / "backup.zip", "5.0");
+  HeldFiles files;
+  tks_.start(finish("started"), error("start failed"));
+  EXPECT_THAT(log_.texts(4), Contains(testing::StartsWith("Waiting for another process at: ")));
+  EXPECT_TRUE(log_.has(4, "Check default TKS version failed. Get on to process with default version."));
+  EXPECT_EQ(files.longestOnMainThread, std::chrono::milliseconds(2000));
+  EXPECT_TRUE(std::filesystem::exists(world_.executable()));
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
+}
+
+TEST_F(FacadeStart, LauncherThatAnotherHostReplacesIsNotLookedAtAfterAFailedLaunch) {
+  world_.preferences.values = {};
+  HeldFiles files;
+  tks_.start(finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_EQ(world_.tools.runs, 0);
+  EXPECT_TRUE(std::filesystem::exists(world_.executable()));
+  EXPECT_EQ(files.longestOnMainThread, std::chrono::milliseconds(2000));
+}
+
+TEST_F(FacadeStart, WithoutAFolderForTheMessageFilesAFileHostIsTold) {
+  world_.bundles.identifier = "Tarvo-Systems.Ember";
+  UnmakableFolders files;
+  TKSInterface tks;
+  tks.start(finish(), error());
+  ASSERT_EQ(calls_.size(), 1u);
+  EXPECT_THAT(calls_.front(),
+              testing::StartsWith("error: No folder for the message files, can not communicate by file."));
+  EXPECT_THAT(log_.texts(8), Contains(testing::StartsWith("Failed to create directory:")));
+  EXPECT_THAT(log_.texts(8), Contains("Create ipcFile_TKS2Interface failed!"));
+  EXPECT_EQ(tks.appManager->TKSAppStatus, TKSI_APP_STATUS_UNCONNECTED);
+  EXPECT_FALSE(tks.messageHandler->messageHost->isOpened);
+  settle();
+  EXPECT_EQ(world_.processes.count(), 0u);
 }
 
 TEST_F(FacadeStart, OrdinaryHostTalksOverPipes) {
