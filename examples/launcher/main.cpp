@@ -10,7 +10,9 @@
 #include <tksinterface/tksinterface.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -99,8 +101,12 @@ class Launcher : public TKSMessageHandlerDelegate {
   // The channel is broken. Most often that is the end of the host.
   void handleMessageHostFatalError(const std::string& description) override {
     say(description);
+    exitCode_ = EXIT_FAILURE;
     TKSMainLoop::stop();
   }
+
+  // A launcher whose host said goodbye has succeeded.
+  int exitCode() const { return exitCode_; }
 
  private:
   void launchMeeting(const TKSMessage& message) {
@@ -119,13 +125,14 @@ class Launcher : public TKSMessageHandlerDelegate {
   TKSMessageHost& channel_;
   fs::path bundle_;
   std::string version_;
+  std::atomic<int> exitCode_ = EXIT_SUCCESS;
 };
 
 /// Files have no end that would show when the host is gone.
-void quitWithTheHost() {
-  std::thread([host = ::getppid()] {
+void quitWithTheHost(Launcher& launcher) {
+  std::thread([&launcher, host = ::getppid()] {
     while (::getppid() == host) std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    TKSMainLoop::stop();
+    launcher.handleMessageHostFatalError("the host is gone");
   }).detach();
 }
 
@@ -136,10 +143,10 @@ int main(int, char** arguments) {
   // X.app/Contents/MacOS/X
   const fs::path bundle = fs::absolute(arguments[0]).parent_path().parent_path().parent_path();
   Launcher launcher(channel, bundle);
-  if (channel.ipcByFile) quitWithTheHost();
+  if (channel.ipcByFile) quitWithTheHost(launcher);
   channel.openWithMessengeHandler(&launcher);
   TKSMainLoop::run();
   channel.close();
   // The watching thread may still be asleep.
-  std::_Exit(0);
+  std::_Exit(launcher.exitCode());
 }
