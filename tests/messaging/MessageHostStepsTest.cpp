@@ -2,11 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <barrier>
 #include <filesystem>
 #include <new>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <tksinterface/TKSConstants.h>
@@ -15,6 +17,7 @@
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHostProcess.h"
 #include "tests/support/Frames.h"
+#include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/MemoryChannels.h"
@@ -135,6 +138,74 @@ TEST_F(MessageHostSteps, FrameGoesOutInOneWriteWithItsLengthInFront) {
   // Bytes are counted, not characters.
   EXPECT_EQ(channels_.output->written, "\x15\0\0\0"s + "{\"message_type\":\"\xC3\xA4\"}");
   EXPECT_EQ(channels_.output->writes, 1u);
+}
+
+TEST_F(MessageHostSteps, RecordThatIsNoJsonIsReportedBeforeTheHostIsFoundClosed) {
+  host_.close();
+  log_.clear();
+  TKSMessage message = hello();
+  message.message = TKSDate{1};
+  host_.sendMessage(message);
+  EXPECT_THAT(log_.texts(2), ElementsAre("Send message string: (null)"));
+  EXPECT_THAT(log_.texts(8),
+              ElementsAre("Parse TKSMessage to string failed: Error Domain=messages.tarvo.example Code=0 "
+                          "\"Invalid type in JSON write (date)\""));
+  EXPECT_THAT(log_.texts(4), IsEmpty());
+}
+
+TEST_F(MessageHostSteps, OversizedPieceInsideAMessageIsRefusedAndTheMessageStaysPending) {
+  const std::string whole = frame(kHello);
+  host_.onMessage(whole.substr(0, 30));
+  {
+    const ScopedValue limit(tks_max_msg_size, std::int64_t{15});
+    log_.clear();
+    host_.onMessage(whole.substr(30));
+    EXPECT_THAT(delegate_.failures, ElementsAre("Unexpected message data size: 16, exceed max message size: 15"));
+    EXPECT_THAT(log_.lines(),
+                ElementsAre(LogLine{2, "On message."}, LogLine{2, "messageDataSize: 16"},
+                            LogLine{8,
+                                    "Handle fatal error: Unexpected message data size: 16, exceed max message size: "
+                                    "15"}));
+  }
+  EXPECT_EQ(host_.pendingDataSize, 16u);
+  EXPECT_EQ(host_.receivedData.size(), 26u);
+  host_.onMessage(whole.substr(30));
+  EXPECT_THAT(delegate_.types(), ElementsAre("hello"));
+}
+
+TEST_F(MessageHostSteps, EverythingIsDeliveredOnTheThreadThatDrainsTheLoop) {
+  std::vector<std::thread::id> threads;
+  delegate_.onMessage = [&](const TKSMessage&) { threads.push_back(std::this_thread::get_id()); };
+  delegate_.onFailure = [&](const std::string&) { threads.push_back(std::this_thread::get_id()); };
+  channels_.input->arrive(frame(kHello) + frame("no json"));
+  EXPECT_THAT(threads, IsEmpty()) << "nothing is delivered before the loop runs";
+  std::thread drains([&] {
+    drainUntil([&] { return threads.size() == 2; });
+    EXPECT_THAT(threads, ElementsAre(std::this_thread::get_id(), std::this_thread::get_id()));
+  });
+  drains.join();
+  EXPECT_THAT(delegate_.types(), ElementsAre("hello"));
+  EXPECT_EQ(delegate_.failures.size(), 1u);
+  TKSMainLoop::drain();  // back to the thread of the other tests
+}
+
+TEST(SharedHost, IsMadeOnceHoweverManyThreadsAskForItAtOnce) {
+  TKS_IN_FRESH_PROCESS();
+  const LogRecorder log;
+  constexpr std::size_t kThreads = 16;
+  std::barrier begin(kThreads);
+  std::vector<TKSMessageHost*> hosts(kThreads);
+  std::vector<std::thread> threads;
+  for (TKSMessageHost*& host : hosts) {
+    threads.emplace_back([&] {
+      begin.arrive_and_wait();
+      host = &TKSMessageHost::sharedMessengeHost();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_THAT(hosts, testing::Each(hosts.front()));
+  EXPECT_EQ(hosts.front()->type, 1u);
+  EXPECT_EQ(log.texts(2).size(), 2u) << "the lines of one construction";
 }
 
 TEST_F(MessageHostSteps, DelegateIsNotOwned) {
