@@ -66,6 +66,10 @@ class Channels {
   /// each opening. Null, and `error`, when the process has none.
   virtual std::unique_ptr<ByteSource> standardInput(TKSError* error) = 0;
   virtual std::shared_ptr<ByteSink> standardOutput(TKSError* error) = 0;
+  /// Tells that the conversation that read from `input`, a standardInput(), is over. When a launcher is joined to the
+  /// standard handles by it, what stood on 0 and 1 before comes back: at once `inGoodOrder`, after a farewell, and else
+  /// once the launcher has ended. What the host has put there itself stays.
+  virtual void endOfTalk(const ChannelIdentity& input, bool inGoodOrder) = 0;
   /// A file that another process appends to, from its beginning. Refuses links and files of other users. A file that is
   /// cut, replaced or removed while it is read gives an error within a second.
   virtual std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) = 0;

@@ -41,7 +41,7 @@ class ChildProcesses {
   /// input, and this process's standard input reads the child's standard output. Standard error stays shared. The
   /// child's ends are closed here at once, all ends are close-on-exec. The handles that stood on 0 and 1 before are
   /// kept on private descriptors; a second start replaces the pipes of the first and leaves nothing of them behind. On
-  /// failure everything is as it was before.
+  /// failure everything is as it was before. What stood on 0 and 1 comes back as told in Channels::endOfTalk.
   /// Without it the child shares this process's standard handles, but never the pipes of an earlier start with joined
   /// handles: in place of those, and of handles that are closed here, it gets /dev/null.
   ///
@@ -49,8 +49,9 @@ class ChildProcesses {
   /// all children itself. `ended` is called once on the main thread, and may be empty.
   virtual std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> ended, TKSError* error) = 0;
 
-  /// The standard input and output from before the first start with joined handles: a private close-on-exec descriptor,
-  /// -1 when there was none; 0 and 1 while nothing was joined yet.
+  /// The standard input and output from before the first of these calls or starts with joined handles: a private
+  /// close-on-exec descriptor, the same one for the rest of the process; -1 when there was none. 0 and 1 when there is
+  /// no descriptor left for it and nothing was joined yet.
   virtual int originalStandardInput() = 0;
   virtual int originalStandardOutput() = 0;
 };

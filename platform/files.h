@@ -50,6 +50,8 @@ struct TreeItem {
 class FileLock {
  public:
   virtual ~FileLock() = default;
+  /// Whether others are kept out: not on a volume that has no locks.
+  virtual bool isEffective() const { return true; }
 };
 
 /// Files, folders and their attributes. macOS: NSFileManager, renamex_np, removexattr. Linux: POSIX calls
@@ -84,6 +86,9 @@ class Files {
   /// Makes a folder with all folders above it; succeeds when it is there already. `permissions` is for what is made,
   /// before the umask.
   virtual bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
+  /// Makes a folder that did not exist, in one that does; whatever stands at the path is an error. `permissions` is
+  /// before the umask.
+  virtual bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   /// Makes a folder, with all folders above it, that is this user's alone; takes one that is there when it is this
   /// user's own, and closes it to others. Somebody else's folder, a link and what is no folder are errors.
   virtual bool usePrivateDirectory(std::string_view path, TKSError* error) = 0;

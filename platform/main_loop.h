@@ -8,7 +8,8 @@ namespace tks::platform {
 
 /// The main queue of the process. macOS: libdispatch's main queue and the main run loop. Linux: one epoll descriptor.
 /// `post` and `after` may be called from any thread; work runs in order of posting, on the thread that runs or drains
-/// the loop. What work throws is caught and logged at level 8; the loop goes on.
+/// the loop. In a copy of the process, made by fork without exec, nothing is taken and nothing runs. What work throws
+/// is caught and logged at level 8; the loop goes on.
 class MainLoop {
  public:
   /// A pending timer: destroying it on the loop's thread cancels it; from another thread it may just be running.
@@ -41,7 +42,8 @@ class BackgroundWork {
  public:
   virtual ~BackgroundWork() = default;
   /// False, with a line of level 8, when there is no thread for it and none to be had: `work` is left as it is and
-  /// never runs. Nobody is kept waiting for a thread that may never come. Always true on macOS.
+  /// never runs. Nobody is kept waiting for a thread that may never come. Always true on macOS. In a copy of the
+  /// process, made by fork, false.
   virtual bool submit(std::function<void()>&& work) = 0;
 };
 

@@ -24,6 +24,7 @@ posix::FileDescriptor copyOf(int standard) {
 class AppleChannels final : public Channels {
  public:
   std::unique_ptr<ByteSource> standardInput(TKSError* error) override {
+    posix::StandardHandles::shared().beginTalk();
     posix::FileDescriptor descriptor = copyOf(STDIN_FILENO);
     if (descriptor) return apple::makePipeSource(std::move(descriptor));
     posix::fail(error, "open", "standard input");
@@ -31,10 +32,15 @@ class AppleChannels final : public Channels {
   }
 
   std::shared_ptr<ByteSink> standardOutput(TKSError* error) override {
+    posix::StandardHandles::shared().beginTalk();
     posix::FileDescriptor descriptor = copyOf(STDOUT_FILENO);
     if (descriptor) return apple::makePipeSink(std::move(descriptor));
     posix::fail(error, "open", "standard output");
     return nullptr;
+  }
+
+  void endOfTalk(const ChannelIdentity& input, bool inGoodOrder) override {
+    posix::StandardHandles::shared().endTalk(input, inGoodOrder);
   }
 
   std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) override {

@@ -4,7 +4,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <memory>
 #include <utility>
 
 #include "platform/apple/conversions.h"
@@ -79,8 +81,17 @@ std::int32_t launchJoined(NSTask* task, const std::string& executable, std::func
   fillGaps(task);
   task.standardInput = handleOn(joint.childInput());
   task.standardOutput = handleOn(joint.childOutput());
-  const std::int32_t process = launch(task, std::move(ended), error);
-  if (process == 0 || joint.putInForce()) return process;
+  const auto number = std::make_shared<std::atomic<std::uint64_t>>(0);
+  const std::int32_t process = launch(
+      task,
+      [number, tell = std::move(ended)](ChildEnd end) {
+        StandardHandles::shared().childEnded(*number);
+        if (tell) tell(end);
+      },
+      error);
+  if (process == 0) return 0;
+  *number = joint.putInForce();
+  if (*number != 0) return process;
   posix::fail(error, "start", executable);
   kill(process, SIGKILL);
   return 0;

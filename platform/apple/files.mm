@@ -123,6 +123,12 @@ class AppleFiles final : public Files {
     return made || posix::fail(error, "create the folder", path);
   }
 
+  bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    const bool made =
+        isPath(path) && ::mkdir(withoutClosingSlashes(path).c_str(), static_cast<mode_t>(permissions)) == 0;
+    return made || posix::fail(error, "create the folder", path);
+  }
+
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
     return createDirectory(path, 0700, error) && posix::closeToOthers(path, error);
   }

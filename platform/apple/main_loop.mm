@@ -11,6 +11,7 @@
 #include "platform/apple/single_call.h"
 #include "platform/backend.h"
 #include "platform/main_loop.h"
+#include "platform/posix/forked_copy.h"
 
 namespace tks::platform {
 namespace {
@@ -51,12 +52,16 @@ class AppleTimer final : public MainLoop::Timer {
 class AppleMainLoop final : public MainLoop {
  public:
   void post(std::function<void()> work) override {
+    if (posix::isForkedCopy()) return;
+    posix::claimProcess();
     dispatch_async(dispatch_get_main_queue(), ^{
       runGuarded("posted work", work);
     });
   }
 
   std::unique_ptr<Timer> after(std::chrono::milliseconds delay, std::function<void()> work) override {
+    if (posix::isForkedCopy()) return nullptr;
+    posix::claimProcess();
     return std::make_unique<AppleTimer>(delay, std::move(work));
   }
 
@@ -73,6 +78,7 @@ class AppleMainLoop final : public MainLoop {
   }
 
   void stop() override {
+    if (posix::refusesAsForkedCopy("stop")) return;
     stopped_ = true;
     // Wakes `run`, also when it is just about to wait. A host's own run of the loop goes on.
     dispatch_async(dispatch_get_main_queue(), ^{
@@ -102,6 +108,7 @@ class AppleMainLoop final : public MainLoop {
   static constexpr int kMostTurns = 100;
 
   bool enter(const char* what) {
+    if (posix::refusesAsForkedCopy(what)) return false;
     if (!isMainThread()) {
       TKSILog::logWithLevel(TKSILogLevelError, "Main loop belongs to the main thread, '%@' does nothing elsewhere.",
                             what);
@@ -119,6 +126,7 @@ class AppleMainLoop final : public MainLoop {
 class AppleBackgroundWork final : public BackgroundWork {
  public:
   bool submit(std::function<void()>&& work) override {
+    if (posix::isForkedCopy()) return false;
     const std::function<void()> accepted = std::move(work);
     dispatch_async(dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0), ^{
       runGuarded("background work", accepted);

@@ -1,10 +1,12 @@
 #import <Foundation/Foundation.h>
 
+#include <malloc/malloc.h>
 #include <pthread.h>
 #include <unistd.h>
 
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
+#include "platform/posix/forked_copy.h"
 #include "platform/this_process.h"
 
 namespace tks::platform {
@@ -13,6 +15,7 @@ namespace {
 class AppleProcess final : public ThisProcess {
  public:
   std::int32_t identifier() override { return getpid(); }
+  bool refusesAsForkedCopy(std::string_view operation) override { return posix::refusesAsForkedCopy(operation); }
 
   std::uint32_t threadNumber() override { return pthread_mach_thread_np(pthread_self()); }
 
@@ -21,6 +24,8 @@ class AppleProcess final : public ThisProcess {
       return apple::fromString(NSThread.currentThread.description);
     }
   }
+
+  void giveMemoryBack() override { malloc_zone_pressure_relief(nullptr, 0); }
 
   std::string randomUUID() override {
     @autoreleasepool {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/posix/forked_copy.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
@@ -65,19 +66,30 @@ class Holders {
 /// The lock of flock belongs to the open file, so that two parts of one process keep each other out as well.
 class HeldLock final : public platform::FileLock {
  public:
-  HeldLock(FileDescriptor file, const struct stat& facts)
-      : number_(Holders::shared().add(facts)), file_(std::move(file)) {}
+  HeldLock(FileDescriptor file, const struct stat& facts, bool isEffective)
+      : number_(Holders::shared().add(facts)), file_(std::move(file)), facts_(facts), isEffective_(isEffective) {}
   // Closing alone is not enough: a process that was forked meanwhile has the same open file.
+  // A copy made by fork, on the other hand, must not end the lock of the process that it was made of.
   ~HeldLock() override {
+    if (isForkedCopy()) return;
     Holders::shared().remove(number_);
-    ::flock(file_.get(), LOCK_UN);
+    struct stat now {};
+    if (::fstat(file_.get(), &now) == 0 && now.st_dev == facts_.st_dev && now.st_ino == facts_.st_ino) {
+      ::flock(file_.get(), LOCK_UN);
+    } else {
+      file_.release();  // the host has closed it by mistake, and the number may be its own by now
+    }
   }
   HeldLock(const HeldLock&) = delete;
   HeldLock& operator=(const HeldLock&) = delete;
 
+  bool isEffective() const override { return isEffective_; }
+
  private:
   std::uint64_t number_;
   FileDescriptor file_;
+  const struct stat facts_;
+  const bool isEffective_;
 };
 
 bool isFolder(const std::string& path) {
@@ -115,6 +127,7 @@ bool waitForLock(const FileDescriptor& file, milliseconds patience) {
 }
 
 std::unique_ptr<platform::FileLock> lockFile(std::string_view path, milliseconds patience, TKSError* error) {
+  claimProcess();
   FileDescriptor file = isPath(path) ? openToLock(std::string(path)) : FileDescriptor();
   struct stat facts {};
   if (!raiseAboveStandard(file) || ::fstat(file.get(), &facts) != 0) {
@@ -123,11 +136,12 @@ std::unique_ptr<platform::FileLock> lockFile(std::string_view path, milliseconds
   }
   const bool isOwn = Holders::shared().isHeldByThisThread(facts);
   if (isOwn) errno = EDEADLK;
-  if (isOwn || !(waitForLock(file, patience) || hasNoLocks(errno))) {
+  const bool isEffective = !isOwn && waitForLock(file, patience);
+  if (!isEffective && !hasNoLocks(errno)) {
     fail(error, "lock", path);
     return nullptr;
   }
-  return std::make_unique<HeldLock>(std::move(file), facts);
+  return std::make_unique<HeldLock>(std::move(file), facts, isEffective);
 }
 
 }  // namespace tks::posix

@@ -1,6 +1,7 @@
 #include "platform/posix/standard_handles.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 namespace tks::posix {
 namespace {
@@ -20,7 +21,16 @@ bool put(const FileDescriptor& descriptor, int number) {
          ::fcntl(number, F_SETFD, FD_CLOEXEC) == 0;
 }
 
-void putBack(const FileDescriptor& before, int number, int flags) {
+using platform::ChannelIdentity;
+
+/// What a descriptor stands for; nothing when it is closed.
+std::optional<ChannelIdentity> identityOf(int descriptor) {
+  struct stat facts {};
+  if (descriptor < 0 || ::fstat(descriptor, &facts) != 0) return std::nullopt;
+  return ChannelIdentity{static_cast<std::uint64_t>(facts.st_dev), static_cast<std::uint64_t>(facts.st_ino)};
+}
+
+void restore(const FileDescriptor& before, int number, int flags) {
   if (!before) {
     ::close(number);
     return;
@@ -60,37 +70,117 @@ StandardHandles& StandardHandles::shared() {
 
 bool StandardHandles::prepare(Joint& joint) {
   return (joint.toChild_ = makePipe()).reader && (joint.fromChild_ = makePipe()).reader &&
-         keep(STDIN_FILENO, joint.inputBefore_) && keep(STDOUT_FILENO, joint.outputBefore_);
+         keep(STDIN_FILENO, joint.inputBefore_) && keep(STDOUT_FILENO, joint.outputBefore_) &&
+         (originalsAreKept_ ||
+          (keep(STDIN_FILENO, joint.originalInput_) && keep(STDOUT_FILENO, joint.originalOutput_)));
 }
 
-bool StandardHandles::Joint::putInForce() {
+std::uint64_t StandardHandles::Joint::putInForce() {
   const int inputFlags = ::fcntl(STDIN_FILENO, F_GETFD);
   const int outputFlags = ::fcntl(STDOUT_FILENO, F_GETFD);
   if (!put(toChild_.writer, STDOUT_FILENO) || !put(fromChild_.reader, STDIN_FILENO)) {
     const int reason = errno;
-    putBack(outputBefore_, STDOUT_FILENO, outputFlags);
-    putBack(inputBefore_, STDIN_FILENO, inputFlags);
+    restore(outputBefore_, STDOUT_FILENO, outputFlags);
+    restore(inputBefore_, STDIN_FILENO, inputFlags);
     errno = reason;
-    return false;
+    return 0;
   }
   toChild_ = {};
   fromChild_ = {};
   if (!handles_.joined_) {
-    handles_.originalInput_ = std::move(inputBefore_);
-    handles_.originalOutput_ = std::move(outputBefore_);
+    handles_.input_.remember(std::move(inputBefore_), inputFlags);
+    handles_.output_.remember(std::move(outputBefore_), outputFlags);
+  }
+  if (!std::exchange(handles_.originalsAreKept_, true)) {
+    handles_.originalInput_ = std::move(originalInput_);
+    handles_.originalOutput_ = std::move(originalOutput_);
+  }
+  for (Place* place : {&handles_.input_, &handles_.output_}) {
+    place->pipe = identityOf(place->number);
+    place->aside.reset();
   }
   handles_.joined_ = true;
-  return true;
+  handles_.childIsGone_ = handles_.talkIsOver_ = false;
+  return ++handles_.joints_;
+}
+
+// Putting back what stood there before.
+
+void StandardHandles::childEnded(std::uint64_t joint) {
+  const std::lock_guard lock(mutex_);
+  if (joint != joints_) return;
+  childIsGone_ = true;
+  input_.aside.reset();
+  output_.aside.reset();
+  if (talkIsOver_) putBack();
+}
+
+void StandardHandles::beginTalk() {
+  const std::lock_guard lock(mutex_);
+  talkIsOver_ = false;
+  if (joined_ || !input_.aside) return;
+  // Unless the host has put something else there meanwhile.
+  for (const Place* place : {&input_, &output_}) {
+    if (identityOf(place->number) != place->identityBefore) return;
+  }
+  if (!put(output_.aside, STDOUT_FILENO) || !put(input_.aside, STDIN_FILENO)) return;
+  input_.aside.reset();
+  output_.aside.reset();
+  joined_ = true;
+}
+
+void StandardHandles::endTalk(const ChannelIdentity& input, bool inGoodOrder) {
+  const std::lock_guard lock(mutex_);
+  if (!joined_ || input_.pipe != input) return;
+  talkIsOver_ = true;
+  if (childIsGone_ || (inGoodOrder && setAside())) putBack();
+}
+
+bool StandardHandles::setAside() {
+  for (Place* place : {&input_, &output_}) place->aside.reset(::fcntl(place->number, F_DUPFD_CLOEXEC, kFirstFree));
+  if (input_.aside && output_.aside) return true;
+  input_.aside.reset();
+  output_.aside.reset();
+  return false;
+}
+
+void StandardHandles::Place::remember(FileDescriptor descriptor, int flags) {
+  before = std::move(descriptor);
+  identityBefore = identityOf(before.get());
+  flagsBefore = flags;
+}
+
+/// What the host itself has put in place of a pipe stays there. A copy that the host has closed by mistake is nothing
+/// to put back.
+void StandardHandles::putBack() {
+  if (!std::exchange(joined_, false)) return;
+  for (Place* place : {&output_, &input_}) {
+    const bool isOurs = identityOf(place->number) == place->pipe;
+    if (identityOf(place->before.get()) != place->identityBefore) {
+      place->before.release();
+    } else if (isOurs) {
+      restore(place->before, place->number, place->flagsBefore);
+    }
+    if (childIsGone_) place->before.reset();
+  }
+}
+
+// The originals.
+
+bool StandardHandles::keepOriginals() {
+  if (!originalsAreKept_)
+    originalsAreKept_ = keep(STDIN_FILENO, originalInput_) && keep(STDOUT_FILENO, originalOutput_);
+  return originalsAreKept_;
 }
 
 int StandardHandles::originalInput() {
   const std::lock_guard lock(mutex_);
-  return joined_ ? originalInput_.get() : STDIN_FILENO;
+  return keepOriginals() ? originalInput_.get() : STDIN_FILENO;
 }
 
 int StandardHandles::originalOutput() {
   const std::lock_guard lock(mutex_);
-  return joined_ ? originalOutput_.get() : STDOUT_FILENO;
+  return keepOriginals() ? originalOutput_.get() : STDOUT_FILENO;
 }
 
 }  // namespace tks::posix

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <mutex>
+#include <optional>
 
+#include "platform/channels.h"
 #include "platform/posix/file_descriptor.h"
 
 namespace tks::posix {
@@ -21,6 +24,9 @@ struct Pipe {
 Pipe makePipe();
 
 /// This process's standard input and output, which a start can join to a child. Any thread.
+///
+/// What stood there before is put back once the child has ended and the conversation with it is over; and as soon as
+/// that is over in good order, with the pipes set aside until the child ends, so that it notices nothing.
 class StandardHandles {
  public:
   /// The only ones; never destroyed.
@@ -33,9 +39,9 @@ class StandardHandles {
     /// What becomes the child's standard input and output.
     int childInput() const { return toChild_.reader.get(); }
     int childOutput() const { return fromChild_.writer.get(); }
-    /// Puts the pipes in place of this process's standard handles and closes the child's ends. False, and errno, when
-    /// that fails; nothing has changed then.
-    bool putInForce();
+    /// Puts the pipes in place of this process's standard handles and closes the child's ends. Returns the number to
+    /// tell the child's end with; 0, and errno, when that fails; nothing has changed then.
+    std::uint64_t putInForce();
 
    private:
     friend class StandardHandles;
@@ -47,11 +53,20 @@ class StandardHandles {
     Pipe fromChild_;
     FileDescriptor inputBefore_;
     FileDescriptor outputBefore_;
+    FileDescriptor originalInput_;
+    FileDescriptor originalOutput_;
   };
 
   /// Prepares everything that could fail. False, and errno, when something does.
   bool prepare(Joint& joint);
   Joint begin() { return Joint(*this); }
+
+  /// The child of a joint has ended.
+  void childEnded(std::uint64_t joint);
+  /// A conversation over the standard handles begins; those that were set aside for the child come back.
+  void beginTalk();
+  /// See platform::Channels::endOfTalk.
+  void endTalk(const platform::ChannelIdentity& input, bool inGoodOrder);
 
   /// Does `work` while the standard handles stay as they are; it is told whether they are pipes to a child.
   template <class Work>
@@ -65,10 +80,33 @@ class StandardHandles {
   int originalOutput();
 
  private:
+  /// One standard handle: what stood there before the pipe, the pipe while it is set aside, and how to tell them.
+  struct Place {
+    int number;
+    FileDescriptor before;
+    std::optional<platform::ChannelIdentity> identityBefore;
+    int flagsBefore = 0;
+    std::optional<platform::ChannelIdentity> pipe;
+    FileDescriptor aside;
+
+    void remember(FileDescriptor descriptor, int flags);
+  };
+
   StandardHandles() = default;
+  bool keepOriginals();
+  bool setAside();
+  void putBack();
 
   std::mutex mutex_;  // guards what follows
+  /// The pipes stand on 0 and 1.
   bool joined_ = false;
+  bool childIsGone_ = false;
+  bool talkIsOver_ = false;
+  std::uint64_t joints_ = 0;
+  Place input_{.number = 0, .before = {}, .identityBefore = {}, .pipe = {}, .aside = {}};
+  Place output_{.number = 1, .before = {}, .identityBefore = {}, .pipe = {}, .aside = {}};
+
+  bool originalsAreKept_ = false;
   FileDescriptor originalInput_;
   FileDescriptor originalOutput_;
 };

@@ -53,6 +53,10 @@ TKSData bytesOf(std::string_view text) { return {text.begin(), text.end()}; }
 class OldSystem final : public tks::platform::ThisProcess {
  public:
   std::int32_t identifier() override { return replaced_.before().identifier(); }
+  bool refusesAsForkedCopy(std::string_view operation) override {
+    return replaced_.before().refusesAsForkedCopy(operation);
+  }
+  void giveMemoryBack() override {}
   std::uint32_t threadNumber() override { return replaced_.before().threadNumber(); }
   std::string threadDescription() override { return replaced_.before().threadDescription(); }
   std::string randomUUID() override { return replaced_.before().randomUUID(); }

@@ -97,14 +97,116 @@ class Peer {
   std::array<int, 2> fromHost_{};
 };
 
-TEST(StandardHandles, AreTheOriginalsWhileNothingIsJoined) {
+TEST(StandardHandles, OriginalsHaveTheSameNumbersBeforeAndAfterAStart) {
   TKS_IN_FRESH_PROCESS();
-  EXPECT_EQ(childProcesses().originalStandardInput(), 0);
-  EXPECT_EQ(childProcesses().originalStandardOutput(), 1);
+  Peer peer;
+  const int input = childProcesses().originalStandardInput();
+  const int output = childProcesses().originalStandardOutput();
+  EXPECT_GT(input, 2);
+  EXPECT_GT(output, 2);
+  EXPECT_EQ(identity(input), identity(0));
+  EXPECT_EQ(identity(output), identity(1));
+  EXPECT_TRUE(isCloseOnExec(input));
+  EXPECT_TRUE(isCloseOnExec(output));
+  const std::string original = identity(input);
   TKSError error;
   EXPECT_EQ(childProcesses().start({"/nowhere", {}, true}, {}, &error), 0);
   EXPECT_EQ(error.code, ENOENT);
-  EXPECT_EQ(childProcesses().originalStandardInput(), 0);
+  EXPECT_EQ(childProcesses().originalStandardInput(), input);
+  const FakeLauncher launcher;
+  ASSERT_GT(startJoined(launcher), 0);
+  EXPECT_EQ(childProcesses().originalStandardInput(), input);
+  EXPECT_EQ(childProcesses().originalStandardOutput(), output);
+  EXPECT_EQ(identity(input), original);
+}
+
+/// What the library's own transport tells when its conversation over the standard handles ends.
+void endTalk(bool inGoodOrder) {
+  const auto source = tks::platform::channels().standardInput(nullptr);
+  ASSERT_TRUE(source);
+  tks::platform::channels().endOfTalk(source->identity(), inGoodOrder);
+}
+
+TEST(StandardHandles, ComeBackWhenTheChildHasEndedAndTheTalkIsOver) {
+  TKS_IN_FRESH_PROCESS();
+  Peer peer;
+  const std::string input = identity(0);
+  const std::string output = identity(1);
+  const FakeLauncher launcher;
+  for (const bool talkEndsFirst : {true, false}) {
+    ASSERT_GT(startJoined(launcher), 0);
+    ASSERT_TRUE(converses());
+    EXPECT_NE(identity(0), input);
+    if (talkEndsFirst) endTalk(false);
+    tks::test::drainFor(std::chrono::milliseconds(20));
+    EXPECT_NE(identity(1), output) << "the child lives and may be talked to again";
+    launcher.endAll();
+    ASSERT_TRUE(drainUntil([&] { return tks::test::children().empty(); }));
+    drainUntil([&] { return identity(1) == output; }, std::chrono::milliseconds(200));
+    if (!talkEndsFirst) {
+      EXPECT_NE(identity(1), output) << "the last words may still be read";
+      endTalk(false);
+    }
+    EXPECT_EQ(identity(0), input);
+    EXPECT_EQ(identity(1), output);
+    EXPECT_FALSE(isCloseOnExec(0));
+    EXPECT_FALSE(isCloseOnExec(1));
+    EXPECT_EQ(::write(1, "text", 4), 4);
+    EXPECT_EQ(peer.heard(), "text");
+  }
+}
+
+TEST(StandardHandles, ComeBackAtOnceAfterAFarewellAndTheChildNoticesNothing) {
+  TKS_IN_FRESH_PROCESS();
+  Peer peer;
+  const std::string input = identity(0);
+  const std::string output = identity(1);
+  const FakeLauncher launcher;
+  ASSERT_GT(startJoined(launcher), 0);
+  ASSERT_TRUE(converses());
+  const std::string pipe = identity(0);
+  endTalk(true);
+  EXPECT_EQ(identity(0), input);
+  EXPECT_EQ(identity(1), output);
+  EXPECT_EQ(::write(1, "text", 4), 4);
+  EXPECT_EQ(peer.heard(), "text") << "and not the launcher";
+  tks::test::drainFor(std::chrono::milliseconds(50));
+  EXPECT_EQ(launcher.processes().size(), 1u) << "it has seen no end of its input";
+
+  EXPECT_TRUE(tks::platform::channels().standardInput(nullptr));
+  EXPECT_EQ(identity(0), pipe) << "the next talk is with the same child";
+  EXPECT_TRUE(converses());
+  endTalk(true);
+  launcher.endAll();
+  ASSERT_TRUE(drainUntil([&] { return tks::test::children().empty(); }));
+  tks::test::drainFor(std::chrono::milliseconds(20));
+  EXPECT_TRUE(tks::platform::channels().standardInput(nullptr));
+  EXPECT_EQ(identity(0), input) << "the child is gone";
+}
+
+TEST(StandardHandles, WhatTheHostPutInTheirPlaceStays) {
+  TKS_IN_FRESH_PROCESS();
+  Peer peer;
+  const FakeLauncher launcher;
+  ASSERT_GT(startJoined(launcher), 0);
+  ASSERT_TRUE(converses());
+  const auto source = tks::platform::channels().standardInput(nullptr);
+  const int own = ::open("/dev/zero", O_RDWR | O_CLOEXEC);
+  ::dup2(own, 1);
+  tks::platform::channels().endOfTalk(source->identity(), true);
+  EXPECT_EQ(identity(1), identity(own));
+  ::close(own);
+}
+
+TEST(StandardHandles, EndOfAnEarlierTalkChangesNothingForTheNextChild) {
+  TKS_IN_FRESH_PROCESS();
+  Peer peer;
+  const FakeLauncher launcher;
+  ASSERT_GT(startJoined(launcher), 0);
+  const auto earlier = tks::platform::channels().standardInput(nullptr);
+  ASSERT_GT(startJoined(launcher), 0);
+  tks::platform::channels().endOfTalk(earlier->identity(), true);
+  EXPECT_TRUE(converses());
 }
 
 TEST(StandardHandles, JoinThisProcessAndTheChild) {
@@ -223,7 +325,6 @@ TEST(StandardHandles, AFailedStartLeavesEverythingAsItWas) {
   EXPECT_FALSE(isCloseOnExec(0));
   EXPECT_FALSE(isCloseOnExec(1));
   EXPECT_EQ(openDescriptors(), descriptors);
-  EXPECT_EQ(childProcesses().originalStandardInput(), 0);
 }
 
 TEST(StandardHandles, NoDescriptorsLeftAtAnyStepOfALaunchUndoesEverything) {

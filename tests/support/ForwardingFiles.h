@@ -23,6 +23,9 @@ class ForwardingFiles : public platform::Files {
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     return real().createDirectory(path, permissions, error);
   }
+  bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    return real().createNewDirectory(path, permissions, error);
+  }
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
     return real().usePrivateDirectory(path, error);
   }

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "platform/platform.h"
 
@@ -176,6 +177,11 @@ class MemoryChannels final : public platform::Channels {
   std::shared_ptr<platform::ByteSink> standardOutput(TKSError* error) override {
     if (!output) return fail(error);
     return std::make_shared<WireSink>(output);
+  }
+  /// Ends of conversations over the process's channels: what they read from, and whether in good order.
+  std::vector<std::pair<platform::ChannelIdentity, bool>> endsOfTalk;
+  void endOfTalk(const platform::ChannelIdentity& channel, bool inGoodOrder) override {
+    endsOfTalk.emplace_back(channel, inGoodOrder);
   }
   std::unique_ptr<platform::ByteSource> fileSource(std::string_view path, TKSError* error) override {
     return replaced_.before().fileSource(path, error);

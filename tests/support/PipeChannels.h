@@ -90,6 +90,7 @@ class PipeChannels final : public platform::Channels {
   std::shared_ptr<platform::ByteSink> standardOutput(TKSError* error) override {
     return gnulinux::streamSink(output->writer(), "standard output", error);
   }
+  void endOfTalk(const platform::ChannelIdentity&, bool) override {}
   std::unique_ptr<platform::ByteSource> fileSource(std::string_view path, TKSError* error) override {
     return replaced_.before().fileSource(path, error);
   }

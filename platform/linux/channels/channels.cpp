@@ -13,13 +13,19 @@ namespace {
 class LinuxChannels final : public Channels {
  public:
   std::unique_ptr<ByteSource> standardInput(TKSError* error) override {
+    posix::StandardHandles::shared().beginTalk();
     return posix::StandardHandles::shared().whileUnchanged(
         [&](bool) { return gnulinux::streamSource(STDIN_FILENO, "standard input", error); });
   }
 
   std::shared_ptr<ByteSink> standardOutput(TKSError* error) override {
+    posix::StandardHandles::shared().beginTalk();
     return posix::StandardHandles::shared().whileUnchanged(
         [&](bool) { return gnulinux::streamSink(STDOUT_FILENO, "standard output", error); });
+  }
+
+  void endOfTalk(const ChannelIdentity& input, bool inGoodOrder) override {
+    posix::StandardHandles::shared().endTalk(input, inGoodOrder);
   }
 
   std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) override {

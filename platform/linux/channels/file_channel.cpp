@@ -12,6 +12,7 @@
 
 #include "platform/linux/channels/file_observer.h"
 #include "platform/linux/channels/held_signal.h"
+#include "platform/linux/channels/own_descriptor.h"
 #include "platform/linux/loop/event_loop.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
@@ -30,7 +31,7 @@ ChannelIdentity identityOf(const struct stat& facts) {
 
 /// An open file of a message folder, known to be one that only this user can have put there.
 struct OpenFile {
-  posix::FileDescriptor descriptor;
+  OwnDescriptor descriptor;
   ChannelIdentity identity;
 };
 
@@ -44,17 +45,15 @@ std::optional<OpenFile> openFile(const std::string& path, int flags, TKSError* e
     posix::fail(error, "open", path);
     return std::nullopt;
   }
-  OpenFile file;
   // Non-blocking matters for a FIFO in the file's place only.
-  file.descriptor.reset(
+  posix::FileDescriptor descriptor(
       posix::retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY); }));
   struct stat facts {};
-  if (!posix::raiseAboveStandard(file.descriptor) || ::fstat(file.descriptor.get(), &facts) != 0 || !isOurs(facts)) {
+  if (!posix::raiseAboveStandard(descriptor) || ::fstat(descriptor.get(), &facts) != 0 || !isOurs(facts)) {
     posix::fail(error, "open", path);
     return std::nullopt;
   }
-  file.identity = identityOf(facts);
-  return file;
+  return OpenFile{OwnDescriptor(std::move(descriptor)), identityOf(facts)};
 }
 
 TKSError brokenFile(const std::string& path, std::string_view what) {

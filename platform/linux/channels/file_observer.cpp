@@ -44,10 +44,14 @@ Place placeOf(const std::string& path) {
 }  // namespace
 
 FileObserver::FileObserver(const std::string& path, Changed changed)
-    : changed_(std::make_shared<const Changed>(std::move(changed))), delay_(kShortestPause) {
-  if (observe(path)) return;
+    : changed_(std::make_shared<const Changed>(std::move(changed))), path_(path), delay_(kShortestPause) {
+  begin();
+}
+
+void FileObserver::begin() {
+  if (observe()) return;
   watch_.reset();
-  inotify_.reset();
+  inotify_ = OwnDescriptor();
   pollAfter(delay_);
 }
 
@@ -59,15 +63,26 @@ void FileObserver::expectMore() {
   pollAfter(delay_);
 }
 
-bool FileObserver::observe(const std::string& path) {
-  Place place = placeOf(path);
+bool FileObserver::observe() {
+  Place place = placeOf(path_);
   name_ = std::move(place.name);
-  inotify_.reset(systemCalls().inotifyInit(IN_CLOEXEC | IN_NONBLOCK));
-  if (!posix::raiseAboveStandard(inotify_)) return false;
-  fileWatch_ = ::inotify_add_watch(inotify_.get(), path.c_str(), kFileEvents);
+  posix::FileDescriptor inotify(systemCalls().inotifyInit(IN_CLOEXEC | IN_NONBLOCK));
+  if (!posix::raiseAboveStandard(inotify)) return false;
+  inotify_ = OwnDescriptor(std::move(inotify));
+  fileWatch_ = ::inotify_add_watch(inotify_.get(), path_.c_str(), kFileEvents);
   if (fileWatch_ < 0 || ::inotify_add_watch(inotify_.get(), place.folder.c_str(), kFolderEvents) < 0) return false;
-  watch_ = EventLoop::main().watch(inotify_.get(), EPOLLIN, [this](std::uint32_t) { onEvents(); });
+  watch_ = EventLoop::main().watch(inotify_.get(), EPOLLIN, [this](std::uint32_t events) {
+    if (events == EventLoop::kLost) return onLoss();
+    onEvents();
+  });
   return watch_ != nullptr;
+}
+
+/// The descriptor may be gone, and so may be that of the file, which its owner finds out.
+void FileObserver::onLoss() {
+  const auto changed = changed_;
+  begin();
+  (*changed)(Change::place);
 }
 
 void FileObserver::onEvents() {

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "platform/linux/channels/own_descriptor.h"
 #include "platform/linux/loop/event_loop.h"
-#include "platform/posix/file_descriptor.h"
 
 namespace tks::gnulinux {
 
@@ -33,13 +33,16 @@ class FileObserver {
   void expectMore();
 
  private:
-  bool observe(const std::string& path);
+  bool observe();
+  void begin();
   void onEvents();
+  void onLoss();
   void pollAfter(std::chrono::milliseconds delay);
 
   const std::shared_ptr<const Changed> changed_;
+  const std::string path_;
   std::string name_;
-  posix::FileDescriptor inotify_;
+  OwnDescriptor inotify_;
   std::unique_ptr<EventLoop::Watch> watch_;
   int fileWatch_ = -1;
   std::chrono::milliseconds delay_;

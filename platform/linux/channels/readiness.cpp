@@ -52,7 +52,11 @@ class Readiness::Polling : public std::enable_shared_from_this<Polling> {
 void Readiness::watch(std::function<void()> ready) {
   unwatch();
   auto shared = std::make_shared<std::function<void()>>(std::move(ready));
-  watch_ = EventLoop::main().watch(descriptor_, events_, [shared](std::uint32_t) { (*shared)(); });
+  watch_ = EventLoop::main().watch(descriptor_, events_, [this, shared](std::uint32_t events) {
+    // The one who is called finds out whether the descriptor itself is gone.
+    if (events == EventLoop::kLost) watch(*shared);
+    (*shared)();
+  });
   if (watch_) return;
   polling_ = std::make_shared<Polling>(descriptor_, events_, false, std::move(*shared));
   polling_->lookAfter(std::chrono::milliseconds(0));

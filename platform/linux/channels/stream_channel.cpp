@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "platform/linux/channels/held_signal.h"
+#include "platform/linux/channels/own_descriptor.h"
 #include "platform/linux/channels/readiness.h"
 #include "platform/linux/system_calls.h"
 #include "platform/posix/file_descriptor.h"
@@ -45,7 +46,7 @@ enum class Manner {
 
 /// A descriptor of our own for what a standard handle stands for.
 struct Stream {
-  posix::FileDescriptor descriptor;
+  OwnDescriptor descriptor;
   Manner manner = Manner::asking;
   bool isPipe = false;
   ChannelIdentity identity;
@@ -92,13 +93,15 @@ std::optional<Stream> openStream(int descriptor, int direction) {
   Stream stream;
   stream.isPipe = S_ISFIFO(facts.st_mode);
   stream.identity = {static_cast<std::uint64_t>(facts.st_dev), static_cast<std::uint64_t>(facts.st_ino)};
-  if (canBeOpenedAgain(descriptor, facts.st_mode)) stream.descriptor = openedAgain(descriptor, direction);
+  if (canBeOpenedAgain(descriptor, facts.st_mode)) {
+    stream.descriptor = OwnDescriptor(openedAgain(descriptor, direction));
+  }
   if (stream.descriptor && !(direction == O_RDONLY && isHungUp(descriptor))) {
     stream.manner = Manner::nonBlocking;
     return stream;
   }
   stream.manner = S_ISSOCK(facts.st_mode) ? Manner::socket : Manner::asking;
-  stream.descriptor.reset(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  stream.descriptor = OwnDescriptor(posix::FileDescriptor(::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1)));
   if (!stream.descriptor) return std::nullopt;
   return stream;
 }

@@ -119,6 +119,11 @@ class LinuxFiles final : public Files {
     return makeFolder(whole, permissions) || fail(error, "create the folder", path);
   }
 
+  bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    const std::string name = posix::withoutClosingSlashes(path);
+    return ::mkdir(name.c_str(), static_cast<mode_t>(permissions)) == 0 || fail(error, "create the folder", path);
+  }
+
   bool usePrivateDirectory(std::string_view path, TKSError* error) override {
     return createDirectory(path, 0700, error) && posix::closeToOthers(path, error);
   }

@@ -12,6 +12,7 @@
 #include "platform/backend.h"
 #include "platform/linux/system_calls.h"
 #include "platform/main_loop.h"
+#include "platform/posix/forked_copy.h"
 #include "platform/posix/posix_error.h"
 
 namespace tks::platform {
@@ -26,6 +27,7 @@ constexpr std::chrono::seconds kIdleBeforeEnd(2);
 class ThreadPool final : public BackgroundWork {
  public:
   bool submit(std::function<void()>&& work) override {
+    if (posix::isForkedCopy()) return false;  // the threads stayed in the other process
     int refused = 0;
     {
       const std::scoped_lock lock(mutex_);
@@ -58,6 +60,7 @@ class ThreadPool final : public BackgroundWork {
     ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     ::pthread_attr_setsigmask_np(&attributes, &all);
     pthread_t thread{};
+    posix::claimProcess();
     const int refused = gnulinux::systemCalls().threadCreate(&thread, &attributes, &ThreadPool::threadMain, this);
     ::pthread_attr_destroy(&attributes);
     return refused;

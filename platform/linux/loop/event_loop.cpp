@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/stat.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 
 #include "foundation/logging/Logging.h"
 #include "platform/linux/system_calls.h"
+#include "platform/posix/forked_copy.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
 
@@ -33,6 +35,12 @@ constexpr std::int64_t kNanosecondsInSecond = 1'000'000'000;
 constexpr std::int64_t kNanosecondsInMillisecond = 1'000'000;
 /// Longer delays are cut to this one, a century, so that no deadline overflows.
 constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365 * 100);
+
+/// Whether a descriptor is one of the kernel's own kinds, an eventfd for example, which no path leads to.
+bool isKernelObject(int descriptor) {
+  struct stat facts {};
+  return ::fstat(descriptor, &facts) == 0 && (facts.st_mode & S_IFMT) == 0;
+}
 
 std::int64_t monotonicNow() {
   timespec now{};
@@ -87,6 +95,7 @@ EventLoop& EventLoop::main() {
 // Descriptors
 
 bool EventLoop::hasDescriptors() {
+  if (posix::isForkedCopy()) return false;
   if (epoll_.load(std::memory_order_acquire) >= 0) return true;
   bool sayIt = false;
   {
@@ -102,6 +111,7 @@ bool EventLoop::hasDescriptors() {
 }
 
 bool EventLoop::makeDescriptors() {
+  posix::claimProcess();
   posix::FileDescriptor epoll(systemCalls().epollCreate(EPOLL_CLOEXEC));
   if (!posix::raiseAboveStandard(epoll)) return false;
   if (!makeWaker() || !makeTimer() || !join(epoll.get(), waker_.get(), kWakerNumber) ||
@@ -153,6 +163,8 @@ void EventLoop::wake() {
   const std::uint64_t one = 1;
   const int descriptor = wakerWriter_ ? wakerWriter_.get() : waker_.get();
   if (descriptor < 0) return;
+  // A host that closed it may have a file of its own under this number by now.
+  if (!wakerWriter_ && !isKernelObject(descriptor)) return;
   [[maybe_unused]] const auto written = posix::retried([&] { return ::write(descriptor, &one, sizeof one); });
 }
 
@@ -163,9 +175,27 @@ void EventLoop::clearWaker() {
   }
 }
 
+/// Somebody has closed them. Their numbers may be somebody else's by now, so that they are not closed once more.
+void EventLoop::loseDescriptors() {
+  std::vector<std::uint64_t> lost;
+  {
+    const std::scoped_lock lock(mutex_);
+    for (posix::FileDescriptor* mine : {&epollOwner_, &waker_, &wakerWriter_, &timer_}) mine->release();
+    epoll_.store(-1, std::memory_order_release);
+    armedFor_ = kNever;
+    attentive_ = false;
+    for (const auto& [number, ready] : watches_) lost.push_back(number);
+  }
+  ++losses_;
+  TKSILog::logWithLevel(TKSILogLevelError,
+                        "The descriptors of the main loop were closed by somebody else, it goes on with new ones.");
+  for (const std::uint64_t number : lost) runWatch(number, kLost);
+}
+
 // What any thread may ask for
 
 void EventLoop::post(Work work) {
+  if (posix::isForkedCopy()) return;
   hasDescriptors();
   const std::scoped_lock lock(mutex_);
   posted_.push_back(std::move(work));
@@ -176,6 +206,7 @@ void EventLoop::post(Work work) {
 }
 
 std::unique_ptr<platform::MainLoop::Timer> EventLoop::after(std::chrono::milliseconds delay, Work work) {
+  if (posix::isForkedCopy()) return nullptr;
   hasDescriptors();
   const auto wait = std::clamp(delay, std::chrono::milliseconds(0), kLongestDelay);
   const Nanoseconds deadline = monotonicNow() + wait.count() * kNanosecondsInMillisecond;
@@ -189,6 +220,7 @@ std::unique_ptr<platform::MainLoop::Timer> EventLoop::after(std::chrono::millise
 }
 
 void EventLoop::cancel(const TimerKey& key) {
+  if (posix::isForkedCopy()) return;
   decltype(timers_)::node_type cancelled;  // destroyed without the lock: what the work holds may call us
   const std::scoped_lock lock(mutex_);
   cancelled = timers_.extract(key);
@@ -211,10 +243,12 @@ std::unique_ptr<EventLoop::Watch> EventLoop::watch(int descriptor, std::uint32_t
 }
 
 void EventLoop::unwatch(std::uint64_t number, int descriptor) {
+  if (posix::isForkedCopy()) return;
   decltype(watches_)::node_type ended;  // destroyed without the lock
   const std::scoped_lock lock(mutex_);
   ended = watches_.extract(number);
-  ::epoll_ctl(epollOwner_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+  // Once it was lost the number may be another's, which is watched by now.
+  if (ended) ::epoll_ctl(epollOwner_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
 }
 
 bool EventLoop::isMainThread() const {
@@ -223,20 +257,19 @@ bool EventLoop::isMainThread() const {
 }
 
 void EventLoop::stop() {
+  if (posix::refusesAsForkedCopy("stop")) return;
   stopped_ = true;
   hasDescriptors();
   const std::scoped_lock lock(mutex_);
   if (!isOnLoopThread()) wake();
 }
 
-int EventLoop::descriptor() {
-  hasDescriptors();
-  return epoll_.load(std::memory_order_acquire);
-}
+int EventLoop::descriptor() { return hasDescriptors() ? epoll_.load(std::memory_order_acquire) : -1; }
 
 // The thread that works
 
 void EventLoop::run() {
+  if (posix::refusesAsForkedCopy("run")) return;
   const Occupied occupied(*this, "run");
   if (!occupied) return;
   while (!stopped_.exchange(false)) waitAndWork(settle());
@@ -246,6 +279,7 @@ void EventLoop::run() {
 }
 
 void EventLoop::drain() {
+  if (posix::refusesAsForkedCopy("drain")) return;
   const Occupied occupied(*this, "drain");
   if (!occupied) return;
   for (int round = 0; round < kRoundsOfDrain; ++round) {
@@ -259,17 +293,20 @@ void EventLoop::drain() {
 bool EventLoop::waitAndWork(bool mayWait) {
   std::array<epoll_event, 64> events;
   int count = 0;
+  bool lost = false;
   const bool waitable = hasDescriptors();
   if (waitable) {
     const int wait = mayWait ? millisecondsToWait() : 0;
     count = ::epoll_wait(epoll_.load(std::memory_order_relaxed), events.data(), static_cast<int>(events.size()), wait);
+    lost = count < 0 && (errno == EBADF || errno == EINVAL);
+    if (lost) loseDescriptors();
   } else if (mayWait) {
     ::poll(nullptr, 0, kPollingMilliseconds);
   }
   for (int index = 0; index < count; ++index) handle(events[static_cast<std::size_t>(index)]);
   const bool timersRan = !(waitable && timer_) && runTimers();
   const bool postedRan = runPosted();
-  return count > 0 || timersRan || postedRan;
+  return count > 0 || lost || timersRan || postedRan;
 }
 
 /// From now on whoever posts has to wake the loop. False when there is posted work, which needs no waking.
@@ -308,6 +345,7 @@ void EventLoop::runWatch(std::uint64_t number, std::uint32_t events) {
     const auto found = watches_.find(number);
     if (found == watches_.end()) return;  // destroyed since epoll reported it
     ready = found->second;
+    if (events == kLost) watches_.erase(found);
   }
   callHost("watched descriptor", *ready, events);
 }
@@ -353,7 +391,9 @@ void EventLoop::armTimer(Nanoseconds deadline) {
     when.it_value.tv_sec = deadline / kNanosecondsInSecond;
     when.it_value.tv_nsec = deadline % kNanosecondsInSecond;
   }
-  ::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
+  if (::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &when, nullptr) == 0) return;
+  timer_.release();  // somebody has closed it; see millisecondsToWait
+  if (!isOnLoopThread()) wake();
 }
 
 }  // namespace tks::gnulinux

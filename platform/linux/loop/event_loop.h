@@ -25,12 +25,17 @@ namespace tks::gnulinux {
 ///
 /// Work is only ever done inside `run` or `drain`, see platform/main_loop.h. Everything else may be called from any
 /// thread. What work throws is caught and logged. Descriptors are made on first use. While none can be had, posted work
-/// and timers still run, by polling inside `run`, and every use tries again.
+/// and timers still run, by polling inside `run`, and every use tries again. The same when a host closes them: the loop
+/// goes on with new ones, and whoever watched a descriptor is told. In a copy of the process, made by fork, nothing is
+/// done, for the descriptors are the other process's as well.
 class EventLoop {
  public:
   using Work = std::function<void()>;
-  /// Receives what epoll reports: EPOLLIN, EPOLLHUP and so on.
+  /// Receives what epoll reports: EPOLLIN, EPOLLHUP and so on; or kLost, once and for the last time.
   using Ready = std::function<void(std::uint32_t events)>;
+  /// The loop's own descriptors were closed by somebody else, so that it watches nothing any more. The watched
+  /// descriptor may be gone as well, and its number may be somebody else's.
+  static constexpr std::uint32_t kLost = 1U << 26;
 
   /// A watched descriptor. Destroying it on the loop's thread ends the calls, also from inside a call, also when one is
   /// due already; on another thread a call may just be running. Destroy it before the descriptor is closed.
@@ -58,6 +63,7 @@ class EventLoop {
   static EventLoop& main();
 
   void post(Work work);
+  /// Null in a copy of the process.
   [[nodiscard]] std::unique_ptr<platform::MainLoop::Timer> after(std::chrono::milliseconds delay, Work work);
   /// Calls `ready` whenever the descriptor is ready for `events`: EPOLLIN or EPOLLOUT, with EPOLLONESHOT or EPOLLET
   /// when wanted. Null, and errno, when the descriptor cannot be watched; files and folders never can.
@@ -70,6 +76,9 @@ class EventLoop {
   int descriptor();
   void drain();
 
+  /// How often descriptors of any loop were found closed by somebody else. One load.
+  static unsigned losses() { return losses_.load(std::memory_order_relaxed); }
+
  private:
   class LoopTimer;
   class Occupied;
@@ -81,6 +90,7 @@ class EventLoop {
 
   bool isOnLoopThread() const { return loopThread_.load(std::memory_order_relaxed) == std::this_thread::get_id(); }
   bool hasDescriptors();
+  void loseDescriptors();
   bool makeDescriptors();
   bool makeWaker();
   bool makeTimer();
@@ -98,6 +108,8 @@ class EventLoop {
   void armTimer(Nanoseconds deadline);
   void cancel(const TimerKey& key);
   void unwatch(std::uint64_t number, int descriptor);
+
+  static inline std::atomic<unsigned> losses_ = 0;
 
   std::atomic<bool> stopped_ = false;
   /// The thread inside `run` or `drain`.

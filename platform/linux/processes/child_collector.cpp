@@ -31,7 +31,8 @@ bool waitFor(pid_t process, const posix::FileDescriptor& descriptor, int flags, 
   if (descriptor) {
     const id_t number = static_cast<id_t>(descriptor.get());
     if (posix::retried([&] { return ::waitid(P_PIDFD, number, &facts, flags); }) == 0) return true;
-    if (errno != EINVAL) return false;  // older kernels know descriptors of processes, but not how to wait for them
+    // Older kernels know descriptors of processes, but not how to wait for them; and a host may have closed this one.
+    if (errno != EINVAL && errno != EBADF) return false;
   }
   return posix::retried([&] { return ::waitid(P_PID, static_cast<id_t>(process), &facts, flags); }) == 0;
 }
@@ -111,12 +112,25 @@ void ChildCollector::watch(std::uint64_t number) {
   Child& child = found->second;
   if (!child.descriptor) child.descriptor = openProcess(child.process);
   if (child.descriptor) {
-    child.watch =
-        EventLoop::main().watch(child.descriptor.get(), EPOLLIN, [this, number](std::uint32_t) { collectOne(number); });
+    child.watch = EventLoop::main().watch(child.descriptor.get(), EPOLLIN, [this, number](std::uint32_t events) {
+      if (events == EventLoop::kLost) watchAgain(number);
+      collectOne(number);
+    });
   } else {
     child.startTime = readProcessFacts(child.process).value_or(ProcessFacts()).startTime;
   }
   if (!child.watch) keepLooking();
+}
+
+/// The child's descriptor may be gone with those of the loop; its number may be somebody else's, so it is not closed.
+void ChildCollector::watchAgain(std::uint64_t number) {
+  std::unique_ptr<EventLoop::Watch> before;
+  const std::lock_guard lock(mutex_);
+  const auto found = children_.find(number);
+  if (found == children_.end()) return;
+  before = std::move(found->second.watch);
+  found->second.descriptor.release();
+  watch(number);
 }
 
 void ChildCollector::collect() {

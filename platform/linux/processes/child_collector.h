@@ -61,6 +61,7 @@ class ChildCollector {
   std::optional<platform::ChildEnd> lookAt(const Child& child);
   void collectOne(std::uint64_t number);
   void watch(std::uint64_t number);
+  void watchAgain(std::uint64_t number);
   void keepLooking();
 
   std::atomic<std::size_t> count_ = 0;

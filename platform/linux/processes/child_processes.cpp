@@ -24,15 +24,25 @@ void endAtOnce(pid_t process) {
   posix::retried([&] { return ::waitpid(process, nullptr, 0); });
 }
 
+using Ended = std::function<void(ChildEnd)>;
+
 /// Starts a child whose standard input and output are joined to this process's own: nothing, and errno, when it fails.
-gnulinux::SpawnedProcess startJoined(SpawnRequest& request) {
+/// `ended` has to be called when it ends.
+gnulinux::SpawnedProcess startJoined(SpawnRequest& request, Ended& ended) {
   StandardHandles& handles = StandardHandles::shared();
   StandardHandles::Joint joint = handles.begin();
   if (!handles.prepare(joint)) return {};
   request.standardInput = joint.childInput();
   request.standardOutput = joint.childOutput();
   gnulinux::SpawnedProcess process = gnulinux::spawn(request);
-  if (!process || joint.putInForce()) return process;
+  if (!process) return process;
+  if (const std::uint64_t number = joint.putInForce(); number != 0) {
+    ended = [number, tell = std::move(ended)](ChildEnd end) {
+      StandardHandles::shared().childEnded(number);
+      if (tell) tell(end);
+    };
+    return process;
+  }
   const int reason = errno;
   endAtOnce(process.identifier);
   errno = reason;
@@ -56,7 +66,7 @@ class LinuxChildProcesses final : public ChildProcesses {
     spawn.executable = request.executable;
     spawn.arguments = request.arguments;
     spawn.makesDescriptor = false;
-    gnulinux::SpawnedProcess process = request.joinStandardHandles ? startJoined(spawn) : startSharing(spawn);
+    gnulinux::SpawnedProcess process = request.joinStandardHandles ? startJoined(spawn, ended) : startSharing(spawn);
     if (!process) {
       posix::fail(error, "start", request.executable);
       return 0;

@@ -1,5 +1,6 @@
 #include "platform/this_process.h"
 
+#include <malloc.h>
 #include <pthread.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 
 #include "platform/backend.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/forked_copy.h"
 
 namespace tks::platform {
 namespace {
@@ -29,6 +31,7 @@ RandomBytes randomBytes() {
 class LinuxProcess final : public ThisProcess {
  public:
   std::int32_t identifier() override { return ::getpid(); }
+  bool refusesAsForkedCopy(std::string_view operation) override { return posix::refusesAsForkedCopy(operation); }
   std::uint32_t threadNumber() override { return static_cast<std::uint32_t>(::gettid()); }
 
   std::string threadDescription() override {
@@ -36,6 +39,8 @@ class LinuxProcess final : public ThisProcess {
     ::pthread_getname_np(::pthread_self(), name.data(), name.size());
     return "<Thread>{number = " + std::to_string(threadNumber()) + ", name = " + name.data() + "}";
   }
+
+  void giveMemoryBack() override { ::malloc_trim(0); }
 
   /// Version 4, variant 1: four and two of the random bits are fixed.
   std::string randomUUID() override {
