@@ -164,6 +164,13 @@ bool canBeWaitedFor(Launch& launch) {
   return false;
 }
 
+/// Nobody will talk to a launcher that was joined to the standard handles and never seen: what stood there before comes
+/// back once it has ended.
+void giveUpStandardHandles() {
+  const auto source = tks::platform::channels().standardInput(nullptr);
+  if (source) tks::platform::channels().endOfTalk(source->identity(), false);
+}
+
 void startAndWait(Launch& launch, const std::vector<std::string>& args, const std::shared_ptr<ChildWatch>& watch,
                   std::unique_ptr<tks::platform::FileLock> placeLock) {
   const tks::LaunchArguments scanned = tks::scanLaunchArguments(args);
@@ -185,6 +192,7 @@ void startAndWait(Launch& launch, const std::vector<std::string>& args, const st
   launch.succeeded = launch.application.has_value();
   watch->wasSeen = launch.succeeded;
   if (launch.succeeded) return;
+  if (scanned.joinsStandardHandles()) tks::platform::mainLoop().post(giveUpStandardHandles);
   launch.reason = watch->hasEnded ? TKSErrorReason::endedEarly : TKSErrorReason::notAnswered;
   launch.message = watch->hasEnded ? tks::formatted("Launched process ended before it was running (%@). Path: %@",
                                                     tks::described(*watch->end), masked(launch.exePath))

@@ -14,11 +14,15 @@
 #include "interface/Facade.h"
 #include "interface/LaunchExecutable.h"
 #include "messaging/FileHosts.h"
+#include "messaging/HostAccess.h"
 #include "platform/platform.h"
 
 // Starting the launcher and greeting it.
 
 namespace tks::interface {
+
+using messaging::HostAccess;
+
 namespace {
 
 /// What the launcher wrote before it ended is read first.
@@ -144,17 +148,15 @@ std::optional<std::vector<std::string>> Facade::prepareChannel(TKSError& error) 
                         "No temporary folder that can be trusted, can not communicate by file.");
     return std::nullopt;
   }
-  const std::string folder =
+  const std::string stamped =
       joinedPath(joinedPath(temporary, identifier), formatted("ipcFile_%@", platform::clock().localTimestamp()));
   // Left open by a launch that failed: with it open, the new folder would never be made and the old one never removed.
   if (handler().messageHost->isOpened) handler().stopMessageHost();
-  handler().setIPCFileFolderPath(folder);
+  const std::string folder = HostAccess::useNewFolder(*handler().messageHost, stamped);
   handler().startMessageHost();
-  const TKSMessageHost& host = *handler().messageHost;
-  if (!platform::files().exists(host.tempIPCFileFullPathFromTKS2Interface) ||
-      !platform::files().exists(host.tempIPCFileFullPathFromInterface2TKS)) {
+  if (const std::optional<TKSError> failure = HostAccess::openingFailure(*handler().messageHost)) {
     handler().stopMessageHost();
-    error = facadeError(TKSErrorReason::noPermission,
+    error = facadeError(reasonOf(*failure, TKSErrorReason::noPermission),
                         formatted("No folder for the message files, can not communicate by file. Path: %@", folder));
     return std::nullopt;
   }

@@ -40,6 +40,8 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   void start(std::unique_ptr<platform::ByteSource> source);
   /// Starts with a channel that could not be opened: it counts as broken.
   void startBroken(TKSError error);
+  /// What it reads from, or read from before it was stopped; nothing before the first start and after a broken one.
+  const std::optional<platform::ChannelIdentity>& channel() const { return identity_; }
   /// Stops handing out and lets go of the channel. What was read ahead is kept.
   void stop();
 

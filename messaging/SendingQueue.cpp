@@ -86,14 +86,21 @@ std::string SendingQueue::takeBuffer() {
   return buffer;
 }
 
-void SendingQueue::send(std::string frame) {
+std::optional<SendingQueue::Refusal> SendingQueue::send(std::string frame) {
   const HeldLines lines;
-  std::optional<TKSError> error;
+  std::optional<Refusal> refusal;
   {
     const std::scoped_lock lock(mutex_);
-    error = write(frame);
+    refusal = write(frame);
   }
-  report(error);
+  if (refusal) report(refusal->error);
+  return refusal;
+}
+
+void SendingQueue::dropSpareBuffer() {
+  std::string buffer;
+  const std::scoped_lock lock(mutex_);
+  buffer.swap(spareBuffer_);
 }
 
 std::size_t SendingQueue::waitingBytes() const {
@@ -101,31 +108,34 @@ std::size_t SendingQueue::waitingBytes() const {
   return waiting().size();
 }
 
-std::optional<TKSError> SendingQueue::write(std::string& frame) {
-  if (!sink_) return failure("There is no channel to write to.");
-  if (waiting().size() + frame.size() > mostWaitingBytes()) {
-    return failure(tks::formatted("%lu bytes wait already, no room for %lu more.", waiting().size(), frame.size()));
-  }
-  if (!waiting().empty()) {
-    // Each byte is moved to the front at most once: only when as many have left before it.
-    if (waitingFrom_ > waiting().size()) {
-      waiting_.erase(0, waitingFrom_);
-      waitingFrom_ = 0;
-    }
-    waiting_ += frame;
-    awaitRoom();  // once more, should memory have run out the last time
-    return std::nullopt;
-  }
+std::optional<SendingQueue::Refusal> SendingQueue::write(std::string& frame) {
+  if (!sink_) return Refusal{failure("There is no channel to write to.")};
+  if (!waiting().empty()) return append(frame);
   sink_->expect(frame.size());
   platform::Transfer transfer = sink_->write(frame);
   if (transfer.count == frame.size()) {
     keepBuffer(frame);
     return std::nullopt;
   }
-  if (std::optional<TKSError> error = failureOf(transfer)) return error;
+  if (std::optional<TKSError> error = failureOf(transfer)) return Refusal{*std::move(error), true};
   waiting_ = std::move(frame);
   waitingFrom_ = transfer.count;
   awaitRoom();
+  return std::nullopt;
+}
+
+std::optional<SendingQueue::Refusal> SendingQueue::append(const std::string& frame) {
+  if (waiting().size() + frame.size() > mostWaitingBytes()) {
+    return Refusal{
+        failure(tks::formatted("%lu bytes wait already, no room for %lu more.", waiting().size(), frame.size()))};
+  }
+  // Compact only when over half was sent, so that no byte moves twice.
+  if (waitingFrom_ > waiting().size()) {
+    waiting_.erase(0, waitingFrom_);
+    waitingFrom_ = 0;
+  }
+  waiting_ += frame;
+  awaitRoom();  // once more, should memory have run out the last time
   return std::nullopt;
 }
 

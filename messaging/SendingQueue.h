@@ -18,10 +18,18 @@ namespace tks::messaging {
 /// the rest waits in order and follows from the main loop, also after the host was closed. Any thread; frames never
 /// mix.
 ///
-/// What waits is bounded: a frame that would bring it beyond four messages of the largest size is refused as a whole.
-/// Failures are logged here, at level 8; no half frame is left behind but on a channel that broke.
+/// What waits is bounded: a frame that would have to wait after others, and would bring them beyond four messages of
+/// the largest size, is refused as a whole. While nothing waits a frame of any size is taken: the channel may take it
+/// at once. Failures are logged here, at level 8; no half frame is left behind but on a channel that broke.
 class SendingQueue : public std::enable_shared_from_this<SendingQueue> {
  public:
+  /// Why a frame was not sent.
+  struct Refusal {
+    TKSError error;
+    /// The channel failed, so that whoever reads from the other end learns of it as well.
+    bool channelFailed = false;
+  };
+
   /// Sends to `sink` from now on. Null: there is no channel, and sending fails. What still waits for this very channel
   /// stays in front; what waits for another one can no longer be sent.
   void open(std::shared_ptr<platform::ByteSink> sink);
@@ -32,13 +40,18 @@ class SendingQueue : public std::enable_shared_from_this<SendingQueue> {
 
   /// An empty buffer to make a frame in, with the room of an earlier one.
   std::string takeBuffer();
-  /// Sends one whole frame.
-  void send(std::string frame);
+  /// Sends one whole frame. Nothing when it was written or waits; otherwise why it never will be, which is logged.
+  std::optional<Refusal> send(std::string frame);
+
+  /// Lets go of the buffer that is kept for the next frame.
+  void dropSpareBuffer();
 
   std::size_t waitingBytes() const;
 
  private:
-  std::optional<TKSError> write(std::string& frame);
+  std::optional<Refusal> write(std::string& frame);
+  /// Lets a frame wait after those that wait already.
+  std::optional<Refusal> append(const std::string& frame);
   std::optional<TKSError> writeWaiting(const platform::ByteSink* sink);
   void keepBuffer(std::string& buffer);
   void awaitRoom();

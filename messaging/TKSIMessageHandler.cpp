@@ -14,11 +14,14 @@
 
 #include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/IntegerValue.h"
 #include "messaging/FatalErrors.h"
+#include "messaging/HostAccess.h"
 #include "platform/platform.h"
 
 using tks::callHost;
+using tks::formatted;
 using tks::masked;
 using tks::take;
 
@@ -68,6 +71,14 @@ struct Listeners {
 template <class Callback>
 void putBack(Callback& slot, Callback callback) {
   if (!slot) slot = std::move(callback);
+}
+
+/// A message whose body is the name of its type.
+TKSMessage commonMessage(std::string_view type) {
+  TKSMessage message;
+  message.messageType = type;
+  message.message = type;
+  return message;
 }
 
 }  // namespace
@@ -150,10 +161,7 @@ bool TKSIMessageHandler::sendCommonMessageOfType(std::string_view type) {
     TKSILog::logWithLevel(TKSILogLevelError, "Not able to handle message type: %@", type);
     return false;
   }
-  TKSMessage message;
-  message.messageType = type;
-  message.message = type;
-  messageHost->sendMessage(message);
+  messageHost->sendMessage(commonMessage(type));
   return true;
 }
 
@@ -162,14 +170,16 @@ void TKSIMessageHandler::sendHelloMessage(TKSFinishBlock finishBlock, TKSErrorBl
   startMessageHost();
   helloFinishBlock = std::move(finishBlock);
   helloErrorBlock = std::move(errorBlock);
-  sendCommonMessageOfType(tks_message_type_hello);
+  handOver(commonMessage(tks_message_type_hello));
 }
 
 void TKSIMessageHandler::sendDisconnectMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   ++progress_->requests;
   disconnectFinishBlock = std::move(finishBlock);
   disconnectErrorBlock = std::move(errorBlock);
-  sendCommonMessageOfType(tks_message_type_disconnect);
+  const TKSMessage message = commonMessage(tks_message_type_disconnect);
+  if (messageHost->isOpened) return handOver(message);
+  messageHost->sendMessage(message);
 }
 
 void TKSIMessageHandler::sendLaunchMessage(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock,
@@ -192,7 +202,24 @@ void TKSIMessageHandler::sendLaunchMessage(const TKSValue& param, TKSFinishBlock
   message.message = param;
   notifyStatus(TKSI_APP_STATUS_LAUNCHING);
   if (step.handlerIsGone()) return;
-  messageHost->sendMessage(message);
+  handOver(message);
+}
+
+/// Sends a request. One that can never reach the launcher ends the conversation, since nobody would answer it; a
+/// launcher that is connected is told so.
+void TKSIMessageHandler::handOver(const TKSMessage& message) {
+  const Step step(*this);
+  const std::optional<TKSError> refusal = tks::messaging::HostAccess::handOver(*messageHost, message);
+  if (!refusal || step.handlerIsGone() || step.hasNewRequest()) return;
+  if (message.messageType == tks_message_type_launch_meeting && messageHost->isOpened) {
+    sendCommonMessageOfType(tks_message_type_disconnect);
+  }
+  notifyStatus(TKSI_APP_STATUS_UNCONNECTED);
+  if (step.handlerIsGone()) return;
+  stopMessageHost();
+  const std::string text = formatted("Send message failed: %@", refusal->localizedDescription);
+  handleError(tks::withReason(TKSUtilBase::generateTKSInterfaceDefaultError(text),
+                              tks::reasonOf(*refusal, TKSErrorReason::channelFailed)));
 }
 
 // Answers.

@@ -2,20 +2,23 @@
 
 #include <exception>
 #include <functional>
-#include <initializer_list>
 #include <optional>
 #include <utility>
 
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSLaunchVocabulary.h>
+#include <tksinterface/TKSMessageVocabulary.h>
 
 #include "foundation/Trace.h"
 #include "foundation/logging/HeldLines.h"
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "messaging/FileHosts.h"
 #include "messaging/Frame.h"
 #include "messaging/FrameReader.h"
+#include "messaging/HostAccess.h"
+#include "messaging/MessageFiles.h"
 #include "messaging/MessageText.h"
 #include "messaging/SendingQueue.h"
 #include "platform/platform.h"
@@ -23,27 +26,10 @@
 using tks::masked;
 using tks::messaging::kHeaderBytes;
 using tks::messaging::largestMessage;
+using tks::messaging::MessageFiles;
+using tks::messaging::MessageFolderHold;
 
 namespace {
-
-constexpr std::uint32_t kFolderPermissions = 0700;
-constexpr std::uint32_t kFilePermissions = 0600;
-
-/// A folder's path with one more component; nothing for an absent folder.
-std::string joined(std::string_view folder, std::string_view name) {
-  if (folder.empty()) return {};
-  while (folder.ends_with('/')) folder.remove_suffix(1);
-  std::string path(folder);
-  path += '/';
-  path += name;
-  return path;
-}
-
-std::string folderOf(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos) return {};
-  return std::string(path.substr(0, slash == 0 ? 1 : slash));
-}
 
 std::string launchArgument(std::string_view name) {
   return std::string(tks::platform::preferences().argument(name).text());
@@ -56,41 +42,11 @@ void appendPiece(TKSData& receivedData, std::string_view bytes) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size new: %u", receivedData.size());
 }
 
+MessageFiles pathsOf(const TKSMessageHost& host) {
+  return {host.tempIPCFileFullPathFromTKS2Interface, host.tempIPCFileFullPathFromInterface2TKS};
+}
+
 std::string_view textOf(const TKSData& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
-
-void createFolder(const std::string& folder) {
-  if (tks::platform::files().exists(folder)) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Error! Ipc file directory:%@ already exists!", masked(folder));
-    return;
-  }
-  TKSError error;
-  if (tks::platform::files().createDirectory(folder, kFolderPermissions, &error)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Create directory:%@ successfully!", masked(folder));
-    return;
-  }
-  const std::string reason = error.description();
-  TKSILog::logWithLevel(TKSILogLevelError, "Failed to create directory:%@, error: %@.", masked(folder), masked(reason));
-}
-
-/// Removes the files of a conversation and then their folder, which stays when somebody put something else into it.
-void removeFolder(const std::string& folder, std::initializer_list<std::string_view> conversationFiles) {
-  tks::platform::Files& files = tks::platform::files();
-  TKSError error;
-  for (const std::string_view path : conversationFiles) {
-    if (!files.isDirectory(path) || files.isLink(path)) files.remove(path, nullptr);
-  }
-  if (files.removeEmptyDirectory(folder, &error)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Succeed to remove ipc file folder.");
-    return;
-  }
-  const std::string reason = error.description();
-  TKSILog::logWithLevel(TKSILogLevelError, "Removing ipcFile folder has error:%@", masked(reason));
-}
-
-void logOpeningFailed(const TKSError& error) {
-  const std::string text = error.description();
-  TKSILog::logWithLevel(TKSILogLevelError, "Open message channel failed: %@", masked(text));
-}
 
 }  // namespace
 
@@ -111,12 +67,15 @@ class TKSMessageHost::Conversation {
 TKSMessageHost::TKSMessageHost(std::int32_t hostType)
     : type(static_cast<std::uint64_t>(hostType)),
       output_(std::make_shared<tks::messaging::SendingQueue>()),
-      conversation_(std::make_shared<std::uint64_t>(0)) {
+      conversation_(std::make_shared<std::uint64_t>(0)),
+      opening_(
+          std::make_unique<tks::messaging::Opening>([this] { tks::messaging::HostAccess::giveMemoryBack(*this); })) {
   chooseChannel();
 }
 
 TKSMessageHost::~TKSMessageHost() {
   ++*conversation_;
+  if (tks::platform::thisProcess().refusesAsForkedCopy("close")) return;
   if (input_) input_->stop();
   output_->close();
 }
@@ -159,18 +118,22 @@ bool TKSMessageHost::isFileChannelAskedFor() {
 }
 
 void TKSMessageHost::setIPCFileFolderPath(std::string_view folderPath) {
-  tempIPCFileFullPathFromTKS2Interface = joined(folderPath, tempIPCFileNameFromTKS2Interface);
-  tempIPCFileFullPathFromInterface2TKS = joined(folderPath, tempIPCFileNameFromInterface2TKS);
+  auto [fromLauncher, fromInterface] = MessageFiles::in(folderPath);
+  tempIPCFileFullPathFromTKS2Interface = std::move(fromLauncher);
+  tempIPCFileFullPathFromInterface2TKS = std::move(fromInterface);
 }
 
 // Opening and closing.
 
 void TKSMessageHost::openWithMessengeHandler(TKSMessageHandlerDelegate* handler) {
+  if (tks::platform::thisProcess().refusesAsForkedCopy("openWithMessengeHandler:")) return;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Open message host with handler.");
   ++*conversation_;
   messageHandler = handler;
   receivedData.clear();
   pendingDataSize = 0;
+  opening_->failure.reset();
+  opening_->saidFarewell = false;
   if (ipcByFile) {
     createFileHandle();
   } else {
@@ -201,84 +164,60 @@ void TKSMessageHost::openStandardHandles() {
 
 void TKSMessageHost::createFileHandle() {
   if (type == static_cast<std::uint64_t>(tksMessageHostTypeInterface)) {
-    checkIpcFile4Interface();
+    const MessageFiles files = pathsOf(*this);
+    std::shared_ptr<MessageFolderHold> hold = opening_->hold;
+    if (!hold || hold->folder() != files.folder()) hold = std::make_shared<MessageFolderHold>(files.folder());
+    opening_->hold = hold;
+    tks::messaging::checkIpcFile4Interface(files, hold->folderIsNew());
+    hold->settle(files);
     openFiles(tempIPCFileFullPathFromTKS2Interface, tempIPCFileFullPathFromInterface2TKS);
   } else if (type == static_cast<std::uint64_t>(tksMessageHostTypeTKS)) {
-    checkIpcFile4TKS();
+    tks::messaging::checkIpcFile4TKS(pathsOf(*this));
     openFiles(tempIPCFileFullPathFromInterface2TKS, tempIPCFileFullPathFromTKS2Interface);
   }
 }
 
-/// New handles, read from the beginning. A file that cannot be opened is logged and leaves its direction without a
-/// handle; a conversation without a folder has said so already.
+/// New handles, read from the beginning. A file that cannot be opened leaves its direction without a handle; where that
+/// was not to be seen from the lines about the files, it has one of its own.
 void TKSMessageHost::openFiles(const std::string& inputPath, const std::string& outputPath) {
   makeReader();
   output_->abandon();
-  if (inputPath.empty()) return;
   TKSError error;
+  if (inputPath.empty()) {
+    opening_->failure =
+        tks::makeError(TKSErrorReason::noSafeFolder, TKSUtilErrorDomain, 0, "There is no folder for message files.");
+    return;
+  }
   if (auto source = tks::platform::channels().fileSource(inputPath, &error)) {
     input_->start(std::move(source));
   } else {
-    logOpeningFailed(error);
+    onUnopenedFile(inputPath, error);
   }
   if (auto sink = tks::platform::channels().fileSink(outputPath, &error)) {
     output_->open(std::move(sink));
   } else {
-    logOpeningFailed(error);
+    onUnopenedFile(outputPath, error);
   }
 }
 
-void TKSMessageHost::checkIpcFile4Interface() {
-  createFolder(folderOf(tempIPCFileFullPathFromTKS2Interface));
-
-  tks::platform::Files& files = tks::platform::files();
-  // The capital I is kept, unlike in the lines about the other file.
-  if (files.exists(tempIPCFileFullPathFromTKS2Interface)) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Error! IpcFile_TKS2Interface already exists!");
-  } else if (files.createFile(tempIPCFileFullPathFromTKS2Interface, kFilePermissions, nullptr)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Create ipcFile_TKS2Interface successfully!");
-  } else {
-    TKSILog::logWithLevel(TKSILogLevelError, "Create ipcFile_TKS2Interface failed!");
-  }
-
-  if (files.exists(tempIPCFileFullPathFromInterface2TKS)) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Error! ipcFile_Interface2TKS already exists!");
-  } else if (files.createFile(tempIPCFileFullPathFromInterface2TKS, kFilePermissions, nullptr)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Create ipcFile_Interface2TKS successfully!");
-  } else {
-    TKSILog::logWithLevel(TKSILogLevelError, "Create ipcFile_Interface2TKS failed!");
-  }
-}
-
-void TKSMessageHost::checkIpcFile4TKS() {
-  tks::platform::Files& files = tks::platform::files();
-  const std::string folder = folderOf(tempIPCFileFullPathFromTKS2Interface);
-  if (files.exists(folder)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Ipc file directory:%@ exists.", masked(folder));
-  } else {
-    TKSILog::logWithLevel(TKSILogLevelError, "Error! Ipc file directory:%@ doesn't exist!", masked(folder));
-  }
-  if (files.exists(tempIPCFileFullPathFromTKS2Interface)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "ipcFile_TKS2Interface exists.");
-  } else {
-    TKSILog::logWithLevel(TKSILogLevelError, "Error! ipcFile_TKS2Interface:%@ doesn't exist!",
-                          masked(tempIPCFileFullPathFromTKS2Interface));
-  }
-  if (files.exists(tempIPCFileFullPathFromInterface2TKS)) {
-    TKSILog::logWithLevel(TKSILogLevelInfo, "ipcFile_Interface2TKS exists.");
-  } else {
-    TKSILog::logWithLevel(TKSILogLevelError, "Error! ipcFile_Interface2TKS:%@ doesn't exist!",
-                          masked(tempIPCFileFullPathFromInterface2TKS));
-  }
+void TKSMessageHost::onUnopenedFile(const std::string& path, const TKSError& error) {
+  if (!opening_->failure) opening_->failure = error;
+  if (!tks::platform::files().exists(path)) return;
+  const std::string text = error.description();
+  TKSILog::logWithLevel(TKSILogLevelError, "Open message channel failed: %@", masked(text));
 }
 
 void TKSMessageHost::close() {
+  if (tks::platform::thisProcess().refusesAsForkedCopy("close")) return;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host.");
   if (input_) input_->stop();
   if (ipcByFile) {
     destroyFileHandle();
   } else {
     output_->close();
+    if (isOpened && input_ && input_->channel()) {
+      tks::platform::channels().endOfTalk(*input_->channel(), opening_->saidFarewell);
+    }
   }
   isOpened = false;
   messageHandler = nullptr;
@@ -290,8 +229,8 @@ void TKSMessageHost::destroyFileHandle() {
   input_.reset();
   output_->abandon();
   if (type == static_cast<std::uint64_t>(tksMessageHostTypeInterface)) {
-    removeFolder(folderOf(tempIPCFileFullPathFromTKS2Interface),
-                 {tempIPCFileFullPathFromTKS2Interface, tempIPCFileFullPathFromInterface2TKS});
+    tks::messaging::removeMessageFolder(pathsOf(*this));
+    opening_->hold.reset();
   }
   tempIPCFileFullPathFromTKS2Interface.clear();
   tempIPCFileFullPathFromInterface2TKS.clear();
@@ -299,34 +238,7 @@ void TKSMessageHost::destroyFileHandle() {
 
 // Sending.
 
-void TKSMessageHost::sendMessage(const TKSMessage& message) {
-  tks::trace("TKSMessageHost", "sendMessage:");
-  try {
-    std::string frame = output_->takeBuffer();
-    TKSError error;
-    tks::messaging::beginFrame(frame);
-    const bool hasText = tks::messaging::appendText(message, frame, &error);
-    const std::string_view text = hasText ? tks::messaging::payloadOf(frame) : std::string_view("(null)");
-    TKSILog::logWithLevel(TKSILogLevelInfo, "Send message string: %@", masked(text));
-    if (!hasText) {
-      const std::string reason = error.description();
-      TKSILog::logWithLevel(TKSILogLevelError, "Parse TKSMessage to string failed: %@", masked(reason));
-      return;
-    }
-    if (!isOpened) {
-      TKSILog::logWithLevel(TKSILogLevelWarning, "Message host already closed, abandon sending message.");
-      return;
-    }
-    if (!tks::messaging::finishFrame(frame)) {
-      TKSILog::logWithLevel(TKSILogLevelError, "Transfer string to data blob failed.");
-      return;
-    }
-    tks::trace("TKSMessageHost", "sendMessage:");
-    output_->send(std::move(frame));
-  } catch (const std::exception&) {
-    TKSILog::logWithLevel(TKSILogLevelError, "Transfer string to data blob failed.");
-  }
-}
+void TKSMessageHost::sendMessage(const TKSMessage& message) { tks::messaging::HostAccess::handOver(*this, message); }
 
 // Receiving.
 
@@ -430,6 +342,7 @@ void TKSMessageHost::deliverMessage() {
   const tks::messaging::ReceivedText text(textOf(data));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Receive message string: %@", text);
 
+  opening_->largeFrames.note(data.size());
   TKSMessage message;
   TKSError error;
   const bool parsed = message.parseJSONString(textOf(data), &error);
@@ -445,6 +358,7 @@ void TKSMessageHost::deliverMessage() {
     handleFatalError(failure);
     return;
   }
+  if (message.messageType == tks_message_type_disconnect_ack) opening_->saidFarewell = true;
   TKSMessageHandlerDelegate* const handler = messageHandler;
   if (handler == nullptr) return;
   const std::function<void()> deliver = [handler, &message] { handler->handleMessage(message, handler); };
@@ -459,11 +373,13 @@ void TKSMessageHost::handleFatalError(const std::string& description) {
   tks::callHost("handleMessageHostFatalError:", report);
 }
 
-/// A broken pipe looks like its end to the conversation. A file has no end, so that its failure is told as it is.
+/// A broken pipe looks like its end to the conversation, which is told again and again. A file has no end, so that its
+/// failure is told as it is, once for each opening; after a farewell its removal is the end of the conversation.
 void TKSMessageHost::onBrokenInput(const TKSError& error) {
   const std::string reason = error.description();
   if (ipcByFile) {
-    handleFatalError(tks::formatted("Read message failed: %@", reason));
+    input_->stop();
+    if (!opening_->saidFarewell) handleFatalError(tks::formatted("Read message failed: %@", reason));
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelError, "Read message failed: %@", masked(reason));

@@ -84,6 +84,7 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   struct Progress;
   class Step;
 
+  void handOver(const TKSMessage& message);
   void onHelloAck();
   void onLaunchAck();
   void onDisconnectAck();

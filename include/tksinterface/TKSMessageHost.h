@@ -12,7 +12,9 @@
 
 namespace tks::messaging {
 class FrameReader;
+class HostAccess;
 class SendingQueue;
+struct Opening;
 }  // namespace tks::messaging
 
 /// Receives what a message host reads. Called on the main thread.
@@ -97,8 +99,7 @@ class TKS_EXPORT TKSMessageHost {
   void createFileHandle();
   void openFiles(const std::string& inputPath, const std::string& outputPath);
   void makeReader();
-  void checkIpcFile4Interface();
-  void checkIpcFile4TKS();
+  void onUnopenedFile(const std::string& path, const TKSError& error);
   void destroyFileHandle();
 
   bool isAcceptable(std::string_view piece);
@@ -107,8 +108,11 @@ class TKS_EXPORT TKSMessageHost {
   void deliverMessage();
   void onBrokenInput(const TKSError& error);
 
+  friend class tks::messaging::HostAccess;
+
   std::shared_ptr<tks::messaging::FrameReader> input_;
   const std::shared_ptr<tks::messaging::SendingQueue> output_;
   /// Changes with each opening and at the end of the host's life; outlives the host for those who look.
   const std::shared_ptr<std::uint64_t> conversation_;
+  const std::unique_ptr<tks::messaging::Opening> opening_;
 };

@@ -9,7 +9,7 @@
 
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/Logging.h"
+#include "foundation/logging/Logging.h"
 
 namespace tks::posix {
 namespace {

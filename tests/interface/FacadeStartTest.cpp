@@ -173,6 +173,24 @@ TEST_F(FacadeStart, WithoutATrustworthyTemporaryFolderAFileHostIsTold) {
   EXPECT_EQ(world_.processes.count(), 0u);
 }
 
+TEST_F(FacadeStart, HostThatUsesFilesAndCannotMakeThemFailsToStart) {
+  world_.bundles.identifier = "Tarvo-Systems.Ember";
+  tks::test::writeFile(world_.home.temporary() + "/Tarvo-Systems.Ember", "a file in the way");
+  TKSInterface tks;
+  tks.setTKSAppPath(world_.bundle());
+  log_.clear();
+  tks.start(finish(), error());
+  EXPECT_THAT(called(), ElementsAre(testing::MatchesRegex("error: No message files, can not communicate by file: .*")));
+  EXPECT_THAT(log_.texts(8), ElementsAre(testing::StartsWith("Param incorrect when check default TKS version"),
+                                         testing::StartsWith("Failed to create directory:"),
+                                         "Create ipcFile_TKS2Interface failed!", "Create ipcFile_Interface2TKS failed!",
+                                         testing::StartsWith("Removing ipcFile folder has error:"),
+                                         testing::StartsWith("Start failed: No message files, ")));
+  EXPECT_EQ(tks.appManager->TKSAppStatus, TKSI_APP_STATUS_UNCONNECTED);
+  EXPECT_FALSE(tks.messageHandler->messageHost->isOpened);
+  EXPECT_EQ(world_.processes.count(), 0u);
+}
+
 TEST_F(FacadeStart, FileHostStartsAgainAfterAFailedLaunchInAFolderOfItsOwn) {
   world_.bundles.identifier = "Tarvo-Systems.Ember";
   TKSInterface tks;

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <string>
 
+#include <tksinterface/TKSInterface.h>
 #include <tksinterface/TKSUtilBase.h>
 
 #include "platform/platform.h"
@@ -17,6 +19,7 @@
 #include "tests/support/Frames.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/HostLoop.h"
+#include "tests/support/LaunchedMeeting.h"
 #include "tests/support/ProcessState.h"
 
 namespace {
@@ -119,14 +122,49 @@ TEST_F(LaunchingProcesses, ALaunchedPipeLauncherListensOnTheStandardHandles) {
   EXPECT_TRUE(drainUntil([] { return children().empty(); }));
 }
 
+TEST_F(LaunchingProcesses, AHostThatPrintsAfterAMeetingIsHeardAndNotKilled) {
+  TKS_IN_FRESH_PROCESS();
+  std::array<int, 2> terminal{};
+  ASSERT_EQ(::pipe2(terminal.data(), O_CLOEXEC), 0);
+  ::dup2(terminal[1], 1);
+  const int original = TKSUtilBase::originalStandardOutput();
+  const FakeLauncher launcher;
+  TKSInterface tks;
+  tks.setTKSAppPath(launcher.bundle());
+  for (int meetings = 0; meetings < 2; ++meetings) {
+    ASSERT_TRUE(tks::test::launchesAMeeting(tks));
+    ASSERT_TRUE(drainUntil([&] { return !tks.isTKSAppProcessing(); }));
+    EXPECT_EQ(::write(1, "done", 4), 4);
+    std::array<char, 16> heard{};
+    EXPECT_EQ(::read(terminal[0], heard.data(), heard.size()), 4);
+    EXPECT_STREQ(heard.data(), "done");
+    EXPECT_EQ(TKSUtilBase::originalStandardOutput(), original);
+  }
+  EXPECT_TRUE(drainUntil([] { return children().empty(); }));
+  EXPECT_EQ(::write(1, "done", 4), 4);
+}
+
+TEST_F(LaunchingProcesses, AHostThatPrintsAfterAFailedLaunchIsNotKilled) {
+  TKS_IN_FRESH_PROCESS();
+  CountingClock clock;
+  const FakeLauncher launcher({"--exit", "3"});
+  TKSInterface tks;
+  tks.setTKSAppPath(launcher.bundle());
+  bool failed = false;
+  tks.start([] {}, [&](const TKSError&) { failed = true; });
+  ASSERT_TRUE(drainUntil([&] { return failed && children().empty(); }, std::chrono::seconds(60)));
+  EXPECT_TRUE(drainUntil([] { return tks::test::targetOf(1) == "/dev/null"; }));
+  EXPECT_EQ(::write(1, "done", 4), 4);
+}
+
 TEST_F(LaunchingProcesses, WithFilesTheStandardHandlesStayAsTheyAre) {
   TKS_IN_FRESH_PROCESS();
   const FakeLauncher launcher({"--mute"});
   const auto launched = TKSUtilBase::launchAppWithExePath(
       launcher.executable(), {"-Communicate", "File", "-TempIPCFilePath", "/tmp", "Pipe"}, &error);
   ASSERT_TRUE(launched) << error.description();
-  EXPECT_EQ(TKSUtilBase::originalStandardInput(), 0);
-  EXPECT_EQ(TKSUtilBase::originalStandardOutput(), 1);
+  EXPECT_EQ(tks::test::targetOf(0), tks::test::targetOf(TKSUtilBase::originalStandardInput()));
+  EXPECT_EQ(tks::test::targetOf(1), tks::test::targetOf(TKSUtilBase::originalStandardOutput()));
   EXPECT_EQ(tks::test::targetOf(1), "/dev/null");
 }
 
@@ -155,7 +193,7 @@ TEST_F(LaunchingProcesses, WhatCannotRunGivesTheDescribedTextsAndLeavesNothing) 
   EXPECT_EQ(reason(), "Component binary file not executable: " + launcher.executable());
   EXPECT_EQ(openDescriptors(), descriptors);
   EXPECT_THAT(children(), IsEmpty());
-  EXPECT_EQ(TKSUtilBase::originalStandardOutput(), 1);
+  EXPECT_EQ(tks::test::targetOf(1), "/dev/null");
 }
 
 TEST_F(LaunchingProcesses, ALauncherThatEndsAtOnceIsNamedWithItsCodeOrSignal) {

@@ -132,11 +132,48 @@ TEST_F(SendingQueueTest, FourMessagesOfTheLargestSizeMayWaitAndNoMore) {
   EXPECT_THAT(payloads(wire_->written).back(), "x");
 }
 
+TEST_F(SendingQueueTest, FrameThatTheChannelTakesAtOnceMayBeOfAnySize) {
+  const ScopedValue limit(tks_max_msg_size, std::int64_t{10});
+  EXPECT_FALSE(queue_->send(frame(std::string(60, 'x'))));
+  EXPECT_EQ(wire_->written, frame(std::string(60, 'x')));
+  EXPECT_THAT(log_.lines(), IsEmpty());
+}
+
+TEST_F(SendingQueueTest, FirstFrameWaitsWhateverItsSizeAndNothingMoreFindsRoomAfterIt) {
+  const ScopedValue limit(tks_max_msg_size, std::int64_t{10});
+  wire_->room = 5;
+  EXPECT_FALSE(queue_->send(frame(std::string(100, 'x'))));
+  EXPECT_EQ(queue_->waitingBytes(), 99u);
+  EXPECT_THAT(log_.lines(), IsEmpty());
+  EXPECT_TRUE(queue_->send(frame("x")));
+  std::string heard = wire_->take();
+  ASSERT_TRUE(drainUntil([&] { return queue_->waitingBytes() == 0; }));
+  EXPECT_EQ(heard + wire_->written, frame(std::string(100, 'x')));
+}
+
 TEST_F(SendingQueueTest, RefusedFrameLeavesNoByteBehind) {
   const ScopedValue limit(tks_max_msg_size, std::int64_t{10});
-  queue_->send(frame(std::string(60, 'x')));
-  EXPECT_THAT(wire_->written, IsEmpty());
+  wire_->room = 5;
+  queue_->send(frame("one"));
+  const auto refusal = queue_->send(frame(std::string(60, 'x')));
+  ASSERT_TRUE(refusal);
+  EXPECT_FALSE(refusal->channelFailed);
+  EXPECT_EQ(refusal->error.localizedDescription, "2 bytes wait already, no room for 64 more.");
   EXPECT_EQ(log_.texts(8).size(), 1u);
+  std::string heard = wire_->take();
+  ASSERT_TRUE(drainUntil([&] { return queue_->waitingBytes() == 0; }));
+  EXPECT_EQ(heard + wire_->written, frame("one"));
+}
+
+TEST_F(SendingQueueTest, CallerIsToldWhetherTheChannelFailed) {
+  wire_->readerIsGone = true;
+  const auto refusal = queue_->send(frame("one"));
+  ASSERT_TRUE(refusal);
+  EXPECT_TRUE(refusal->channelFailed);
+  queue_->close();
+  const auto second = queue_->send(frame("two"));
+  ASSERT_TRUE(second);
+  EXPECT_FALSE(second->channelFailed);
 }
 
 TEST_F(SendingQueueTest, FailingWriteIsLoggedAtLevelEight) {

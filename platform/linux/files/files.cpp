@@ -120,6 +120,7 @@ class LinuxFiles final : public Files {
   }
 
   bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+    if (!isPath(path)) return fail(error, "create the folder", path);
     const std::string name = posix::withoutClosingSlashes(path);
     return ::mkdir(name.c_str(), static_cast<mode_t>(permissions)) == 0 || fail(error, "create the folder", path);
   }

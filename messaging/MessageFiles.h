@@ -1,0 +1,60 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+
+#include "platform/files.h"
+
+/// The folder that one conversation over files goes through, and the two files in it: "ipcFile_TKS2Interface", which
+/// the launcher writes, and "ipcFile_Interface2TKS", which the interface writes.
+namespace tks::messaging {
+
+/// Paths of both files; empty while no folder was named.
+struct MessageFiles {
+  std::string fromLauncher;
+  std::string fromInterface;
+
+  /// The files of a folder; none for an empty path.
+  static MessageFiles in(std::string_view folder);
+  /// The folder that they lie in.
+  std::string folder() const;
+};
+
+/// Makes the folder and both files, for this user alone. What is there already is used as it is. Nothing fails: each
+/// step has its line. `folderIsNew`: it was made for this conversation just now.
+void checkIpcFile4Interface(const MessageFiles& files, bool folderIsNew);
+
+/// Looks whether folder and files are there, with a line for each.
+void checkIpcFile4TKS(const MessageFiles& files);
+
+/// Removes both files and then their folder, which stays when somebody put something else into it; with a line.
+void removeMessageFolder(const MessageFiles& files);
+
+/// An interface's hold on the folder of its conversation, from before it is made until the conversation is closed.
+/// While one exists no host takes the folder for one that was left behind. Main thread only.
+class MessageFolderHold {
+ public:
+  /// Keeps other hosts from looking for what was left behind beside this folder, until `settle`. Waits for one that
+  /// does, at most two seconds.
+  explicit MessageFolderHold(std::string folder);
+
+  const std::string& folder() const { return folder_; }
+  /// Makes the folder. False, and `error`, when it cannot be made or something is there already.
+  bool makeFolder(TKSError* error);
+  bool folderIsNew() const { return folderIsNew_; }
+  /// Marks the files as somebody's, and removes the folders beside this one that hosts left which are gone.
+  void settle(const MessageFiles& paths);
+
+ private:
+  void removeLeftBehind(const MessageFiles& paths) const;
+
+  std::string folder_;
+  bool folderIsNew_ = false;
+  std::unique_ptr<platform::FileLock> neighbours_;
+  std::unique_ptr<platform::FileLock> own_;
+};
+
+}  // namespace tks::messaging
