@@ -253,7 +253,8 @@ TEST_F(MessageFilesTest, FolderOfAHostThatDiedIsRemovedByTheNextOpeningAndALivin
 
 TEST_F(MessageFilesTest, HostThatLooksThroughTheFoldersIsWaitedForAndNotForLong) {
   fs::create_directories(conversations());
-  const auto busy = tks::platform::files().lock(conversations(), 0ms, nullptr);
+  std::unique_ptr<tks::platform::FileLock> busy;
+  std::thread([&] { busy = tks::platform::files().lock(conversations(), 0ms, nullptr); }).join();
   ASSERT_TRUE(busy);
   const std::string leftBehind = conversations() + "/ipcFile_0101000000000";
   fs::create_directories(leftBehind);
