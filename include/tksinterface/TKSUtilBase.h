@@ -270,9 +270,9 @@ class TKS_EXPORT TKSUtilBase {
   /// `forceTerminateApp:` Ends an application at once and waits up to about 5 s; whether the process is gone.
   static bool forceTerminateApp(const std::optional<TKSRunningApplication>& application);
 
-  /// A private descriptor of the standard input that this process has when this is first called, or had when a pipe-mode
-  /// launch first replaced it: the same number for the rest of the process, and -1 when there was none. Owned by the
-  /// library: read it, never close it.
+  /// A private descriptor of the standard input that this process has when this is first called, or had when a
+  /// pipe-mode launch first replaced it: the same number for the rest of the process, and -1 when there was none. Owned
+  /// by the library: read it, never close it.
   static int originalStandardInput();
   /// The same for the standard output.
   static int originalStandardOutput();

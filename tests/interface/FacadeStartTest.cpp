@@ -180,12 +180,13 @@ TEST_F(FacadeStart, HostThatUsesFilesAndCannotMakeThemFailsToStart) {
   tks.setTKSAppPath(world_.bundle());
   log_.clear();
   tks.start(finish(), error());
-  EXPECT_THAT(called(), ElementsAre(testing::MatchesRegex("error: No message files, can not communicate by file: .*")));
+  EXPECT_THAT(called(), ElementsAre(testing::MatchesRegex(
+                            "error: No folder for the message files, can not communicate by file. Path: .*")));
   EXPECT_THAT(log_.texts(8), ElementsAre(testing::StartsWith("Param incorrect when check default TKS version"),
                                          testing::StartsWith("Failed to create directory:"),
                                          "Create ipcFile_TKS2Interface failed!", "Create ipcFile_Interface2TKS failed!",
                                          testing::StartsWith("Removing ipcFile folder has error:"),
-                                         testing::StartsWith("Start failed: No message files, ")));
+                                         testing::StartsWith("Start failed: No folder for the message files, ")));
   EXPECT_EQ(tks.appManager->TKSAppStatus, TKSI_APP_STATUS_UNCONNECTED);
   EXPECT_FALSE(tks.messageHandler->messageHost->isOpened);
   EXPECT_EQ(world_.processes.count(), 0u);
