@@ -43,6 +43,19 @@ TEST_F(FacadeLaunch, FromTheBeginningStartsGreetsLaunchesAndSaysGoodbye) {
   EXPECT_THAT(calls_, IsEmpty());
 }
 
+TEST_F(FacadeLaunch, ParametersThatAreNoJsonFailTheLaunchAndTheNextOneWorks) {
+  const TKSDictionary param = {{"gpcurlroot", "https://meet.example"}, {"when", TKSDate{1}}};
+  tks_.launchMeetingWithParam(param, finish("launched"), error("launch failed"));
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
+  world_.says("hello_ack");
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("disconnect")) << "the launcher is not left waiting";
+  ASSERT_TRUE(waitForStatus(TKSI_APP_STATUS_UNCONNECTED));
+  settle();
+  EXPECT_THAT(called(), ElementsAre(StartsWith("launch failed: Send message failed: Invalid type in JSON write")));
+  world_.channels.input = std::make_shared<tks::test::Wire>();
+  launch();
+}
+
 TEST_F(FacadeLaunch, ParametersAreMaskedInTheLine) {
   const TKSValue param = TKSDictionary{{"gpcurlroot", "https://meet.example/join/secretroom"}};
   tks_.launchMeetingWithParam(param, nullptr, nullptr);
