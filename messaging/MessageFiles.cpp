@@ -151,13 +151,13 @@ bool MessageFolderHold::makeFolder(TKSError* error) {
 void MessageFolderHold::settle(const MessageFiles& paths) {
   if (files().exists(paths.fromInterface)) own_ = files().lock(paths.fromInterface, kAtOnce, nullptr);
   // On a volume without locks they would tell nothing.
-  if (neighbours_ && own_ && own_->isEffective()) removeLeftBehind(paths);
+  if (neighbours_ && own_ && own_->isEffective()) removeLeftBehind();
   neighbours_.reset();
   folderIsNew_ = false;  // not when it is opened once more
 }
 
 /// A lock that can be had tells that the owner is gone.
-void MessageFolderHold::removeLeftBehind(const MessageFiles& paths) const {
+void MessageFolderHold::removeLeftBehind() const {
   const std::string above(folderOf(folder_));
   for (const std::string& name : files().list(above, nullptr).value_or(std::vector<std::string>())) {
     const std::string folder = joinedPath(above, name);

@@ -49,7 +49,7 @@ class MessageFolderHold {
   void settle(const MessageFiles& paths);
 
  private:
-  void removeLeftBehind(const MessageFiles& paths) const;
+  void removeLeftBehind() const;
 
   std::string folder_;
   bool folderIsNew_ = false;

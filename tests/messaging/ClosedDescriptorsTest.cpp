@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSIMessageHandler.h>
 #include <tksinterface/TKSMainLoop.h>
 

@@ -13,6 +13,7 @@
 #include <string>
 #include <thread>
 
+#include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSMainLoop.h>
 #include <tksinterface/TKSMessageHost.h>
 

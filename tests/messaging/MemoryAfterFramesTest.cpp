@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSMessageHost.h>
 
 #include "tests/messaging/RecordingDelegate.h"
