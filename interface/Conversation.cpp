@@ -48,6 +48,14 @@ void Conversation::cleanupConnectStatus4FileIPC() {
   TKSIMessageHandler::cleanupConnectStatus4FileIPC();
 }
 
+void Conversation::handleRefusedRequest(const TKSError& error) {
+  const auto fail = [&] { TKSIMessageHandler::handleRefusedRequest(error); };
+  if (const std::shared_ptr<Facade> facade = facade_.lock()) {
+    return facade->channelFailed(error.localizedDescription, fail);
+  }
+  fail();
+}
+
 bool Conversation::sendCommonMessageOfType(std::string_view type) {
   const std::shared_ptr<Facade> facade = facade_.lock();
   if (facade && type == tks_message_type_disconnect) facade->goodbyeSent();

@@ -21,6 +21,7 @@ class Conversation final : public TKSIMessageHandler {
   void handleDisconnectAckMessage() override;
   void cleanupConnectStatus4FileIPC() override;
   bool sendCommonMessageOfType(std::string_view type) override;
+  void handleRefusedRequest(const TKSError& error) override;
 
  private:
   const std::weak_ptr<Facade> facade_;

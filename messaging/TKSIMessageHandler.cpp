@@ -24,6 +24,7 @@ using tks::callHost;
 using tks::formatted;
 using tks::masked;
 using tks::take;
+using tks::messaging::HostAccess;
 
 namespace {
 
@@ -89,6 +90,8 @@ struct TKSIMessageHandler::Progress {
   /// Conversations ended at once, with all their callbacks dropped.
   std::uint64_t cleanups = 0;
   bool isOver = false;
+  /// Why the request that was sent last can never reach the launcher.
+  std::optional<TKSError> refusal;
 };
 
 /// A step of the conversation that calls the host: tells what has happened since it began.
@@ -161,25 +164,29 @@ bool TKSIMessageHandler::sendCommonMessageOfType(std::string_view type) {
     TKSILog::logWithLevel(TKSILogLevelError, "Not able to handle message type: %@", type);
     return false;
   }
-  messageHost->sendMessage(commonMessage(type));
+  const std::shared_ptr<Progress> progress = progress_;
+  progress->refusal = HostAccess::handOver(*messageHost, commonMessage(type));
   return true;
 }
 
 void TKSIMessageHandler::sendHelloMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   ++progress_->requests;
+  const Step step(*this);
   startMessageHost();
   helloFinishBlock = std::move(finishBlock);
   helloErrorBlock = std::move(errorBlock);
-  handOver(commonMessage(tks_message_type_hello));
+  sendCommonMessageOfType(tks_message_type_hello);
+  endIfRefused(step);
 }
 
 void TKSIMessageHandler::sendDisconnectMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   ++progress_->requests;
   disconnectFinishBlock = std::move(finishBlock);
   disconnectErrorBlock = std::move(errorBlock);
-  const TKSMessage message = commonMessage(tks_message_type_disconnect);
-  if (messageHost->isOpened) return handOver(message);
-  messageHost->sendMessage(message);
+  const Step step(*this);
+  const bool isOpened = messageHost->isOpened;
+  sendCommonMessageOfType(tks_message_type_disconnect);
+  if (isOpened) endIfRefused(step);
 }
 
 void TKSIMessageHandler::sendLaunchMessage(const TKSValue& param, TKSFinishBlock finishBlock, TKSErrorBlock errorBlock,
@@ -202,24 +209,31 @@ void TKSIMessageHandler::sendLaunchMessage(const TKSValue& param, TKSFinishBlock
   message.message = param;
   notifyStatus(TKSI_APP_STATUS_LAUNCHING);
   if (step.handlerIsGone()) return;
-  handOver(message);
+  std::optional<TKSError> refusal = HostAccess::handOver(*messageHost, message);
+  if (!refusal || step.handlerIsGone()) return;
+  // The launcher is not left waiting for the job.
+  if (messageHost->isOpened) sendCommonMessageOfType(tks_message_type_disconnect);
+  if (step.handlerIsGone()) return;
+  progress_->refusal = std::move(refusal);
+  endIfRefused(step);
 }
 
-/// Sends a request. One that can never reach the launcher ends the conversation, since nobody would answer it; a
-/// launcher that is connected is told so.
-void TKSIMessageHandler::handOver(const TKSMessage& message) {
+/// Ends a step that sent a request: one that can never reach the launcher will not be answered.
+void TKSIMessageHandler::endIfRefused(const Step& step) {
+  if (step.handlerIsGone()) return;
+  const std::optional<TKSError> refusal = std::exchange(progress_->refusal, std::nullopt);
+  if (!refusal || step.hasNewRequest()) return;
+  const std::string text = formatted("Send message failed: %@", refusal->localizedDescription);
+  handleRefusedRequest(tks::withReason(TKSUtilBase::generateTKSInterfaceDefaultError(text),
+                                       tks::reasonOf(*refusal, TKSErrorReason::channelFailed)));
+}
+
+void TKSIMessageHandler::handleRefusedRequest(const TKSError& error) {
   const Step step(*this);
-  const std::optional<TKSError> refusal = tks::messaging::HostAccess::handOver(*messageHost, message);
-  if (!refusal || step.handlerIsGone() || step.hasNewRequest()) return;
-  if (message.messageType == tks_message_type_launch_meeting && messageHost->isOpened) {
-    sendCommonMessageOfType(tks_message_type_disconnect);
-  }
   notifyStatus(TKSI_APP_STATUS_UNCONNECTED);
   if (step.handlerIsGone()) return;
   stopMessageHost();
-  const std::string text = formatted("Send message failed: %@", refusal->localizedDescription);
-  handleError(tks::withReason(TKSUtilBase::generateTKSInterfaceDefaultError(text),
-                              tks::reasonOf(*refusal, TKSErrorReason::channelFailed)));
+  handleError(error);
 }
 
 // Answers.

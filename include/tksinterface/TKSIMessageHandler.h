@@ -80,11 +80,16 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   /// Asked for the status when the transport fails. Stays installed over several calls.
   TKSQueryStatusBlock queryStatusBlock;
 
+ protected:
+  /// Ends a conversation of which a request can never reach the launcher: status 1, the message host closed, and the
+  /// error callbacks called with `error`.
+  virtual void handleRefusedRequest(const TKSError& error);
+
  private:
   struct Progress;
   class Step;
 
-  void handOver(const TKSMessage& message);
+  void endIfRefused(const Step& step);
   void onHelloAck();
   void onLaunchAck();
   void onDisconnectAck();
