@@ -10,7 +10,6 @@
 #include <tksinterface/TKSLaunchVocabulary.h>
 #include <tksinterface/TKSMessageVocabulary.h>
 
-#include "foundation/Trace.h"
 #include "foundation/logging/HeldLines.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
