@@ -224,8 +224,7 @@ void TKSIMessageHandler::endIfRefused(const Step& step) {
   const std::optional<TKSError> refusal = std::exchange(progress_->refusal, std::nullopt);
   if (!refusal || step.hasNewRequest()) return;
   const std::string text = formatted("Send message failed: %@", refusal->localizedDescription);
-  handleRefusedRequest(tks::withReason(TKSUtilBase::generateTKSInterfaceDefaultError(text),
-                                       tks::reasonOf(*refusal, TKSErrorReason::channelFailed)));
+  handleRefusedRequest(tks::interfaceError(tks::reasonOf(*refusal, TKSErrorReason::channelFailed), text));
 }
 
 void TKSIMessageHandler::handleRefusedRequest(const TKSError& error) {
