@@ -171,8 +171,8 @@ bool TKSIMessageHandler::sendCommonMessageOfType(std::string_view type) {
 
 void TKSIMessageHandler::sendHelloMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock) {
   ++progress_->requests;
-  const Step step(*this);
   startMessageHost();
+  const Step step(*this);
   helloFinishBlock = std::move(finishBlock);
   helloErrorBlock = std::move(errorBlock);
   sendCommonMessageOfType(tks_message_type_hello);
