@@ -19,6 +19,14 @@ using tks::test::ScopedValue;
 
 class RefusedRequests : public testing::Test {
  protected:
+  /// What still waits keeps its queue until somebody reads.
+  ~RefusedRequests() override {
+    talk_.handler.reset();
+    while (talk_.channels.output->writerWaits()) {
+      talk_.channels.output->take();
+      tks::test::drainFor(std::chrono::milliseconds(2));
+    }
+  }
   TKSIMessageHandler& handler() { return *talk_.handler; }
   Conversation talk_;
 };
