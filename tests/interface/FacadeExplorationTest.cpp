@@ -1,0 +1,206 @@
+#include <poll.h>
+
+#include <deque>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/interface/FacadeTest.h"
+
+// Two callers of one facade, a launcher and its channel: every order of six of the things that they can do. Whatever
+// meets whatever, each call hears of its end once.
+
+namespace {
+
+using tks::test::FakeWorld;
+using tks::test::Wire;
+
+/// Work that waits until the test lets it be done, on the main thread.
+class PlayedBackground final : public tks::platform::BackgroundWork {
+ public:
+  std::deque<std::function<void()>> queue;
+  bool submit(std::function<void()>&& work) override {
+    queue.push_back(std::move(work));
+    return true;
+  }
+
+ private:
+  tks::platform::Replaced<tks::platform::BackgroundWork> replaced_{*this};
+};
+
+enum class Deed { start, stop, launch, download, background, answer, errorText, errorObject, update, end };
+constexpr const char* kDeedNames[] = {"start",  "stop",      "launch",      "download", "background",
+                                      "answer", "errorText", "errorObject", "update",   "end"};
+
+/// What one call was told, in order.
+struct Call {
+  Deed deed;
+  std::vector<std::string> told;
+};
+
+class FacadeExploration : public testing::TestWithParam<Deed> {
+ protected:
+  static constexpr std::size_t kDeeds = 6;
+
+  FacadeExploration() {
+    world_.processes.onStart = [this] {
+      // A new launcher has pipes of its own; the one before has said what it had to say.
+      world_.channels.input = std::make_shared<Wire>();
+      world_.channels.output = std::make_shared<Wire>();
+      heard_.clear();
+    };
+  }
+
+  void begin() {
+    tks_ = std::make_unique<TKSInterface>();
+    tks_->setTKSAppPath(world_.bundle());
+    background_.queue.clear();
+    heard_.clear();
+    world_.channels.input = std::make_shared<Wire>();
+    world_.channels.output = std::make_shared<Wire>();
+    calls_.clear();
+    story_.clear();
+    // The counter of repeated greetings belongs to the process.
+    TKSIMessageHandler().cleanupConnectStatus4FileIPC();
+  }
+
+  void settle() {
+    pollfd watched{.fd = TKSMainLoop::descriptor(), .events = POLLIN, .revents = 0};
+    do TKSMainLoop::drain();
+    while (::poll(&watched, 1, 0) > 0);
+    for (const std::string& type : world_.heard()) heard_.push_back(type);
+  }
+
+  std::vector<Deed> possible(std::size_t step) const {
+    if (step == 0) return {GetParam()};
+    std::vector<Deed> deeds = {Deed::start, Deed::stop, Deed::launch, Deed::download};
+    if (!background_.queue.empty()) deeds.push_back(Deed::background);
+    if (!tks_->messageHandler->messageHost->isOpened) return deeds;
+    if (!heard_.empty()) deeds.push_back(Deed::answer);
+    for (const Deed one : {Deed::errorText, Deed::errorObject, Deed::update, Deed::end}) deeds.push_back(one);
+    return deeds;
+  }
+
+  void call(Deed deed) {
+    calls_.push_back(std::make_unique<Call>(Call{deed, {}}));
+    Call& one = *calls_.back();
+    const TKSFinishBlock finish = [&one] { one.told.emplace_back("finish"); };
+    const TKSErrorBlock failed = [&one](const TKSError& error) { one.told.push_back(error.localizedDescription); };
+    if (deed == Deed::start) return tks_->start(finish, failed);
+    if (deed == Deed::stop) return tks_->stop(finish, failed);
+    tks_->launchMeetingWithParam(TKSDictionary{{"gpcdownloadonly", deed == Deed::download ? "1" : "0"}}, finish,
+                                 failed);
+  }
+
+  void answer() {
+    const std::string type = heard_.front();
+    heard_.pop_front();
+    world_.says(type == "launch_meeting" ? "launch_meeting_ack" : type + "_ack", "{}");
+    if (type == "disconnect") heard_.clear();  // the launcher is gone then
+  }
+
+  void work() {
+    const std::function<void()> one = std::move(background_.queue.front());
+    background_.queue.pop_front();
+    one();
+  }
+
+  void perform(Deed deed) {
+    story_ += std::string(kDeedNames[static_cast<int>(deed)]) + " ";
+    switch (deed) {
+      case Deed::background:
+        work();
+        break;
+      case Deed::answer:
+        answer();
+        break;
+      case Deed::errorText:
+        world_.says("error", "\"refused\"");
+        break;
+      case Deed::errorObject:
+        world_.says("error", R"({"error_code":"2003","error_message":"failed"})");
+        break;
+      case Deed::update:
+        world_.says("host_notify");
+        break;
+      case Deed::end:
+        world_.channels.input->end();
+        break;
+      default:
+        call(deed);
+    }
+    settle();
+  }
+
+  /// Whoever still waits is answered, and when nobody answers any more, the channel ends.
+  void finish() {
+    for (int round = 0; round < 30; ++round) {
+      if (!background_.queue.empty()) {
+        work();
+      } else if (!heard_.empty() && tks_->messageHandler->messageHost->isOpened) {
+        answer();
+      } else if (tks_->messageHandler->messageHost->isOpened) {
+        world_.channels.input->end();
+      } else {
+        break;
+      }
+      settle();
+    }
+  }
+
+  /// Each call has heard of its end once. A launch may hear of a failure after its meeting was launched, and again when
+  /// the launcher that has updated itself is asked once more.
+  void expectToldOnce() {
+    const bool updated = story_.find("update") != std::string::npos;
+    for (const auto& one : calls_) {
+      const bool launch = one->deed == Deed::launch || one->deed == Deed::download;
+      const bool more = launch && !one->told.empty() && (updated || one->told.front() == "finish");
+      EXPECT_TRUE(one->told.size() == 1 || more)
+          << story_ << ": " << kDeedNames[static_cast<int>(one->deed)] << " " << testing::PrintToString(one->told);
+    }
+  }
+
+  FakeWorld world_;
+  PlayedBackground background_;
+  std::deque<std::string> heard_;
+  std::vector<std::unique_ptr<Call>> calls_;
+  std::string story_;
+  std::unique_ptr<TKSInterface> tks_;
+};
+
+TEST_P(FacadeExploration, InEveryOrderEachCallHearsOfItsEndOnce) {
+  std::vector<std::size_t> choices;
+  std::vector<std::size_t> widths;
+  std::size_t orders = 0;
+  do {
+    begin();
+    for (std::size_t step = 0; step < kDeeds; ++step) {
+      const std::vector<Deed> deeds = possible(step);
+      if (step == choices.size()) {
+        choices.push_back(0);
+        widths.push_back(deeds.size());
+      }
+      ASSERT_EQ(widths[step], deeds.size()) << "not the same again: " << story_;
+      perform(deeds[choices[step]]);
+    }
+    finish();
+    expectToldOnce();
+    if (HasFailure()) return;
+    tks_.reset();
+    settle();
+    ++orders;
+    while (!choices.empty() && ++choices.back() == widths.back()) {
+      choices.pop_back();
+      widths.pop_back();
+    }
+  } while (!choices.empty());
+  EXPECT_GT(orders, 3000u);
+  RecordProperty("orders", static_cast<int>(orders));
+}
+
+INSTANTIATE_TEST_SUITE_P(BeginningWith, FacadeExploration,
+                         testing::Values(Deed::start, Deed::stop, Deed::launch, Deed::download),
+                         [](const auto& tested) { return std::string(kDeedNames[static_cast<int>(tested.param)]); });
+
+}  // namespace
