@@ -1,6 +1,7 @@
 #include "messaging/HostAccess.h"
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include <tksinterface/TKSConstants.h>
@@ -10,6 +11,7 @@
 #include "foundation/Trace.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
+#include "foundation/values/OutOfMemory.h"
 #include "messaging/Frame.h"
 #include "messaging/MessageText.h"
 #include "messaging/SendingQueue.h"
@@ -35,7 +37,13 @@ void countUp(std::string& text) {
 
 TKSError noFrame() {
   TKSILog::logWithLevel(TKSILogLevelError, "Transfer string to data blob failed.");
-  return failure(TKSErrorReason::outOfResources, "Transfer string to data blob failed.");
+  try {
+    return failure(TKSErrorReason::outOfResources, "Transfer string to data blob failed.");
+  } catch (const std::bad_alloc&) {
+    TKSError error;
+    setOutOfMemory(&error);
+    return error;
+  }
 }
 
 }  // namespace
