@@ -29,8 +29,9 @@ constexpr std::string_view kLocaleKey = "AppleLocale";
 constexpr std::string_view kLanguagesKey = "AppleLanguages";
 constexpr std::size_t kLargestDamagedFile = 64u * 1024 * 1024;
 constexpr std::size_t kLargestCommandLine = 16u * 1024 * 1024;
-/// How long a writer waits for the others. None of them holds the lock for longer than reading and writing one file.
-constexpr std::chrono::seconds kLongestWait{5};
+/// How long a writer waits for the others, also on a host's main thread. None of them holds the lock for longer than
+/// reading and writing one file.
+constexpr std::chrono::seconds kLongestWait{2};
 
 // The argument domain.
 
