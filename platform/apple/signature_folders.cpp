@@ -1,13 +1,16 @@
 #include "platform/apple/signature_folders.h"
 
+#include <fcntl.h>
 #include <fts.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <memory>
+#include <string>
 #include <string_view>
 
+#include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 
 namespace tks::platform::apple {
@@ -46,11 +49,10 @@ constexpr Part kParts[] = {
 
 /// An empty file begins with anything: nobody can run it.
 bool beginsWith(const char* path, std::string_view start) {
-  std::ifstream file(path, std::ios::binary);
+  const posix::FileDescriptor file(posix::retried([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK); }));
   std::string found(start.size(), '\0');
-  file.read(found.data(), static_cast<std::streamsize>(found.size()));
-  found.resize(static_cast<std::size_t>(file.gcount()));
-  return file && found == start ? true : found.empty() && file.eof();
+  const ssize_t count = file ? posix::retried([&] { return ::read(file.get(), found.data(), found.size()); }) : -1;
+  return count == 0 || (count == static_cast<ssize_t>(start.size()) && found == start);
 }
 
 bool isPart(const FTSENT& item) {

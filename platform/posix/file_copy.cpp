@@ -24,7 +24,6 @@ namespace tks::posix {
 namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{128} * 1024;
-constexpr std::uint64_t kMostAtOnce = std::uint64_t{1} << 30;
 constexpr mode_t kOwnersRights = 0600;
 
 #ifdef __APPLE__
@@ -41,6 +40,8 @@ bool cloneContent(int from, const std::string& to) {
 std::uint64_t copyInKernel(int, int, std::uint64_t) { return 0; }
 
 #else
+
+constexpr std::uint64_t kMostAtOnce = std::uint64_t{1} << 30;
 
 bool cloneContent(int, const std::string&) { return false; }
 

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -89,17 +88,6 @@ TEST_F(KeptFolders, AreThoseAboveAVolumeBeforeAnythingOfThemIsTouched) {
   EXPECT_FALSE(files().move(above, folder / "moved", nullptr));
   EXPECT_EQ(contentOf(above + "/a"), "x");
   EXPECT_EQ(contentOf(volume / "precious"), "x");
-}
-
-TEST_F(KeptFolders, AreAlsoFoldersThatStandInASecondPlace) {
-  writeFile(folder / "real/precious", "x");
-  fs::create_directories(folder / "place of it");
-  if (::mount((folder / "real").c_str(), (folder / "place of it").c_str(), nullptr, MS_BIND, nullptr) != 0) {
-    GTEST_SKIP() << "needs the right to mount";
-  }
-  EXPECT_FALSE(files().remove(folder / "place of it", nullptr));
-  EXPECT_EQ(contentOf(folder / "real/precious"), "x");
-  ::umount2((folder / "place of it").c_str(), MNT_DETACH);
 }
 
 TEST(MayBeTakenAway, ComparesWholeNamesOfVolumes) {
