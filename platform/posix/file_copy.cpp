@@ -46,7 +46,7 @@ constexpr std::uint64_t kMostAtOnce = std::uint64_t{1} << 30;
 bool cloneContent(int, const std::string&) { return false; }
 
 /// Copies as much as can be copied inside of the kernel, which lets the two files share blocks where the volume can:
-/// how much.
+/// how much. It ends at the file's end, or where the volume cannot do it: the plain way finds out.
 std::uint64_t copyInKernel(int from, int to, std::uint64_t size) {
   std::uint64_t copied = 0;
   while (copied < size) {
@@ -59,20 +59,6 @@ std::uint64_t copyInKernel(int from, int to, std::uint64_t size) {
 }
 
 #endif
-
-/// Copies this many bytes at most: what grows meanwhile is not followed.
-bool copyBytes(int from, int to, std::uint64_t size) {
-  std::uint64_t left = size - copyInKernel(from, to, size);
-  std::vector<std::uint8_t> buffer(std::min<std::uint64_t>(left, kBufferSize));
-  while (left > 0) {
-    const std::size_t room = static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size()));
-    const ssize_t count = retried([&] { return ::read(from, buffer.data(), room); });
-    if (count <= 0) return count == 0;
-    if (!writeAll(to, std::span(buffer).first(static_cast<std::size_t>(count)))) return false;
-    left -= static_cast<std::uint64_t>(count);
-  }
-  return true;
-}
 
 /// A regular file, open for reading; otherwise errno says why not.
 FileDescriptor openRegularFile(const std::string& path, std::uint64_t& size) {
@@ -88,6 +74,19 @@ FileDescriptor openRegularFile(const std::string& path, std::uint64_t& size) {
 }
 
 }  // namespace
+
+bool copyBytes(int from, int to, std::uint64_t most) {
+  std::uint64_t left = most - copyInKernel(from, to, most);
+  std::vector<std::uint8_t> buffer(std::min<std::uint64_t>(left, kBufferSize));
+  while (left > 0) {
+    const std::size_t room = static_cast<std::size_t>(std::min<std::uint64_t>(left, buffer.size()));
+    const ssize_t count = retried([&] { return ::read(from, buffer.data(), room); });
+    if (count <= 0) return count == 0;
+    if (!writeAll(to, std::span(buffer).first(static_cast<std::size_t>(count)))) return false;
+    left -= static_cast<std::uint64_t>(count);
+  }
+  return true;
+}
 
 bool copyContent(std::string_view from, std::string_view to, TKSError* error) {
   if (!isPath(from)) return fail(error, "copy", from);

@@ -16,6 +16,7 @@
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
 #include "platform/posix/extended_attributes.h"
+#include "platform/posix/file_copy.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/kept_folders.h"
 #include "platform/posix/paths.h"
@@ -149,19 +150,6 @@ bool emptyFolder(const std::string& path, TKSError* error) {
 
 // Copying
 
-bool copyContent(int from, int to) {
-  while (true) {
-    const ssize_t count = ::copy_file_range(from, nullptr, to, nullptr, std::size_t{1} << 30, 0);
-    if (count <= 0) break;  // at the end, or a volume that cannot do it: the plain way finds out
-  }
-  std::vector<std::uint8_t> buffer(std::size_t{128} * 1024);
-  while (true) {
-    const ssize_t count = retried([&] { return ::read(from, buffer.data(), buffer.size()); });
-    if (count <= 0) return count == 0;
-    if (!posix::writeAll(to, std::span(buffer).first(static_cast<std::size_t>(count)))) return false;
-  }
-}
-
 /// Gives a copied file or folder what it has besides its content. Attributes first: they need the right to write.
 bool copyFacts(int from, int to, const struct stat& facts) {
   if (!copyExtendedAttributes(from, to)) return false;
@@ -177,7 +165,7 @@ bool copyFile(int fromFolder, const char* from, int toFolder, const char* to) {
   if (!source || ::fstat(source.get(), &facts) != 0) return false;
   const int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   const FileDescriptor target(retried([&] { return ::openat(toFolder, to, flags, 0600); }));
-  return target && copyContent(source.get(), target.get()) && copyFacts(source.get(), target.get(), facts);
+  return target && posix::copyBytes(source.get(), target.get()) && copyFacts(source.get(), target.get(), facts);
 }
 
 bool copyLink(int fromFolder, const char* from, int toFolder, const char* to, const struct stat& facts) {
