@@ -11,9 +11,17 @@ std::string_view placeOf(std::string_view bundlePath) {
   return parent.empty() ? "." : parent;
 }
 
+/// A root and the working folder are no bundles, nor is what leads back up: nobody replaces them, and a lock on the
+/// folder above would hold up everybody who has work there.
+bool namesABundle(std::string_view path) {
+  const std::string_view name = lastPathComponent(path);
+  return !name.empty() && name != "/" && name != "." && name != "..";
+}
+
 }  // namespace
 
 std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, Patience& patience, TKSError* error) {
+  if (!namesABundle(bundlePath)) return nullptr;
   const std::string_view place = placeOf(bundlePath);
   // What does not exist would be made as a file to lock.
   return platform::files().isDirectory(place) ? patience.lock(place, error) : nullptr;
@@ -21,7 +29,7 @@ std::unique_ptr<platform::FileLock> lockPlace(std::string_view bundlePath, Patie
 
 bool isUsablePlace(std::string_view bundlePath) {
   // Its own entry in it can be looked at only when it may be entered.
-  return platform::files().isDirectory(joinedPath(placeOf(bundlePath), "."));
+  return namesABundle(bundlePath) && platform::files().isDirectory(joinedPath(placeOf(bundlePath), "."));
 }
 
 }  // namespace tks::install

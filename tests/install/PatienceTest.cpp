@@ -56,6 +56,16 @@ class PatienceTest : public testing::Test {
   TKSError error_;
 };
 
+TEST_F(PatienceTest, IsNotNeededWhereAPathNamesNoBundle) {
+  for (const std::string path : {"", "/", "//", ".", "..", "../", "/..", "some/..", "some/."}) {
+    Patience patience(std::chrono::minutes(10));
+    EXPECT_EQ(tks::install::lockPlace(path, patience, &error_), nullptr) << path;
+    EXPECT_FALSE(tks::install::isUsablePlace(path)) << path;
+    EXPECT_THAT(files_.waits, IsEmpty()) << path << ": the folder above is nobody's place";
+  }
+  EXPECT_EQ(error_, TKSError());
+}
+
 TEST_F(PatienceTest, IsTwoSecondsOnTheMainThread) {
   Patience patience(std::chrono::minutes(10));
   EXPECT_FALSE(lock(patience));

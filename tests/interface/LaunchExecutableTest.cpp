@@ -232,7 +232,7 @@ TEST_F(LaunchExecutable, ArgumentsOfALaunchArePassedOnAsTheyAreAndNothingIsAdded
 }
 
 TEST_F(LaunchExecutable, WorksWithoutAnErrorSlot) {
-  EXPECT_EQ(TKSUtilBase::launchAppWithExePath("/nowhere", {}, nullptr), std::nullopt);
+  EXPECT_EQ(TKSUtilBase::launchAppWithExePath(folder / "nowhere", {}, nullptr), std::nullopt);
   EXPECT_EQ(TKSUtilBase::launchAppWithExePath("", {}, nullptr), std::nullopt);
 }
 
@@ -364,10 +364,11 @@ TEST_F(LaunchExecutable, TheResultComesOnTheMainThread) {
   EXPECT_EQ(thread, std::this_thread::get_id());
   EXPECT_EQ(clock.sleepsOnMainThread(), 0);
 
-  TKSUtilBase::launchAppWithExePath("/nowhere", {}, launchResult);
+  TKSUtilBase::launchAppWithExePath(folder / "nowhere", {}, launchResult);
   EXPECT_TRUE(drainUntil([&] { return calls == 2; }));
   EXPECT_EQ(result, std::nullopt);
-  EXPECT_EQ(resultError, (TKSError{"com.tarvo.kovra.TKSUtil", 0, "Component binary file not exists: /nowhere"}));
+  EXPECT_EQ(resultError,
+            (TKSError{"com.tarvo.kovra.TKSUtil", 0, "Component binary file not exists: " + folder / "nowhere"}));
 
   TKSUtilBase::launchAppWithExePath(executable, {"-warmup"}, launchResult);
   EXPECT_TRUE(drainUntil([&] { return calls == 3; }));
@@ -386,7 +387,7 @@ TEST_F(LaunchExecutable, WhatTheResultCallbackHoldsIsLetGoOfOnTheMainThread) {
       releasedAfterwards = called;
     };
     TKSUtilBase::launchAppWithExePath(
-        "/nowhere", {},
+        folder / "nowhere", {},
         [&called, held = std::shared_ptr<int>(new int, release)](const std::optional<TKSRunningApplication>&,
                                                                  const std::optional<TKSError>&) { called = true; });
     ASSERT_TRUE(drainUntil([&] { return called; }));
