@@ -16,10 +16,31 @@ using std::chrono::steady_clock;
 
 constexpr milliseconds kOnMainThread{2000};
 
+/// How many locks the operations of this thread hold.
+thread_local int locksHeld = 0;
+
+/// A lock that counts while it is held. It is given back on the thread that took it.
+class CountedLock final : public platform::FileLock {
+ public:
+  explicit CountedLock(std::unique_ptr<platform::FileLock> lock) : lock_(std::move(lock)) { ++locksHeld; }
+  ~CountedLock() override { --locksHeld; }
+  CountedLock(const CountedLock&) = delete;
+  CountedLock& operator=(const CountedLock&) = delete;
+
+  bool isEffective() const override { return lock_->isEffective(); }
+
+ private:
+  const std::unique_ptr<platform::FileLock> lock_;
+};
+
+milliseconds patienceOfThisThread(milliseconds inBackground) {
+  if (locksHeld > 0) return milliseconds(0);
+  return platform::mainLoop().isMainThread() ? std::min(kOnMainThread, inBackground) : inBackground;
+}
+
 }  // namespace
 
-Patience::Patience(milliseconds inBackground)
-    : left_(platform::mainLoop().isMainThread() ? std::min(kOnMainThread, inBackground) : inBackground) {}
+Patience::Patience(milliseconds inBackground) : left_(patienceOfThisThread(inBackground)) {}
 
 std::unique_ptr<platform::FileLock> Patience::lock(std::string_view path, TKSError* error) {
   TKSError reason;
@@ -31,8 +52,9 @@ std::unique_ptr<platform::FileLock> Patience::lock(std::string_view path, TKSErr
     lock = platform::files().lock(path, left_, &reason);
     left_ -= std::min(left_, std::chrono::duration_cast<milliseconds>(steady_clock::now() - begin));
   }
-  if (!lock && error != nullptr) *error = std::move(reason);
-  return lock;
+  if (lock) return std::make_unique<CountedLock>(std::move(lock));
+  if (error != nullptr) *error = std::move(reason);
+  return nullptr;
 }
 
 }  // namespace tks::install

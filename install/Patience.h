@@ -11,8 +11,9 @@
 namespace tks::install {
 
 /// How long one operation waits for other processes, in all its waits together: on the main thread two seconds at most,
-/// because a host stands still meanwhile; in the background as long as is said. When the first wait begins, one line of
-/// level 4 names what is waited for. One thread.
+/// because a host stands still meanwhile; in the background as long as is said. Not at all in an operation that a log
+/// callback began while another one of the same thread holds such locks: whoever has what it wants may be waiting for
+/// those. When the first wait begins, one line of level 4 names what is waited for. One thread, locks included.
 class Patience {
  public:
   explicit Patience(std::chrono::milliseconds inBackground);

@@ -27,8 +27,8 @@ struct DownloadResult {
   std::optional<TKSError> error;
 };
 
-/// Downloads. macOS: download tasks of the shared NSURLSession. Linux: libcurl on a worker thread. http, https and file
-/// URLs only, redirects too; caches are not asked.
+/// Downloads. macOS: download tasks of the shared NSURLSession. Linux: libcurl, each on a thread of its own: background
+/// work may wait for one. http, https and file URLs only, redirects too; caches are not asked.
 class Download {
  public:
   virtual ~Download() = default;

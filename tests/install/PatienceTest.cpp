@@ -111,6 +111,52 @@ TEST_F(PatienceTest, IsNotNeededForAPlaceThatNobodyHas) {
   EXPECT_THAT(warnings(), IsEmpty());
 }
 
+/// A log callback runs while an installation holds its locks, and may install as well: two that wait for each other's
+/// locks would wait for nothing.
+TEST_F(PatienceTest, IsNoneWhileTheThreadHoldsALockOfAnotherOperation) {
+  files_.isFree = true;
+  Patience outer(std::chrono::minutes(10));
+  const std::unique_ptr<FileLock> held = lock(outer);
+  ASSERT_TRUE(held);
+  files_.isFree = false;
+  Patience inner(std::chrono::minutes(10));
+  EXPECT_FALSE(lock(inner));
+  EXPECT_EQ(error_.reason, TKSErrorReason::busy);
+  EXPECT_THAT(files_.waits, ElementsAre(milliseconds(0)));
+  EXPECT_THAT(warnings(), IsEmpty());
+}
+
+TEST_F(PatienceTest, IsTheSameAgainWhenTheLockIsGone) {
+  files_.isFree = true;
+  Patience outer(std::chrono::minutes(10));
+  lock(outer).reset();
+  files_.isFree = false;
+  Patience inner(milliseconds(1000));
+  EXPECT_FALSE(lock(inner));
+  EXPECT_THAT(files_.waits, ElementsAre(milliseconds(0), milliseconds(1000)));
+}
+
+TEST_F(PatienceTest, IsNotLostByTheFirstLockOfTheSameOperation) {
+  files_.isFree = true;
+  Patience patience(milliseconds(1000));
+  const std::unique_ptr<FileLock> held = lock(patience);
+  files_.isFree = false;
+  EXPECT_FALSE(lock(patience));
+  EXPECT_THAT(files_.waits, ElementsAre(milliseconds(0), milliseconds(1000)));
+}
+
+TEST_F(PatienceTest, IsNotLostByTheLocksOfAnotherThread) {
+  files_.isFree = true;
+  Patience outer(std::chrono::minutes(10));
+  const std::unique_ptr<FileLock> held = lock(outer);
+  files_.isFree = false;
+  std::thread([&] {
+    Patience other(milliseconds(1000));
+    EXPECT_FALSE(lock(other));
+  }).join();
+  EXPECT_THAT(files_.waits, ElementsAre(milliseconds(0), milliseconds(1000)));
+}
+
 TEST_F(PatienceTest, DoesNotHelpAgainstAnythingButAnotherProcess) {
   files_.reason = TKSErrorReason::noPermission;
   Patience patience(milliseconds(1000));

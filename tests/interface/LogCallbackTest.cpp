@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/interface/FakeWorld.h"
+#include "tests/support/CountedBackgroundWork.h"
 #include "tests/support/FreshProcess.h"
 
 // A host's log callback may call anything. What it calls here is every public operation, from the lines of every other:
@@ -190,11 +191,13 @@ class LogCallback : public ::testing::Test {
     left_ = 0;
     TKSILog::sharedInstance().setLogBlock({});
     tks_.stop({}, {});
-    tks::test::drainFor(std::chrono::milliseconds(50));
+    EXPECT_TRUE(tks::test::drainUntil([this] { return background_.isIdle(); }, std::chrono::seconds(60)));
+    TKSMainLoop::drain();  // the results of the last
   }
 
   FakeWorld world_;
   SharedPreferences preferences_;
+  tks::test::CountedBackgroundWork background_;
   TKSInterface tks_;
   TKSMessageHost host_;
   std::vector<Operation> operations_;

@@ -10,10 +10,14 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 #include <utility>
 
+#include "foundation/logging/Logging.h"
+#include "foundation/values/OutOfMemory.h"
 #include "platform/backend.h"
+#include "platform/linux/worker_thread.h"
 #include "platform/platform.h"
 #include "platform/posix/error_reasons.h"
 #include "platform/posix/file_descriptor.h"
@@ -212,19 +216,30 @@ class Transfer {
   std::array<char, CURL_ERROR_SIZE> detail_{};
 };
 
+/// Somebody waits for the result, so there is one even without memory.
+DownloadResult download(const DownloadRequest& request, const std::string& authorities) {
+  try {
+    return Transfer(request, authorities).run();
+  } catch (const std::bad_alloc&) {
+    DownloadResult result;
+    setOutOfMemory(&result.error.emplace());
+    return result;
+  }
+}
+
 }  // namespace
 
 void CurlDownload::start(const DownloadRequest& request, std::function<void(DownloadResult)> done) {
   static std::once_flag prepared;
   std::call_once(prepared, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-  const bool accepted = platform::backgroundWork().submit([request, authorities = authorities_, done] {
+  // Not a thread of the pool: its work may wait for this download.
+  const int refused = startWorkerThread([request, authorities = authorities_, done] {
     // The file is closed before anybody learns of it.
-    DownloadResult result = Transfer(request, authorities).run();
-    done(std::move(result));
+    callHost("download", done, download(request, authorities));
   });
-  if (accepted) return;
+  if (refused == 0) return;
   DownloadResult result;
-  result.error = posix::posixError(EAGAIN, "start a thread for the download of", request.url.absoluteString());
+  result.error = posix::posixError(refused, "start a thread for the download of", request.url.absoluteString());
   done(std::move(result));
 }
 

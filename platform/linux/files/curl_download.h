@@ -7,7 +7,7 @@
 
 namespace tks::gnulinux {
 
-/// Downloads with libcurl, each as a piece of background work of its own.
+/// Downloads with libcurl, each on a thread of its own, so that background work may wait for one.
 class CurlDownload final : public platform::Download {
  public:
   /// `authorities`: a PEM file with the certificate authorities to trust; empty: the system's.

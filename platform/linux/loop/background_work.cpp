@@ -1,6 +1,3 @@
-#include <pthread.h>
-#include <signal.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -10,7 +7,7 @@
 
 #include "foundation/logging/Logging.h"
 #include "platform/backend.h"
-#include "platform/linux/system_calls.h"
+#include "platform/linux/worker_thread.h"
 #include "platform/main_loop.h"
 #include "platform/posix/forked_copy.h"
 #include "platform/posix/posix_error.h"
@@ -46,30 +43,9 @@ class ThreadPool final : public BackgroundWork {
  private:
   /// Returns 0 or an error number.
   int startThread() {
-    const int refused = createThread();
+    const int refused = gnulinux::startWorkerThread([this] { workUntilIdle(); });
     if (refused == 0) ++threads_;
     return refused;
-  }
-
-  /// All signals stay with the host's own threads.
-  int createThread() {
-    sigset_t all;
-    ::sigfillset(&all);
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    ::pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    ::pthread_attr_setsigmask_np(&attributes, &all);
-    pthread_t thread{};
-    posix::claimProcess();
-    const int refused = gnulinux::systemCalls().threadCreate(&thread, &attributes, &ThreadPool::threadMain, this);
-    ::pthread_attr_destroy(&attributes);
-    return refused;
-  }
-
-  static void* threadMain(void* pool) {
-    ::pthread_setname_np(::pthread_self(), "tksinterface");
-    static_cast<ThreadPool*>(pool)->workUntilIdle();
-    return nullptr;
   }
 
   void workUntilIdle() {

@@ -14,6 +14,7 @@
 
 #include "platform/linux/files/curl_download.h"
 #include "tests/support/FakeHome.h"
+#include "tests/support/Gate.h"
 #include "tests/support/LoopbackServer.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
@@ -321,6 +322,24 @@ TEST_F(Download, NeedsATemporaryFolder) {
   ASSERT_TRUE(result.error);
   EXPECT_THAT(result.error->localizedDescription, HasSubstr("create folder"));
   EXPECT_EQ(result.location, "");
+}
+
+TEST_F(Download, WaitsForNoBackgroundWorkWhichMayWaitForIt) {
+  constexpr int kMoreThanThePoolHasThreads = 100;
+  writeFile(home / "file", "content");
+  auto gate = std::make_shared<tks::test::Gate>();
+  for (int i = 0; i < kMoreThanThePoolHasThreads; ++i) {
+    ASSERT_TRUE(tks::platform::backgroundWork().submit([gate] { gate->wait(); }));
+  }
+  request.url = TKSURL::fileURLWithPath(home / "file");
+  auto answer = std::make_shared<std::promise<DownloadResult>>();
+  std::future<DownloadResult> arrived = answer->get_future();
+  tks::gnulinux::CurlDownload().start(request,
+                                      [answer](DownloadResult result) { answer->set_value(std::move(result)); });
+  EXPECT_EQ(arrived.wait_for(20s), std::future_status::ready);
+  gate->open();
+  EXPECT_EQ(contentOf(arrived.get().location), "content");
+  EXPECT_TRUE(tks::test::waitUntil([&] { return gate->waiting() == 0; }));
 }
 
 TEST_F(Download, RunsManyAtOnceAndKeepsNothingOpen) {
