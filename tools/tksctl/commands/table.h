@@ -1,0 +1,14 @@
+#pragma once
+
+#include "tools/tksctl/frame/application.h"
+
+namespace tks::ctl {
+
+/// The program with all its commands. A new command is a file of this folder, a line here and a line in table.cpp.
+const Application& tksctl();
+
+Command completionCommand();
+Command manualCommand();
+Command versionCommand();
+
+}  // namespace tks::ctl

@@ -1,0 +1,80 @@
+#include "tools/tksctl/frame/interrupts.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <tksinterface/TKSMainLoop.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <utility>
+
+#include "tools/tksctl/frame/exit_codes.h"
+
+namespace tks::ctl {
+namespace {
+
+constexpr int kSignals[] = {SIGINT, SIGTERM};
+/// So many end a program that does not come to its end by itself.
+constexpr int kPatience = 3;
+
+// What a signal handler may touch.
+std::atomic<int> signalsHeld = 0;
+std::atomic<bool> areHeld = false;
+int wakingDescriptors[2] = {-1, -1};
+std::string lastDocument;
+int documentDescriptor = -1;
+
+void onSignal(int) {
+  const int before = errno;
+  if (!areHeld || ++signalsHeld >= kPatience) {
+    (void)!::write(documentDescriptor, lastDocument.data(), lastDocument.size());
+    ::_exit(static_cast<int>(Exit::interrupted));
+  }
+  (void)!::write(wakingDescriptors[1], "!", 1);
+  errno = before;
+}
+
+}  // namespace
+
+Interrupts::Interrupts(std::string document, int descriptor) {
+  lastDocument = std::move(document);
+  documentDescriptor = descriptor;
+  (void)!::pipe2(wakingDescriptors, O_CLOEXEC | O_NONBLOCK);
+  struct sigaction action {};
+  action.sa_handler = onSignal;
+  ::sigemptyset(&action.sa_mask);
+  for (const int signal : kSignals) ::sigaction(signal, &action, nullptr);
+}
+
+Interrupts::~Interrupts() {
+  for (const int signal : kSignals) ::signal(signal, SIG_DFL);
+  areHeld = false;
+  for (int& descriptor : wakingDescriptors) ::close(std::exchange(descriptor, -1));
+}
+
+void Interrupts::hold() { areHeld = true; }
+
+bool Interrupts::came() const { return signalsHeld > 0; }
+
+Interrupts::End Interrupts::runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit,
+                                     int descriptor, const std::function<void()>& onReadable) {
+  hold();
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (true) {
+    TKSMainLoop::drain();
+    if (isDone()) return End::done;
+    if (came()) return End::interrupted;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return End::timedOut;
+    pollfd watched[] = {
+        {TKSMainLoop::descriptor(), POLLIN, 0}, {wakingDescriptors[0], POLLIN, 0}, {descriptor, POLLIN, 0}};
+    constexpr std::int64_t kOftenEnough = 1000;
+    const int ready = ::poll(watched, std::size(watched), static_cast<int>(std::min(left.count(), kOftenEnough)));
+    if (ready > 0 && watched[2].revents != 0 && onReadable) onReadable();
+  }
+}
+
+}  // namespace tks::ctl

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <string>
+
+namespace tks::ctl {
+
+/// Ctrl-C and SIGTERM. At first either ends the program at once with exit code 130, which is right for commands that
+/// only read. A command with something to finish or to clean up holds them and looks, now and then, whether one came.
+/// One object a program; main thread.
+class Interrupts {
+ public:
+  /// From now on the signals are this object's. `document` goes to `descriptor` before the program ends at once.
+  Interrupts(std::string document, int descriptor);
+  ~Interrupts();
+  Interrupts(const Interrupts&) = delete;
+  Interrupts& operator=(const Interrupts&) = delete;
+
+  /// From now on a signal is only noted; a third one ends the program all the same.
+  void hold();
+  /// Whether one was noted.
+  bool came() const;
+
+  enum class End { done, timedOut, interrupted };
+  /// Runs the library's main loop until `isDone`, for at most `limit`, or until a signal comes. Holds signals.
+  /// `descriptor` is watched as well, where there is one: `onReadable` is called as long as it is readable.
+  End runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit, int descriptor = -1,
+               const std::function<void()>& onReadable = {});
+};
+
+}  // namespace tks::ctl
