@@ -26,6 +26,10 @@ TKSError TKSUtilBase::generateTKSInterfaceError(std::string_view message, std::s
   return {std::string(domain), code, std::string(message)};
 }
 
-TKSError tks::interfaceError(TKSErrorReason reason, std::string_view message, std::int32_t code) {
-  return withReason(TKSUtilBase::generateTKSInterfaceError(message, TKSIDefaultDomain, code), reason);
+TKSError tks::defaultError(TKSErrorReason reason, std::string_view text) {
+  return makeError(reason, TKSIDefaultDomain, 0, std::string(text.empty() ? kUnknownError : text));
+}
+
+TKSError tks::defaultErrorWithLine(TKSErrorReason reason, std::string_view text) {
+  return withReason(TKSUtilBase::generateTKSInterfaceDefaultError(text), reason);
 }

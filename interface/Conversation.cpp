@@ -6,6 +6,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSMessageVocabulary.h>
 
+#include "foundation/Errors.h"
 #include "interface/Facade.h"
 
 namespace tks::interface {
@@ -26,8 +27,10 @@ void Conversation::handleMessage(const TKSMessage& message, TKSMessageHandlerDel
   const std::shared_ptr<Facade> facade = facade_.lock();
   const std::optional<Event> event = eventOf(message);
   if (!facade || !event) return TKSIMessageHandler::handleMessage(message, sender);
-  const std::string text = *event == Event::launcherRefused ? message.message.description() : std::string();
-  const TKSError error = facadeError(TKSErrorReason::refusedByLauncher, text);
+  // The other events of messages fail nobody.
+  const TKSError error = *event == Event::launcherRefused
+                             ? defaultError(TKSErrorReason::refusedByLauncher, message.message.description())
+                             : TKSError();
   facade->step(*event, error, [&] { TKSIMessageHandler::handleMessage(message, sender); });
 }
 

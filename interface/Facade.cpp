@@ -2,17 +2,10 @@
 
 #include <utility>
 
-#include <tksinterface/TKSConstants.h>
-
-#include "foundation/logging/Logging.h"
-#include "foundation/values/ErrorReasons.h"
+#include "foundation/Errors.h"
 #include "messaging/FatalErrors.h"
 
 namespace tks::interface {
-
-TKSError facadeError(TKSErrorReason reason, const std::string& text) {
-  return makeError(reason, TKSIDefaultDomain, 0, text);
-}
 
 void Facade::close() {
   {
@@ -76,7 +69,7 @@ void Facade::step(Event event, const TKSError& error, const std::function<void()
 
 void Facade::channelFailed(const std::string& description, const std::function<void()>& action) {
   const Epoch::Moment before = conversation_.now();
-  step(Event::channelFailed, facadeError(messaging::reasonOfFatalError(description), description), action,
+  step(Event::channelFailed, defaultError(messaging::reasonOfFatalError(description), description), action,
        [&] { return before.isOver(); });
 }
 
@@ -84,7 +77,7 @@ void Facade::channelFailed(const std::string& description, const std::function<v
 /// be: a greeting that crossed our own goodbye is made again with a new launcher, everything else has failed.
 void Facade::goodbyeAnswered(const std::function<void()>& action) {
   constexpr std::string_view kUnanswered = "TKS disconnected before it answered.";
-  const TKSError unanswered = facadeError(TKSErrorReason::notAnswered, std::string(kUnanswered));
+  const TKSError unanswered = defaultError(TKSErrorReason::notAnswered, kUnanswered);
   const Session::Number upTo = session_.last();
   const auto failUnanswered = [&] {
     action();

@@ -131,7 +131,4 @@ class Facade : public std::enable_shared_from_this<Facade> {
   std::unique_ptr<platform::MainLoop::Timer> endTimer_;
 };
 
-/// An error of the facade's own: TKSIDefaultDomain, code 0.
-TKSError facadeError(TKSErrorReason reason, const std::string& text);
-
 }  // namespace tks::interface

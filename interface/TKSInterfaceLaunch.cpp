@@ -3,6 +3,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 #include "interface/Facade.h"
 
@@ -34,7 +35,7 @@ void Facade::launch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBlock 
     default: {
       const std::string message = formatted("TKS app in unexpected status: %i", found);
       TKSILog::logWithLevel(TKSILogLevelWarning, "%@", message);
-      refuse(error, facadeError(TKSErrorReason::busy, message));
+      refuse(error, defaultError(TKSErrorReason::busy, message));
       break;
     }
   }
@@ -45,7 +46,7 @@ void Facade::launchOverRunningJob(const TKSValue& param, TKSFinishBlock finish, 
   if (isDownloadOnly(param)) {
     constexpr std::string_view kRefusal = "New coming job is download only, ignore it.";
     TKSILog::logWithLevel(TKSILogLevelWarning, "%@", kRefusal);
-    refuse(error, facadeError(TKSErrorReason::busy, std::string(kRefusal)));
+    refuse(error, defaultError(TKSErrorReason::busy, kRefusal));
     return;
   }
   TKSILog::logWithLevel(TKSILogLevelWarning, "Stop previous job firstly.");

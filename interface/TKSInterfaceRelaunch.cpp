@@ -1,6 +1,7 @@
 #include <chrono>
 #include <utility>
 
+#include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 #include "interface/Facade.h"
 #include "platform/platform.h"
@@ -29,7 +30,7 @@ void Facade::relaunch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBloc
   if (platform::backgroundWork().submit(std::move(wait))) return;
   const std::string message = "No thread to wait on for TKS app to quit.";
   TKSILog::logWithLevel(TKSILogLevelWarning, "%@", message);
-  refuse(error, facadeError(TKSErrorReason::outOfResources, message));
+  refuse(error, defaultError(TKSErrorReason::outOfResources, message));
 }
 
 std::int32_t Facade::connectedPid() {
@@ -73,7 +74,7 @@ void Facade::launchAgain(const TKSValue& param, const std::optional<TKSRunningAp
   const std::string message = TKSILog::removeSensitiveInformation(formatted(
       "TKS app failed to quit, checking timeout. Path: %@", stillRunning ? stillRunning->bundlePath.c_str() : nullptr));
   TKSILog::logWithLevel(TKSILogLevelWarning, "%@", message);
-  refuse(error, facadeError(TKSErrorReason::notAnswered, message));
+  refuse(error, defaultError(TKSErrorReason::notAnswered, message));
 }
 
 }  // namespace tks::interface

@@ -6,6 +6,7 @@
 #include <tksinterface/TKSLaunchVocabulary.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
@@ -14,14 +15,12 @@
 #include "interface/Facade.h"
 #include "interface/LaunchExecutable.h"
 #include "messaging/FileHosts.h"
-#include "messaging/HostAccess.h"
+#include "messaging/Transport.h"
 #include "platform/platform.h"
 
 // Starting the launcher and greeting it.
 
 namespace tks::interface {
-
-using messaging::HostAccess;
 
 namespace {
 
@@ -67,7 +66,7 @@ void Facade::start(TKSFinishBlock finish, TKSErrorBlock error) {
     default: {
       const std::string message = formatted("Unexpected app status: %i", found);
       TKSILog::logWithLevel(TKSILogLevelWarning, "Start failed: %@", message);
-      refuse(error, facadeError(TKSErrorReason::busy, message));
+      refuse(error, defaultError(TKSErrorReason::busy, message));
       break;
     }
   }
@@ -85,7 +84,7 @@ void Facade::startAgain() {
   const Session::Number launcher = session_.nameLauncher();
   if (found != TKSI_APP_STATUS_UNCONNECTED) {
     const std::string message = formatted("Unexpected app status: %i", found);
-    return settle(Event::launcherFailed, {.launcher = launcher}, facadeError(TKSErrorReason::busy, message));
+    return settle(Event::launcherFailed, {.launcher = launcher}, defaultError(TKSErrorReason::busy, message));
   }
   TKSILog::logWithLevel(TKSILogLevelWarning, "TKS disconnected before it answered hello. Start again.");
   beginStart();
@@ -144,20 +143,20 @@ std::optional<std::vector<std::string>> Facade::prepareChannel(TKSError& error) 
   }
   const std::string temporary = platform::knownFolders().temporary();
   if (temporary.empty()) {
-    error = facadeError(TKSErrorReason::noSafeFolder,
-                        "No temporary folder that can be trusted, can not communicate by file.");
+    error = defaultError(TKSErrorReason::noSafeFolder,
+                         "No temporary folder that can be trusted, can not communicate by file.");
     return std::nullopt;
   }
   const std::string stamped =
       joinedPath(joinedPath(temporary, identifier), formatted("ipcFile_%@", platform::clock().localTimestamp()));
   // Left open by a launch that failed: with it open, the new folder would never be made and the old one never removed.
   if (handler().messageHost->isOpened) handler().stopMessageHost();
-  const std::string folder = HostAccess::useNewFolder(*handler().messageHost, stamped);
+  const std::string folder = messaging::Transport::of(*handler().messageHost).useNewFolder(stamped);
   handler().startMessageHost();
-  if (const std::optional<TKSError> failure = HostAccess::openingFailure(*handler().messageHost)) {
+  if (const std::optional<TKSError> failure = messaging::Transport::of(*handler().messageHost).openingFailure()) {
     handler().stopMessageHost();
-    error = facadeError(reasonOf(*failure, TKSErrorReason::noPermission),
-                        formatted("No folder for the message files, can not communicate by file. Path: %@", folder));
+    error = defaultError(reasonOf(*failure, TKSErrorReason::noPermission),
+                         formatted("No folder for the message files, can not communicate by file. Path: %@", folder));
     return std::nullopt;
   }
   arguments.emplace_back(TKSLaunchArgValueCommunicateFile);
@@ -205,7 +204,7 @@ void Facade::reportFailedLaunch(Session::Number launcher, const std::string& exe
   const std::string message = formatted("Launch app failed. Path: %@. Error: %@", exePath, reason.localizedDescription);
   TKSILog::logWithLevel(TKSILogLevelError, "%@", masked(message));
   removeIfBroken(manager().TKSAppPath);
-  settle(Event::launcherFailed, waiting, facadeError(reasonOf(reason, TKSErrorReason::unspecified), message));
+  settle(Event::launcherFailed, waiting, defaultError(reasonOf(reason, TKSErrorReason::unspecified), message));
 }
 
 void Facade::greet() {

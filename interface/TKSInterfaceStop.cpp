@@ -3,6 +3,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "interface/Facade.h"
@@ -65,7 +66,7 @@ void Facade::refuseToStop(std::int32_t status, const TKSErrorBlock& error) {
   handler().stopMessageHost();
   const std::string message = formatted("Unexpected app status: %i", status);
   TKSILog::logWithLevel(TKSILogLevelWarning, "Stop failed: %@", message);
-  const TKSError refusal = facadeError(TKSErrorReason::busy, message);
+  const TKSError refusal = defaultError(TKSErrorReason::busy, message);
   std::vector<HostCall> calls;
   if (error) calls.push_back({"errorBlock", [error, refusal] { error(refusal); }});
   calls.push_back({"end of the greeting", later([](Facade& self) { self.endGreeting(); })});
@@ -75,7 +76,7 @@ void Facade::refuseToStop(std::int32_t status, const TKSErrorBlock& error) {
 void Facade::endGreeting() {
   if (session_.isStarting() || !session_.isWaiting({Stage::greeting, Stage::crossing})) return;
   setStatus(TKSI_APP_STATUS_UNCONNECTED);
-  const TKSError ended = facadeError(TKSErrorReason::cancelled, "Message host stopped before TKS answered hello.");
+  const TKSError ended = defaultError(TKSErrorReason::cancelled, "Message host stopped before TKS answered hello.");
   step(Event::greetingStopped, ended, [&] { handler().handleError(ended); });
 }
 

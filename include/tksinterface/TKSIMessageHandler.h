@@ -8,6 +8,10 @@
 #include <tksinterface/TKSExport.h>
 #include <tksinterface/TKSMessageHost.h>
 
+namespace tks::messaging {
+class Dialogue;
+}  // namespace tks::messaging
+
 /// The interface's side of the conversation with the launcher: sends "hello", "launch_meeting" and "disconnect", reacts
 /// to the answers, greets again when the transport fails before there is a connection, and turns every outcome into a
 /// call of one of the callbacks below. Main thread only. A callback is taken out of its place before it is called.
@@ -86,21 +90,6 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   virtual void handleRefusedRequest(const TKSError& error);
 
  private:
-  struct Progress;
-  class Step;
-
-  void endIfRefused(const Step& step);
-  void onHelloAck();
-  void onLaunchAck();
-  void onDisconnectAck();
-  void onUpdateDone();
-  void onError(const TKSValue& body);
-  void updateDone();
-  void notifyStatus(TKSIAppStatus status);
-  TKSIAppStatus queryStatus();
-  bool greetAgain();
-  void giveUp(const std::string& description);
-
-  /// What has happened so far; outlives the handler for operations whose callback destroys it.
-  const std::shared_ptr<Progress> progress_;
+  friend class tks::messaging::Dialogue;
+  const std::unique_ptr<tks::messaging::Dialogue> dialogue_;
 };

@@ -11,10 +11,7 @@
 #include <tksinterface/TKSValue.h>
 
 namespace tks::messaging {
-class FrameReader;
-class HostAccess;
-class SendingQueue;
-struct Opening;
+class Transport;
 }  // namespace tks::messaging
 
 /// Receives what a message host reads. Called on the main thread.
@@ -91,28 +88,6 @@ class TKS_EXPORT TKSMessageHost {
   std::string tempIPCFileFullPathFromInterface2TKS;
 
  private:
-  class Conversation;
-
-  void chooseChannel();
-  bool isFileChannelAskedFor();
-  void openStandardHandles();
-  void createFileHandle();
-  void openFiles(const std::string& inputPath, const std::string& outputPath);
-  void makeReader();
-  void onUnopenedFile(const std::string& path, const TKSError& error);
-  void destroyFileHandle();
-
-  bool isAcceptable(std::string_view piece);
-  void beginMessage(std::string_view piece);
-  void continueMessage(std::string_view piece);
-  void deliverMessage();
-  void onBrokenInput(const TKSError& error);
-
-  friend class tks::messaging::HostAccess;
-
-  std::shared_ptr<tks::messaging::FrameReader> input_;
-  const std::shared_ptr<tks::messaging::SendingQueue> output_;
-  /// Changes with each opening and at the end of the host's life; outlives the host for those who look.
-  const std::shared_ptr<std::uint64_t> conversation_;
-  const std::unique_ptr<tks::messaging::Opening> opening_;
+  friend class tks::messaging::Transport;
+  const std::unique_ptr<tks::messaging::Transport> transport_;
 };

@@ -17,7 +17,7 @@
 #include <tksinterface/TKSMainLoop.h>
 #include <tksinterface/TKSMessageHost.h>
 
-#include "messaging/HostAccess.h"
+#include "messaging/Transport.h"
 #include "platform/platform.h"
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHome.h"
@@ -101,7 +101,7 @@ TEST_F(ForkedCopy, LeavesAConversationOverFilesAsItIs) {
   TKS_IN_FRESH_PROCESS();
   process_.bundleIdentifier = "Tarvo-Systems.Ember";
   host_ = std::make_unique<TKSMessageHost>(tksMessageHostTypeInterface);
-  const std::string folder = tks::messaging::HostAccess::useNewFolder(*host_, folder_ / "ipcFile_0315142233045");
+  const std::string folder = tks::messaging::Transport::of(*host_).useNewFolder(folder_ / "ipcFile_0315142233045");
   host_->openWithMessengeHandler(&delegate_);
   host_->sendMessage(hello());
   TKSMainLoop::drain();

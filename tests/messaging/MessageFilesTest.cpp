@@ -16,7 +16,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSMessageHost.h>
 
-#include "messaging/HostAccess.h"
+#include "messaging/Transport.h"
 #include "platform/platform.h"
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/ChildProcess.h"
@@ -38,7 +38,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
-using tks::messaging::HostAccess;
+using tks::messaging::Transport;
 using tks::test::ChildProcess;
 using tks::test::drainFor;
 using tks::test::drainUntil;
@@ -65,7 +65,7 @@ class MessageFilesTest : public testing::Test {
   std::string conversations() const { return folder_ / "Tarvo-Systems.Ember"; }
   /// An interface's host that has opened a conversation of its own.
   std::string open(TKSMessageHost& host, const std::string& name = kStamp) {
-    std::string folder = HostAccess::useNewFolder(host, conversations() + name);
+    std::string folder = Transport::of(host).useNewFolder(conversations() + name);
     host.openWithMessengeHandler(&delegate_);
     return folder;
   }
@@ -135,17 +135,17 @@ TEST_F(MessageFilesTest, FilesThatCannotBeMadeAreTheOpeningsFailureWithoutOtherL
   EXPECT_THAT(log_.texts(8),
               ElementsAre(StartsWith("Failed to create directory:"), "Create ipcFile_TKS2Interface failed!",
                           "Create ipcFile_Interface2TKS failed!"));
-  const auto failure = HostAccess::openingFailure(host);
+  const auto failure = Transport::of(host).openingFailure();
   ASSERT_TRUE(failure);
   EXPECT_THAT(failure->localizedDescription, HasSubstr("Not a directory"));
   host.close();
 
   fs::remove(conversations());
   open(host);
-  EXPECT_FALSE(HostAccess::openingFailure(host));
+  EXPECT_FALSE(Transport::of(host).openingFailure());
   host.close();
   host.openWithMessengeHandler(&delegate_);
-  EXPECT_TRUE(HostAccess::openingFailure(host)) << "no folder was named";
+  EXPECT_TRUE(Transport::of(host).openingFailure()) << "no folder was named";
 }
 
 // Whose a folder is.
@@ -174,7 +174,7 @@ int hostOfTheSameMillisecond(const tks::test::Arguments& arguments) {
   TKSMessageHost host(tksMessageHostTypeInterface);
   const std::string conversations = arguments.at(0);
   while (!fs::exists(conversations + ".begin")) std::this_thread::sleep_for(1ms);
-  const std::string folder = HostAccess::useNewFolder(host, conversations + kStamp);
+  const std::string folder = Transport::of(host).useNewFolder(conversations + kStamp);
   host.openWithMessengeHandler(&delegate);
   host.sendMessage(message("hello"));
   std::cout << folder << std::flush;
@@ -260,7 +260,7 @@ TEST_F(MessageFilesTest, HostThatLooksThroughTheFoldersIsWaitedForAndNotForLong)
   fs::create_directories(leftBehind);
   TKSMessageHost host(tksMessageHostTypeInterface);
   open(host);
-  EXPECT_FALSE(HostAccess::openingFailure(host));
+  EXPECT_FALSE(Transport::of(host).openingFailure());
   EXPECT_THAT(log_.texts(4),
               ElementsAre("Wait for another host that looks through message folders: " + conversations()));
   EXPECT_TRUE(fs::exists(leftBehind)) << "that is left to the one who holds the lock";

@@ -1,0 +1,186 @@
+#include "messaging/Transport.h"
+
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSILog.h>
+
+#include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
+#include "messaging/ChannelChoice.h"
+#include "messaging/FrameReader.h"
+#include "messaging/SendingQueue.h"
+#include "platform/platform.h"
+
+// Opening and closing.
+
+namespace tks::messaging {
+namespace {
+
+/// More hosts than that are not started within one millisecond.
+constexpr int kMostFoldersTried = 1000;
+
+/// The number in decimal digits that a text ends with counts one more, with as many digits.
+void countUp(std::string& text) {
+  for (auto digit = text.rbegin(); digit != text.rend() && *digit >= '0' && *digit <= '9'; ++digit) {
+    if (++*digit <= '9') return;
+    *digit = '0';
+  }
+}
+
+}  // namespace
+
+Transport::Transport(TKSMessageHost& host)
+    : host_(host), output_(std::make_shared<SendingQueue>()), largeFrames_([this] { giveMemoryBack(); }) {}
+
+Transport::~Transport() {
+  conversation_.end();
+  if (platform::thisProcess().refusesAsForkedCopy("close")) return;
+  if (input_) input_->stop();
+  output_->close();
+}
+
+MessageFiles Transport::files() const {
+  return {host_.tempIPCFileFullPathFromTKS2Interface, host_.tempIPCFileFullPathFromInterface2TKS};
+}
+
+bool Transport::isInterface() const { return host_.type == static_cast<std::uint64_t>(tksMessageHostTypeInterface); }
+
+void Transport::chooseChannel() {
+  const ChannelChoice choice = messaging::chooseChannel();
+  host_.ipcByFile = choice.byFile;
+  if (!choice.folder.empty()) host_.setIPCFileFolderPath(choice.folder);
+}
+
+void Transport::open(TKSMessageHandlerDelegate* delegate) {
+  if (platform::thisProcess().refusesAsForkedCopy("openWithMessengeHandler:")) return;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Open message host with handler.");
+  conversation_.end();
+  host_.messageHandler = delegate;
+  host_.receivedData.clear();
+  host_.pendingDataSize = 0;
+  failure_.reset();
+  saidFarewell_ = false;
+  if (host_.ipcByFile) {
+    createFileHandle();
+  } else {
+    openStandardHandles();
+  }
+  host_.isOpened = true;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Open message host with handler done.");
+}
+
+void Transport::makeReader() {
+  if (input_) input_->stop();
+  input_ = std::make_shared<FrameReader>([this](std::string_view piece) { onMessage(piece); },
+                                         [this](const TKSError& error) { onBrokenInput(error); });
+}
+
+/// Asks for the handles at each opening: a pipe-mode launch may have put others in their place. The reader stays, with
+/// what it read ahead.
+void Transport::openStandardHandles() {
+  TKSError error;
+  if (!input_) makeReader();
+  output_->open(platform::channels().standardOutput(&error));
+  if (auto source = platform::channels().standardInput(&error)) {
+    input_->start(std::move(source));
+  } else {
+    input_->startBroken(error);
+  }
+}
+
+void Transport::createFileHandle() {
+  const MessageFiles paths = files();
+  if (isInterface()) {
+    std::shared_ptr<MessageFolderHold> hold = hold_;
+    if (!hold || hold->folder() != paths.folder()) hold = std::make_shared<MessageFolderHold>(paths.folder());
+    hold_ = hold;
+    checkIpcFile4Interface(paths, hold->folderIsNew());
+    hold->settle(paths);
+    openFiles(paths.fromLauncher, paths.fromInterface);
+  } else if (host_.type == static_cast<std::uint64_t>(tksMessageHostTypeTKS)) {
+    checkIpcFile4TKS(paths);
+    openFiles(paths.fromInterface, paths.fromLauncher);
+  }
+}
+
+/// New handles, read from the beginning. A file that cannot be opened leaves its direction without a handle; where that
+/// was not to be seen from the lines about the files, it has one of its own.
+void Transport::openFiles(const std::string& inputPath, const std::string& outputPath) {
+  makeReader();
+  output_->abandon();
+  TKSError error;
+  if (inputPath.empty()) {
+    failure_ = makeError(TKSErrorReason::noSafeFolder, TKSUtilErrorDomain, 0, "There is no folder for message files.");
+    return;
+  }
+  if (auto source = platform::channels().fileSource(inputPath, &error)) {
+    input_->start(std::move(source));
+  } else {
+    onUnopenedFile(inputPath, error);
+  }
+  if (auto sink = platform::channels().fileSink(outputPath, &error)) {
+    output_->open(std::move(sink));
+  } else {
+    onUnopenedFile(outputPath, error);
+  }
+}
+
+void Transport::onUnopenedFile(const std::string& path, const TKSError& error) {
+  if (!failure_) failure_ = error;
+  if (!platform::files().exists(path)) return;
+  const std::string text = error.description();
+  TKSILog::logWithLevel(TKSILogLevelError, "Open message channel failed: %@", masked(text));
+}
+
+void Transport::close() {
+  if (platform::thisProcess().refusesAsForkedCopy("close")) return;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host.");
+  if (input_) input_->stop();
+  if (host_.ipcByFile) {
+    destroyFileHandle();
+  } else {
+    closeStandardHandles();
+  }
+  host_.isOpened = false;
+  host_.messageHandler = nullptr;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host done.");
+}
+
+void Transport::closeStandardHandles() {
+  output_->close();
+  if (host_.isOpened && input_ && input_->channel()) {
+    platform::channels().endOfTalk(*input_->channel(), saidFarewell_);
+  }
+}
+
+void Transport::destroyFileHandle() {
+  TKSILog::logWithLevel(TKSILogLevelInfo, "destroyFileHandle");
+  input_.reset();
+  output_->abandon();
+  if (isInterface()) {
+    removeMessageFolder(files());
+    hold_.reset();
+  }
+  host_.tempIPCFileFullPathFromTKS2Interface.clear();
+  host_.tempIPCFileFullPathFromInterface2TKS.clear();
+}
+
+std::string Transport::useNewFolder(std::string path) {
+  std::shared_ptr<MessageFolderHold> hold;
+  std::string tried = path;
+  for (int i = 0; i < kMostFoldersTried; ++i, countUp(tried)) {
+    hold.reset();  // first: two of them would wait for each other
+    hold = std::make_shared<MessageFolderHold>(tried);
+    if (hold->makeFolder(nullptr)) {
+      path = std::move(tried);
+      break;
+    }
+    if (!platform::files().exists(tried)) break;
+  }
+  hold_ = std::move(hold);
+  host_.setIPCFileFolderPath(path);
+  return path;
+}
+
+}  // namespace tks::messaging

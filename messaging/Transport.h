@@ -1,0 +1,98 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+#include <tksinterface/TKSMessageHost.h>
+
+#include "foundation/values/Epoch.h"
+#include "messaging/LargeFrames.h"
+#include "messaging/MessageFiles.h"
+#include "messaging/PiecePlan.h"
+
+namespace tks::messaging {
+
+class FrameReader;
+class SendingQueue;
+
+/// What stands behind TKSMessageHost: its channel, what it knows of its present opening, and the steps of opening,
+/// sending and receiving. What the description calls a host's fields stays in the host, where delegates see it.
+///
+/// Delegates may end the conversation, begin another one and destroy the host while they are called: whoever calls one
+/// keeps a moment of `conversation_` and looks at it before it goes on. Main thread only, but for what says otherwise.
+class Transport {
+ public:
+  explicit Transport(TKSMessageHost& host);
+  ~Transport();
+  Transport(const Transport&) = delete;
+  Transport& operator=(const Transport&) = delete;
+
+  static Transport& of(TKSMessageHost& host) { return *host.transport_; }
+
+  // The operations of TKSMessageHost.
+  void chooseChannel();
+  void open(TKSMessageHandlerDelegate* delegate);
+  void close();
+  void onMessage(std::string_view piece);
+  void handleFatalError(const std::string& description);
+
+  // What the library itself asks of a host, beyond what is public.
+
+  /// `sendMessage:`, for those who have to know: why the message can never reach the other end. Nothing when it was
+  /// written or waits, and when the pipe failed, which the reader tells. Any thread.
+  std::optional<TKSError> handOver(const TKSMessage& message);
+
+  /// Why an open host cannot talk over its files; nothing while it can, and over pipes.
+  const std::optional<TKSError>& openingFailure() const { return failure_; }
+
+  /// `setIPCFileFolderPath:` with a new folder, which is made here and now so that no other host has the same: the one
+  /// at `path`, which ends in digits, or when something is there the one that counts one more, and so on. Returns the
+  /// folder's path. One that cannot be made is set all the same, for the opening to report.
+  std::string useNewFolder(std::string path);
+
+  /// Lets go of the memory that is kept from one frame to the next.
+  void giveMemoryBack();
+
+ private:
+  // Opening and closing.
+  MessageFiles files() const;
+  bool isInterface() const;
+  void makeReader();
+  void openStandardHandles();
+  void createFileHandle();
+  void openFiles(const std::string& inputPath, const std::string& outputPath);
+  void onUnopenedFile(const std::string& path, const TKSError& error);
+  void closeStandardHandles();
+  void destroyFileHandle();
+
+  // Receiving.
+  void begin(const PiecePlan& plan);
+  void resume(const PiecePlan& plan);
+  void append(std::string_view bytes);
+  void deliver();
+  void onBrokenInput(const TKSError& error);
+
+  TKSMessageHost& host_;
+  /// The way in; null while there is none.
+  std::shared_ptr<FrameReader> input_;
+  /// The way out.
+  const std::shared_ptr<SendingQueue> output_;
+  /// Ends with each opening and with the host. A conversation that was only closed is not over in this sense: what is
+  /// left to do for it writes its lines.
+  Epoch conversation_;
+  LargeFrames largeFrames_;
+  /// Why this opening's channel of files cannot be used.
+  std::optional<TKSError> failure_;
+  /// A "disconnect_ack" was sent or received since the opening: what becomes of the channel now is in order. Any
+  /// thread.
+  std::atomic<bool> saidFarewell_ = false;
+  /// The folder of an interface's conversation, from before the opening until the closing.
+  std::shared_ptr<MessageFolderHold> hold_;
+};
+
+}  // namespace tks::messaging

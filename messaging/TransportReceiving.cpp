@@ -1,0 +1,137 @@
+#include <functional>
+#include <utility>
+
+#include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSILog.h>
+#include <tksinterface/TKSMessageVocabulary.h>
+
+#include "foundation/logging/Logging.h"
+#include "messaging/Frame.h"
+#include "messaging/FrameReader.h"
+#include "messaging/MessageText.h"
+#include "messaging/Transport.h"
+
+// Receiving.
+
+namespace tks::messaging {
+namespace {
+
+std::string_view textOf(const TKSData& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
+
+}  // namespace
+
+void Transport::onMessage(std::string_view piece) {
+  TKSILog::logWithLevel(TKSILogLevelInfo, "On message.");
+  if (!host_.isOpened) {
+    TKSILog::logWithLevel(TKSILogLevelWarning, "Message host not opened.");
+    return;
+  }
+  if (host_.ipcByFile && piece.empty()) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "messageData is nil or empty and ipc by File, ignore this message!");
+    return;
+  }
+  TKSILog::logWithLevel(TKSILogLevelInfo, "messageDataSize: %lu", piece.size());
+  const PiecePlan plan = planOf(host_.pendingDataSize, piece, largestMessage());
+  if (plan.step == PiecePlan::Step::refuse) return handleFatalError(plan.problem);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Valid message data size, get on processing.");
+
+  const Epoch::Moment here = conversation_.now();
+  plan.step == PiecePlan::Step::begin ? begin(plan) : resume(plan);
+  if (here.isOver()) return;
+  if (host_.receivedData.size() > largestMessage()) {
+    handleFatalError(formatted("Received total message data (%lu) exceed max size: %u.", host_.receivedData.size(),
+                               largestMessage()));
+    if (here.isOver()) return;
+  }
+  if (host_.pendingDataSize > 0) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "No complete message, wait for next message portion.");
+    return;
+  }
+  deliver();
+}
+
+void Transport::resume(const PiecePlan& plan) {
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Pending data expected, don't get size from header 4 bytes.");
+  append(plan.taken);
+  host_.pendingDataSize = plan.missing;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "sizeOfSize: %u", kHeaderBytes);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "pendingDataSize: %u", host_.pendingDataSize);
+}
+
+void Transport::begin(const PiecePlan& plan) {
+  TKSILog::logWithLevel(TKSILogLevelInfo, "No pending data, get size from header 4 bytes.");
+  TKSILog::logWithLevel(TKSILogLevelInfo, "sizeOfSize: %u", kHeaderBytes);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "tellingSize: %u", plan.announced);
+  if (plan.problem.empty()) {
+    host_.pendingDataSize = plan.missing;
+  } else {
+    const Epoch::Moment here = conversation_.now();
+    handleFatalError(plan.problem);
+    if (here.isOver()) return;
+  }
+  if (plan.hasSurplus) {
+    TKSILog::logWithLevel(TKSILogLevelWarning,
+                          "Dirty data inside message data, 'tellingSize + sizeOfSize < messageDataSize', only read "
+                          "telling size of data. Get on processing.");
+  }
+  TKSILog::logWithLevel(TKSILogLevelInfo, "actualDataSize: %u", plan.taken.size());
+  TKSILog::logWithLevel(TKSILogLevelInfo, "pendingDataSize: %u", host_.pendingDataSize);
+  append(plan.taken);
+}
+
+void Transport::append(std::string_view bytes) {
+  TKSData& received = host_.receivedData;
+  TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size old: %u", received.size());
+  const auto* const first = reinterpret_cast<const TKSData::value_type*>(bytes.data());  // so that it is one copy
+  received.insert(received.end(), first, first + bytes.size());
+  TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size new: %u", received.size());
+}
+
+/// Parses what was received and hands it to the delegate.
+void Transport::deliver() {
+  // Take the buffer first; return its capacity after use.
+  TKSData data = std::exchange(host_.receivedData, {});
+  const ReceivedText text(textOf(data));
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Receive message string: %@", text);
+
+  largeFrames_.note(data.size());
+  TKSMessage message;
+  TKSError error;
+  const bool parsed = message.parseJSONString(textOf(data), &error);
+  std::string failure;
+  if (!parsed) {
+    failure = formatted("Error when parse JSON in [TKSMessagHost onMessage]. Message str: %@, error: %@", text, error);
+  }
+  data.clear();
+  if (host_.receivedData.empty()) host_.receivedData = std::move(data);
+
+  if (!parsed) return handleFatalError(failure);
+  if (message.messageType == tks_message_type_disconnect_ack) saidFarewell_ = true;
+  TKSMessageHandlerDelegate* const delegate = host_.messageHandler;
+  if (delegate == nullptr) return;
+  const std::function<void()> hand = [delegate, &message] { delegate->handleMessage(message, delegate); };
+  callHost("handleMessage:from:", hand);
+}
+
+void Transport::handleFatalError(const std::string& description) {
+  TKSILog::logWithLevel(TKSILogLevelError, "Handle fatal error: %@", masked(description));
+  TKSMessageHandlerDelegate* const delegate = host_.messageHandler;
+  if (delegate == nullptr) return;
+  const std::function<void()> report = [delegate, &description] { delegate->handleMessageHostFatalError(description); };
+  callHost("handleMessageHostFatalError:", report);
+}
+
+/// A broken pipe looks like its end to the conversation, which is told again and again. A file has no end, so that its
+/// failure is told as it is, once for each opening; after a farewell its removal is the end of the conversation.
+void Transport::onBrokenInput(const TKSError& error) {
+  const std::string reason = error.description();
+  if (host_.ipcByFile) {
+    input_->stop();
+    if (!saidFarewell_) handleFatalError(formatted("Read message failed: %@", reason));
+    return;
+  }
+  TKSILog::logWithLevel(TKSILogLevelError, "Read message failed: %@", masked(reason));
+  onMessage({});
+}
+
+}  // namespace tks::messaging
