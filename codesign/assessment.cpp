@@ -11,16 +11,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
-#include <memory>
-#include <new>
 #include <optional>
 #include <string_view>
 
-#include "codesign/container/code_layout.h"
-#include "codesign/container/status.h"
+#include "codesign/Codesign.h"
 #include "codesign/trust/certificates.h"
-#include "codesign/validity.h"
-#include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
 
 namespace tks::assessment {
@@ -73,12 +68,12 @@ std::string issueDateOf(X509* leaf) {
   return day.data();
 }
 
-Source sourceOf(const TKSDictionary& information, X509* leaf) {
+Source sourceOf(const codesign::Description& description, X509* leaf) {
   if (leaf == nullptr) return {};
-  if (information["implicit-requirement"].text().ends_with(" and anchor apple")) return {true, "Apple System"};
+  if (description.implicitRequirement.ends_with(" and anchor apple")) return {true, "Apple System"};
   if (codesign::hasExtension(leaf, kStoreMark)) return {true, "Mac App Store"};
   if (!codesign::hasExtension(leaf, kDeveloperMark)) return {};
-  if (information.contains("stapled-ticket")) return {true, "Notarized Developer ID"};
+  if (description.ticket) return {true, "Notarized Developer ID"};
   if (issueDateOf(leaf) < kNotarizationBegins) return {true, "Developer ID"};
   return {false, "Unnotarized Developer ID"};
 }
@@ -128,17 +123,6 @@ bool isShortage(std::int32_t code) {
   return std::ranges::find(kShortages, code) != kShortages.end();
 }
 
-std::int32_t checkedStatus(const std::string& path) {
-  try {
-    const codesign::AppleRoots& roots = codesign::AppleRoots::builtIn();
-    return codesign::checkValidity(codesign::findCode(path), roots, codesign::Depth::assessing).status;
-  } catch (const codesign::Failure& failure) {
-    return failure.status;
-  } catch (const std::bad_alloc&) {
-    return status::kNotEnoughMemory;
-  }
-}
-
 /// What the program was asked.
 struct Question {
   bool assessing = false;
@@ -184,34 +168,37 @@ Verdict noVerdict(const std::string& path) {
   return {kNoVerdict, lines(path, "no verdict, out of memory or descriptors", "", "", 0)};
 }
 
-bool isApplication(const TKSDictionary& information) {
-  return information["format"].text().find("bundle") != std::string_view::npos;
+bool isApplication(const codesign::Description& description) {
+  return description.format.find("bundle") != std::string::npos;
 }
 
-Verdict judge(const std::string& path, int verbosity) {
-  std::unique_ptr<platform::StaticCode> code;
-  if (const std::int32_t created = platform::signatures().create(path, code); created != 0) {
-    if (isShortage(created)) return noVerdict(path);
-    std::string reason = codesign::textOf(created);
-    return {kFailure, lines(path, reason.empty() ? "internal error" : reason, "", "", verbosity)};
-  }
-  const std::int32_t valid = checkedStatus(path);
-  TKSDictionary information;
-  const std::int32_t copied = code->copySigningInformation(information);
-  if (isShortage(valid) || isShortage(copied)) return noVerdict(path);
-  if (copied != 0) return {kFailure, lines(path, "internal error", "", "", verbosity)};
-  const TKSData der = information["certificates"][0].data();
-  std::string origin;
-  if (!der.empty()) platform::signatures().commonName(der, origin);
+/// What the assessment says of code that can be described.
+Verdict judge(const std::string& path, std::int32_t valid, const codesign::Description& description, int verbosity) {
+  const std::vector<codesign::CertificateDescription>& chain = description.chain;
+  const std::string origin = chain.empty() ? std::string() : chain.front().commonName;
   if (valid != 0) return judgeBroken(path, valid, origin, verbosity);
-  if (!isApplication(information)) {
+  if (!isApplication(description)) {
     return {kRejected,
             lines(path, "rejected (the code is valid but does not seem to be an app)", "", origin, verbosity)};
   }
-  const codesign::Certificate leaf = codesign::parseCertificate(der);
-  const Source source = sourceOf(information, leaf.get());
+  const codesign::Certificate leaf = chain.empty() ? nullptr : codesign::parseCertificate(chain.front().der);
+  const Source source = sourceOf(description, leaf.get());
   return {source.accepted ? kAccepted : kRejected,
           lines(path, source.accepted ? "accepted" : "rejected", source.name, origin, verbosity)};
+}
+
+Verdict judge(const std::string& path, int verbosity) {
+  codesign::Outcome opened;
+  const std::optional<codesign::Code> code = codesign::Code::open(path, &opened);
+  if (!code) {
+    if (isShortage(opened.status)) return noVerdict(path);
+    return {kFailure, lines(path, opened.text.empty() ? "internal error" : opened.text, "", "", verbosity)};
+  }
+  const std::int32_t valid = code->verify(codesign::Depth::assessing).status;
+  const codesign::Description description = code->describe();
+  if (isShortage(valid) || isShortage(description.outcome.status)) return noVerdict(path);
+  if (!description.outcome.isGood()) return {kFailure, lines(path, "internal error", "", "", verbosity)};
+  return judge(path, valid, description, verbosity);
 }
 
 }  // namespace

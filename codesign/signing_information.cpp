@@ -2,138 +2,81 @@
 
 #include <tksinterface/TKSURL.h>
 
-#include <optional>
 #include <string>
-#include <string_view>
-#include <vector>
-
-#include "codesign/code_slice.h"
-#include "codesign/requirement/requirement.h"
 
 namespace tks::codesign {
 namespace {
 
-constexpr std::size_t kLargestPart = std::size_t{1} << 20;
-/// How a ticket begins. Bundles of long ago have a link to their seal in its place.
-constexpr std::string_view kTicketMark = "s8ch";
-
-TKSValue data(Bytes bytes) { return TKSData(bytes.begin(), bytes.end()); }
 TKSValue fileURL(const std::string& path) { return TKSURL::fileURLWithPath(path).absoluteString(); }
 
-/// Runs one group of the information: the first thing that is not in order ends it.
-template <class Group>
-void asFarAsInOrder(Group group) {
-  try {
-    group();
-  } catch (const Failure&) {
-    // What has been set up to here stays.
-  }
-}
-
-void addDirectories(const DirectorySet& directories, TKSDictionary& information) {
-  const CodeDirectory& best = directories.best();
-  information.set("identifier", best.identifier());
-  information.set("flags", best.flags());
+void addDirectories(const Description& description, TKSDictionary& information) {
+  information.set("identifier", description.identifier);
+  information.set("flags", description.flags);
   information.set("source", "embedded");
-  information.set("unique", best.cdHash());
-  information.set("digest-algorithm", static_cast<int>(directories.bestType()));
-  if (best.platform() != 0) information.set("platform-identifier", best.platform());
-  if (best.runtimeVersion() != 0) information.set("runtime-version", best.runtimeVersion());
+  information.set("unique", description.best.cdHash);
+  information.set("digest-algorithm", static_cast<int>(description.best.hashType));
+  if (description.platform != 0) information.set("platform-identifier", description.platform);
+  if (description.runtimeVersion != 0) information.set("runtime-version", description.runtimeVersion);
 
   TKSArray types;
   TKSArray hashes;
   TKSDictionary fullHashes;
-  for (const HashType type : directories.types()) {
-    const auto number = static_cast<std::uint8_t>(type);
-    const CodeDirectory& directory = directories.byType().at(number);
+  for (const DirectoryDescription& directory : description.directories) {
+    const auto number = static_cast<std::uint8_t>(directory.hashType);
     types.append(number);
-    hashes.append(directory.cdHash());
-    fullHashes.set(std::to_string(number), data(directory.fullHash().bytes()));
+    hashes.append(directory.cdHash);
+    fullHashes.set(std::to_string(number), directory.fullHash);
   }
   information.set("digest-algorithms", types);
   information.set("cdhashes", hashes);
   information.set("cdhashes-full", fullHashes);
 }
 
-/// The signer is shown for all of the code: whoever asks goes by it for every architecture.
-void checkOneSigner(const CodeLayout& layout, CodeSlice& slice, const AppleRoots& roots) {
-  const std::size_t slices = layout.image ? layout.image->slices().size() : 1;
-  for (std::size_t i = 0; i < slices; ++i) {
-    if (i == slice.number()) continue;
-    CodeSlice other(layout, i, roots);
-    slice.checkSameSigner(other);
-  }
-}
-
-void addSigner(const CodeLayout& layout, CodeSlice& slice, const AppleRoots& roots, TKSDictionary& information) {
-  information.set("cms", slice.signatureMessage());
-  if (const std::optional<std::string>& team = slice.directories().best().team()) information.set("teamid", *team);
-  const std::optional<Signer>& signer = slice.signer();
-  checkOneSigner(layout, slice, roots);
-  if (!signer) return;
+void addSigner(const Description& description, TKSDictionary& information) {
+  if (description.message) information.set("cms", *description.message);
+  if (description.team) information.set("teamid", *description.team);
+  if (description.chain.empty()) return;
   TKSArray certificates;
-  for (const TKSData& certificate : signer->certificates) certificates.append(certificate);
+  for (const CertificateDescription& certificate : description.chain) certificates.append(certificate.der);
   information.set("certificates", certificates);
   const auto date = [](std::time_t moment) { return TKSDate{static_cast<double>(moment)}; };
-  if (signer->claimedTime) information.set("signing-time", date(*signer->claimedTime));
-  if (signer->certifiedTime) information.set("signing-timestamp", date(*signer->certifiedTime));
+  if (description.signingTime) information.set("signing-time", date(*description.signingTime));
+  if (description.timeStamp) information.set("signing-timestamp", date(*description.timeStamp));
 }
 
-void addRequirements(CodeSlice& slice, TKSDictionary& information) {
-  const std::string implicit = implicitRequirement(slice.requirementContext());
-  std::string designated = implicit;
-  if (const std::optional<ByteSource> source = slice.component(slot::kRequirements)) {
-    const TKSData blob = source->all(kLargestPart).value_or(TKSData());
-    const std::optional<RequirementSet> set = RequirementSet::fromBlob(blob);
-    if (!set) fail(status::kSignatureInvalid);
-    information.set("requirements", set->text());
-    information.set("requirement-data", blob);
-    if (const Requirement* own = set->find(RequirementType::designated)) designated = own->text();
+void addRequirements(const Description& description, TKSDictionary& information) {
+  if (description.requirements) {
+    information.set("requirements", *description.requirements);
+    information.set("requirement-data", description.requirementBlob);
   }
-  information.set("designated-requirement", designated);
-  information.set("implicit-requirement", implicit);
+  if (description.designatedRequirement.empty()) return;
+  information.set("designated-requirement", description.designatedRequirement);
+  information.set("implicit-requirement", description.implicitRequirement);
 }
 
-void addEntitlements(CodeSlice& slice, TKSDictionary& information) {
-  const std::optional<ByteSource> source = slice.component(slot::kEntitlements);
-  const std::optional<TKSData> blob = source ? source->all(kLargestPart) : std::nullopt;
-  if (!blob) return;
-  information.set("entitlements", *blob);
-  if (const TKSDictionary entitlements = slice.entitlements(); !entitlements.empty()) {
-    information.set("entitlements-dict", entitlements);
+void addContents(const Description& description, TKSDictionary& information) {
+  if (description.entitlementsBlob) information.set("entitlements", *description.entitlementsBlob);
+  if (!description.entitlements.empty()) information.set("entitlements-dict", description.entitlements);
+  if (description.files) {
+    TKSArray files;
+    for (const std::string& path : *description.files) files.append(fileURL(path));
+    information.set("changed-files", files);
   }
-}
-
-/// The ticket of a notarized application lies beside what is sealed.
-void addContents(const CodeLayout& layout, CodeSlice& slice, TKSDictionary& information) {
-  TKSArray files;
-  for (const std::string& path : slice.files()) files.append(fileURL(path));
-  information.set("changed-files", files);
-  if (!layout.isBundle()) return;
-  const std::shared_ptr<const File> ticket = File::openIfThere(layout.supportFolder + "/CodeResources");
-  const std::optional<TKSData> content = ticket ? ByteSource(ticket).all(kLargestPart) : std::nullopt;
-  if (content &&
-      std::string_view(reinterpret_cast<const char*>(content->data()), content->size()).starts_with(kTicketMark)) {
-    information.set("stapled-ticket", *content);
-  }
+  if (description.ticket) information.set("stapled-ticket", *description.ticket);
 }
 
 }  // namespace
 
-TKSDictionary signingInformation(const CodeLayout& layout, const AppleRoots& roots) {
+TKSDictionary signingInformation(const Description& description) {
   TKSDictionary information;
-  information.set("main-executable", fileURL(layout.executable));
-  CodeSlice slice(layout, layout.image ? layout.image->chosenSlice() : 0, roots);
-  if (!slice.isSigned()) return information;
-  information.set("format", layout.format);
-  addDirectories(slice.directories(), information);
-  asFarAsInOrder([&] {
-    if (const TKSDictionary info = slice.infoPlist(); !info.empty()) information.set("info-plist", info);
-  });
-  asFarAsInOrder([&] { addSigner(layout, slice, roots, information); });
-  asFarAsInOrder([&] { addRequirements(slice, information); });
-  asFarAsInOrder([&] { addEntitlements(slice, information); });
-  asFarAsInOrder([&] { addContents(layout, slice, information); });
+  information.set("main-executable", fileURL(description.executable));
+  if (!description.isSigned) return information;
+  information.set("format", description.format);
+  addDirectories(description, information);
+  if (!description.infoPlist.empty()) information.set("info-plist", description.infoPlist);
+  addSigner(description, information);
+  addRequirements(description, information);
+  addContents(description, information);
   return information;
 }
 

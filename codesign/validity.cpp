@@ -8,8 +8,10 @@
 #include <vector>
 
 #include "codesign/code_slice.h"
+#include "codesign/outcome.h"
 #include "codesign/requirement/requirement.h"
 #include "codesign/resources/code_resources.h"
+#include "codesign/resources/resource_check.h"
 #include "platform/posix/bundle_links.h"
 
 namespace tks::codesign {
@@ -145,13 +147,14 @@ class DeepCheck {
  public:
   DeepCheck(const AppleRoots& roots, Depth depth) : roots_(roots), depth_(depth) {}
 
-  Validity run(const CodeLayout& layout) {
+  Outcome run(const CodeLayout& layout) {
     std::vector<NestedCode> nested;
+    Status resources = status::kGood;
     try {
       if (depth_ == Depth::strict) requireNoLinkOut(layout);
       markSeen(layout);
       CodeCheck check(layout, roots_, scopeOf(depth_));
-      result_.problems = check.run(nullptr, nested);
+      resources = take(check.run(nullptr, nested));
       if (isWhole()) addOtherVersions(layout, check.sameMaker(), nested);
     } catch (const Failure& failure) {
       result_.status = failure.status;
@@ -165,7 +168,7 @@ class DeepCheck {
       waiting_.pop_front();
       checkNested(next);
     }
-    if (result_.status == status::kGood) result_.status = result_.problems.status;
+    if (result_.status == status::kGood) result_.status = resources;
     if (result_.status == status::kGood && unmet_) {
       result_.status = status::kBadNestedCode;
       result_.path = *unmet_;
@@ -175,6 +178,14 @@ class DeepCheck {
 
  private:
   bool isWhole() const { return depth_ != Depth::plain; }
+
+  /// Keeps what is wrong with single resources, and returns its status.
+  Status take(ResourceProblems problems) {
+    result_.added = std::move(problems.added);
+    result_.altered = std::move(problems.altered);
+    result_.missing = std::move(problems.missing);
+    return problems.status;
+  }
 
   /// False when the code was checked before. Other code may share its executable and bring resources of its own.
   bool markSeen(const CodeLayout& layout) {
@@ -228,7 +239,7 @@ class DeepCheck {
 
   const AppleRoots& roots_;
   const Depth depth_;
-  Validity result_;
+  Outcome result_;
   std::deque<NestedCode> waiting_;
   std::optional<std::string> unmet_;
   std::set<std::string> seen_;
@@ -236,28 +247,19 @@ class DeepCheck {
 
 }  // namespace
 
-Validity checkValidity(const CodeLayout& layout, const AppleRoots& roots, Depth depth) {
-  return DeepCheck(roots, depth).run(layout);
+Outcome checkValidity(const CodeLayout& layout, const AppleRoots& roots, Depth depth) {
+  Outcome outcome = DeepCheck(roots, depth).run(layout);
+  outcome.text = textOf(outcome.status);
+  return outcome;
 }
 
-std::string Validity::description() const {
-  std::string text =
-      "Error Domain=NSOSStatusErrorDomain Code=" + std::to_string(status) + " \"" + textOf(status) + "\"";
-  std::string information;
-  const auto append = [&information](std::string_view key, const std::string& value) {
-    information.append(information.empty() ? "" : ", ").append(key).append("=").append(value);
-  };
-  if (!path.empty()) append("SecCSPath", path);
-  const auto appendList = [&](std::string_view key, const std::vector<std::string>& list) {
-    if (list.empty()) return;
-    std::string joined;
-    for (const std::string& item : list) joined.append(joined.empty() ? "" : ", ").append(item);
-    append(key, "(" + joined + ")");
-  };
-  appendList("SecCSResourceAdded", problems.added);
-  appendList("SecCSResourceAltered", problems.altered);
-  appendList("SecCSResourceMissing", problems.missing);
-  return information.empty() ? text : text + " UserInfo={" + information + "}";
+Outcome checkRequirement(const CodeLayout& layout, const AppleRoots& roots, std::string_view text) {
+  const std::optional<Requirement> requirement = Requirement::fromText(text);
+  if (!requirement) return outcomeOf(status::kRequirementInvalid);
+  return attempt([&] {
+    std::vector<NestedCode> unused;
+    CodeCheck(layout, roots, kIdentityAlone).run(&*requirement, unused);
+  });
 }
 
 }  // namespace tks::codesign

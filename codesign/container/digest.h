@@ -6,26 +6,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <span>
 
 #include "codesign/container/byte_source.h"
+#include "codesign/container/hash_type.h"
 
 namespace tks::codesign {
-
-/// Hash types by the numbers that signatures use.
-enum class HashType : std::uint8_t { sha1 = 1, sha256 = 2, sha256Truncated = 3, sha384 = 4 };
-
-/// The hash type with a number; nothing for numbers that are not supported.
-constexpr std::optional<HashType> hashTypeOf(std::uint8_t number) {
-  return number >= 1 && number <= 4 ? std::optional(static_cast<HashType>(number)) : std::nullopt;
-}
-
-/// Bytes of a hash of this type.
-constexpr std::size_t hashSize(HashType type) {
-  constexpr std::size_t kSizes[] = {0, 20, 32, 20, 48};
-  return kSizes[static_cast<std::size_t>(type)];
-}
 
 /// A finished hash.
 struct Digest {

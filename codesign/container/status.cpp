@@ -18,6 +18,7 @@ constexpr StatusText kTexts[] = {
     {status::kResourcesInvalid, "the sealed resource directory is invalid"},
     {status::kBadResource, "a sealed resource is missing or invalid"},
     {status::kResourceRulesInvalid, "invalid resource specification rule(s)"},
+    {status::kRequirementInvalid, "invalid or corrupted code requirement(s)"},
     {status::kRequirementFailed, "code failed to satisfy specified code requirement(s)"},
     {status::kBadObjectFormat, "object file format unrecognized, invalid, or unsuitable"},
     {status::kSignatureInvalid, "invalid or unsupported format for signature"},

@@ -6,8 +6,8 @@
 #include <utility>
 
 // Outcomes of checks, by the platform's numbers. Inside this folder a failed check travels as a thrown Failure, as it
-// ends everything up to the operation that was asked for; static_code.cpp catches it there, and nothing leaves the
-// folder.
+// ends everything up to the operation that was asked for; outcome.h turns it into an outcome there, and nothing leaves
+// the folder.
 
 namespace tks::codesign {
 
@@ -27,6 +27,7 @@ inline constexpr Status kResourcesNotFound = -67056;
 inline constexpr Status kResourcesInvalid = -67055;
 inline constexpr Status kBadResource = -67054;
 inline constexpr Status kResourceRulesInvalid = -67053;
+inline constexpr Status kRequirementInvalid = -67052;  ///< a text that is no requirement
 inline constexpr Status kRequirementFailed = -67050;
 inline constexpr Status kBadObjectFormat = -67049;
 inline constexpr Status kSignatureInvalid = -67045;
@@ -62,11 +63,9 @@ std::string textOf(Status status);
 /// A check that did not pass.
 struct Failure {
   Status status = status::kInternalError;
-  /// The file or folder inside the code that it is about; empty when it is about the code itself.
-  std::string path;
 };
 
-[[noreturn]] inline void fail(Status status) { throw Failure{status, {}}; }
-[[noreturn]] inline void failByErrno() { throw Failure{status::ofErrno(errno), {}}; }
+[[noreturn]] inline void fail(Status status) { throw Failure{status}; }
+[[noreturn]] inline void failByErrno() { throw Failure{status::ofErrno(errno)}; }
 
 }  // namespace tks::codesign

@@ -1,6 +1,9 @@
 #include "codesign/requirement/requirement_words.h"
 
 #include <algorithm>
+#include <cstdint>
+
+#include "foundation/values/Hexadecimal.h"
 
 namespace tks::codesign::requirement {
 namespace {
@@ -13,14 +16,8 @@ bool isPlain(std::string_view text) {
   return !text.empty() && isLetter(text.front()) && std::ranges::all_of(text, isPlainCharacter);
 }
 
-std::string hexadecimal(std::string_view bytes) {
-  constexpr std::string_view kDigits = "0123456789abcdef";
-  std::string text;
-  for (const char byte : bytes) {
-    text += kDigits[static_cast<unsigned char>(byte) >> 4];
-    text += kDigits[static_cast<unsigned char>(byte) & 15];
-  }
-  return text;
+std::string digitsOf(std::string_view bytes) {
+  return hexadecimal({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
 }
 
 }  // namespace
@@ -28,7 +25,7 @@ std::string hexadecimal(std::string_view bytes) {
 std::string quoted(std::string_view text) {
   const bool printable =
       std::ranges::all_of(text, [](char character) { return static_cast<unsigned char>(character) >= 0x20; });
-  if (!printable) return "0x" + hexadecimal(text);
+  if (!printable) return "0x" + digitsOf(text);
   std::string result = "\"";
   for (const char character : text) {
     if (character == '"' || character == '\\') result += '\\';
@@ -38,7 +35,7 @@ std::string quoted(std::string_view text) {
 }
 
 std::string plainOrQuoted(std::string_view text) { return isPlain(text) ? std::string(text) : quoted(text); }
-std::string hashText(std::string_view hash) { return "H\"" + hexadecimal(hash) + "\""; }
+std::string hashText(std::string_view hash) { return "H\"" + digitsOf(hash) + "\""; }
 
 std::string slotText(std::int32_t slot) {
   if (slot == 0) return "leaf";

@@ -15,6 +15,9 @@
 #include <stdexcept>
 #include <utility>
 
+#include "codesign/container/digest.h"
+#include "foundation/values/Hexadecimal.h"
+
 namespace tks::signing {
 namespace {
 
@@ -162,7 +165,6 @@ std::vector<Certificate> loadCertificates(const std::string& path) {
 }  // namespace
 
 void KeyDeleter::operator()(EVP_PKEY* key) const { ::EVP_PKEY_free(key); }
-void CertificateDeleter::operator()(X509* certificate) const { ::X509_free(certificate); }
 
 Identity makeIdentity(const IdentityPlan& plan) {
   Identity identity;
@@ -259,16 +261,8 @@ Identity loadIdentityFromPkcs12(const std::string& file, const std::string& pass
 }
 
 std::string fingerprintOf(X509* certificate) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned size = 0;
-  ::X509_digest(certificate, ::EVP_sha256(), digest, &size);
-  std::string text;
-  for (unsigned i = 0; i < size; ++i) {
-    char pair[3];
-    std::snprintf(pair, sizeof pair, "%02x", digest[i]);
-    text += pair;
-  }
-  return text;
+  const codesign::ByteSource der(codesign::derOf(certificate));
+  return hexadecimal(codesign::hashOf(der, codesign::HashType::sha256).bytes());
 }
 
 }  // namespace tks::signing

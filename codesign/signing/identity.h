@@ -7,16 +7,16 @@
 #include <string>
 #include <vector>
 
+#include "codesign/Codesign.h"
+#include "codesign/trust/certificates.h"
+
 namespace tks::signing {
 
 struct KeyDeleter {
   void operator()(EVP_PKEY* key) const;
 };
-struct CertificateDeleter {
-  void operator()(X509* certificate) const;
-};
 using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
-using Certificate = std::unique_ptr<X509, CertificateDeleter>;
+using codesign::Certificate;
 
 /// Who signs: a key, and the chain of its certificate, leaf first.
 struct Identity {
@@ -31,18 +31,8 @@ struct Identity {
   X509* leaf() const { return chain.front().get(); }
 };
 
-/// What an identity for tests and development is made of. Names and marks are those that the launcher's checks look
-/// for.
-struct IdentityPlan {
-  std::string team = "T4RV0K0VRA";
-  std::string leafName;  ///< "Developer ID Application: Tarvo (TEAM)" when empty
-  std::string intermediateName = "Developer ID Certification Authority";
-  std::string rootName = "Apple Root CA";
-  std::string organization = "Tarvo";
-  /// Further authorities between the root and the intermediate one.
-  int extraLevels = 0;
-  /// Without an intermediate authority: root and leaf only.
-  bool withoutIntermediate = false;
+/// What identities can be made of, with what only the tests of the checks need.
+struct IdentityPlan : codesign::IdentityPlan {
   bool codeSigningUsage = true;
   bool digitalSignature = true;
   bool unknownCriticalExtension = false;

@@ -8,8 +8,8 @@
 #include "codesign/container/digest.h"
 #include "codesign/container/signature_components.h"
 #include "codesign/container/super_blob.h"
+#include "codesign/description.h"
 #include "codesign/resources/code_resources.h"
-#include "codesign/signing_information.h"
 #include "platform/platform.h"
 #include "platform/posix/extended_attributes.h"
 
@@ -138,13 +138,12 @@ class SealWalk {
   }
 
   void addCode(const std::string& relative, const std::string& path) {
-    const TKSDictionary information =
-        codesign::signingInformation(codesign::findCode(path), codesign::AppleRoots::builtIn());
-    const TKSValue& requirement = information["designated-requirement"];
-    if (!requirement.isText()) throw std::runtime_error(path + " is not signed");
+    const codesign::Description code =
+        codesign::readDescription(codesign::findCode(path), codesign::AppleRoots::builtIn());
+    if (code.designatedRequirement.empty()) throw std::runtime_error(path + " is not signed");
     TKSDictionary entry;
-    entry.set("cdhash", information["unique"]);
-    entry.set("requirement", requirement);
+    entry.set("cdhash", code.best.cdHash);
+    entry.set("requirement", code.designatedRequirement);
     files_.emplace_back(relative, entry);
   }
 

@@ -269,13 +269,6 @@ class Signing {
 
 }  // namespace
 
-void sign(const std::string& path, const SigningOptions& options) {
-  try {
-    Signing(path, options).run();
-  } catch (const codesign::Failure& failure) {
-    throw std::runtime_error(path + ": " + codesign::textOf(failure.status) + " (" + std::to_string(failure.status) +
-                             ")");
-  }
-}
+void sign(const std::string& path, const SigningOptions& options) { Signing(path, options).run(); }
 
 }  // namespace tks::signing

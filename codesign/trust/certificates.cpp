@@ -47,6 +47,14 @@ std::string utf8(const ASN1_STRING* text) {
   return result;
 }
 
+/// The most specific common name of a subject or issuer.
+std::optional<std::string> commonNameIn(const X509_NAME* name) {
+  int last = -1;
+  for (int at = -1; (at = ::X509_NAME_get_index_by_NID(name, NID_commonName, at)) >= 0;) last = at;
+  if (last < 0) return std::nullopt;
+  return utf8(::X509_NAME_ENTRY_get_data(::X509_NAME_get_entry(name, last)));
+}
+
 Owned<ASN1_OBJECT, ::ASN1_OBJECT_free> objectFor(const std::string& identifier) {
   return Owned<ASN1_OBJECT, ::ASN1_OBJECT_free>(::OBJ_txt2obj(identifier.c_str(), 1));
 }
@@ -169,12 +177,10 @@ TKSData derOf(X509* certificate) {
 }
 
 std::optional<std::string> commonNameOf(X509* certificate) {
-  const X509_NAME* subject = ::X509_get_subject_name(certificate);
-  int last = -1;
-  for (int at = -1; (at = ::X509_NAME_get_index_by_NID(subject, NID_commonName, at)) >= 0;) last = at;
-  if (last < 0) return std::nullopt;
-  return utf8(::X509_NAME_ENTRY_get_data(::X509_NAME_get_entry(subject, last)));
+  return commonNameIn(::X509_get_subject_name(certificate));
 }
+
+std::optional<std::string> issuerNameOf(X509* certificate) { return commonNameIn(::X509_get_issuer_name(certificate)); }
 
 std::optional<std::string> organizationalUnitOf(X509* certificate) {
   const X509_NAME* subject = ::X509_get_subject_name(certificate);

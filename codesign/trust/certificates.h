@@ -42,6 +42,8 @@ TKSData derOf(X509* certificate);
 
 /// The most specific common name of the subject, in UTF-8.
 std::optional<std::string> commonNameOf(X509* certificate);
+/// The same of who issued it.
+std::optional<std::string> issuerNameOf(X509* certificate);
 /// The first organizational unit of the subject, in UTF-8.
 std::optional<std::string> organizationalUnitOf(X509* certificate);
 /// A field of the subject by object identifier in dotted form, in UTF-8; all its values.

@@ -299,6 +299,17 @@ TEST_F(SigningTool, TakesAPkcs12File) {
   expectSigned();
 }
 
+TEST(SigningTools, CarryTheEngineWithoutTheRestOfTheLibrary) {
+  for (const char* program : {TKS_SPCTL, TKS_TKSSIGN}) {
+    const std::string content = contentOf(program);
+    EXPECT_NE(content.find("codesign"), std::string::npos) << program << " has no symbols to look at";
+    for (const char* other :
+         {"TKSInterface", "TKSMessageHost", "TKSIMessageHandler", "TKSUtilBase", "TKSIAppManager"}) {
+      EXPECT_EQ(content.find(other), std::string::npos) << program << " has " << other << " in it";
+    }
+  }
+}
+
 TEST_F(SigningTool, SaysWhatIsMissing) {
   EXPECT_EQ(tkssign({}).code, 2);
   EXPECT_EQ(tkssign({app}).code, 2);

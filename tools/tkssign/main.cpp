@@ -1,23 +1,32 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "codesign/signing/identity.h"
-#include "codesign/signing/signer.h"
+#include "codesign/Codesign.h"
 
 // Signs launchers for development and tests, and makes identities to do it with.
 
 namespace {
 
 using tks::codesign::HashType;
-using tks::signing::Identity;
-using tks::signing::IdentityPlan;
-using tks::signing::SigningOptions;
+using tks::codesign::IdentityPlan;
+using tks::codesign::Outcome;
+using tks::codesign::SigningIdentity;
+using tks::codesign::SigningOptions;
+using tks::codesign::Storage;
+
+const std::map<std::string, HashType> kDigests{
+    {"sha1", HashType::sha1}, {"sha256", HashType::sha256}, {"sha384", HashType::sha384}};
+const std::map<std::string, Storage> kStorages{
+    {"automatic", Storage::automatic}, {"attributes", Storage::attributes}, {"side-car", Storage::sideCar}};
 
 struct Arguments {
   std::vector<std::string> paths;
@@ -36,13 +45,18 @@ struct Arguments {
   IdentityPlan plan;
 };
 
-std::optional<Identity> chosenIdentity(const Arguments& arguments) {
-  if (arguments.adHoc) return std::nullopt;
-  if (!arguments.identityFolder.empty()) return tks::signing::loadIdentity(arguments.identityFolder);
-  if (!arguments.pkcs12File.empty()) {
-    return tks::signing::loadIdentityFromPkcs12(arguments.pkcs12File, arguments.password);
-  }
-  return tks::signing::loadIdentity(arguments.keyFile, arguments.chainFile);
+void require(const Outcome& outcome) {
+  if (!outcome.isGood()) throw std::runtime_error(outcome.text);
+}
+
+SigningIdentity loadIdentity(const Arguments& arguments) {
+  Outcome outcome;
+  const std::optional<SigningIdentity> identity =
+      !arguments.identityFolder.empty() ? SigningIdentity::fromFolder(arguments.identityFolder, &outcome)
+      : !arguments.pkcs12File.empty() ? SigningIdentity::fromPkcs12(arguments.pkcs12File, arguments.password, &outcome)
+                                      : SigningIdentity::fromFiles(arguments.keyFile, arguments.chainFile, &outcome);
+  require(outcome);
+  return *identity;
 }
 
 std::string contentOf(const std::string& path) {
@@ -52,32 +66,29 @@ std::string contentOf(const std::string& path) {
 }
 
 void signAll(const Arguments& arguments, SigningOptions options) {
-  const std::optional<Identity> identity = chosenIdentity(arguments);
-  if (identity) options.identity = &*identity;
+  std::optional<SigningIdentity> identity;
+  if (!arguments.adHoc) identity = loadIdentity(arguments);
   if (arguments.timeStamp) {
-    if (!identity || identity->stampKey == nullptr) {
+    if (!identity || !identity->canStamp()) {
       throw std::runtime_error("a time stamp needs an identity with an authority of its own (--identity)");
     }
     options.timeStamp = std::time(nullptr);
   }
   if (!arguments.entitlementsFile.empty()) options.entitlements = contentOf(arguments.entitlementsFile);
   if (!arguments.digests.empty()) options.hashTypes.clear();
-  for (const std::string& digest : arguments.digests) {
-    options.hashTypes.push_back(digest == "sha1"     ? HashType::sha1
-                                : digest == "sha384" ? HashType::sha384
-                                                     : HashType::sha256);
+  for (const std::string& digest : arguments.digests) options.hashTypes.push_back(kDigests.at(digest));
+  options.storage = kStorages.at(arguments.storage);
+  for (const std::string& path : arguments.paths) {
+    require(tks::codesign::sign(path, identity ? &*identity : nullptr, options));
   }
-  using tks::signing::Storage;
-  options.storage = arguments.storage == "attributes" ? Storage::attributes
-                    : arguments.storage == "side-car" ? Storage::sideCar
-                                                      : Storage::automatic;
-  for (const std::string& path : arguments.paths) tks::signing::sign(path, options);
 }
 
 void makeIdentity(const Arguments& arguments) {
-  const Identity identity = tks::signing::makeIdentity(arguments.plan);
-  tks::signing::saveIdentity(identity, arguments.newIdentityFolder);
-  std::printf("root SHA-256: %s\n", tks::signing::fingerprintOf(identity.chain.back().get()).c_str());
+  Outcome outcome;
+  const std::optional<SigningIdentity> identity = SigningIdentity::make(arguments.plan, &outcome);
+  require(outcome);
+  require(identity->save(arguments.newIdentityFolder));
+  std::printf("root SHA-256: %s\n", identity->chain().back().sha256.c_str());
 }
 
 void describe(CLI::App& app, Arguments& arguments, SigningOptions& options) {
