@@ -21,3 +21,4 @@
 #include <tksinterface/TKSUtilBase.h>
 #include <tksinterface/TKSUtilBaseHelper.h>
 #include <tksinterface/TKSValue.h>
+#include <tksinterface/TKSVersion.h>
