@@ -1,23 +1,45 @@
+# What is installed, in four components: runtime (the library and what it starts), dev, tools, doc.
 include(CMakePackageConfigHelpers)
+set(tks_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
 
-install(TARGETS tksinterface EXPORT tksinterfaceTargets
-        FRAMEWORK DESTINATION Library/Frameworks
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-if(NOT APPLE)
-  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tksinterface DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+# tks_install_library(TARGET PART): a library and the file of the package that describes it.
+function(tks_install_library target part)
+  install(TARGETS ${target} EXPORT tksinterface-${part}
+          FRAMEWORK DESTINATION Library/Frameworks COMPONENT runtime
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev
+          ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev
+          RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
+  install(EXPORT tksinterface-${part} NAMESPACE tksinterface:: FILE tksinterface-${part}.cmake
+          DESTINATION ${tks_package_folder} COMPONENT dev)
+endfunction()
+
+if(tks_kind STREQUAL "SHARED")
+  set(tks_default_part shared)
+  tks_install_library(tksinterface shared)
+  if(NOT APPLE)
+    tks_install_library(tksinterface_static static)
+  endif()
+else()
+  set(tks_default_part static)
+  set_target_properties(tksinterface PROPERTIES EXPORT_NAME static)
+  tks_install_library(tksinterface static)
 endif()
-install(EXPORT tksinterfaceTargets NAMESPACE tksinterface::
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
+if(NOT APPLE OR tks_kind STREQUAL "STATIC")
+  install(TARGETS tks_dependencies EXPORT tksinterface-static)
+  # The headers of a framework lie in it.
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/tksinterface DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
+  install(FILES ${PROJECT_SOURCE_DIR}/cmake/StaticDependencies.cmake DESTINATION ${tks_package_folder} COMPONENT dev)
+endif()
+
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tksinterfaceConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfig.cmake
-                              INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake
-                                 COMPATIBILITY SameMinorVersion)
+                              INSTALL_DESTINATION ${tks_package_folder})
+configure_file(${PROJECT_SOURCE_DIR}/cmake/tksinterfaceConfigVersion.cmake.in
+               ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfig.cmake
               ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tksinterface)
+        DESTINATION ${tks_package_folder} COMPONENT dev)
+
 # Seen from the file itself, so that an installation may be moved, or made under another prefix than the one configured.
 if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}" OR IS_ABSOLUTE "${CMAKE_INSTALL_INCLUDEDIR}")
   set(tks_pc_prefix ${CMAKE_INSTALL_PREFIX})
@@ -30,4 +52,4 @@ else()
   set(tks_pc_includedir "\${prefix}/${CMAKE_INSTALL_INCLUDEDIR}")
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tksinterface.pc.in ${PROJECT_BINARY_DIR}/generated/tksinterface.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -1,69 +1,39 @@
-# Two libraries from the same objects: the shared one that hosts load, which exports exactly the committed list of symbols,
-# and a static one for the project's own tests and benchmarks, which also look inside.
-if(APPLE)
-  set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols/macos.txt)
-else()
-  set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols/linux.txt)
+# The library's targets, all from the same objects:
+#   tksinterface::tksinterface   what hosts link: shared, unless BUILD_SHARED_LIBS is off
+#   tksinterface::static         the static library; the same one where BUILD_SHARED_LIBS is off
+#   tks_internal                 static, for the project's own tools, tests and benchmarks, which also look inside
+set(tks_kind SHARED)
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+  set(tks_kind STATIC)
+  if(TKS_BUILD_TESTS OR TKS_BUILD_EXAMPLES)
+    message(FATAL_ERROR "Tests and examples need the shared library: set BUILD_SHARED_LIBS to ON, or TKS_BUILD_TESTS and "
+                        "TKS_BUILD_EXAMPLES to OFF")
+  endif()
 endif()
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${tks_exported_symbols})
 
-add_library(tksinterface SHARED $<TARGET_OBJECTS:tks_objects>)
+# tks_describe_library(TARGET): what all who link it need.
+function(tks_describe_library target)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+                                              $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  target_link_libraries(${target} PRIVATE tks_dependencies)
+endfunction()
+
+add_library(tksinterface ${tks_kind} $<TARGET_OBJECTS:tks_objects>)
 add_library(tksinterface::tksinterface ALIAS tksinterface)
-target_include_directories(tksinterface PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-                                               $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
-target_compile_features(tksinterface PUBLIC cxx_std_20)
-target_link_libraries(tksinterface PRIVATE tks_dependencies)
-set_target_properties(tksinterface PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
-
-file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
-if(APPLE)
-  # CMake sets this only where it can ask the running system for its version.
-  if(CMAKE_CROSSCOMPILING)
-    foreach(kind SHARED_LIBRARY_RUNTIME_C SHARED_LIBRARY_RUNTIME_CXX EXECUTABLE_RUNTIME_CXX)
-      set(CMAKE_${kind}_FLAG "-Wl,-rpath,")
-    endforeach()
+tks_describe_library(tksinterface)
+if(tks_kind STREQUAL "SHARED")
+  include(SharedLibrary)
+  add_library(tksinterface_static STATIC $<TARGET_OBJECTS:tks_objects>)
+  set_target_properties(tksinterface_static PROPERTIES OUTPUT_NAME tksinterface EXPORT_NAME static)
+  tks_describe_library(tksinterface_static)
+  add_library(tksinterface::static ALIAS tksinterface_static)
+  # Installed where the platform has it; elsewhere only whoever links it builds it.
+  if(APPLE OR NOT TKS_INSTALL)
+    set_target_properties(tksinterface_static PROPERTIES EXCLUDE_FROM_ALL ON)
   endif()
-  # The framework bundle, and the list in the form of Apple's linker: one underscore more.
-  list(TRANSFORM tks_symbols PREPEND "_")
-  list(JOIN tks_symbols "\n" tks_symbol_lines)
-  set(tks_export_list ${PROJECT_BINARY_DIR}/generated/tksinterface.exports)
-  file(CONFIGURE OUTPUT ${tks_export_list} CONTENT "@tks_symbol_lines@\n" @ONLY)
-  file(GLOB tks_public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/tksinterface/*.h)
-  # A source of its own: headers and modules are laid out before a target's first source is compiled.
-  file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/framework.cpp CONTENT "// The framework's code lies in its objects.\n")
-  target_sources(tksinterface PRIVATE ${PROJECT_BINARY_DIR}/generated/framework.cpp ${tks_public_headers}
-                                      ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap)
-  set_source_files_properties(${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap
-                              PROPERTIES MACOSX_PACKAGE_LOCATION Modules)
-  set_target_properties(tksinterface PROPERTIES
-    FRAMEWORK TRUE
-    FRAMEWORK_VERSION A
-    PUBLIC_HEADER "${tks_public_headers}"
-    MACOSX_FRAMEWORK_INFO_PLIST ${PROJECT_SOURCE_DIR}/cmake/framework/Info.plist.in
-    MACOSX_FRAMEWORK_IDENTIFIER com.tarvo.kovra.tksinterface
-    MACOSX_FRAMEWORK_BUNDLE_VERSION ${PROJECT_VERSION}
-    MACOSX_FRAMEWORK_SHORT_VERSION_STRING ${PROJECT_VERSION}
-    INSTALL_NAME_DIR "@rpath"
-    BUILD_WITH_INSTALL_NAME_DIR ON)
-  # The layout's links to what is not of CMake's own making.
-  add_custom_command(TARGET tksinterface POST_BUILD VERBATIM
-                     COMMAND ${CMAKE_COMMAND} -E create_symlink Versions/Current/Modules
-                             "$<TARGET_BUNDLE_DIR:tksinterface>/Modules")
-  target_link_options(tksinterface PRIVATE LINKER:-exported_symbols_list,${tks_export_list})
-  set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_export_list})
 else()
-  list(JOIN tks_symbols ";\n    " tks_symbol_lines)
-  set(tks_version_script ${PROJECT_BINARY_DIR}/generated/tksinterface.map)
-  file(CONFIGURE OUTPUT ${tks_version_script}
-       CONTENT "{\n  global:\n    @tks_symbol_lines@;\n  local:\n    *;\n};\n" @ONLY)
-  target_link_options(tksinterface PRIVATE LINKER:--version-script=${tks_version_script} LINKER:--exclude-libs,ALL)
-  set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_version_script})
-  # Threads of background work end when they are idle, and nobody waits for them: the library stays mapped when a host
-  # that had loaded it lets go of it.
-  target_link_options(tksinterface PRIVATE LINKER:-z,nodelete)
-  if(NOT TKS_SANITIZE)
-    target_link_options(tksinterface PRIVATE LINKER:-z,defs)
-  endif()
+  add_library(tksinterface::static ALIAS tksinterface)
 endif()
 
 add_library(tks_internal STATIC EXCLUDE_FROM_ALL $<TARGET_OBJECTS:tks_objects>)

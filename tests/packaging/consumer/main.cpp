@@ -1,5 +1,6 @@
 // Uses what only an intact installation has: headers, the library, its main loop, and the assessment, which says here
-// that a folder is no application.
+// that a folder is no application. Before that it compares the headers that it was compiled with and the library that
+// it runs with.
 
 #include <tksinterface/tksinterface.h>
 
@@ -9,6 +10,10 @@
 #include <string>
 
 int main(int, char** arguments) {
+  if (!TKSVersion::isCompatible()) {
+    std::printf("compiled for %d, which library %s does not serve\n", TKS_VERSION, TKSVersion::text().data());
+    return 3;
+  }
   bool assessed = false;
   TKSInterface::sharedInstance().setLogBlock([&](std::int32_t level, const std::string& line) {
     assessed |= level == TKSILogLevelError && line.starts_with("Broken details: ") &&

@@ -1,0 +1,38 @@
+# Whether a part of the build changed what belongs to all of it.
+set(settings_of_folders COMPILE_OPTIONS COMPILE_DEFINITIONS INCLUDE_DIRECTORIES LINK_OPTIONS LINK_DIRECTORIES
+    CMAKE_CONFIGURE_DEPENDS TESTS)
+# What a part may leave in the cache: its own options, what finding others found, where things are installed.
+set(settings_free "^(TKS_|tksinterface_|FETCHCONTENT_|GNUInstallDirs|CMAKE_INSTALL_|CMAKE_HAVE_|FIND_PACKAGE_MESSAGE_DETAILS_\
+|PKG_CONFIG_|pkgcfg_lib_|__pkg_config|SIMDJSON_|PUGIXML_|ICU_|CURL_|OPENSSL_|LibArchive_|Threads_|PC_|prefix_result$)|_FOUND$")
+
+macro(remember_settings)
+  get_directory_property(settings_names VARIABLES)
+  foreach(settings_name IN LISTS settings_names)
+    set(before_${settings_name} "${${settings_name}}")
+  endforeach()
+  foreach(settings_name IN LISTS settings_of_folders)
+    get_directory_property(before_property_${settings_name} ${settings_name})
+  endforeach()
+endmacro()
+
+function(expect_settings)
+  get_directory_property(names VARIABLES)
+  foreach(name IN LISTS names)
+    if(name MATCHES "^(before_|settings_|names$|CMAKE_CURRENT_|CMAKE_LAST|CMAKE_MATCH_|ARG|FetchContent_|fetchcontent)|^cmake_|^_")
+      continue()
+    endif()
+    if(DEFINED before_${name})
+      if(NOT "${before_${name}}" STREQUAL "${${name}}")
+        message(SEND_ERROR "${name} was \"${before_${name}}\" and is now \"${${name}}\"")
+      endif()
+    elseif(NOT name MATCHES "${settings_free}")
+      message(SEND_ERROR "${name} was not there before; it is \"${${name}}\"")
+    endif()
+  endforeach()
+  foreach(name IN LISTS settings_of_folders)
+    get_directory_property(now ${name})
+    if(NOT "${before_property_${name}}" STREQUAL "${now}")
+      message(SEND_ERROR "the folder's ${name} was \"${before_property_${name}}\" and is now \"${now}\"")
+    endif()
+  endforeach()
+endfunction()
