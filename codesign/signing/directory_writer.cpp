@@ -85,50 +85,71 @@ TKSData makeSuperBlob(const std::map<std::uint32_t, TKSData>& blobs) {
   return makeBlob(codesign::magic::kEmbeddedSignature, content);
 }
 
-TKSData makeDirectory(const DirectoryPlan& plan, Bytes code) {
-  const TKSData hashes = makeHashes(plan, code);
-  const std::uint32_t specialSlots = plan.components.empty() ? 0 : plan.components.rbegin()->first;
-  const std::size_t size = codesign::hashSize(plan.hashType);
-  const std::size_t identifierOffset = headerSize(plan.version);
-  const bool hasTeam = !plan.team.empty() && plan.version >= 0x20200;
-  const std::size_t teamOffset = identifierOffset + plan.identifier.size() + 1;
-  const std::size_t hashesOffset = teamOffset + (hasTeam ? plan.team.size() + 1 : 0);
-  const bool isLong = code.size() > UINT32_MAX;
+namespace {
 
-  TKSData content;
-  append32(content, plan.version);
-  append32(content, plan.flags);
-  append32(content, static_cast<std::uint32_t>(hashesOffset + specialSlots * size));
-  append32(content, static_cast<std::uint32_t>(identifierOffset));
-  append32(content, specialSlots);
-  append32(content, static_cast<std::uint32_t>(hashes.size() / size) - specialSlots);
-  append32(content, isLong ? UINT32_MAX : static_cast<std::uint32_t>(code.size()));
-  content.push_back(static_cast<std::uint8_t>(size));
-  content.push_back(static_cast<std::uint8_t>(plan.hashType));
-  content.push_back(0);
-  content.push_back(plan.pageSizeLog);
-  append32(content, 0);
+/// Where the parts of a directory are.
+struct Offsets {
+  explicit Offsets(const DirectoryPlan& plan) {
+    hasTeam = !plan.team.empty() && plan.version >= 0x20200;
+    identifier = headerSize(plan.version);
+    team = identifier + plan.identifier.size() + 1;
+    hashes = team + (hasTeam ? plan.team.size() + 1 : 0);
+  }
+
+  bool hasTeam = false;
+  std::size_t identifier = 0;
+  std::size_t team = 0;
+  std::size_t hashes = 0;  ///< of the special slots, which stand in front of those of the pages
+};
+
+/// The fields that exist from a version on.
+void appendLaterFields(TKSData& content, const DirectoryPlan& plan, const Offsets& offsets, std::uint64_t limit) {
   if (plan.version >= 0x20100) append32(content, 0);
-  if (plan.version >= 0x20200) append32(content, hasTeam ? static_cast<std::uint32_t>(teamOffset) : 0);
+  if (plan.version >= 0x20200) append32(content, offsets.hasTeam ? static_cast<std::uint32_t>(offsets.team) : 0);
   if (plan.version >= 0x20300) {
     append32(content, 0);
-    append64(content, isLong ? code.size() : 0);
+    append64(content, limit > UINT32_MAX ? limit : 0);
   }
   if (plan.version >= 0x20400) {
     append64(content, 0);
-    append64(content, code.size());
+    append64(content, limit);
     append64(content, 1);
   }
   if (plan.version >= 0x20500) {
     append32(content, plan.runtimeVersion);
     append32(content, 0);
   }
-  content.insert(content.end(), plan.identifier.begin(), plan.identifier.end());
+}
+
+void appendText(TKSData& content, const std::string& text) {
+  content.insert(content.end(), text.begin(), text.end());
   content.push_back(0);
-  if (hasTeam) {
-    content.insert(content.end(), plan.team.begin(), plan.team.end());
-    content.push_back(0);
-  }
+}
+
+}  // namespace
+
+TKSData makeDirectory(const DirectoryPlan& plan, Bytes code) {
+  const TKSData hashes = makeHashes(plan, code);
+  const std::uint32_t specialSlots = plan.components.empty() ? 0 : plan.components.rbegin()->first;
+  const std::size_t size = codesign::hashSize(plan.hashType);
+  const Offsets offsets(plan);
+
+  TKSData content;
+  append32(content, plan.version);
+  append32(content, plan.flags);
+  append32(content, static_cast<std::uint32_t>(offsets.hashes + specialSlots * size));
+  append32(content, static_cast<std::uint32_t>(offsets.identifier));
+  append32(content, specialSlots);
+  append32(content, static_cast<std::uint32_t>(hashes.size() / size) - specialSlots);
+  append32(content, static_cast<std::uint32_t>(std::min<std::uint64_t>(code.size(), UINT32_MAX)));
+  content.push_back(static_cast<std::uint8_t>(size));
+  content.push_back(static_cast<std::uint8_t>(plan.hashType));
+  content.push_back(0);
+  content.push_back(plan.pageSizeLog);
+  append32(content, 0);
+  appendLaterFields(content, plan, offsets, code.size());
+  appendText(content, plan.identifier);
+  if (offsets.hasTeam) appendText(content, plan.team);
   content.insert(content.end(), hashes.begin(), hashes.end());
   return makeBlob(codesign::magic::kCodeDirectory, content);
 }
