@@ -1,10 +1,7 @@
 # What the static library links, for the package file; platform/linux/CMakeLists.txt finds the same for the build.
 find_dependency(PkgConfig)
 find_dependency(Threads)
-find_dependency(ICU 72 COMPONENTS i18n uc)
-find_dependency(CURL)
 find_dependency(OpenSSL 3)
-find_dependency(LibArchive)
 foreach(module IN ITEMS simdjson pugixml)
   string(TOUPPER ${module} prefix)
   if(NOT TARGET PkgConfig::${prefix})

@@ -9,8 +9,9 @@
 
 namespace tks::platform {
 
-/// Text by Unicode's rules and the user's locale. macOS: NSString, NSRegularExpression, NSNumberFormatter. Linux: ICU.
-/// Any thread. Texts are UTF-8; broken sequences count as replacement characters.
+/// Text by Unicode's rules and the user's locale. macOS: NSString, NSRegularExpression, NSNumberFormatter. Linux: ICU,
+/// which is opened when it is needed; without it the rules of ASCII hold, patterns match nothing and numbers stay
+/// plain. Any thread. Texts are UTF-8; broken sequences count as replacement characters.
 class Text {
  public:
   enum class Match { matched, notMatched, badPattern, timeLimit };

@@ -1,7 +1,5 @@
 #include "platform/archives.h"
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <fcntl.h>
 #include <locale.h>
 
@@ -10,6 +8,7 @@
 
 #include "foundation/values/ErrorReasons.h"
 #include "platform/backend.h"
+#include "platform/linux/late_functions.h"
 #include "platform/posix/error_reasons.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
@@ -19,11 +18,13 @@
 namespace tks::platform {
 namespace {
 
+using gnulinux::ArchiveFunctions;
+
 constexpr std::size_t kBlockSize = 64 * 1024;
 
-ArchiveEntry::Kind kindOf(archive_entry* entry) {
-  if (archive_entry_hardlink(entry) != nullptr) return ArchiveEntry::Kind::hardLink;
-  switch (archive_entry_filetype(entry)) {
+ArchiveEntry::Kind kindOf(const ArchiveFunctions& library, archive_entry* entry) {
+  if (library.archive_entry_hardlink(entry) != nullptr) return ArchiveEntry::Kind::hardLink;
+  switch (library.archive_entry_filetype(entry)) {
     case AE_IFREG:
       return ArchiveEntry::Kind::file;
     case AE_IFDIR:
@@ -57,13 +58,14 @@ class Utf8Names {
   locale_t before_ = nullptr;
 };
 
-ArchiveEntry describe(archive_entry* entry) {
+ArchiveEntry describe(const ArchiveFunctions& library, archive_entry* entry) {
   ArchiveEntry result;
-  result.name = textOf(archive_entry_pathname(entry));
-  result.kind = kindOf(entry);
-  result.size = archive_entry_size_is_set(entry) ? static_cast<std::uint64_t>(archive_entry_size(entry)) : 0;
-  result.target = result.kind == ArchiveEntry::Kind::hardLink ? textOf(archive_entry_hardlink(entry))
-                                                              : textOf(archive_entry_symlink(entry));
+  result.name = textOf(library.archive_entry_pathname(entry));
+  result.kind = kindOf(library, entry);
+  const bool hasSize = library.archive_entry_size_is_set(entry) != 0;
+  result.size = hasSize ? static_cast<std::uint64_t>(library.archive_entry_size(entry)) : 0;
+  result.target = result.kind == ArchiveEntry::Kind::hardLink ? textOf(library.archive_entry_hardlink(entry))
+                                                              : textOf(library.archive_entry_symlink(entry));
   return result;
 }
 
@@ -82,39 +84,57 @@ bool inspectZip(const std::string& path, const Visitor& visit, TKSError* error) 
   return false;
 }
 
-bool failToRead(archive* reader, const std::string& path, TKSError* error) {
+bool failToRead(const ArchiveFunctions& library, archive* reader, const std::string& path, TKSError* error) {
   if (error != nullptr) {
     // What the system refused keeps its reason; every other number is about the archive's content.
-    const int number = archive_errno(reader);
+    const int number = library.archive_errno(reader);
     const TKSErrorReason known = posix::reasonOfSystemError("NSPOSIXErrorDomain", number);
     *error = makeError(known == TKSErrorReason::systemFailed || number == EINVAL ? TKSErrorReason::badMessage : known,
                        "NSPOSIXErrorDomain", number,
-                       "read archive \"" + path + "\": " + textOf(archive_error_string(reader)));
+                       "read archive \"" + path + "\": " + textOf(library.archive_error_string(reader)));
   }
   return false;
 }
 
-bool inspectTar(const std::string& path, const Visitor& visit, TKSError* error) {
-  const Utf8Names utf8Names;
-  const std::unique_ptr<archive, decltype(&archive_read_free)> reader(archive_read_new(), archive_read_free);
+bool failWithoutLibrary(const std::string& path, const std::string& reason, TKSError* error) {
+  if (error != nullptr) {
+    *error = makeError(TKSErrorReason::toolMissing, "NSPOSIXErrorDomain", ELIBACC,
+                       "read archive \"" + path + "\": " + reason);
+  }
+  return false;
+}
+
+using Reader = std::unique_ptr<archive, decltype(ArchiveFunctions::archive_read_free)>;
+
+Reader makeReader(const ArchiveFunctions& library) {
+  Reader reader(library.archive_read_new(), library.archive_read_free);
   // Not all filters: for some the reader would start a program.
-  archive_read_support_filter_gzip(reader.get());
-  archive_read_support_filter_bzip2(reader.get());
-  archive_read_support_filter_xz(reader.get());
-  archive_read_support_filter_lzma(reader.get());
-  archive_read_support_filter_zstd(reader.get());
-  archive_read_support_filter_compress(reader.get());
-  archive_read_support_format_tar(reader.get());
-  if (archive_read_open_filename(reader.get(), path.c_str(), kBlockSize) != ARCHIVE_OK) {
-    return failToRead(reader.get(), path, error);
+  library.archive_read_support_filter_gzip(reader.get());
+  library.archive_read_support_filter_bzip2(reader.get());
+  library.archive_read_support_filter_xz(reader.get());
+  library.archive_read_support_filter_lzma(reader.get());
+  library.archive_read_support_filter_zstd(reader.get());
+  library.archive_read_support_filter_compress(reader.get());
+  library.archive_read_support_format_tar(reader.get());
+  return reader;
+}
+
+bool inspectTar(const std::string& path, const Visitor& visit, TKSError* error) {
+  std::string reason;
+  const auto* const library = gnulinux::lateFunctions<ArchiveFunctions>(reason);
+  if (library == nullptr) return failWithoutLibrary(path, reason, error);
+  const Utf8Names utf8Names;
+  const Reader reader = makeReader(*library);
+  if (library->archive_read_open_filename(reader.get(), path.c_str(), kBlockSize) != ARCHIVE_OK) {
+    return failToRead(*library, reader.get(), path, error);
   }
   for (;;) {
     archive_entry* entry = nullptr;
-    const int status = archive_read_next_header(reader.get(), &entry);
+    const int status = library->archive_read_next_header(reader.get(), &entry);
     if (status == ARCHIVE_EOF) return true;
     // A warning tells of a header that others may read in another way.
-    if (status != ARCHIVE_OK) return failToRead(reader.get(), path, error);
-    if (!visit(describe(entry))) return true;
+    if (status != ARCHIVE_OK) return failToRead(*library, reader.get(), path, error);
+    if (!visit(describe(*library, entry))) return true;
   }
 }
 

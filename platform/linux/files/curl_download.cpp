@@ -1,6 +1,5 @@
 #include "platform/linux/files/curl_download.h"
 
-#include <curl/curl.h>
 #include <fcntl.h>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -15,8 +14,10 @@
 #include <utility>
 
 #include "foundation/logging/Logging.h"
+#include "foundation/values/ErrorReasons.h"
 #include "foundation/values/OutOfMemory.h"
 #include "platform/backend.h"
+#include "platform/linux/late_functions.h"
 #include "platform/linux/worker_thread.h"
 #include "platform/platform.h"
 #include "platform/posix/error_reasons.h"
@@ -96,8 +97,8 @@ class PrivateFolder {
 /// One transfer: the file it goes to and the limits it has to stay within.
 class Transfer {
  public:
-  Transfer(const DownloadRequest& request, const std::string& authorities)
-      : request_(request), authorities_(authorities), lastByte_(steady_clock::now()) {}
+  Transfer(const CurlFunctions& curl, const DownloadRequest& request, const std::string& authorities)
+      : curl_(curl), request_(request), authorities_(authorities), lastByte_(steady_clock::now()) {}
 
   DownloadResult run() {
     DownloadResult result;
@@ -115,7 +116,7 @@ class Transfer {
   }
 
  private:
-  using Handle = std::unique_ptr<CURL, decltype(&curl_easy_cleanup)>;
+  using Handle = std::unique_ptr<CURL, decltype(CurlFunctions::curl_easy_cleanup)>;
 
   bool openFile(const std::string& path, TKSError* error) {
     file_ = posix::FileDescriptor(
@@ -128,20 +129,20 @@ class Transfer {
       result.error = errorOf(*reason, request_.url.absoluteString(), "");
       return;
     }
-    const Handle handle(curl_easy_init(), curl_easy_cleanup);
+    const Handle handle(curl_.curl_easy_init(), curl_.curl_easy_cleanup);
     if (!handle) {
       result.error = errorOf(CURLE_FAILED_INIT, request_.url.absoluteString(), "");
       return;
     }
     prepare(handle.get());
-    const CURLcode code = curl_easy_perform(handle.get());
+    const CURLcode code = curl_.curl_easy_perform(handle.get());
     if (writeError_) {
       result.error = std::move(writeError_);
     } else if (code != CURLE_OK) {
       result.error = errorOf(failure_.value_or(code), request_.url.absoluteString(), failure_ ? "" : detail_.data());
     }
     long status = 0;
-    curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
+    curl_.curl_easy_getinfo(handle.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status != 0) result.statusCode = static_cast<int>(status);
   }
 
@@ -156,23 +157,23 @@ class Transfer {
   }
 
   void prepare(CURL* handle) {
-    curl_easy_setopt(handle, CURLOPT_URL, request_.url.absoluteString().c_str());
-    curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https,file");
-    curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
-    curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L);
-    curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // background threads block every signal
-    curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.idleTimeout.count()));
-    curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request_.limit));
-    curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail_.data());
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Transfer::onBytes);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
-    curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
-    curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
-    curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
-    curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
-    curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
-    if (!authorities_.empty()) curl_easy_setopt(handle, CURLOPT_CAINFO, authorities_.c_str());
+    curl_.curl_easy_setopt(handle, CURLOPT_URL, request_.url.absoluteString().c_str());
+    curl_.curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https,file");
+    curl_.curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_.curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
+    curl_.curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L);
+    curl_.curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // background threads block every signal
+    curl_.curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.idleTimeout.count()));
+    curl_.curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request_.limit));
+    curl_.curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail_.data());
+    curl_.curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Transfer::onBytes);
+    curl_.curl_easy_setopt(handle, CURLOPT_WRITEDATA, this);
+    curl_.curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, &Transfer::onHeader);
+    curl_.curl_easy_setopt(handle, CURLOPT_HEADERDATA, this);
+    curl_.curl_easy_setopt(handle, CURLOPT_NOPROGRESS, 0L);
+    curl_.curl_easy_setopt(handle, CURLOPT_XFERINFOFUNCTION, &Transfer::onProgress);
+    curl_.curl_easy_setopt(handle, CURLOPT_XFERINFODATA, this);
+    if (!authorities_.empty()) curl_.curl_easy_setopt(handle, CURLOPT_CAINFO, authorities_.c_str());
   }
 
   static std::size_t onBytes(char* bytes, std::size_t, std::size_t count, void* self) {
@@ -206,6 +207,7 @@ class Transfer {
     return 1;
   }
 
+  const CurlFunctions& curl_;
   const DownloadRequest& request_;
   const std::string& authorities_;
   posix::FileDescriptor file_;
@@ -216,22 +218,31 @@ class Transfer {
   std::array<char, CURL_ERROR_SIZE> detail_{};
 };
 
+/// The functions of libcurl, ready to be used.
+const CurlFunctions* preparedCurl(std::string& reason) {
+  const CurlFunctions* const curl = lateFunctions<CurlFunctions>(reason);
+  static std::once_flag prepared;
+  if (curl != nullptr) std::call_once(prepared, [curl] { curl->curl_global_init(CURL_GLOBAL_DEFAULT); });
+  return curl;
+}
+
 /// Somebody waits for the result, so there is one even without memory.
 DownloadResult download(const DownloadRequest& request, const std::string& authorities) {
+  DownloadResult result;
   try {
-    return Transfer(request, authorities).run();
+    std::string reason;
+    if (const CurlFunctions* const curl = preparedCurl(reason)) return Transfer(*curl, request, authorities).run();
+    result.error = makeError(TKSErrorReason::toolMissing, kURLErrorDomain, kUnknown.number,
+                             "download \"" + request.url.absoluteString() + "\": " + reason);
   } catch (const std::bad_alloc&) {
-    DownloadResult result;
     setOutOfMemory(&result.error.emplace());
-    return result;
   }
+  return result;
 }
 
 }  // namespace
 
 void CurlDownload::start(const DownloadRequest& request, std::function<void(DownloadResult)> done) {
-  static std::once_flag prepared;
-  std::call_once(prepared, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
   // Not a thread of the pool: its work may wait for this download.
   const int refused = startWorkerThread([request, authorities = authorities_, done] {
     // The file is closed before anybody learns of it.
