@@ -18,6 +18,7 @@
 #include "interface/HostCalls.h"
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
+#include "messaging/Observation.h"
 #include "platform/platform.h"
 
 // Starting the launcher's executable as a child process of this one.
@@ -114,6 +115,10 @@ struct ChildWatch {
   }
 };
 
+void tellObserver(TKSConversationEvent::Kind kind, std::string_view text, std::int32_t pid) {
+  tks::messaging::observe({.kind = kind, .side = tksMessageHostTypeInterface, .text = text, .processIdentifier = pid});
+}
+
 /// Names the reason when a launcher ends before it was seen running: without it the time-out alone would be left.
 void onEnd(ChildWatch& watch, tks::platform::ChildEnd end) {
   watch.pid.wait(0);  // the end may overtake the answer of the start
@@ -123,6 +128,7 @@ void onEnd(ChildWatch& watch, tks::platform::ChildEnd end) {
                           tks::described(end));
   }
   watch.hasEnded = true;
+  tellObserver(TKSConversationEvent::Kind::ended, tks::described(end), watch.pid);
   watch.tellEnd();
 }
 
@@ -136,6 +142,8 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   launch.pid = tks::platform::childProcesses().start(
       request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, &error);
   if (launch.pid < 1) launch.reason = tks::reasonOf(error, TKSErrorReason::systemFailed);
+  // Before anybody can be told of its end.
+  if (launch.pid >= 1) tellObserver(TKSConversationEvent::Kind::started, launch.exePath, launch.pid);
   watch->pid = launch.pid;
   watch->pid.notify_all();
   TKSILog::logWithLevel(TKSILogLevelInfo, "PID launched: %d", launch.pid);

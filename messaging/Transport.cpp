@@ -9,6 +9,7 @@
 #include "foundation/values/ErrorReasons.h"
 #include "messaging/ChannelChoice.h"
 #include "messaging/FrameReader.h"
+#include "messaging/Observation.h"
 #include "messaging/SendingQueue.h"
 #include "platform/platform.h"
 
@@ -46,6 +47,10 @@ MessageFiles Transport::files() const {
 
 bool Transport::isInterface() const { return host_.type == static_cast<std::uint64_t>(tksMessageHostTypeInterface); }
 
+void Transport::tellObserver(TKSConversationEvent::Kind kind, std::string_view text) const noexcept {
+  observe({.kind = kind, .side = static_cast<std::int32_t>(host_.type), .byFile = host_.ipcByFile, .text = text});
+}
+
 void Transport::chooseChannel() {
   const ChannelChoice choice = messaging::chooseChannel();
   host_.ipcByFile = choice.byFile;
@@ -67,6 +72,7 @@ void Transport::open(TKSMessageHandlerDelegate* delegate) {
     openStandardHandles();
   }
   host_.isOpened = true;
+  tellObserver(TKSConversationEvent::Kind::opened, {});
   TKSILog::logWithLevel(TKSILogLevelInfo, "Open message host with handler done.");
 }
 
@@ -142,6 +148,7 @@ void Transport::close() {
   } else {
     closeStandardHandles();
   }
+  if (host_.isOpened) tellObserver(TKSConversationEvent::Kind::closed, {});
   host_.isOpened = false;
   host_.messageHandler = nullptr;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host done.");

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include <tksinterface/TKSConversationObserver.h>
 #include <tksinterface/TKSError.h>
 #include <tksinterface/TKSMessageHost.h>
 
@@ -76,6 +77,9 @@ class Transport {
   void append(std::string_view bytes);
   void deliver();
   void onBrokenInput(const TKSError& error);
+
+  /// Tells who watches the conversations of this process. Any thread.
+  void tellObserver(TKSConversationEvent::Kind kind, std::string_view text) const noexcept;
 
   TKSMessageHost& host_;
   /// The way in; null while there is none.

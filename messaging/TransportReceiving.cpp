@@ -94,6 +94,7 @@ void Transport::deliver() {
   const ReceivedText text(textOf(data));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Receive message string: %@", text);
 
+  tellObserver(TKSConversationEvent::Kind::received, textOf(data));
   largeFrames_.note(data.size());
   TKSMessage message;
   TKSError error;
@@ -115,6 +116,7 @@ void Transport::deliver() {
 
 void Transport::handleFatalError(const std::string& description) {
   TKSILog::logWithLevel(TKSILogLevelError, "Handle fatal error: %@", masked(description));
+  tellObserver(TKSConversationEvent::Kind::fatalError, description);
   TKSMessageHandlerDelegate* const delegate = host_.messageHandler;
   if (delegate == nullptr) return;
   const std::function<void()> report = [delegate, &description] { delegate->handleMessageHostFatalError(description); };

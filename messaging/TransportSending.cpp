@@ -61,7 +61,9 @@ std::optional<TKSError> Transport::handOver(const TKSMessage& message) {
     tks::trace("TKSMessageHost", "sendMessage:");
     if (message.messageType == tks_message_type_disconnect_ack) saidFarewell_ = true;
     largeFrames_.note(frame.size());
+    tellObserver(TKSConversationEvent::Kind::sent, text);
     std::optional<SendingQueue::Refusal> refusal = output_->send(std::move(frame));
+    if (refusal) tellObserver(TKSConversationEvent::Kind::notSent, refusal->error.localizedDescription);
     if (!refusal || (refusal->channelFailed && !host_.ipcByFile)) return std::nullopt;
     return std::move(refusal->error);
   } catch (const std::exception&) {

@@ -1,59 +1,29 @@
 #include <tksinterface/TKSILog.h>
 
-#include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 
 #include <tksinterface/MaskSensitiveInformation.h>
 
 #include "foundation/logging/HeldLines.h"
+#include "foundation/values/InstalledCallback.h"
 
 namespace {
 
-using SharedBlock = std::shared_ptr<const TKSLogBlock>;
-
-/// The installed callback. Its lock is held only while the pointer is copied, never while the callback runs. Lives as
-/// long as the process: lines may still be logged while static objects are destroyed.
-class InstalledBlock {
- public:
-  SharedBlock get() {
-    const std::scoped_lock lock(mutex_);
-    return block_;
-  }
-  void set(SharedBlock block, std::atomic<bool>& listening) {
-    const std::scoped_lock lock(mutex_);
-    listening.store(block != nullptr, std::memory_order_relaxed);
-    // What was installed before is released with the parameter, after the lock.
-    block_.swap(block);
-  }
-
- private:
-  std::mutex mutex_;
-  SharedBlock block_;
-};
-
-InstalledBlock& installedBlock() {
-  static auto& block = *new InstalledBlock;
+tks::InstalledCallback<TKSLogBlock>& installedBlock() {
+  static auto& block = *new tks::InstalledCallback<TKSLogBlock>;
   return block;
 }
 
-/// How many lines deep a callback that logs again is served.
-constexpr int kDeepestLine = 8;
 thread_local int linesInDelivery = 0;
-
-struct LineInDelivery {
-  LineInDelivery() { ++linesInDelivery; }
-  ~LineInDelivery() { --linesInDelivery; }
-};
 
 /// Hands a line to the host. `text` makes it, if there is a host to hand it to.
 template <class Text>
 void handOver(std::int32_t level, Text text) noexcept {
-  if (linesInDelivery >= kDeepestLine) return;
-  const LineInDelivery line;
+  const tks::CallDepth depth(linesInDelivery);
+  if (!depth.isServed()) return;
   try {
-    const SharedBlock block = installedBlock().get();
+    const auto block = installedBlock().get();
     if (block) (*block)(level, text());
   } catch (...) {
     // A log callback has nowhere left to report to.
@@ -90,14 +60,9 @@ TKSILog& TKSILog::sharedInstance() {
   return log;
 }
 
-TKSLogBlock TKSILog::logBlock() const {
-  const SharedBlock block = installedBlock().get();
-  return block ? *block : TKSLogBlock();
-}
+TKSLogBlock TKSILog::logBlock() const { return installedBlock().copy(); }
 
-void TKSILog::setLogBlock(TKSLogBlock block) {
-  installedBlock().set(block ? std::make_shared<const TKSLogBlock>(std::move(block)) : nullptr, listening_);
-}
+void TKSILog::setLogBlock(TKSLogBlock block) { installedBlock().set(std::move(block), listening_); }
 
 void TKSILog::deliver(std::int32_t level, std::string_view format, std::span<const tks::format::Argument> arguments) {
   tks::HeldLines* const held = tks::HeldLines::current();

@@ -5,6 +5,7 @@
 #include <tksinterface/MaskSensitiveInformation.h>
 #include <tksinterface/TKSCallbacks.h>
 #include <tksinterface/TKSConstants.h>
+#include <tksinterface/TKSConversationObserver.h>
 #include <tksinterface/TKSError.h>
 #include <tksinterface/TKSFormat.h>
 #include <tksinterface/TKSIAppManager.h>

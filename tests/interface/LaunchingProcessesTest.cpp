@@ -8,8 +8,11 @@
 
 #include <array>
 #include <filesystem>
+#include <mutex>
 #include <string>
+#include <vector>
 
+#include <tksinterface/TKSConversationObserver.h>
 #include <tksinterface/TKSInterface.h>
 #include <tksinterface/TKSUtilBase.h>
 
@@ -120,6 +123,29 @@ TEST_F(LaunchingProcesses, ALaunchedPipeLauncherListensOnTheStandardHandles) {
   EXPECT_TRUE(TKSUtilBase::forceTerminateApp(launched));
   EXPECT_THAT(launcher.processes(), IsEmpty());
   EXPECT_TRUE(drainUntil([] { return children().empty(); }));
+}
+
+TEST_F(LaunchingProcesses, WhoWatchesConversationsIsToldOfTheLaunchersStartAndEnd) {
+  TKS_IN_FRESH_PROCESS();
+  const FakeLauncher launcher;
+  std::vector<std::string> told;
+  std::mutex mutex;
+  TKSConversationObserver::observe([&](const TKSConversationEvent& event) {
+    const std::scoped_lock lock(mutex);
+    if (event.kind == TKSConversationEvent::Kind::started) told.push_back("started " + std::string(event.text));
+    if (event.kind == TKSConversationEvent::Kind::ended) told.push_back("ended " + std::string(event.text));
+    EXPECT_GT(event.processIdentifier, 0);
+  });
+  const auto launched = TKSUtilBase::launchAppWithExePath(launcher.executable(),
+                                                          {"-LaunchMethod", "SDK", "-Communicate", "Pipe"}, &error);
+  ASSERT_TRUE(launched) << error.description();
+  ::kill(launched->processIdentifier, SIGKILL);
+  EXPECT_TRUE(drainUntil([&] {
+    const std::scoped_lock lock(mutex);
+    return told.size() == 2;
+  }));
+  TKSConversationObserver::observe(nullptr);
+  EXPECT_THAT(told, ElementsAre("started " + launcher.executable(), "ended signal: 9"));
 }
 
 TEST_F(LaunchingProcesses, AHostThatPrintsAfterAMeetingIsHeardAndNotKilled) {
