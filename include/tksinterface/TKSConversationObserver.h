@@ -10,6 +10,7 @@
 
 /// One event of a conversation between a host and the launcher, in the process that tells of it.
 struct TKSConversationEvent {
+  /// What happened.
   enum class Kind : std::uint8_t {
     opened,      ///< a message host was opened; `text` is empty
     closed,      ///< an open message host was closed; `text` is empty
@@ -20,6 +21,7 @@ struct TKSConversationEvent {
     started,     ///< a launcher was started as a child of this process; `text` is the path of its executable
     ended,       ///< such a launcher has ended; `text` says how: "exit code: N", "signal: N", "status unknown"
   };
+  /// What happened; `text` means what its kind says.
   Kind kind = Kind::opened;
   /// tksMessageHostTypeInterface or tksMessageHostTypeTKS: which side of the conversation tells of it. What becomes of
   /// processes is told by the interface.
@@ -45,6 +47,7 @@ struct TKSConversationEvent {
 /// causes itself are told up to eight deep. What it throws is dropped.
 class TKS_EXPORT TKSConversationObserver {
  public:
+  /// Called with each event, which lives until it returns.
   using Block = std::function<void(const TKSConversationEvent& event)>;
 
   /// Replaces the observer of this process; an empty one ends the watching. One that is running while it is replaced
