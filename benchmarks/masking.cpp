@@ -16,6 +16,7 @@
 namespace {
 
 constexpr std::size_t kLine = 4096;
+constexpr std::size_t kShort = 50;
 constexpr std::size_t kFlood = 65536;
 
 std::string filled(std::string_view pattern, std::size_t length) {
@@ -48,6 +49,20 @@ std::string typicalLineWithoutURL() {
       "Bundle exists with path: /Users/jane/Library/Application Support/Kovra Folder/Add-ons/Launcher.app, "
       "contact jane.roe@mail.example, username=jane.roe ",
       kLine);
+}
+
+/// Dense with what is masked: each of them every 150 bytes.
+std::string denseLine() {
+  return filled(
+      "Opened https://kovra.example/j for jane.roe@mail.example, folder /Users/jane/Library/Logs with "
+      "ticket=QUJDREVGR0g "
+      "and went on to the next of them, as before. ",
+      kLine);
+}
+
+/// Beginnings of marks that come to nothing.
+std::string nearMisses() {
+  return filled("htt usernam /user %4 htp/ /users passwor tp: usern s/ ticke %04 /home tok ", kLine);
 }
 
 /// Without a question mark, a comma or a protocol: nothing may be cut away early.
@@ -114,11 +129,14 @@ void oneAtomicLoad(benchmark::State& state) {
 int main(int argc, char** argv) {
   compare("line_4k", typicalLine(), 30);
   compare("paths_4k", typicalLineWithoutURL(), 30);
-  compare("clean_4k", cleanLine(), 8);
+  compare("clean_4k", cleanLine(), 4.2);
+  compare("clean_50", cleanLine().substr(0, kShort), 2.2);
+  compare("dense_4k", denseLine(), 24);
+  compare("near_misses_4k", nearMisses(), 30);
   compare("marks_64k", marks(), 100);
-  compare("at_signs_64k", filled("@", kFlood), 100);
-  compare("escaped_at_signs_64k", filled("%40", kFlood), 100);
-  compare("user_folders_64k", filled("/users/", kFlood), 100);
+  compare("at_signs_64k", filled("@", kFlood), 14);
+  compare("escaped_at_signs_64k", filled("%40", kFlood), 18);
+  compare("user_folders_64k", filled("/users/", kFlood), 60);
   compareLogged("line_4k", typicalLine(), 40);
   compareLogged("clean_4k", cleanLine(), 10);
   benchmark::RegisterBenchmark("limit/dropped_log_line", oneAtomicLoad);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string_view>
 
-#include "foundation/logging/WordSearch.h"
+#include "foundation/logging/MarkSearch.h"
 
 namespace tks::masking {
 namespace {
@@ -13,20 +13,49 @@ constexpr char kStar = '*';
 /// So many bytes of a longer value stay readable.
 constexpr std::size_t kKept = 3;
 
-constexpr Word kSecureProtocol{"https", 2};
-constexpr Word kProtocol{"http", 1};
-constexpr Word kUserName{"username", 0};
-constexpr Word kUserFolder{"/users/", 1};
-constexpr Word kPassword{"password", 2};
-constexpr Word kEmail{"email", 1};
-constexpr Word kTicket{"ticket", 2};
-constexpr Word kUserNameInTwoWords{"user name", 0};
-constexpr Word kToken{"token", 1};
-using SensitiveKeys = WordSearch<kPassword, kEmail, kUserName, kTicket, kUserNameInTwoWords, kToken>;
-/// What any rule but that for e-mail addresses begins with.
-using Marks = WordSearch<kProtocol, kUserName, kUserFolder>;
+// What the rules begin with, by their groups; further users' folders follow.
+enum Group : std::size_t { kProtocols, kUserNames, kUserFolders, kAtSigns, kEscapedAtSigns, kFurtherFolders };
+constexpr Mark kProtocol{"http", 2};
+constexpr Mark kSecureProtocol{"https", 2};
+constexpr Mark kUserName{"username", 3};
+constexpr Mark kUserFolder{"/users/", 5};
+constexpr Mark kAtSign{"@", 0};
+constexpr Mark kEscapedAtSign{"%40", 0};
 
-constexpr std::string_view kMeetingPathKeys[] = {"/meet/", "/join/", "/start/"};
+// What is looked for in texts with a URL.
+constexpr Mark kSecrets[] = {{"password", 3}, {"email", 0},    {"ticket", 2},
+                             {"token", 1},    {"username", 1}, {"user name", 1}};
+constexpr Mark kMeetingPathKeys[] = {
+    {"/meet/", 4, Mark::Case::same}, {"/join/", 0, Mark::Case::same}, {"/start/", 5, Mark::Case::same}};
+
+/// Both words for a user have one pair, and one group.
+constexpr std::size_t groupOfSecret(std::size_t secret) { return std::min<std::size_t>(secret, 4); }
+constexpr std::size_t groupOfMeetingPathKey(std::size_t key) { return 5 + key; }
+
+constexpr PairTables kTables = [] {
+  PairTables tables;
+  tables.add(kProtocols, kProtocol);
+  tables.add(kUserNames, kUserName);
+  tables.add(kUserFolders, kUserFolder);
+  tables.add(kAtSigns, kAtSign);
+  tables.add(kEscapedAtSigns, kEscapedAtSign);
+  return tables;
+}();
+
+constexpr PairTables kURLTables = [] {
+  PairTables tables;
+  for (std::size_t i = 0; i < std::size(kSecrets); ++i) tables.add(groupOfSecret(i), kSecrets[i]);
+  for (std::size_t i = 0; i < std::size(kMeetingPathKeys); ++i) {
+    tables.add(groupOfMeetingPathKey(i), kMeetingPathKeys[i]);
+  }
+  return tables;
+}();
+
+/// The last two bytes of a folder, a letter as a rule and a slash, are rarer than its first two.
+Mark furtherFolder(std::string_view folder) { return {folder, folder.size() - 2}; }
+
+/// So many further folders are looked for together with everything else.
+constexpr std::size_t kFurtherFoldersWithGroup = PairTables::kMostGroups - kFurtherFolders;
 
 void star(std::string& text, std::size_t from, std::size_t end) {
   char* bytes = text.data() + from;
@@ -85,15 +114,24 @@ std::size_t findQuery(std::string_view text, std::size_t from) {
   return question != kNowhere ? question : text.find(',', from);
 }
 
+bool namesSecret(PairScan& scan) {
+  for (std::size_t i = 0; i < std::size(kSecrets); ++i) {
+    if (scan.find(groupOfSecret(i), kSecrets[i]) != kNowhere) return true;
+  }
+  return false;
+}
+
 /// A URL loses its query when a secret is named anywhere in the text, and its meeting room's name is masked.
-void maskURL(std::string& text, Unit unit) {
-  const std::size_t protocol = WordSearch<kProtocol>::find(text);
+void maskURL(std::string& text, Unit unit, PairScan& scan) {
+  const std::size_t protocol = scan.find(kProtocols, kProtocol);
   if (protocol == kNowhere) return;
-  const std::size_t secureProtocol = WordSearch<kSecureProtocol>::find(text, protocol);
+  const std::size_t secureProtocol = scan.find(kProtocols, kSecureProtocol, protocol);
   const std::size_t query = findQuery(text, secureProtocol != kNowhere ? secureProtocol : protocol);
-  if (query != kNowhere && SensitiveKeys::findsAny(text)) text.resize(query);
-  for (const std::string_view key : kMeetingPathKeys) {
-    const std::size_t at = text.find(key);
+  PairScan scanOfURL(text, kURLTables);
+  if (query != kNowhere && namesSecret(scanOfURL)) text.resize(query);
+  for (std::size_t i = 0; i < std::size(kMeetingPathKeys); ++i) {
+    const Mark& key = kMeetingPathKeys[i];
+    const std::size_t at = scanOfURL.find(groupOfMeetingPathKey(i), key);
     if (at != kNowhere) maskRange(text, at + key.size(), kNowhere, unit);
   }
 }
@@ -108,8 +146,8 @@ std::size_t findEndOfUserName(std::string_view text, std::size_t from) {
 }
 
 /// Masks the value of the first "username"; exactly one separator stands between them.
-void maskUserName(std::string& text, Unit unit) {
-  const std::size_t key = WordSearch<kUserName>::find(text);
+void maskUserName(std::string& text, Unit unit, PairScan& scan) {
+  const std::size_t key = scan.find(kUserNames, kUserName);
   if (key == kNowhere) return;
   const std::size_t start = key + kUserName.size() + 1;
   maskRange(text, start, findEndOfUserName(text, start), unit);
@@ -123,39 +161,45 @@ std::size_t beginOfLocalPart(std::string_view text, std::size_t at) {
   return begin == 0 ? 0 : begin + 1;
 }
 
-std::size_t findEscapedAt(std::string_view text, std::size_t from) {
-  std::size_t at = findNear(text, '%', from);
-  while (at != kNowhere && text.substr(at, 3) != "%40") at = findNear(text, '%', at + 1);
-  return at;
-}
-
-/// Masks the letters and digits before each "@"; behind the last "@" also those before each "%40". Looking for the next
+/// Masks the letters and digits before each "@"; after the last "@" also those before each "%40". Looking for the next
 /// "@" again after each "%40" would read the rest of the text over and over.
-void maskMailAddresses(std::string& text, Unit unit) {
+///
+/// An "@" right after another one has no letters before it. It is left out, be it the one or the other of the two.
+void maskMailAddresses(std::string& text, Unit unit, PairScan& scan) {
   std::size_t position = 0;
-  for (std::size_t at = findNear(text, '@', position); at != kNowhere; at = findNear(text, '@', position)) {
-    maskRange(text, beginOfLocalPart(text, at), at, unit);
-    position = at + 2;
-  }
-  for (std::size_t at = findEscapedAt(text, position); at != kNowhere; at = findEscapedAt(text, position)) {
-    maskRange(text, beginOfLocalPart(text, at), at, unit);
-    position = at + 2;
-  }
+  const auto maskBefore = [&](std::size_t group, const Mark& mark) {
+    scan.forEach(group, [&](std::size_t at) {
+      if (at < position || !mark.standsAt(at, text)) return at + 1;
+      maskRange(text, beginOfLocalPart(text, at), at, unit);
+      return position = at + 2;
+    });
+  };
+  maskBefore(kAtSigns, kAtSign);
+  maskBefore(kEscapedAtSigns, kEscapedAtSign);
 }
 
-/// Stars the whole folder name after each place where `find` finds a users' folder of that many bytes. A name that
-/// nothing closes stays, except after a double slash.
-template <class Find>
-void maskUserFolders(std::string& text, std::size_t size, Find find) {
-  std::size_t key = find(0);
+/// Stars the whole folder name after each users' folder. A name that nothing closes stays, except after a double slash.
+void maskUserFolders(std::string& text, PairScan& scan, std::size_t group, const Mark& folder) {
+  std::size_t key = scan.find(group, folder);
   while (key != kNowhere) {
-    std::size_t start = key + size;
+    std::size_t start = key + folder.size();
     std::size_t end = findNear(text, '/', start);
     if (end == kNowhere) return;
     if (end == start) end = std::min(findNear(text, '/', ++start), text.size());
     star(text, start, end);
     // The next key begins with a slash, and there is none before `end`.
-    key = find(end);
+    key = scan.find(group, folder, end);
+  }
+}
+
+void applyRules(std::string& text, Unit unit, const PairTables& tables, std::span<const std::string> furtherFolders) {
+  PairScan scan(text, tables);
+  maskURL(text, unit, scan);
+  maskUserName(text, unit, scan);
+  maskMailAddresses(text, unit, scan);
+  maskUserFolders(text, scan, kUserFolders, kUserFolder);
+  for (std::size_t i = 0; i < furtherFolders.size(); ++i) {
+    maskUserFolders(text, scan, kFurtherFolders + i, furtherFolder(furtherFolders[i]));
   }
 }
 
@@ -170,20 +214,16 @@ void maskRange(std::string& text, std::size_t start, std::size_t end, Unit unit)
 }
 
 void removePersonalData(std::string& text, Unit unit, std::span<const std::string> usersFolders) {
-  // As a rule there is one more folder at most, and no mark at all: one look at the text then.
-  const bool hasMarks =
-      usersFolders.empty() ? Marks::findsAny(text) : Marks::findsAny(text, TextSearch(usersFolders.front()));
-  if (hasMarks) maskURL(text, unit);
-  if (hasMarks) maskUserName(text, unit);
-  maskMailAddresses(text, unit);
-  if (hasMarks) {
-    maskUserFolders(text, kUserFolder.size(),
-                    [&text](std::size_t from) { return WordSearch<kUserFolder>::find(text, from); });
-  }
-  for (const std::string& folder : usersFolders) {
-    if (!hasMarks && &folder == &usersFolders.front()) continue;
-    maskUserFolders(text, folder.size(),
-                    [&text, search = TextSearch(folder)](std::size_t from) { return search.find(text, from); });
+  if (usersFolders.empty()) return applyRules(text, unit, kTables, {});
+  const auto together = usersFolders.first(std::min(usersFolders.size(), kFurtherFoldersWithGroup));
+  PairTables tables = kTables;
+  for (std::size_t i = 0; i < together.size(); ++i) tables.add(kFurtherFolders + i, furtherFolder(together[i]));
+  applyRules(text, unit, tables, together);
+  for (const std::string& folder : usersFolders.subspan(together.size())) {
+    PairTables own;
+    own.add(0, furtherFolder(folder));
+    PairScan scan(text, own);
+    maskUserFolders(text, scan, 0, furtherFolder(folder));
   }
 }
 

@@ -1,0 +1,251 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace tks::masking {
+
+/// A word that is looked for: in any case (ASCII letters only), or as it stands. It is found by two neighbouring bytes
+/// of it, its pair, which should be rare in log lines; a word of one byte by that byte.
+class Mark {
+ public:
+  enum class Case { any, same };
+
+  /// `word` is in lower case and outlives the mark; its pair begins at `pair`.
+  constexpr Mark(std::string_view word, std::size_t pair, Case letterCase = Case::any)
+      : word_(word), pair_(pair), anyCase_(letterCase == Case::any) {
+    std::array<char, kQuick> letters{};
+    std::array<char, kQuick> bytes{};
+    std::array<char, kQuick> used{};
+    for (std::size_t i = 0; i < kQuick && i < word.size(); ++i) {
+      letters[i] = isLetter(word[i]) ? kCaseBit : '\0';
+      bytes[i] = word[i];
+      used[i] = '\xFF';
+    }
+    letters_ = std::bit_cast<std::uint64_t>(letters);
+    bytes_ = std::bit_cast<std::uint64_t>(bytes);
+    used_ = std::bit_cast<std::uint64_t>(used);
+  }
+
+  constexpr std::size_t size() const noexcept { return word_.size(); }
+  constexpr std::string_view word() const noexcept { return word_; }
+  /// Where in the word the pair begins.
+  constexpr std::size_t pair() const noexcept { return pair_; }
+  /// Whether a byte of the word is a letter that counts in both cases.
+  constexpr bool isLetter(char byte) const noexcept { return anyCase_ && byte >= 'a' && byte <= 'z'; }
+
+  /// Whether the word stands at a place of a text.
+  bool standsAt(std::size_t at, std::string_view text) const noexcept {
+    if (at >= text.size() || text.size() - at < size()) return false;
+    if (size() > kQuick || text.size() - at < kQuick) return standsSlowlyAt(at, text);
+    std::uint64_t bytes;
+    std::memcpy(&bytes, text.data() + at, sizeof bytes);
+    return ((bytes | letters_) & used_) == bytes_;
+  }
+
+ private:
+  /// Words of so many bytes are compared at once.
+  static constexpr std::size_t kQuick = 8;
+  static constexpr char kCaseBit = 0x20;
+
+  bool standsSlowlyAt(std::size_t at, std::string_view text) const noexcept {
+    for (std::size_t i = 0; i < size(); ++i) {
+      const char byte = text[at + i];
+      if (byte != word_[i] && (!isLetter(word_[i]) || (byte | kCaseBit) != word_[i])) return false;
+    }
+    return true;
+  }
+
+  std::string_view word_;
+  std::size_t pair_;
+  bool anyCase_;
+  std::uint64_t letters_ = 0;
+  std::uint64_t bytes_ = 0;
+  std::uint64_t used_ = 0;
+};
+
+/// The pairs that are looked for together, in up to eight groups.
+struct PairTables {
+  static constexpr std::size_t kMostGroups = 8;
+  static constexpr std::size_t kMostPairs = 16;
+  using Halves = std::array<std::uint8_t, 16>;
+
+  struct Neighbour {
+    /// In lower case.
+    std::uint8_t byte;
+    /// Whether it counts in both cases.
+    bool isLetter;
+  };
+  struct Pair {
+    Neighbour first;
+    Neighbour second;
+    /// All bits where the second byte may be any, else none.
+    std::uint8_t anySecond;
+    /// The bit of the group.
+    std::uint8_t group;
+  };
+
+  /// Adds the pair of a mark to a group; no more than `kMostPairs` in all.
+  constexpr void add(std::size_t group, const Mark& mark) {
+    const auto bit = static_cast<std::uint8_t>(1u << group);
+    const bool isByte = mark.pair() + 1 == mark.size();
+    const Neighbour first = neighbourAt(mark, mark.pair());
+    const Neighbour second = isByte ? Neighbour{0, false} : neighbourAt(mark, mark.pair() + 1);
+    pairs[count++] = {first, second, static_cast<std::uint8_t>(isByte ? 0xFF : 0), bit};
+    addByte(0, first, bit);
+    if (!isByte) return addByte(1, second, bit);
+    for (std::uint8_t& half : low[1]) half |= bit;
+    for (std::uint8_t& half : high[1]) half |= bit;
+  }
+
+  std::array<Pair, kMostPairs> pairs{};
+  std::size_t count = 0;
+  /// The same by the halves of a byte: which groups it may belong to, for each of the two neighbours.
+  std::array<Halves, 2> low{};
+  std::array<Halves, 2> high{};
+
+ private:
+  static constexpr Neighbour neighbourAt(const Mark& mark, std::size_t at) {
+    return {static_cast<std::uint8_t>(mark.word()[at]), mark.isLetter(mark.word()[at])};
+  }
+
+  constexpr void addByte(std::size_t neighbour, Neighbour known, std::uint8_t bit) {
+    low[neighbour][known.byte & 0x0F] |= bit;
+    high[neighbour][known.byte >> 4] |= bit;
+    if (known.isLetter) high[neighbour][(known.byte & 0xDF) >> 4] |= bit;
+  }
+};
+
+/// Where pairs begin in a stretch of a text.
+struct PairPlaces {
+  static constexpr std::size_t kBlock = 64;
+  static constexpr std::size_t kStretch = 64 * kBlock;
+
+  /// A bit for each block in which a pair begins.
+  std::uint64_t blocks;
+  /// Of those blocks: a bit for each byte, by group. Undefined of others.
+  std::uint64_t bytes[kStretch / kBlock][PairTables::kMostGroups];
+};
+
+/// A stretch of a text: `size` bytes, no more than a stretch has, of a text in which `rest` bytes follow.
+struct Stretch {
+  const char* bytes;
+  std::size_t size;
+  std::size_t rest;
+};
+
+/// A way to find the pairs of some groups, a bit for each, in a stretch. Of other groups nothing is told.
+struct PairFinder {
+  const char* name;
+  void (*find)(const Stretch& stretch, const PairTables& tables, std::uint8_t groups, PairPlaces& places);
+};
+
+/// The ways that this processor knows, the quickest first; the last one needs no particular instructions.
+std::span<const PairFinder> pairFinders() noexcept;
+
+/// The way in force: the quickest. Changed by tests only, and never while another thread masks.
+PairFinder& pairFinder() noexcept;
+
+/// Goes through a text for the places where the pairs of groups begin. The text may be changed and cut off meanwhile: a
+/// place may tell of what stood there before, so that the mark has to be looked for there.
+class PairScan {
+ public:
+  PairScan(const std::string& text, const PairTables& tables) noexcept : text_(text), tables_(tables) {
+    first_.fill(std::string::npos);
+    std::uint8_t missing = 0xFF;
+    for (std::size_t begin = 0; begin < text_.size() && missing != 0; begin += PairPlaces::kStretch) {
+      look(begin, missing);
+      if (places_.blocks == 0) continue;
+      for (std::size_t group = 0; group < first_.size(); ++group) {
+        if (first_[group] == std::string::npos) first_[group] = nextInStretch(group, begin);
+        if (first_[group] != std::string::npos) missing &= static_cast<std::uint8_t>(~(1u << group));
+      }
+    }
+  }
+
+  /// The first place at or after `from` where a pair of the group begins; npos when there is none.
+  std::size_t next(std::size_t group, std::size_t from) noexcept {
+    from = std::max(from, first_[group]);
+    while (from < text_.size()) {
+      const bool isHere = from - begin_ < PairPlaces::kStretch && (groups_ >> group & 1) != 0;
+      if (!isHere) look(from - from % PairPlaces::kStretch, static_cast<std::uint8_t>(1u << group));
+      const std::size_t found = nextInStretch(group, from);
+      if (found != std::string::npos) return found;
+      from = begin_ + PairPlaces::kStretch;
+    }
+    return std::string::npos;
+  }
+
+  /// Calls `visit` with each place of a pair of the group, but for those right after another one. It returns up to
+  /// where it wants to hear of none.
+  template <class Visit>
+  void forEach(std::size_t group, const Visit& visit) noexcept {
+    std::size_t from = 0;
+    for (std::size_t at = next(group, 0); at != std::string::npos; at = next(group, from)) {
+      for (std::uint64_t bytes = bytesAt(group, at); bytes != 0; bytes &= bytes - 1) {
+        const std::size_t place = (at & ~(PairPlaces::kBlock - 1)) + static_cast<std::size_t>(std::countr_zero(bytes));
+        if (place >= from) from = visit(place);
+      }
+      from = std::max(from, (at | (PairPlaces::kBlock - 1)) + 1);
+    }
+  }
+
+  /// The first place at or after `from` where a mark of the group stands; npos when there is none.
+  std::size_t find(std::size_t group, const Mark& mark, std::size_t from = 0) noexcept {
+    for (std::size_t at = next(group, from + mark.pair()); at != std::string::npos; at = next(group, at + 1)) {
+      if (mark.standsAt(at - mark.pair(), text_)) return at - mark.pair();
+    }
+    return std::string::npos;
+  }
+
+ private:
+  void look(std::size_t begin, std::uint8_t groups) noexcept {
+    begin_ = begin;
+    groups_ = groups;
+    const std::size_t left = text_.size() - begin;
+    const std::size_t size = std::min(left, PairPlaces::kStretch);
+    pairFinder().find({text_.data() + begin, size, left - size}, tables_, groups, places_);
+  }
+
+  /// The places from `at` to the end of its block that do not follow on another one.
+  std::uint64_t bytesAt(std::size_t group, std::size_t at) const noexcept {
+    const std::uint64_t bytes = places_.bytes[(at - begin_) / PairPlaces::kBlock][group];
+    return bytes & ~(bytes << 1) & ~std::uint64_t{0} << at % PairPlaces::kBlock;
+  }
+
+  std::size_t nextInStretch(std::size_t group, std::size_t from) const noexcept {
+    std::size_t block = (from - begin_) / PairPlaces::kBlock;
+    std::uint64_t blocks = places_.blocks >> block;
+    if (blocks == 0) return std::string::npos;
+    if ((blocks & 1) != 0) {
+      const std::uint64_t bytes = places_.bytes[block][group] >> (from % PairPlaces::kBlock);
+      if (bytes != 0) return from + static_cast<std::size_t>(std::countr_zero(bytes));
+    }
+    for (blocks >>= 1, ++block; blocks != 0; blocks >>= 1, ++block) {
+      const auto skipped = static_cast<std::size_t>(std::countr_zero(blocks));
+      block += skipped;
+      blocks >>= skipped;
+      const std::uint64_t bytes = places_.bytes[block][group];
+      if (bytes == 0) continue;
+      return begin_ + block * PairPlaces::kBlock + static_cast<std::size_t>(std::countr_zero(bytes));
+    }
+    return std::string::npos;
+  }
+
+  const std::string& text_;
+  const PairTables& tables_;
+  /// The stretch that was looked at last, and for which groups.
+  std::size_t begin_ = 0;
+  std::uint8_t groups_ = 0;
+  std::array<std::size_t, PairTables::kMostGroups> first_;
+  PairPlaces places_;
+};
+
+}  // namespace tks::masking
