@@ -4,7 +4,9 @@ if(APPLE)
 else()
   set(tks_exported_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols/linux.txt)
 endif()
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${tks_exported_symbols})
+# The C interface: the same functions everywhere.
+set(tks_exported_c_symbols ${PROJECT_SOURCE_DIR}/cmake/exported_symbols/c.txt)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${tks_exported_symbols} ${tks_exported_c_symbols})
 
 # Before 1.0 a minor version may break what was there. The name of the library says so, as the package's version does.
 set(tks_soversion ${PROJECT_VERSION_MAJOR})
@@ -14,6 +16,7 @@ endif()
 set_target_properties(tksinterface PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${tks_soversion})
 
 file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
+file(STRINGS ${tks_exported_c_symbols} tks_c_symbols REGEX "^[^#]")
 if(APPLE)
   # CMake sets this only where it can ask the running system for its version.
   if(CMAKE_CROSSCOMPILING)
@@ -22,6 +25,7 @@ if(APPLE)
     endforeach()
   endif()
   # The framework bundle, and the list in the form of Apple's linker: one underscore more.
+  list(APPEND tks_symbols ${tks_c_symbols})
   list(TRANSFORM tks_symbols PREPEND "_")
   list(JOIN tks_symbols "\n" tks_symbol_lines)
   set(tks_export_list ${PROJECT_BINARY_DIR}/generated/tksinterface.exports)
@@ -33,6 +37,10 @@ if(APPLE)
                                       ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap)
   set_source_files_properties(${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap
                               PROPERTIES MACOSX_PACKAGE_LOCATION Modules)
+  # Public headers lose their folders; this one keeps its own.
+  set(tks_c_header ${PROJECT_SOURCE_DIR}/include/tksinterface/c/tksinterface.h)
+  target_sources(tksinterface PRIVATE ${tks_c_header})
+  set_source_files_properties(${tks_c_header} PROPERTIES MACOSX_PACKAGE_LOCATION Headers/c)
   set_target_properties(tksinterface PROPERTIES
     FRAMEWORK TRUE
     FRAMEWORK_VERSION A
@@ -50,10 +58,22 @@ if(APPLE)
   target_link_options(tksinterface PRIVATE LINKER:-exported_symbols_list,${tks_export_list})
   set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_export_list})
 else()
+  # Each name carries the version of its interface: a program made for another one is refused at its start, not later.
   list(JOIN tks_symbols ";\n    " tks_symbol_lines)
+  list(JOIN tks_c_symbols ";\n    " tks_c_symbol_lines)
   set(tks_version_script ${PROJECT_BINARY_DIR}/generated/tksinterface.map)
-  file(CONFIGURE OUTPUT ${tks_version_script}
-       CONTENT "{\n  global:\n    @tks_symbol_lines@;\n  local:\n    *;\n};\n" @ONLY)
+  file(CONFIGURE OUTPUT ${tks_version_script} @ONLY CONTENT
+"TKSINTERFACE_@tks_soversion@ {
+  global:
+    @tks_symbol_lines@;
+  local:
+    *;
+};
+TKSINTERFACE_C_1 {
+  global:
+    @tks_c_symbol_lines@;
+};
+")
   target_link_options(tksinterface PRIVATE LINKER:--version-script=${tks_version_script} LINKER:--exclude-libs,ALL)
   set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_version_script})
   # Threads of background work end when they are idle, and nobody waits for them: the library stays mapped when a host

@@ -1,21 +1,28 @@
 // A host with a poll loop of its own. It watches one descriptor more, the library's, and drains it when it is readable:
 // that is all. Callbacks then arrive on this thread.
 //
-//   embed_poll EXECUTABLE    starts an executable of a bundle in the background and reports the result
+//   loop_poll LAUNCHER    launches a meeting through the launcher at this path
 
 #include <poll.h>
 #include <tksinterface/tksinterface.h>
 
 #include <iostream>
-#include <optional>
 
 int main(int count, char** arguments) {
+  if (count < 2) return 2;
   bool running = true;
-  TKSUtilBase::launchAppWithExePath(
-      count > 1 ? arguments[1] : "", {},
-      [&](const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& error) {
-        if (application) std::cout << "runs as process " << application->processIdentifier << "\n";
-        if (error) std::cout << error->localizedDescription << "\n";
+  int exitCode = 1;
+  TKSInterface& tks = TKSInterface::sharedInstance();
+  tks.setTKSAppPath(arguments[1]);
+  tks.launchMeetingWithParam(
+      TKSDictionary{{tks_param_key_gpcsitedomain, "https://meet.tarvo.example"}},
+      [&] {
+        std::cerr << "The meeting was launched.\n";
+        exitCode = 0;
+        running = false;
+      },
+      [&](const TKSError& error) {
+        std::cerr << error.localizedDescription << "\n";
         running = false;
       });
 
@@ -26,5 +33,5 @@ int main(int count, char** arguments) {
     const int ready = ::poll(watched, 1, 1000);
     if (ready > 0 && watched[0].revents != 0) TKSMainLoop::drain();
   }
-  return 0;
+  return exitCode;
 }

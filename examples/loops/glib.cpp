@@ -1,14 +1,13 @@
 // A host with a GLib main loop. A source on the library's descriptor does the library's work among the host's own, on
 // the thread that runs the loop.
 //
-//   embed_glib EXECUTABLE    starts an executable of a bundle in the background and reports the result
+//   loop_glib LAUNCHER    launches a meeting through the launcher at this path
 
 #include <glib-unix.h>
 #include <glib.h>
 #include <tksinterface/tksinterface.h>
 
 #include <iostream>
-#include <optional>
 
 namespace {
 
@@ -20,19 +19,27 @@ gboolean drain(gint, GIOCondition, gpointer) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  if (count < 2) return 2;
   GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
   const guint source = g_unix_fd_add(TKSMainLoop::descriptor(), G_IO_IN, drain, nullptr);
 
-  TKSUtilBase::launchAppWithExePath(
-      count > 1 ? arguments[1] : "", {},
-      [&](const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& error) {
-        if (application) std::cout << "runs as process " << application->processIdentifier << "\n";
-        if (error) std::cout << error->localizedDescription << "\n";
+  int exitCode = 1;
+  TKSInterface& tks = TKSInterface::sharedInstance();
+  tks.setTKSAppPath(arguments[1]);
+  tks.launchMeetingWithParam(
+      TKSDictionary{{tks_param_key_gpcsitedomain, "https://meet.tarvo.example"}},
+      [&] {
+        std::cerr << "The meeting was launched.\n";
+        exitCode = 0;
+        g_main_loop_quit(loop);
+      },
+      [&](const TKSError& error) {
+        std::cerr << error.localizedDescription << "\n";
         g_main_loop_quit(loop);
       });
   g_main_loop_run(loop);
 
   g_source_remove(source);
   g_main_loop_unref(loop);
-  return 0;
+  return exitCode;
 }
