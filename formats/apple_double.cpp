@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-namespace tks::gnulinux {
+namespace tks::formats {
 namespace {
 
 constexpr std::uint32_t kMagic = 0x00051607;
@@ -213,4 +213,4 @@ std::optional<std::string> sideCarPath(std::string_view path) {
   return std::string(path.substr(0, name)).append("._").append(last);
 }
 
-}  // namespace tks::gnulinux
+}  // namespace tks::formats

@@ -18,7 +18,7 @@
 //   record  := u32 offset in the file, u32 length, u16 flags, u8 length of the name with its NUL, name; padded to 4
 //   bytes
 
-namespace tks::gnulinux {
+namespace tks::formats {
 
 /// What a side-car says of the item beside it.
 struct AppleDouble {
@@ -35,4 +35,4 @@ std::optional<TKSData> serializeAppleDouble(const AppleDouble& sideCar);
 /// Path of the side-car of an item; nothing for a path without a last name.
 std::optional<std::string> sideCarPath(std::string_view path);
 
-}  // namespace tks::gnulinux
+}  // namespace tks::formats

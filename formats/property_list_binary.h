@@ -8,7 +8,7 @@
 
 #include "formats/property_list_bounds.h"
 
-namespace tks::gnulinux::property_list {
+namespace tks::formats::property_list {
 
 /// The binary form. All numbers are big-endian.
 ///
@@ -39,4 +39,4 @@ bool isBinary(std::span<const std::uint8_t> content);
 TKSValue readBinary(std::span<const std::uint8_t> content, Problem& problem);
 std::optional<TKSData> writeBinary(const TKSValue& value, Problem& problem);
 
-}  // namespace tks::gnulinux::property_list
+}  // namespace tks::formats::property_list

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace tks::gnulinux::property_list {
+namespace tks::formats::property_list {
 
 /// Bounds of every property list, read or written, in either form.
 inline constexpr std::size_t kLargestSize = 16u * 1024 * 1024;
@@ -26,4 +26,4 @@ struct Problem {
   }
 };
 
-}  // namespace tks::gnulinux::property_list
+}  // namespace tks::formats::property_list

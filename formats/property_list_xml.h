@@ -8,7 +8,7 @@
 
 #include "formats/property_list_bounds.h"
 
-namespace tks::gnulinux::property_list {
+namespace tks::formats::property_list {
 
 /// The XML form.
 ///
@@ -23,4 +23,4 @@ namespace tks::gnulinux::property_list {
 TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem);
 std::optional<TKSData> writeXml(const TKSValue& value, Problem& problem);
 
-}  // namespace tks::gnulinux::property_list
+}  // namespace tks::formats::property_list

@@ -7,6 +7,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/logging/Logging.h"
+#include "foundation/values/Characters.h"
 #include "platform/platform.h"
 
 // Lists of patterns: "foo, ^bar$".
@@ -21,28 +22,6 @@ using Deadline = Clock::time_point;
 constexpr std::string_view kEverything = "*";
 /// For a whole list of patterns.
 constexpr std::chrono::milliseconds kTimeLimit{200};
-
-/// White space and line ends, as Unicode has them.
-constexpr std::string_view kBlanks[] = {
-    " ",      "\t",     "\n",     "\v",     "\f",     "\r",     "\u0085", "\u00A0", "\u1680",
-    "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
-    "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000",
-};
-
-bool trimOnce(std::string_view& text) {
-  const std::size_t before = text.size();
-  for (const std::string_view blank : kBlanks) {
-    if (text.starts_with(blank)) text.remove_prefix(blank.size());
-    if (text.ends_with(blank)) text.remove_suffix(blank.size());
-  }
-  return text.size() != before;
-}
-
-std::string_view trimmed(std::string_view text) {
-  while (trimOnce(text)) {
-  }
-  return text;
-}
 
 /// Looks for one pattern of a list, and says what is wrong with it.
 Match find(std::string_view pattern, std::string_view text, Deadline deadline) {
@@ -71,7 +50,7 @@ bool TKSUtilBase::isMatchedToRegex(std::string_view patterns, std::string_view t
     // An equal share of what time is left, so that no pattern keeps those after it from being tried.
     const auto patternsLeft = std::count(rest.begin(), rest.end(), ',') + 1;
     const Deadline deadline = Clock::now() + (end - Clock::now()) / patternsLeft;
-    const Match match = find(trimmed(pattern), text, deadline);
+    const Match match = find(tks::trimmed(pattern), text, deadline);
     // The first match decides; a pattern that does not compile fails the list.
     if (match == Match::matched) return true;
     if (match == Match::badPattern) return false;

@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 #include <set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "foundation/values/LinkWalk.h"
 #include "platform/platform.h"
 
 namespace tks::install {
@@ -16,17 +18,10 @@ using platform::ArchiveEntry;
 /// No launcher packs better than this; an archive below the floor is harmless whatever it packs.
 constexpr std::uint64_t kLargestRatio = 250;
 constexpr std::uint64_t kHarmlessSize = 64u * 1024 * 1024;
+constexpr std::string_view kSeparators = "/\\";
 
-std::vector<std::string_view> componentsOf(std::string_view path) {
-  std::vector<std::string_view> components;
-  while (!path.empty()) {
-    const std::size_t slash = path.find_first_of("/\\");
-    const std::string_view component = path.substr(0, slash);
-    if (!component.empty() && component != ".") components.push_back(component);
-    path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
-  }
-  return components;
-}
+/// Backslashes separate too: unpackers take them for such in archives made elsewhere.
+std::vector<std::string_view> componentsOf(std::string_view path) { return pathComponents(path, kSeparators); }
 
 bool staysInside(std::string_view name) {
   if (name.empty() || name.front() == '/') return false;
@@ -38,13 +33,12 @@ bool staysInside(std::string_view name) {
 
 /// A link's target, seen from the folder that holds the link, does not climb out of the archive's top.
 bool targetStaysInside(std::string_view name, std::string_view target) {
-  if (target.empty() || target.front() == '/') return false;
-  std::ptrdiff_t depth = static_cast<std::ptrdiff_t>(componentsOf(name).size()) - 1;
-  for (const std::string_view component : componentsOf(target)) {
-    depth += component == ".." ? -1 : 1;
-    if (depth < 0) return false;
-  }
-  return true;
+  std::vector<std::string_view> folders = componentsOf(name);
+  if (!folders.empty()) folders.pop_back();
+  LinkWalk walk;
+  walk.place.assign(folders.begin(), folders.end());
+  walk.separators = kSeparators;
+  return followPath(std::move(walk), target) == LinkEnd::inside;
 }
 
 /// The first components as one text, the same for names that some volumes take for the same.

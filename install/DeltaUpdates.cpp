@@ -11,6 +11,7 @@
 
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
+#include "foundation/values/FilePaths.h"
 #include "install/ArchiveCheck.h"
 #include "install/PrivateUnpacking.h"
 #include "platform/platform.h"
@@ -58,7 +59,7 @@ bool clear(const std::string& listPath, TKSError& error) {
 bool unpack(const std::string& archive, const std::string& folder, const std::string& listPath) {
   tks::install::PrivateUnpacking unpacking(folder);
   if (!unpacking.run(archive, tks::platform::ArchiveFormat::tar, kListRules, nullptr)) return false;
-  const std::string sideCar = folder + std::string(kSideCarName);
+  const std::string sideCar = tks::joinedPath(folder, kSideCarName);
   tks::platform::files().remove(sideCar, nullptr);
   unpacking.take(kSideCarName, sideCar, nullptr);
   unpacking.take(kListName, listPath, nullptr);
@@ -67,8 +68,9 @@ bool unpack(const std::string& archive, const std::string& folder, const std::st
 
 /// Unpacks the archive, checks who signed the list in it, and reads the list.
 DeltaList readArchive(const std::string& archive) {
-  const std::string folder = archive.substr(0, archive.rfind('/') + 1);
-  const std::string listPath = folder + std::string(kListName);
+  // The log line about it names the folder with a closing slash.
+  const std::string folder = tks::joinedPath(tks::folderOf(archive), "");
+  const std::string listPath = tks::joinedPath(folder, kListName);
   TKSError error;
   if (!clear(listPath, error)) return failure(error);
   if (!unpack(archive, folder, listPath)) return failure(error);
@@ -113,7 +115,7 @@ DeltaList fetch(const std::optional<TKSURL>& url) {
   const tks::platform::DownloadResult download = arrived.get();
   DeltaList list = readDownload(download);
   if (!download.location.empty()) {
-    tks::platform::files().remove(download.location.substr(0, download.location.rfind('/')), nullptr);
+    tks::platform::files().remove(tks::folderOf(download.location), nullptr);
   }
   return list;
 }

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iterator>
 #include <map>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "foundation/values/FilePaths.h"
+#include "foundation/values/LinkWalk.h"
 #include "platform/platform.h"
 
 namespace tks::install {
@@ -23,38 +24,13 @@ constexpr std::uint32_t kOwnersRights = 0700;
 /// As many as the system follows on the way to one file.
 constexpr int kMostLinksOnTheWay = 40;
 
-std::vector<std::string> componentsOf(std::string_view path) {
-  std::vector<std::string> components;
-  while (!path.empty()) {
-    const std::size_t slash = path.find('/');
-    const std::string_view component = path.substr(0, slash);
-    if (!component.empty() && component != ".") components.emplace_back(component);
-    path = slash == std::string_view::npos ? std::string_view() : path.substr(slash + 1);
-  }
-  return components;
+/// A place in the tree as a key, the same for names that some volumes take for the same.
+template <class Components>
+std::string keyOf(const Components& components) {
+  std::string key;
+  for (const std::string_view component : components) key.append("/").append(component);
+  return platform::text().lowerCase(key);
 }
-
-/// A place in the tree, written the same for names that some volumes take for the same.
-class Place {
- public:
-  explicit Place(std::string_view path) {
-    for (const std::string& component : componentsOf(path)) enter(component);
-  }
-  void enter(const std::string& component) {
-    lengths_.push_back(key_.size());
-    key_.append("/").append(platform::text().lowerCase(component));
-  }
-  void leave() {
-    key_.resize(lengths_.back());
-    lengths_.pop_back();
-  }
-  std::size_t depth() const { return lengths_.size(); }
-  const std::string& key() const { return key_; }
-
- private:
-  std::string key_;
-  std::vector<std::size_t> lengths_;
-};
 
 bool isAscii(std::string_view text) {
   return std::ranges::none_of(text, [](char byte) { return (static_cast<unsigned char>(byte) & 0x80) != 0; });
@@ -95,7 +71,7 @@ class TreeLook {
     if (size_ > rules_.mostBytes) return refuse("more than may be unpacked", item.name);
     if (announced_.isComplete && !isAnnounced(item)) return refuse("not in the archive's list", item.name);
     if (!isLink) return settle(item);
-    links_.emplace(Place(item.name).key(), Link{item.name, item.target});
+    links_.emplace(keyOf(pathComponents(item.name)), Link{item.name, item.target});
     return true;
   }
 
@@ -122,34 +98,16 @@ class TreeLook {
 
   /// Follows a link's target over all links on its way. What is in a folder at the top stays in that folder.
   bool staysInside(const Link& link) const {
-    Place here(folderOf(link.name));
-    const std::size_t top = std::min<std::size_t>(here.depth(), 1);
-    std::vector<std::string> ahead;
-    if (!prepend(link.target, ahead)) return false;
-    for (int followed = 0; !ahead.empty();) {
-      const std::string component = std::move(ahead.back());
-      ahead.pop_back();
-      if (component == "..") {
-        if (here.depth() <= top) return false;
-        here.leave();
-        continue;
-      }
-      here.enter(component);
-      const auto next = links_.find(here.key());
-      if (next == links_.end()) continue;
-      if (++followed > kMostLinksOnTheWay || !prepend(next->second.target, ahead)) return false;
-      here.leave();
-    }
-    return true;
-  }
-
-  /// Puts a target in front of what is still to be gone; the next component is the last. False for one that leads from
-  /// the volume's top.
-  static bool prepend(const std::string& target, std::vector<std::string>& ahead) {
-    if (target.empty() || target.front() == '/') return false;
-    std::vector<std::string> components = componentsOf(target);
-    ahead.insert(ahead.end(), std::make_move_iterator(components.rbegin()), std::make_move_iterator(components.rend()));
-    return true;
+    const std::vector<std::string_view> folders = pathComponents(folderOf(link.name));
+    LinkWalk walk;
+    walk.place.assign(folders.begin(), folders.end());
+    walk.floor = std::min<std::size_t>(folders.size(), 1);
+    walk.mostLinks = kMostLinksOnTheWay;
+    walk.targetAt = [this](const std::vector<std::string>& place) {
+      const auto found = links_.find(keyOf(place));
+      return found == links_.end() ? std::nullopt : std::optional(found->second.target);
+    };
+    return followPath(std::move(walk), link.target) == LinkEnd::inside;
   }
 
   bool refuse(std::string_view why, std::string_view name) {

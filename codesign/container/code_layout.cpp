@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 #include "platform/posix/paths.h"
 
@@ -45,9 +46,6 @@ std::string resolved(const std::string& path) {
   std::free(absolute);
   return result;
 }
-
-std::string folderOf(const std::string& path) { return path.substr(0, path.rfind('/')); }
-std::string_view nameOf(std::string_view path) { return path.substr(path.rfind('/') + 1); }
 
 TKSDictionary readInfo(const std::string& path) {
   try {
@@ -87,7 +85,7 @@ Places placesOf(const std::string& root, bool isVersion) {
 std::string executableIn(const Places& places, const TKSDictionary& info, std::string_view bundleName) {
   const TKSValue& declared = info["CFBundleExecutable"];
   std::string_view name = declared.text();
-  if (name.empty()) name = bundleName.substr(0, bundleName.rfind('.'));
+  if (name.empty()) name = withoutExtension(bundleName);
   if (!isPlainName(name)) return {};
   const std::string path = places.executables + "/" + std::string(name);
   return isThere(path) && !isFolder(path) ? resolved(path) : std::string();
@@ -176,10 +174,10 @@ class BundleFinder {
   }
 
   CodeLayout find() {
-    const bool isVersion = nameOf(folderOf(layout_.root)) == "Versions";
+    const bool isVersion = lastPathComponent(folderOf(layout_.root)) == "Versions";
     const Places outer = placesOf(layout_.root, isVersion);
     Places places = outer;
-    std::string name(nameOf(layout_.root));
+    std::string name(lastPathComponent(layout_.root));
     if (outer.support != layout_.root) {
       layout_.strictIssue = bundleRootIssue(layout_.root);
     } else if (isThere(layout_.root + "/Versions/Current")) {
@@ -187,7 +185,7 @@ class BundleFinder {
       places = placesOf(current, true);
       layout_.strictIssue = issueOfVersions(current, places.support);
     } else if (isVersion) {
-      name = nameOf(folderOf(folderOf(layout_.root)));
+      name = lastPathComponent(folderOf(folderOf(layout_.root)));
     }
     info_ = readInfo(places.info);
     layout_.supportFolder = places.support;
@@ -253,11 +251,11 @@ class BundleFinder {
 
 /// The bundle around a file, when the file is its main executable.
 std::optional<CodeLayout> findBundleOf(const std::string& file) {
-  const std::string folder = folderOf(file);
+  const std::string folder(folderOf(file));
   std::string root;
-  if (nameOf(folder) == "MacOS" && nameOf(folderOf(folder)) == "Contents") {
+  if (lastPathComponent(folder) == "MacOS" && lastPathComponent(folderOf(folder)) == "Contents") {
     root = folderOf(folderOf(folder));
-  } else if (isThere(folder + "/Resources/Info.plist") || isThere(folder + "/Info.plist")) {
+  } else if (folder != "/" && (isThere(folder + "/Resources/Info.plist") || isThere(folder + "/Info.plist"))) {
     root = folder;
   }
   if (root.empty()) return std::nullopt;

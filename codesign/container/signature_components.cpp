@@ -89,7 +89,7 @@ std::optional<ByteSource> SignatureComponents::findInAttributes(std::uint32_t sl
   const std::string_view name = componentName(slot);
   if (name.empty() || slot == slot::kResources) return std::nullopt;
   if (!attributes_) {
-    attributes_ = gnulinux::readExtendedAttributes(layout_.executable, nullptr).value_or(TKSDictionary());
+    attributes_ = posix::readExtendedAttributes(layout_.executable, nullptr).value_or(TKSDictionary());
   }
   const TKSValue* value = attributes_->find(std::string(kAttributePrefix).append(name));
   return value == nullptr ? std::nullopt : std::optional(ByteSource(value->data()));

@@ -243,7 +243,7 @@ class ResourceCheck {
     struct stat facts {};
     return ::fstatat(root_.get(), path.c_str(), &facts, AT_SYMLINK_NOFOLLOW) == 0 &&
            static_cast<std::size_t>(facts.st_size) <= kLargestSideCar &&
-           gnulinux::isSideCar(layout_.supportFolder + "/" + path);
+           posix::isSideCar(layout_.supportFolder + "/" + path);
   }
 
   void compareLink(const std::string& path, const Seal& seal) {

@@ -105,7 +105,7 @@ class SealWalk {
       if (isCode) addCode(relative, path);
     } else if (at->is_regular_file() && verdict.sealed) {
       // Attributes that the volume has no room for, such as the signature of the code beside it, are no resource.
-      if (gnulinux::isSideCar(path)) return;
+      if (posix::isSideCar(path)) return;
       if (verdict.nested) {
         addCode(relative, path);
       } else {

@@ -16,6 +16,7 @@
 #include "codesign/signing/seal_writer.h"
 #include "codesign/trust/certificates.h"
 #include "formats/apple_double.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 #include "platform/posix/extended_attributes.h"
 #include "platform/posix/whole_files.h"
@@ -72,7 +73,7 @@ class Signing {
       const TKSValue info = platform::propertyLists().parse(readFile(layout_.infoPlist), nullptr);
       if (info["CFBundleIdentifier"].isText()) return std::string(info["CFBundleIdentifier"].text());
     }
-    return fs::path(layout_.executable).stem().string();
+    return std::string(withoutExtension(lastPathComponent(layout_.executable)));
   }
 
   std::string team() const {
@@ -242,9 +243,9 @@ class Signing {
     for (const auto& [name, content] : parts) {
       const std::string attribute = std::string(codesign::kAttributePrefix) + name;
       TKSError error;
-      if (gnulinux::setExtendedAttribute(layout_.executable, attribute, content, &error)) continue;
+      if (posix::setExtendedAttribute(layout_.executable, attribute, content, &error)) continue;
       for (const auto& [other, unused] : parts) {
-        gnulinux::removeExtendedAttribute(layout_.executable, std::string(codesign::kAttributePrefix) + other);
+        posix::removeExtendedAttribute(layout_.executable, std::string(codesign::kAttributePrefix) + other);
       }
       if (options_.storage == Storage::attributes) throw std::runtime_error(error.localizedDescription);
       return false;
@@ -253,13 +254,13 @@ class Signing {
   }
 
   void storeSideCar(const std::map<std::string, TKSData>& parts) const {
-    gnulinux::AppleDouble sideCar;
+    formats::AppleDouble sideCar;
     for (const auto& [name, content] : parts) {
       sideCar.attributes.set(std::string(codesign::kAttributePrefix) + name, content);
     }
-    const std::optional<TKSData> content = gnulinux::serializeAppleDouble(sideCar);
+    const std::optional<TKSData> content = formats::serializeAppleDouble(sideCar);
     if (!content) throw std::runtime_error("the signature does not fit a side-car");
-    writeFile(*gnulinux::sideCarPath(layout_.executable), *content);
+    writeFile(*formats::sideCarPath(layout_.executable), *content);
   }
 
   const codesign::CodeLayout layout_;

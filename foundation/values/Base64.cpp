@@ -19,10 +19,12 @@ constexpr std::array<std::uint8_t, 256> kValues = [] {
   return values;
 }();
 
+bool isBlank(char character) { return character == ' ' || character == '\t' || character == '\n' || character == '\r'; }
+
 }  // namespace
 
-std::optional<TKSData> decode(std::string_view text) {
-  TKSData bytes;
+bool decodeInto(TKSData& bytes, std::string_view text, Tolerance tolerance) {
+  bytes.clear();
   bytes.reserve(text.size() / 4 * 3 + 3);
   std::uint32_t bits = 0;
   unsigned sextets = 0;
@@ -33,8 +35,11 @@ std::optional<TKSData> decode(std::string_view text) {
       continue;
     }
     const std::uint8_t value = kValues[static_cast<unsigned char>(character)];
-    if (value == kUnknown) continue;
-    if (paddings != 0) return std::nullopt;
+    if (value == kUnknown) {
+      if (tolerance == Tolerance::ofPadding && !isBlank(character)) return false;
+      continue;
+    }
+    if (paddings != 0) return false;
     bits = bits << 6 | value;
     if (++sextets < 4) continue;
     bytes.push_back(static_cast<std::uint8_t>(bits >> 16));
@@ -43,9 +48,15 @@ std::optional<TKSData> decode(std::string_view text) {
     sextets = 0;
   }
   // Padding fills the last group of four, which holds at least one whole byte.
-  if (sextets == 1 || paddings != (4 - sextets) % 4) return std::nullopt;
+  if (sextets == 1 || (tolerance == Tolerance::ofCharacters && paddings != (4 - sextets) % 4)) return false;
   if (sextets >= 2) bytes.push_back(static_cast<std::uint8_t>(bits >> (sextets == 2 ? 4 : 10)));
   if (sextets == 3) bytes.push_back(static_cast<std::uint8_t>(bits >> 2));
+  return true;
+}
+
+std::optional<TKSData> decode(std::string_view text, Tolerance tolerance) {
+  TKSData bytes;
+  if (!decodeInto(bytes, text, tolerance)) return std::nullopt;
   return bytes;
 }
 

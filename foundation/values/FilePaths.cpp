@@ -3,30 +3,32 @@
 namespace tks {
 namespace {
 
-std::string_view withoutClosingSlashes(std::string_view path) {
+std::string_view cut(std::string_view path) {
   while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
   return path;
 }
 
 }  // namespace
 
+std::string withoutClosingSlashes(std::string_view path) { return std::string(cut(path)); }
+
 std::string joinedPath(std::string_view folder, std::string_view component) {
-  std::string path(withoutClosingSlashes(folder));
+  std::string path(cut(folder));
   if (!path.empty() && !path.ends_with('/')) path += '/';
   path += component;
   return path;
 }
 
 std::string_view lastPathComponent(std::string_view path) {
-  path = withoutClosingSlashes(path);
+  path = cut(path);
   return path.size() > 1 ? path.substr(path.rfind('/') + 1) : path;
 }
 
 std::string_view folderOf(std::string_view path) {
-  path = withoutClosingSlashes(path);
+  path = cut(path);
   const std::size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) return path.empty() ? path : std::string_view(".");
-  return withoutClosingSlashes(path.substr(0, slash + 1));
+  return cut(path.substr(0, slash + 1));
 }
 
 bool isPath(std::string_view path) { return !path.empty() && path.find('\0') == std::string_view::npos; }

@@ -5,6 +5,9 @@
 
 namespace tks {
 
+/// A path without closing slashes, which would make the system follow a link at its end; "/" stays.
+std::string withoutClosingSlashes(std::string_view path);
+
 /// A path with one more component, with exactly one slash between the two. An empty folder stays out of it.
 std::string joinedPath(std::string_view folder, std::string_view component);
 

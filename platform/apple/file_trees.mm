@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/apple/conversions.h"
 #include "platform/platform.h"
 #include "platform/posix/kept_folders.h"
@@ -75,12 +76,12 @@ bool copyAside(const std::string& from, const std::string& aside, TKSError* erro
 /// Makes what was written to a volume last through a power cut, as far as the volume can.
 bool syncVolumeOf(const std::string& path) {
   const int flags = SYNC_VOLUME_FULLSYNC | SYNC_VOLUME_WAIT;
-  return sync_volume_np(posix::folderOf(path).c_str(), flags) == 0 || errno == ENOTSUP || errno == EINVAL;
+  return sync_volume_np(std::string(folderOf(path)).c_str(), flags) == 0 || errno == ENOTSUP || errno == EINVAL;
 }
 
 bool moveToOtherVolume(const std::string& from, const std::string& to, TKSError* error) {
   // What will not be removable in the end, or has no place there, is not copied in the first place.
-  if (faccessat(AT_FDCWD, posix::folderOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+  if (faccessat(AT_FDCWD, std::string(folderOf(from)).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
     return fail(error, "move", from);
   if (isThere(to)) return failWith(EEXIST, error, "move to", to);
   const std::string aside = posix::hiddenSibling(to);
@@ -129,7 +130,7 @@ bool removeEmptyFolder(const std::string& path, TKSError* error) {
 bool copyTree(const std::string& from, const std::string& to, TKSError* error) {
   if (!isThere(from)) return fail(error, "copy", from);
   if (isThere(to)) return failWith(EEXIST, error, "copy to", to);
-  if (posix::liesWithin(posix::folderOf(to), from)) return failWith(EINVAL, error, "copy", from);
+  if (posix::liesWithin(std::string(folderOf(to)), from)) return failWith(EINVAL, error, "copy", from);
   const std::string aside = posix::hiddenSibling(to);
   if (!copyAside(from, aside, error)) return false;
   if (renameToFree(aside, to)) return true;

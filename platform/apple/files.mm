@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <string>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/apple/conversions.h"
 #include "platform/apple/file_trees.h"
 #include "platform/backend.h"
@@ -26,7 +27,6 @@ namespace tks::platform {
 namespace {
 
 using posix::isPath;
-using posix::withoutClosingSlashes;
 
 /// The file manager's key for extended attributes: a dictionary of name to data.
 NSString* const kExtendedAttributes = @"NSFileExtendedAttributes";
@@ -47,7 +47,7 @@ bool makeFolders(const std::string& path, mode_t permissions) {
     return errno == 0;
   }
   if (errno != ENOENT) return false;
-  const std::string above = posix::folderOf(path);
+  const std::string above(folderOf(path));
   if (above != path && !makeFolders(withoutClosingSlashes(above), permissions)) return false;
   if (mkdir(path.c_str(), permissions) == 0) return true;
   // Somebody else may have made it meanwhile.
@@ -240,7 +240,7 @@ class AppleFiles final : public Files {
       NSError* failure = nil;
       std::string place = withoutClosingSlashes(path);
       // The item may be still to come.
-      if (!exists(place)) place = posix::folderOf(place);
+      if (!exists(place)) place = std::string(folderOf(place));
       NSDictionary* found = [manager() attributesOfFileSystemForPath:apple::toPath(place) error:&failure];
       if (!outcome(found != nil, failure, "read the free space of", path, error)) return std::nullopt;
       return VolumeSpace{[[found objectForKey:NSFileSystemFreeSize] unsignedLongLongValue],

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <vector>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/known_folders.h"
@@ -38,13 +39,13 @@ class AppleFolders final : public KnownFolders {
         continue;
       }
       if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/') return "/nonexistent";
-      return posix::withoutClosingSlashes(found->pw_dir);
+      return withoutClosingSlashes(found->pw_dir);
     }
   }
 
   std::string temporary() override {
     @autoreleasepool {
-      std::string folder = posix::withoutClosingSlashes(apple::fromString(NSTemporaryDirectory()));
+      std::string folder = withoutClosingSlashes(apple::fromString(NSTemporaryDirectory()));
       return isPrivate(folder) ? folder : std::string();
     }
   }

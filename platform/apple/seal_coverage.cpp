@@ -8,6 +8,7 @@
 #include <optional>
 #include <string_view>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/apple/signature_folders.h"
 #include "platform/platform.h"
 #include "platform/posix/bundle_links.h"
@@ -63,7 +64,7 @@ bool isCovered(const FTSENT& item, std::string_view path, const Names& names) {
 }  // namespace
 
 bool sealNamesEverything(const std::string& bundle) {
-  std::string root = posix::withoutClosingSlashes(bundle);
+  std::string root = withoutClosingSlashes(bundle);
   if (posix::findLinkOut(root) || !holdsOnlyPartsOfSignatures(root)) return false;
   const Names names(root + "/" + std::string(kContents));
   char* const roots[] = {root.data(), nullptr};

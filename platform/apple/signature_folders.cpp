@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 
@@ -81,7 +82,7 @@ bool isInOrder(const FTSENT& item) {
 }  // namespace
 
 bool holdsOnlyPartsOfSignatures(const std::string& bundle) {
-  std::string root = posix::withoutClosingSlashes(bundle);
+  std::string root = withoutClosingSlashes(bundle);
   char* const roots[] = {root.data(), nullptr};
   const std::unique_ptr<FTS, int (*)(FTS*)> walk(::fts_open(roots, FTS_PHYSICAL | FTS_NOCHDIR, nullptr), ::fts_close);
   if (!walk) return false;

@@ -8,10 +8,11 @@
 #include <array>
 #include <cerrno>
 #include <memory>
-#include <string_view>
+#include <utility>
 #include <vector>
 
-#include "platform/posix/paths.h"
+#include "foundation/values/FilePaths.h"
+#include "foundation/values/LinkWalk.h"
 
 namespace tks::posix {
 namespace {
@@ -19,61 +20,27 @@ namespace {
 /// No system follows more of them for one path.
 constexpr int kMostLinks = 64;
 
-enum class Target { none, known, unreadable };
-
-/// What a link says; `none` when the path is no link.
-Target targetOf(const std::string& path, std::string& into) {
+/// What a link says; nothing when the path is no link, and the empty text when it cannot be read.
+std::optional<std::string> targetOf(const std::string& path) {
   std::array<char, PATH_MAX> text{};
   const ssize_t size = ::readlink(path.c_str(), text.data(), text.size());
-  if (size < 0) return errno == EINVAL || errno == ENOENT || errno == ENOTDIR ? Target::none : Target::unreadable;
-  if (size == 0 || size == static_cast<ssize_t>(text.size())) return Target::unreadable;
-  into.assign(text.data(), static_cast<std::size_t>(size));
-  return Target::known;
+  if (size < 0 && (errno == EINVAL || errno == ENOENT || errno == ENOTDIR)) return std::nullopt;
+  if (size <= 0 || size == static_cast<ssize_t>(text.size())) return std::string();
+  return std::string(text.data(), static_cast<std::size_t>(size));
 }
-
-/// Follows a link component by component, never further than it may lead.
-class Following {
- public:
-  Following(const std::string& root, const std::string& link) : root_(root), rest_(link) {}
-
-  bool leadsOut() {
-    while (!rest_.empty()) {
-      const std::string part = rest_.substr(0, rest_.find('/'));
-      rest_.erase(0, std::min(part.size() + 1, rest_.size()));
-      if (part.empty() || part == ".") continue;
-      if (part == "..") {
-        if (place_.empty()) return true;
-        place_.pop_back();
-        continue;
-      }
-      place_.push_back(part);
-      std::string target;
-      const Target kind = targetOf(path(), target);
-      if (kind == Target::none) continue;
-      if (kind == Target::unreadable || target.starts_with('/')) return true;
-      if (++links_ > kMostLinks) return false;
-      place_.pop_back();
-      rest_ = target + "/" + rest_;
-    }
-    return false;
-  }
-
- private:
-  std::string path() const {
-    std::string joined = root_;
-    for (const std::string& part : place_) joined.append("/").append(part);
-    return joined;
-  }
-
-  const std::string& root_;
-  std::string rest_;
-  std::vector<std::string> place_;  ///< folders below the root, none of them a link
-  int links_ = 0;
-};
 
 }  // namespace
 
-bool leadsOut(const std::string& root, const std::string& link) { return Following(root, link).leadsOut(); }
+bool leadsOut(const std::string& root, const std::string& link) {
+  LinkWalk walk;
+  walk.mostLinks = kMostLinks;
+  walk.targetAt = [&root](const std::vector<std::string>& place) {
+    std::string path = root;
+    for (const std::string& part : place) path.append("/").append(part);
+    return targetOf(path);
+  };
+  return followPath(std::move(walk), link) == LinkEnd::outside;
+}
 
 std::optional<std::string> findLinkOut(const std::string& root) {
   std::string top = withoutClosingSlashes(root);

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"

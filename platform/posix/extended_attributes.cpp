@@ -11,7 +11,7 @@
 #include "platform/posix/posix_error.h"
 #include "platform/posix/whole_files.h"
 
-namespace tks::gnulinux {
+namespace tks::posix {
 namespace {
 
 constexpr std::string_view kPrefix = "user.";
@@ -47,25 +47,25 @@ std::vector<std::string> userNames(const std::string& list) {
 }
 
 TKSDictionary sideCarAttributes(const std::string& path) {
-  const std::optional<std::string> sideCar = sideCarPath(path);
+  const std::optional<std::string> sideCar = formats::sideCarPath(path);
   struct stat facts {};
   // Asked first, since nearly nothing has one.
   if (!sideCar || ::lstat(sideCar->c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return {};
-  const std::optional<TKSData> content = posix::readWholeFile(*sideCar, kLongestSideCar, nullptr);
-  const std::optional<AppleDouble> parsed = content ? parseAppleDouble(*content) : std::nullopt;
+  const std::optional<TKSData> content = readWholeFile(*sideCar, kLongestSideCar, nullptr);
+  const std::optional<formats::AppleDouble> parsed = content ? formats::parseAppleDouble(*content) : std::nullopt;
   return parsed ? parsed->attributes : TKSDictionary();
 }
 
 /// Removes an attribute from the side-car: 0, or -1 and errno.
 int removeFromSideCar(const std::string& path, std::string_view name) {
-  AppleDouble rest{sideCarAttributes(path)};
+  formats::AppleDouble rest{sideCarAttributes(path)};
   if (!rest.attributes.erase(name)) {
     errno = ENODATA;
     return -1;
   }
-  const std::string sideCar = sideCarPath(path).value_or("");
+  const std::string sideCar = formats::sideCarPath(path).value_or("");
   if (rest.attributes.empty()) return ::unlink(sideCar.c_str());
-  const std::optional<TKSData> content = serializeAppleDouble(rest);
+  const std::optional<TKSData> content = formats::serializeAppleDouble(rest);
   TKSError error;
   if (content && posix::replaceFile(sideCar, *content, &error)) return 0;
   errno = content ? static_cast<int>(error.code) : EINVAL;
@@ -146,8 +146,8 @@ bool isSideCar(const std::string& path) {
   const std::string item = path.substr(0, name) + path.substr(name + 2);
   struct stat facts {};
   if (::lstat(item.c_str(), &facts) != 0 || ::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
-  const std::optional<TKSData> content = posix::readWholeFile(path, kLongestSideCar, nullptr);
-  return content && parseAppleDouble(*content);
+  const std::optional<TKSData> content = readWholeFile(path, kLongestSideCar, nullptr);
+  return content && formats::parseAppleDouble(*content);
 }
 
-}  // namespace tks::gnulinux
+}  // namespace tks::posix

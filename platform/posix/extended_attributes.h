@@ -13,7 +13,7 @@
 // such files and since many volumes hold no more than 4 KiB of attributes a file. A volume without attributes has none.
 // Links are never followed; a link itself cannot have attributes on Linux.
 
-namespace tks::gnulinux {
+namespace tks::posix {
 
 /// All attributes of an item, name to data. What the item has itself wins over the side-car.
 std::optional<TKSDictionary> readExtendedAttributes(const std::string& path, TKSError* error);
@@ -35,4 +35,4 @@ bool copyExtendedAttributes(int from, int to);
 /// Whether the file at the path is the AppleDouble side-car of an item that exists beside it.
 bool isSideCar(const std::string& path);
 
-}  // namespace tks::gnulinux
+}  // namespace tks::posix

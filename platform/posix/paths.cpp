@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "foundation/values/FilePaths.h"
+
 namespace tks::posix {
 namespace {
 
@@ -18,18 +20,7 @@ bool isSame(const struct stat& one, const struct stat& other) {
 
 bool isPath(std::string_view path) {
   errno = path.empty() ? ENOENT : EINVAL;
-  return !path.empty() && path.find('\0') == std::string_view::npos;
-}
-
-std::string withoutClosingSlashes(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  return std::string(path);
-}
-
-std::string folderOf(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+  return tks::isPath(path);
 }
 
 std::string behindLinks(std::string_view path) {
@@ -41,7 +32,7 @@ std::string behindLinks(std::string_view path) {
     const ssize_t length = ::readlink(place.c_str(), target.data(), target.size());
     if (length <= 0 || static_cast<std::size_t>(length) == target.size()) break;
     target.resize(static_cast<std::size_t>(length));
-    place = target.starts_with('/') ? target : folderOf(place) + "/" + target;
+    place = target.starts_with('/') ? target : joinedPath(folderOf(place), target);
   }
   return place;
 }

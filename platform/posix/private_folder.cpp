@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"

@@ -15,6 +15,7 @@
 #include <string>
 #include <utility>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
@@ -74,7 +75,7 @@ bool isLeftBehind(const std::string& path, pid_t writer) {
 
 /// Removes what writers of the same file left that were ended half-way.
 void removeLeftOvers(const std::string& path) {
-  const std::string folder = folderOf(path);
+  const std::string folder(folderOf(path));
   const std::string_view last = lastPartOf(path);
   const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(folder.c_str()), ::closedir);
   if (!listing) return;
@@ -176,13 +177,13 @@ std::string hiddenSibling(std::string_view path) {
   return std::string(folderPart(path)).append(".").append(lastPartOf(path)).append(suffix).append(kSuffix);
 }
 
-bool syncFolderOf(std::string_view path) { return syncFolder(folderOf(std::string(path))); }
+bool syncFolderOf(std::string_view path) { return syncFolder(std::string(folderOf(path))); }
 
 bool replaceFile(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) {
   if (!isPath(path) || !isWithinFileSizeLimit(content.size())) return fail(error, "write", path);
   const std::string name(path);
   // Made before anything is written: once the file is in its place, nothing may fail for lack of memory.
-  const std::string folder = folderOf(name);
+  const std::string folder(folderOf(name));
   struct stat facts {};
   const bool exists = ::lstat(name.c_str(), &facts) == 0 && !S_ISLNK(facts.st_mode);
   if (exists && !S_ISREG(facts.st_mode)) {

@@ -9,9 +9,10 @@ namespace {
 
 using tks::base64::decode;
 using tks::base64::encode;
+using tks::base64::Tolerance;
 
-std::optional<std::string> decodedText(std::string_view text) {
-  const std::optional<TKSData> bytes = decode(text);
+std::optional<std::string> decodedText(std::string_view text, Tolerance tolerance = Tolerance::ofCharacters) {
+  const std::optional<TKSData> bytes = decode(text, tolerance);
   if (!bytes) return std::nullopt;
   return std::string(bytes->begin(), bytes->end());
 }
@@ -40,6 +41,33 @@ TEST(Base64, MisplacedPaddingGivesNothing) {
   for (const std::string_view text : {"=", "==", "====", "Z", "Zg", "Zm8",
                                       "Zg=", "Z===", "Zg==Zg==", "Zm9v=", "Zm9v====", "=Zm9v", "Zg=a=", "Zm8=="}) {
     EXPECT_EQ(decode(text), std::nullopt) << text;
+  }
+}
+
+/// The same text with either tolerance; nothing: it is refused.
+struct Tolerated {
+  const char* text;
+  std::optional<std::string> ofCharacters;
+  std::optional<std::string> ofPadding;
+};
+
+TEST(Base64, EitherCharactersOrPaddingArePutUpWith) {
+  const Tolerated cases[] = {
+      {"Zm9v", "foo", "foo"},
+      {"Zm8=", "fo", "fo"},
+      {" Zm\t9\r\nv ", "foo", "foo"},
+      {"Zm8", std::nullopt, "fo"},
+      {"Zm9v=", std::nullopt, "foo"},
+      {"Zg====", std::nullopt, "f"},
+      {"=", std::nullopt, ""},
+      {"Zm*9v", "foo", std::nullopt},
+      {"Zm8\xC3\xA4=", "fo", std::nullopt},
+      {"Zg==Zg==", std::nullopt, std::nullopt},
+      {"Z", std::nullopt, std::nullopt},
+  };
+  for (const Tolerated& one : cases) {
+    EXPECT_EQ(decodedText(one.text), one.ofCharacters) << one.text;
+    EXPECT_EQ(decodedText(one.text, Tolerance::ofPadding), one.ofPadding) << one.text;
   }
 }
 

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "foundation/values/FilePaths.h"
-
 namespace {
 
 TEST(Characters, BlanksAndLineEndsAreTrimmedFromBothEnds) {
@@ -23,16 +21,6 @@ TEST(Characters, BlanksBeyondAsciiAreTrimmedAsWell) {
 TEST(Characters, BytesThatAreNoTextStay) {
   EXPECT_EQ(tks::trimmed("\xA0x\x85"), "\xA0x\x85");
   EXPECT_EQ(tks::trimmed("\x80\x80"), "\x80\x80");
-}
-
-TEST(FilePaths, TheFolderOfAPathIsWhatItsLastComponentLiesIn) {
-  EXPECT_EQ(tks::folderOf("/a/b/C.app/"), "/a/b");
-  EXPECT_EQ(tks::folderOf("/a/b/C.app"), "/a/b");
-  EXPECT_EQ(tks::folderOf("/C.app"), "/");
-  EXPECT_EQ(tks::folderOf("C.app"), ".");
-  EXPECT_EQ(tks::folderOf("/a//C.app"), "/a");
-  EXPECT_EQ(tks::folderOf(""), "");
-  EXPECT_EQ(tks::folderOf("/"), "/");
 }
 
 }  // namespace

@@ -4,23 +4,40 @@
 
 namespace {
 
+/// A path and its parts, as every caller needs them.
+struct Parts {
+  const char* path;
+  const char* folder;
+  const char* name;
+  const char* withoutClosingSlashes;
+};
+constexpr Parts kPaths[] = {
+    {"/a/b/C.app", "/a/b", "C.app", "/a/b/C.app"},
+    {"/a/b/C.app/", "/a/b", "C.app", "/a/b/C.app"},
+    {"/a//C.app", "/a", "C.app", "/a//C.app"},
+    {"/C.app", "/", "C.app", "/C.app"},
+    {"a/b", "a", "b", "a/b"},
+    {"C.app", ".", "C.app", "C.app"},  // which lies in the working folder
+    {"C.app///", ".", "C.app", "C.app"},
+    {"/", "/", "/", "/"},
+    {"//", "/", "/", "/"},
+    {"", "", "", ""},
+};
+
+TEST(FilePath, APathHasAFolderAndAName) {
+  for (const Parts& parts : kPaths) {
+    EXPECT_EQ(tks::folderOf(parts.path), parts.folder) << parts.path;
+    EXPECT_EQ(tks::lastPathComponent(parts.path), parts.name) << parts.path;
+    EXPECT_EQ(tks::withoutClosingSlashes(parts.path), parts.withoutClosingSlashes) << parts.path;
+  }
+}
+
 TEST(FilePath, TwoPartsAreJoinedByOneSlash) {
   EXPECT_EQ(tks::joinedPath("/a/b", "c"), "/a/b/c");
   EXPECT_EQ(tks::joinedPath("/a/b//", "c"), "/a/b/c");
   EXPECT_EQ(tks::joinedPath("/", "c"), "/c");
   EXPECT_EQ(tks::joinedPath("//", "c"), "/c");
   EXPECT_EQ(tks::joinedPath("", "c"), "c");
-}
-
-TEST(FilePath, ClosingSlashesAreNoComponent) {
-  for (const char* path : {"/a/b/C.app", "/a/b/C.app/", "C.app", "C.app///"}) {
-    EXPECT_EQ(tks::lastPathComponent(path), "C.app") << path;
-  }
-  EXPECT_EQ(tks::lastPathComponent("/"), "/");
-  EXPECT_EQ(tks::lastPathComponent("//"), "/");
-  EXPECT_EQ(tks::lastPathComponent("/a"), "a");
-  EXPECT_EQ(tks::lastPathComponent("a"), "a");
-  EXPECT_EQ(tks::lastPathComponent(""), "");
 }
 
 TEST(FilePath, AnExtensionBeginsAtTheLastDotThatIsNotTheFirstCharacter) {

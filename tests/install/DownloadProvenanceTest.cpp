@@ -102,10 +102,10 @@ class DownloadProvenance : public ::testing::Test {
     ASSERT_EQ(::setxattr(package.c_str(), full.c_str(), content.data(), content.size(), 0), 0);
   }
   void setSideCar(const TKSData& content) {
-    tks::gnulinux::AppleDouble sideCar;
+    tks::formats::AppleDouble sideCar;
     sideCar.attributes.set(kWhereFroms, content);
-    const TKSData bytes = tks::gnulinux::serializeAppleDouble(sideCar).value();
-    writeFile(*tks::gnulinux::sideCarPath(package), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    const TKSData bytes = tks::formats::serializeAppleDouble(sideCar).value();
+    writeFile(*tks::formats::sideCarPath(package), {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
   }
 
   TKSValue property() { return TKSUtilBase::getProperty(kWhereFroms, package); }
@@ -327,7 +327,7 @@ TEST_F(DownloadProvenance, AttributesThatWereMadeToDoHarmAreNone) {
 }
 
 TEST_F(DownloadProvenance, ABrokenSideCarHoldsNothing) {
-  const std::string sideCar = *tks::gnulinux::sideCarPath(package);
+  const std::string sideCar = *tks::formats::sideCarPath(package);
   setSideCar(listOf(TKSArray{kAddress}));
   const std::string whole = contentOf(sideCar);
   for (std::size_t length = 0; length + 1 < whole.size(); length += 7) {

@@ -20,14 +20,6 @@ TEST(Paths, ThoseThatTheSystemWouldTakeForOthersAreNone) {
   EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(Paths, TheFolderOfAnItemIsWhatStandsBeforeIt) {
-  EXPECT_EQ(folderOf("/a/b"), "/a");
-  EXPECT_EQ(folderOf("/a"), "/");
-  EXPECT_EQ(folderOf("a"), ".");
-  EXPECT_EQ(withoutClosingSlashes("/a//"), "/a");
-  EXPECT_EQ(withoutClosingSlashes("//"), "/");
-}
-
 TEST(Paths, AFolderLiesWithinItselfAndThoseAboveIt) {
   const tks::test::TemporaryFolder folder;
   fs::create_directories(folder / "a/b/c");

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <utility>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/linux/system_calls.h"
 #include "platform/posix/standard_handles.h"
 
@@ -35,11 +36,7 @@ struct Place {
   std::string name;
 };
 
-Place placeOf(const std::string& path) {
-  const std::size_t slash = path.find_last_of('/');
-  if (slash == std::string::npos) return {".", path};
-  return {path.substr(0, std::max<std::size_t>(slash, 1)), path.substr(slash + 1)};
-}
+Place placeOf(const std::string& path) { return {std::string(folderOf(path)), std::string(lastPathComponent(path))}; }
 
 }  // namespace
 

@@ -1,4 +1,5 @@
 #include "platform/bundles.h"
+#include "foundation/values/FilePaths.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,20 +40,6 @@ bool isFile(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
-std::string_view lastComponent(std::string_view path) { return path.substr(path.rfind('/') + 1); }
-
-std::string_view folderOf(std::string_view path) {
-  const std::size_t slash = path.rfind('/');
-  return slash == std::string_view::npos ? std::string_view() : path.substr(0, slash);
-}
-
-/// "Forum" of ".../Forum.app".
-std::string_view nameWithoutExtension(std::string_view bundlePath) {
-  const std::string_view name = lastComponent(bundlePath);
-  const std::size_t dot = name.rfind('.');
-  return dot == std::string_view::npos || dot == 0 ? name : name.substr(0, dot);
-}
-
 /// The layout whose Info.plist is there; without any, the one whose folder for executables is there.
 const Layout& layoutOf(const std::string& bundlePath) {
   for (const Layout& layout : kLayouts) {
@@ -64,7 +51,7 @@ const Layout& layoutOf(const std::string& bundlePath) {
 /// The executable that the information names, else one of the bundle's own name. What is named is one name, not a path.
 std::string executableOf(const std::string& bundlePath, const Layout& layout, const TKSDictionary& information) {
   std::string_view name = information["CFBundleExecutable"].text();
-  if (name.empty()) name = nameWithoutExtension(bundlePath);
+  if (name.empty()) name = withoutExtension(lastPathComponent(bundlePath));
   if (name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) return {};
   std::string path = bundlePath + std::string(layout.executables) + std::string(name);
   return isFile(path) ? path : std::string();
@@ -91,10 +78,9 @@ class LinuxBundles final : public Bundles {
   std::string libraryVersion() override { return TKS_PROJECT_VERSION; }
 
   std::optional<Bundle> open(std::string_view path) override {
-    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
     Bundle bundle;
-    bundle.path = path;
-    if (path.empty() || path.find('\0') != std::string_view::npos || !isDirectory(bundle.path)) return std::nullopt;
+    bundle.path = withoutClosingSlashes(path);
+    if (!isPath(path) || !isDirectory(bundle.path)) return std::nullopt;
     const Layout& layout = layoutOf(bundle.path);
     const std::string infoPlist = bundle.path + std::string(layout.infoPlist);
     bundle.infoDictionary = propertyLists().readDictionary(infoPlist, nullptr).value_or(TKSDictionary());

@@ -12,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/linux/files/volumes.h"
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
@@ -152,7 +153,7 @@ bool emptyFolder(const std::string& path, TKSError* error) {
 
 /// Gives a copied file or folder what it has besides its content. Attributes first: they need the right to write.
 bool copyFacts(int from, int to, const struct stat& facts) {
-  if (!copyExtendedAttributes(from, to)) return false;
+  if (!posix::copyExtendedAttributes(from, to)) return false;
   const mode_t bits = facts.st_uid == ::geteuid() ? 07777 : 0777;
   const timespec times[] = {facts.st_atim, facts.st_mtim};
   return ::fchmod(to, facts.st_mode & bits) == 0 && ::futimens(to, times) == 0;
@@ -289,7 +290,7 @@ bool syncVolumeOf(const std::string& path) {
 
 bool moveToOtherVolume(const std::string& from, const std::string& to, TKSError* error) {
   // What will not be removable in the end is not copied in the first place.
-  if (::faccessat(AT_FDCWD, posix::folderOf(from).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+  if (::faccessat(AT_FDCWD, std::string(folderOf(from)).c_str(), W_OK | X_OK, AT_EACCESS) != 0)
     return fail(error, "move", from);
   const std::string staged = posix::hiddenSibling(to);
   if (!copyTree(from, staged, error)) return false;

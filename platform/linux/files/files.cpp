@@ -1,4 +1,5 @@
 #include "platform/files.h"
+#include "foundation/values/FilePaths.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -34,7 +35,7 @@ bool readFacts(std::string_view path, struct stat& facts) {
 }
 
 bool readOwnFacts(std::string_view path, struct stat& facts) {
-  return isPath(path) && ::lstat(posix::withoutClosingSlashes(path).c_str(), &facts) == 0;
+  return isPath(path) && ::lstat(withoutClosingSlashes(path).c_str(), &facts) == 0;
 }
 
 bool makeFolder(const std::string& path, std::uint32_t permissions) {
@@ -109,7 +110,7 @@ class LinuxFiles final : public Files {
 
   bool createDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     if (!isPath(path)) return fail(error, "create the folder", path);
-    const std::string whole = posix::withoutClosingSlashes(path);
+    const std::string whole = withoutClosingSlashes(path);
     if (makeFolder(whole, permissions)) return true;
     if (errno != ENOENT) return fail(error, "create the folder", path);
     for (std::size_t slash = whole.find('/', 1); slash != std::string::npos; slash = whole.find('/', slash + 1)) {
@@ -121,7 +122,7 @@ class LinuxFiles final : public Files {
 
   bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) override {
     if (!isPath(path)) return fail(error, "create the folder", path);
-    const std::string name = posix::withoutClosingSlashes(path);
+    const std::string name = withoutClosingSlashes(path);
     return ::mkdir(name.c_str(), static_cast<mode_t>(permissions)) == 0 || fail(error, "create the folder", path);
   }
 
@@ -144,18 +145,18 @@ class LinuxFiles final : public Files {
 
   bool remove(std::string_view path, TKSError* error) override {
     if (!isPath(path)) return fail(error, "remove", path);
-    return gnulinux::removeTree(posix::withoutClosingSlashes(path), error);
+    return gnulinux::removeTree(withoutClosingSlashes(path), error);
   }
 
   bool removeEmptyDirectory(std::string_view path, TKSError* error) override {
     if (!isPath(path)) return fail(error, "remove", path);
-    return gnulinux::removeEmptyFolder(posix::withoutClosingSlashes(path), error);
+    return gnulinux::removeEmptyFolder(withoutClosingSlashes(path), error);
   }
 
   bool copy(std::string_view from, std::string_view to, TKSError* error) override {
     if (!isPath(from)) return fail(error, "copy", from);
     if (!isPath(to)) return fail(error, "copy to", to);
-    return gnulinux::copyTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
+    return gnulinux::copyTree(withoutClosingSlashes(from), withoutClosingSlashes(to), error);
   }
 
   bool copyContent(std::string_view from, std::string_view to, TKSError* error) override {
@@ -169,14 +170,14 @@ class LinuxFiles final : public Files {
   bool move(std::string_view from, std::string_view to, TKSError* error) override {
     if (!isPath(from)) return fail(error, "move", from);
     if (!isPath(to)) return fail(error, "move to", to);
-    return gnulinux::moveTree(posix::withoutClosingSlashes(from), posix::withoutClosingSlashes(to), error);
+    return gnulinux::moveTree(withoutClosingSlashes(from), withoutClosingSlashes(to), error);
   }
 
   bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
     for (const std::string_view path : {first, second}) {
       if (!isPath(path)) return fail(error, "exchange", path);
     }
-    return gnulinux::exchangeTrees(posix::withoutClosingSlashes(first), posix::withoutClosingSlashes(second), error);
+    return gnulinux::exchangeTrees(withoutClosingSlashes(first), withoutClosingSlashes(second), error);
   }
 
   std::unique_ptr<FileLock> lock(std::string_view path, std::chrono::milliseconds patience, TKSError* error) override {
@@ -201,7 +202,7 @@ class LinuxFiles final : public Files {
       fail(error, "read the attributes of", path);
       return std::nullopt;
     }
-    std::optional<TKSDictionary> extended = gnulinux::readExtendedAttributes(posix::withoutClosingSlashes(path), error);
+    std::optional<TKSDictionary> extended = posix::readExtendedAttributes(withoutClosingSlashes(path), error);
     if (!extended) return std::nullopt;
     return FileAttributes{facts.st_mode & 07777u, std::move(*extended)};
   }
@@ -221,17 +222,17 @@ class LinuxFiles final : public Files {
 
   int removeExtendedAttribute(std::string_view path, std::string_view name) override {
     if (!isPath(path) || !isPath(name)) return -1;
-    return gnulinux::removeExtendedAttribute(posix::withoutClosingSlashes(path), name);
+    return posix::removeExtendedAttribute(withoutClosingSlashes(path), name);
   }
 
   std::optional<VolumeSpace> volumeSpace(std::string_view path, TKSError* error) override {
     struct statvfs facts {};
-    const std::string name = posix::withoutClosingSlashes(path);
+    const std::string name = withoutClosingSlashes(path);
     const auto ask = [&](const std::string& place) {
       return posix::retried([&] { return ::statvfs(place.c_str(), &facts); }) == 0;
     };
     // A folder that is still to be made will lie on the volume of the one above it.
-    const bool found = isPath(path) && (ask(name) || (errno == ENOENT && ask(posix::folderOf(name))));
+    const bool found = isPath(path) && (ask(name) || (errno == ENOENT && ask(std::string(folderOf(name)))));
     if (!found) {
       fail(error, "read the free space of", path);
       return std::nullopt;

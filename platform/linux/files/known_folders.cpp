@@ -1,4 +1,5 @@
 #include "platform/known_folders.h"
+#include "foundation/values/FilePaths.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -38,7 +39,7 @@ std::string homeFromPasswordDatabase() {
     }
     if (result != 0 || found == nullptr || found->pw_dir == nullptr || found->pw_dir[0] != '/')
       return std::string(kNoHome);
-    return posix::withoutClosingSlashes(found->pw_dir);
+    return withoutClosingSlashes(found->pw_dir);
   }
 }
 

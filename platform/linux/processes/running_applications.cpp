@@ -1,4 +1,5 @@
 #include "platform/running_applications.h"
+#include "foundation/values/FilePaths.h"
 
 #include <signal.h>
 #include <sys/stat.h>
@@ -31,7 +32,7 @@ constexpr std::string_view kExtension = ".app";
 
 /// The bundle X that holds the executable X/Contents/MacOS/NAME; empty when it lies in none.
 std::string_view bundleOf(std::string_view executable) {
-  const std::string_view folder = executable.substr(0, executable.rfind('/'));
+  const std::string_view folder = folderOf(executable);
   if (!folder.ends_with(kExecutables)) return {};
   return folder.substr(0, folder.size() - kExecutables.size());
 }
@@ -48,7 +49,7 @@ Names readNames(const std::string& bundle) {
               std::string(information["CFBundleDisplayName"].text())};
   if (names.localizedName.empty()) names.localizedName = information["CFBundleName"].text();
   if (names.localizedName.empty()) {
-    std::string_view name = std::string_view(bundle).substr(bundle.rfind('/') + 1);
+    std::string_view name = lastPathComponent(bundle);
     if (name.ends_with(kExtension)) name.remove_suffix(kExtension.size());
     names.localizedName = name;
   }
@@ -154,7 +155,7 @@ class LinuxRunningApplications final : public RunningApplications {
 
   std::optional<TKSRunningApplication> launch(std::string_view bundlePath, const std::vector<std::string>& arguments,
                                               TKSError* error) override {
-    const std::string path = posix::withoutClosingSlashes(bundlePath);
+    const std::string path = withoutClosingSlashes(bundlePath);
     const std::optional<Bundle> bundle = bundles().open(path);
     if (!bundle || bundle->executablePath.empty()) {
       errno = ENOENT;
@@ -174,14 +175,13 @@ class LinuxRunningApplications final : public RunningApplications {
     TKSRunningApplication application = record(process.identifier, path);
     application.startTime = gnulinux::readProcessFacts(process.identifier).value_or(ProcessFacts()).startTime;
     gnulinux::ChildCollector::shared().adopt(std::move(process), {});
-    gnulinux::setExtendedAttribute(path, kLastUsedDate, lastUsedDate(), nullptr);  // a volume may have no attributes
+    posix::setExtendedAttribute(path, kLastUsedDate, lastUsedDate(), nullptr);  // a volume may have no attributes
     return application;
   }
 
   bool hasLastUsedDate(std::string_view bundlePath) override {
     if (!posix::isPath(bundlePath)) return false;
-    const std::optional<TKSData> date =
-        gnulinux::readExtendedAttribute(posix::withoutClosingSlashes(bundlePath), kLastUsedDate);
+    const std::optional<TKSData> date = posix::readExtendedAttribute(withoutClosingSlashes(bundlePath), kLastUsedDate);
     return date && !date->empty();
   }
 

@@ -1,4 +1,5 @@
 #include "platform/system_tools.h"
+#include "foundation/values/FilePaths.h"
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -43,9 +44,7 @@ bool isThere(const std::string& path) { return ::access(path.c_str(), X_OK) == 0
 std::string folderOfThisCode() {
   Dl_info place{};
   if (::dladdr(reinterpret_cast<const void*>(&folderOfThisCode), &place) == 0 || place.dli_fname == nullptr) return {};
-  const std::string file = place.dli_fname;
-  const std::size_t slash = file.rfind('/');
-  return slash == std::string::npos ? std::string() : file.substr(0, slash);
+  return std::string(folderOf(place.dli_fname));
 }
 
 /// Where the project's own assessment tool may stand: where it was installed, also when the whole installation was

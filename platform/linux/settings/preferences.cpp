@@ -1,4 +1,5 @@
 #include "platform/preferences.h"
+#include "foundation/values/FilePaths.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -79,7 +80,7 @@ std::string ownDomain() {
   };
   if (identifier && fits(*identifier)) return *identifier;
   const std::string executable = gnulinux::executablePath(::getpid()).value_or("");
-  std::string name = executable.substr(executable.rfind('/') + 1);
+  std::string name(lastPathComponent(executable));
   return fits(name) ? name : "unknown";
 }
 

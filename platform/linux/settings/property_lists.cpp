@@ -16,7 +16,7 @@
 namespace tks::platform {
 namespace {
 
-using namespace gnulinux::property_list;
+using namespace formats::property_list;
 
 // The numbers that the platform gives these errors.
 constexpr std::int64_t kReadCorrupt = 3840;

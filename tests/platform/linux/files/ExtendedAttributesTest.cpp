@@ -14,9 +14,9 @@
 namespace {
 
 namespace fs = std::filesystem;
-using tks::gnulinux::AppleDouble;
-using tks::gnulinux::parseAppleDouble;
-using tks::gnulinux::serializeAppleDouble;
+using tks::formats::AppleDouble;
+using tks::formats::parseAppleDouble;
+using tks::formats::serializeAppleDouble;
 using tks::platform::files;
 using tks::test::writeFile;
 
@@ -98,9 +98,9 @@ TEST_F(ExtendedAttributes, OfASideCarAreReadAndTheItemsOwnWin) {
   writeSideCar(foreignSideCar());
   ::setxattr(path.c_str(), "user.note", "own", 3, 0);
   EXPECT_EQ(attributes(), (TKSDictionary{{"com.apple.quarantine", bytesOf("0081;;")}, {"note", bytesOf("own")}}));
-  EXPECT_EQ(tks::gnulinux::readExtendedAttribute(path, "note"), bytesOf("own"));
-  EXPECT_EQ(tks::gnulinux::readExtendedAttribute(path, "com.apple.quarantine"), bytesOf("0081;;"));
-  EXPECT_EQ(tks::gnulinux::readExtendedAttribute(path, "missing"), std::nullopt);
+  EXPECT_EQ(tks::posix::readExtendedAttribute(path, "note"), bytesOf("own"));
+  EXPECT_EQ(tks::posix::readExtendedAttribute(path, "com.apple.quarantine"), bytesOf("0081;;"));
+  EXPECT_EQ(tks::posix::readExtendedAttribute(path, "missing"), std::nullopt);
 }
 
 TEST_F(ExtendedAttributes, OfABrokenSideCarDoNotCount) {
@@ -132,28 +132,28 @@ TEST_F(ExtendedAttributes, AVolumeWithoutThemHasNoneAndThatIsNoError) {
   ASSERT_TRUE(found);
   EXPECT_EQ(found->extendedAttributes, TKSDictionary());
   EXPECT_EQ(error, TKSError());
-  EXPECT_FALSE(tks::gnulinux::setExtendedAttribute(virtualFile, "note", bytesOf("x"), &error));
+  EXPECT_FALSE(tks::posix::setExtendedAttribute(virtualFile, "note", bytesOf("x"), &error));
   EXPECT_EQ(error.domain, "NSPOSIXErrorDomain");
 }
 
 TEST_F(ExtendedAttributes, ASideCarIsOneOnlyBesideItsItem) {
   writeSideCar(foreignSideCar());
-  EXPECT_TRUE(tks::gnulinux::isSideCar(sideCar));
-  EXPECT_FALSE(tks::gnulinux::isSideCar(path));
+  EXPECT_TRUE(tks::posix::isSideCar(sideCar));
+  EXPECT_FALSE(tks::posix::isSideCar(path));
   fs::remove(path);
-  EXPECT_FALSE(tks::gnulinux::isSideCar(sideCar));
+  EXPECT_FALSE(tks::posix::isSideCar(sideCar));
   writeFile(path, "x");
   writeFile(sideCar, "something else");
-  EXPECT_FALSE(tks::gnulinux::isSideCar(sideCar));
+  EXPECT_FALSE(tks::posix::isSideCar(sideCar));
 }
 
 TEST(SideCarPath, StandsBesideTheItem) {
-  EXPECT_EQ(tks::gnulinux::sideCarPath("/a/b.app"), "/a/._b.app");
-  EXPECT_EQ(tks::gnulinux::sideCarPath("/a/b.app/"), "/a/._b.app");
-  EXPECT_EQ(tks::gnulinux::sideCarPath("name"), "._name");
-  EXPECT_EQ(tks::gnulinux::sideCarPath("/"), std::nullopt);
-  EXPECT_EQ(tks::gnulinux::sideCarPath("/a/.."), std::nullopt);
-  EXPECT_EQ(tks::gnulinux::sideCarPath(""), std::nullopt);
+  EXPECT_EQ(tks::formats::sideCarPath("/a/b.app"), "/a/._b.app");
+  EXPECT_EQ(tks::formats::sideCarPath("/a/b.app/"), "/a/._b.app");
+  EXPECT_EQ(tks::formats::sideCarPath("name"), "._name");
+  EXPECT_EQ(tks::formats::sideCarPath("/"), std::nullopt);
+  EXPECT_EQ(tks::formats::sideCarPath("/a/.."), std::nullopt);
+  EXPECT_EQ(tks::formats::sideCarPath(""), std::nullopt);
 }
 
 TEST(AppleDoubleFile, OfAnotherSystemIsRead) {
