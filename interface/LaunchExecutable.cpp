@@ -35,6 +35,7 @@ constexpr std::chrono::seconds kPatienceWithInstallations{10};
 constexpr std::string_view kNoThread = "No thread to launch the app on.";
 
 using tks::masked;
+using tks::platform::ChildEnd;
 
 /// What the steps of a launch leave behind for its last line.
 struct Launch {
@@ -102,13 +103,17 @@ bool mayBeLaunched(Launch& launch) {
 struct ChildWatch {
   std::atomic<std::int32_t> pid = 0;
   std::atomic<bool> wasSeen = false;
+  std::atomic<bool> earlyEndIsLogged = false;
   /// `end` is known, and changes no more.
   std::atomic<bool> hasEnded = false;
   /// Written on the main thread; others look at `hasEnded` first.
-  std::optional<tks::platform::ChildEnd> end;
+  std::optional<ChildEnd> end;
   /// Main thread only: who has not been told yet.
-  std::function<void(tks::platform::ChildEnd)> ended;
+  std::function<void(ChildEnd)> ended;
 
+  /// The end as far as it is known here and now. The main thread may be the one that waits for it, so that nobody
+  /// tells.
+  std::optional<ChildEnd> knownEnd() const { return hasEnded ? end : tks::platform::childProcesses().untoldEnd(pid); }
   /// Tells those who know the application by now.
   void tellEnd() {
     if (end && ended) std::exchange(ended, nullptr)(*end);
@@ -120,13 +125,16 @@ void tellObserver(TKSConversationEvent::Kind kind, std::string_view text, std::i
 }
 
 /// Names the reason when a launcher ends before it was seen running: without it the time-out alone would be left.
-void onEnd(ChildWatch& watch, tks::platform::ChildEnd end) {
+void logEarlyEnd(ChildWatch& watch, ChildEnd end) {
+  if (watch.earlyEndIsLogged.exchange(true)) return;
+  TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, %@", watch.pid.load(),
+                        tks::described(end));
+}
+
+void onEnd(ChildWatch& watch, ChildEnd end) {
   watch.pid.wait(0);  // the end may overtake the answer of the start
   watch.end = end;
-  if (!watch.wasSeen) {
-    TKSILog::logWithLevel(TKSILogLevelWarning, "Launched process ended early. PID: %d, %@", watch.pid.load(),
-                          tks::described(end));
-  }
+  if (!watch.wasSeen) logEarlyEnd(watch, end);
   watch.hasEnded = true;
   tellObserver(TKSConversationEvent::Kind::ended, tks::described(end), watch.pid);
   watch.tellEnd();
@@ -140,7 +148,7 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   request.joinStandardHandles = scanned.joinsStandardHandles();
   TKSError error;
   launch.pid = tks::platform::childProcesses().start(
-      request, [watch](tks::platform::ChildEnd end) { onEnd(*watch, end); }, &error);
+      request, [watch](ChildEnd end) { onEnd(*watch, end); }, &error);
   if (launch.pid < 1) launch.reason = tks::reasonOf(error, TKSErrorReason::systemFailed);
   // Before anybody can be told of its end.
   if (launch.pid >= 1) tellObserver(TKSConversationEvent::Kind::started, launch.exePath, launch.pid);
@@ -149,17 +157,19 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   TKSILog::logWithLevel(TKSILogLevelInfo, "PID launched: %d", launch.pid);
 }
 
-/// Polls until the system lists the process as a running application, or the process is known to have ended.
-void waitForApplication(Launch& launch, const ChildWatch& watch) {
-  bool hasEnded = false;
-  for (int counter = 0; counter <= kLastPoll && !launch.application && !hasEnded; ++counter) {
+/// Polls until the system lists the process as a running application, or the process is known to have ended: returns
+/// the end then.
+std::optional<ChildEnd> waitForApplication(Launch& launch, const ChildWatch& watch) {
+  std::optional<ChildEnd> end;
+  for (int counter = 0; counter <= kLastPoll && !launch.application && !end; ++counter) {
     tks::platform::clock().sleep(kPollInterval);
     ++launch.polls;
-    hasEnded = watch.hasEnded;
+    end = watch.knownEnd();
     launch.application = tks::platform::runningApplications().find(launch.pid);
     const std::string found = launch.application ? launch.application->description() : "(null)";
     TKSILog::logWithLevel(TKSILogLevelInfo, "Launched app: %@", masked(found));
   }
+  return end;
 }
 
 /// A process that nobody will ever see is not started: it would run on while its launch counts as failed.
@@ -179,6 +189,15 @@ void giveUpStandardHandles() {
   if (source) tks::platform::channels().endOfTalk(source->identity(), false);
 }
 
+/// Why the process was never listed.
+void failToSee(Launch& launch, std::optional<ChildEnd> end) {
+  launch.reason = end ? TKSErrorReason::endedEarly : TKSErrorReason::notAnswered;
+  launch.message = end ? tks::formatted("Launched process ended before it was running (%@). Path: %@",
+                                        tks::described(*end), masked(launch.exePath))
+                       : tks::formatted("Getting running app process timeout (more than %i s). Path: %@", kPollSeconds,
+                                        masked(launch.exePath));
+}
+
 void startAndWait(Launch& launch, const std::vector<std::string>& args, const std::shared_ptr<ChildWatch>& watch,
                   std::unique_ptr<tks::platform::FileLock> placeLock) {
   const tks::LaunchArguments scanned = tks::scanLaunchArguments(args);
@@ -196,16 +215,13 @@ void startAndWait(Launch& launch, const std::vector<std::string>& args, const st
     launch.message = "Getting pid failed, probably launch app by NSTask failed.";
     return;
   }
-  waitForApplication(launch, *watch);
+  const std::optional<ChildEnd> end = waitForApplication(launch, *watch);
   launch.succeeded = launch.application.has_value();
   watch->wasSeen = launch.succeeded;
   if (launch.succeeded) return;
+  if (end) logEarlyEnd(*watch, *end);
   if (scanned.joinsStandardHandles()) tks::platform::mainLoop().post(giveUpStandardHandles);
-  launch.reason = watch->hasEnded ? TKSErrorReason::endedEarly : TKSErrorReason::notAnswered;
-  launch.message = watch->hasEnded ? tks::formatted("Launched process ended before it was running (%@). Path: %@",
-                                                    tks::described(*watch->end), masked(launch.exePath))
-                                   : tks::formatted("Getting running app process timeout (more than %i s). Path: %@",
-                                                    kPollSeconds, masked(launch.exePath));
+  failToSee(launch, end);
 }
 
 std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, const std::vector<std::string>& args,
@@ -231,7 +247,7 @@ std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, con
 /// Those who wait for a launch in the background.
 struct Waiting {
   TKSLaunchResultBlock launchResult;
-  std::function<void(tks::platform::ChildEnd)> ended;
+  std::function<void(ChildEnd)> ended;
   const std::shared_ptr<ChildWatch> watch = std::make_shared<ChildWatch>();
 };
 

@@ -49,6 +49,10 @@ class ChildProcesses {
   /// all children itself. `ended` is called once on the main thread, and may be empty.
   virtual std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> ended, TKSError* error) = 0;
 
+  /// How a child ended whose `ended` is not called yet, for those who keep the main thread from doing so. Nothing while
+  /// the child runs, from the call of `ended` on, for a child without one, and for all other processes. Any thread.
+  virtual std::optional<ChildEnd> untoldEnd(std::int32_t process) = 0;
+
   /// The standard input and output from before the first of these calls or starts with joined handles: a private
   /// close-on-exec descriptor, the same one for the rest of the process; -1 when there was none. 0 and 1 when there is
   /// no descriptor left for it and nothing was joined yet.

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "platform/apple/conversions.h"
@@ -15,6 +16,7 @@
 #include "platform/platform.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
+#include "platform/posix/untold_ends.h"
 
 namespace tks::platform {
 namespace {
@@ -47,7 +49,12 @@ std::int32_t launch(NSTask* task, std::function<void(ChildEnd)> ended, TKSError*
   task.terminationHandler = ^(NSTask* finished) {
     const ChildEnd end = endOf(finished);
     kept = nil;
-    if (ended) mainLoop().post([ended, end] { ended(end); });
+    if (!ended) return;
+    const std::uint64_t untold = posix::UntoldEnds::shared().add(finished.processIdentifier, end);
+    mainLoop().post([untold, ended, end] {
+      posix::UntoldEnds::shared().remove(untold);
+      ended(end);
+    });
   };
   NSError* failure = nil;
   @try {
@@ -127,6 +134,9 @@ class AppleChildProcesses final : public ChildProcesses {
       }
     }
   }
+
+  // The task tells of its end on a queue of its own, whatever the main thread does.
+  std::optional<ChildEnd> untoldEnd(std::int32_t process) override { return posix::UntoldEnds::shared().find(process); }
 
   int originalStandardInput() override { return StandardHandles::shared().originalInput(); }
   int originalStandardOutput() override { return StandardHandles::shared().originalOutput(); }

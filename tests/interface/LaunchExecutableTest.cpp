@@ -19,6 +19,7 @@ using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 constexpr std::int32_t kPid = 4711;
 
@@ -29,6 +30,8 @@ class PlayedChildren final : public tks::platform::ChildProcesses {
   std::vector<ChildRequest> requests;
   std::function<void(ChildEnd)> ended;
   std::function<void(const std::function<void(ChildEnd)>&)> onStart;
+  /// The end of the child, while the loop has not told it.
+  std::optional<ChildEnd> untold;
 
   std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> whenEnded, TKSError* error) override {
     requests.push_back(request);
@@ -38,6 +41,7 @@ class PlayedChildren final : public tks::platform::ChildProcesses {
     if (error != nullptr) *error = TKSError{"NSPOSIXErrorDomain", 8, "start \"x\": Exec format error"};
     return 0;
   }
+  std::optional<ChildEnd> untoldEnd(std::int32_t process) override { return process == kPid ? untold : std::nullopt; }
   int originalStandardInput() override { return 71; }
   int originalStandardOutput() override { return 72; }
 
@@ -267,6 +271,36 @@ TEST_F(LaunchExecutable, TheWaitForALauncherThatHasEndedStopsAtTheNextPoll) {
   expectError("Launched process ended before it was running (exit code: 3). Path: " + executable);
   EXPECT_EQ(looks, 4);
   EXPECT_EQ(log.lines().back(), info("Launch exe result 0: [pid: 4711, path: " + executable + ", retryCount: 4]"));
+}
+
+/// The loop tells no end while the launch itself holds up the main thread.
+TEST_F(LaunchExecutable, AWaitOnTheMainThreadForALauncherThatHasEndedStopsAtTheNextPoll) {
+  applications.looks.clear();
+  int looks = 0;
+  applications.onLook = [&] {
+    if (++looks == 3) children.untold = ChildEnd{ChildEnd::How::killed, 6};
+  };
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Launched process ended before it was running (signal: 6). Path: " + executable);
+  EXPECT_EQ(error.reason, TKSErrorReason::endedEarly);
+  EXPECT_EQ(looks, 4);
+  EXPECT_EQ(log.lines().back(), info("Launch exe result 0: [pid: 4711, path: " + executable + ", retryCount: 4]"));
+}
+
+TEST_F(LaunchExecutable, AnEarlyEndIsLoggedOnceWhoeverLearnsOfItFirst) {
+  applications.looks.clear();
+  children.untold = ChildEnd{ChildEnd::How::exited, 3};
+  launch({});
+  const std::string line = "Launched process ended early. PID: 4711, exit code: 3";
+  EXPECT_THAT(log.texts(4), Contains(line).Times(1));
+  children.ended(ChildEnd{ChildEnd::How::exited, 3});
+  EXPECT_THAT(log.texts(4), Contains(line).Times(1));
+}
+
+TEST_F(LaunchExecutable, ALauncherThatEndsAfterItWasListedIsLaunched) {
+  children.untold = ChildEnd{ChildEnd::How::exited, 0};
+  EXPECT_EQ(launch({}), application());
+  EXPECT_THAT(log.texts(4), Not(Contains(StartsWith("Launched process ended early."))));
 }
 
 TEST_F(LaunchExecutable, ALauncherThatIsKilledEarlyIsReportedWithTheSignal) {

@@ -126,6 +126,38 @@ TEST_F(ChildProcesses, EndIsToldOnceOnTheMainThread) {
   EXPECT_EQ(thread, std::this_thread::get_id());
 }
 
+TEST_F(ChildProcesses, AnEndIsKnownToThoseWhoAskBeforeTheLoopTellsIt) {
+  const FakeLauncher launcher({"--exit", "3"});
+  const FakeLauncher other({"--wont-die"});
+  Child child;
+  Child running;
+  ASSERT_TRUE(child.start(launcher.executable()));
+  ASSERT_TRUE(running.start(other.executable()));
+  std::optional<ChildEnd> end;
+  ASSERT_TRUE(waitUntil([&] { return (end = childProcesses().untoldEnd(child.pid)).has_value(); }));
+  EXPECT_EQ(end->how, ChildEnd::How::exited);
+  EXPECT_EQ(end->number, 3);
+  EXPECT_TRUE(childProcesses().untoldEnd(child.pid)) << "until it is told";
+  EXPECT_FALSE(childProcesses().untoldEnd(running.pid));
+  EXPECT_FALSE(childProcesses().untoldEnd(::getpid()));
+  EXPECT_THAT(child.ends, IsEmpty());
+  ASSERT_TRUE(child.waitForEnd());
+  EXPECT_EQ(child.ends[0].number, 3);
+  EXPECT_FALSE(childProcesses().untoldEnd(child.pid));
+  ::kill(running.pid, SIGKILL);
+  EXPECT_TRUE(running.waitForEnd());
+}
+
+TEST_F(ChildProcesses, AnEndIsKnownToAnotherThreadAsWell) {
+  const FakeLauncher launcher({"--abort"});
+  Child child;
+  ASSERT_TRUE(child.start(launcher.executable()));
+  std::thread([&] {
+    EXPECT_TRUE(waitUntil([&] { return childProcesses().untoldEnd(child.pid).has_value(); }));
+  }).join();
+  EXPECT_TRUE(child.waitForEnd());
+}
+
 TEST_F(ChildProcesses, AnEndBySignalNamesTheSignal) {
   const FakeLauncher launcher({"--abort"});
   Child child;

@@ -13,6 +13,7 @@
 #include "platform/linux/system_calls.h"
 #include "platform/platform.h"
 #include "platform/posix/standard_handles.h"
+#include "platform/posix/untold_ends.h"
 
 namespace tks::gnulinux {
 namespace {
@@ -163,7 +164,11 @@ void ChildCollector::collectOne(std::uint64_t number) {
     --count_;
   }
   if (!child.ended) return;
-  platform::mainLoop().post([ended = std::move(child.ended), end = *end] { ended(end); });
+  const std::uint64_t untold = posix::UntoldEnds::shared().add(child.process, *end);
+  platform::mainLoop().post([untold, ended = std::move(child.ended), end = *end] {
+    posix::UntoldEnds::shared().remove(untold);
+    ended(end);
+  });
 }
 
 void ChildCollector::keepLooking() {

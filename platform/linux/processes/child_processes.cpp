@@ -12,6 +12,7 @@
 #include "platform/linux/processes/spawn.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
+#include "platform/posix/untold_ends.h"
 
 namespace tks::platform {
 namespace {
@@ -74,6 +75,11 @@ class LinuxChildProcesses final : public ChildProcesses {
     const pid_t identifier = process.identifier;
     collector.adopt(std::move(process), std::move(ended));
     return identifier;
+  }
+
+  std::optional<ChildEnd> untoldEnd(std::int32_t process) override {
+    gnulinux::ChildCollector::shared().collect();
+    return posix::UntoldEnds::shared().find(process);
   }
 
   int originalStandardInput() override { return StandardHandles::shared().originalInput(); }
