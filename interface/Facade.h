@@ -93,7 +93,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   std::optional<std::vector<std::string>> prepareChannel(TKSError& error);
   void connect(Session::Number launcher, const TKSRunningApplication& application);
   void reportFailedLaunch(Session::Number launcher, const std::string& exePath, const TKSError& reason);
-  void onLauncherEnd(Session::Number launcher, const std::string& end);
+  void onLauncherEnd(const Epoch::Moment& launcher, const std::string& end);
   void greet();
   void startAgain();
 
@@ -127,7 +127,8 @@ class Facade : public std::enable_shared_from_this<Facade> {
   Epoch conversation_;
   /// Ends with each request to the launcher.
   Epoch request_;
-  Session::Number launcher_ = 0;
+  /// Ends with each launcher that is started.
+  Epoch launcher_;
   std::unique_ptr<platform::MainLoop::Timer> endTimer_;
 };
 

@@ -117,16 +117,17 @@ void Facade::launchAndConnect(Session::Number launcher) {
     TKSILog::logWithLevel(TKSILogLevelError, "Start failed: %@", masked(error.localizedDescription));
     return settle(Event::launcherFailed, {.launcher = launcher}, error);
   }
-  launcher_ = launcher;
+  launcher_.end();
   const std::string exePath = manager().TKSExePath;
-  launchExecutable(
-      exePath, *arguments,
-      later([launcher, exePath](Facade& self, const std::optional<TKSRunningApplication>& application,
-                                const std::optional<TKSError>& reason) {
-        if (application) return self.connect(launcher, *application);
-        self.reportFailedLaunch(launcher, exePath, reason.value_or(TKSError{{}, 0, "(null)"}));
-      }),
-      later([launcher](Facade& self, platform::ChildEnd end) { self.onLauncherEnd(launcher, described(end)); }));
+  launchExecutable(exePath, *arguments,
+                   later([launcher, exePath](Facade& self, const std::optional<TKSRunningApplication>& application,
+                                             const std::optional<TKSError>& reason) {
+                     if (application) return self.connect(launcher, *application);
+                     self.reportFailedLaunch(launcher, exePath, reason.value_or(TKSError{{}, 0, "(null)"}));
+                   }),
+                   later([mine = launcher_.now()](Facade& self, platform::ChildEnd end) {
+                     self.onLauncherEnd(mine, described(end));
+                   }));
 }
 
 /// Chooses the channel by the host's identifier and gets it ready: the launcher's arguments. Nothing when a host that
@@ -179,11 +180,11 @@ void Facade::connect(Session::Number launcher, const TKSRunningApplication& appl
 
 /// Most often the conversation has noticed by itself. It cannot when the channel is a pair of files, or when a child of
 /// the launcher keeps the pipe open.
-void Facade::onLauncherEnd(Session::Number launcher, const std::string& end) {
-  if (launcher != launcher_) return;
+void Facade::onLauncherEnd(const Epoch::Moment& launcher, const std::string& end) {
+  if (launcher.isOver()) return;
   endTimer_ = platform::mainLoop().after(
       kTimeForLastWords, later([launcher, end](Facade& self) {
-        if (launcher != self.launcher_) return;
+        if (launcher.isOver()) return;
         TKSMessageHost& host = *self.handler().messageHost;
         if (host.isOpened) {
           return host.handleFatalError(formatted("Launcher process ended while message host is still open. (%@)", end));

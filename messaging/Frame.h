@@ -77,9 +77,6 @@ class PieceCutter {
     return piece;
   }
 
-  /// The next byte starts a frame.
-  void restart() { missing_ = 0; }
-
  private:
   std::size_t cut(std::string_view ahead, std::uint64_t wanted) {
     const std::uint64_t longest = std::max<std::uint64_t>(largestMessage(), kHeaderBytes);

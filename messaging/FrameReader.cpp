@@ -14,15 +14,15 @@ void FrameReader::start(std::unique_ptr<platform::ByteSource> source) {
   if (!buffer_) buffer_ = std::make_unique_for_overwrite<char[]>(kBufferBytes);
   if (identity_ != source->identity()) begin_ = end_ = 0;
   identity_ = source->identity();
-  source_ = std::move(source);
-  source_->watch([weak = weak_from_this()] {
+  reading_.source = std::move(source);
+  reading_.source->watch([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->onReadable();
   });
   if (ahead().empty()) return;
   // No new bytes need come for these to be wanted.
-  platform::mainLoop().post([weak = weak_from_this(), turn = turn_] {
+  platform::mainLoop().post([weak = weak_from_this(), turn = turn_.now()] {
     const auto self = weak.lock();
-    if (self && self->turn_ == turn) self->handOut();
+    if (self && !turn.isOver()) self->handOut();
   });
 }
 
@@ -30,40 +30,36 @@ void FrameReader::startBroken(TKSError error) {
   stop();
   begin_ = end_ = 0;
   identity_.reset();
-  ended_ = true;
-  failure_ = std::move(error);
-  endTimer_ = platform::mainLoop().after(std::chrono::milliseconds(0), [weak = weak_from_this()] {
+  reading_.ended = true;
+  reading_.failure = std::move(error);
+  reading_.endTimer = platform::mainLoop().after(std::chrono::milliseconds(0), [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->tellEnd();
   });
 }
 
 void FrameReader::stop() {
-  ++turn_;
-  cutter_.restart();
-  if (source_) source_->unwatch();
-  source_.reset();
-  endTimer_.reset();
-  ended_ = false;
-  failure_.reset();
+  turn_.end();
+  if (reading_.source) reading_.source->unwatch();
+  reading_ = {};
 }
 
 void FrameReader::onReadable() {
-  if (!source_ || ended_) return;
+  if (!reading_.source || reading_.ended) return;
   if (makeRoom() == 0) {
     handOut();
     return;
   }
-  platform::Transfer transfer = source_->read({buffer_.get() + end_, kBufferBytes - end_});
+  platform::Transfer transfer = reading_.source->read({buffer_.get() + end_, kBufferBytes - end_});
   if (transfer.count > 0) {
     end_ += transfer.count;
     handOut();
   } else if (transfer.end || transfer.error) {
-    failure_ = std::move(transfer.error);
+    reading_.failure = std::move(transfer.error);
     onEnd();
   }
 }
 
-/// Moves what is left to the front of the buffer; answers how many bytes can be read. As a rule nothing is left, or a
+/// Moves what is left to the front of the buffer; returns how many bytes can be read. As a rule nothing is left, or a
 /// part of a header.
 std::size_t FrameReader::makeRoom() {
   const std::string_view left = ahead();
@@ -76,9 +72,9 @@ std::size_t FrameReader::makeRoom() {
 }
 
 void FrameReader::handOut() {
-  const std::uint64_t turn = turn_;
-  while (turn == turn_) {
-    const std::string_view piece = ahead().substr(0, cutter_.next(ahead(), ended_));
+  const Epoch::Moment turn = turn_.now();
+  while (!turn.isOver()) {
+    const std::string_view piece = ahead().substr(0, reading_.cutter.next(ahead(), reading_.ended));
     if (piece.empty()) return;
     // Before the call: what is called may stop the reader, start it again and go on from here.
     begin_ += piece.size();
@@ -87,19 +83,19 @@ void FrameReader::handOut() {
 }
 
 void FrameReader::onEnd() {
-  const std::uint64_t turn = turn_;
-  source_->unwatch();
-  ended_ = true;
+  const Epoch::Moment turn = turn_.now();
+  reading_.source->unwatch();
+  reading_.ended = true;
   handOut();
-  if (turn == turn_) tellEnd();
+  if (!turn.isOver()) tellEnd();
 }
 
 void FrameReader::tellEnd() {
-  endTimer_ = platform::mainLoop().after(kEndInterval, [weak = weak_from_this()] {
+  reading_.endTimer = platform::mainLoop().after(kEndInterval, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->tellEnd();
   });
-  if (failure_) {
-    broken_(TKSError(*failure_));
+  if (reading_.failure) {
+    broken_(TKSError(*reading_.failure));
   } else {
     piece_({});
   }

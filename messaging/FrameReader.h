@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -10,6 +9,7 @@
 
 #include <tksinterface/TKSError.h>
 
+#include "foundation/values/Epoch.h"
 #include "messaging/Frame.h"
 #include "platform/channels.h"
 #include "platform/main_loop.h"
@@ -53,23 +53,29 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   std::string_view ahead() const { return {buffer_.get() + begin_, end_ - begin_}; }
   std::size_t makeRoom();
 
-  Piece piece_;
-  Broken broken_;
-  std::unique_ptr<platform::ByteSource> source_;
-  std::unique_ptr<platform::MainLoop::Timer> endTimer_;
-  PieceCutter cutter_;
-  bool ended_ = false;
-  /// Why the channel failed; nothing after an orderly end.
-  std::optional<TKSError> failure_;
+  /// What there is from a start to the stop after it.
+  struct Reading {
+    std::unique_ptr<platform::ByteSource> source;
+    PieceCutter cutter;
+    /// The channel has ended or failed.
+    bool ended = false;
+    /// Why it failed; nothing after an orderly end.
+    std::optional<TKSError> failure;
+    /// Tells the end again and again.
+    std::unique_ptr<platform::MainLoop::Timer> endTimer;
+  };
+
+  const Piece piece_;
+  const Broken broken_;
+  Reading reading_;
+  /// Ends with each start and stop, so that work in hand notices when it is no longer wanted.
+  Epoch turn_;
 
   /// The channel that the bytes in the buffer came from.
   std::optional<platform::ChannelIdentity> identity_;
   std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
-
-  /// Counts starts and stops, so that work in hand notices when it is no longer wanted.
-  std::uint64_t turn_ = 0;
 };
 
 }  // namespace tks::messaging

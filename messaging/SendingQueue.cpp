@@ -50,33 +50,31 @@ void report(const std::optional<TKSError>& error) {
 }  // namespace
 
 void SendingQueue::open(std::shared_ptr<platform::ByteSink> sink) {
-  std::size_t dropped = 0;
-  std::shared_ptr<platform::ByteSink> before;
+  Channel before;
   {
     const std::scoped_lock lock(mutex_);
-    closing_ = false;
-    const bool sameChannel = sink_ && sink && sink_->identity() == sink->identity();
-    if (sameChannel && !waiting().empty()) return;
-    dropped = dropWaiting();
-    before = std::exchange(sink_, std::move(sink));
+    channel_.closing = false;
+    const bool sameChannel = channel_.sink && sink && channel_.sink->identity() == sink->identity();
+    if (sameChannel && !channel_.waiting().empty()) return;
+    before = replaceChannel(std::move(sink));
   }
+  const std::size_t dropped = before.waiting().size();
   if (dropped > 0) {
     report(failure(tks::formatted("Another channel took the place of the one that %lu bytes waited for.", dropped)));
   }
 }
 
 void SendingQueue::close() {
-  std::shared_ptr<platform::ByteSink> before;
+  Channel before;
   const std::scoped_lock lock(mutex_);
-  closing_ = !waiting().empty();
-  if (!closing_) before = std::move(sink_);
+  channel_.closing = !channel_.waiting().empty();
+  if (!channel_.closing) before = replaceChannel(nullptr);
 }
 
 void SendingQueue::abandon() {
-  std::shared_ptr<platform::ByteSink> before;
+  Channel before;
   const std::scoped_lock lock(mutex_);
-  dropWaiting();
-  before = std::move(sink_);
+  before = replaceChannel(nullptr);
 }
 
 std::string SendingQueue::takeBuffer() {
@@ -105,69 +103,69 @@ void SendingQueue::dropSpareBuffer() {
 
 std::size_t SendingQueue::waitingBytes() const {
   const std::scoped_lock lock(mutex_);
-  return waiting().size();
+  return channel_.waiting().size();
 }
 
 std::optional<SendingQueue::Refusal> SendingQueue::write(std::string& frame) {
-  if (!sink_) return Refusal{failure("There is no channel to write to.")};
-  if (!waiting().empty()) return append(frame);
-  sink_->expect(frame.size());
-  platform::Transfer transfer = sink_->write(frame);
+  if (!channel_.sink) return Refusal{failure("There is no channel to write to.")};
+  if (!channel_.waiting().empty()) return append(frame);
+  channel_.sink->expect(frame.size());
+  platform::Transfer transfer = channel_.sink->write(frame);
   if (transfer.count == frame.size()) {
     keepBuffer(frame);
     return std::nullopt;
   }
   if (std::optional<TKSError> error = failureOf(transfer)) return Refusal{*std::move(error), true};
-  waiting_ = std::move(frame);
-  waitingFrom_ = transfer.count;
+  channel_.kept = std::move(frame);
+  channel_.sent = transfer.count;
   awaitRoom();
   return std::nullopt;
 }
 
 std::optional<SendingQueue::Refusal> SendingQueue::append(const std::string& frame) {
-  if (waiting().size() + frame.size() > mostWaitingBytes()) {
-    return Refusal{
-        failure(tks::formatted("%lu bytes wait already, no room for %lu more.", waiting().size(), frame.size()))};
+  const std::size_t waiting = channel_.waiting().size();
+  if (waiting + frame.size() > mostWaitingBytes()) {
+    return Refusal{failure(tks::formatted("%lu bytes wait already, no room for %lu more.", waiting, frame.size()))};
   }
   // Compact only when over half was sent, so that no byte moves twice.
-  if (waitingFrom_ > waiting().size()) {
-    waiting_.erase(0, waitingFrom_);
-    waitingFrom_ = 0;
+  if (channel_.sent > waiting) {
+    channel_.kept.erase(0, channel_.sent);
+    channel_.sent = 0;
   }
-  waiting_ += frame;
+  channel_.kept += frame;
   awaitRoom();  // once more, should memory have run out the last time
   return std::nullopt;
 }
 
 void SendingQueue::awaitRoom() {
-  if (awaitingRoom_) return;
+  if (channel_.awaitsRoom) return;
   // Keeps this object until the bytes are written, the channel breaks or another channel takes its place.
-  sink_->whenWritable([self = shared_from_this(), sink = sink_.get()] {
+  channel_.sink->whenWritable([self = shared_from_this(), sink = channel_.sink.get()] {
     const HeldLines lines;
     std::optional<TKSError> error;
     std::shared_ptr<platform::ByteSink> kept;
     {
       const std::scoped_lock lock(self->mutex_);
-      kept = self->sink_;
+      kept = self->channel_.sink;
       error = self->writeWaiting(sink);
     }
     report(error);
   });
-  awaitingRoom_ = true;
+  channel_.awaitsRoom = true;
 }
 
 std::optional<TKSError> SendingQueue::writeWaiting(const platform::ByteSink* sink) {
-  if (sink != sink_.get()) return std::nullopt;
-  awaitingRoom_ = false;
-  platform::Transfer transfer = sink_->write(waiting().substr(0, kBytesPerTurn));
-  waitingFrom_ += transfer.count;
+  if (sink != channel_.sink.get()) return std::nullopt;
+  channel_.awaitsRoom = false;
+  platform::Transfer transfer = channel_.sink->write(channel_.waiting().substr(0, kBytesPerTurn));
+  channel_.sent += transfer.count;
   std::optional<TKSError> error = failureOf(transfer);
-  if (!error && !waiting().empty()) {
+  if (!error && !channel_.waiting().empty()) {
     awaitRoom();
     return std::nullopt;
   }
-  dropWaiting();
-  if (std::exchange(closing_, false)) sink_.reset();
+  keepBuffer(channel_.kept);
+  channel_ = {channel_.closing ? nullptr : std::move(channel_.sink)};
   return error;
 }
 
@@ -177,13 +175,10 @@ void SendingQueue::keepBuffer(std::string& buffer) {
   }
 }
 
-std::size_t SendingQueue::dropWaiting() {
-  const std::size_t dropped = waiting().size();
-  keepBuffer(waiting_);
-  waiting_ = {};
-  waitingFrom_ = 0;
-  awaitingRoom_ = false;
-  return dropped;
+SendingQueue::Channel SendingQueue::replaceChannel(std::shared_ptr<platform::ByteSink> sink) {
+  Channel next;
+  next.sink = std::move(sink);
+  return std::exchange(channel_, std::move(next));
 }
 
 }  // namespace tks::messaging

@@ -55,17 +55,26 @@ class SendingQueue : public std::enable_shared_from_this<SendingQueue> {
   std::optional<TKSError> writeWaiting(const platform::ByteSink* sink);
   void keepBuffer(std::string& buffer);
   void awaitRoom();
-  std::string_view waiting() const { return std::string_view(waiting_).substr(waitingFrom_); }
-  std::size_t dropWaiting();
 
-  mutable std::mutex mutex_;
-  std::shared_ptr<platform::ByteSink> sink_;
-  /// What the channel refused, without borders between frames, from `waitingFrom_` on.
-  std::string waiting_;
-  std::size_t waitingFrom_ = 0;
-  /// The sink will call when it takes bytes again.
-  bool awaitingRoom_ = false;
-  bool closing_ = false;
+  /// The channel, and what waits for it: replaced as a whole.
+  struct Channel {
+    /// Null while there is no channel.
+    std::shared_ptr<platform::ByteSink> sink;
+    /// What the channel refused, without borders between frames, from `sent` on.
+    std::string kept{};
+    std::size_t sent = 0;
+    /// The sink will call when it takes bytes again.
+    bool awaitsRoom = false;
+    /// It is let go of once nothing waits any more.
+    bool closing = false;
+
+    std::string_view waiting() const { return std::string_view(kept).substr(sent); }
+  };
+  /// Lets another channel take the place of the present one, which is returned.
+  Channel replaceChannel(std::shared_ptr<platform::ByteSink> sink);
+
+  mutable std::mutex mutex_;  // guards what follows
+  Channel channel_;
   std::string spareBuffer_;
 };
 

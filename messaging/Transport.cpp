@@ -151,6 +151,8 @@ void Transport::close() {
   if (host_.isOpened) tellObserver(TKSConversationEvent::Kind::closed, {});
   host_.isOpened = false;
   host_.messageHandler = nullptr;
+  failure_.reset();
+  saidFarewell_ = false;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Close message host done.");
 }
 

@@ -109,14 +109,6 @@ TEST(PieceCutter, NegativeLimitCountsAsTheLargestNumber) {
   EXPECT_THAT(cut({header(0xFFFFFFFF) + "a", "b"}), ElementsAre(header(0xFFFFFFFF) + "a", "b"));
 }
 
-TEST(PieceCutter, RestartTakesTheNextByteForAFrame) {
-  PieceCutter cutter;
-  EXPECT_EQ(cutter.next(header(100) + "part", false), 8u);
-  cutter.restart();
-  const std::string next = frame("whole");
-  EXPECT_EQ(cutter.next(next + "x", false), next.size());
-}
-
 TEST(PieceCutter, PiecesOfAnyCutsJoinToTheInput) {
   std::mt19937 random(20240117);
   for (int round = 0; round < 200; ++round) {
