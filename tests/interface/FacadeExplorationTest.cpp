@@ -7,27 +7,18 @@
 #include <vector>
 
 #include "tests/interface/FacadeTest.h"
+#include "tests/support/Orders.h"
+#include "tests/support/PlayedBackground.h"
 
-// Two callers of one facade, a launcher and its channel: every order of six of the things that they can do. Whatever
-// meets whatever, each call hears of its end once.
+// The callers of one facade, a launcher and its channel: every order of up to six of the things that they can do.
+// Whatever meets whatever, each call hears of its end once.
 
 namespace {
 
 using tks::test::FakeWorld;
+using tks::test::Orders;
+using tks::test::PlayedBackground;
 using tks::test::Wire;
-
-/// Work that waits until the test lets it be done, on the main thread.
-class PlayedBackground final : public tks::platform::BackgroundWork {
- public:
-  std::deque<std::function<void()>> queue;
-  bool submit(std::function<void()>&& work) override {
-    queue.push_back(std::move(work));
-    return true;
-  }
-
- private:
-  tks::platform::Replaced<tks::platform::BackgroundWork> replaced_{*this};
-};
 
 enum class Deed { start, stop, launch, download, background, answer, errorText, errorObject, update, end };
 constexpr const char* kDeedNames[] = {"start",  "stop",      "launch",      "download", "background",
@@ -41,7 +32,7 @@ struct Call {
 
 class FacadeExploration : public testing::TestWithParam<Deed> {
  protected:
-  static constexpr std::size_t kDeeds = 6;
+  static constexpr std::size_t kMostDeeds = 6;
 
   FacadeExploration() {
     world_.processes.onStart = [this] {
@@ -100,17 +91,11 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
     if (type == "disconnect") heard_.clear();  // the launcher is gone then
   }
 
-  void work() {
-    const std::function<void()> one = std::move(background_.queue.front());
-    background_.queue.pop_front();
-    one();
-  }
-
   void perform(Deed deed) {
     story_ += std::string(kDeedNames[static_cast<int>(deed)]) + " ";
     switch (deed) {
       case Deed::background:
-        work();
+        background_.doNext();
         break;
       case Deed::answer:
         answer();
@@ -137,7 +122,7 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
   void finish() {
     for (int round = 0; round < 30; ++round) {
       if (!background_.queue.empty()) {
-        work();
+        background_.doNext();
       } else if (!heard_.empty() && tks_->messageHandler->messageHost->isOpened) {
         answer();
       } else if (tks_->messageHandler->messageHost->isOpened) {
@@ -170,33 +155,25 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
 };
 
 TEST_P(FacadeExploration, InEveryOrderEachCallHearsOfItsEndOnce) {
-  std::vector<std::size_t> choices;
-  std::vector<std::size_t> widths;
-  std::size_t orders = 0;
-  do {
-    begin();
-    for (std::size_t step = 0; step < kDeeds; ++step) {
-      const std::vector<Deed> deeds = possible(step);
-      if (step == choices.size()) {
-        choices.push_back(0);
-        widths.push_back(deeds.size());
+  std::size_t gone = 0;
+  for (std::size_t length = 1; length <= kMostDeeds; ++length) {
+    Orders orders;
+    do {
+      begin();
+      for (std::size_t step = 0; step < length; ++step) {
+        const std::vector<Deed> deeds = possible(step);
+        perform(deeds[orders.choose(deeds.size())]);
       }
-      ASSERT_EQ(widths[step], deeds.size()) << "not the same again: " << story_;
-      perform(deeds[choices[step]]);
-    }
-    finish();
-    expectToldOnce();
-    if (HasFailure()) return;
-    tks_.reset();
-    settle();
-    ++orders;
-    while (!choices.empty() && ++choices.back() == widths.back()) {
-      choices.pop_back();
-      widths.pop_back();
-    }
-  } while (!choices.empty());
-  EXPECT_GT(orders, 3000u);
-  RecordProperty("orders", static_cast<int>(orders));
+      finish();
+      expectToldOnce();
+      if (HasFailure()) return;
+      tks_.reset();
+      settle();
+    } while (orders.next());
+    gone += orders.count();
+  }
+  EXPECT_GT(gone, 3000u);
+  RecordProperty("orders", static_cast<int>(gone));
 }
 
 INSTANTIATE_TEST_SUITE_P(BeginningWith, FacadeExploration,

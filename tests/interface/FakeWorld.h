@@ -147,6 +147,7 @@ class PlayedProcesses final : public platform::ChildProcesses, public NoApplicat
     const std::scoped_lock lock(mutex_);
     return processes_.size();
   }
+  std::int32_t nextPid() const { return kFirstPid + static_cast<std::int32_t>(count()); }
   platform::ChildRequest request(std::size_t index) const {
     const std::scoped_lock lock(mutex_);
     return processes_.at(index).request;
