@@ -16,6 +16,8 @@ const Application& tksctl() {
           "the "
           "system trusts.",
       .commands = {
+          explainCommand(),
+          maskCommand(),
           versionCommand(),
           completionCommand(),
           manualCommand(),

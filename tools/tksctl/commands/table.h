@@ -8,7 +8,9 @@ namespace tks::ctl {
 const Application& tksctl();
 
 Command completionCommand();
+Command explainCommand();
 Command manualCommand();
+Command maskCommand();
 Command versionCommand();
 
 }  // namespace tks::ctl
