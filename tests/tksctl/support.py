@@ -111,6 +111,45 @@ class World:
         shutil.rmtree(self.folder, ignore_errors=True)
 
 
+class Maker:
+    """Makes identities, and launchers around the program in tests/support/fake_launcher, signed with them."""
+    identities = {}
+    keeper = None
+
+    @classmethod
+    def identity(cls, *options):
+        if cls.keeper is None:
+            cls.keeper = tempfile.TemporaryDirectory(prefix="tks-ctl-identities-")
+        if options not in cls.identities:
+            folder = f"{cls.keeper.name}/{len(cls.identities)}"
+            done = run([TOOL, "sign", "--make-identity", folder, *options])
+            assert done.code == 0, done
+            cls.identities[options] = folder
+        return cls.identities[options]
+
+    @classmethod
+    def launcher(cls, folder, version="5.0.1", identity=(), name="Tarvo Kovra Start.app", change=lambda bundle: None,
+                 ticket=True):
+        """A launcher in a folder; `identity`: options of its identity, None: signed by nobody."""
+        bundle = pathlib.Path(folder) / name
+        bundle.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copytree(BUILD / "tests/bundles/Tarvo Kovra Start.app", bundle)
+        information = bundle / "Contents/Info.plist"
+        information.write_text(information.read_text().replace("44.1.0", version))
+        change(bundle)
+        if identity is not None:
+            done = run([TOOL, "sign", "-i", cls.identity(*identity), "--timestamp", str(bundle)])
+            assert done.code == 0, done
+            if ticket:
+                (bundle / "Contents/CodeResources").write_text("s8ch, as a stapled ticket begins")
+        return bundle
+
+    @staticmethod
+    def archive(bundle, path):
+        subprocess.run(["zip", "-qry", str(path), bundle.name], cwd=bundle.parent, check=True)
+        return path
+
+
 def in_terminal(words, stdin=b"", timeout=30, env=None, columns=100):
     """Runs words with a terminal as all three descriptors; what they wrote, and their exit code."""
     import fcntl

@@ -116,12 +116,13 @@ void addNumbers(std::vector<Explanation>& all) {
                    .remedy = row[3]});
   }
   for (const Row& row : rowsOf(data::kReasons)) {
+    const std::string suggestion = suggestionFor(row[1]);
     all.push_back({.kind = "reason",
                    .text = row[1],
                    .code = numberIn(row[0]),
                    .reason = row[1],
                    .meaning = row[2] + ".",
-                   .remedy = suggestionFor(row[1])});
+                   .remedy = suggestion.empty() ? "Look at domain, code and text." : suggestion});
   }
   for (const ExitRow& row : exitRows()) {
     all.push_back({.kind = "exit code",

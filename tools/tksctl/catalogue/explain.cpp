@@ -131,9 +131,11 @@ class Search {
       if (isMadeFrom(entry.text, query, held)) fits.push_back(&entry);
     }
     if (fits.empty()) return addNamed(query);
-    std::ranges::stable_sort(fits, [](const auto* left, const auto* right) {
-      return literalLength(left->text) > literalLength(right->text);
-    });
+    // A text that begins with what differs fits much: it comes last.
+    const auto rank = [](const Explanation* entry) {
+      return std::pair(entry->text.starts_with('%'), -static_cast<std::ptrdiff_t>(literalLength(entry->text)));
+    };
+    std::ranges::stable_sort(fits, {}, rank);
     for (const Explanation* entry : fits) {
       if (entry->text == fits.front()->text) add(*entry);
     }

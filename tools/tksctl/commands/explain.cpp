@@ -23,10 +23,16 @@ void show(Output& out, const Explanation& entry) {
   out.print(wrapped("What to do: " + entry.remedy, "  ", width));
 }
 
-Exit explainAll(Context& context, const std::vector<std::string>& words) {
+struct Wishes {
+  std::vector<std::string> words;
+  bool all = false;
+};
+
+Exit explainAll(Context& context, const Wishes& wishes) {
   std::string query;
-  for (const std::string& word : words) query.append(query.empty() ? "" : " ").append(word);
-  const std::vector<Explanation> found = explain(query);
+  for (const std::string& word : wishes.words) query.append(query.empty() ? "" : " ").append(word);
+  if (query.empty() && !wishes.all) return context.out.fail(Exit::usage, "CODE|TEXT is required, or --list");
+  const std::vector<Explanation> found = wishes.all ? catalogue() : explain(query);
   TKSArray documents;
   bool isFirst = true;
   for (const Explanation& entry : found) {
@@ -51,15 +57,16 @@ Command explainCommand() {
           "Takes a code (-67062), a domain with a code (TKSITKSDomain 2006), the name of a reason (notTrusted), a "
           "whole error, or a text of the library as it stands in a log or a dialog. What stands inside of a text is "
           "explained as well. A part of a text finds all that have it.\n\n"
-          "Words may stand without quotes. Put -- before a code with a minus sign if it is the only word.",
-      .examples = {{"tksctl explain -- -67062", "A status of a signature."},
+          "Words may stand without quotes.",
+      .examples = {{"tksctl explain -67062", "A status of a signature."},
                    {"tksctl explain \"Security check failed: Codesign verify failed, not from Tarvo.\"",
                     "A text, and the text in it."},
                    {"tksctl explain TKSITKSDomain 2006", "An error that the launcher itself gives."}},
       .setUp = [](CLI::App& app) -> Action {
-        auto words = std::make_shared<std::vector<std::string>>();
-        app.add_option("query", *words, "Code, domain and code, name or text")->required()->type_name("CODE|TEXT");
-        return [words](Context& context) { return explainAll(context, *words); };
+        auto wishes = std::make_shared<Wishes>();
+        app.add_option("query", wishes->words, "Code, domain and code, name or text")->type_name("CODE|TEXT");
+        app.add_flag("--list", wishes->all, "Explain all that there is");
+        return [wishes](Context& context) { return explainAll(context, *wishes); };
       }};
 }
 

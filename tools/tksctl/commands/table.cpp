@@ -1,5 +1,7 @@
 #include "tools/tksctl/commands/table.h"
 
+#include "tools/tksctl/commands/sign.h"
+
 namespace tks::ctl {
 
 const Application& tksctl() {
@@ -16,7 +18,13 @@ const Application& tksctl() {
           "the "
           "system trusts.",
       .commands = {
+          verifyCommand(),
+          signCommand(),
+          assessCommand(),
           explainCommand(),
+          plistCommand(),
+          prefsCommand(),
+          provenanceCommand(),
           maskCommand(),
           versionCommand(),
           completionCommand(),

@@ -7,10 +7,15 @@ namespace tks::ctl {
 /// The program with all its commands. A new command is a file of this folder, a line here and a line in table.cpp.
 const Application& tksctl();
 
+Command assessCommand();
 Command completionCommand();
 Command explainCommand();
 Command manualCommand();
 Command maskCommand();
+Command plistCommand();
+Command prefsCommand();
+Command provenanceCommand();
+Command verifyCommand();
 Command versionCommand();
 
 }  // namespace tks::ctl

@@ -93,12 +93,25 @@ std::string guessedCommand(const Application& application, const std::vector<std
   return found == words.end() ? std::string() : *found;
 }
 
-/// The words, with "help X" turned into "X --help".
+/// A line that begins with "-[TKSInterface" is no option: it goes to the end, after "--".
+void moveDataToTheEnd(std::vector<std::string>& words) {
+  const auto isData = [](const std::string& word) { return word.starts_with("-["); };
+  const auto data = std::ranges::find_if(words, isData);
+  if (data == words.end() || std::ranges::find(words, "--") != words.end()) return;
+  std::string moved = std::move(*data);
+  words.erase(data);
+  words.insert(words.end(), {"--", std::move(moved)});
+}
+
+/// The words, with "help X" turned into "X --help", and data that looks like an option marked.
 std::vector<std::string> wordsOf(const Application& application, int count, char** words) {
   std::vector<std::string> list(words + std::min(count, 1), words + count);
-  if (application.isSingle || list.empty() || list.front() != "help") return list;
-  list.erase(list.begin());
-  list.emplace_back("--help");
+  if (application.isSingle || list.empty()) return list;
+  if (list.front() == "help") {
+    list.erase(list.begin());
+    list.emplace_back("--help");
+  }
+  moveDataToTheEnd(list);
   return list;
 }
 

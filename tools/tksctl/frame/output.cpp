@@ -84,7 +84,7 @@ Exit Output::fail(Exit code, const TKSError& error, std::string_view doing) {
 }
 
 std::string Output::documentFor(Exit code, const TKSValue& error, const TKSDictionary& result) const {
-  const TKSDictionary document{{"tool", "tksctl"},    {"version", TKS_PROJECT_VERSION},
+  const TKSDictionary document{{"tool", tool_},       {"version", TKS_PROJECT_VERSION},
                                {"command", command_}, {"exitCode", static_cast<int>(code)},
                                {"error", error},      {"result", result}};
   return json::write(jsonable(document)).value_or("{}") + "\n";

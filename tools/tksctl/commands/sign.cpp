@@ -1,0 +1,178 @@
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <memory>
+#include <optional>
+
+#include "codesign/Codesign.h"
+#include "tools/tksctl/commands/sign.h"
+
+namespace tks::ctl {
+namespace {
+
+using codesign::HashType;
+using codesign::IdentityPlan;
+using codesign::Outcome;
+using codesign::SigningIdentity;
+using codesign::SigningOptions;
+using codesign::Storage;
+
+const std::map<std::string, HashType> kDigests{
+    {"sha1", HashType::sha1}, {"sha256", HashType::sha256}, {"sha384", HashType::sha384}};
+const std::map<std::string, Storage> kStorages{
+    {"automatic", Storage::automatic}, {"attributes", Storage::attributes}, {"side-car", Storage::sideCar}};
+
+struct Wishes {
+  std::vector<std::string> paths;
+  std::string identityFolder;
+  std::string keyFile;
+  std::string chainFile;
+  std::string pkcs12File;
+  std::string password;
+  bool adHoc = false;
+  bool timeStamp = false;
+  std::string entitlementsFile;
+  std::vector<std::string> digests;
+  std::string storage = "automatic";
+  SigningOptions options;
+
+  std::string newIdentityFolder;
+  IdentityPlan plan;
+
+  bool hasIdentity() const {
+    return adHoc || !identityFolder.empty() || !pkcs12File.empty() || (!keyFile.empty() && !chainFile.empty());
+  }
+};
+
+void require(const Outcome& outcome, const std::string& about) {
+  if (outcome.isGood()) return;
+  throw std::runtime_error(about + ": " + (outcome.text.empty() ? outcome.description() : outcome.text));
+}
+
+std::optional<SigningIdentity> loadIdentity(const Wishes& wishes) {
+  if (wishes.adHoc) return std::nullopt;
+  Outcome outcome;
+  if (!wishes.pkcs12File.empty()) {
+    auto identity = SigningIdentity::fromPkcs12(wishes.pkcs12File, wishes.password, &outcome);
+    require(outcome, wishes.pkcs12File);
+    return identity;
+  }
+  if (!wishes.keyFile.empty()) {
+    auto identity = SigningIdentity::fromFiles(wishes.keyFile, wishes.chainFile, &outcome);
+    require(outcome, wishes.keyFile);
+    return identity;
+  }
+  const std::string& folder = wishes.identityFolder.empty() ? wishes.newIdentityFolder : wishes.identityFolder;
+  auto identity = SigningIdentity::fromFolder(folder, &outcome);
+  require(outcome, folder);
+  return identity;
+}
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw std::runtime_error("cannot read " + path);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void signAll(Output& out, const Wishes& wishes) {
+  const std::optional<SigningIdentity> identity = loadIdentity(wishes);
+  SigningOptions options = wishes.options;
+  if (wishes.timeStamp) {
+    if (!identity || !identity->canStamp()) {
+      throw std::runtime_error("a time stamp needs an identity with an authority of its own (--identity)");
+    }
+    options.timeStamp = std::time(nullptr);
+  }
+  if (!wishes.entitlementsFile.empty()) options.entitlements = contentOf(wishes.entitlementsFile);
+  if (!wishes.digests.empty()) options.hashTypes.clear();
+  for (const std::string& digest : wishes.digests) options.hashTypes.push_back(kDigests.at(digest));
+  options.storage = kStorages.at(wishes.storage);
+  TKSArray signedPaths;
+  for (const std::string& path : wishes.paths) {
+    require(codesign::sign(path, identity ? &*identity : nullptr, options), path);
+    out.detail(1, "signed " + path);
+    signedPaths.append(path);
+    out.set("signed", signedPaths);
+  }
+}
+
+void makeIdentity(Output& out, const Wishes& wishes) {
+  Outcome outcome;
+  const std::optional<SigningIdentity> identity = SigningIdentity::make(wishes.plan, &outcome);
+  require(outcome, "the identity");
+  require(identity->save(wishes.newIdentityFolder), wishes.newIdentityFolder);
+  const std::string root = identity->chain().back().sha256;
+  out.line("root SHA-256: " + root);
+  out.set("identity", wishes.newIdentityFolder);
+  out.set("rootSHA256", root);
+}
+
+Exit act(Context& context, const Wishes& wishes) {
+  if (wishes.newIdentityFolder.empty() && (wishes.paths.empty() || !wishes.hasIdentity())) {
+    return context.out.fail(Exit::usage, "say what to sign and with which identity; see --help");
+  }
+  // What is half signed is no better than what is not signed: a signal waits for the file in hand.
+  context.interrupts.hold();
+  if (!wishes.newIdentityFolder.empty()) makeIdentity(context.out, wishes);
+  if (!wishes.paths.empty()) signAll(context.out, wishes);
+  return context.interrupts.came() ? context.out.fail(Exit::interrupted, "interrupted after signing") : Exit::ok;
+}
+
+void addIdentityOptions(CLI::App& app, Wishes& wishes) {
+  app.add_option("-i,--identity", wishes.identityFolder, "Folder made by --make-identity")->type_name("FOLDER");
+  app.add_option("--pkcs12", wishes.pkcs12File, "PKCS #12 file with key and chain")->type_name("FILE");
+  app.add_option("--key", wishes.keyFile, "Key in PEM form")->type_name("FILE");
+  app.add_flag("--ad-hoc", wishes.adHoc, "Signed by nobody");
+  app.add_option("--chain", wishes.chainFile, "Certificates in PEM form, leaf first, for --key")->type_name("FILE");
+  app.add_option("--password", wishes.password, "Of the PKCS #12 file");
+  app.add_option("--make-identity", wishes.newIdentityFolder, "Make a test identity in this folder")
+      ->type_name("FOLDER");
+  app.add_option("--team", wishes.plan.team, "Its team")->capture_default_str();
+  app.add_option("--leaf-name", wishes.plan.leafName, "Its common name");
+  app.add_option("--intermediate-name", wishes.plan.intermediateName, "Its intermediate authority")
+      ->capture_default_str();
+  app.add_option("--root-name", wishes.plan.rootName, "Its root authority")->capture_default_str();
+  app.add_option("--extra-levels", wishes.plan.extraLevels, "Further authorities in its chain, 0 to 8")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(0, 8));
+  app.add_flag("--two-levels", wishes.plan.withoutIntermediate, "No intermediate authority");
+}
+
+void addSigningOptions(CLI::App& app, Wishes& wishes) {
+  SigningOptions& options = wishes.options;
+  app.add_option("--identifier", options.identifier, "Instead of the bundle's identifier or the file's name");
+  app.add_option("--team-id", options.team, "Team in the signature, instead of the certificate's");
+  app.add_option("--digest", wishes.digests, "sha1, sha256 or sha384; several for several directories")
+      ->type_name("HASH")
+      ->check(CLI::IsMember({"sha1", "sha256", "sha384"}));
+  app.add_option("--entitlements", wishes.entitlementsFile, "Property list of entitlements")->type_name("FILE");
+  app.add_option("--requirement", options.requirement, "Designated requirement as text");
+  app.add_option("--flags", options.flags, "Flags of the directory, for example 0x10000")->type_name("BITS");
+  app.add_flag("--timestamp", wishes.timeStamp, "Add a time stamp of the identity's own authority");
+  app.add_option("--storage", wishes.storage, "automatic, attributes or side-car: for files that are no Mach-O")
+      ->type_name("WHERE")
+      ->check(CLI::IsMember({"automatic", "attributes", "side-car"}));
+}
+
+}  // namespace
+
+Command signCommand() {
+  return {.name = "sign",
+          .summary = "signs bundles and files, and makes identities to test with",
+          .description =
+              "Signs in place: a bundle, a Mach-O file or any other file. Code inside of a bundle is signed first, "
+              "then the bundle. tkssign is a short name for this command.",
+          .examples = {{"tksctl sign --make-identity id", "An identity for development, in the folder id."},
+                       {"tksctl sign -i id --timestamp \"Tarvo Kovra Start.app\"", "Signs a launcher with it."}},
+          .setUp = [](CLI::App& app) -> Action {
+            auto wishes = std::make_shared<Wishes>();
+            app.add_option("path", wishes->paths, "Bundles or files to sign; code inside of a bundle first")
+                ->type_name("PATH");
+            addIdentityOptions(app, *wishes);
+            addSigningOptions(app, *wishes);
+            return [wishes](Context& context) { return act(context, *wishes); };
+          }};
+}
+
+}  // namespace tks::ctl
