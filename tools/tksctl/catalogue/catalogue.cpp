@@ -87,7 +87,8 @@ void addLogLines(std::vector<Explanation>& all) {
   for (Row& row : rowsOf(data::kOperations)) operations.emplace(row[0], row[1]);
   for (const Row& row : rowsOf(data::kLogTexts)) {
     const auto level = std::ranges::find(kLevels, row[0], &std::pair<std::string_view, std::string_view>::first);
-    Explanation entry{.kind = "log line", .text = row[2], .level = std::string(level->second), .operation = row[1]};
+    const std::string word(level == std::end(kLevels) ? std::string_view() : level->second);
+    Explanation entry{.kind = "log line", .text = row[2], .level = word, .operation = row[1]};
     addExplanation(entry);
     if (row[0] == "1" || row[0] == "2") {
       entry.meaning = "Ordinary progress of the operation that " + operations[row[1]] + ".";
