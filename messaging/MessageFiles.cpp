@@ -44,18 +44,19 @@ bool isConversationsName(std::string_view name) {
          std::ranges::all_of(name.substr(kBeginning.size()), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-void makeFolder(const std::string& folder, bool isNew) {
+bool makeFolder(const std::string& folder, bool isNew) {
   if (!isNew && files().exists(folder)) {
     TKSILog::logWithLevel(TKSILogLevelError, "Error! Ipc file directory:%@ already exists!", masked(folder));
-    return;
+    return false;
   }
   TKSError error;
   if (isNew || files().createDirectory(folder, kFolderPermissions, &error)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Create directory:%@ successfully!", masked(folder));
-    return;
+    return true;
   }
   const std::string reason = error.description();
   TKSILog::logWithLevel(TKSILogLevelError, "Failed to create directory:%@, error: %@.", masked(folder), masked(reason));
+  return false;
 }
 
 /// Removes the files of a conversation and then their folder, which stays when somebody put something else into it.
@@ -78,8 +79,8 @@ std::string MessageFiles::folder() const {
   return fromLauncher.substr(0, slash == 0 ? 1 : slash);
 }
 
-void checkIpcFile4Interface(const MessageFiles& paths, bool folderIsNew) {
-  makeFolder(paths.folder(), folderIsNew);
+bool checkIpcFile4Interface(const MessageFiles& paths, bool folderIsNew) {
+  const bool isOwn = makeFolder(paths.folder(), folderIsNew);
 
   // The capital I is kept, unlike in the lines about the other file.
   if (files().exists(paths.fromLauncher)) {
@@ -97,6 +98,7 @@ void checkIpcFile4Interface(const MessageFiles& paths, bool folderIsNew) {
   } else {
     TKSILog::logWithLevel(TKSILogLevelError, "Create ipcFile_Interface2TKS failed!");
   }
+  return isOwn;
 }
 
 void checkIpcFile4TKS(const MessageFiles& paths) {
@@ -120,9 +122,10 @@ void checkIpcFile4TKS(const MessageFiles& paths) {
   }
 }
 
-void removeMessageFolder(const MessageFiles& paths) {
+void removeMessageFolder(const MessageFiles& paths, bool folderIsOwn) {
   TKSError error;
-  if (removeConversation(paths, &error)) {
+  const bool goesWhole = folderIsOwn && !files().isLink(paths.folder());
+  if (goesWhole ? files().remove(paths.folder(), &error) : removeConversation(paths, &error)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Succeed to remove ipc file folder.");
     return;
   }

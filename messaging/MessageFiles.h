@@ -24,14 +24,16 @@ struct MessageFiles {
 };
 
 /// Makes the folder and both files, for this user alone. What is there already is used as it is. Nothing fails: each
-/// step has its line. `folderIsNew`: it was made for this conversation just now.
-void checkIpcFile4Interface(const MessageFiles& files, bool folderIsNew);
+/// step has its line. `folderIsNew`: it was made for this conversation just now. Returns whether it is new, or was made
+/// here.
+bool checkIpcFile4Interface(const MessageFiles& files, bool folderIsNew);
 
 /// Looks whether folder and files are there, with a line for each.
 void checkIpcFile4TKS(const MessageFiles& files);
 
-/// Removes both files and then their folder, which stays when somebody put something else into it; with a line.
-void removeMessageFolder(const MessageFiles& files);
+/// Removes the folder with all that is in it when the conversation has made it (`folderIsOwn`); of any other folder
+/// both files, and then the folder when nothing else is in it. With a line.
+void removeMessageFolder(const MessageFiles& files, bool folderIsOwn);
 
 /// An interface's hold on the folder of its conversation, from before it is made until the conversation is closed.
 /// While one exists no host takes the folder for one that was left behind. Main thread only.
@@ -45,6 +47,9 @@ class MessageFolderHold {
   /// Makes the folder. False, and `error`, when it cannot be made or something is there already.
   bool makeFolder(TKSError* error);
   bool folderIsNew() const { return folderIsNew_; }
+  /// Whether the conversation has made the folder, so that all that is in it goes with it.
+  bool folderIsOwn() const { return folderIsOwn_; }
+  void takeFolderForOwn() { folderIsOwn_ = true; }
   /// Marks the files as somebody's, and removes the folders beside this one that hosts left which are gone.
   void settle(const MessageFiles& paths);
 
@@ -53,6 +58,7 @@ class MessageFolderHold {
 
   std::string folder_;
   bool folderIsNew_ = false;
+  bool folderIsOwn_ = false;
   std::unique_ptr<platform::FileLock> neighbours_;
   std::unique_ptr<platform::FileLock> own_;
 };

@@ -101,7 +101,7 @@ void Transport::createFileHandle() {
     std::shared_ptr<MessageFolderHold> hold = hold_;
     if (!hold || hold->folder() != paths.folder()) hold = std::make_shared<MessageFolderHold>(paths.folder());
     hold_ = hold;
-    checkIpcFile4Interface(paths, hold->folderIsNew());
+    if (checkIpcFile4Interface(paths, hold->folderIsNew())) hold->takeFolderForOwn();
     hold->settle(paths);
     openFiles(paths.fromLauncher, paths.fromInterface);
   } else if (host_.type == static_cast<std::uint64_t>(tksMessageHostTypeTKS)) {
@@ -168,7 +168,7 @@ void Transport::destroyFileHandle() {
   input_.reset();
   output_->abandon();
   if (isInterface()) {
-    removeMessageFolder(files());
+    removeMessageFolder(files(), hold_ && hold_->folderIsOwn());
     hold_.reset();
   }
   host_.tempIPCFileFullPathFromTKS2Interface.clear();

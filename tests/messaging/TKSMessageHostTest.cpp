@@ -943,15 +943,40 @@ TEST_F(FileHostTest, FolderThatIsGoneAlreadyIsReportedAtClose) {
 }
 
 TEST_F(FileHostTest, CloseRemovesOnlyWhatAConversationMakes) {
+  writeFile(ipc_ + "/letter", "dear");
   const auto host = makeHost(tksMessageHostTypeInterface);
   host->openWithMessengeHandler(&delegate_);
-  writeFile(ipc_ + "/letter", "dear");
   log_.clear();
   host->close();
   EXPECT_EQ(contentOf(ipc_ + "/letter"), "dear");
   EXPECT_FALSE(std::filesystem::exists(fromLauncher()));
   EXPECT_FALSE(std::filesystem::exists(fromInterface()));
   EXPECT_THAT(log_.texts(8), ElementsAre(MatchesRegex("Removing ipcFile folder has error:.*Directory not empty.*")));
+}
+
+TEST_F(FileHostTest, CloseRemovesAFolderOfItsOwnWithItsContents) {
+  const std::string elsewhere = folder_ / "elsewhere";
+  writeFile(elsewhere + "/letter", "dear");
+  const auto host = makeHost(tksMessageHostTypeInterface);
+  host->openWithMessengeHandler(&delegate_);
+  writeFile(ipc_ + "/folder/of the launcher", "x");
+  std::filesystem::create_directory_symlink(elsewhere, ipc_ + "/link");
+  host->openWithMessengeHandler(&delegate_);  // once more, by the same conversation
+  log_.clear();
+  host->close();
+  EXPECT_FALSE(std::filesystem::exists(ipc_));
+  EXPECT_EQ(contentOf(elsewhere + "/letter"), "dear");
+  EXPECT_THAT(log_.texts(8), IsEmpty());
+}
+
+TEST_F(FileHostTest, CloseRemovesNothingOfAFolderThatWasPutInThePlaceOfItsOwn) {
+  const auto host = makeHost(tksMessageHostTypeInterface);
+  host->openWithMessengeHandler(&delegate_);
+  std::filesystem::remove_all(ipc_);
+  writeFile(folder_ / "elsewhere/letter", "dear");
+  std::filesystem::create_directory_symlink(folder_ / "elsewhere", ipc_);
+  host->close();
+  EXPECT_EQ(contentOf(folder_ / "elsewhere/letter"), "dear");
 }
 
 TEST_F(FileHostTest, TheHomeIsKeptHoweverItIsSpelled) {
