@@ -53,3 +53,12 @@ else()
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tksinterface.pc.in ${PROJECT_BINARY_DIR}/generated/tksinterface.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterface.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
+
+# The pages, where they have been built: cmake --build ... --target site.
+add_custom_target(site COMMAND ${PROJECT_SOURCE_DIR}/scripts/site ${PROJECT_BINARY_DIR}/site USES_TERMINAL)
+install(DIRECTORY ${PROJECT_BINARY_DIR}/site DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc OPTIONAL)
+if(NOT APPLE AND PROJECT_IS_TOP_LEVEL)
+  include(Packages)
+endif()
