@@ -2,6 +2,7 @@
 import html
 import pathlib
 import re
+import sys
 
 import markdown
 
@@ -63,6 +64,8 @@ def read_navigation(path, root):
             sections.append((line[2:], []))
         elif line:
             page = root / line
+            if page in named:
+                sys.exit(f"site: {path.name} names {line} twice")
             named.add(page)
             sections[-1][1].append(Guide(page, name_of(page, root)))
     others = sorted(page for page in [*(root / "docs").glob("*.md"), *(root / "docs" / "decisions").glob("*.md")]

@@ -35,7 +35,7 @@ class Reference:
                 continue
             for compound in tree.parse(path).getroot().iter("compounddef"):
                 self.compounds[compound.get("id")] = compound
-        self.headers = sorted((c for c in self.compounds.values() if c.get("kind") == "file"), key=self.name)
+        self.headers = sorted((c for c in self.compounds.values() if c.get("kind") == "file"), key=self.name_of_header)
         self.places = {}
         for header in self.headers:
             self.place(header, self.page_of(header))
@@ -44,11 +44,17 @@ class Reference:
     def name(compound):
         return text_of(compound.find("compoundname"))
 
+    @staticmethod
+    def name_of_header(header):
+        """Its path as a host includes it, without the first folder: "c/tksinterface.h"."""
+        return header.find("location").get("file").removeprefix("include/").removeprefix("tksinterface/")
+
     def page_of(self, header):
         """Files whose names differ only in their case would be one on some systems: the header of everything has a name of its own."""
-        if self.name(header) == "tksinterface.h":
+        name = self.name_of_header(header)
+        if name == "tksinterface.h":
             return "reference-everything.html"
-        return "reference-" + re.sub(r"[^\w]+", "-", self.name(header).removesuffix(".h")).lower() + ".html"
+        return "reference-" + re.sub(r"[^\w]+", "-", name.removesuffix(".h")).lower() + ".html"
 
     def classes_of(self, header):
         return [self.compounds[inner.get("refid")] for inner in header.findall("innerclass")
@@ -149,9 +155,8 @@ class Reference:
 
     def header(self, header):
         """(title, HTML, [(anchor, name)]) of a header's page."""
-        name = self.name(header)
-        include = name if "/" in name else f"tksinterface/{name}"
-        out = [f"<h1>{html.escape(name)}</h1><pre>#include &lt;{html.escape(include)}&gt;</pre>", self.description(header)]
+        name = self.name_of_header(header)
+        out = [f"<h1>{html.escape(name)}</h1><pre>#include &lt;tksinterface/{html.escape(name)}&gt;</pre>", self.description(header)]
         contents = []
         nested = {inner.get("refid") for compound in self.compounds.values() if compound.get("kind") in ("class", "struct")
                   for inner in compound.findall("innerclass")}

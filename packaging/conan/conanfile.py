@@ -31,7 +31,7 @@ class TksinterfaceConan(ConanFile):
         self.version = ".".join(re.search(rf"#define TKS_VERSION_{part} (\d+)", header)[1] for part in ("MAJOR", "MINOR", "PATCH"))
 
     def export_sources(self):
-        for pattern in ("CMakeLists.txt", "LICENSE", "cmake/*", "codesign/*", "examples/*", "formats/*", "foundation/*", "include/*",
+        for pattern in ("CMakeLists.txt", "LICENSE", "c/*", "cmake/*", "codesign/*", "examples/*", "formats/*", "foundation/*", "include/*",
                         "install/*", "interface/*", "messaging/*", "platform/*", "tools/*"):
             copy(self, pattern, str(self._tree), self.export_sources_folder)
 

@@ -17,6 +17,7 @@ class Awaited {
   /// What is begun when the coroutine waits.
   using Begin = std::function<void(TKSFinishBlock finish, TKSErrorBlock error)>;
 
+  /// Begins nothing yet.
   explicit Awaited(Begin begin) : begin_(std::move(begin)) {}
   ~Awaited() { state_->waiting = nullptr; }
   Awaited(const Awaited&) = delete;
