@@ -11,7 +11,7 @@
 
 namespace {
 
-/// The platform keeps preferences without telling of failures; where it does tell, the host hears of it.
+/// macOS never reports a failed write; where the platform does, the host hears of it.
 bool store(const std::string& key, const TKSValue& value) {
   TKSError error;
   if (tks::platform::preferences().set(key, value, &error)) return true;

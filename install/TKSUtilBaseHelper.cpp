@@ -8,7 +8,7 @@
 
 namespace {
 
-/// One lock for all fingerprints. Computing one takes processes and seconds; nobody holds it meanwhile.
+/// One lock for all fingerprints. Computing one spawns tools and takes seconds; never under the lock.
 struct Fingerprints {
   std::mutex mutex;
   std::map<std::string, std::string> byPath;

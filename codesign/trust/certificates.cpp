@@ -111,8 +111,7 @@ X509* findIssuer(X509* certificate, const std::vector<X509*>& carried, const Cha
   std::ranges::stable_sort(candidates, std::ranges::greater(), &std::pair<int, X509*>::first);
   if (candidates.empty()) return nullptr;
   if (candidates.size() == 1) return candidates.front().second;
-  // Several with one name: whichever really signed. Checking costs, so it is left to verifyChain when there is no
-  // choice.
+  // Several issuers share the name: take the one whose key verifies. With one candidate verifyChain checks it anyway.
   for (const auto& [fit, candidate] : candidates) {
     if (hasSigned(candidate, certificate)) return candidate;
   }

@@ -154,7 +154,7 @@ void checkHashSet(CMS_SignerInfo* signer, const DirectorySet& directories) {
   }
 }
 
-/// What the signer signed the content as has to be what the message says that it is.
+/// The signed content type must equal the message's.
 bool isSignedAsItsType(CMS_ContentInfo* message, CMS_SignerInfo* signer) {
   const int at = ::CMS_signed_get_attr_by_NID(signer, NID_pkcs9_contentType, -1);
   if (at < 0) return true;  // nothing but the content is signed then
@@ -226,7 +226,7 @@ void checkTrust(const Chain& chain, const DirectorySet& directories, const std::
     const auto isValid = [&](X509* certificate) { return isValidAt(certificate, moment); };
     if (!std::ranges::all_of(chain, isValid)) fail(status::kExpired);
   }
-  // What draws on the maker's root must do so for its time as well.
+  // If the signer chains to the maker's root, the time stamp must too.
   if (stamp && !stamp->isFromApple && roots.contains(chain.back())) fail(status::kNotTrusted);
 
   const std::optional<std::string>& team = directories.best().team();

@@ -26,8 +26,7 @@ using Kind = TKSValue::Kind;
 using value::Access;
 
 /// The text so far. Its end stands on a stage of fixed size, so that a short text is copied once, to where it stays.
-/// Who writes keeps the place to write at in a variable of its own: as a member the compiler would have to take it for
-/// changed by every byte.
+/// Who writes keeps the place to write at in a local variable: as a member it would be reloaded after every store.
 class Output {
  public:
   /// How much may be written between two calls of `room`.
@@ -119,7 +118,7 @@ std::size_t plainBytes(Sixteen bytes) noexcept {
 
 /// So many bytes of a long text are looked at together.
 constexpr std::size_t kStride = 64;
-/// Of a long text so much is looked at before it is copied: it is still in the cache then.
+/// Long texts are scanned and copied in chunks of this size, while they are in the cache.
 constexpr std::size_t kLargestPiece = 16384;
 /// For a shorter text the way by pieces takes longer.
 constexpr std::size_t kWorthPieces = 256;

@@ -62,7 +62,7 @@ class Block {
   char* end_;
 };
 
-/// Behind the bytes of a text or of data stand so many zeros, so that they can be read in strides.
+/// Texts and data are followed by this many zero bytes, so that they can be read in strides.
 inline constexpr std::size_t kBytesBehind = 16;
 
 /// The header of a node; behind it the bytes of a text or of data.

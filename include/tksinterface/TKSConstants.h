@@ -8,7 +8,7 @@
 /// The catalogue of constants that hosts, the launcher and this library share: folder and file names, property-list
 /// keys, preference keys, feature toggles, launch parameters, error domains and limits. The vocabulary of messages
 /// stands in TKSMessageVocabulary.h, that of the launcher's command line in TKSLaunchVocabulary.h. All values are
-/// constant-initialised and NUL-terminated behind the view; they may be read from any thread at any time.
+/// constant-initialised and NUL-terminated after the view; they may be read from any thread at any time.
 
 // Numbers and version marks. Those without a stated use are exported for hosts.
 

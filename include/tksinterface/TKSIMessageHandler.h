@@ -31,7 +31,7 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   /// `setIPCFileFolderPath:` The folder of the conversation, for the file channel.
   void setIPCFileFolderPath(std::string_view folderPath);
 
-  /// `sendCommonMessageOfType:` Sends "hello" or "disconnect"; answers false for any other type.
+  /// `sendCommonMessageOfType:` Sends "hello" or "disconnect"; returns false for any other type.
   virtual bool sendCommonMessageOfType(std::string_view type);
   /// `sendHelloMessage:errorBlock:` Opens the message host if need be and greets the launcher.
   void sendHelloMessage(TKSFinishBlock finishBlock, TKSErrorBlock errorBlock);

@@ -9,7 +9,7 @@
 ///
 /// The launcher takes its options as pairs of separate arguments: "-" followed by a name, then the value. The receiving
 /// side reads them through the argument domain of its preferences. A name is never joined to its value with "=".
-/// All values are constant-initialised and NUL-terminated behind the view.
+/// All values are constant-initialised and NUL-terminated after the view.
 
 // Names and fixed values of the launch arguments, in export order.
 

@@ -7,7 +7,7 @@
 
 /// The vocabulary of the launcher protocol: what travels in the JSON messages between the interface and the launcher.
 /// The constant's name is the interface, its value is what travels. Two values differ from their names on purpose.
-/// All values are constant-initialised and NUL-terminated behind the view.
+/// All values are constant-initialised and NUL-terminated after the view.
 
 // Member names of a message.
 

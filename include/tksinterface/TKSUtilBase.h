@@ -109,14 +109,14 @@ class TKS_EXPORT TKSUtilBase {
   static bool isNewerVersion(std::string_view newVersion, std::string_view localVersion);
   /// `getURLQueryDict:` The query of a URL as dictionary of texts; nothing when there is none. Nothing is decoded.
   static std::optional<TKSDictionary> getURLQueryDict(std::string_view url);
-  /// `getQueryDict:` The same for the text behind the "?".
+  /// `getQueryDict:` The same for the text after the "?".
   static std::optional<TKSDictionary> getQueryDict(std::string_view query);
   /// `getParamDictFromPath:` Reads a file of lines PREFIX(9) KEY -=-[VALUE]-=- VALUE SUFFIX(3); nothing when it is
   /// missing.
   static std::optional<TKSDictionary> getParamDictFromPath(std::string_view path);
   /// `isCaseInsensitiveTrue:` Whether a text equals one of the candidates, ignoring case.
   static bool isCaseInsensitiveTrue(const TKSValue& value, std::initializer_list<std::string_view> candidates);
-  /// `checkAndDecodeBase64:` The text behind base64, the text itself when it is none, nothing for other values.
+  /// `checkAndDecodeBase64:` What base64 stands for, the text itself when it is none, nothing for other values.
   static std::optional<std::string> checkAndDecodeBase64(const TKSValue& origin);
   /// `getParamsFromEncodedDic:paramKey:error:` The JSON object in the base64 text under a key, or nothing.
   static TKSValue getParamsFromEncodedDic(const TKSDictionary& encodedDic, std::string_view paramKey,

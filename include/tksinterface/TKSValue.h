@@ -222,13 +222,13 @@ class TKS_EXPORT TKSValue {
 
   /// Texts and data of at most this many bytes stand in the value itself.
   static constexpr std::size_t kInlineCapacity = 14;
-  /// In storage_, behind the number: 1 for an integer that has no sign because it needs all 64 bits.
+  /// In storage_, after the number: 1 for an integer that has no sign because it needs all 64 bits.
   static constexpr std::size_t kUnsignedMark = 8;
   /// In inlineLength_: the content stands in a shared node, whose address is in storage_.
   static constexpr std::uint8_t kShared = 0xFF;
 
-  // 16 bytes: the number, the short text (with zeros behind) or the address of the shared node; then the length of the
-  // short text; the kind.
+  // 16 bytes: the number, the short text (with zeros after it) or the address of the shared node; then the length of
+  // the short text; the kind.
   alignas(8) unsigned char storage_[kInlineCapacity] = {};
   std::uint8_t inlineLength_ = 0;
   Kind kind_ = Kind::nothing;
@@ -306,7 +306,7 @@ class TKS_EXPORT TKSDictionary {
       position_ += 2;
       return *this;
     }
-    /// Goes to the next entry; answers where it was.
+    /// Goes to the next entry; returns where it was.
     const_iterator operator++(int) noexcept {
       const_iterator before = *this;
       ++*this;
@@ -317,7 +317,7 @@ class TKS_EXPORT TKSDictionary {
    private:
     friend class TKSDictionary;
     explicit const_iterator(const TKSValue* position) noexcept : position_(position) {}
-    // Keys and values alternate: a key is a text value, its value stands right behind it.
+    // Keys and values alternate: a key is a text value, its value stands right after it.
     const TKSValue* position_ = nullptr;
   };
 
@@ -354,7 +354,7 @@ class TKS_EXPORT TKSDictionary {
 
   /// Stores a value under a key, replacing an earlier one. Storing nothing removes the key.
   void set(std::string_view key, TKSValue value);
-  /// Removes a key; answers whether it was there.
+  /// Removes a key; returns whether it was there.
   bool erase(std::string_view key);
 
   friend TKS_EXPORT bool operator==(const TKSDictionary& left, const TKSDictionary& right) noexcept;

@@ -31,7 +31,7 @@ using std::chrono::nanoseconds;
 constexpr nanoseconds kStep = std::chrono::milliseconds(20);
 /// Volumes of older kinds count whole seconds, or every other one.
 constexpr nanoseconds kLongStep = std::chrono::seconds(2);
-/// Somebody who never stops changing something is waited for so long.
+/// How long to wait for a tree that keeps changing.
 constexpr std::chrono::seconds kPatience{5};
 
 timespec changed(const struct stat& facts) {

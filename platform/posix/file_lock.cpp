@@ -102,7 +102,7 @@ FileDescriptor openToLock(const std::string& path) {
   return FileDescriptor(retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0600); }));
 }
 
-/// What volumes say that have no locks, or none for what is open for reading alone.
+/// Errors of volumes without locks, or without locks on read-only files.
 bool hasNoLocks(int number) {
   // The two that mean "not supported" are one number on Linux and two on macOS.
   return number == ENOLCK || number == EOPNOTSUPP || number == ENOTSUP || number == ENOSYS || number == EINVAL ||

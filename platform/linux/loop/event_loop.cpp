@@ -379,7 +379,7 @@ bool EventLoop::runPosted() {
   return true;
 }
 
-/// Sets the one timer descriptor, which also takes back that it rang.
+/// Arms the timerfd and thereby clears its pending expiry.
 void EventLoop::armTimer(Nanoseconds deadline) {
   armedFor_ = deadline;
   if (!timer_) {

@@ -119,8 +119,8 @@ class EventLoop {
   /// Set once the descriptors below are made; they stay as they are from then on.
   std::atomic<int> epoll_ = -1;
 
-  /// There is posted work. Written with the lock held; the loop's thread reads it without, for a round with neither
-  /// posted work nor a waker is all that a message costs.
+  /// There is posted work. Written with the lock held; the loop's thread reads it without, so that an ordinary message
+  /// costs a round without the lock.
   std::atomic<bool> hasPosted_ = false;
   /// The loop will look at `posted_` without being woken again. Written with the lock held, and set by a wake only.
   std::atomic<bool> attentive_ = false;

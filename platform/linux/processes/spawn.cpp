@@ -87,7 +87,7 @@ TKS_IN_THE_CHILD void resetSignals() {
   }
 }
 
-/// What goes beyond the limit is ended by a signal, which is not to leave an image of its memory.
+/// A process that goes beyond the limit is killed by SIGXFSZ, without a core dump.
 TKS_IN_THE_CHILD bool limitFiles(std::uint64_t size) {
   if (size == 0) return true;
   const std::uint64_t files[] = {size, size};
@@ -97,7 +97,7 @@ TKS_IN_THE_CHILD bool limitFiles(std::uint64_t size) {
 }
 
 TKS_IN_THE_CHILD bool connect(int target, int source) {
-  // To itself as well: that takes away its close-on-exec mark, and tells whether there is anything at all.
+  // Even onto itself: clears close-on-exec, and tells whether there is anything at all.
   if (source == target && ::syscall(SYS_fcntl, target, F_SETFD, 0) == 0) return true;
   if (source >= kFirstForeign) return ::syscall(SYS_dup3, source, target, 0) == target;
   const auto null = static_cast<int>(::syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDWR, 0));

@@ -26,9 +26,9 @@ struct SpawnRequest {
   int standardOutput = 1;
   int standardError = 2;
   Group group = Group::inherited;
-  /// Length that no file can grow beyond by the process's hand; 0: any. It is ended when it tries.
+  /// Largest file the process may write; 0: no limit. It is ended when it tries to write more.
   std::uint64_t fileSizeLimit = 0;
-  /// The process is killed when the thread that starts it goes, be it with this whole process.
+  /// The process is killed when the starting thread or the whole process ends.
   bool endsWithThread = false;
   /// A clean environment instead of this process's own.
   bool cleanEnvironment = false;

@@ -72,7 +72,7 @@ const TKSDictionary& argumentDomain() {
 
 // The domains in files.
 
-/// Name of the process's own domain: what can be the name of a file, of its bundle or else of its executable.
+/// Name of the process's own domain: the bundle identifier, else the executable's name, if valid as a file name.
 std::string ownDomain() {
   const std::optional<std::string> identifier = bundles().mainBundleIdentifier();
   const auto fits = [](std::string_view name) {

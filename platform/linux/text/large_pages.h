@@ -4,8 +4,8 @@
 
 namespace tks::gnulinux {
 
-/// Asks the system for large pages in memory of many megabytes that is about to be filled: a fault for every page of
-/// four KiB takes longer than what is done in it.
+/// Asks the system for large pages in memory of many megabytes that is about to be filled: faulting 4 KiB pages
+/// in costs more than the work on them.
 void preferLargePages(void* memory, std::size_t size) noexcept;
 
 }  // namespace tks::gnulinux
