@@ -33,6 +33,7 @@ struct Call {
 class FacadeExploration : public testing::TestWithParam<Deed> {
  protected:
   static constexpr std::size_t kMostDeeds = 6;
+  static constexpr std::size_t kMostDeedsBeforeTheEnd = 5;
 
   FacadeExploration() {
     world_.processes.onStart = [this] {
@@ -43,7 +44,17 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
     };
   }
 
+  /// One of the callbacks, counted from 1, destroys the facade.
+  void onTold() {
+    if (++told_ == destroyedBy_) tks_.reset();
+  }
+
+  void countPids() {
+    tks_->launchedTKSPidBlock([this](std::int32_t) { onTold(); });
+  }
+
   void begin() {
+    told_ = 0;
     tks_ = std::make_unique<TKSInterface>();
     tks_->setTKSAppPath(world_.bundle());
     background_.queue.clear();
@@ -76,8 +87,14 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
   void call(Deed deed) {
     calls_.push_back(std::make_unique<Call>(Call{deed, {}}));
     Call& one = *calls_.back();
-    const TKSFinishBlock finish = [&one] { one.told.emplace_back("finish"); };
-    const TKSErrorBlock failed = [&one](const TKSError& error) { one.told.push_back(error.localizedDescription); };
+    const TKSFinishBlock finish = [this, &one] {
+      one.told.emplace_back("finish");
+      onTold();
+    };
+    const TKSErrorBlock failed = [this, &one](const TKSError& error) {
+      one.told.push_back(error.localizedDescription);
+      onTold();
+    };
     if (deed == Deed::start) return tks_->start(finish, failed);
     if (deed == Deed::stop) return tks_->stop(finish, failed);
     tks_->launchMeetingWithParam(TKSDictionary{{"gpcdownloadonly", deed == Deed::download ? "1" : "0"}}, finish,
@@ -120,7 +137,7 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
 
   /// Whoever still waits is answered, and when nobody answers any more, the channel ends.
   void finish() {
-    for (int round = 0; round < 30; ++round) {
+    for (int round = 0; round < 30 && tks_; ++round) {
       if (!background_.queue.empty()) {
         background_.doNext();
       } else if (!heard_.empty() && tks_->messageHandler->messageHost->isOpened) {
@@ -146,6 +163,9 @@ class FacadeExploration : public testing::TestWithParam<Deed> {
     }
   }
 
+  /// How often the host was called, and which call destroys the facade; 0: none.
+  int told_ = 0;
+  int destroyedBy_ = 0;
   FakeWorld world_;
   PlayedBackground background_;
   std::deque<std::string> heard_;
@@ -174,6 +194,42 @@ TEST_P(FacadeExploration, InEveryOrderEachCallHearsOfItsEndOnce) {
   }
   EXPECT_GT(gone, 3000u);
   RecordProperty("orders", static_cast<int>(gone));
+}
+
+/// The host's callback for identifiers of processes is one of them. What the facade touches afterwards shows under the
+/// address sanitizer.
+TEST_P(FacadeExploration, InEveryOrderEachCallbackMayDestroyTheFacade) {
+  Orders orders;
+  int destroyed = 0;
+  do {
+    begin();
+    countPids();
+    std::vector<Deed> order;
+    for (std::size_t step = 0; step < kMostDeedsBeforeTheEnd; ++step) {
+      const std::vector<Deed> deeds = possible(step);
+      order.push_back(deeds[orders.choose(deeds.size())]);
+      perform(order.back());
+    }
+    finish();
+    const int calls = told_;
+    for (destroyedBy_ = 1; destroyedBy_ <= calls; ++destroyedBy_, ++destroyed) {
+      begin();
+      countPids();
+      for (const Deed deed : order) {
+        if (tks_) perform(deed);
+      }
+      finish();
+      ASSERT_EQ(tks_, nullptr) << story_ << "call " << destroyedBy_ << " of " << calls;
+      // Whatever is still under way reaches nobody.
+      for (const char* const late : {"hello_ack", "launch_meeting_ack", "error", "disconnect_ack"}) world_.says(late);
+      world_.channels.input->end();
+      background_.doAll();
+      settle();
+      ASSERT_EQ(told_, destroyedBy_) << story_;
+    }
+    destroyedBy_ = 0;
+  } while (orders.next());
+  EXPECT_GT(destroyed, 100);
 }
 
 INSTANTIATE_TEST_SUITE_P(BeginningWith, FacadeExploration,
