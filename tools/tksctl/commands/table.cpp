@@ -27,6 +27,9 @@ const Application& tksctl() {
           provenanceCommand(),
           maskCommand(),
           versionCommand(),
+          recordCommand(),
+          diagramCommand(),
+          replayCommand(),
           completionCommand(),
           manualCommand(),
       }};

@@ -9,12 +9,15 @@ const Application& tksctl();
 
 Command assessCommand();
 Command completionCommand();
+Command diagramCommand();
 Command explainCommand();
 Command manualCommand();
 Command maskCommand();
 Command plistCommand();
 Command prefsCommand();
 Command provenanceCommand();
+Command recordCommand();
+Command replayCommand();
 Command verifyCommand();
 Command versionCommand();
 
