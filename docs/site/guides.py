@@ -11,6 +11,7 @@ import sequence
 FENCE = re.compile(r"^```mermaid\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 TITLE = re.compile(r"^# (.+)$", re.MULTILINE)
 LINK = re.compile(r'(<a href=")([^"#:]*?)(#[^"]*)?(")')
+SHOWN = re.compile(r"^<!-- shown: (\w+)( .*?)? -->$", re.MULTILINE)
 COMMENT = re.compile(r"<!--.*?-->\n?", re.DOTALL)
 
 
@@ -27,15 +28,23 @@ class Guide:
         found = TITLE.search(self.text)
         self.title = re.sub(r"`", "", found[1]) if found else path.stem
 
-    def render(self, address_of):
-        """The page's HTML. address_of(path) gives the address of what a link names, seen from this page, or nothing."""
+    def render(self, address_of, run=None):
+        """The page's HTML. address_of(path) gives the address of what a link names, seen from this page, or nothing. run(program,
+        arguments) gives what a tool says where the page has "<!-- shown: PROGRAM ARGUMENTS -->"; without it nothing is shown."""
         diagrams = []
 
-        def draw(found):
-            diagrams.append(sequence.drawn(found[1]))
+        def keep(drawing):
+            diagrams.append(drawing)
             return f"\n<div>diagram {len(diagrams) - 1}</div>\n"
 
-        text = FENCE.sub(draw, COMMENT.sub("", self.text))
+        def show(found):
+            said = run(found[1], (found[2] or "").split())
+            if said.startswith("sequenceDiagram"):
+                return keep(sequence.drawn(said))
+            return keep(f'<pre class="terminal"><b>$ {html.escape(found[0][12:-4])}</b>\n{html.escape(said)}</pre>')
+
+        text = SHOWN.sub(show, self.text) if run else self.text
+        text = FENCE.sub(lambda found: keep(sequence.drawn(found[1])), COMMENT.sub("", text))
         converter = markdown.Markdown(
             extensions=["tables", "fenced_code", "codehilite", "toc", "sane_lists"],
             extension_configs={"codehilite": {"guess_lang": False}, "toc": {"slugify": anchor, "toc_depth": "2-3"}})
