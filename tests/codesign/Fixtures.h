@@ -67,6 +67,13 @@ inline std::string makeApp(const std::string& path, const TKSData& executable) {
   return path;
 }
 
+/// A Mach-O image of a kind: 2 a program, 6 a library, 8 a bundle.
+inline TKSData imageOf(std::uint32_t fileType) {
+  signing::ImagePlan plan;
+  plan.fileType = fileType;
+  return signing::makeImage(plan);
+}
+
 inline TKSData elfProgram() {
   TKSData bytes(5000, 7);
   bytes[0] = 0x7f;

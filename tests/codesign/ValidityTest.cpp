@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <tksinterface/TKSUtilBase.h>
 
 #include "tests/codesign/Fixtures.h"
 
@@ -11,7 +10,6 @@ namespace fs = std::filesystem;
 using namespace tks::test;
 using tks::codesign::HashType;
 using tks::signing::SigningOptions;
-using tks::signing::Storage;
 
 /// One situation: how it comes about, and the status that the platform gives.
 struct Situation {
@@ -22,12 +20,6 @@ struct Situation {
 
 std::string executable(const std::string& app) { return app + "/Contents/MacOS/A"; }
 std::string seal(const std::string& app) { return app + "/Contents/_CodeSignature/CodeResources"; }
-
-TKSData imageOf(std::uint32_t fileType) {
-  tks::signing::ImagePlan plan;
-  plan.fileType = fileType;
-  return tks::signing::makeImage(plan);
-}
 
 void replaceIn(const std::string& path, std::string_view from, std::string_view to) {
   std::string content = contentOf(path);
@@ -386,231 +378,6 @@ TEST_F(AnApp, WithPartsInTwoPlacesIsRefused) {
   writeFile(app + "/Contents/_CodeSignature/CodeEntitlements", "x");
   writeFile(app + "/Contents/_CodeSignature/CodeSignature", "x");
   EXPECT_NE(statusOf(app), 0);
-}
-
-TEST(OtherCode, FrameworksAreCheckedInTheirCurrentVersion) {
-  TemporaryFolder folder;
-  const std::string framework = folder / "F.framework";
-  const std::string version = framework + "/Versions/A";
-  writeFile(version + "/Resources/Info.plist", infoPlist("F", "FMWK"));
-  writeBytes(version + "/F", imageOf(6));
-  fs::create_symlink("A", framework + "/Versions/Current");
-  fs::create_symlink("Versions/Current/F", framework + "/F");
-  fs::create_symlink("Versions/Current/Resources", framework + "/Resources");
-  signAs(framework);
-  EXPECT_EQ(statusOf(framework), 0);
-  EXPECT_EQ(statusOf(version), 0);
-  EXPECT_EQ(installStatusOf(framework), 0);
-  EXPECT_EQ(informationOf(framework)["format"], TKSValue("bundle with Mach-O thin (x86_64)"));
-  writeFile(framework + "/stray", "x");
-  EXPECT_EQ(installStatusOf(framework), -67008);
-  flip(version + "/F", 5000);
-  EXPECT_EQ(statusOf(framework), -67061);
-}
-
-TEST(OtherCode, ShallowBundlesHaveEverythingInTheirFolder) {
-  TemporaryFolder folder;
-  const std::string bundle = folder / "S.bundle";
-  writeFile(bundle + "/Info.plist", infoPlist("S", "BNDL"));
-  writeBytes(bundle + "/S", imageOf(8));
-  writeFile(bundle + "/picture.png", "x");
-  signAs(bundle);
-  EXPECT_EQ(statusOf(bundle), 0);
-  writeFile(bundle + "/picture.png", "y");
-  EXPECT_EQ(statusOf(bundle), -67054);
-}
-
-TEST(OtherCode, UniversalFilesAreCheckedInEverySlice) {
-  TemporaryFolder folder;
-  const std::string file = folder / "tool";
-  const TKSData intel = tks::signing::makeImage({});
-  tks::signing::ImagePlan forArm;
-  forArm.type = 0x0100000c;
-  forArm.subtype = 0;
-  const TKSData arm = tks::signing::makeImage(forArm);
-  writeBytes(file, tks::signing::makeUniversal({arm, intel}));
-  signAs(file);
-  EXPECT_EQ(statusOf(file), 0);
-  EXPECT_EQ(informationOf(file)["format"], TKSValue("Mach-O universal (x86_64 arm64)"));
-  const std::string whole = contentOf(file);
-  for (std::uint32_t record : {0u, 1u}) {
-    const auto* bytes = reinterpret_cast<const std::uint8_t*>(whole.data());
-    flip(file, tks::codesign::big32(bytes + 16 + 20 * record) + 5000);
-    EXPECT_EQ(statusOf(file), -67061);
-    writeFile(file, whole);
-  }
-  // One slice signed by another team, one not at all.
-  const auto signedAlone = [&](const TKSData& image, const std::string& kind) {
-    writeBytes(folder / "alone", image);
-    signAs(folder / "alone", kind);
-    const std::string content = contentOf(folder / "alone");
-    return TKSData(content.begin(), content.end());
-  };
-  writeBytes(file, tks::signing::makeUniversal({signedAlone(arm, "other team"), signedAlone(intel, "maker")}));
-  EXPECT_EQ(statusOf(file), -67045);
-  writeBytes(file, tks::signing::makeUniversal({arm, signedAlone(intel, "maker")}));
-  EXPECT_EQ(statusOf(file), -67062);
-  // A slice hidden behind the last record is a slice.
-  std::string hiding = contentOf(file);
-  hiding[7] = 1;
-  std::swap_ranges(hiding.begin() + 8, hiding.begin() + 28, hiding.begin() + 28);
-  writeFile(file, hiding);
-  EXPECT_EQ(statusOf(file), -67062);
-}
-
-TEST(OtherCode, PlainFilesCarryTheirSignatureInAttributesOrASideCar) {
-  TemporaryFolder folder;
-  for (const Storage storage : {Storage::sideCar, Storage::automatic}) {
-    const std::string file = folder / "data.json";
-    fs::remove(folder / "._data.json");
-    fs::remove(file);
-    writeFile(file, "{}");
-    EXPECT_EQ(statusOf(file), -67062);
-    signAs(file, "maker", [&](SigningOptions& options) { options.storage = storage; });
-    EXPECT_EQ(statusOf(file), 0);
-    EXPECT_EQ(informationOf(file)["format"], TKSValue("generic"));
-    EXPECT_TRUE(TKSUtilBase::checkTrust(file));
-    writeFile(file, "[]");
-    EXPECT_EQ(statusOf(file), -67061);
-  }
-}
-
-TEST(OtherCode, MalformedContainersHaveAStatusOfTheirOwn) {
-  TemporaryFolder folder;
-  const std::string file = folder / "tool";
-  TKSData image = tks::signing::makeImage({});
-  image[20] = 0xff;
-  image[21] = 0xff;
-  writeBytes(file, image);
-  EXPECT_EQ(statusOf(file), -67049);
-  writeBytes(file, tks::signing::makeUniversal({tks::signing::makeImage({}), tks::signing::makeImage({})}));
-  std::string twice = contentOf(file);
-  std::copy_n(twice.begin() + 16, 4, twice.begin() + 36);
-  writeFile(file, twice);
-  EXPECT_EQ(statusOf(file), -67049);
-  writeFile(file, std::string("\xca\xfe\xba\xbe\0\0\0\x34", 8) + std::string(200, '\0'));  // a Java class
-  EXPECT_EQ(statusOf(file), -67062);
-  ASSERT_EQ(::mkfifo((folder / "fifo").c_str(), 0600), 0);
-  EXPECT_NE(statusOf(folder / "fifo"), 0);
-}
-
-TEST(Information, OfSignedCodeSaysWhoSignedWhat) {
-  TemporaryFolder folder;
-  const std::string app = makeApp(folder / "A.app", tks::signing::makeImage({}));
-  TKSDictionary information = informationOf(app);
-  EXPECT_EQ(information.size(), 1u);
-  EXPECT_TRUE(information.contains("main-executable"));
-
-  signAs(app, "maker", [](SigningOptions& options) {
-    options.hashTypes = {HashType::sha1, HashType::sha256};
-    options.requirement = "identifier \"com.tarvo.A\" and certificate leaf[subject.OU] = T4RV0K0VRA";
-    options.entitlements = "<plist version=\"1.0\"><dict><key>a</key><true/></dict></plist>";
-    options.version = 0x20500;
-    options.runtimeVersion = 0xa0e00;
-  });
-  information = informationOf(app);
-  EXPECT_EQ(information["identifier"], TKSValue("com.tarvo.A"));
-  EXPECT_EQ(information["teamid"], TKSValue("T4RV0K0VRA"));
-  EXPECT_EQ(information["certificates"].array().size(), 3u);
-  EXPECT_EQ(information["digest-algorithm"], TKSValue(2));
-  EXPECT_EQ(information["digest-algorithms"].array().size(), 2u);
-  EXPECT_EQ(information["cdhashes"][1], information["unique"]);
-  EXPECT_EQ(information["unique"].data().size(), 20u);
-  EXPECT_EQ(information["cdhashes-full"]["2"].data().size(), 32u);
-  EXPECT_EQ(information["runtime-version"], TKSValue(0xa0e00));
-  EXPECT_EQ(information["entitlements-dict"]["a"], TKSValue(true));
-  EXPECT_EQ(information["info-plist"]["CFBundleExecutable"], TKSValue("A"));
-  EXPECT_EQ(information["designated-requirement"],
-            TKSValue("identifier \"com.tarvo.A\" and certificate leaf[subject.OU] = T4RV0K0VRA"));
-  EXPECT_TRUE(information["signing-time"].isDate());
-  EXPECT_FALSE(information.contains("signing-timestamp"));
-  EXPECT_EQ(statusOf(app), 0);
-
-  append(app + "/Contents/Info.plist", " ");
-  EXPECT_FALSE(informationOf(app).contains("info-plist"));
-  signAs(app, "nobody");
-  information = informationOf(app);
-  EXPECT_TRUE(information.contains("cms"));
-  EXPECT_FALSE(information.contains("certificates"));
-  EXPECT_FALSE(information.contains("teamid"));
-}
-
-TEST(Information, OfABrokenSignatureKeepsWhatIsInOrder) {
-  TemporaryFolder folder;
-  const std::string app = makeApp(folder / "A.app", elfProgram());
-  signAs(app);
-  const std::string message = app + "/Contents/_CodeSignature/CodeSignature";
-  flip(message, fs::file_size(message) - 1);
-  const TKSDictionary information = informationOf(app);
-  EXPECT_EQ(information["teamid"], TKSValue("T4RV0K0VRA"));
-  EXPECT_TRUE(information.contains("cms"));
-  EXPECT_FALSE(information.contains("certificates"));
-  EXPECT_FALSE(information.contains("info-plist"));
-}
-
-TEST(TrustedLaunchers, AreRefusedWithTheDescribedTextWhenTheyAreNotTheMakers) {
-  TemporaryFolder folder;
-  const auto verdict = [&](const std::string& kind) {
-    const std::string app = folder / "A.app";
-    fs::remove_all(app);
-    makeApp(app, elfProgram());
-    if (kind != "unsigned") signAs(app, kind);
-    TKSError error;
-    return TKSUtilBase::checkTrust(app, &error) ? "trusted" : error.localizedDescription;
-  };
-  EXPECT_EQ(verdict("maker"), "trusted");
-  EXPECT_EQ(verdict("other team"), "Codesign verify failed, not from Tarvo.");
-  EXPECT_EQ(
-      verdict("two levels"),
-      "Codesign verify failed, wrong certificate structure.. Certificate common name: Developer ID Application: Tarvo "
-      "(T4RV0K0VRA). Certificate common name: Apple Root CA");
-  EXPECT_THAT(verdict("four levels"), ::testing::StartsWith("Codesign verify failed, wrong certificate structure.."));
-  EXPECT_EQ(
-      verdict("other leaf name"),
-      "Codesign verify failed, topLevel name: Apple Root CA, secondLevel name: Developer ID Certification Authority, "
-      "thirdLevel name: Developer ID Application: Tarvo (OTHERTEAM1).");
-  EXPECT_THAT(verdict("unsigned"), ::testing::StartsWith("Code object is not signed at all. Internal error details: "));
-}
-
-TEST(TrustedLaunchers, AreRefusedWithTheDescribedTextWhenTheyWereAltered) {
-  TemporaryFolder folder;
-  const auto verdictAfter = [&](const std::function<void(const std::string& app)>& alter) {
-    const std::string app = folder / "A.app";
-    fs::remove_all(app);
-    makeApp(app, elfProgram());
-    signAs(app);
-    alter(app);
-    TKSError error;
-    EXPECT_FALSE(TKSUtilBase::checkTrust(app, &error));
-    EXPECT_EQ(error.domain, "com.tarvo.kovra.codesign");
-    EXPECT_EQ(error.code, 0);
-    return error.localizedDescription;
-  };
-  EXPECT_THAT(verdictAfter([](const std::string& app) { append(app + "/Contents/Resources/notes.txt", "x"); }),
-              ::testing::StartsWith("A sealed resource is missing or invalid. Internal error details: "));
-  EXPECT_THAT(
-      verdictAfter([](const std::string& app) { append(app + "/Contents/Info.plist", "x"); }),
-      ::testing::StartsWith("invalid Info.plist (plist or signature have been modified). Internal error details: "));
-  EXPECT_THAT(verdictAfter([](const std::string& app) { flip(executable(app), 100); }),
-              ::testing::StartsWith("Codesign verify failed, error code: -67061. Internal error details: "));
-}
-
-TEST(TrustedLaunchers, LeadToThePinnedRootUnderStrictRules) {
-  TemporaryFolder folder;
-  const std::string app = makeApp(folder / "A.app", elfProgram());
-  signAs(app);
-  const TKSArray chain = informationOf(app)["certificates"].array();
-  std::string pin = tks::signing::fingerprintOf(identity().chain.back().get());
-  EXPECT_TRUE(tks::platform::signatures().leadsToRoot(chain, pin));
-  for (char& digit : pin) digit = digit >= 'a' ? static_cast<char>(digit - 32) : digit;
-  EXPECT_TRUE(tks::platform::signatures().leadsToRoot(chain, pin));
-  EXPECT_FALSE(tks::platform::signatures().leadsToRoot(
-      chain, tks::signing::fingerprintOf(identity("other team").chain.back().get())));
-  EXPECT_FALSE(tks::platform::signatures().leadsToRoot(TKSArray(), pin));
-  std::string unit;
-  EXPECT_EQ(tks::platform::signatures().organizationalUnit(chain[0].data(), unit), 0);
-  EXPECT_EQ(unit, "T4RV0K0VRA");
-  EXPECT_NE(tks::platform::signatures().commonName(TKSData{1, 2}, unit), 0);
 }
 
 }  // namespace

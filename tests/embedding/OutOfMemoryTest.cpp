@@ -86,6 +86,19 @@ TEST_P(OutOfMemoryOperations, AMessageIsSentWholeOrNotAtAll) {
   EXPECT_GT(failures, 0);
 }
 
+/// What a launcher reads up to a text, while the host's loop runs.
+std::vector<std::string> framesUpTo(const PipeChannels& channels, const std::optional<std::string>& last) {
+  std::vector<std::string> read;
+  std::atomic<bool> ended = false;
+  std::thread launcher([&] {
+    while (read.empty() || read.back() != last) read.push_back(channels.output->readFrame());
+    ended = true;
+  });
+  EXPECT_TRUE(drainUntil([&] { return ended.load(); }, std::chrono::seconds(30)));
+  launcher.join();
+  return read;
+}
+
 TEST_P(OutOfMemoryOperations, AMessageThatWaitsForRoomIsKeptWholeOrNotAtAll) {
   const FakeHostProcess process;
   const PipeChannels channels;
@@ -113,14 +126,7 @@ TEST_P(OutOfMemoryOperations, AMessageThatWaitsForRoomIsKeptWholeOrNotAtAll) {
     TKSMessage last;
     last.messageType = "last";
     host.sendMessage(last);
-    std::vector<std::string> read;
-    std::atomic<bool> ended = false;
-    std::thread launcher([&] {
-      while (read.empty() || read.back() != last.dumpJSONString()) read.push_back(channels.output->readFrame());
-      ended = true;
-    });
-    EXPECT_TRUE(drainUntil([&] { return ended.load(); }, std::chrono::seconds(30)));
-    launcher.join();
+    const std::vector<std::string> read = framesUpTo(channels, last.dumpJSONString());
     ASSERT_EQ(read.front(), large.dumpJSONString());
     if (read.size() == 3) {
       EXPECT_EQ(read[1], next.dumpJSONString());

@@ -4,42 +4,40 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "platform/linux/files/curl_download.h"
 #include "platform/platform.h"
-#include "tests/codesign/Fixtures.h"
-#include "tests/install/TarArchive.h"
-#include "tests/support/ChildProcess.h"
-#include "tests/support/FakeHome.h"
+#include "tests/install/DeltaUpdatesTest.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/LoopbackServer.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
-// The list of delta packages, from a web server of the test's own, unpacked by the system's tar, with real signatures.
-
 namespace {
 
 namespace fs = std::filesystem;
-using tks::signing::SigningOptions;
 using tks::signing::Storage;
 using tks::test::contentOf;
+using tks::test::DeltaUpdates;
+using tks::test::FakeDownload;
+using tks::test::kEmptyEnd;
+using tks::test::kList;
+using tks::test::kName;
+using tks::test::kNoPackage;
+using tks::test::kNoPackageLine;
+using tks::test::kNotConverted;
+using tks::test::kSideCar;
 using tks::test::LogLine;
 using tks::test::LogRecorder;
 using tks::test::LoopbackServer;
 using tks::test::response;
 using tks::test::TarArchive;
-using tks::test::TestAuthority;
 using tks::test::writeFile;
 
 using ::testing::AllOf;
@@ -50,110 +48,6 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 using Connection = LoopbackServer::Connection;
-
-const TKSError kNotConverted{"com.tarvo.kovra.TKSUtil", 0, "Convert the DeltaInfos to dictionary failed"};
-constexpr const char* kList = R"([{"name":"5-1-0.delta","hash":"aa11","size":1024},{"name":"readme.txt","hash":"b"}])";
-constexpr const char* kNoPackage = "Failed to get delta json file from server.";
-constexpr const char* kName = "deltalist.json";
-constexpr const char* kSideCar = "._deltalist.json";
-
-class DeltaUpdates : public ::testing::Test {
- protected:
-  DeltaUpdates() { ::setenv("no_proxy", "*", 1); }
-
-  /// A list with the signature beside it, as archives from a Mac carry it.
-  std::string signedArchive(std::string_view list, const std::string& kind = "maker") {
-    sign(list, kind);
-    return TarArchive().add(kSideCar, contentOf(stage / kSideCar)).add(kName, list).bytes();
-  }
-
-  void sign(std::string_view list, const std::string& kind, Storage storage = Storage::sideCar) {
-    fs::remove(stage / kSideCar);
-    writeFile(stage / kName, list);
-    tks::test::signAs(stage / kName, kind, [&](SigningOptions& options) { options.storage = storage; });
-  }
-
-  /// An archive that the system's tool makes of the stage.
-  std::string packed(const std::vector<std::string>& arguments) {
-    const std::string archive = home / "made.tar";
-    tks::test::Arguments all = {"--xattrs", "--xattrs-include=user.*", "-cf", archive, "-C", stage.path()};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    EXPECT_EQ(tks::test::ChildProcess::run("/usr/bin/tar", all).wait(), 0);
-    return contentOf(archive);
-  }
-
-  /// Asks a server that answers with a body.
-  std::optional<TKSDictionary> ask(const std::string& body, int status = 200) {
-    LoopbackServer server([&](Connection& connection) { connection.send(response(status, body)); });
-    return askAt(server.address() + "/updates");
-  }
-
-  std::optional<TKSDictionary> askAt(const std::string& address) {
-    base = address;
-    error = TKSError();
-    log.clear();
-    std::optional<TKSDictionary> answer = TKSUtilBase::avaliableDeltaUpdates(address, &error);
-    EXPECT_THAT(temporaryFiles(), IsEmpty());
-    return answer;
-  }
-
-  std::vector<std::string> temporaryFiles() const {
-    std::vector<std::string> found;
-    for (const auto& entry : fs::recursive_directory_iterator(tks::platform::knownFolders().temporary())) {
-      found.push_back(entry.path());
-    }
-    return found;
-  }
-
-  /// The lines, with "DOWNLOAD" for the private folder that nobody can foresee.
-  std::vector<LogLine> lines() const {
-    const std::string folder = tks::platform::knownFolders().temporary() + "/tksinterface-download-";
-    const std::size_t length = folder.size() + std::string_view("XXXXXX").size();
-    std::vector<LogLine> lines = log.lines();
-    for (LogLine& line : lines) {
-      for (std::size_t at; (at = line.text.find(folder)) != std::string::npos;)
-        line.text.replace(at, length, "DOWNLOAD");
-    }
-    return lines;
-  }
-
-  std::vector<std::string> errors() const {
-    std::vector<std::string> texts;
-    for (const LogLine& line : lines()) {
-      if (line.level == TKSILogLevelError) texts.push_back(line.text);
-    }
-    return texts;
-  }
-
-  LogLine begin() const {
-    return {2, "Get remote deltaList, begin. DeltaListPath: " + base + "/deltalist.json.delta."};
-  }
-
-  tks::test::FakeHome home;
-  tks::test::TemporaryFolder stage;
-  LogRecorder log;
-  TKSError error;
-  std::string base;
-};
-
-const LogLine kEmptyEnd{2, "Get remote deltaList, end. deltaInfos: (\n)."};
-const LogLine kNoPackageLine{8, kNoPackage};
-
-/// A downloader that answers what a test says.
-class FakeDownload final : public tks::platform::Download {
- public:
-  std::function<tks::platform::DownloadResult()> answer;
-  std::vector<tks::platform::DownloadRequest> requests;
-
-  void start(const tks::platform::DownloadRequest& request,
-             std::function<void(tks::platform::DownloadResult)> done) override {
-    requests.push_back(request);
-    std::thread([this, done = std::move(done)] { done(answer()); }).detach();
-  }
-
- private:
-  tks::platform::Replaced<tks::platform::Download> replaced_{*this};
-};
 
 TEST_F(DeltaUpdates, ListsTheDeltaPackagesByVersion) {
   const auto packages = ask(signedArchive(kList));
@@ -224,170 +118,6 @@ TEST_F(DeltaUpdates, OneSlashJoinsBaseAndNameHoweverTheBaseEnds) {
   ASSERT_TRUE(packages);
   EXPECT_EQ((*packages)["5.1.0.delta"]["path"], TKSValue(server.address() + "/updates/5-1-0.delta"));
   EXPECT_THAT(server.requests(), ElementsAre("/updates/deltalist.json.delta"));
-}
-
-TEST_F(DeltaUpdates, AnEmptyBaseAddressAsksNobody) {
-  FakeDownload download;
-  error = {"before", 1, "before"};
-  EXPECT_EQ(TKSUtilBase::avaliableDeltaUpdates("", &error), std::nullopt);
-  EXPECT_THAT(download.requests, IsEmpty());
-  EXPECT_THAT(log.lines(), IsEmpty());
-  EXPECT_EQ(error, (TKSError{"before", 1, "before"}));
-}
-
-TEST_F(DeltaUpdates, AddressesThatAreNoneFailInTheDownload) {
-  EXPECT_EQ(askAt("no address"), std::nullopt);
-  EXPECT_EQ(error.domain, "NSURLErrorDomain");
-  EXPECT_EQ(error.code, -1002);
-  EXPECT_EQ(lines().front(), (LogLine{2, "Get remote deltaList, begin. DeltaListPath: (null)."}));
-  EXPECT_EQ(askAt("127.0.0.1/updates"), std::nullopt);
-  EXPECT_EQ(error.code, -1002);
-}
-
-TEST_F(DeltaUpdates, AsksWithTheLimitsOfARequest) {
-  FakeDownload download;
-  download.answer = [] { return tks::platform::DownloadResult{{}, {}, TKSError{"NSURLErrorDomain", -1, "no"}}; };
-  askAt("https://a.example/updates?channel=1");
-  ASSERT_EQ(download.requests.size(), 1u);
-  EXPECT_EQ(download.requests[0].url.absoluteString(), "https://a.example/updates/deltalist.json.delta?channel=1");
-  EXPECT_EQ(download.requests[0].idleTimeout, std::chrono::seconds(5));
-  EXPECT_EQ(download.requests[0].limit, 64u * 1024 * 1024);
-}
-
-TEST_F(DeltaUpdates, AFailedDownloadHandsItsOwnErrorOn) {
-  std::string address;
-  {
-    const LoopbackServer gone([](Connection&) {});
-    address = gone.address() + "/updates";
-  }
-  EXPECT_EQ(askAt(address), std::nullopt);
-  EXPECT_EQ(error.domain, "NSURLErrorDomain");
-  EXPECT_EQ(error.code, -1004);
-  EXPECT_THAT(lines(), ElementsAre(begin(), LogLine{8, "Get remote deltaList has error: " + error.description()},
-                                   kEmptyEnd, kNoPackageLine));
-}
-
-TEST_F(DeltaUpdates, ADownloadWithoutFileAndErrorCountsAsFailed) {
-  FakeDownload download;
-  download.answer = [] { return tks::platform::DownloadResult{{}, 200, std::nullopt}; };
-  EXPECT_EQ(askAt("https://a.example"), std::nullopt);
-  EXPECT_EQ(error, TKSError());
-  EXPECT_THAT(lines(),
-              ElementsAre(begin(), LogLine{8, "Get remote deltaList has error: (null)"}, kEmptyEnd, kNoPackageLine));
-}
-
-TEST_F(DeltaUpdates, AResetInsideTheBodyIsAFailedDownload) {
-  LoopbackServer server([&](Connection& connection) {
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 9000\r\n\r\nbeginning");
-    connection.reset();
-  });
-  EXPECT_EQ(askAt(server.address()), std::nullopt);
-  EXPECT_EQ(error.code, -1005);
-}
-
-/// Downloads as the back end does, with a tenth of the patience, and notes how much was asked for.
-class ImpatientDownload final : public tks::platform::Download {
- public:
-  void start(const tks::platform::DownloadRequest& request,
-             std::function<void(tks::platform::DownloadResult)> done) override {
-    patience = request.idleTimeout;
-    tks::platform::DownloadRequest shortened = request;
-    shortened.idleTimeout /= 10;
-    tks::gnulinux::CurlDownload().start(shortened, std::move(done));
-  }
-  std::chrono::milliseconds patience{0};
-};
-
-TEST_F(DeltaUpdates, ASilentServerEndsTheWaitAfterFiveSeconds) {
-  LoopbackServer server([](Connection& connection) { connection.waitForEnd(); });
-  ImpatientDownload download;
-  const tks::platform::Replaced<tks::platform::Download> replaced(download);
-  EXPECT_EQ(askAt(server.address()), std::nullopt);
-  EXPECT_EQ(error.code, -1001);
-  EXPECT_EQ(download.patience, std::chrono::seconds(5));
-}
-
-TEST_F(DeltaUpdates, ABodyWithoutEndIsAFailedDownload) {
-  LoopbackServer server([](Connection& connection) {
-    connection.send("HTTP/1.1 200 OK\r\n\r\n");
-    const std::string piece(1024 * 1024, '\0');
-    while (connection.send(piece)) continue;
-  });
-  EXPECT_EQ(askAt(server.address()), std::nullopt);
-  EXPECT_EQ(error.code, -1103);
-}
-
-TEST_F(DeltaUpdates, AnyStatusButSuccessIsRefusedWhateverWasDownloaded) {
-  const std::string archive = signedArchive(kList);
-  for (const int status : {404, 500, 201, 204}) {
-    EXPECT_EQ(ask(status == 204 ? "" : archive, status), std::nullopt);
-    EXPECT_EQ(error, kNotConverted);
-    EXPECT_THAT(
-        lines(),
-        ElementsAre(begin(),
-                    LogLine{8, "Check the delta download response statusCode failed: " + std::to_string(status)},
-                    LogLine{8, "Convert the DeltaInfos to dictionary failed: (null)"}, kEmptyEnd, kNoPackageLine));
-  }
-}
-
-TEST_F(DeltaUpdates, RedirectsLeadToTheList) {
-  const std::string archive = signedArchive(kList);
-  LoopbackServer server([&](Connection& connection) {
-    connection.send(connection.path() == "/there" ? response(200, archive) : response(302, "", "Location: /there\r\n"));
-  });
-  const auto packages = askAt(server.address() + "/here");
-  ASSERT_TRUE(packages);
-  EXPECT_EQ((*packages)["5.1.0.delta"]["path"], TKSValue(server.address() + "/here/5-1-0.delta"));
-}
-
-TEST_F(DeltaUpdates, ALoopOfRedirectsIsAFailedDownload) {
-  LoopbackServer server([](Connection& connection) { connection.send(response(302, "", "Location: /\r\n")); });
-  EXPECT_EQ(askAt(server.address()), std::nullopt);
-  EXPECT_EQ(error.code, -1007);
-}
-
-TEST_F(DeltaUpdates, TakesSecureServersThatProveTheirName) {
-  const TestAuthority authority;
-  writeFile(home / "authorities.pem", authority.certificate());
-  tks::gnulinux::CurlDownload download(home / "authorities.pem");
-  const tks::platform::Replaced<tks::platform::Download> replaced(download);
-  const std::string archive = signedArchive(kList);
-  const auto answer = [&](Connection& connection) { connection.send(response(200, archive)); };
-
-  const tks::test::ServerIdentity good = authority.issue("IP:127.0.0.1");
-  LoopbackServer server(answer, &good);
-  EXPECT_TRUE(askAt(server.address()));
-
-  const std::time_t now = std::time(nullptr);
-  for (const auto& bad : {authority.issue("IP:127.0.0.1", now - 1000000, now - 1000), authority.issue("DNS:a.example"),
-                          TestAuthority::selfSigned("IP:127.0.0.1")}) {
-    LoopbackServer untrusted(answer, &bad);
-    EXPECT_EQ(askAt(untrusted.address()), std::nullopt);
-    EXPECT_EQ(error.code, -1202);
-  }
-}
-
-TEST_F(DeltaUpdates, TakesPlainServersAndRedirectsToThem) {
-  const TestAuthority authority;
-  writeFile(home / "authorities.pem", authority.certificate());
-  tks::gnulinux::CurlDownload download(home / "authorities.pem");
-  const tks::platform::Replaced<tks::platform::Download> replaced(download);
-  const std::string archive = signedArchive(kList);
-  LoopbackServer plain([&](Connection& connection) { connection.send(response(200, archive)); });
-  const tks::test::ServerIdentity identity = authority.issue("IP:127.0.0.1");
-  LoopbackServer secure(
-      [&](Connection& connection) { connection.send(response(302, "", "Location: " + plain.address() + "/list\r\n")); },
-      &identity);
-  EXPECT_TRUE(askAt(plain.address()));
-  EXPECT_TRUE(askAt(secure.address()));
-}
-
-TEST_F(DeltaUpdates, ReadsListsFromFolders) {
-  writeFile(home / "updates/deltalist.json.delta", signedArchive(kList));
-  const auto packages = askAt("file://" + home / "updates");
-  ASSERT_TRUE(packages);
-  EXPECT_EQ((*packages)["5.1.0.delta"]["path"], TKSValue("file://" + home / "updates/5-1-0.delta"));
-  EXPECT_TRUE(fs::exists(home / "updates/deltalist.json.delta"));
 }
 
 TEST_F(DeltaUpdates, TheSignatureMayBeAnAttributeOfTheList) {

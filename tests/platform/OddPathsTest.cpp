@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/platform.h"
 #include "tests/support/ScopedWorkingFolder.h"
@@ -29,6 +30,42 @@ class OddPaths : public ::testing::Test {
     return ::lstat(path.c_str(), &facts) == 0 ? facts.st_mode & 07777 : 0;
   }
 
+  /// Every operation on files, with such paths where it takes one: whether it does anything.
+  std::vector<std::function<bool()>> operationsOn(const std::string& file, const std::string& directory) {
+    const std::string good = folder / "good";
+    return {
+        [=, this] { return files().exists(file); },
+        [=, this] { return files().isDirectory(directory); },
+        [=, this] { return files().isLink(file); },
+        [=, this] { return files().isSameItem(file, folder / "x"); },
+        [=, this] { return files().liesWithin(directory, folder.path()); },
+        [=, this] { return files().isExecutableFile(file); },
+        [=, this] { return files().isWritable(file); },
+        [=, this] { return files().size(file, &error).has_value(); },
+        [=, this] { return files().list(directory, &error).has_value(); },
+        [=, this] { return files().createDirectory(folder / std::string("new\0y", 5), 0700, &error); },
+        [=, this] { return files().usePrivateDirectory(folder / std::string("new\0y", 5), &error); },
+        [=, this] { return files().createFile(folder / std::string("new\0y", 5), 0600, &error); },
+        [=, this] { return files().remove(file, &error); },
+        [=, this] { return files().remove(directory, &error); },
+        [=, this] { return files().removeEmptyDirectory(directory, &error); },
+        [=, this] { return files().copy(file, good, &error); },
+        [=, this] { return files().copy(folder / "x", folder / std::string("new\0y", 5), &error); },
+        [=, this] { return files().move(file, good, &error); },
+        [=, this] { return files().move(folder / "x", folder / std::string("new\0y", 5), &error); },
+        [=, this] { return files().exchange(file, directory, &error); },
+        [=, this] { return files().lock(file, std::chrono::milliseconds(0), &error) != nullptr; },
+        [=, this] { return files().read(file, 100, &error).has_value(); },
+        [=, this] { return files().writeAtomically(file, {}, &error); },
+        [=, this] { return files().changeMark(file, &error).has_value(); },
+        [=, this] { return files().attributes(file, &error).has_value(); },
+        [=, this] { return files().permissions(file, &error).has_value(); },
+        [=, this] { return files().setPermissions(file, 0777, &error); },
+        [=, this] { return files().removeExtendedAttribute(file, "a") == 0; },
+        [=, this] { return files().volumeSpace(directory, &error).has_value(); },
+    };
+  }
+
   tks::test::TemporaryFolder folder;
   TKSError error;
 };
@@ -37,40 +74,8 @@ TEST_F(OddPaths, WithANulAreRefusedByEveryOperationOnFiles) {
   writeFile(folder / "x", "precious");
   fs::create_directory(folder / "d");
   ASSERT_EQ(::chmod((folder / "x").c_str(), 0600), 0);
-  const std::string file = folder / std::string("x\0y", 3);
-  const std::string directory = folder / std::string("d\0y", 3);
-  const std::string good = folder / "good";
-  const std::function<bool()> operations[] = {
-      [&] { return files().exists(file); },
-      [&] { return files().isDirectory(directory); },
-      [&] { return files().isLink(file); },
-      [&] { return files().isSameItem(file, folder / "x"); },
-      [&] { return files().liesWithin(directory, folder.path()); },
-      [&] { return files().isExecutableFile(file); },
-      [&] { return files().isWritable(file); },
-      [&] { return files().size(file, &error).has_value(); },
-      [&] { return files().list(directory, &error).has_value(); },
-      [&] { return files().createDirectory(folder / std::string("new\0y", 5), 0700, &error); },
-      [&] { return files().usePrivateDirectory(folder / std::string("new\0y", 5), &error); },
-      [&] { return files().createFile(folder / std::string("new\0y", 5), 0600, &error); },
-      [&] { return files().remove(file, &error); },
-      [&] { return files().remove(directory, &error); },
-      [&] { return files().removeEmptyDirectory(directory, &error); },
-      [&] { return files().copy(file, good, &error); },
-      [&] { return files().copy(folder / "x", folder / std::string("new\0y", 5), &error); },
-      [&] { return files().move(file, good, &error); },
-      [&] { return files().move(folder / "x", folder / std::string("new\0y", 5), &error); },
-      [&] { return files().exchange(file, directory, &error); },
-      [&] { return files().lock(file, std::chrono::milliseconds(0), &error) != nullptr; },
-      [&] { return files().read(file, 100, &error).has_value(); },
-      [&] { return files().writeAtomically(file, {}, &error); },
-      [&] { return files().changeMark(file, &error).has_value(); },
-      [&] { return files().attributes(file, &error).has_value(); },
-      [&] { return files().permissions(file, &error).has_value(); },
-      [&] { return files().setPermissions(file, 0777, &error); },
-      [&] { return files().removeExtendedAttribute(file, "a") == 0; },
-      [&] { return files().volumeSpace(directory, &error).has_value(); },
-  };
+  const std::vector<std::function<bool()>> operations =
+      operationsOn(folder / std::string("x\0y", 3), folder / std::string("d\0y", 3));
   for (std::size_t i = 0; i < std::size(operations); ++i) {
     error = TKSError();
     EXPECT_FALSE(operations[i]()) << i;

@@ -13,241 +13,24 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
-#include <sys/time.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "tests/support/ProcessTable.h"
+#include "tests/support/fake_launcher/channel.h"
+#include "tests/support/fake_launcher/switches.h"
 
 namespace {
 
-struct SwitchInfo {
-  const char* name;
-  bool hasValue;
-  const char* meaning;
-};
-
-// In the order of a conversation.
-constexpr SwitchInfo kSwitches[] = {
-    {"--lifetime", true, "end after this time whatever happens (default 120s)"},
-    {"--dump-arguments", true, "write the arguments, each closed by a NUL byte, to a file"},
-    {"--dump-descriptors", true, "write the open descriptors, lines of NUMBER TARGET, to a file"},
-    {"--dump-environment", true, "write the environment, each entry closed by a NUL byte, to a file"},
-    {"--dump-signals", true, "write the standard signals that are blocked or ignored, lines of NUMBER WHAT, to a file"},
-    {"--received", true, "append each text that is received, a line each, to a file"},
-    {"--fork-holder", false, "leave a child of its own that keeps all descriptors open"},
-    {"--exit", true, "exit at once with this code"},
-    {"--abort", false, "abort at once"},
-    {"--signal", true, "end at once by this signal"},
-    {"--stderr", true, "write so many bytes to standard error before anything else"},
-    {"--close-stderr", false, "close standard error"},
-    {"--wont-die", false, "ignore the end of input and all signals that can be ignored"},
-    {"--no-read", true, "wait so long before the first read"},
-    {"--noise", true, "print this text into the channel before the first answer"},
-    {"--mute", false, "never answer"},
-    {"--mute-after", true, "do not answer any more after this type was received or sent"},
-    {"--late", true, "wait so long before each answer"},
-    {"--twice", false, "send each answer twice"},
-    {"--split", true, "write in pieces of so many bytes"},
-    {"--pause", true, "wait so long after each piece"},
-    {"--die-after-bytes", true, "exit once so many bytes were written"},
-    {"--exit-before", true, "exit instead of sending this type"},
-    {"--exit-after", true, "exit after sending this type"},
-    {"--burst", true, "send so many further frames (client_status) in one write with the hello_ack"},
-    {"--flood", true, "send so many further frames (client_status) after the hello_ack"},
-    {"--header", true, "answer hello by a header that announces so many bytes"},
-    {"--fill", true, "follow that header with so many bytes"},
-    {"--stall-after", true, "send the header and so many bytes of the first answer, then nothing more"},
-    {"--payload", true, "answer hello by a frame with the content of this file"},
-    {"--error-code", true, "answer launch_meeting by an error with this code"},
-    {"--error-text", true, "answer launch_meeting by an error with this text"},
-    {"--update", false, "answer launch_meeting by host_notify"},
-    {"--update-once", false, "the same, but only the first process started from this folder does it"},
-    {"--always-updated", false, "send host_notify right after each hello_ack"},
-    {"--linger", true, "live on for so long after disconnect_ack"},
-    {"--stay", false, "live on after disconnect_ack until the host is gone"},
-    {"--script", true, "follow a script instead of all rules: expect TYPE, send JSON, raw HEX, sleep TIME, exit CODE"},
-};
-
-[[noreturn]] void quit(int code) { ::_exit(code); }
-
-[[noreturn]] void misuse(const std::string& problem) {
-  std::fprintf(stderr, "fake launcher: %s\n", problem.c_str());
-  for (const SwitchInfo& info : kSwitches) std::fprintf(stderr, "  %-20s %s\n", info.name, info.meaning);
-  quit(64);
-}
-
-void sleepFor(double seconds) {
-  timespec left{static_cast<time_t>(seconds), 0};
-  left.tv_nsec = static_cast<long>((seconds - static_cast<double>(left.tv_sec)) * 1e9);
-  while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
-  }
-}
-
-double seconds(const std::string& text) {
-  char* unit = nullptr;
-  const double number = std::strtod(text.c_str(), &unit);
-  return std::string_view(unit) == "ms" ? number / 1000 : number;
-}
-
-std::uint64_t bytes(const std::string& text) {
-  char* unit = nullptr;
-  const double number = std::strtod(text.c_str(), &unit);
-  const double factor = *unit == 'K' ? 1024.0 : *unit == 'M' ? 1024.0 * 1024.0 : 1.0;
-  return static_cast<std::uint64_t>(number * factor);
-}
-
-/// What the launcher was asked to do.
-class Switches {
- public:
-  void add(const std::vector<std::string>& words) {
-    for (std::size_t i = 0; i < words.size(); ++i) {
-      const auto* info = std::find_if(std::begin(kSwitches), std::end(kSwitches),
-                                      [&](const SwitchInfo& one) { return words[i] == one.name; });
-      if (info == std::end(kSwitches)) misuse("unknown switch " + words[i]);
-      if (info->hasValue && i + 1 == words.size()) misuse("no value for " + words[i]);
-      values_[info->name] = info->hasValue ? words[++i] : "1";
-    }
-  }
-  bool has(const char* name) const { return values_.count(name) != 0; }
-  std::string text(const char* name) const { return has(name) ? values_.at(name) : std::string(); }
-  std::uint64_t size(const char* name) const { return bytes(text(name)); }
-  double time(const char* name, double otherwise = 0) const { return has(name) ? seconds(text(name)) : otherwise; }
-
- private:
-  std::map<std::string, std::string> values_;
-};
-
-Switches switches;
-
-std::string ownFolder() {
-  const std::string path = tks::test::executableOf(::getpid());
-  return path.substr(0, path.rfind('/') + 1);
-}
-
-std::string resolved(const std::string& path) { return path.starts_with('/') ? path : ownFolder() + path; }
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(resolved(path), std::ios::binary);
-  if (!file) misuse("cannot read " + path);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// Written under another name first, so that whoever waits for the file finds it whole.
-void writeFile(const std::string& path, const std::string& content) {
-  const std::string temporary = resolved(path) + ".part";
-  {
-    std::ofstream file(temporary, std::ios::binary);
-    file << content;
-  }
-  if (::rename(temporary.c_str(), resolved(path).c_str()) != 0) misuse("cannot write " + path);
-}
-
-void readSwitches() {
-  std::vector<std::string> words;
-  std::ifstream file(ownFolder() + "switches");
-  for (std::string line; std::getline(file, line);) {
-    if (!line.empty()) words.push_back(line);
-  }
-  const char* variable = std::getenv("TKS_FAKE_LAUNCHER");
-  std::istringstream more(variable != nullptr ? variable : "");
-  for (std::string word; more >> word;) words.push_back(word);
-  switches.add(words);
-}
-
-void writeOut(int descriptor, const char* data, std::size_t size) {
-  while (size > 0) {
-    const ssize_t count = ::write(descriptor, data, size);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) quit(3);
-    data += count;
-    size -= static_cast<std::size_t>(count);
-  }
-}
-
-/// The channel to the host, both ends.
-class Channel {
- public:
-  virtual ~Channel() = default;
-  /// Waits for bytes; 0 when the host is gone.
-  virtual std::size_t read(char* into, std::size_t size) = 0;
-  virtual int output() const = 0;
-
-  void write(std::string_view data) {
-    const std::size_t piece = switches.has("--split") ? switches.size("--split") : data.size();
-    while (!data.empty()) {
-      std::string_view part = data.substr(0, std::max<std::size_t>(piece, 1));
-      if (switches.has("--die-after-bytes")) {
-        const std::uint64_t left = switches.size("--die-after-bytes") - written_;
-        if (left <= part.size()) {
-          writeOut(output(), part.data(), left);
-          quit(0);
-        }
-      }
-      writeOut(output(), part.data(), part.size());
-      written_ += part.size();
-      data.remove_prefix(part.size());
-      if (switches.has("--pause")) sleepFor(switches.time("--pause"));
-    }
-  }
-
- private:
-  std::uint64_t written_ = 0;
-};
-
-class PipeChannel final : public Channel {
- public:
-  std::size_t read(char* into, std::size_t size) override {
-    while (true) {
-      const ssize_t count = ::read(STDIN_FILENO, into, size);
-      if (count >= 0) return static_cast<std::size_t>(count);
-      if (errno != EINTR) return 0;
-    }
-  }
-  int output() const override { return STDOUT_FILENO; }
-};
-
-class FileChannel final : public Channel {
- public:
-  explicit FileChannel(const std::string& folder)
-      : input_(::open((folder + "/ipcFile_Interface2TKS").c_str(), O_RDONLY | O_CLOEXEC)),
-        output_(::open((folder + "/ipcFile_TKS2Interface").c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)),
-        host_(::getppid()) {}
-
-  std::size_t read(char* into, std::size_t size) override {
-    while (::getppid() == host_) {
-      const ssize_t count = ::read(input_, into, size);
-      if (count < 0) return 0;
-      if (count > 0) return static_cast<std::size_t>(count);
-      struct stat facts {};
-      if (::fstat(input_, &facts) != 0 || facts.st_nlink == 0) return 0;
-      sleepFor(0.002);
-    }
-    return 0;
-  }
-  int output() const override { return output_; }
-  bool isOpen() const { return input_ >= 0 && output_ >= 0; }
-
- private:
-  int input_;
-  int output_;
-  pid_t host_;
-};
+using namespace fake_launcher;
 
 std::string header(std::uint64_t size) {
   std::string bytes;
