@@ -1,4 +1,5 @@
 """The hand-written pages: Markdown to the site's HTML, links to each other's pages, headings for search and contents."""
+import base64
 import html
 import pathlib
 import re
@@ -39,8 +40,9 @@ class Guide:
 
         def show(found):
             said = run(found[1], (found[2] or "").split())
-            if said.startswith("sequenceDiagram"):
-                return keep(sequence.drawn(said))
+            if said.startswith("<svg"):
+                picture = base64.b64encode(said.encode()).decode()
+                return keep(f'<img alt="What {html.escape(found[0][12:-4])} draws" src="data:image/svg+xml;base64,{picture}">')
             return keep(f'<pre class="terminal"><b>$ {html.escape(found[0][12:-4])}</b>\n{html.escape(said)}</pre>')
 
         text = SHOWN.sub(show, self.text) if run else self.text
