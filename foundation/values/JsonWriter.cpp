@@ -102,13 +102,31 @@ char* writeByte(char* out, char c) noexcept {
 }
 
 /// Sixteen bytes of a text; every question is answered for all of them at once.
-using Sixteen [[gnu::vector_size(16)]] = signed char;
+using Sixteen [[gnu::vector_size(16)]] = unsigned char;
+using Words [[gnu::vector_size(16)]] = std::uint64_t;
 static_assert(sizeof(Sixteen) <= value::kBytesBehind);
 
-/// How many bytes at the front stand for themselves; others are to be escaped or are beyond ASCII (negative).
+Sixteen sixteenAt(const char* bytes) noexcept {
+  Sixteen sixteen;
+  std::memcpy(&sixteen, bytes, sizeof sixteen);
+  return sixteen;
+}
+
+bool isZero(Sixteen bytes) noexcept {
+  const auto words = reinterpret_cast<Words>(bytes);
+  return (words[0] | words[1]) == 0;
+}
+
+bool areAscii(Sixteen bytes) noexcept { return isZero(bytes & 0x80); }
+
+/// All bits of each byte that is to be escaped.
+Sixteen escapedIn(Sixteen bytes) noexcept {
+  return reinterpret_cast<Sixteen>((bytes < ' ') | (bytes == '"') | (bytes == '\\'));
+}
+
+/// How many bytes at the front stand for themselves, in ASCII or beyond it.
 std::size_t plainBytes(Sixteen bytes) noexcept {
-  const auto others = (bytes < ' ') | (bytes == '"') | (bytes == '\\');
-  const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2>>(others);
+  const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2>>(escapedIn(bytes));
   const auto firstOf = [](std::uint64_t word) {
     const bool little = std::endian::native == std::endian::little;
     return static_cast<std::size_t>(little ? std::countr_zero(word) : std::countl_zero(word)) / 8;
@@ -123,29 +141,21 @@ constexpr std::size_t kLargestPiece = 16384;
 /// For a shorter text the way by pieces takes longer.
 constexpr std::size_t kWorthPieces = 256;
 
-/// How many bytes stand for themselves, in ASCII or beyond it, from the front of a piece of a text up to the first one
-/// that is to be escaped; `isAscii` becomes false when one of the bytes looked at is beyond ASCII. The length of the
-/// piece is a multiple of `kStride`.
-std::size_t unescapedBytes(const char* piece, std::size_t size, bool& isAscii) noexcept {
-  using Bytes [[gnu::vector_size(16)]] = unsigned char;
-  using Words [[gnu::vector_size(16)]] = std::uint64_t;
-  const auto isZero = [](Bytes bytes) {
-    const auto words = reinterpret_cast<Words>(bytes);
-    return (words[0] | words[1]) == 0;
-  };
-  Bytes all{};
+/// How many bytes stand for themselves from the front of a piece of a text up to a stride with one that is to be
+/// escaped; all that were looked at are added to `seen`. The length of the piece is a multiple of `kStride`.
+std::size_t unescapedBytes(const char* piece, std::size_t size, Sixteen& seen) noexcept {
+  Sixteen all = seen;
   std::size_t done = 0;
   for (; done < size; done += kStride) {
-    Bytes escaped{};
-    for (std::size_t i = 0; i < kStride; i += sizeof(Bytes)) {
-      Bytes bytes;
-      std::memcpy(&bytes, piece + done + i, sizeof bytes);
+    Sixteen escaped{};
+    for (std::size_t i = 0; i < kStride; i += sizeof(Sixteen)) {
+      const Sixteen bytes = sixteenAt(piece + done + i);
       all |= bytes;
-      escaped |= reinterpret_cast<Bytes>((bytes < ' ') | (bytes == '"') | (bytes == '\\'));
+      escaped |= escapedIn(bytes);
     }
     if (!isZero(escaped)) break;
   }
-  isAscii = isAscii && isZero(all & 0x80);
+  seen = all;
   return done;
 }
 
@@ -278,22 +288,31 @@ class Writer {
     char padded[sizeof text + value::kBytesBehind];
     std::memcpy(padded, static_cast<const void*>(&text), sizeof text);
     std::memcpy(out, padded, sizeof text);
-    Sixteen bytes;
-    std::memcpy(&bytes, padded, sizeof bytes);
-    if (plainBytes(bytes) == size) [[likely]] {
+    const Sixteen bytes = sixteenAt(padded);
+    if (plainBytes(bytes) == size && areAscii(bytes)) [[likely]] {
       return out + size;
     }
     std::memset(padded + size, 0, sizeof padded - size);
     return writeContent(out, padded, size);
   }
 
-  /// Writes the front of a piece that stands for itself; when that is not all of it, the stride behind it byte by byte.
-  char* writePiece(char* out, const char*& next, std::size_t size, bool& isAscii) {
-    const std::size_t plain = unescapedBytes(next, size, isAscii);
-    out = output_.append(out, next, plain);
-    next += plain;
-    if (plain == size) return out;
-    for (const char* const end = next + kStride; next != end; ++next) out = writeByte(output_.room(out), *next);
+  /// Writes sixteen bytes at a time, up to the end or to the end of as many as a stride without one to be escaped.
+  char* writeStrides(char* out, const char*& next, const char* end, Sixteen& seen) {
+    Sixteen all = seen;
+    for (const char* plainFrom = next; next < end && next - plainFrom < std::ptrdiff_t{kStride};) {
+      out = output_.room(out);
+      const Sixteen bytes = sixteenAt(next);
+      std::memcpy(out, &bytes, sizeof bytes);
+      all |= bytes;
+      const std::size_t plain = plainBytes(bytes);
+      out += plain;
+      next += plain;
+      if (plain == sizeof bytes) continue;
+      if (next >= end) break;
+      out = writeByte(out, *next++);
+      plainFrom = next;
+    }
+    seen = all;
     return out;
   }
 
@@ -301,27 +320,18 @@ class Writer {
   char* writeContent(char* out, const char* next, std::size_t size) {
     const std::string_view content(next, size);
     const char* const end = next + size;
-    bool isAscii = true;
-    if (size >= kWorthPieces) {
-      if (size > kLargestPiece) output_.expect(size);
-      for (std::size_t left = size; left >= kStride; left = static_cast<std::size_t>(end - next)) {
-        out = writePiece(out, next, std::min(left / kStride * kStride, kLargestPiece), isAscii);
+    Sixteen seen{};
+    if (size > kLargestPiece) output_.expect(size);
+    while (next < end) {
+      const auto left = static_cast<std::size_t>(end - next);
+      if (left >= kWorthPieces) {
+        const std::size_t plain = unescapedBytes(next, std::min(left / kStride * kStride, kLargestPiece), seen);
+        out = output_.append(out, next, plain);
+        next += plain;
       }
+      out = writeStrides(out, next, end, seen);
     }
-    while (true) {
-      out = output_.room(out);
-      Sixteen bytes;
-      std::memcpy(&bytes, next, sizeof bytes);
-      std::memcpy(out, &bytes, sizeof bytes);
-      const std::size_t plain = plainBytes(bytes);
-      out += plain;
-      next += plain;
-      if (plain == sizeof bytes) continue;
-      if (next >= end) break;
-      isAscii = isAscii && *next >= 0;
-      out = writeByte(out, *next++);
-    }
-    if (!isAscii && !utf8::isValid(content)) problem_ = Problem::notUtf8;
+    if (!areAscii(seen) && !utf8::isValid(content)) problem_ = Problem::notUtf8;
     return out;
   }
 

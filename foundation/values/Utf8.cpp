@@ -53,21 +53,30 @@ void append(std::string& text, char32_t character) {
   putRest(0);
 }
 
+namespace {
+
+/// How many ASCII bytes stand at the front.
+std::size_t asciiAhead(std::string_view text) noexcept {
+  using Bytes = std::uint64_t;
+  constexpr Bytes kBeyondAscii = 0x8080'8080'8080'8080u;
+  std::size_t done = 0;
+  for (; text.size() - done >= 2 * sizeof(Bytes); done += 2 * sizeof(Bytes)) {
+    Bytes bytes[2];
+    std::memcpy(bytes, text.data() + done, sizeof bytes);
+    if (((bytes[0] | bytes[1]) & kBeyondAscii) != 0) break;
+  }
+  while (done < text.size() && static_cast<unsigned char>(text[done]) < 0x80) ++done;
+  return done;
+}
+
+}  // namespace
+
 bool isValid(std::string_view text) noexcept {
-  while (!text.empty()) {
-    std::uint64_t eight;
-    if (text.size() >= sizeof eight) {
-      std::memcpy(&eight, text.data(), sizeof eight);
-      if ((eight & 0x8080'8080'8080'8080u) == 0) {
-        text.remove_prefix(sizeof eight);
-        continue;
-      }
-    }
-    if (static_cast<unsigned char>(text.front()) < 0x80) {
-      text.remove_prefix(1);
-    } else if (!takeCharacter(text)) {
-      return false;
-    }
+  for (text.remove_prefix(asciiAhead(text)); !text.empty(); text.remove_prefix(asciiAhead(text))) {
+    // Letters beyond ASCII often stand side by side.
+    do {
+      if (!takeCharacter(text)) return false;
+    } while (!text.empty() && static_cast<unsigned char>(text.front()) >= 0x80);
   }
   return true;
 }
