@@ -39,23 +39,44 @@ class PageCheck {
     const std::vector<std::vector<std::uint8_t>> expected = readHashes(first, count);
     const std::uint64_t start = first * pageSize_;
     const std::uint64_t end = pages_ - first == count ? limit_ : start + count * pageSize_;
+    if (pageSize_ > bench.buffer.size()) return checkLargePages(start, end, expected, bench);
 
-    // The buffer holds many small pages or a piece of a large one.
-    std::uint64_t filledFrom = start;
-    std::size_t filled = 0;
-    for (std::uint32_t page = 0; page < count; ++page) {
-      for (Hasher& hasher : bench.hashers) hasher.start();
-      std::uint64_t at = start + page * pageSize_;
+    const auto pagesAtOnce = static_cast<std::uint32_t>(bench.buffer.size() / pageSize_);
+    for (std::uint32_t page = 0; page < count; page += pagesAtOnce) {
+      checkPagesAtOnce(page, start + page * pageSize_, std::min(start + (page + pagesAtOnce) * pageSize_, end),
+                       expected, bench);
+    }
+  }
+
+  /// Pages of which several fit into the buffer. `page`: the number of the first one within the run.
+  void checkPagesAtOnce(std::uint32_t page, std::uint64_t start, std::uint64_t end,
+                        const std::vector<std::vector<std::uint8_t>>& expected, HashingBench& bench) const {
+    const Bytes bytes = Bytes(bench.buffer).first(fill(start, end, bench.buffer));
+    std::vector<Bytes> pages;
+    for (std::size_t at = 0; at < bytes.size(); at += pageSize_) {
+      pages.push_back(bytes.subspan(at, std::min<std::size_t>(pageSize_, bytes.size() - at)));
+    }
+    std::vector<Digest> digests(pages.size());
+    for (std::size_t i = 0; i < bench.hashers.size(); ++i) {
+      const std::size_t size = hashSize(bench.hashers[i].type());
+      hashEach(bench.hashers[i], pages, digests);
+      for (std::size_t k = 0; k < digests.size(); ++k) {
+        if (!digests[k].matches(Bytes(expected[i]).subspan((page + k) * size, size))) fail(status::kSignatureFailed);
+      }
+    }
+  }
+
+  /// Pages of which one does not fit into the buffer.
+  void checkLargePages(std::uint64_t start, std::uint64_t end, const std::vector<std::vector<std::uint8_t>>& expected,
+                       HashingBench& bench) const {
+    std::uint32_t page = 0;
+    for (std::uint64_t at = start; at < end; ++page) {
       const std::uint64_t pageEnd = std::min(at + pageSize_, end);
+      for (Hasher& hasher : bench.hashers) hasher.start();
       while (at < pageEnd) {
-        if (at == filledFrom + filled) {
-          filledFrom = at;
-          filled = fill(at, end, bench.buffer);
-        }
-        const std::uint64_t piece = std::min(pageEnd, filledFrom + filled) - at;
-        const Bytes bytes(bench.buffer.data() + (at - filledFrom), static_cast<std::size_t>(piece));
-        for (Hasher& hasher : bench.hashers) hasher.update(bytes);
-        at += piece;
+        const Bytes piece = Bytes(bench.buffer).first(fill(at, pageEnd, bench.buffer));
+        for (Hasher& hasher : bench.hashers) hasher.update(piece);
+        at += piece.size();
       }
       compare(page, expected, bench);
     }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "codesign/container/sha256_lockstep.h"
 #include "codesign/container/status.h"
 
 namespace tks::codesign {
@@ -71,6 +72,25 @@ Digest Hasher::hash(Bytes bytes) {
   start();
   update(bytes);
   return finish();
+}
+
+void hashEach(Hasher& hasher, std::span<const Bytes> messages, std::span<Digest> digests) {
+  const bool isSha256 = hasher.type() == HashType::sha256 || hasher.type() == HashType::sha256Truncated;
+  const Sha256Lockstep inLockstep = isSha256 && messages.size() > 1 ? sha256Lockstep() : nullptr;
+  if (inLockstep == nullptr) {
+    for (std::size_t i = 0; i < messages.size(); ++i) digests[i] = hasher.hash(messages[i]);
+    return;
+  }
+  constexpr std::size_t kTogether = 64;
+  for (std::size_t first = 0; first < messages.size(); first += kTogether) {
+    const std::size_t count = std::min(kTogether, messages.size() - first);
+    std::array<Sha256Digest, kTogether> whole;
+    inLockstep(messages.subspan(first, count), std::span(whole).first(count));
+    for (std::size_t i = 0; i < count; ++i) {
+      std::ranges::copy(whole[i], digests[first + i].storage.begin());
+      digests[first + i].size = hashSize(hasher.type());
+    }
+  }
 }
 
 Digest hashOf(const ByteSource& source, HashType type, bool inFull) {

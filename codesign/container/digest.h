@@ -72,6 +72,10 @@ class Hasher {
   EVP_MD_CTX* context_ = nullptr;
 };
 
+/// Hashes several messages, each from its beginning to its end; `digests` has a place for each. SHA-256 goes side by
+/// side where the processor has instructions for it, everything else one after another with `hasher`.
+void hashEach(Hasher& hasher, std::span<const Bytes> messages, std::span<Digest> digests);
+
 /// Hash of a whole source, read piece by piece.
 Digest hashOf(const ByteSource& source, HashType type, bool inFull = false);
 
