@@ -26,6 +26,7 @@ const Application& tksctl() {
           prefsCommand(),
           provenanceCommand(),
           maskCommand(),
+          manifestCommand(),
           versionCommand(),
           recordCommand(),
           diagramCommand(),

@@ -11,6 +11,7 @@ Command assessCommand();
 Command completionCommand();
 Command diagramCommand();
 Command explainCommand();
+Command manifestCommand();
 Command manualCommand();
 Command maskCommand();
 Command plistCommand();

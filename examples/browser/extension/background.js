@@ -1,0 +1,2 @@
+// The extension's button opens the page.
+chrome.action.onClicked.addListener(() => chrome.tabs.create({url: 'page.html'}));
