@@ -145,7 +145,7 @@ struct Description {
 
   /// The requirement by which other code recognises this code; empty when it cannot be told.
   std::string designatedRequirement;
-  /// What it would be if the code brought none.
+  /// What it would be if the code brought no requirement.
   std::string implicitRequirement;
   /// All that the code brings, a line "designated => ..." each, and as blob.
   std::optional<std::string> requirements;
@@ -193,7 +193,7 @@ class Code {
   std::shared_ptr<const Parts> parts_;
 };
 
-/// The description of a certificate in DER form; nothing when it is none.
+/// The description of a certificate in DER form; nothing when it is malformed.
 std::optional<CertificateDescription> describeCertificate(const TKSData& der);
 
 // Signing. These need the library tks_signing; the shared library does not have them.

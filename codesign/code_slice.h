@@ -20,7 +20,7 @@ namespace tks::codesign {
 /// ended; every member fails when what it needs is not in order. Used by one thread.
 class CodeSlice {
  public:
-  /// What is passed in has to outlive this.
+  /// The arguments have to outlive this.
   CodeSlice(const CodeLayout& layout, std::size_t slice, const AppleRoots& roots);
 
   /// Its number among the architectures of the code.
@@ -45,7 +45,7 @@ class CodeSlice {
   /// The list of parts that must exist, when there is one.
   void checkTopDirectory();
   void checkCodePages();
-  /// Nothing is behind what is signed.
+  /// Nothing follows what is signed.
   void checkNothingFollows();
   /// The signature seals the Info.plist and the resources of the bundle as they are: code of a bundle may leave them
   /// out.

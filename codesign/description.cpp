@@ -53,7 +53,7 @@ std::vector<DirectoryDescription> describeAll(const DirectorySet& directories) {
 
 std::size_t slicesOf(const CodeLayout& layout) { return layout.image ? layout.image->slices().size() : 1; }
 
-/// Describes code by the one of its architectures that answers questions.
+/// Describes code by the architecture that suits this machine best.
 class Describer {
  public:
   Describer(const CodeLayout& layout, const AppleRoots& roots)
@@ -101,7 +101,7 @@ class Describer {
     result_.timeStamp = signer->certifiedTime;
   }
 
-  /// The signer is shown for all of the code: whoever asks goes by it for every architecture.
+  /// The signer is shown for all of the code, so every architecture must have the same one.
   void checkOneSigner() {
     for (std::size_t i = 0; i < slicesOf(layout_); ++i) {
       if (i == slice_.number()) continue;

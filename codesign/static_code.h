@@ -7,7 +7,7 @@
 
 namespace tks::codesign {
 
-/// The engine behind the contract, with other roots for the platform maker's than the ones that exist.
+/// The engine as the contract of signatures, with these roots in place of the platform maker's.
 std::unique_ptr<platform::Signatures> makeSignatures(AppleRoots roots);
 
 }  // namespace tks::codesign

@@ -52,7 +52,7 @@ class CodeCheck {
         chosen_(layout.image ? layout.image->chosenSlice() : 0),
         main_(layout, chosen_, roots) {}
 
-  /// Fails when something is wrong, except with single resources: these are in the answer. `nested` receives what is
+  /// Fails when something is wrong, except with single resources, which are returned. `nested` receives what is
   /// inside.
   ResourceProblems run(const Requirement* requirement, std::vector<NestedCode>& nested) {
     checkSlice(main_, requirement);
@@ -123,7 +123,7 @@ class CodeCheck {
     if (seal.version() == 1) fail(status::kWeakResourceEnvelope);
   }
 
-  /// The signature does not seal itself, nor what is added to a bundle after it was signed, nor what the pages cover.
+  /// The seal leaves out the signature itself, what is added to a signed bundle later, and what the pages cover.
   void excludeSignature(CodeResources& seal) const {
     seal.exclude(std::string(kSignatureFolder));
     seal.exclude(std::string(componentName(slot::kResources)));
@@ -224,8 +224,8 @@ class DeepCheck {
     const std::optional<Requirement> requirement = Requirement::fromText(code.requirement);
     if (!requirement) fail(status::kResourcesInvalid);
     const CodeLayout layout = findCode(code.path);
-    // Whatever else is known of it: that it is the code that is meant has to be seen each time. Links can lead to other
-    // code, which is no matter of this one, or back to code that was checked already.
+    // Whatever else is known of it: check each time that it is the code that is meant. Links can lead to other code,
+    // which this check is not about, or back to code that was checked already.
     const bool isInPlace = layout.isWithin(code.path);
     const bool goesDeep = isWhole() && isInPlace && markSeen(layout);
     std::vector<NestedCode> nested;

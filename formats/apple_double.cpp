@@ -17,7 +17,7 @@ constexpr std::uint32_t kResourceForkEntry = 2;
 constexpr std::size_t kHeaderSize = 26;
 constexpr std::size_t kEntrySize = 12;
 constexpr std::size_t kFinderInfoSize = 32;
-/// From the start of the Finder info: behind it and its padding.
+/// From the start of the Finder info: after it and its padding.
 constexpr std::size_t kAttributesOffset = 34;
 constexpr std::size_t kAttributesHeaderSize = 36;
 constexpr std::size_t kRecordSize = 11;
@@ -67,7 +67,7 @@ std::optional<Record> readRecord(Bytes file, std::size_t at, std::size_t limit) 
   return record;
 }
 
-/// The records behind the Finder info, which starts at `start` and has `size` bytes with all that follows.
+/// The records after the Finder info, which starts at `start` and has `size` bytes with all that follows.
 bool readAttributes(Bytes file, std::size_t start, std::size_t size, TKSDictionary& attributes) {
   const std::size_t header = start + kAttributesOffset;
   const std::size_t end = start + size;

@@ -24,7 +24,7 @@ namespace tks::formats::property_list {
 ///             | 1000 nnnn                     identifier of n+1 bytes, read as dictionary with the one key "CF$UID"
 ///             | 1010 size reference*          array; sets, 1011 and 1100, are read as arrays
 ///             | 1101 size reference* reference*   dictionary: all keys, then all values
-///   size     := nnnn below 1111, else 1111 and behind the byte an integer object
+///   size     := nnnn below 1111, else 1111 and an integer object after the byte
 ///   offset   := where an object starts; one for each object
 ///   reference:= number of an object
 ///   trailer  := 6 unused bytes, bytes of an offset, bytes of a reference, then in 8 bytes each: number of objects,
@@ -34,7 +34,7 @@ namespace tks::formats::property_list {
 /// may not refer to more bytes than the file has, and what they stand for when every reference is followed stays
 /// bounded.
 ///
-/// Both answer nothing on failure and put into words what is wrong.
+/// Both return nothing on failure and say what is wrong.
 bool isBinary(std::span<const std::uint8_t> content);
 TKSValue readBinary(std::span<const std::uint8_t> content, Problem& problem);
 std::optional<TKSData> writeBinary(const TKSValue& value, Problem& problem);

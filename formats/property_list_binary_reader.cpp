@@ -18,7 +18,7 @@ namespace {
 
 using Bytes = std::span<const std::uint8_t>;
 
-/// Bytes that a list of so many may come to in memory when every reference in it is followed. An object that is
+/// Most bytes that a list of this size may take in memory once every reference is followed. An object that is
 /// referred to often makes much of little, and that is what the binary form is for; but a small list stays small enough
 /// to be printed and written in no time.
 constexpr std::size_t largestExpansion(std::size_t size) {
@@ -72,7 +72,7 @@ void appendUtf16(std::string& text, Bytes bytes) {
   }
 }
 
-/// Whether all characters are ASCII; eight bytes behind them can be read.
+/// Whether all characters are ASCII; eight bytes after them can be read.
 bool isAscii(Bytes characters) {
   std::uint64_t all = 0;
   std::uint64_t eight = 0;
@@ -196,7 +196,7 @@ bool BinaryReader::takeBytes(std::size_t position, std::size_t count, std::size_
   return spend(bytes.size());
 }
 
-/// The size of an object whose first byte ended in `low`; moves `position` behind it.
+/// The size of an object whose first byte ended in `low`; moves `position` past it.
 std::optional<std::size_t> BinaryReader::takeSize(std::size_t& position, std::uint8_t low) {
   if (low < 0xF) return low;
   if (position >= offsets_ || content_[position] >> 4 != kInteger) return std::nullopt;
@@ -299,7 +299,7 @@ bool BinaryReader::ascii(std::size_t position, std::uint8_t low) {
   if (!takeBytes(position, *count, 1, bytes)) return false;
   const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
   if (!isAscii(bytes) && !utf8::isValid(characters)) return fail("a text is broken");
-  // The trailer stands behind every object.
+  // The trailer follows every object.
   static_assert(kTrailerSize >= value::kBytesBehind);
   builder_.readableText(characters);
   return true;

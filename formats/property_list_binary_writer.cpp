@@ -22,7 +22,7 @@ std::size_t widthOf(std::uint64_t number) {
   return number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : number <= 0xFFFFFFFF ? 4 : 8;
 }
 
-/// First numbers all objects, those of an array or dictionary behind it, then writes them. Equal texts are one object.
+/// First numbers all objects, those of an array or dictionary after it, then writes them. Equal texts are one object.
 class BinaryWriter {
  public:
   explicit BinaryWriter(Problem& problem) : problem_(problem) {}

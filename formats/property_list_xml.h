@@ -19,7 +19,7 @@ namespace tks::formats::property_list {
 /// Texts may hold references to characters and to the five entities that XML itself has, and CDATA sections. Lists that
 /// declare entities of their own are refused. Integers beyond -2^63 to 2^64-1 become reals.
 ///
-/// Both answer nothing on failure and put into words what is wrong.
+/// Both return nothing on failure and say what is wrong.
 TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem);
 std::optional<TKSData> writeXml(const TKSValue& value, Problem& problem);
 

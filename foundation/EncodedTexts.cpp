@@ -31,7 +31,7 @@ bool looksLikeBase64(std::string_view text) {
   return std::all_of(text.begin(), text.end(), isBase64Character);
 }
 
-/// The text behind base64; nothing when there is none, or bytes that are no text.
+/// The text that base64 stands for; nothing for what is no base64, or no text.
 std::optional<std::string> decodedText(std::string_view base64) {
   const std::optional<TKSData> bytes = tks::base64::decode(base64);
   if (!bytes) return std::nullopt;

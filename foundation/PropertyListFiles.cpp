@@ -71,7 +71,7 @@ bool TKSUtilBase::setPlist(const TKSKeyPath& keyPath, const TKSValue& value, std
     return false;
   }
   if (plistPath.empty()) {
-    TKSILog::logWithLevel(TKSILogLevelError, "No plist patg given, fail to set plist");  // "patg": kept
+    TKSILog::logWithLevel(TKSILogLevelError, "No plist patg given, fail to set plist");  // "patg": required, do not fix
     return false;
   }
   if (!tks::unlessOutOfMemory([&] { return createWhenMissing(plistPath); })) return false;

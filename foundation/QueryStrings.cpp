@@ -25,7 +25,7 @@ std::string_view takeItem(std::string_view& rest, char separator) {
   return item;
 }
 
-/// KEY=VALUE. The value begins behind the first "=", so that the base64 text of "param" keeps its own ones.
+/// KEY=VALUE. The value begins after the first "=", so that the base64 text of "param" keeps its own ones.
 void addItem(Entries& entries, std::string_view item) {
   const std::size_t equals = item.find('=');
   if (equals == std::string_view::npos) {

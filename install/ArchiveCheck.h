@@ -39,8 +39,8 @@ struct ArchiveContent {
 /// Most entries that an archive may have, and most items that it may be unpacked to.
 constexpr std::size_t kMostEntries = 200'000;
 
-/// A path inside of an archive or of what was unpacked as an archive's names are written here: backslashes count as
-/// separators too, which unpackers take for such in archives made elsewhere.
+/// A path in an archive, or in an unpacked tree, as names are written here: backslashes are separators too, as
+/// unpackers have it with archives made elsewhere.
 std::string archiveName(std::string_view path);
 
 /// Looks at an archive that is to be unpacked into `folder`, in the way in which it will be unpacked. There is no

@@ -57,7 +57,7 @@ std::string zipArgument(std::string_view path) {
   return archiveArgument(argument);
 }
 
-/// The beginning of what a tool printed; output that is no text is none.
+/// The beginning of what a tool printed; output that is no text counts as empty.
 std::string_view shownOutput(const std::string& output) {
   return tks::utf8::isValid(output) ? tks::firstCharacters(output, kShownOutput) : "(null)";
 }
@@ -68,7 +68,7 @@ void tks::install::unzip(const UnpackRequest& request) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip Begin");
   platform::ToolRequest tool;
   tool.tool = platform::Tool::unzip;
-  // "-u": create what is not there. What is there would be asked about, and nobody answers: it stays.
+  // "-u": create what is not there. What is there stays: unzip would ask about it, and nobody would answer.
   tool.arguments = {"-u", "-d", archiveArgument(request.folder), zipArgument(request.archive)};
   tool.writeLimit = request.mostBytes;
   const std::string output = runTool(tool).output;

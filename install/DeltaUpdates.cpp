@@ -27,7 +27,7 @@ constexpr std::string_view kPackageSuffix = ".delta";
 constexpr std::string_view kConversionFailed = "Convert the DeltaInfos to dictionary failed";
 constexpr std::size_t kLargestList = 64u * 1024 * 1024;
 constexpr int kOK = 200;
-/// Nothing but the list and its side-car: plain files, each once. A small archive that is none is left to the tool.
+/// Nothing but the list and its side-car: plain files, each once. The tool reports small files that are no archive.
 constexpr tks::install::ArchiveRules kListRules{
     .links = false, .repeatedNames = false, .mostBytes = 2 * kLargestList, .mostUnreadBytes = std::uint64_t{64} * 1024};
 

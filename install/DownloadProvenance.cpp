@@ -117,7 +117,7 @@ void TKSUtilBase::resetAppAccessWithPkgPath(std::string_view pkgPath) {
     request.arguments.push_back(*host);
   }
   const std::string output = tks::platform::systemTools().run(request).output;
-  // Output that is no text is none.
+  // Output that is no text counts as empty.
   const std::string_view shown = tks::utf8::isValid(output) ? tks::firstCharacters(output, kShownOutput) : "(null)";
   TKSILog::logWithLevel(TKSILogLevelInfo, "ResetTask Output: %@", tks::masked(shown));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Reset access to folder end.");

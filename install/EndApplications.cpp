@@ -21,7 +21,7 @@ bool isLaunchModule(const TKSRunningApplication& application) {
   return application.bundleIdentifier == TKSAppBundleID || application.localizedName.starts_with(kMeetingClientName);
 }
 
-/// Whether the very process is still listed; a later one with the same identifier does not count.
+/// Whether the same process is still listed; a later one with its identifier does not count.
 bool isRunning(const TKSRunningApplication& application) {
   const std::optional<TKSRunningApplication> found =
       tks::platform::runningApplications().find(application.processIdentifier);

@@ -50,14 +50,14 @@ bool bothPathsAreThere(std::string_view fromPath, std::string_view toPath) {
 /// the file manager refuses it with its error.
 bool isTaken(std::string_view path) { return !tks::isPath(path) || files().exists(path) || files().isLink(path); }
 
-/// A source that is missing counts as success: kept.
+/// A missing source counts as success. Required behaviour: do not fix.
 bool isMissing(std::string_view fromPath) {
   if (isTaken(fromPath)) return false;
   TKSILog::logWithLevel(TKSILogLevelError, "No File exist at path: %@", masked(fromPath));
   return true;
 }
 
-/// Whether to remove what is at the destination would take the source away, or a part of it. A link is removed alone,
+/// Whether clearing the destination would remove the source, or a part of it. A link is removed alone,
 /// so it matters only where it leads to the other of the two.
 bool areOneInTheOther(std::string_view fromPath, std::string_view toPath) {
   if (files().isSameItem(fromPath, toPath)) return true;

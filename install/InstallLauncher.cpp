@@ -32,7 +32,7 @@ constexpr std::chrono::minutes kPatience{10};
 
 class Installation {
  public:
-  /// `placeLock` is taken on the way and kept for whoever looks at the result.
+  /// `placeLock` is taken on the way and kept until the caller has looked at the result.
   Installation(std::string_view version, std::string_view zipPath, std::string_view targetPath,
                tks::install::Patience& patience, std::unique_ptr<FileLock>& placeLock)
       : givenVersion_(version),
@@ -172,7 +172,7 @@ bool install(std::string_view version, std::string_view zipPath, std::string_vie
   return installed;
 }
 
-/// Removes a launcher that turned out broken; a launcher that was updating itself ends. What is no launcher stays.
+/// Removes a launcher that turned out broken; one that was updating itself is ended. Anything else stays.
 void removeBrokenLauncher(std::string_view targetPath) {
   if (!tks::install::mayBeCleanedUp(targetPath)) return;
   TKSILog::logWithLevel(TKSILogLevelError, "TKS broken after installation, about to clean up");

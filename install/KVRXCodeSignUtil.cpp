@@ -68,7 +68,7 @@ std::string namesMessage(const MakerRules& rules, const TKSArray& certificates) 
                    names[1], names[0]);
 }
 
-/// The message about what lies behind the names; empty when the rules ask for nothing more or are met.
+/// The message about what the names do not prove; empty when the rules ask for no more, or are met.
 std::string strictMessage(const MakerRules& rules, const TKSArray& certificates) {
   if (!rules.strict) return {};
   if (!platform::signatures().leadsToRoot(certificates, rules.pinnedRootSHA256)) {

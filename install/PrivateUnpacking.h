@@ -15,7 +15,7 @@ namespace tks::install {
 
 /// Unpacks one archive where nobody else can look or write: in a folder made for it alone, with a copy of the archive
 /// and, beside the copy, an empty folder. The look before unpacking, the tool and the look after it so meet the same
-/// bytes, and no link or file of an earlier archive. All of it goes with this object; only what was taken stays.
+/// bytes, and no link or file of an earlier archive. It is removed with this object, except for what was taken.
 class PrivateUnpacking {
  public:
   /// `place` is the folder in which the private one is made, and which the lines name.
@@ -27,7 +27,7 @@ class PrivateUnpacking {
   /// Copies the archive, looks into it, unpacks it and looks at what came out. False, with a level-8 line and `error`,
   /// when there is an objection or a step fails; what the tool itself says is not asked. Once for each object.
   bool run(const std::string& archive, platform::ArchiveFormat format, const ArchiveRules& rules, TKSError* error);
-  /// Moves something from the top of what was unpacked to a free place on the same volume. False when it is not there,
+  /// Moves an item from the top of the unpacked tree to a free place on the same volume. False when it is not there,
   /// is a link, or cannot be moved.
   bool take(std::string_view name, const std::string& destination, TKSError* error) const;
 

@@ -23,7 +23,7 @@ class BundleReplacement {
   bool stage(const std::string& bundle, TKSError* error);
   /// The staged bundle, for a last look before it is put in place.
   const std::string& stagedPath() const { return staged_; }
-  /// Exchanges the staged bundle with what is at the target, or renames it into the empty place. The old one is removed
+  /// Exchanges the staged bundle with the target, or renames it into the empty place. The old one is removed
   /// at the end of this object.
   bool putInPlace(TKSError* error);
 

@@ -96,7 +96,7 @@ class TreeLook {
     return refuse(error.localizedDescription, item.name);
   }
 
-  /// Follows a link's target over all links on its way. What is in a folder at the top stays in that folder.
+  /// Follows a link's target over all links on its way. A link in a folder at the top stays in that folder.
   bool staysInside(const Link& link) const {
     const std::vector<std::string_view> folders = pathComponents(folderOf(link.name));
     LinkWalk walk;

@@ -34,7 +34,8 @@ class ByteSource {
  public:
   virtual ~ByteSource() = default;
   virtual ChannelIdentity identity() const = 0;
-  /// Reads what is there, at most `into.size()` bytes; never waits. For a file `end` never comes: more may be appended.
+  /// Reads the bytes that have come, at most `into.size()`; never waits. For a file `end` never comes: more may be
+  /// appended.
   virtual Transfer read(std::span<char> into) = 0;
   /// Calls `ready` on the main thread whenever a read would give bytes, the end or an error, until `unwatch`; costs
   /// nothing while there is nothing. Once a read gave the end, `ready` is not called for it again. `ready` may call

@@ -90,7 +90,7 @@ class Files {
   /// before the umask.
   virtual bool createNewDirectory(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   /// Makes a folder, with all folders above it, that is this user's alone; takes one that is there when it is this
-  /// user's own, and closes it to others. Somebody else's folder, a link and what is no folder are errors.
+  /// user's own, and closes it to others. It is an error when it is another user's, a link, or no folder.
   virtual bool usePrivateDirectory(std::string_view path, TKSError* error) = 0;
   /// Makes a folder that did not exist, of a name that begins so and that nobody can guess, and that this user alone
   /// can enter: its path.
@@ -129,7 +129,7 @@ class Files {
   /// permissions of an existing file.
   virtual bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) = 0;
 
-  /// A mark of an item with all that is in it, that changes with whatever is done to any of it, be it content, names,
+  /// A mark of an item and everything in it. It changes with every change to any of them: content, names,
   /// kinds, permissions or attributes, and that needs no content to be read. A folder itself may be moved within its
   /// volume. Waits some milliseconds when something was changed just now, so that no later change can have the same
   /// time.

@@ -11,8 +11,8 @@
 namespace tks::platform {
 
 /// Property lists, XML and binary. macOS: NSPropertyListSerialization. Linux: pugixml for XML, an own reader and writer
-/// for the binary form. Bounded: files of at most 16 MiB, nesting of at most 512, regular files only; what is beyond is
-/// an error, never a crash. Any thread.
+/// for the binary form. Bounded: files of at most 16 MiB, nesting of at most 512, regular files only; anything beyond
+/// is an error, never a crash. Any thread.
 class PropertyLists {
  public:
   enum class Format { xml, binary };
@@ -21,7 +21,7 @@ class PropertyLists {
   /// taken for nothing.
   static bool isBeyondBounds(const TKSError& error) { return error.domain == "NSPOSIXErrorDomain" && error.code == 27; }
 
-  /// Whether reading a file showed that there is no list to lose: nothing is there, or what was read is none. Every
+  /// Whether reading a file showed that there is no list to lose: no file, or content that is no list. Every
   /// other error leaves open what the file holds, so that it must not be replaced.
   static bool holdsNoList(const TKSError& error) {
     constexpr std::int64_t kNoEntry = 2;
@@ -31,7 +31,7 @@ class PropertyLists {
   }
 
   virtual ~PropertyLists() = default;
-  /// Reads a property list of either form. Nothing, and `error`, when it is none.
+  /// Reads a property list of either form. Nothing, and `error`, when it is malformed.
   virtual TKSValue parse(std::span<const std::uint8_t> content, TKSError* error) = 0;
   /// Writes one. Nothing, and `error`, for values that property lists do not have (null, nothing), and in XML form for
   /// texts with characters that XML does not have, and dates beyond the years 1 to 9999.

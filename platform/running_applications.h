@@ -26,7 +26,7 @@ class RunningApplications {
   virtual std::optional<TKSRunningApplication> find(std::int32_t pid) = 0;
   /// All of them, in the order the system gives.
   virtual std::vector<TKSRunningApplication> list() = 0;
-  /// Asks the very process that was looked up to end at once; whether the request was accepted. A process that is gone,
+  /// Asks the process that was looked up to end at once; whether the request was accepted. A process that is gone,
   /// or whose identifier was reused, refuses. An application without a start time is whatever has the
   /// identifier now.
   virtual bool forceTerminate(const TKSRunningApplication& application) = 0;

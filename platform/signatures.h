@@ -23,7 +23,7 @@ class StaticCode {
   /// For code that is about to be installed, after the check above: nested code as a whole, all versions of frameworks,
   /// no link that leaves the bundle, nothing outside of what is sealed, also where no seal looks (flags as above,
   /// kSecCSCheckNestedCode, kSecCSStrictValidate, kSecCSRestrictSymlinks). Old forms of the seal are no reason to
-  /// refuse (-67007, -67013), as long as what is in the bundle is covered.
+  /// refuse (-67007, -67013), as long as everything in the bundle is covered.
   virtual std::int32_t checkForInstalling(std::string& details) = 0;
 
   /// The signing information (flags 30: signing, requirements, dynamic and content information). Keys as the platform

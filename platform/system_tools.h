@@ -22,7 +22,7 @@ struct ToolRequest {
   bool collectStandardError = false;
   /// A second tool that reads the first one's output; its own output is then what is collected.
   std::optional<Tool> pipedInto = std::nullopt;
-  /// What is longer is read to its end and thrown away.
+  /// Longer output is read to its end and thrown away.
   std::size_t outputLimit = 16u * 1024 * 1024;
   /// The most bytes that the tool may write, in one file or in all with its output; then it is ended. The sum is
   /// looked at now and then, so that it can be exceeded by what fits in between. macOS counts blocks, has no limit for

@@ -11,7 +11,7 @@
 #include "codesign/container/digest.h"
 
 // A code directory: the list of hashes that a signature stands for. All numbers are big-endian; a field exists from a
-// version on, and the identifier or the hashes may start right behind the last one that exists.
+// version on, and the identifier or the hashes may start right after the last one that exists.
 //
 //    0  magic 0xfade0c02    4  length           8  version          12  flags         16  hashOffset   20  identOffset
 //   24  nSpecialSlots      28  nCodeSlots      32  codeLimit        36  u8 hashSize, u8 hashType, u8 platform, u8
@@ -52,7 +52,7 @@ class CodeDirectory {
 
   /// The hash of a special slot; nothing when it is absent.
   std::optional<Digest> specialHash(std::uint32_t slot) const;
-  /// Reads the hashes of pages from `first` on into `hashes`, one behind the other; false when there are not that many.
+  /// Reads the hashes of pages from `first` on into `hashes`, one after the other; false when there are fewer.
   bool readCodeHashes(std::uint32_t first, std::span<std::uint8_t> hashes) const;
 
   const ByteSource& blob() const { return blob_; }

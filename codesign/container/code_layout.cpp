@@ -202,7 +202,7 @@ class BundleFinder {
     return version;
   }
 
-  /// What is wrong around the content of the current version. Content in a folder of its own is sealed alone there.
+  /// The fault beside the content of the current version. Content in its own folder is sealed there alone.
   Status issueOfVersions(const std::string& current, const std::string& support) {
     if (const Status issue = frameworkRootIssue(layout_.root); issue != status::kGood) return issue;
     if (const Status issue = versionsIssue(layout_.root + "/Versions", current, layout_.otherVersions);

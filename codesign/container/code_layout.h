@@ -42,8 +42,8 @@ struct CodeLayout {
   std::vector<std::string> otherVersions;
 
   bool isBundle() const { return !supportFolder.empty(); }
-  /// Whether what is checked for this code lies in a folder, or is that file: links can make it lie elsewhere. Without
-  /// links in `place`.
+  /// Whether all that is checked for this code lies in `place`, or is that file: links can lead elsewhere. `place` is a
+  /// path without links.
   bool isWithin(const std::string& place) const;
 };
 

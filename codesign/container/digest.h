@@ -30,7 +30,7 @@ class Cryptography {
   static Cryptography& shared();
 
   OSSL_LIB_CTX* context() const { return context_; }
-  /// The function behind a hash type, with its full length for truncated ones.
+  /// The function of a hash type, in full length for truncated ones.
   const EVP_MD* function(HashType type) const { return functions_[static_cast<std::size_t>(type)]; }
 
  private:

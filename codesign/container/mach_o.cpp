@@ -190,7 +190,7 @@ std::optional<MachO> MachO::open(const std::shared_ptr<const File>& file) {
 
 void MachO::readRecords(std::uint32_t count) {
   if (count == 0 || count > kMostSlices) fail(status::kBadObjectFormat);
-  // One record more than announced: old systems hid an image that only newer ones should see behind the last one.
+  // One record more than announced: old systems hid an image after the last one, for newer systems only.
   std::vector<std::uint8_t> raw((std::size_t{count} + 1) * kRecordSize);
   raw.resize(file_->read(8, raw) / kRecordSize * kRecordSize);
   if (raw.size() < count * kRecordSize) fail(status::kBadObjectFormat);

@@ -49,14 +49,14 @@ struct ImageLayout {
 /// A Mach-O file, thin or universal.
 class MachO {
  public:
-  /// Nothing when the file is none of the kinds that can be signed as code. Fails when it claims to be universal and
+  /// Nothing when the file is of no kind that can be signed as code. Fails when it claims to be universal and
   /// its records are malformed.
   static std::optional<MachO> open(const std::shared_ptr<const File>& file);
 
   bool isUniversal() const { return universal_; }
   /// By ascending processor type and subtype; at least one.
   const std::vector<Slice>& slices() const { return slices_; }
-  /// The slice that answers questions: the best for this machine, else the first in the file.
+  /// The slice that is described: the best for this machine, else the first in the file.
   std::size_t chosenSlice() const { return chosen_; }
 
   /// Reads the load commands of a slice. Fails when they are malformed.

@@ -22,7 +22,7 @@ class SignatureComponents {
   /// `slice` counts in the image's slices and means nothing for other files. `layout` has to outlive this.
   SignatureComponents(const CodeLayout& layout, std::size_t slice);
 
-  /// What fills a slot. Fails when the container is malformed.
+  /// The content of a slot. Fails when the container is malformed.
   std::optional<ByteSource> find(std::uint32_t slot);
 
   /// Everything up from the start of the code that the pages cover.

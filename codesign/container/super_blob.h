@@ -42,7 +42,7 @@ inline constexpr std::uint32_t kSignature = 0x10000;
 inline constexpr std::uint32_t kTicket = 0x10002;
 }  // namespace slot
 
-/// Whether what fills a slot is a blob itself; the rest is wrapped into one.
+/// Whether the content of a slot is a blob itself; all other content is wrapped into one.
 bool isBlobItself(std::uint32_t slot);
 
 /// Whether something is a whole blob of the kind that fills a slot. False for slots without a kind of their own.
@@ -53,8 +53,8 @@ class SuperBlob {
   /// Reads and checks the index in an area that may be larger. Fails when it is malformed.
   explicit SuperBlob(const ByteSource& area);
 
-  /// What fills a slot: the whole blob, or what is wrapped. Nothing when the slot is empty; fails when what has to be
-  /// wrapped is not.
+  /// The content of a slot: the whole blob, or what it wraps. Nothing when the slot is empty; fails when content that
+  /// has to be wrapped is not.
   std::optional<ByteSource> component(std::uint32_t slot) const;
 
  private:

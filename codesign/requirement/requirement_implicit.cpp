@@ -2,7 +2,7 @@
 #include "codesign/requirement/requirement_words.h"
 #include "codesign/trust/certificate_facts.h"
 
-// Requirements for code that brings none.
+// Requirements for code that does not bring its own.
 
 namespace tks::codesign {
 namespace {

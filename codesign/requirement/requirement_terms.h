@@ -84,7 +84,7 @@ struct MatchForm {
 /// The form of a comparison by its number; a null pointer when there is none.
 const MatchForm* matchFormOf(std::uint32_t match);
 
-/// A requirement of more terms is none.
+/// Most terms that a requirement may have.
 inline constexpr std::size_t kMostTerms = 4096;
 
 }  // namespace tks::codesign::requirement

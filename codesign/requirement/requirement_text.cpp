@@ -280,7 +280,7 @@ class TextReader {
 
   bool readKey(std::string& key) { return nextIs("[") && readText(key) && nextIs("]"); }
 
-  /// A text; a word that begins with 0x stands for the bytes behind it.
+  /// A text; a word that begins with 0x stands for the bytes that follow.
   bool readText(std::string& text) {
     if (!next() || (token_.kind != Token::Kind::word && token_.kind != Token::Kind::text)) return false;
     if (token_.kind == Token::Kind::word && token_.content.starts_with("0x")) {

@@ -29,7 +29,7 @@ struct Draft {
   double weight = 1;
 };
 
-/// The number behind "hash"; nothing for other keys and for types that are not supported.
+/// The number after "hash"; nothing for other keys and for types that are not supported.
 std::optional<std::size_t> hashNumber(std::string_view key) {
   if (key == "hash") return 0;
   if (key.size() == 5 && key.starts_with("hash") && key[4] >= '1' && key[4] <= '4') {
@@ -218,7 +218,7 @@ class CodeResources::Builder final : public PropertyListHandler {
     if (!tooLarge_) result_.entries_.push_back(entry);
   }
 
-  /// The hash of each type, one behind the other. "hash" stands for types that have none of their own.
+  /// The hash of each type, one after the other. "hash" stands for types that have none of their own.
   void storeHashes(Entry& entry) {
     entry.content = static_cast<std::uint32_t>(result_.arena_.size());
     for (const HashType type : types_) {

@@ -57,7 +57,7 @@ class CodeResources {
   };
 
   /// Reads the seal for a signature with these hash types; hashes of other types are passed over. The whole file is
-  /// hashed by `digestType` while it is read, so that what was checked is what is used.
+  /// hashed by `digestType` while it is read, so that exactly the checked bytes are used.
   CodeResources(const ByteSource& source, const std::vector<HashType>& types, HashType digestType);
 
   const Digest& digest() const { return digest_; }
@@ -104,7 +104,7 @@ class CodeResources {
   Digest digest_;
   Form form_ = Form::damaged;
   int version_ = 1;
-  /// All paths, targets, requirements and hashes, one behind the other.
+  /// All paths, targets, requirements and hashes, one after the other.
   std::string arena_;
   std::vector<Entry> entries_;
   std::vector<Rule> rules_;

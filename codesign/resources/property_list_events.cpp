@@ -46,7 +46,7 @@ class XmlReader {
  private:
   enum class Level : std::uint8_t { list, dictionary, array };
 
-  /// Behind a "<".
+  /// What follows a "<".
   bool readMarkup() {
     const std::optional<char> next = in_.peek();
     if (next == '?') return in_.skipPast("?>");
@@ -69,7 +69,7 @@ class XmlReader {
     return in_.take() == '-' && in_.skipPast("-->");
   }
 
-  /// The name and the attributes of a start tag, up to behind the ">".
+  /// The name and the attributes of a start tag, up to and including the ">".
   bool readTag(bool& empty) {
     if (!in_.takeUntil('>', name_)) return false;
     in_.take();
@@ -174,7 +174,7 @@ class XmlReader {
     return true;
   }
 
-  /// The character data up to behind the end tag. An empty `kind` takes any end tag.
+  /// The character data up to the end tag, which is taken too. An empty `kind` takes any end tag.
   bool readText(std::string_view kind, bool empty) {
     text_.clear();
     while (!empty) {
@@ -198,7 +198,7 @@ class XmlReader {
     return true;
   }
 
-  /// A comment or a section of unescaped characters inside of a text, behind its "<".
+  /// A comment or a section of unescaped characters inside a text, after its "<".
   bool readInsertion() {
     if (in_.take() != '!') return false;
     if (in_.peek() == '-') return in_.skipPast("-->");

@@ -160,7 +160,7 @@ class ResourceCheck {
 
   bool isStrict() const { return scope_.strictness != Strictness::plain; }
 
-  /// Compares what is on disk with what is sealed.
+  /// Compares the bundle on disk with its seal.
   void compare(const std::string& path, std::string_view name, FileKind kind) {
     const std::optional<std::uint32_t> number = seal_.find(path);
     if (!number) return compareUnsealed(path, name, kind);

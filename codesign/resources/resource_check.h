@@ -44,7 +44,7 @@ enum class Strictness {
 /// What a check of resources goes by, beside the seal.
 struct ResourceScope {
   Strictness strictness = Strictness::plain;
-  /// The requirement of being signed by whoever signed this; empty when nobody did.
+  /// The requirement that code of the same signer meets; empty for unsigned and ad-hoc signed code.
   std::string sameMaker;
   /// Names of the files that the signature is made of, in its folder.
   std::vector<std::string_view> signatureFiles;
@@ -52,11 +52,11 @@ struct ResourceScope {
 
 /// Compares everything in a bundle with its seal: walks all folders once, and hashes files on several threads
 /// meanwhile. Collects the nested code that it meets. Fails when the seal itself or the walk is at fault; what is wrong
-/// with single resources is in the answer.
+/// with single resources is returned.
 ///
-/// The strict checks take what the rules leave out for added, except for what no bundle seals. Seals of the first
-/// version leave out nested code: it is taken for nested code that has to meet `sameMaker`; when that is empty, for
-/// added.
+/// In the strict checks a file that the rules leave out counts as added, unless no bundle seals such files. Seals of
+/// the first version leave out nested code: it counts as nested code that has to meet `sameMaker`, or as added when
+/// that is empty.
 ResourceProblems checkResources(const CodeLayout& layout, CodeResources& seal, const DirectorySet& directories,
                                 const ResourceScope& scope, std::vector<NestedCode>& nested);
 

@@ -188,7 +188,7 @@ class RulePatterns::Parser {
     return whole;
   }
 
-  /// A copy of a fragment behind all nodes. Everything inside of one points inside.
+  /// A copy of a fragment after all nodes. What is in a fragment points only into it.
   Fragment copy(const Fragment& fragment) {
     const std::uint32_t shift = static_cast<std::uint32_t>(owner_.nodes_.size()) - fragment.low;
     for (std::uint32_t i = fragment.low; i < fragment.high; ++i) {
@@ -215,7 +215,7 @@ class RulePatterns::Parser {
     const std::uint32_t copies = most == kNoLimit ? std::max(least, 1u) : most;
     if (std::uint64_t{copies} * (one.high - one.low + 2) > kMostNodesOfOne) return false;
     if (most == 0) {
-      // Not to be met at all; its nodes stay behind unused.
+      // Not to be met at all; its nodes stay unused.
       group.last = empty();
       group.last->low = one.low;
       return true;

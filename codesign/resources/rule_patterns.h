@@ -14,14 +14,14 @@ namespace tks::codesign {
 /// Finds which of several POSIX extended regular expressions occur in a text, all in one pass over its bytes.
 ///
 /// The C library's own matcher is not for expressions that come with somebody's bundle: it recurses on nesting, its
-/// memory grows without bound on repetitions, and its answers depend on the host's locale. This one is an automaton
+/// memory grows without bound on repetitions, and its results depend on the host's locale. This one is an automaton
 /// whose states are made when they are first needed: time grows with the length of the text, memory is bounded.
 ///
 /// Expressions: . [sets] ( ) | * + ? {m,n} ^ $ and \ before any character. Case sensitive; ^ and $ stand for the ends
 /// of the text.
 class RulePatterns {
  public:
-  /// Adds an expression; its number is the count of those added before. False when it is none, or too large.
+  /// Adds an expression; its number is the count of those added before. False when it is malformed or too large.
   bool add(std::string_view pattern);
   std::size_t size() const { return patterns_; }
 

@@ -20,7 +20,7 @@ struct ImagePlan {
   bool bigEndian = false;
 };
 TKSData makeImage(const ImagePlan& plan);
-/// Images one behind the other under a universal header.
+/// Images one after the other, after a universal header.
 TKSData makeUniversal(const std::vector<TKSData>& images);
 
 /// Makes the signature for an image whose last bytes will hold it: given all that stands before.

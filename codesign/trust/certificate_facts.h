@@ -27,7 +27,7 @@ std::string hashOfCertificate(X509* certificate);
 /// Code of the platform maker's own: its root, and its intermediate authority for software.
 bool isSignedByApple(const Chain& chain, const AppleRoots* roots);
 
-/// An object identifier in dotted form as DER content, and back. Empty when it is none.
+/// An object identifier in dotted form as DER content, and back. Empty when it is malformed.
 std::string encodeIdentifier(std::string_view dotted);
 std::string decodeIdentifier(std::string_view encoded);
 

@@ -88,7 +88,7 @@ int onVerification(int good, X509_STORE_CTX* context) {
   return 1;
 }
 
-/// How well a certificate fits as the issuer of another one; negative when it cannot be it.
+/// How well a certificate fits as the issuer of another one; negative when it does not.
 int fitness(X509* issuer, X509* certificate) {
   if (::X509_check_issued(issuer, certificate) != X509_V_OK) return -1;
   const ASN1_OCTET_STRING* wanted = ::X509_get0_authority_key_id(certificate);

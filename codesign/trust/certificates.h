@@ -23,7 +23,7 @@ struct CertificateDeleter {
 /// A certificate of our own.
 using Certificate = std::unique_ptr<X509, CertificateDeleter>;
 
-/// A chain as it was evaluated: leaf first, each behind it the issuer of the one before. The certificates belong to
+/// A chain as it was evaluated: leaf first, then the issuer of each. The certificates belong to
 /// somebody else.
 using Chain = std::vector<X509*>;
 
@@ -36,7 +36,7 @@ struct AppleRoots {
   static const AppleRoots& builtIn();
 };
 
-/// Parses a certificate in DER form; a null pointer when it is none.
+/// Parses a certificate in DER form; a null pointer when it is malformed.
 Certificate parseCertificate(Bytes der);
 TKSData derOf(X509* certificate);
 

@@ -179,7 +179,7 @@ bool isSignedByItsAlgorithm(CMS_SignerInfo* signer) {
          ownDigest == ::OBJ_obj2nid(digest->algorithm);
 }
 
-/// Whether what is signed was digested by a function that is sound.
+/// Whether the signed bytes were digested by a sound function.
 bool isDigestedSoundly(CMS_SignerInfo* signer) {
   X509_ALGOR* digest = nullptr;
   ::CMS_SignerInfo_get0_algs(signer, nullptr, nullptr, &digest, nullptr);

@@ -25,7 +25,7 @@ struct CmsDeleter {
 /// A message of cryptographic message syntax that holds signed data, with the certificates that it carries.
 class SignedMessage {
  public:
-  /// Decodes a message; whatever follows it is ignored. Nothing when it is none.
+  /// Decodes a message; whatever follows it is ignored. Nothing when it cannot be decoded.
   static std::optional<SignedMessage> decode(Bytes encoded);
   /// Whether it can be decoded.
   static bool isOne(Bytes encoded);

@@ -103,7 +103,7 @@ int launchMeeting(TKSInterface& tks, const Options& options) {
         TKSMainLoop::stop();
       });
   TKSMainLoop::run();
-  // The two ends say goodbye behind the launch. A host that runs on has nothing to do for it; this one waits.
+  // The two ends say goodbye after the launch. A host that runs on has nothing to do for it; this one waits.
   const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   runWhile([&] { return tks.isTKSAppProcessing() && std::chrono::steady_clock::now() < end; });
   return exitCode;

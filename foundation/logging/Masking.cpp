@@ -164,7 +164,7 @@ std::size_t beginOfLocalPart(std::string_view text, std::size_t at) {
 /// Masks the letters and digits before each "@"; after the last "@" also those before each "%40". Looking for the next
 /// "@" again after each "%40" would read the rest of the text over and over.
 ///
-/// An "@" right after another one has no letters before it. It is left out, be it the one or the other of the two.
+/// An "@" right after another one has no letters before it. One of the two is left out.
 void maskMailAddresses(std::string& text, Unit unit, PairScan& scan) {
   std::size_t position = 0;
   const auto maskBefore = [&](std::size_t group, const Mark& mark) {

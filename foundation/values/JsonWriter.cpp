@@ -32,11 +32,11 @@ class Output {
   /// How much may be written between two calls of `room`.
   static constexpr std::size_t kMostAtOnce = 64;
 
-  /// Writes behind what `text` holds.
+  /// Appends to `text`.
   explicit Output(std::string& text) noexcept : text_(text) {}
 
   char* begin() noexcept { return stage_; }
-  /// Where to go on writing behind `out`.
+  /// Where to go on writing after `out`.
   char* room(char* out) {
     if (out <= stage_ + sizeof stage_ - kMostAtOnce) [[likely]] {
       return out;
@@ -45,7 +45,7 @@ class Output {
     return stage_;
   }
   void flush(char* out) { text_.append(stage_, static_cast<std::size_t>(out - stage_)); }
-  /// Writes any number of bytes, many of them past the stage; answers where to go on.
+  /// Writes any number of bytes, many of them past the stage; returns where to go on.
   char* append(char* out, const char* bytes, std::size_t size) {
     constexpr std::size_t kMany = 1024;
     if (size < kMany) {
@@ -68,7 +68,7 @@ class Output {
   char stage_[8192];
 };
 
-/// For every byte what stands for it in a text: itself (0), a letter behind a backslash, or 'u' for four hex digits.
+/// For every byte what stands for it in a text: itself (0), a letter after a backslash, or 'u' for four hex digits.
 constexpr std::array<char, 256> kEscapes = [] {
   std::array<char, 256> escapes{};
   for (std::size_t c = 0; c < 0x20; ++c) escapes[c] = 'u';
@@ -101,7 +101,7 @@ char* writeByte(char* out, char c) noexcept {
   return out;
 }
 
-/// Sixteen bytes of a text; every question is answered for all of them at once.
+/// Sixteen bytes of a text, all looked at at once.
 using Sixteen [[gnu::vector_size(16)]] = unsigned char;
 using Words [[gnu::vector_size(16)]] = std::uint64_t;
 static_assert(sizeof(Sixteen) <= value::kBytesBehind);
@@ -186,7 +186,7 @@ const char* describe(Problem problem) noexcept {
 
 class Writer {
  public:
-  /// Writes behind what `text` holds.
+  /// Appends to `text`.
   explicit Writer(std::string& text) noexcept : output_(text) {}
 
   Problem write(const TKSValue& outermost) {
@@ -283,7 +283,7 @@ class Writer {
   }
 
   /// The bytes of a short text are followed by zeros or by their number, so that the first bytes that are not plain are
-  /// those behind the text.
+  /// those after the text.
   char* writeShort(char* out, const TKSValue& text, std::size_t size) {
     char padded[sizeof text + value::kBytesBehind];
     std::memcpy(padded, static_cast<const void*>(&text), sizeof text);
@@ -316,7 +316,7 @@ class Writer {
     return out;
   }
 
-  /// Behind the content stand `kBytesBehind` zeros.
+  /// The content is followed by `kBytesBehind` zeros.
   char* writeContent(char* out, const char* next, std::size_t size) {
     const std::string_view content(next, size);
     const char* const end = next + size;

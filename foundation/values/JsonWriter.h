@@ -17,7 +17,7 @@ namespace tks::json {
 /// out; see foundation/OutOfMemory.h. Any thread.
 std::optional<std::string> write(const TKSValue& value, TKSError* error = nullptr);
 
-/// The same, written behind what `out` holds; on failure `out` holds what it held.
+/// The same, appended to `out`; on failure `out` stays as it was.
 bool append(const TKSValue& value, std::string& out, TKSError* error);
 
 }  // namespace tks::json

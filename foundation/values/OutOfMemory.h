@@ -26,7 +26,7 @@ inline void setOutOfMemory(TKSError* error) noexcept {
 /// Whether an error was filled by setOutOfMemory.
 inline bool isOutOfMemory(const TKSError& error) noexcept { return error.domain == "POSIX" && error.code == 12; }
 
-/// Does the work of an operation that has no error to fill: answers `otherwise` when memory runs out.
+/// Does the work of an operation that has no error to fill: returns `otherwise` when memory runs out.
 template <class Work>
 auto unlessOutOfMemory(Work work, std::invoke_result_t<Work> otherwise = {}) noexcept -> std::invoke_result_t<Work> {
   try {

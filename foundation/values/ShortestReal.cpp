@@ -9,7 +9,7 @@
 namespace tks {
 namespace {
 
-/// Any decimal of so many digits survives the way through a double.
+/// Any decimal with this many digits survives a double.
 constexpr int kAlwaysKept = 15;
 /// So many digits tell every double from its neighbours.
 constexpr int kAlwaysEnough = 17;
@@ -27,7 +27,7 @@ Decimal nearest(double magnitude, int count) noexcept {
   std::snprintf(text, sizeof text, "%.*e", count - 1, magnitude);
   Decimal result;
   const char* at = text;
-  // What stands between the digits is the locale's, and passed over.
+  // The locale's separator stands between the digits; skip it.
   for (; *at != 'e'; ++at) {
     if (*at >= '0' && *at <= '9') result.digits[result.count++] = *at;
   }

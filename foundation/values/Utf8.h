@@ -8,7 +8,7 @@
 namespace tks::utf8 {
 
 /// Takes the first character off a text that is not empty. Nothing, and one byte taken, when it does not begin with a
-/// character: broken sequences, overlong forms and surrogates are none.
+/// character: broken sequences, overlong forms and surrogates do not count as one.
 std::optional<char32_t> takeCharacter(std::string_view& text) noexcept;
 
 /// Appends a character, which must be one: neither a surrogate nor beyond U+10FFFF.

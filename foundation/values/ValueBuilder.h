@@ -34,7 +34,7 @@ class DocumentBlock {
     void* const memory = allocate(sizeof(Node) + size + kBytesBehind);
     return new (memory) Node(kind, size, block_);
   }
-  /// Takes the expected memory at once, for a caller who wants to tell the system about it.
+  /// Takes the expected memory at once, so that a caller can tell the system about it.
   std::span<char> reserve() {
     if (block_ == nullptr) block_ = Block::make(expectedBytes_);
     return block_->rest();
@@ -101,7 +101,7 @@ class Builder {
   void real(double value) { place(value); }
   void date(TKSDate value) { place(value); }
   void text(std::string_view text) { bytes(TKSValue::Kind::text, text.data(), text.size()); }
-  /// As text, faster, where `kBytesBehind` bytes from the beginning and behind the end can be read. For keys as well.
+  /// As text, faster, where `kBytesBehind` bytes from the beginning and after the end can be read. For keys as well.
   void readableText(std::string_view text) {
     TKSValue* const value = new (next()) TKSValue();
     if (Access::fits(text.size())) {
@@ -195,10 +195,10 @@ class StackBuilder {
   StackBuilder(Slot* stack, std::size_t expectedBytes) noexcept
       : stack_(reinterpret_cast<TKSValue*>(stack)), top_(stack_), block_(expectedBytes) {}
 
-  /// Where the next value goes: what is placed from here on is in the list that ends with this mark.
+  /// Where the next value goes: values placed from here on belong to the list that ends with this mark.
   Mark mark() const noexcept { return top_; }
   void endArray(Mark first) { endList(TKSValue::Kind::array, first, static_cast<std::size_t>(top_ - first)); }
-  /// What was placed are keys and values in turn.
+  /// The placed values are keys and values in turn.
   void endDictionary(Mark first) { endList(TKSValue::Kind::dictionary, first, sortByKey({first, top_}, false)); }
 
   void null() { new (top_++) TKSValue(TKSNull()); }
@@ -210,7 +210,7 @@ class StackBuilder {
   void shortText(const char* bytes, std::size_t size) noexcept {
     Access::setShortReadable(*new (top_++) TKSValue(), TKSValue::Kind::text, bytes, size);
   }
-  /// `isReadable`: `kBytesBehind` bytes behind its end can be read.
+  /// `isReadable`: `kBytesBehind` bytes after its end can be read.
   void text(std::string_view text, bool isReadable) {
     if (Access::fits(text.size())) {
       Access::setShort(*new (top_++) TKSValue(), TKSValue::Kind::text, text.data(), text.size());
@@ -225,7 +225,7 @@ class StackBuilder {
     }
     place(TKSValue::Kind::text, node);
   }
-  /// A text that `write` puts to where it is told, at most `mostBytes`; answers where it ended, or a null pointer when
+  /// A text that `write` puts to where it is told, at most `mostBytes`; returns where it ended, or a null pointer when
   /// there is none. False in that case.
   template <class Write>
   bool writtenText(std::size_t mostBytes, Write write) {

@@ -13,7 +13,7 @@
 
 /// How values hold what does not fit into their sixteen bytes.
 ///
-/// A *node* holds a long text, data, or the values of an array or dictionary right behind its header. A node made by a
+/// A *node* holds a long text, data, or the values of an array or dictionary right after its header. A node made by a
 /// constructor or a change stands alone on the heap and counts its own references. The nodes of a document that was
 /// read as a whole stand in one *block*, and references to any of them count for the block: a copy of an inner value
 /// keeps the document alive, and a document goes away without being walked through. A node in a block refers only to
@@ -23,7 +23,7 @@ namespace tks::value {
 /// A chain of chunks that is handed out piece by piece and given back as a whole.
 class Block {
  public:
-  /// With room for about so many bytes in the first chunk. Throws std::bad_alloc.
+  /// With room for about this many bytes in the first chunk. Throws std::bad_alloc.
   static Block* make(std::size_t expectedBytes);
 
   /// Memory for a node, aligned to eight. Throws std::bad_alloc and changes nothing then. Only while the block is
@@ -36,7 +36,7 @@ class Block {
     return memory;
   }
 
-  /// What is left of the chunk that is being handed out.
+  /// The unused rest of the current chunk.
   std::span<char> rest() const noexcept { return {next_, end_}; }
 
   void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
@@ -65,7 +65,7 @@ class Block {
 /// Texts and data are followed by this many zero bytes, so that they can be read in strides.
 inline constexpr std::size_t kBytesBehind = 16;
 
-/// The header of a node; behind it the bytes of a text or of data.
+/// The header of a node; the bytes of a text or of data follow.
 struct Node {
   union {
     Block* block;  // null for a node that stands alone
@@ -91,7 +91,7 @@ struct Node {
 /// No list holds more: sizes in bytes must not overflow.
 inline constexpr std::size_t kMostValues = SIZE_MAX / sizeof(TKSValue) / 4;
 
-/// The header of an array or dictionary; behind it its values, or its keys and values in turn.
+/// The header of an array or dictionary; its values follow, or its keys and values in turn.
 struct List : Node {
   std::size_t capacity;
 
@@ -110,7 +110,7 @@ inline void retain(Node* node) noexcept {
   }
 }
 
-/// Gives one reference back; answers whether the node stands alone and nobody refers to it any more.
+/// Gives one reference back; returns whether it was the last one to a node of its own.
 inline bool dropReference(Node* node) noexcept {
   if (node->block != nullptr) {
     node->block->release();
@@ -137,7 +137,7 @@ Node* makeBytes(TKSValue::Kind kind, const void* bytes, std::size_t size);
 /// An empty array or dictionary on the heap. Throws std::bad_alloc.
 List* makeList(TKSValue::Kind kind, std::size_t capacity);
 
-/// The list behind an array or dictionary, made ready to be changed: in place when nobody else sees it, else a copy;
+/// The list of an array or dictionary, made ready to be changed: in place when nobody else sees it, else a copy;
 /// with room for `size` values. `node` is replaced. Throws std::bad_alloc and changes nothing then.
 List* writable(Node*& node, TKSValue::Kind kind, std::size_t size);
 
@@ -198,7 +198,7 @@ struct Access {
   /// Byte order of two texts: negative, zero or positive.
   static int compareTexts(const TKSValue& left, const TKSValue& right) noexcept {
     if (left.isShared() || right.isShared()) return bytes(left).compare(bytes(right));
-    // The zeros behind a short text and then its length make the order of the sixteen bytes that of the texts.
+    // The zeros after a short text and then its length make the order of the sixteen bytes that of the texts.
     const std::uint64_t leftHead = bigEndian(left, 0), rightHead = bigEndian(right, 0);
     if (leftHead != rightHead) return leftHead < rightHead ? -1 : 1;
     const std::uint64_t leftTail = bigEndian(left, 8), rightTail = bigEndian(right, 8);

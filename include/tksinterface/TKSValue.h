@@ -51,7 +51,7 @@ struct TKSNull {
 
 /// One value of any kind: nothing, null, boolean, integer, real, text, data, date, array or dictionary.
 ///
-/// Readers of the wrong kind answer the neutral value of their type (false, 0, empty) and never fail. Texts are UTF-8.
+/// Readers of the wrong kind return the neutral value of their type (false, 0, empty) and never fail. Texts are UTF-8.
 class TKS_EXPORT TKSValue {
  public:
   /// What a value can be.

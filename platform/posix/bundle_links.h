@@ -11,8 +11,8 @@ namespace tks::posix {
 bool leadsOut(const std::string& root, const std::string& link);
 
 /// The first link in a folder, or in folders below it, that leads out of the folder: its path below `root`, "" for
-/// `root` itself being a link. Nothing when there is none. What cannot be walked through whole is returned like a link.
-/// Any thread; no link is followed on the way.
+/// `root` itself being a link. Nothing when there is none. An item that cannot be looked through is returned like a
+/// link. Any thread; no link is followed on the way.
 std::optional<std::string> findLinkOut(const std::string& root);
 
 }  // namespace tks::posix

@@ -56,7 +56,7 @@ class Mark {
   bool take(const std::string& path) {
     entries_.clear();
     settled_ = 0;
-    // Its own time of change is set when it is moved; what is in it is looked at anyway.
+    // Moving it sets its own time of change; its content is looked at anyway.
     bool isFolder = false;
     if (!add(path, "", false, isFolder)) return false;
     std::vector<std::string> folders;
@@ -80,8 +80,8 @@ class Mark {
   }
 
  private:
-  /// `folders` receives those in it. The C library's own listing, for the C++ library's ends the process when memory
-  /// runs out.
+  /// `folders` receives those in it. The C library's own listing, because the C++ library's ends the process when
+  /// memory runs out.
   bool addItemsOf(const std::string& folder, std::size_t prefix, std::vector<std::string>& folders) {
     FileDescriptor descriptor(
         retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));

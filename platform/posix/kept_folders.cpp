@@ -18,7 +18,7 @@ bool isFolder(const std::string& path) {
   return ::lstat(path.c_str(), &facts) == 0 && S_ISDIR(facts.st_mode);
 }
 
-/// The places of volumes are only compared by name: to look at one that does not answer takes for ever.
+/// Places of volumes are compared by name only: a look at one that does not respond takes for ever.
 bool holdsOneOf(const std::string& folder, std::span<const std::string> volumes) {
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(folder.c_str(), nullptr), std::free);
   if (!real) return false;

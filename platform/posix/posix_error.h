@@ -14,7 +14,7 @@ std::string reasonText(int number);
 /// The error of a failed system call: domain "NSPOSIXErrorDomain", the number, and `step "path": reason`.
 TKSError posixError(int number, std::string_view step, std::string_view path);
 
-/// Stores the error of the call that just set errno, and answers false.
+/// Stores the error of the call that just set errno, and returns false.
 inline bool fail(TKSError* error, std::string_view step, std::string_view path) {
   if (error != nullptr) *error = posixError(errno, step, path);
   return false;

@@ -9,7 +9,7 @@
 namespace tks::posix {
 
 /// Takes every right of others away from a folder. False, and `error`, when it is not this user's own folder; a link to
-/// one is none.
+/// one does not count.
 bool closeToOthers(std::string_view path, TKSError* error);
 
 /// See platform::Files::makePrivateDirectory.

@@ -87,8 +87,8 @@ void removeLeftOvers(const std::string& path) {
   }
 }
 
-/// Brings what was written to the medium. The usual call ends at the drive's cache where the system has another one for
-/// the way from there.
+/// Brings the written bytes to the medium. The usual call ends at the drive's cache where the system has another one
+/// for the way from there.
 bool sync(int descriptor) {
 #ifdef F_FULLFSYNC
   if (retried([&] { return ::fcntl(descriptor, F_FULLFSYNC); }) == 0) return true;

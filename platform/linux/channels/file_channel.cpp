@@ -186,11 +186,11 @@ class FileSink final : public platform::ByteSink {
     return wrote;
   }
 
-  /// Removes the part that was written, unless somebody appended behind it. What went wrong.
+  /// Removes the part that was written, unless somebody appended to it. Returns what went wrong.
   TKSError cutBack(std::size_t done, int reason) const {
     TKSError error = posix::posixError(reason, "write", path_);
     if (done == 0) return error;
-    // Appending leaves the position behind what was appended last.
+    // Appending leaves the position after what was appended last.
     const off_t end = ::lseek(file_.descriptor.get(), 0, SEEK_CUR);
     struct stat facts {};
     const bool isLast =

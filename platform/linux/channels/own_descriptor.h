@@ -12,7 +12,7 @@ namespace tks::gnulinux {
 
 /// A descriptor of a channel that lives as long as a conversation, in which a host may close it by mistake. Once the
 /// main loop has found its own descriptors closed, this one is looked at before it is used again: when it does not
-/// stand for the same object any more it is gone, and the number is left to whoever has it now.
+/// stand for the same object any more it is gone, and the number belongs to its new owner.
 class OwnDescriptor {
  public:
   OwnDescriptor() = default;

@@ -38,7 +38,7 @@ ArchiveEntry::Kind kindOf(const ArchiveFunctions& library, archive_entry* entry)
 
 std::string textOf(const char* text) { return text == nullptr ? std::string() : std::string(text); }
 
-/// Lets this thread read names in UTF-8, for a scope: libarchive turns them into the locale's characters, and a host
+/// Lets this thread read names in UTF-8 within a scope: libarchive turns them into the locale's characters, and a host
 /// without a locale has none but ASCII.
 class Utf8Names {
  public:

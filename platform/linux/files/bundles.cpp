@@ -48,7 +48,7 @@ const Layout& layoutOf(const std::string& bundlePath) {
   return isDirectory(bundlePath + "/Contents") ? kLayouts.front() : kLayouts.back();
 }
 
-/// The executable that the information names, else one of the bundle's own name. What is named is one name, not a path.
+/// The executable that the information names, else one of the bundle's own name. It is one name, not a path.
 std::string executableOf(const std::string& bundlePath, const Layout& layout, const TKSDictionary& information) {
   std::string_view name = information["CFBundleExecutable"].text();
   if (name.empty()) name = withoutExtension(lastPathComponent(bundlePath));

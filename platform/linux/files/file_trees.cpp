@@ -113,7 +113,7 @@ std::string pathOf(const std::vector<Level>& levels, std::string_view last) {
   return path.append(last);
 }
 
-/// Whether a tree is none that the user must keep; false with errno.
+/// Whether a tree may be removed at all; false, and errno, for one that the user must keep.
 bool mayBeTakenAway(const std::string& path) {
   return posix::mayBeTakenAway(path, platform::knownFolders().realHome(), placesOfVolumes());
 }
@@ -269,7 +269,7 @@ class FolderCopy {
 
 bool renameToNew(const std::string& from, const std::string& to) {
   if (systemCalls().renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  // An old kernel, a filter, or a volume that cannot do it: look before. Only somebody who makes the very same name in
+  // An old kernel, a filter, or a volume that cannot do it: look before. Only somebody who makes the same name in
   // between can lose it, and a folder is never replaced unless it is empty.
   if (errno != ENOSYS && errno != EINVAL && errno != EPERM) return false;
   struct stat facts {};

@@ -59,7 +59,7 @@ std::string temporaryFolderOfEnvironment() {
 }
 
 /// The folder of our own below /tmp, made when missing. Others may have put something under its name: only a folder of
-/// this user is taken, never a link, and what was open to others is closed to them.
+/// this user is taken, never a link; others' rights to it are removed.
 std::string ownTemporaryFolder() {
   std::string path = "/tmp/tksinterface-" + std::to_string(::geteuid());
   if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return {};

@@ -22,7 +22,7 @@
 namespace tks::gnulinux {
 namespace {
 
-/// What epoll reports for the loop's own descriptors; watches are numbered from behind them.
+/// What epoll reports for the loop's own descriptors; watches are numbered from there on.
 constexpr std::uint64_t kWakerNumber = 0;
 constexpr std::uint64_t kTimerNumber = 1;
 constexpr std::uint64_t kFirstWatchNumber = 2;
@@ -309,7 +309,7 @@ bool EventLoop::waitAndWork(bool mayWait) {
   return count > 0 || lost || timersRan || postedRan;
 }
 
-/// From now on whoever posts has to wake the loop. False when there is posted work, which needs no waking.
+/// From now on posting has to wake the loop. False when work is posted already, so that no waking is needed.
 bool EventLoop::settle() {
   if (!attentive_ && !hasPosted_) return true;
   const std::scoped_lock lock(mutex_);

@@ -27,7 +27,7 @@ namespace tks::gnulinux {
 /// thread. What work throws is caught and logged. Descriptors are made on first use. While none can be had, posted work
 /// and timers still run, by polling inside `run`, and every use tries again. The same when a host closes them: the loop
 /// goes on with new ones, and whoever watched a descriptor is told. In a copy of the process, made by fork, nothing is
-/// done, for the descriptors are the other process's as well.
+/// done, because the descriptors are the other process's as well.
 class EventLoop {
  public:
   using Work = std::function<void()>;
@@ -59,7 +59,7 @@ class EventLoop {
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
-  /// The loop behind the main queue of the process; never destroyed.
+  /// The loop of the process's main queue; never destroyed.
   static EventLoop& main();
 
   void post(Work work);

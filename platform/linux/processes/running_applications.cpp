@@ -97,7 +97,7 @@ class NameCache {
   std::map<std::string, Entry, std::less<>> entries_;
 };
 
-/// Whether what runs as `process` is the very process that was looked up. Without a start time any will do.
+/// Whether `process` is still the process that was looked up. Without a start time any will do.
 bool isStill(pid_t process, std::uint64_t startTime) {
   const std::optional<ProcessFacts> facts = gnulinux::readProcessFacts(process);
   return facts && !facts->isGone() && (startTime == 0 || facts->startTime == startTime);
@@ -106,7 +106,7 @@ bool isStill(pid_t process, std::uint64_t startTime) {
 bool signalProcess(const TKSRunningApplication& application, int signal) {
   const pid_t process = application.processIdentifier;
   if (process <= 0) return false;
-  // The descriptor is opened before the look: what is looked at is then what gets the signal, whatever ends meanwhile.
+  // Open the descriptor before the look: then the process that was looked at gets the signal, whatever ends meanwhile.
   const posix::FileDescriptor descriptor = gnulinux::openProcess(process);
   if (!descriptor && errno == ESRCH) return false;
   if (!isStill(process, application.startTime)) return false;

@@ -20,7 +20,7 @@ struct SpawnRequest {
   std::string executable;
   /// Without the program's name, which is added.
   std::vector<std::string> arguments;
-  /// What becomes the process's descriptors 0, 1 and 2: the very same number, one above 2, or kNull. A number that is
+  /// The source of the process's descriptors 0, 1 and 2: the same number, one above 2, or kNull. A number that is
   /// not open counts as kNull.
   int standardInput = 0;
   int standardOutput = 1;

@@ -94,7 +94,7 @@ class RunningTool {
   std::optional<ChildEnd> end_;
 };
 
-/// What a tool prints, read as it comes; what is beyond the limit is thrown away.
+/// A tool's output, read as it comes; output beyond the limit is thrown away.
 class Output {
  public:
   Output(posix::FileDescriptor reader, std::size_t limit) : reader_(std::move(reader)), limit_(limit) {
@@ -131,7 +131,7 @@ class Output {
 int readToTheEnd(RunningTool& tool, Output& output, const ToolRequest& request) {
   const Clock::time_point deadline = Clock::now() + request.timeLimit;
   while (true) {
-    const bool ended = tool.hasEnded();  // asked before the last read: what was printed by then is there
+    const bool ended = tool.hasEnded();  // ask before the last read: output from before the end is there
     output.read();
     if (ended) return 0;
     if (request.writeLimit && tool.written() > *request.writeLimit) return EFBIG;

@@ -157,13 +157,13 @@ bool keepDamaged(const std::string& path, TKSError* error) {
 bool store(std::string_view key, const TKSValue& value, TKSError* error) {
   const std::string home = knownFolders().realHome();
   const std::string path = ownPath();
-  // Opening the file tells what is wrong. A home that is missing is not made.
+  // Opening the file tells the reason. A missing home is not made.
   if (files().isDirectory(home)) files().createDirectory(preferencesFolder(), 0700, nullptr);
   const FileDescriptor held = openLocked(path, error);
   if (!held) return false;
   TKSError failure;
   std::optional<TKSDictionary> values = propertyLists().readDictionary(path, &failure);
-  // What cannot be read, or is beyond the bounds, may hold the user's preferences.
+  // A file that cannot be read, or is too large, may hold the user's preferences.
   if (!values && !PropertyLists::holdsNoList(failure)) {
     if (error != nullptr) *error = failure;
     return false;

@@ -32,7 +32,7 @@ class Reader {
   simdjson::error_code read(std::string_view text, TKSValue& value) {
     if (text.empty()) return simdjson::EMPTY;
     if (const simdjson::error_code error = reserve(text.size())) return error;
-    // Looks at nothing behind the text, other than simdjson's second stage, which wants a copy with room behind it.
+    // Looks at nothing after the text. simdjson's second stage does, and wants a copy with room after it.
     simdjson::internal::dom_parser_implementation& finder = *parser_.implementation;
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
     if (const auto error = finder.stage1(bytes, text.size(), simdjson::stage1_mode::regular)) return error;

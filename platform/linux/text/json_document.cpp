@@ -22,7 +22,7 @@ bool endsAt(const char* at, const char* bound) noexcept { return at == bound || 
 
 // Texts.
 
-/// What the letter behind a backslash stands for; 0 for a letter that stands for nothing, and for 'u'.
+/// What the letter after a backslash stands for; 0 for a letter that stands for nothing, and for 'u'.
 char unescaped(char letter) noexcept {
   switch (letter) {
     case '"':
@@ -44,7 +44,7 @@ char unescaped(char letter) noexcept {
   }
 }
 
-/// Reads the letter u and four hex digits behind a backslash, and moves behind them. Negative when they are none.
+/// Reads the letter u and four hex digits after a backslash, and moves past them. Negative when they are none.
 std::int32_t readUnit(const char*& next, const char* end) noexcept {
   constexpr std::ptrdiff_t kLength = 5;
   if (end - next < kLength || *next != 'u') return -1;
@@ -55,7 +55,7 @@ std::int32_t readUnit(const char*& next, const char* end) noexcept {
   return static_cast<std::int32_t>(unit);
 }
 
-/// Reads the code point of one or two escaped UTF-16 units, from behind the first backslash. Negative when it is none.
+/// Reads the code point of one or two escaped UTF-16 units, from after the first backslash. Negative when it is none.
 std::int32_t readCodePoint(const char*& next, const char* end) noexcept {
   const std::int32_t first = readUnit(next, end);
   if (first < 0xD800 || first > 0xDFFF) return first;
@@ -135,14 +135,14 @@ error_code readReal(const char* begin, const char* end, double& real) noexcept {
   return std::isfinite(real) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
 }
 
-/// Moves behind one digit or more. False when there is none.
+/// Moves past one digit or more. False when there is none.
 bool skipDigits(const char*& next, const char* bound) noexcept {
   const char* const begin = next;
   while (next != bound && isDigit(*next)) ++next;
   return next != begin;
 }
 
-/// Moves behind the fraction and exponent of a number. False for mistakes in them.
+/// Moves past the fraction and exponent of a number. False for mistakes in them.
 bool skipFractionAndExponent(const char*& next, const char* bound) noexcept {
   if (next != bound && *next == '.' && !skipDigits(++next, bound)) return false;
   if (next == bound || (*next != 'e' && *next != 'E')) return true;
@@ -181,7 +181,7 @@ class Document {
     return tokens.mostOpenValues() * sizeof(TKSValue) + tokens.text.size();
   }
 
-  /// The first character of the next token, where `at_` stands then; 0 behind the last one.
+  /// The first character of the next token, where `at_` stands then; 0 after the last one.
   char next() noexcept {
     if (token_ == lastToken_) return 0;
     at_ = text_ + *token_++;
@@ -262,7 +262,7 @@ class Document {
     const char* quote = bound();
     do {
       if (quote == begin) return simdjson::STRING_ERROR;
-    } while (*--quote != '"');  // behind the closing quote stand blanks
+    } while (*--quote != '"');  // blanks follow the closing quote
     const auto size = static_cast<std::size_t>(quote - begin);
 
     const bool isReadable = static_cast<std::size_t>(end_ - begin) >= size + value::kBytesBehind;

@@ -51,7 +51,7 @@ std::string lowerCaseOfAscii(std::string_view text) {
   return lower;
 }
 
-/// ICU counts in 32 bits; what is longer is cut there.
+/// ICU counts in 32 bits; longer texts are cut.
 std::int32_t icuLength(std::size_t length) {
   return static_cast<std::int32_t>(
       std::min(length, static_cast<std::size_t>(std::numeric_limits<std::int32_t>::max())));
