@@ -10,8 +10,8 @@ namespace tks::interface {
 
 class Facade;
 
-/// The conversation of a facade: it hears and says what every conversation does, and tells the facade of it, so that
-/// callers are settled for whom no callback of the conversation stands. Any step may destroy it.
+/// The conversation of a facade: takes the same steps as every conversation, and tells the facade of them, so that
+/// callers without a callback in the conversation are settled too. Any step may destroy it.
 class Conversation final : public TKSIMessageHandler {
  public:
   explicit Conversation(std::weak_ptr<Facade> facade) : facade_(std::move(facade)) {}

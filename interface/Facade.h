@@ -40,7 +40,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
 
   TKSInterface& owner() { return *owner_; }
 
-  // The operations of TKSInterface.
+  // The operations of TKSInterface, on the main thread.
   void start(TKSFinishBlock finish, TKSErrorBlock error);
   void stop(TKSFinishBlock finish, TKSErrorBlock error);
   void launch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBlock error);
@@ -50,8 +50,8 @@ class Facade : public std::enable_shared_from_this<Facade> {
 
   // What the conversation tells (see Conversation).
 
-  /// Lets the conversation take a step, in which its callbacks settle at their place who waits for them; afterwards
-  /// settles those for whom no callback stands there. `counts` says whether the step has come to what the event says.
+  /// Lets the conversation take a step. Its callbacks settle those who wait for them at their place in the step;
+  /// afterwards the others are settled. `counts` says whether the step has come to what the event says.
   void step(Event event, const TKSError& error, const std::function<void()>& action,
             const std::function<bool()>& counts = nullptr);
   void goodbyeAnswered(const std::function<void()>& action);
@@ -62,7 +62,9 @@ class Facade : public std::enable_shared_from_this<Facade> {
  private:
   /// The step that the conversation is taking.
   struct Step {
+    /// What it means to those who wait.
     Event event;
+    /// The last request that it concerns.
     Session::Number upTo;
   };
 
@@ -72,7 +74,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   std::int32_t status() { return manager().TKSAppStatus; }
   void setStatus(std::int32_t status);
 
-  /// The one way to the host: everything else has been done before.
+  /// The only way to the host's code; the last thing that a step does.
   void settle(Event event, const Session::Scope& scope, const TKSError& error);
   void tell(std::vector<HostCall> calls) { makeCalls(std::move(calls), calls_.now()); }
   void refuse(const TKSErrorBlock& block, TKSError error);
@@ -120,6 +122,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   TKSInterface* owner_;
 
   Session session_;
+  /// Null between steps.
   const Step* step_ = nullptr;
   /// Ends when those who wait are dropped: what was due to them is no longer.
   Epoch calls_;
@@ -129,6 +132,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   Epoch request_;
   /// Ends with each launcher that is started.
   Epoch launcher_;
+  /// Runs from the end of the launcher's process until its last words were read.
   std::unique_ptr<platform::MainLoop::Timer> endTimer_;
 };
 

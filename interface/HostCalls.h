@@ -12,10 +12,11 @@ namespace tks::interface {
 struct HostCall {
   /// Names the callback in the line about what it throws.
   std::string_view name;
+  /// Calls it; empty when there is no callback.
   std::function<void()> run;
 };
 
-/// Makes calls, in order, for as long as `valid` is not over. The only place of this folder where the host's code runs:
+/// Makes calls, in order, until `valid` is over. The only place of this folder where the host's code runs:
 /// it may call any operation again, end the conversation and destroy the facade, so whoever makes calls either does
 /// nothing afterwards or looks first what is left. Main thread.
 void makeCalls(std::vector<HostCall> calls, const Epoch::Moment& valid);

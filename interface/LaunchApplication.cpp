@@ -37,7 +37,7 @@ bool prepare(const std::string& path, TKSError* error) {
   return trusted;
 }
 
-/// Launches again until it works or was tried often enough; answers the number of retries.
+/// Launches again until it works or was tried often enough; returns the number of retries.
 int retry(const std::string& path, const std::vector<std::string>& args, TKSError* error,
           std::optional<TKSRunningApplication>& application) {
   int retries = 0;

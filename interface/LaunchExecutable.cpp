@@ -37,7 +37,7 @@ constexpr std::string_view kNoThread = "No thread to launch the app on.";
 using tks::masked;
 using tks::platform::ChildEnd;
 
-/// What the steps of a launch leave behind for its last line.
+/// What the steps of a launch note for its last line.
 struct Launch {
   std::string exePath;
   std::int32_t pid = 0;
@@ -54,8 +54,8 @@ std::string withTildeExpanded(std::string_view path) {
   return TKSUtilBase::getRealHomeDirectory().append(path.substr(1));
 }
 
-/// Empty when there are not so many components, or when one of them leads back up: what lies before it would not be
-/// the folder that the path leads into.
+/// Empty when the path has fewer components, or when one of them leads back up: what comes before it would not be the
+/// folder that the path leads into.
 std::string withoutLastComponents(std::string_view path, int count) {
   for (int i = 0; i < count; ++i) {
     if (path == "." || tks::lastPathComponent(path) == "..") return {};
@@ -99,7 +99,7 @@ bool mayBeLaunched(Launch& launch) {
   return true;
 }
 
-/// How far the launch has come, for the end of the child, which may be told at any time.
+/// How far the launch has come. The end of the child may be told at any time, and looks here.
 struct ChildWatch {
   std::atomic<std::int32_t> pid = 0;
   std::atomic<bool> wasSeen = false;
@@ -172,7 +172,7 @@ std::optional<ChildEnd> waitForApplication(Launch& launch, const ChildWatch& wat
   return end;
 }
 
-/// A process that nobody will ever see is not started: it would run on while its launch counts as failed.
+/// A process that can never be looked up is not started: it would run on although its launch counts as failed.
 bool canBeWaitedFor(Launch& launch) {
   TKSError error;
   if (tks::platform::runningApplications().canLookUp(&error)) return true;
@@ -182,7 +182,7 @@ bool canBeWaitedFor(Launch& launch) {
   return false;
 }
 
-/// Nobody will talk to a launcher that was joined to the standard handles and never seen: what stood there before comes
+/// Nobody will talk to a launcher that was joined to the standard handles and never seen: the handles from before come
 /// back once it has ended.
 void giveUpStandardHandles() {
   const auto source = tks::platform::channels().standardInput(nullptr);
@@ -232,7 +232,7 @@ std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, con
   const TKSValue shownArguments = arrayOf(args);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Exe path: %@", masked(shownPath));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Launch with args: %@", masked(shownArguments));
-  // What is checked is what is started: no other host of the same user replaces it in between.
+  // Otherwise another host of the same user could replace the launcher between the check and the start.
   tks::install::Patience patience(kPatienceWithInstallations);
   auto placeLock = tks::install::lockPlace(bundleOf(exePath), patience, nullptr);
   if (mayBeLaunched(launch)) startAndWait(launch, args, watch, std::move(placeLock));
@@ -251,7 +251,7 @@ struct Waiting {
   const std::shared_ptr<ChildWatch> watch = std::make_shared<ChildWatch>();
 };
 
-/// What the host handed in goes to the main thread whole: not even a destructor of it runs anywhere else.
+/// The callbacks of the host go to the main thread whole: not even their destructors run anywhere else.
 void deliver(Waiting& waiting, std::optional<TKSRunningApplication> application, TKSError failure) {
   if (!waiting.launchResult) return;
   std::optional<TKSError> error;

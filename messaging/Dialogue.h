@@ -75,7 +75,7 @@ class Dialogue {
     bool hasNewRequest() const { return request_.isOver(); }
     /// The callbacks of the conversation were dropped; none may be called any more.
     bool isCleanedUp() const { return talk_.isOver(); }
-    /// Tells each of them the same error, for as long as the conversation is not cleaned up.
+    /// Tells each of them the same error, until the conversation is cleaned up.
     void tell(const Listeners& listeners, const TKSError& error) const;
 
    private:

@@ -10,7 +10,7 @@ struct KnownText {
 
 /// Parts of the texts that TKSMessageHost and the facade report. The first one found decides.
 constexpr KnownText kTexts[] = {
-    // First, because what was received follows in it.
+    // First, because the received text follows it and may hold any of the others.
     {"Error when parse JSON in [TKSMessagHost onMessage].", TKSErrorReason::badMessage},
     {"Launcher process ended while message host is still open.", TKSErrorReason::endedEarly},
     {"(Empty message probably means parent or child process already exited", TKSErrorReason::endedEarly},

@@ -6,7 +6,7 @@
 
 namespace tks::messaging {
 
-/// Why a conversation is over, by the text that its message host reports: delegates get the text alone.
+/// Why a conversation is over, from the text that its message host reports, because delegates get nothing else.
 TKSErrorReason reasonOfFatalError(std::string_view description);
 
 }  // namespace tks::messaging

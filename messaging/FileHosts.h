@@ -6,8 +6,8 @@
 
 namespace tks::messaging {
 
-/// Whether this is the identifier of a host whose standard input and output belong to somebody else: the two of them
-/// talk to the launcher over files.
+/// Whether this identifier is one of the two hosts that talk to the launcher over files, because their standard input
+/// and output belong to somebody else.
 inline bool talksOverFiles(std::string_view bundleIdentifier) {
   return bundleIdentifier == TKSIBundleIDHuddle || bundleIdentifier == TKSIBundleIDHuddleDebug;
 }

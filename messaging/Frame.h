@@ -19,11 +19,13 @@
 /// Pure functions: no channel, no clock and no log in here.
 namespace tks::messaging {
 
+/// Bytes of the length in front of each payload.
 inline constexpr std::size_t kHeaderBytes = 4;
 
 /// The largest message, as the transport compares it: read at each use, as an unsigned number.
 inline std::uint64_t largestMessage() { return static_cast<std::uint64_t>(tks_max_msg_size); }
 
+/// The length that a header announces.
 constexpr std::uint32_t decodeLength(std::span<const char, kHeaderBytes> header) {
   std::uint32_t length = 0;
   for (std::size_t i = 0; i < kHeaderBytes; ++i) {
@@ -32,26 +34,28 @@ constexpr std::uint32_t decodeLength(std::span<const char, kHeaderBytes> header)
   return length;
 }
 
-/// The length that the first four bytes of `bytes` announce; there must be as many.
+/// The length that the first four bytes of `bytes` announce; there must be at least four.
 constexpr std::uint32_t announcedLength(std::string_view bytes) {
   return decodeLength(std::span<const char, kHeaderBytes>(bytes.data(), kHeaderBytes));
 }
 
+/// Writes the header that announces a length.
 constexpr void encodeLength(std::uint32_t length, std::span<char, kHeaderBytes> header) {
   for (std::size_t i = 0; i < kHeaderBytes; ++i) header[i] = static_cast<char>(length >> (8 * i) & 0xFF);
 }
 
-/// A frame is made in one buffer: room for the header first, then the payload is written behind it, then the header is
-/// filled in.
+/// A frame is made in one buffer: space for the header first, then the payload after it, then the header is filled in.
 inline void beginFrame(std::string& frame) { frame.assign(kHeaderBytes, '\0'); }
 
+/// What follows the header.
 inline std::string_view payloadOf(const std::string& frame) { return std::string_view(frame).substr(kHeaderBytes); }
 
-/// False when a header cannot announce that many bytes.
+/// False when a header cannot announce this many bytes.
 constexpr bool fitsFrame(std::uint64_t payloadBytes) {
   return payloadBytes <= std::numeric_limits<std::uint32_t>::max();
 }
 
+/// Fills in the header; false when the payload is too long for one.
 inline bool finishFrame(std::string& frame) {
   const std::size_t payloadBytes = frame.size() - kHeaderBytes;
   if (!fitsFrame(payloadBytes)) return false;

@@ -17,7 +17,7 @@
 namespace tks::messaging {
 
 /// Reads a channel ahead and hands its bytes out in pieces (see PieceCutter), for as long as it is started. All on the
-/// main thread; what is called may call anything here and may let go of the reader.
+/// main thread. The callbacks may call anything here and may release the reader.
 ///
 /// Reading follows handing out: nothing is read while pieces are in hand, so that a host which drains its loop slowly
 /// makes the writer wait instead of the memory grow. Each time the channel is readable at most one buffer full is
@@ -26,13 +26,16 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
  public:
   /// After the end of a channel its end is told again and again, but not more often than this.
   static constexpr std::chrono::milliseconds kEndInterval{10};
+  /// Bytes that are read ahead at most.
   static constexpr std::size_t kBufferBytes = std::size_t{128} * 1024;
 
+  /// Takes the next piece; an empty one when the channel has ended.
   using Piece = std::function<void(std::string_view piece)>;
+  /// Takes the reason why the channel failed.
   using Broken = std::function<void(const TKSError& error)>;
 
   /// `piece` is called with each piece, and with an empty one when the channel has ended. `broken` is called instead
-  /// when the channel failed. Neither is called while the reader is stopped. A piece holds until the call returns.
+  /// when the channel failed. Neither is called while the reader is stopped. A piece is valid until the call returns.
   FrameReader(Piece piece, Broken broken);
 
   /// Starts handing out: first what was read ahead of this very channel before the reader was stopped, then what comes.
@@ -42,7 +45,7 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   void startBroken(TKSError error);
   /// What it reads from, or read from before it was stopped; nothing before the first start and after a broken one.
   const std::optional<platform::ChannelIdentity>& channel() const { return identity_; }
-  /// Stops handing out and lets go of the channel. What was read ahead is kept.
+  /// Stops handing out and closes the channel. Bytes that were read ahead stay for the next start.
   void stop();
 
  private:
@@ -73,6 +76,7 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
 
   /// The channel that the bytes in the buffer came from.
   std::optional<platform::ChannelIdentity> identity_;
+  /// Bytes from `begin_` to `end_` were read but not handed out.
   std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;

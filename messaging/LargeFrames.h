@@ -12,12 +12,13 @@
 
 namespace tks::messaging {
 
-/// Notices when the talk about something large is over, so that the memory for it can go back. From one large frame to
-/// the next it is kept: taking it and giving it back costs more than the frame.
+/// Notices when no more large frames follow, so that their memory can be returned. Between large frames it stays
+/// allocated: taking it and giving it back costs more than the frame.
 class LargeFrames {
  public:
   /// `idle` is called on the main thread, within two of these of the last large frame.
   static constexpr std::chrono::milliseconds kPause{300};
+  /// Frames of this many bytes or more are large.
   static constexpr std::size_t kLarge = std::size_t{1} << 20;
 
   explicit LargeFrames(std::function<void()> idle) : idle_(std::move(idle)) {}
@@ -31,6 +32,7 @@ class LargeFrames {
 
   const std::function<void()> idle_;
   std::mutex mutex_;  // guards what follows
+  /// Large frames so far, and how many there were at the last look.
   std::uint64_t noted_ = 0;
   std::uint64_t seen_ = 0;
   std::unique_ptr<platform::MainLoop::Timer> timer_;

@@ -82,7 +82,7 @@ std::string MessageFiles::folder() const {
 bool checkIpcFile4Interface(const MessageFiles& paths, bool folderIsNew) {
   const bool isOwn = makeFolder(paths.folder(), folderIsNew);
 
-  // The capital I is kept, unlike in the lines about the other file.
+  // A capital I, unlike the lines about the other file. Required behaviour: do not fix.
   if (files().exists(paths.fromLauncher)) {
     TKSILog::logWithLevel(TKSILogLevelError, "Error! IpcFile_TKS2Interface already exists!");
   } else if (files().createFile(paths.fromLauncher, kFilePermissions, nullptr)) {

@@ -14,7 +14,9 @@ namespace tks::messaging {
 
 /// Paths of both files; empty while no folder was named.
 struct MessageFiles {
+  /// "ipcFile_TKS2Interface", which the launcher writes.
   std::string fromLauncher;
+  /// "ipcFile_Interface2TKS", which the interface writes.
   std::string fromInterface;
 
   /// The files of a folder; none for an empty path.
@@ -36,7 +38,7 @@ void checkIpcFile4TKS(const MessageFiles& files);
 void removeMessageFolder(const MessageFiles& files, bool folderIsOwn);
 
 /// An interface's hold on the folder of its conversation, from before it is made until the conversation is closed.
-/// While one exists no host takes the folder for one that was left behind. Main thread only.
+/// While it exists, no host considers the folder abandoned. Main thread only.
 class MessageFolderHold {
  public:
   /// Keeps other hosts from looking for what was left behind beside this folder, until `settle`. Waits for one that

@@ -16,8 +16,8 @@ namespace {
 
 /// Written in one turn of the main loop at most, so that a fast reader leaves the loop to others.
 constexpr std::size_t kBytesPerTurn = std::size_t{1024} * 1024;
-/// Buffers up to this size are kept between frames: growing one for a large message costs more than writing it. Twice
-/// the largest frame, since a text that grows doubles its room.
+/// Buffers up to this size stay allocated between frames: growing one for a large message costs more than writing it.
+/// Twice the largest frame, because a text that grows doubles its capacity.
 std::uint64_t mostSpareBytes() {
   const std::uint64_t message = largestMessage();
   return message < std::numeric_limits<std::uint64_t>::max() / 4 ? 2 * (message + kHeaderBytes) : message;

@@ -17,7 +17,7 @@
 
 namespace {
 
-/// False, for the answer of the operation that failed.
+/// Writes the error; always false, so that a failing operation can return it.
 bool fail(TKSError* error, std::string description) {
   if (error != nullptr)
     *error = tks::makeError(TKSErrorReason::badMessage, commonErrorDomain, 0, std::move(description));

@@ -18,10 +18,10 @@
 namespace tks::messaging {
 namespace {
 
-/// More hosts than that are not started within one millisecond.
+/// More hosts than this never start within one millisecond.
 constexpr int kMostFoldersTried = 1000;
 
-/// The number in decimal digits that a text ends with counts one more, with as many digits.
+/// Adds one to the decimal number at the end of a text, which keeps its number of digits.
 void countUp(std::string& text) {
   for (auto digit = text.rbegin(); digit != text.rend() && *digit >= '0' && *digit <= '9'; ++digit) {
     if (++*digit <= '9') return;
@@ -110,8 +110,8 @@ void Transport::createFileHandle() {
   }
 }
 
-/// New handles, read from the beginning. A file that cannot be opened leaves its direction without a handle; where that
-/// was not to be seen from the lines about the files, it has one of its own.
+/// New handles, read from the beginning. A file that cannot be opened leaves its direction without a handle; it has its
+/// own line where the lines about the files did not show that.
 void Transport::openFiles(const std::string& inputPath, const std::string& outputPath) {
   makeReader();
   output_->abandon();

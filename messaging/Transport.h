@@ -44,8 +44,8 @@ class Transport {
 
   // What the library itself asks of a host, beyond what is public.
 
-  /// `sendMessage:`, for those who have to know: why the message can never reach the other end. Nothing when it was
-  /// written or waits, and when the pipe failed, which the reader tells. Any thread.
+  /// `sendMessage:`, and why the message can never reach the other end. Nothing when it was written or waits, and when
+  /// the pipe failed, because the reader tells that. Any thread.
   std::optional<TKSError> handOver(const TKSMessage& message);
 
   /// Why an open host cannot talk over its files; nothing while it can, and over pipes.
@@ -53,10 +53,10 @@ class Transport {
 
   /// `setIPCFileFolderPath:` with a new folder, which is made here and now so that no other host has the same: the one
   /// at `path`, which ends in digits, or when something is there the one that counts one more, and so on. Returns the
-  /// folder's path. One that cannot be made is set all the same, for the opening to report.
+  /// folder's path. One that cannot be made is set all the same; the opening reports it.
   std::string useNewFolder(std::string path);
 
-  /// Lets go of the memory that is kept from one frame to the next.
+  /// Returns the memory that stays allocated from one frame to the next.
   void giveMemoryBack();
 
  private:

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <random>
-#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -10,6 +12,7 @@
 namespace {
 
 using testing::AnyOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
@@ -98,67 +101,64 @@ TEST_F(FacadeThreads, StatusAndIdentifierMayBeReadAnywhere) {
   reader.join();
 }
 
-TEST_F(FacadeThreads, NothingIsLostWhenEightThreadsStartStopAndLaunch) {
-  constexpr int kThreads = 8;
-  constexpr int kCalls = 100;
-  drainUntil([] { return true; });
-  // Each launcher has pipes of its own.
-  tks_.launchedTKSPidBlock([this](std::int32_t) {
-    world_.channels.input = std::make_shared<tks::test::Wire>();
-    world_.channels.output = std::make_shared<tks::test::Wire>();
-  });
-  std::vector<std::unique_ptr<Call>> calls;
-  for (int i = 0; i < kThreads * kCalls; ++i) calls.push_back(std::make_unique<Call>());
+class FacadeCrowd : public FacadeThreads {
+ protected:
+  static constexpr std::size_t kThreads = 8;
+  static constexpr std::size_t kCallsOfEach = 100;
 
-  std::atomic<int> running = kThreads;
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < kThreads; ++thread) {
-    threads.emplace_back([&, thread] {
-      std::mt19937 random(static_cast<unsigned>(thread));
-      for (int i = 0; i < kCalls; ++i) {
-        Call& call = *calls.at(static_cast<std::size_t>(thread * kCalls + i));
-        const TKSFinishBlock told = [&call] { call.told.push_back("finish"); };
-        const TKSErrorBlock failed = [&call](const TKSError& error) {
-          call.told.push_back(error.localizedDescription);
-        };
-        switch (random() % 3) {
-          case 0:
-            call.operation = "start";
-            tks_.start(told, failed);
-            break;
-          case 1:
-            call.operation = "stop";
-            tks_.stop(told, failed);
-            break;
-          default:
-            call.operation = "launch";
-            tks_.launchMeetingWithParam(TKSDictionary{{"gpcdownloadonly", random() % 4 == 0 ? "1" : "0"}}, told,
-                                        failed);
-        }
-        if (random() % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
-      }
-      --running;
+  FacadeCrowd() : calls_(kThreads * kCallsOfEach) {
+    drainUntil([] { return true; });
+    // Each launcher has its own pipes.
+    tks_.launchedTKSPidBlock([this](std::int32_t) {
+      world_.channels.input = std::make_shared<tks::test::Wire>();
+      world_.channels.output = std::make_shared<tks::test::Wire>();
     });
   }
-  const auto answered = [](const std::unique_ptr<Call>& call) { return !call->told.empty(); };
-  EXPECT_TRUE(
-      converseUntil([&] { return running == 0 && std::all_of(calls.begin(), calls.end(), answered) && isQuiet(); }));
+
+  void make(Call& call, unsigned choice, bool downloadOnly) {
+    const TKSFinishBlock told = [&call] { call.told.push_back("finish"); };
+    const TKSErrorBlock failed = [&call](const TKSError& error) { call.told.push_back(error.localizedDescription); };
+    constexpr const char* kOperations[] = {"start", "stop", "launch"};
+    call.operation = kOperations[choice];
+    if (choice == 0) return tks_.start(told, failed);
+    if (choice == 1) return tks_.stop(told, failed);
+    tks_.launchMeetingWithParam(TKSDictionary{{"gpcdownloadonly", downloadOnly ? "1" : "0"}}, told, failed);
+  }
+  void makeCallsOf(std::size_t thread) {
+    std::mt19937 random(static_cast<unsigned>(thread));
+    for (std::size_t i = 0; i < kCallsOfEach; ++i) {
+      const unsigned choice = static_cast<unsigned>(random() % 3);
+      make(calls_[thread * kCallsOfEach + i], choice, choice == 2 && random() % 4 == 0);
+      if (random() % 4 == 0) std::this_thread::sleep_for(std::chrono::microseconds(random() % 2000));
+    }
+    --running_;
+  }
+  bool allAreTold() const {
+    return std::all_of(calls_.begin(), calls_.end(), [](const Call& call) { return !call.told.empty(); });
+  }
+
+  std::vector<Call> calls_;
+  std::atomic<std::size_t> running_ = kThreads;
+};
+
+TEST_F(FacadeCrowd, LosesNothingWhenEightThreadsStartStopAndLaunch) {
+  std::vector<std::thread> threads;
+  for (std::size_t thread = 0; thread < kThreads; ++thread) {
+    threads.emplace_back([this, thread] { makeCallsOf(thread); });
+  }
+  EXPECT_TRUE(converseUntil([&] { return running_ == 0 && allAreTold() && isQuiet(); }));
   for (std::thread& thread : threads) thread.join();
   settle();
 
-  std::set<std::string> outcomes;
-  for (const auto& call : calls) {
-    outcomes.insert(call->told.begin(), call->told.end());
+  for (const Call& call : calls_) {
     // A launch whose meeting was launched may still hear of a failure while the launcher takes its leave.
-    const bool afterwards = call->operation == "launch" && call->told.size() == 2 && call->told.front() == "finish";
-    EXPECT_TRUE(call->told.size() == 1 || afterwards) << call->operation << ": " << testing::PrintToString(call->told);
-  }
-  for (const std::string& outcome : outcomes) {
-    EXPECT_THAT(
-        outcome,
-        AnyOf("finish", "Unexpected app status: 2", "Unexpected app status: 4", "TKS app in unexpected status: 2",
-              "New coming job is download only, ignore it.", "Previous launching job running, will stop it firstly.",
-              "Message host stopped before TKS answered hello.", "TKS disconnected before it answered."));
+    const bool afterwards = call.operation == "launch" && call.told.size() == 2 && call.told.front() == "finish";
+    EXPECT_TRUE(call.told.size() == 1 || afterwards) << call.operation << ": " << testing::PrintToString(call.told);
+    EXPECT_THAT(call.told,
+                Each(AnyOf("finish", "Unexpected app status: 2", "Unexpected app status: 4",
+                           "TKS app in unexpected status: 2", "New coming job is download only, ignore it.",
+                           "Previous launching job running, will stop it firstly.",
+                           "Message host stopped before TKS answered hello.", "TKS disconnected before it answered.")));
   }
 }
 

@@ -128,7 +128,7 @@ class PlayedProcesses final : public platform::ChildProcesses, public NoApplicat
     const std::scoped_lock lock(mutex_);
     hidden_ = true;
   }
-  /// Another process that runs; until it was looked for so many times, if said.
+  /// Another process that runs, until it was looked for `looks` times; 0: for ever.
   void addRunning(std::int32_t pid, int looks = 0) {
     const std::scoped_lock lock(mutex_);
     others_[pid] = true;

@@ -24,12 +24,12 @@ namespace tks::test {
 /// Running applications that a test puts there, and what is asked of them.
 class PlayedApplications final : public platform::RunningApplications {
  public:
-  /// What `find` answers for a process, look by look; the last answer stays.
+  /// What `find` returns for a process, look by look; the last one stays.
   std::map<std::int32_t, std::vector<std::optional<TKSRunningApplication>>> looks;
   std::vector<TKSRunningApplication> listed;
   /// Processes that refuse to be terminated.
   std::vector<std::int32_t> refusing;
-  /// What `launch` answers, one after the other: an error's text, or "" for success.
+  /// What `launch` results in, call by call: an error's text, or "" for success.
   std::vector<std::string> launches;
 
   std::function<void()> onLook;

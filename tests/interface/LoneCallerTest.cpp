@@ -17,7 +17,7 @@
 #include "tests/support/PlayedBackground.h"
 
 // A single caller, who asks for the next thing when the last one has been answered: what the facade logs, sends and
-// calls is what is described, line for line, and the session's table says the same. Every order of up to seven of the
+// calls is what is described, line for line, and the session's table says the same. Every order of up to six of the
 // things that can happen, with a launcher and without one.
 
 namespace {

@@ -12,6 +12,7 @@
 #include <tksinterface/TKSMainLoop.h>
 #include <tksinterface/TKSMessageHost.h>
 
+#include "tests/messaging/MessageHosts.h"
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FakeHostProcess.h"
@@ -32,22 +33,12 @@ using testing::HasSubstr;
 using tks::test::drainFor;
 using tks::test::drainUntil;
 using tks::test::frame;
+using tks::test::jsonOf;
+using tks::test::kHello;
 using tks::test::kSanitized;
 using tks::test::LogRecorder;
+using tks::test::messageOf;
 using tks::test::RecordingDelegate;
-
-constexpr const char* kHello = R"({"message":"hello","message_type":"hello"})";
-
-TKSMessage message(std::string_view type, std::string_view body) {
-  TKSMessage made;
-  made.messageType = type;
-  made.message = body;
-  return made;
-}
-
-std::string json(const std::string& type, const std::string& body = "") {
-  return "{\"message\":\"" + body + "\",\"message_type\":\"" + type + "\"}";
-}
 
 class FileFaultsTest : public testing::Test {
  protected:
@@ -71,16 +62,16 @@ TEST_F(FileFaultsTest, FullDiskLeavesNoHalfFrameAndTheConversationGoesOnAfterwar
   const LogRecorder log;
   const rlimit limit{.rlim_cur = 65536, .rlim_max = RLIM_INFINITY};
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
-  host->sendMessage(message("first", std::string(40000, 'x')));
-  host->sendMessage(message("second", std::string(40000, 'y')));
+  host->sendMessage(messageOf("first", std::string(40000, 'x')));
+  host->sendMessage(messageOf("second", std::string(40000, 'y')));
   EXPECT_THAT(log.texts(8), ElementsAre(HasSubstr("Write message failed: Error Domain=")));
   const rlimit unlimited{.rlim_cur = RLIM_INFINITY, .rlim_max = RLIM_INFINITY};
   ::setrlimit(RLIMIT_FSIZE, &unlimited);
-  host->sendMessage(message("third", "z"));
+  host->sendMessage(messageOf("third", "z"));
   const auto payloads = tks::test::payloads(tks::test::contentOf(folder_ / "ipc/ipcFile_Interface2TKS"));
   ASSERT_EQ(payloads.size(), 2u);
-  EXPECT_EQ(payloads[0], json("first", std::string(40000, 'x')));
-  EXPECT_EQ(payloads[1], json("third", "z"));
+  EXPECT_EQ(payloads[0], jsonOf("first", std::string(40000, 'x')));
+  EXPECT_EQ(payloads[1], jsonOf("third", "z"));
 }
 
 TEST_F(FileFaultsTest, IdleChannelWakesNobodyAndAnswersWithinTwentyMilliseconds) {
@@ -107,7 +98,7 @@ TEST_F(FileFaultsTest, HundredThousandFramesGoThroughTheFilesInOrder) {
   const auto host = openHost(tksMessageHostTypeInterface, delegate_);
   RecordingDelegate launchers;
   const auto launcher = openHost(tksMessageHostTypeTKS, launchers);
-  for (std::size_t i = 0; i < kMessages; ++i) launcher->sendMessage(message(std::to_string(i), ""));
+  for (std::size_t i = 0; i < kMessages; ++i) launcher->sendMessage(messageOf(std::to_string(i), ""));
   ASSERT_TRUE(drainUntil([&] { return delegate_.messages.size() == kMessages; }));
   for (std::size_t i = 0; i < kMessages; ++i) ASSERT_EQ(delegate_.messages[i].messageType, std::to_string(i));
 }

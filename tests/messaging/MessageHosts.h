@@ -25,12 +25,18 @@ inline std::string parseFailure(const std::string& text) {
          "parse JSON for TKSMessge.\"";
 }
 
-/// A message whose body is the name of its type.
-inline TKSMessage messageOf(std::string_view type) {
+inline TKSMessage messageOf(std::string_view type, std::string_view body) {
   TKSMessage made;
   made.messageType = type;
-  made.message = type;
+  made.message = body;
   return made;
+}
+/// A message whose body is the name of its type.
+inline TKSMessage messageOf(std::string_view type) { return messageOf(type, type); }
+
+/// The text of a message with a text as body.
+inline std::string jsonOf(const std::string& type, const std::string& body = "") {
+  return "{\"message\":\"" + body + "\",\"message_type\":\"" + type + "\"}";
 }
 
 /// Everything but the trace lines, which name numbers of the process and of source lines.

@@ -38,7 +38,7 @@ using tks::test::WireSink;
 class SendingQueueTest : public testing::Test {
  protected:
   SendingQueueTest() { queue_->open(std::make_shared<WireSink>(wire_)); }
-  /// What still waits keeps its queue; on a wire that nobody reads any more, for ever.
+  /// Waiting bytes keep their queue alive; on a wire that nobody reads any more, for ever.
   ~SendingQueueTest() override {
     if (queue_) queue_->abandon();
   }

@@ -27,7 +27,7 @@ struct Line {
   std::string text;
 
   bool isExpectation() const { return text.starts_with("> "); }
-  /// What stands behind `word` and a blank; nothing when the line begins with another word.
+  /// What follows `word` and a blank; nothing when the line begins with another word.
   std::optional<std::string> after(std::string_view word) const {
     if (!text.starts_with(word)) return std::nullopt;
     if (text.size() == word.size()) return std::string();
@@ -83,7 +83,7 @@ class Player {
  public:
   explicit Player(Cut cut) : cut_(cut) {}
 
-  /// Plays up to the end; answers how many bytes the launcher wrote at once at most.
+  /// Plays up to the end; returns how many bytes the launcher wrote at once at most.
   std::size_t play(const std::vector<Line>& lines) {
     for (const Line& line : lines) {
       if (line.isExpectation()) {

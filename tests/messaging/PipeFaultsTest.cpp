@@ -17,6 +17,7 @@
 #include <tksinterface/TKSMessageHost.h>
 
 #include "platform/platform.h"
+#include "tests/messaging/MessageHosts.h"
 #include "tests/messaging/RecordingDelegate.h"
 #include "tests/support/FakeHostProcess.h"
 #include "tests/support/Frames.h"
@@ -40,25 +41,16 @@ using tks::test::drainFor;
 using tks::test::drainUntil;
 using tks::test::frame;
 using tks::test::header;
+using tks::test::jsonOf;
+using tks::test::kHello;
 using tks::test::kSanitized;
 using tks::test::LogRecorder;
+using tks::test::messageOf;
 using tks::test::PipeChannels;
 using tks::test::RecordingDelegate;
 using tks::test::residentBytes;
 
-constexpr const char* kHello = R"({"message":"hello","message_type":"hello"})";
 constexpr std::size_t kMebibyte = std::size_t{1} << 20;
-
-TKSMessage message(std::string_view type, std::string_view body) {
-  TKSMessage made;
-  made.messageType = type;
-  made.message = body;
-  return made;
-}
-
-std::string json(const std::string& type, const std::string& body = "") {
-  return "{\"message\":\"" + body + "\",\"message_type\":\"" + type + "\"}";
-}
 
 /// How often this thread has waited for something, other than for its turn.
 long waitsOfThisThread() {
@@ -100,7 +92,7 @@ class PipeFaultsTest : public testing::Test {
 
 TEST_F(PipeFaultsTest, FiftyFramesInOneWriteAllArriveInOrder) {
   std::string burst;
-  for (int i = 0; i < 50; ++i) burst += frame(json(std::to_string(i)));
+  for (int i = 0; i < 50; ++i) burst += frame(jsonOf(std::to_string(i)));
   launcherWrites(burst);
   ASSERT_TRUE(untilMessages(50));
   for (std::size_t i = 0; i < 50; ++i) EXPECT_EQ(delegate_.types()[i], std::to_string(i));
@@ -145,8 +137,9 @@ TEST_F(PipeFaultsTest, OversizeHeadersGiveTheTwoErrorsAndTakeNoMemory) {
 }
 
 TEST_F(PipeFaultsTest, OversizeFrameThatReallyComesDoesNoHarm) {
-  std::thread launcher([&] { channels_.input->write(frame(std::string(10485761, 'x'))); });
+  const std::string sent = frame(std::string(10485761, 'x'));
   const std::size_t before = residentBytes();
+  std::thread launcher([&] { channels_.input->write(sent); });
   ASSERT_TRUE(untilFailures(2));
   drainUntil([&, told = std::size_t{0}]() mutable { return std::exchange(told, delegate_.failures.size()) == told; });
   launcher.join();
@@ -157,9 +150,9 @@ TEST_F(PipeFaultsTest, OversizeFrameThatReallyComesDoesNoHarm) {
 }
 
 TEST_F(PipeFaultsTest, MessageOfTheGreatestSizeArrives) {
-  std::string payload = json("large");
+  std::string payload = jsonOf("large");
   const std::string filling(10485760 - payload.size(), 'x');
-  payload = json("large", filling);
+  payload = jsonOf("large", filling);
   ASSERT_EQ(payload.size(), 10485760u);
   std::thread launcher([&] { channels_.input->write(frame(payload)); });
   EXPECT_TRUE(untilMessages(1));
@@ -192,7 +185,7 @@ TEST_F(PipeFaultsTest, PayloadsThatAreNoMessagesAreReportedOneByOneAndTheNextFra
                                   "[]",
                                   "{}",
                                   "{\"message_type\":\"a\"}",
-                                  json("a") + "x",
+                                  jsonOf("a") + "x",
                                   std::string(30000, '['),
                                   "\xFF\xFE",
                                   "{\"message_type\":\"a\",\"message\":\"\0\"}"s};
@@ -231,7 +224,7 @@ TEST_F(PipeFaultsTest, MillionMessagesToASlowHostStayInOrderAndTakeNoMemory) {
   std::thread launcher([&] {
     std::string chunk;
     for (std::size_t i = 0; i < kMessages; ++i) {
-      chunk += frame(json(std::to_string(i)));
+      chunk += frame(jsonOf(std::to_string(i)));
       if (i % 1000 != 999) continue;
       channels_.input->write(chunk);
       chunk.clear();
@@ -266,7 +259,7 @@ TEST_F(PipeFaultsTest, HostWhoseLoopStandsStillMissesNothingAndKeepsNothing) {
   std::atomic<std::size_t> written = 0;
   std::thread launcher([&] {
     for (std::size_t i = 0; !stop; ++i) {
-      if (!channels_.input->write(frame(json(std::to_string(i))))) return;
+      if (!channels_.input->write(frame(jsonOf(std::to_string(i))))) return;
       written = i + 1;
     }
   });
@@ -304,7 +297,7 @@ TEST_F(PipeFaultsTest, WritingToALauncherThatIsGoneIsALineAndTheProcessSurvives)
   const std::string before = signalLines();
   channels_.launcherDies();
   const LogRecorder log;
-  for (int i = 0; i < 3; ++i) host_->sendMessage(message("hello", "hello"));
+  for (int i = 0; i < 3; ++i) host_->sendMessage(messageOf("hello", "hello"));
   ASSERT_EQ(log.texts(8).size(), 3u);
   EXPECT_THAT(log.texts(8)[0], StartsWith("Write message failed: Error Domain="));
   EXPECT_EQ(signalLines(), before);
@@ -314,8 +307,8 @@ TEST_F(PipeFaultsTest, WritingToALauncherThatIsGoneIsALineAndTheProcessSurvives)
 TEST_F(PipeFaultsTest, LauncherThatDoesNotReadHoldsUpNobody) {
   // The receiver takes frames of the largest size: bodies that make exactly such.
   const auto large = [](int number) {
-    const std::string empty = json(std::to_string(number));
-    return message(std::to_string(number), std::string(10485760 - empty.size(), 'x'));
+    const std::string empty = jsonOf(std::to_string(number));
+    return messageOf(std::to_string(number), std::string(10485760 - empty.size(), 'x'));
   };
   const LogRecorder log;
   // How often a call gave the processor away; the least of four.
@@ -365,7 +358,7 @@ TEST_F(PipeFaultsTest, InterruptionsLoseAndDoubleNothing) {
     for (std::size_t i = 0; i < kMessages; ++i) channels_.input->write(frame(channels_.output->readFrame()));
   });
   for (std::size_t i = 0; i < kMessages; ++i) {
-    host_->sendMessage(message(std::to_string(i), std::string(i * 1000, 'x')));
+    host_->sendMessage(messageOf(std::to_string(i), std::string(i * 1000, 'x')));
     EXPECT_TRUE(untilMessages(i + 1));
   }
   launcher.join();
@@ -388,7 +381,7 @@ TEST_F(PipeFaultsTest, FramesOfEightThreadsArriveWhole) {
       if (!whole) return;
       const auto thread = static_cast<std::size_t>(payload[payload.size() - 3] - '0');
       const auto filling = static_cast<std::size_t>(next[thread] % 200);
-      whole = payload == json(std::to_string(thread), std::to_string(next[thread]) + std::string(filling, 'x'));
+      whole = payload == jsonOf(std::to_string(thread), std::to_string(next[thread]) + std::string(filling, 'x'));
       ++next[thread];
     }
   });
@@ -398,7 +391,7 @@ TEST_F(PipeFaultsTest, FramesOfEightThreadsArriveWhole) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < kFrames; ++i) {
         host_->sendMessage(
-            message(std::to_string(t), std::to_string(i) + std::string(static_cast<std::size_t>(i % 200), 'x')));
+            messageOf(std::to_string(t), std::to_string(i) + std::string(static_cast<std::size_t>(i % 200), 'x')));
       }
       --running;
     });
@@ -422,7 +415,7 @@ TEST_F(PipeFaultsTest, ThousandConversationsLeaveNoDescriptorBehind) {
     channels_.input = std::make_shared<tks::test::Pipe>();
     channels_.output = std::make_shared<tks::test::Pipe>();
     host_->openWithMessengeHandler(&delegate_);
-    host_->sendMessage(message("hello", "hello"));
+    host_->sendMessage(messageOf("hello", "hello"));
     launcherWrites(frame(kHello));
     ASSERT_TRUE(untilMessages(1));
     delegate_.messages.clear();
@@ -434,7 +427,7 @@ TEST_F(PipeFaultsTest, ThousandConversationsLeaveNoDescriptorBehind) {
 TEST_F(PipeFaultsTest, ClosedHostHoldsNoEndOfThePipe) {
   const auto input = channels_.input;
   const auto output = channels_.output;
-  host_->sendMessage(message("hello", "hello"));
+  host_->sendMessage(messageOf("hello", "hello"));
   host_->close();
   output->closeWriter();
   EXPECT_EQ(output->read(1000), frame(kHello)) << "the launcher sees the end";
