@@ -18,6 +18,12 @@ void Facade::close() {
   settle(Event::destroyed, {}, {});
 }
 
+void Facade::keepForThisTurn(std::unique_ptr<TKSIAppManager> manager, std::unique_ptr<TKSIMessageHandler> handler) {
+  kept_ = {std::move(manager), std::move(handler)};
+  kept_.handler->cleanupConnectStatus4FileIPC();  // whatever it talks over: nobody is called any more
+  platform::mainLoop().post([self = shared_from_this()] { const Kept last = std::exchange(self->kept_, {}); });
+}
+
 void Facade::setStatus(std::int32_t status) {
   if (status == TKSI_APP_STATUS_UNCONNECTED) {
     conversation_.end();

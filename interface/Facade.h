@@ -27,6 +27,8 @@ class Facade : public std::enable_shared_from_this<Facade> {
   explicit Facade(TKSInterface& owner) : owner_(&owner) {}
   /// The TKSInterface is being destroyed: nobody is called any more.
   void close();
+  /// After `close`, in a log callback: keeps what steps that are under way still use until the main loop's next turn.
+  void keepForThisTurn(std::unique_ptr<TKSIAppManager> manager, std::unique_ptr<TKSIMessageHandler> handler);
 
   /// Does an operation here and now on the main thread, and there, in the order of the calls, from any other thread.
   template <class Operation>
@@ -39,6 +41,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   }
 
   TKSInterface& owner() { return *owner_; }
+  TKSIAppManager& manager() { return isGone() ? *kept_.manager : *owner_->appManager; }
 
   // The operations of TKSInterface, on the main thread.
   void start(TKSFinishBlock finish, TKSErrorBlock error);
@@ -60,6 +63,11 @@ class Facade : public std::enable_shared_from_this<Facade> {
   void drop();
 
  private:
+  /// What a TKSInterface leaves that is destroyed in a log callback.
+  struct Kept {
+    std::unique_ptr<TKSIAppManager> manager;
+    std::unique_ptr<TKSIMessageHandler> handler;
+  };
   /// The step that the conversation is taking.
   struct Step {
     /// What it means to those who wait.
@@ -69,8 +77,8 @@ class Facade : public std::enable_shared_from_this<Facade> {
   };
 
   bool isGone() const { return owner_ == nullptr; }
-  TKSIAppManager& manager() { return *owner_->appManager; }
-  TKSIMessageHandler& handler() { return *owner_->messageHandler; }
+  TKSIMessageHandler& handler() { return isGone() ? *kept_.handler : *owner_->messageHandler; }
+  bool isProcessing() { return status() == TKSI_APP_STATUS_LAUNCHING; }
   std::int32_t status() { return manager().TKSAppStatus; }
   void setStatus(std::int32_t status);
 
@@ -120,6 +128,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   std::mutex mutex_;
   /// Null once the TKSInterface is destroyed.
   TKSInterface* owner_;
+  Kept kept_;
 
   Session session_;
   /// Null between steps.

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "foundation/logging/HeldLines.h"
+#include "foundation/logging/LineDelivery.h"
 #include "foundation/values/FilePaths.h"
 #include "interface/Conversation.h"
 #include "interface/Facade.h"
@@ -21,20 +22,24 @@ TKSInterface::TKSInterface()
   messageHandler = std::make_unique<tks::interface::Conversation>(facade_);
 }
 
-TKSInterface::~TKSInterface() { facade_->close(); }
+TKSInterface::~TKSInterface() {
+  facade_->close();
+  // The step that the line is about goes on with what is left of it.
+  if (tks::isDeliveringLine()) facade_->keepForThisTurn(std::move(appManager), std::move(messageHandler));
+}
 
 // What the host sets and asks.
 
 void TKSInterface::setLogBlock(TKSLogBlock block) { TKSILog::sharedInstance().setLogBlock(std::move(block)); }
 
 void TKSInterface::setBackupTKSAppPath(std::string_view path) {
-  facade_->door([path = std::string(path)](Facade& facade) { facade.owner().appManager->backupTKSAppPath = path; });
+  facade_->door([path = std::string(path)](Facade& facade) { facade.manager().backupTKSAppPath = path; });
 }
 
 void TKSInterface::setBackupTKSZipPath(std::optional<std::string> path, std::string_view TKSVersion) {
   facade_->door([path = std::move(path), version = std::string(TKSVersion)](Facade& facade) {
-    facade.owner().appManager->backupTKSZipPath = path;
-    facade.owner().appManager->backupTKSVersion = version;
+    facade.manager().backupTKSZipPath = path;
+    facade.manager().backupTKSVersion = version;
   });
 }
 
@@ -46,7 +51,7 @@ std::string TKSInterface::TKSAppPath() const { return appManager->TKSAppPath; }
 
 void TKSInterface::setTKSAppPath(std::string_view path) {
   facade_->door([path = std::string(path)](Facade& facade) {
-    facade.owner().appManager->TKSAppPath = path;
+    facade.manager().TKSAppPath = path;
     // An empty path leaves the executable as it was. Required behaviour: do not fix.
     if (path.empty()) return;
     const std::optional<tks::platform::Bundle> bundle = tks::platform::bundles().open(path);
@@ -55,7 +60,7 @@ void TKSInterface::setTKSAppPath(std::string_view path) {
       const std::string_view name = tks::withoutExtension(tks::lastPathComponent(path));
       executable = tks::joinedPath(tks::joinedPath(path, "Contents/MacOS"), name);
     }
-    facade.owner().appManager->TKSExePath = std::move(executable);
+    facade.manager().TKSExePath = std::move(executable);
   });
 }
 

@@ -73,8 +73,8 @@ void Facade::launchInternally(const TKSValue& param, TKSFinishBlock finish, TKSE
 void Facade::sendLaunch(const TKSValue& param, const TKSFinishBlock& finish, const TKSErrorBlock& error) {
   // Several jobs may have waited for one greeting. A later one takes the place of a running one in good order, also
   // when the answer to another greeting has made the status forget that one is running.
-  if (session_.isWaiting({Stage::working}) && !owner_->isTKSAppProcessing()) setStatus(TKSI_APP_STATUS_LAUNCHING);
-  if (owner_->isTKSAppProcessing()) return launch(param, finish, error);
+  if (session_.isWaiting({Stage::working}) && !isProcessing()) setStatus(TKSI_APP_STATUS_LAUNCHING);
+  if (isProcessing()) return launch(param, finish, error);
 
   request_.end();
   const Epoch::Moment request = request_.now();

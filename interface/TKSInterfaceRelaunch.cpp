@@ -35,7 +35,7 @@ void Facade::relaunch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBloc
 
 std::int32_t Facade::connectedPid() {
   const std::scoped_lock lock(mutex_);
-  return isGone() ? 0 : owner_->connectedTKSAppPid();
+  return isGone() ? 0 : manager().connectedTKSPid.load();
 }
 
 void Facade::forgetConnectedPid(std::int32_t pid) {
@@ -66,7 +66,7 @@ void Facade::launchAgain(const TKSValue& param, const std::optional<TKSRunningAp
                          TKSFinishBlock finish, TKSErrorBlock error) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Checking done, back to main thread: %@",
                         platform::thisProcess().threadDescription());
-  if (owner_->connectedTKSAppPid() == 0) {
+  if (manager().connectedTKSPid == 0) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Launch again.");
     launch(param, std::move(finish), std::move(error));
     return;

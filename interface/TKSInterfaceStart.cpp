@@ -48,6 +48,7 @@ void removeIfBroken(const std::string& path) {
 
 void Facade::start(TKSFinishBlock finish, TKSErrorBlock error) {
   beginStart();
+  if (isGone()) return;
   const std::int32_t found = status();
   switch (found) {
     case TKSI_APP_STATUS_UNCONNECTED: {
@@ -94,7 +95,7 @@ void Facade::startAgain() {
 /// What every start does before it looks at the status.
 void Facade::beginStart() {
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s,  connected pid: %i", "-[TKSInterface start:errorBlock:]",
-                        owner_->connectedTKSAppPid());
+                        manager().connectedTKSPid.load());
   TKSILog::logWithLevel(TKSILogLevelInfo, "TKSInterface SDK version: %@", platform::bundles().libraryVersion());
   handler().notifyStatusBlock = later([](Facade& self, TKSIAppStatus status) { self.setStatus(status); });
   handler().queryStatusBlock = [weak = weak_from_this()] {
@@ -110,6 +111,7 @@ void Facade::launchAndConnect(Session::Number launcher) {
     TKSILog::logWithLevel(TKSILogLevelWarning,
                           "Check default TKS version failed. Get on to process with default version.");
   }
+  if (isGone()) return;
   TKSError error;
   const std::optional<std::vector<std::string>> arguments = prepareChannel(error);
   if (!arguments) {
@@ -117,6 +119,7 @@ void Facade::launchAndConnect(Session::Number launcher) {
     TKSILog::logWithLevel(TKSILogLevelError, "Start failed: %@", masked(error.localizedDescription));
     return settle(Event::launcherFailed, {.launcher = launcher}, error);
   }
+  if (isGone()) return;
   launcher_.end();
   const std::string exePath = manager().TKSExePath;
   launchExecutable(exePath, *arguments,
@@ -134,7 +137,7 @@ void Facade::launchAndConnect(Session::Number launcher) {
 /// talks over files has no place for them.
 std::optional<std::vector<std::string>> Facade::prepareChannel(TKSError& error) {
   const std::string identifier = platform::bundles().mainBundleIdentifier().value_or("");
-  owner_->bundleID = identifier;
+  if (!isGone()) owner_->bundleID = identifier;
   std::vector<std::string> arguments = {option(TKSLaunchArgNameLaunchMethod),
                                         std::string(TKSLaunchArgValueLaunchMethodTKSInterface),
                                         option(TKSLaunchArgNameCommunicate)};
@@ -209,6 +212,7 @@ void Facade::reportFailedLaunch(Session::Number launcher, const std::string& exe
 }
 
 void Facade::greet() {
+  if (isGone()) return;
   request_.end();
   handler().sendHelloMessage(finishOf(kGreeting), errorOf(kGreeting));
 }

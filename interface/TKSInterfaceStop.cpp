@@ -18,7 +18,7 @@ void Facade::stop(TKSFinishBlock finish, TKSErrorBlock error) {
 
 void Facade::leave(Stage stage, HostCall finish, TKSErrorBlock error) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s,  connected pid: %i", "-[TKSInterface stop:errorBlock:]",
-                        owner_->connectedTKSAppPid());
+                        manager().connectedTKSPid.load());
   const std::int32_t found = status();
   switch (found) {
     case TKSI_APP_STATUS_LAUNCHING: {

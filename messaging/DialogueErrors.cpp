@@ -63,19 +63,20 @@ struct Dialogue::Listeners {
   }
 };
 
+/// A line may end it as well as a callback.
 void Dialogue::Step::tell(const Listeners& listeners, const TKSError& error) const {
   const TKSError reported = error;  // NOLINT(performance-unnecessary-copy-initialization): callbacks may end it
-  if (listeners.hello) {
+  if (listeners.hello && !isCleanedUp()) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Hello error callback block");
-    callHost("helloErrorBlock", listeners.hello, reported);
+    if (!isCleanedUp()) callHost("helloErrorBlock", listeners.hello, reported);
   }
   if (listeners.launch && !isCleanedUp()) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Launch error callback block");
-    callHost("launchErrorBlock", listeners.launch, reported);
+    if (!isCleanedUp()) callHost("launchErrorBlock", listeners.launch, reported);
   }
   if (listeners.disconnect && !isCleanedUp()) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Disconnect error callback block");
-    callHost("disconnectErrorBlock", listeners.disconnect, reported);
+    if (!isCleanedUp()) callHost("disconnectErrorBlock", listeners.disconnect, reported);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <tksinterface/MaskSensitiveInformation.h>
 
 #include "foundation/logging/HeldLines.h"
+#include "foundation/logging/LineDelivery.h"
 #include "foundation/values/InstalledCallback.h"
 
 namespace {
@@ -52,6 +53,8 @@ tks::HeldLines::~HeldLines() {
 }
 
 tks::HeldLines* tks::HeldLines::current() noexcept { return innermostHeldLines; }
+
+bool tks::isDeliveringLine() noexcept { return linesInDelivery > 0; }
 
 std::atomic<bool> TKSILog::listening_ = false;
 
