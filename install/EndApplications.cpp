@@ -28,11 +28,19 @@ bool isRunning(const TKSRunningApplication& application) {
   return found && (application.startTime == 0 || found->startTime == application.startTime);
 }
 
+/// Where nothing can be looked up nothing is found, which does not mean that it is gone.
+bool canSeeApplications() {
+  TKSError error;
+  if (tks::platform::runningApplications().canLookUp(&error)) return true;
+  TKSILog::logWithLevel(TKSILogLevelError, "Running apps can not be looked up: %@", masked(error));
+  return false;
+}
+
 }  // namespace
 
 bool TKSUtilBase::endLaunchModules() {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check and end launch modules begin");
-  bool allEnded = true;
+  bool allEnded = canSeeApplications();
   for (const TKSRunningApplication& application : tks::platform::runningApplications().list()) {
     if (!isLaunchModule(application)) continue;
     const std::string_view identifier = application.bundleIdentifier;
@@ -54,7 +62,8 @@ bool TKSUtilBase::forceTerminateApp(const std::optional<TKSRunningApplication>& 
   const std::string description = application->description();
   TKSILog::logWithLevel(TKSILogLevelInfo, "Begin to force terminate app (%@)", masked(description));
   // One that ended by itself refuses as well, and is what was asked for.
-  if (!tks::platform::runningApplications().forceTerminate(*application) && isRunning(*application)) {
+  const bool accepted = tks::platform::runningApplications().forceTerminate(*application);
+  if ((!accepted && isRunning(*application)) || !canSeeApplications()) {
     TKSILog::logWithLevel(TKSILogLevelError, "Force terminate app failed (%@)", masked(description));
     return false;
   }

@@ -87,6 +87,19 @@ TEST_F(EndApplications, OneThatEndedByItselfIsGone) {
   EXPECT_TRUE(TKSUtilBase::endLaunchModules());
 }
 
+TEST_F(EndApplications, WhatCannotBeLookedUpIsNotTakenForGone) {
+  applications.blind = true;
+  applications.refusing = {5};
+  EXPECT_FALSE(TKSUtilBase::endLaunchModules());
+  const std::string reason = "Running apps can not be looked up: Error Domain=NSPOSIXErrorDomain Code=2 \"no table\"";
+  EXPECT_THAT(log.lines(), ElementsAre(info("Check and end launch modules begin"), failure(reason),
+                                       info("Check and end launch modules end: 0")));
+  log.clear();
+  EXPECT_FALSE(TKSUtilBase::forceTerminateApp(launcher));
+  EXPECT_THAT(log.texts(8),
+              ElementsAre(reason, "Force terminate app failed (pid: 5, path: /Users/****/Tarvo Kovra Start.app)"));
+}
+
 TEST_F(EndApplications, ARefusedRequestIsAFailure) {
   applications.refusing = {5};
   applications.looks[5] = {launcher};

@@ -32,11 +32,17 @@ class PlayedApplications final : public platform::RunningApplications {
   /// What `launch` results in, call by call: an error's text, or "" for success.
   std::vector<std::string> launches;
 
+  /// Nothing can be looked up.
+  bool blind = false;
   std::function<void()> onLook;
 
   std::vector<std::int32_t> terminated;
   std::vector<std::vector<std::string>> launchedWith;
 
+  bool canLookUp(TKSError* error) override {
+    if (blind && error != nullptr) *error = TKSError{"NSPOSIXErrorDomain", 2, "no table"};
+    return !blind;
+  }
   std::optional<TKSRunningApplication> find(std::int32_t pid) override {
     if (onLook) onLook();
     const auto found = looks.find(pid);
