@@ -263,7 +263,7 @@ class TKS_EXPORT TKSArray {
   const TKSValue& operator[](std::size_t index) const noexcept;
   /// References and iterators hold as long as this array is neither changed nor destroyed.
   const_iterator begin() const noexcept;
-  /// Behind the last one.
+  /// After the last one.
   const_iterator end() const noexcept;
 
   /// Adds an element at the end.
@@ -349,7 +349,7 @@ class TKS_EXPORT TKSDictionary {
   const TKSValue& operator[](std::string_view key) const noexcept;
   /// The first one.
   const_iterator begin() const noexcept;
-  /// Behind the last one.
+  /// After the last one.
   const_iterator end() const noexcept;
 
   /// Stores a value under a key, replacing an earlier one. Storing nothing removes the key.
