@@ -1,5 +1,5 @@
 // JSON, measured against the least there is to do: reading against simdjson's own parse of the same bytes, which leaves
-// no value behind yet; writing against one copy of the text.
+// no value behind yet; writing against one copy of the text. Peers: Boost.JSON and RapidJSON with the same bytes.
 
 #include <benchmark/benchmark.h>
 
@@ -11,6 +11,7 @@
 
 #include <tksinterface/TKSMessage.h>
 
+#include "benchmarks/peers.h"
 #include "foundation/values/JsonWriter.h"
 #include "platform/platform.h"
 
@@ -39,6 +40,19 @@ TKSValue documentOfTexts(std::size_t bytes) {
   }
   return document;
 }
+
+/// Texts as long as a page of a log, in lines, with a quotation here and a letter beyond ASCII there.
+TKSValue longTexts(std::size_t bytes) {
+  constexpr std::string_view kLine = "12:03:04.567 Opened the meeting \"Weekly\" for J\u00f6rg, folder C:\\logs\n";
+  std::string page;
+  while (page.size() < 8000) page += kLine;
+  TKSArray pages;
+  for (std::size_t written = 0; written < bytes; written += page.size()) pages.append(page);
+  return pages;
+}
+
+/// One text without anything to escape.
+TKSValue oneText(std::size_t bytes) { return TKSArray{words(7, bytes)}; }
 
 /// Objects in arrays in objects, with numbers, texts and booleans.
 TKSValue nestedDocument(std::size_t bytes) {
@@ -142,16 +156,24 @@ void compare(const std::string& size, const TKSValue& value) {
   benchmark::RegisterBenchmark(("ours/json_read_" + size).c_str(), read, text);
   benchmark::RegisterBenchmark(("limit/json_write_" + size).c_str(), oneCopy, text);
   benchmark::RegisterBenchmark(("ours/json_write_" + size).c_str(), write, document);
+  tks::benchmarks::addJsonPeers(size, text);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   compareMessage("1k", 1024);
+  compare("200", documentOfTexts(200));
   compare("300", documentOfTexts(300));
   compare("4k", documentOfTexts(4096));
   compare("4k_nested", nestedDocument(4096));
   compare("1m", nestedDocument(std::size_t{1} << 20));
+  compare("texts_1m", documentOfTexts(std::size_t{1} << 20));
+  compare("texts_10m", documentOfTexts(std::size_t{10} << 20));
+  compare("long_texts_1m", longTexts(std::size_t{1} << 20));
+  compare("long_texts_10m", longTexts(std::size_t{10} << 20));
+  compare("one_text_1m", oneText(std::size_t{1} << 20));
+  compare("one_text_10m", oneText(std::size_t{10} << 20));
   compare("10m", nestedDocument(std::size_t{10} << 20));
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;

@@ -13,6 +13,8 @@
 #include <tksinterface/MaskSensitiveInformation.h>
 #include <tksinterface/TKSILog.h>
 
+#include "benchmarks/peers.h"
+
 namespace {
 
 constexpr std::size_t kLine = 4096;
@@ -108,6 +110,7 @@ void compare(const std::string& name, const std::string& text, double atMost) {
   benchmark::RegisterBenchmark(("limit/masking_" + name).c_str(), copyAndPass, text);
   benchmark::RegisterBenchmark(("lower_case/masking_" + name).c_str(), lowerCasingPass, text);
   benchmark::RegisterBenchmark(("ours/masking_" + name).c_str(), masking, text, atMost);
+  tks::benchmarks::addMaskingPeers(name, text);
 }
 
 void compareLogged(const std::string& name, const std::string& text, double atMost) {

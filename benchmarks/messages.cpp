@@ -368,10 +368,8 @@ void registerAll() {
     int childsCore;
   };
   constexpr Row kRows[] = {
-      {"roundtrip_300", 300, 1},
-      {"roundtrip_1k", 1024, 1},
-      {"roundtrip_1k_one_core", 1024, 0},
-      {"roundtrip_10m", 10485760, 1},
+      {"roundtrip_300", 300, 1},    {"roundtrip_1k", 1024, 1},      {"roundtrip_1k_one_core", 1024, 0},
+      {"roundtrip_1m", 1048576, 1}, {"roundtrip_10m", 10485760, 1},
   };
   const auto add = [](const std::string& name, std::function<void(benchmark::State&)> run) {
     benchmark::RegisterBenchmark(name.c_str(), std::move(run))->UseRealTime();

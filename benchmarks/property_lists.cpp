@@ -8,6 +8,7 @@
 
 #include <plist/plist.h>
 #include <tksinterface/TKSUtilBase.h>
+#include <pugixml.hpp>
 
 #include "platform/platform.h"
 
@@ -62,6 +63,32 @@ void libplistParse(benchmark::State& state, Format format) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes.size()));
 }
 
+void libplistWrite(benchmark::State& state, Format format) {
+  const TKSData bytes = content(format);
+  const auto* const text = reinterpret_cast<const char*>(bytes.data());
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  plist_t list = nullptr;
+  format == Format::xml ? plist_from_xml(text, size, &list) : plist_from_bin(text, size, &list);
+  for (auto _ : state) {
+    char* written = nullptr;
+    std::uint32_t length = 0;
+    format == Format::xml ? plist_to_xml(list, &written, &length) : plist_to_bin(list, &written, &length);
+    if (written == nullptr) state.SkipWithError("not written");
+    plist_to_xml_free(written);
+  }
+  plist_free(list);
+}
+
+/// pugixml by itself: the elements of the text, no values.
+void pugixmlParse(benchmark::State& state) {
+  const TKSData bytes = content(Format::xml);
+  for (auto _ : state) {
+    pugi::xml_document document;
+    if (!document.load_buffer(bytes.data(), bytes.size())) state.SkipWithError("not read");
+    benchmark::DoNotOptimize(&document);
+  }
+}
+
 void read(benchmark::State& state, Format format) {
   const TKSData bytes = content(format);
   for (auto _ : state) {
@@ -112,6 +139,9 @@ BENCHMARK_CAPTURE(libplistParse, xml, Format::xml)->Name("limit/plist_xml_1000")
 BENCHMARK_CAPTURE(read, xml, Format::xml)->Name("ours/plist_xml_1000");
 BENCHMARK_CAPTURE(libplistParse, binary, Format::binary)->Name("limit/plist_binary_1000");
 BENCHMARK_CAPTURE(read, binary, Format::binary)->Name("ours/plist_binary_1000");
+BENCHMARK(pugixmlParse)->Name("peer/plist_xml_1000/pugixml alone");
+BENCHMARK_CAPTURE(libplistWrite, xml, Format::xml)->Name("limit/plist_xml_write_1000");
+BENCHMARK_CAPTURE(libplistWrite, binary, Format::binary)->Name("limit/plist_binary_write_1000");
 BENCHMARK_CAPTURE(write, xml, Format::xml)->Name("ours/plist_xml_write_1000");
 BENCHMARK_CAPTURE(write, binary, Format::binary)->Name("ours/plist_binary_write_1000");
 BENCHMARK(copyValue)->Name("limit/key_path_read");
