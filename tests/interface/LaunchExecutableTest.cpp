@@ -207,6 +207,16 @@ TEST_F(LaunchExecutable, ATaskThatCannotBeStartedHasNoPid) {
   EXPECT_EQ(lines().back(), info("Launch exe result 0: [pid: 0, path: " + executable + ", retryCount: 0]"));
 }
 
+TEST_F(LaunchExecutable, NothingIsStartedThatCouldNeverBeSeen) {
+  applications.blind = true;
+  EXPECT_EQ(launch({}), std::nullopt);
+  expectError("Running apps can not be looked up, app is not launched: no table");
+  EXPECT_THAT(children.requests, IsEmpty());
+  EXPECT_THAT(clock.sleeps(), IsEmpty());
+  EXPECT_EQ(launch({"-warmup"}), std::nullopt);
+  EXPECT_EQ(children.requests.size(), 1u) << "nobody waits to see it";
+}
+
 TEST_F(LaunchExecutable, AWarmUpSucceedsAtOnceWithoutAnApplication) {
   EXPECT_EQ(launch({"-warmup"}), std::nullopt);
   EXPECT_EQ(error, TKSError());
