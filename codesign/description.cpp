@@ -18,15 +18,15 @@ struct FlagName {
   std::uint32_t flag;
   std::string_view name;
 };
-constexpr auto kFlagNames = std::to_array<FlagName>({{0x1, "host"},
+constexpr auto kFlagNames = std::to_array<FlagName>({{directory_flag::kHost, "host"},
                                                      {directory_flag::kAdHoc, "adhoc"},
-                                                     {0x100, "hard"},
-                                                     {0x200, "kill"},
+                                                     {directory_flag::kHard, "hard"},
+                                                     {directory_flag::kKill, "kill"},
                                                      {directory_flag::kExpires, "expires"},
-                                                     {0x800, "restrict"},
-                                                     {0x1000, "enforcement"},
-                                                     {0x2000, "library-validation"},
-                                                     {0x10000, "runtime"},
+                                                     {directory_flag::kRestrict, "restrict"},
+                                                     {directory_flag::kEnforcement, "enforcement"},
+                                                     {directory_flag::kLibraryValidation, "library-validation"},
+                                                     {directory_flag::kRuntime, "runtime"},
                                                      {directory_flag::kLinkerSigned, "linker-signed"}});
 
 /// Runs one group of the description: the first thing that is not in order ends it, and what has been set up to there

@@ -8,21 +8,25 @@
 
 namespace tks::formats::property_list {
 
+/// How every list begins; the last two digits are the version.
 inline constexpr std::string_view kMagic = "bplist00";
+/// Bytes at the end that say where everything is.
 inline constexpr std::size_t kTrailerSize = 32;
+/// From 1970, from where TKSDate counts, to 2001, from where dates in lists count.
 inline constexpr double kSecondsTo2001 = 978307200;
+
 /// The high half of the first byte of an object.
 enum Marker : std::uint8_t {
-  kSimple = 0x0,
+  kSimple = 0x0,  ///< null, false, true
   kInteger = 0x1,
   kReal = 0x2,
   kDate = 0x3,
   kData = 0x4,
-  kAscii = 0x5,
-  kUtf16 = 0x6,
-  kIdentifier = 0x8,
+  kAscii = 0x5,       ///< text; some writers put UTF-8 here
+  kUtf16 = 0x6,       ///< text beyond ASCII
+  kIdentifier = 0x8,  ///< of an archiver of objects
   kArray = 0xA,
-  kOrderedSet = 0xB,
+  kOrderedSet = 0xB,  ///< this and the next are read as arrays
   kSet = 0xC,
   kDictionary = 0xD,
 };

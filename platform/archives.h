@@ -11,7 +11,13 @@ namespace tks::platform {
 
 /// One entry of an archive, as the archive declares it.
 struct ArchiveEntry {
-  enum class Kind { file, folder, link, hardLink, other };
+  enum class Kind {
+    file,
+    folder,
+    link,      ///< a symbolic link
+    hardLink,  ///< another name of an entry before it
+    other,     ///< a device, a FIFO and the like
+  };
 
   /// Path inside the archive, as it stands there.
   std::string name;
@@ -22,8 +28,11 @@ struct ArchiveEntry {
   std::string target;
 };
 
-/// How an archive is read: the way in which it will be unpacked, for one file can be an archive in two ways.
-enum class ArchiveFormat { zip, tar };
+/// How an archive is read: the way in which it will be unpacked, because one file can be an archive in two ways.
+enum class ArchiveFormat {
+  zip,
+  tar,  ///< plain, or compressed in one of the usual ways
+};
 
 /// A look into archives before they are unpacked: zip, tar and tar with the usual compressions. Nothing is unpacked.
 /// Zip: an own reader of the directory that unpackers go by; each entry's own header has to say the same. Tar: on macOS

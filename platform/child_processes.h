@@ -10,9 +10,13 @@
 
 namespace tks::platform {
 
-/// How a child process ended. `unknown`: it is gone, but somebody else collected its status.
+/// How a child process ended.
 struct ChildEnd {
-  enum class How { exited, killed, unknown };
+  enum class How {
+    exited,   ///< by itself, with an exit code
+    killed,   ///< by a signal
+    unknown,  ///< it is gone, but somebody else collected its status
+  };
   How how = How::unknown;
   /// Exit code or signal number.
   int number = 0;

@@ -24,14 +24,20 @@ struct FileAttributes {
   TKSDictionary extendedAttributes;
 };
 
+/// The room on a volume.
 struct VolumeSpace {
-  std::uint64_t freeBytes = 0;
+  std::uint64_t freeBytes = 0;  ///< for this user
   std::uint64_t totalBytes = 0;
 };
 
 /// One item of a tree, as it stands on the volume.
 struct TreeItem {
-  enum class Kind { file, folder, link, other };
+  enum class Kind {
+    file,
+    folder,
+    link,   ///< a symbolic link, not followed
+    other,  ///< a device, a FIFO and the like
+  };
 
   /// Path below the folder that is gone through.
   std::string name;

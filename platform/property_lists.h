@@ -15,7 +15,10 @@ namespace tks::platform {
 /// is an error, never a crash. Any thread.
 class PropertyLists {
  public:
-  enum class Format { xml, binary };
+  enum class Format {
+    xml,     ///< for people; cannot hold control characters and far dates
+    binary,  ///< smaller, and holds every value
+  };
 
   /// Whether a list was refused because it is beyond the bounds (EFBIG). It may be sound: what it holds must not be
   /// taken for nothing.

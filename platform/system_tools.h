@@ -11,7 +11,15 @@
 
 namespace tks::platform {
 
-enum class Tool { unzip, tar, spctl, lsof, shasum, tccutil, sysctl };
+enum class Tool {
+  unzip,    ///< unpacks launchers
+  tar,      ///< unpacks lists of updates
+  spctl,    ///< assesses applications
+  lsof,     ///< lists who holds a bundle open
+  shasum,   ///< digests that list
+  tccutil,  ///< resets privacy decisions; macOS only
+  sysctl,   ///< names the processor
+};
 
 /// How a tool is run. No tool ever gets a shell, this process's standard input or any other of its descriptors; its
 /// environment is a clean one.

@@ -14,7 +14,12 @@ namespace tks::platform {
 /// plain. Any thread. Texts are UTF-8; broken sequences count as replacement characters.
 class Text {
  public:
-  enum class Match { matched, notMatched, badPattern, timeLimit };
+  enum class Match {
+    matched,
+    notMatched,
+    badPattern,  ///< the pattern does not compile
+    timeLimit,   ///< the time was over before there was a result
+  };
 
   virtual ~Text() = default;
   /// In lower case, by the rules that hold in every language.

@@ -23,12 +23,21 @@
 
 namespace tks::codesign {
 
+/// Flags of a directory: what the code wants of the system, and how it was signed.
 namespace directory_flag {
-inline constexpr std::uint32_t kAdHoc = 0x2;
-inline constexpr std::uint32_t kExpires = 0x400;
-inline constexpr std::uint32_t kLinkerSigned = 0x20000;
+inline constexpr std::uint32_t kHost = 0x1;                  ///< it may host guest code
+inline constexpr std::uint32_t kAdHoc = 0x2;                 ///< signed by nobody
+inline constexpr std::uint32_t kHard = 0x100;                ///< no page that does not match is loaded
+inline constexpr std::uint32_t kKill = 0x200;                ///< such a page ends the process
+inline constexpr std::uint32_t kExpires = 0x400;             ///< certificates that have expired count as such
+inline constexpr std::uint32_t kRestrict = 0x800;            ///< nothing is injected from outside
+inline constexpr std::uint32_t kEnforcement = 0x1000;        ///< every page is checked
+inline constexpr std::uint32_t kLibraryValidation = 0x2000;  ///< libraries have to be of the same team
+inline constexpr std::uint32_t kRuntime = 0x10000;           ///< the hardened runtime
+inline constexpr std::uint32_t kLinkerSigned = 0x20000;      ///< ad hoc by a linker: a directory and nothing else
 }  // namespace directory_flag
 
+/// One code directory.
 class CodeDirectory {
  public:
   /// Reads and checks the directory's integrity; fails when something does not fit.

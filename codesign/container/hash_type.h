@@ -9,10 +9,10 @@ namespace tks::codesign {
 
 /// Hash types by the numbers that signatures use.
 enum class HashType : std::uint8_t {
-  sha1 = 1,
-  sha256 = 2,
+  sha1 = 1,             ///< all that was there at first; still read, no longer enough by itself on new systems
+  sha256 = 2,           ///< the usual one
   sha256Truncated = 3,  ///< SHA-256, of which the first 20 bytes count
-  sha384 = 4,
+  sha384 = 4,           ///< the best one, where there are several
 };
 
 /// The hash type with a number; nothing for numbers that are not supported.

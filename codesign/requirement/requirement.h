@@ -58,7 +58,13 @@ class Requirement {
 };
 
 /// What requirements are for.
-enum class RequirementType : std::uint32_t { host = 1, guest = 2, designated = 3, library = 4, plugin = 5 };
+enum class RequirementType : std::uint32_t {
+  host = 1,        ///< what the code wants to run in
+  guest = 2,       ///< what it lets run in itself
+  designated = 3,  ///< what others know it by
+  library = 4,     ///< what it loads as libraries
+  plugin = 5,      ///< what it loads as plug-ins
+};
 
 /// The requirements that code brings, by what they are for.
 class RequirementSet {

@@ -9,8 +9,8 @@ namespace tks::codesign::requirement {
 
 /// What one term of a requirement asks. The numbers are those of the binary form.
 enum class Operation : std::uint32_t {
-  never = 0,
-  always = 1,
+  never = 0,                  ///< nothing meets it
+  always = 1,                 ///< everything meets it
   identifier = 2,             ///< the code's identifier is a text
   appleAnchor = 3,            ///< signed by the platform's maker itself
   anchorHash = 4,             ///< a certificate has a SHA-1 hash
@@ -33,7 +33,7 @@ enum class Operation : std::uint32_t {
 /// How a field is compared with a term's value. The numbers are those of the binary form.
 enum class Match : std::uint32_t {
   exists = 0,  ///< there, and not false
-  equal = 1,
+  equal = 1,   ///< the whole value, letter by letter
   contains = 2,
   beginsWith = 3,
   endsWith = 4,
@@ -41,7 +41,7 @@ enum class Match : std::uint32_t {
   greater = 6,
   lessOrEqual = 7,
   greaterOrEqual = 8,
-  absent = 14,
+  absent = 14,  ///< not there
 };
 
 /// Operands stand before their operators in the list, the whole is its last element.

@@ -50,10 +50,10 @@ class CodeResources {
  public:
   /// How much of a seal a file holds.
   enum class Form {
-    damaged,     ///< no property list
-    incomplete,  ///< without the dictionaries that every seal has
-    withoutRules,
-    usable,
+    damaged,       ///< no property list
+    incomplete,    ///< without the dictionaries that every seal has
+    withoutRules,  ///< with the dictionaries, but no rule in them
+    usable,        ///< whole
   };
 
   /// Reads the seal for a signature with these hash types; hashes of other types are passed over. The whole file is

@@ -33,6 +33,7 @@ struct ResourceProblems {
 
 /// How strict a check is.
 enum class Strictness {
+  /// What the seal names has to be there as it is sealed, and nothing that its rules cover may be added.
   plain,
   /// Nothing that the rules leave out either, and no link that leaves the bundle.
   strict,

@@ -30,7 +30,14 @@ class RulePatterns {
 
  private:
   using Set = std::bitset<256>;
-  enum class Kind : std::uint8_t { bytes, pass, fork, begin, end, accept };
+  enum class Kind : std::uint8_t {
+    bytes,   ///< goes on with a byte of a set
+    pass,    ///< goes on without one
+    fork,    ///< goes on in two ways
+    begin,   ///< goes on at the beginning of the text only
+    end,     ///< goes on at its end only
+    accept,  ///< an expression was found
+  };
   struct Node {
     Kind kind = Kind::pass;
     std::uint32_t next = 0;

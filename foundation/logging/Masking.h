@@ -6,9 +6,11 @@
 
 namespace tks::masking {
 
-/// What masking may cut: single bytes, or only whole UTF-8 characters. With whole characters the bytes that a cut would
-/// leave over are masked too.
-enum class Unit { bytes, characters };
+/// What masking may cut.
+enum class Unit {
+  bytes,       ///< any byte
+  characters,  ///< whole UTF-8 characters: the bytes that a cut would leave over are masked too
+};
 
 /// Puts "*" in the place of the bytes [start, end), but for the first three of a range longer than that. `end` may be
 /// std::string::npos or beyond the text; a range that ends before it starts is no range.

@@ -14,7 +14,7 @@ std::vector<std::string_view> pathComponents(std::string_view path, std::string_
 
 /// Where a link leads that is followed over all other links on its way.
 enum class LinkEnd {
-  inside,
+  inside,   ///< where it may, or nowhere
   outside,  ///< above the folder that it may not leave, or from the volume's top
   endless,  ///< over more links than any system follows
 };

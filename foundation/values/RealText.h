@@ -8,7 +8,10 @@ namespace tks {
 /// Room for the text of any real.
 inline constexpr std::size_t kRealTextCapacity = 32;
 
-enum class RealNotation { fixed, scientific };
+enum class RealNotation {
+  fixed,       ///< "0.1", "1500000"
+  scientific,  ///< "1e-01", "1.5e+06"
+};
 
 /// Writes a real with the fewest digits that read back the same, in the form of std::to_chars: "0.1", "1e+300". `out`
 /// has room for 32 characters; fixed notation is for magnitudes below 1e16 and from 1e-4. Returns the end of the text.

@@ -32,7 +32,11 @@ concept Number = std::integral<T> || std::is_enum_v<T>;
 class Argument {
  public:
   /// What the argument is.
-  enum class Kind : std::uint8_t { text, object, number };
+  enum class Kind : std::uint8_t {
+    text,    ///< for %@ and %s
+    object,  ///< a value, an error, a URL: for %@, by its description
+    number,  ///< for %i, %d, %u and %lu
+  };
 
   /// Refers to a value; see the concepts above for what it may be.
   template <class T>

@@ -55,7 +55,18 @@ struct TKSNull {
 class TKS_EXPORT TKSValue {
  public:
   /// What a value can be.
-  enum class Kind : std::uint8_t { nothing, null, boolean, integer, real, text, data, date, array, dictionary };
+  enum class Kind : std::uint8_t {
+    nothing,  ///< absent
+    null,     ///< JSON's null
+    boolean,
+    integer,  ///< whole numbers from -2^63 to 2^64-1
+    real,     ///< all other numbers
+    text,     ///< UTF-8
+    data,     ///< bytes
+    date,     ///< a moment
+    array,
+    dictionary,
+  };
 
   /// Nothing: an absent value.
   constexpr TKSValue() noexcept = default;

@@ -8,7 +8,12 @@ namespace tks::gnulinux {
 
 /// The libraries that are opened when the first thing needs them, so that a host which never asks for that does not
 /// load them: libcurl alone brings 28 shared objects into a process. docs/architecture.md says what each is for.
-enum class LateLibrary { archive, curl, icuCommon, icuI18n };
+enum class LateLibrary {
+  archive,    ///< libarchive: looks into archives
+  curl,       ///< libcurl: downloads
+  icuCommon,  ///< ICU's characters and texts
+  icuI18n,    ///< ICU's patterns and numbers
+};
 
 /// The file name by which a library is opened, with the number of its binary interface: "libcurl.so.4".
 const char* fileNameOf(LateLibrary library) noexcept;

@@ -23,9 +23,12 @@ posix::FileDescriptor openProcess(pid_t process);
 /// Collects a child that has ended: its end, or nothing while it runs. `descriptor` may be empty.
 std::optional<platform::ChildEnd> collectChild(pid_t process, const posix::FileDescriptor& descriptor);
 
-/// Whether a child has ended, without collecting it: `collectable` when its status still waits, `collected` when
-/// somebody else took it.
-enum class ChildState { running, collectable, collected };
+enum class ChildState {
+  running,
+  collectable,  ///< it has ended, and its status waits
+  collected,    ///< it has ended, and somebody else took its status
+};
+/// Whether a child has ended, without collecting it.
 ChildState childState(pid_t process, const posix::FileDescriptor& descriptor);
 
 /// How a process ended that somebody else collected, where the kernel keeps that with the descriptor (Linux 6.15).

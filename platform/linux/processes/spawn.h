@@ -12,7 +12,10 @@ namespace tks::gnulinux {
 
 /// How a process is started.
 struct SpawnRequest {
-  enum class Group { inherited, ownSession };
+  enum class Group {
+    inherited,   ///< that of this process
+    ownSession,  ///< a new session with a group of its own: no terminal, and ended as a whole
+  };
   /// In place of a descriptor: /dev/null.
   static constexpr int kNull = -1;
 
