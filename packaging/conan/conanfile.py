@@ -32,7 +32,7 @@ class TksinterfaceConan(ConanFile):
 
     def export_sources(self):
         for pattern in ("CMakeLists.txt", "LICENSE", "c/*", "cmake/*", "codesign/*", "examples/*", "formats/*", "foundation/*", "include/*",
-                        "install/*", "interface/*", "messaging/*", "platform/*", "tools/*"):
+                        "install/*", "interface/*", "messaging/*", "objc/*", "platform/*", "tools/*"):
             copy(self, pattern, str(self._tree), self.export_sources_folder)
 
     def validate(self):
