@@ -15,6 +15,7 @@
 
 #include "platform/platform.h"
 #include "tests/support/FakeHome.h"
+#include "tests/support/FakePreferences.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/LogRecorder.h"
@@ -25,27 +26,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
+using tks::test::FakePreferences;
 using tks::test::LogLine;
 using tks::test::LogRecorder;
 
-/// A user who set one preference, or none.
-class OnePreference final : public tks::platform::Preferences {
- public:
-  OnePreference(std::string key, TKSValue value) : key_(std::move(key)), value_(std::move(value)) {}
-  TKSDictionary dictionaryRepresentation() override { return {{key_, value_}}; }
-  TKSValue value(std::string_view key) override { return key == key_ ? value_ : TKSValue(); }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
-
- private:
-  std::string key_;
-  TKSValue value_;
-  tks::platform::Replaced<tks::platform::Preferences> replaced_{*this};
-};
-
 TEST(SystemLanguage, IsTheUsersLocaleAsItStands) {
   const LogRecorder log;
-  const OnePreference locale("AppleLocale", "de_DE@currency=EUR");
+  const FakePreferences locale({{"AppleLocale", "de_DE@currency=EUR"}});
   EXPECT_EQ(TKSUtilBase::getSystemLanguage(), "de_DE@currency=EUR");
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "System default language: de_DE@currency=EUR"}));
 }
@@ -53,7 +40,7 @@ TEST(SystemLanguage, IsTheUsersLocaleAsItStands) {
 TEST(SystemLanguage, WithoutALocaleIsAmericanEnglish) {
   for (const TKSValue& value : {TKSValue(), TKSValue(""), TKSValue(7), TKSValue(TKSArray{"de_DE"})}) {
     const LogRecorder log;
-    const OnePreference locale("AppleLocale", value);
+    const FakePreferences locale({{"AppleLocale", value}});
     EXPECT_EQ(TKSUtilBase::getSystemLanguage(), "en_US") << value.description();
     EXPECT_THAT(log.lines(), ElementsAre(LogLine{4, "Fail to get system locale language, set it to en_US"}));
   }
@@ -119,11 +106,11 @@ TEST_F(LabDevice, IsNoneWhenThePreferenceHasAnotherType) {
 
 TEST(FormattedSize, HasTheGroupingOfTheUsersLocale) {
   {
-    const OnePreference locale("AppleLocale", "en_US");
+    const FakePreferences locale({{"AppleLocale", "en_US"}});
     EXPECT_EQ(TKSUtilBase::formatedSize(1234567), std::optional<std::string>("1,234,567"));
     EXPECT_EQ(TKSUtilBase::formatedSize(0), std::optional<std::string>("0"));
   }
-  const OnePreference locale("AppleLocale", "de_DE");
+  const FakePreferences locale({{"AppleLocale", "de_DE"}});
   EXPECT_EQ(TKSUtilBase::formatedSize(1234567), std::optional<std::string>("1.234.567"));
 }
 
@@ -152,7 +139,7 @@ class Volume final : public tks::test::ForwardingFiles {
 class DiskSpace : public ::testing::Test {
  protected:
   tks::test::FakeHome home_;
-  OnePreference locale_{"AppleLocale", "en_US"};
+  FakePreferences locale_{{{"AppleLocale", "en_US"}}};
   LogRecorder log_;
 };
 

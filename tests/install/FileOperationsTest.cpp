@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/platform.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/NoApplications.h"
@@ -46,24 +47,14 @@ class FakeApplications final : public tks::test::NoApplications {
   bool terminate(const TKSRunningApplication& application) override { return forceTerminate(application); }
 };
 
-/// A clock on which waiting takes no time.
-class SwiftClock final : public tks::platform::Clock {
- public:
-  std::string localTimestamp() override { return {}; }
-  double secondsSince1970() override { return now; }
-  void sleep(std::chrono::microseconds duration) override { now += static_cast<double>(duration.count()) / 1e6; }
-  double now = 0;
-};
-
 class FileOperations : public ::testing::Test {
  protected:
   std::string shown(const std::string& path) { return TKSILog::removeSensitiveInformation(path); }
 
   TemporaryFolder folder;
   FakeApplications applications;
-  SwiftClock clock;
+  tks::test::FakeClock clock;
   tks::platform::Replaced<tks::platform::RunningApplications> replaced{applications};
-  tks::platform::Replaced<tks::platform::Clock> replacedClock{clock};
   LogRecorder log;
 };
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/platform.h"
+#include "tests/support/FakePreferences.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScopedWorkingFolder.h"
 #include "tests/support/TemporaryFolder.h"
@@ -50,20 +51,6 @@ class FakeTools final : public tks::platform::SystemTools {
   }
 };
 
-class LabPreferences final : public tks::platform::Preferences {
- public:
-  TKSValue labDevice;
-  TKSDictionary dictionaryRepresentation() override {
-    TKSDictionary all;
-    all.set("AppleLocale", "en_US");
-    all.set("IsLabDevice", labDevice);
-    return all;
-  }
-  TKSValue value(std::string_view key) override { return key == "IsLabDevice" ? labDevice : TKSValue(); }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
-};
-
 class HealthCheck : public ::testing::Test {
  protected:
   HealthCheck() { std::filesystem::create_directory(app); }
@@ -75,9 +62,9 @@ class HealthCheck : public ::testing::Test {
   std::string app = folder / "A.app";
   std::string shown = TKSILog::removeSensitiveInformation(app);
   FakeTools tools;
-  LabPreferences preferences;
+  /// No process is without any preference.
+  tks::test::FakePreferences preferences{{{"AppleLocale", "en_US"}}};
   tks::platform::Replaced<tks::platform::SystemTools> replacedTools{tools};
-  tks::platform::Replaced<tks::platform::Preferences> replacedPreferences{preferences};
   LogRecorder log;
 };
 
@@ -97,7 +84,7 @@ TEST_F(HealthCheck, AMissingBundleIsBrokenWithoutAsking) {
 }
 
 TEST_F(HealthCheck, InTestModeEverythingIsHealthyAndNothingIsRecorded) {
-  preferences.labDevice = true;
+  preferences.values.set("IsLabDevice", true);
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_THAT(tools.requests, IsEmpty());
   EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));

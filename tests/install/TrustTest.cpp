@@ -10,6 +10,7 @@
 #include "install/MakerRules.h"
 #include "platform/platform.h"
 #include "tests/install/FakeSignatures.h"
+#include "tests/support/FakePreferences.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScopedWorkingFolder.h"
 #include "tests/support/TemporaryFolder.h"
@@ -27,21 +28,6 @@ const std::string kLeaf = "Developer ID Application: Tarvo (" TKS_TEAM_ID ")";
 const std::string kIntermediate = "Developer ID Certification Authority";
 const std::string kRoot = "Apple Root CA";
 constexpr const char* kBundle = "/Applications/Tarvo Kovra Start.app";
-
-/// Preferences in which "IsLabDevice" has a value.
-class LabPreferences final : public tks::platform::Preferences {
- public:
-  TKSValue labDevice;
-  TKSDictionary dictionaryRepresentation() override {
-    TKSDictionary all;
-    all.set("AppleLocale", "en_US");  // no process is without any preference
-    all.set("IsLabDevice", labDevice);
-    return all;
-  }
-  TKSValue value(std::string_view key) override { return key == "IsLabDevice" ? labDevice : TKSValue(); }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
-};
 
 class Trust : public ::testing::Test {
  protected:
@@ -68,9 +54,9 @@ class Trust : public ::testing::Test {
   }
 
   FakeSignatures signatures;
-  LabPreferences preferences;
+  /// No process is without any preference.
+  tks::test::FakePreferences preferences{{{"AppleLocale", "en_US"}}};
   tks::platform::Replaced<tks::platform::Signatures> replaced{signatures};
-  tks::platform::Replaced<tks::platform::Preferences> replacedPreferences{preferences};
   LogRecorder log;
 };
 
@@ -303,26 +289,26 @@ TEST_F(Trust, TestModeAlwaysSaysThatItWasAskedFor) {
 }
 
 TEST_F(Trust, ALabDeviceIsInTestMode) {
-  preferences.labDevice = true;
+  preferences.values.set("IsLabDevice", true);
   EXPECT_EQ(tks::isTestMode(true), true);
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{4, "Is Lab Device."}));
 }
 
 TEST_F(Trust, ALibraryBuiltWithoutTestModeLogsTheSameAndHasNone) {
-  preferences.labDevice = true;
+  preferences.values.set("IsLabDevice", true);
   EXPECT_EQ(tks::isTestMode(false), false);
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{4, "Is Lab Device."}));
 }
 
 TEST_F(Trust, ALabDevicePreferenceThatIsNoNumberDoesNotCount) {
-  preferences.labDevice = "1";
+  preferences.values.set("IsLabDevice", "1");
   EXPECT_FALSE(TKSUtilBase::isTestModeTKS());
   EXPECT_THAT(log.lines(),
               ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{4, "Type incorrect (1) for key: IsLabDevice"}));
 }
 
 TEST_F(Trust, TestModeLaunchesUnsignedBundlesAndStillChecksWhatIsInstalled) {
-  preferences.labDevice = 1;
+  preferences.values.set("IsLabDevice", 1);
   signatures.validity = -67062;
   signatures.information = {};
   EXPECT_EQ(TKSUtilBase::checkTrustForLaunch(kBundle, nullptr), TKS_ALLOW_TEST_MODE != 0);

@@ -2,21 +2,21 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include <tksinterface/tksinterface.h>
 
 #include "platform/platform.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/FakeHome.h"
+#include "tests/support/FakePreferences.h"
 #include "tests/support/Frames.h"
 #include "tests/support/HostLoop.h"
 #include "tests/support/MemoryChannels.h"
@@ -24,39 +24,6 @@
 #include "tests/support/TemporaryFolder.h"
 
 namespace tks::test {
-
-/// Sleeps by counting, and tells a fixed time.
-class CountingClock final : public platform::Clock {
- public:
-  std::string localTimestamp() override { return "0315142233045"; }
-  double secondsSince1970() override { return replaced_.before().secondsSince1970(); }
-  void sleep(std::chrono::microseconds duration) override {
-    {
-      const std::scoped_lock lock(mutex_);
-      sleeps_.push_back(duration);
-      if (std::this_thread::get_id() == mainThread_) ++sleepsOnMainThread_;
-    }
-    if (onSleep) onSleep();
-  }
-  /// Called on the thread that sleeps; to be set before anybody does.
-  std::function<void()> onSleep;
-
-  std::vector<std::chrono::microseconds> sleeps() const {
-    const std::scoped_lock lock(mutex_);
-    return sleeps_;
-  }
-  int sleepsOnMainThread() const {
-    const std::scoped_lock lock(mutex_);
-    return sleepsOnMainThread_;
-  }
-
- private:
-  const std::thread::id mainThread_ = std::this_thread::get_id();
-  mutable std::mutex mutex_;
-  std::vector<std::chrono::microseconds> sleeps_;
-  int sleepsOnMainThread_ = 0;
-  platform::Replaced<platform::Clock> replaced_{*this};
-};
 
 /// A host's own bundle.
 class PlayedBundles final : public platform::Bundles {
@@ -191,30 +158,15 @@ class PlayedTools final : public platform::SystemTools {
   platform::Replaced<platform::SystemTools> replaced_{*this};
 };
 
-/// Preferences that hold what the test says, first of all that this is a lab device.
-class PlayedPreferences final : public platform::Preferences {
- public:
-  TKSDictionary values = {{"IsLabDevice", true}};
-  TKSDictionary dictionaryRepresentation() override { return values; }
-  TKSValue value(std::string_view key) override { return values[key]; }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view key, const TKSValue& value, TKSError*) override {
-    values.set(key, value);
-    return true;
-  }
-
- private:
-  platform::Replaced<platform::Preferences> replaced_{*this};
-};
-
 /// A world for a facade in which the test itself is the launcher: what is sent to it is heard here, and what it says
 /// arrives over the pipe. Nothing is started, and nobody sleeps.
 class FakeWorld {
  public:
   FakeHome home;
-  CountingClock clock;
+  FakeClock clock;
   PlayedBundles bundles;
-  PlayedPreferences preferences;
+  /// First of all, this is a lab device.
+  FakePreferences preferences{{{"IsLabDevice", true}}};
   PlayedProcesses processes;
   PlayedTools tools;
   MemoryChannels channels;

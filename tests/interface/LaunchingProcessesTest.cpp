@@ -86,7 +86,7 @@ class LaunchingProcesses : public ::testing::Test {
   }
 
   FakeHome home;
-  PlayedPreferences preferences;
+  FakePreferences preferences{{{"IsLabDevice", true}}};
   LogRecorder log;
   TKSError error;
 };
@@ -175,7 +175,7 @@ TEST_F(LaunchingProcesses, AHostThatPrintsAfterAMeetingIsHeardAndNotKilled) {
 
 TEST_F(LaunchingProcesses, AHostThatPrintsAfterAFailedLaunchIsNotKilled) {
   TKS_IN_FRESH_PROCESS();
-  CountingClock clock;
+  FakeClock clock;
   const FakeLauncher launcher({"--exit", "3"});
   TKSInterface tks;
   tks.setTKSAppPath(launcher.bundle());
@@ -265,7 +265,7 @@ TEST_F(LaunchingProcesses, TheWorkspaceStartsABundle) {
 }
 
 TEST_F(LaunchingProcesses, TheWorkspaceNamesWhatItCannotStart) {
-  CountingClock clock;
+  FakeClock clock;
   const FakeLauncher launcher;
   replace(launcher, "just text\n");
   EXPECT_FALSE(TKSUtilBase::launchApp(launcher.bundle(), {}, &error));

@@ -96,8 +96,8 @@ class LaunchingTest : public ::testing::Test {
   const std::string bundle = folder / "Launcher.app";
   const std::string executable = bundle + "/Contents/MacOS/Launcher";
   FakeHome home;
-  PlayedPreferences preferences;
-  CountingClock clock;
+  FakePreferences preferences{{{"IsLabDevice", true}}};
+  FakeClock clock;
   LogRecorder log;
   TKSError error;
 };

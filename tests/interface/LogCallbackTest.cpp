@@ -19,27 +19,6 @@ namespace {
 
 using tks::test::FakeWorld;
 
-/// Preferences for several threads at once.
-class SharedPreferences final : public tks::platform::Preferences {
- public:
-  TKSDictionary dictionaryRepresentation() override {
-    const std::scoped_lock lock(mutex_);
-    return values_;
-  }
-  TKSValue value(std::string_view key) override { return dictionaryRepresentation()[key]; }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view key, const TKSValue& value, TKSError*) override {
-    const std::scoped_lock lock(mutex_);
-    values_.set(key, value);
-    return true;
-  }
-
- private:
-  std::mutex mutex_;
-  TKSDictionary values_ = {{"IsLabDevice", true}};
-  tks::platform::Replaced<tks::platform::Preferences> replaced_{*this};
-};
-
 struct Operation {
   const char* name;
   std::function<void()> call;
@@ -196,7 +175,6 @@ class LogCallback : public ::testing::Test {
   }
 
   FakeWorld world_;
-  SharedPreferences preferences_;
   tks::test::CountedBackgroundWork background_;
   TKSInterface tks_;
   TKSMessageHost host_;

@@ -12,6 +12,7 @@
 #include <tksinterface/TKSIMessageHandler.h>
 
 #include "platform/platform.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/FakeHostProcess.h"
 #include "tests/support/Frames.h"
 #include "tests/support/HostLoop.h"
@@ -19,19 +20,6 @@
 #include "tests/support/MemoryChannels.h"
 
 namespace tks::test {
-
-/// A clock that does not sleep, but notes how long.
-class NoSleep final : public platform::Clock {
- public:
-  std::vector<std::chrono::microseconds> slept;
-
-  std::string localTimestamp() override { return replaced_.before().localTimestamp(); }
-  double secondsSince1970() override { return replaced_.before().secondsSince1970(); }
-  void sleep(std::chrono::microseconds duration) override { slept.push_back(duration); }
-
- private:
-  platform::Replaced<platform::Clock> replaced_{*this};
-};
 
 /// A handler, the launcher that it talks to, and the host around it, in one process. What happens is noted in order:
 ///   sends TYPE            a message to the launcher
@@ -105,7 +93,7 @@ class Conversation {
 
   FakeHostProcess process;
   MemoryChannels channels;
-  NoSleep clock;
+  FakeClock clock;
   LogRecorder log;
   TKSIAppStatus status = TKSI_APP_STATUS_UNCONNECTED;
   /// What the host does besides, when a callback is called: by "hello", "helloError" and so on. Once.

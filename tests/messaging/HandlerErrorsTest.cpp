@@ -74,7 +74,7 @@ TEST_F(HandlerTest, FailureBeforeAConnectionGreetsAgainSixTimesAndThenReportsOnc
                             LogLine{4, "Got message host fatal error when TKS not even connected."},
                             LogLine{2, "Retry connect for " + std::to_string(i) + " time(s) after 100 milliseconds."}));
   }
-  EXPECT_EQ(talk_.clock.slept, std::vector<std::chrono::microseconds>(6, 100ms));
+  EXPECT_EQ(talk_.clock.sleeps(), std::vector<std::chrono::microseconds>(6, 100ms));
   talk_.log.clear();
   handler().handleMessageHostFatalError("broken");
   EXPECT_THAT(talk_.events(), ElementsAre("notifies 1", "calls helloError TKSIDefaultDomain 0 broken"));
@@ -138,7 +138,7 @@ TEST_F(HandlerTest, FailureWhenConnectedIsReportedAtOnceAndTheLineNamesTheConsta
   EXPECT_TRUE(talk_.log.has(2, "TKS connect status: 4"));
   EXPECT_TRUE(talk_.log.has(4, "TKS app status not TKSI_APP_STATUS_UNCONNECTED: 1, no need to retry connect."));
   EXPECT_FALSE(handler().messageHost->isOpened);
-  EXPECT_THAT(talk_.clock.slept, IsEmpty());
+  EXPECT_THAT(talk_.clock.sleeps(), IsEmpty());
 }
 
 TEST_F(HandlerTest, FailureWithoutAQueryCallbackIsReportedAtOnce) {

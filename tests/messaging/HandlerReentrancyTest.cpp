@@ -230,7 +230,7 @@ TEST_F(HandlerTest, FailureInEveryStatusButTheFirstGreetsNobodyAgain) {
     talk.status = status;
     talk.handler->handleMessageHostFatalError("broken");
     EXPECT_THAT(talk.events(), ElementsAre("notifies 1", "calls helloError TKSIDefaultDomain 0 broken"));
-    EXPECT_THAT(talk.clock.slept, IsEmpty());
+    EXPECT_THAT(talk.clock.sleeps(), IsEmpty());
     EXPECT_TRUE(talk.log.has(4, "TKS app status not TKSI_APP_STATUS_UNCONNECTED: 1, no need to retry connect."));
   }
 }

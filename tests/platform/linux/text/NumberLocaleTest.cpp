@@ -5,27 +5,14 @@
 
 #include "platform/platform.h"
 #include "platform/text.h"
+#include "tests/support/FakePreferences.h"
 
 // Where the locale of numbers comes from on this system: from the preferences, asked each time.
 
 namespace {
 
-/// A user who chose a locale, or none.
-class ChosenLocale final : public tks::platform::Preferences {
- public:
-  explicit ChosenLocale(TKSValue locale) : locale_(std::move(locale)) {}
-  TKSDictionary dictionaryRepresentation() override { return {{"AppleLocale", locale_}}; }
-  TKSValue value(std::string_view key) override { return key == "AppleLocale" ? locale_ : TKSValue(); }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
-
- private:
-  TKSValue locale_;
-};
-
 std::string decimalIn(const TKSValue& locale, const TKSValue& number) {
-  ChosenLocale preferences(locale);
-  const tks::platform::Replaced<tks::platform::Preferences> replaced(preferences);
+  const tks::test::FakePreferences preferences({{"AppleLocale", locale}});
   return tks::platform::text().decimal(number);
 }
 

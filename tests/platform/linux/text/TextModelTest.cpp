@@ -15,6 +15,7 @@
 
 #include "platform/platform.h"
 #include "platform/text.h"
+#include "tests/support/FakePreferences.h"
 
 // Operations on texts give what ICU's classes for C++ give, for random texts, patterns and numbers: the model is what
 // each operation means there.
@@ -162,19 +163,6 @@ TEST_F(TextModel, Patterns) {
   }
 }
 
-/// A user who chose a locale.
-class ChosenLocale final : public tks::platform::Preferences {
- public:
-  explicit ChosenLocale(std::string locale) : locale_(std::move(locale)) {}
-  TKSDictionary dictionaryRepresentation() override { return {{"AppleLocale", locale_}}; }
-  TKSValue value(std::string_view key) override { return key == "AppleLocale" ? TKSValue(locale_) : TKSValue(); }
-  TKSValue argument(std::string_view) override { return {}; }
-  bool set(std::string_view, const TKSValue&, TKSError*) override { return false; }
-
- private:
-  std::string locale_;
-};
-
 std::string modelOfDecimal(const std::string& locale, const TKSValue& number) {
   UErrorCode status = U_ZERO_ERROR;
   const auto formatter = icu::number::NumberFormatter::withLocale(icu::Locale::createFromName(locale.c_str()))
@@ -208,8 +196,7 @@ TEST_F(TextModel, Numbers) {
   }
   for (const char* locale :
        {"en_US", "de_DE", "de_CH", "hi_IN", "ar_EG", "fa", "fr_FR@numbers=arab", "no such locale", "C"}) {
-    ChosenLocale preferences(locale);
-    const tks::platform::Replaced<tks::platform::Preferences> replaced(preferences);
+    const tks::test::FakePreferences preferences({{"AppleLocale", locale}});
     for (const TKSValue& number : numbers) {
       ASSERT_EQ(text().decimal(number), modelOfDecimal(locale, number)) << locale << " " << number.description();
     }
