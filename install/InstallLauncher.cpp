@@ -14,6 +14,7 @@
 #include "install/LauncherIdentity.h"
 #include "install/PackageVersions.h"
 #include "install/PlaceLock.h"
+#include "install/Progress.h"
 #include "install/ReplaceBundle.h"
 #include "install/UnpackFolder.h"
 #include "platform/platform.h"
@@ -81,6 +82,7 @@ class Installation {
   /// The mark is taken before the check: whatever is done to the package later shows. But for what somebody else does
   /// who had a file of it open before, so it does not count where somebody could.
   bool checkPackage() {
+    tks::install::tellProgress(TKSInstallStep::checking);
     TKSError error;
     if (unpackFolder_.isClosedToOthers()) provenMark_ = files().changeMark(unpackFolder_.launcherPath(), nullptr);
     return TKSUtilBase::isSafeToInstall(unpackFolder_.launcherPath(), version_, &error) || refusePackage(error);
@@ -93,6 +95,7 @@ class Installation {
   }
 
   bool endOldLauncher() const {
+    tks::install::tellProgress(TKSInstallStep::ending);
     if (!files().exists(targetPath_)) return true;
     if (!tks::install::mayBeReplaced(targetPath_)) return refuseToReplace();
     if (TKSUtilBase::endLaunchModules() && files().isWritable(targetPath_)) return true;
@@ -129,6 +132,7 @@ class Installation {
   }
 
   bool replace() const {
+    tks::install::tellProgress(TKSInstallStep::replacing);
     TKSError error;
     tks::install::BundleReplacement replacement(targetPath_);
     const bool staged = replacement.stage(unpackFolder_.launcherPath(), &error);
@@ -195,6 +199,7 @@ bool TKSUtilBase::installTKSVersion(std::string_view version, std::string_view b
     if (!placeLock) placeLock = tks::install::lockPlace(targetPath, patience, &error);
     // What another host is replacing is that host's to look at.
     if (!placeLock && error.reason == TKSErrorReason::busy) return installed;
+    if (installed) tks::install::tellProgress(TKSInstallStep::assessing);
     // Whatever came before: a launcher that was damaged earlier goes as well.
     if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
     removeBrokenLauncher(targetPath);

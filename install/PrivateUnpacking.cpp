@@ -58,6 +58,10 @@ void PrivateUnpacking::removeLeftOvers(const std::string& place) {
   }
 }
 
+void PrivateUnpacking::tell(TKSInstallStep step, std::uint64_t bytesDone, std::uint64_t bytesTotal) const {
+  if (onStep) onStep(step, bytesDone, bytesTotal);
+}
+
 bool PrivateUnpacking::makeFolders(TKSError& error) {
   const std::optional<std::string> made = files().makePrivateDirectory(joinedPath(place_, kPrefix), &error);
   if (!made) return false;
@@ -74,15 +78,20 @@ std::optional<TKSError> PrivateUnpacking::unpack(const std::string& archive, Arc
                                                  const ArchiveRules& rules) {
   TKSError error;
   const auto copyPath = [this] { return joinedPath(private_, "archive"); };
+  const std::uint64_t packed = files().size(archive, nullptr).value_or(0);
+  tell(TKSInstallStep::examining, 0, packed);
   if (!makeFolders(error) || !files().copyContent(archive, copyPath(), &error)) return error;
   const ArchiveContent content = lookInto(copyPath(), format, unpacked_, rules);
   if (content.objection) return objectionError(*content.objection);
+  tell(TKSInstallStep::examining, packed, packed);
+  tell(TKSInstallStep::unpacking, 0, content.size);
   const UnpackRequest request{.archive = copyPath(),
                               .folder = unpacked_,
                               .shownArchive = archive,
                               .shownFolder = place_,
                               .mostBytes = writeLimit(format, content, rules)};
   format == ArchiveFormat::zip ? unzip(request) : untar(request);
+  tell(TKSInstallStep::unpacking, content.size, content.size);
   // An archive can have rights for the folder that it is unpacked to.
   if (!files().setPermissions(unpacked_, kOwnersRights, &error)) return error;
   const std::optional<std::string> objection = objectionToTree(unpacked_, content, rules, allowed_);

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
 
 #include <tksinterface/TKSError.h>
+#include <tksinterface/TKSInstallProgress.h>
 
 #include "install/ArchiveCheck.h"
 #include "platform/archives.h"
@@ -24,6 +26,9 @@ class PrivateUnpacking {
   PrivateUnpacking(const PrivateUnpacking&) = delete;
   PrivateUnpacking& operator=(const PrivateUnpacking&) = delete;
 
+  /// Told of the two steps that unpacking has, examining and unpacking, with bytes. May be empty.
+  std::function<void(TKSInstallStep step, std::uint64_t bytesDone, std::uint64_t bytesTotal)> onStep;
+
   /// Copies the archive, looks into it, unpacks it and looks at what came out. False, with a level-8 line and `error`,
   /// when there is an objection or a step fails; what the tool itself says is not asked. Once for each object.
   bool run(const std::string& archive, platform::ArchiveFormat format, const ArchiveRules& rules, TKSError* error);
@@ -37,6 +42,7 @@ class PrivateUnpacking {
 
  private:
   std::optional<TKSError> unpack(const std::string& archive, platform::ArchiveFormat format, const ArchiveRules& rules);
+  void tell(TKSInstallStep step, std::uint64_t bytesDone, std::uint64_t bytesTotal) const;
   bool makeFolders(TKSError& error);
 
   std::string place_;

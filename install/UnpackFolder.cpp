@@ -7,6 +7,7 @@
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
 #include "install/PrivateUnpacking.h"
+#include "install/Progress.h"
 #include "install/RemoveWhole.h"
 #include "platform/platform.h"
 
@@ -56,6 +57,7 @@ bool UnpackFolder::makeRoom() const {
 
 bool UnpackFolder::unpack(const std::string& zipPath, TKSError* error) const {
   PrivateUnpacking unpacking(path_);
+  unpacking.onStep = tellProgress;
   const bool moved =
       unpacking.run(zipPath, platform::ArchiveFormat::zip, {}, error) && unpacking.take(TKSAppName, launcher_, error);
   const bool unpacked = moved && files().exists(launcher_);

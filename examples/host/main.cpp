@@ -15,10 +15,13 @@
 #include <tksinterface/tksinterface.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <iterator>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -36,17 +39,37 @@ struct Options {
   bool verbose = false;
 };
 
-Options read(const std::vector<std::string>& words) {
+struct TextOption {
+  std::string_view name;
+  std::string Options::*value;
+};
+constexpr TextOption kTexts[] = {{"--backup", &Options::backup},
+                                 {"--version", &Options::version},
+                                 {"--launcher", &Options::launcher},
+                                 {"--site", &Options::site}};
+
+struct FlagOption {
+  std::string_view name;
+  bool Options::*flag;
+};
+constexpr FlagOption kFlags[] = {
+    {"--hold", &Options::hold}, {"--files", &Options::files}, {"--verbose", &Options::verbose}};
+
+/// The options; nothing, with the reason told, when one is unknown or has no value.
+std::optional<Options> read(const std::vector<std::string>& words) {
   Options options;
   for (std::size_t i = 0; i < words.size(); ++i) {
-    const auto value = [&] { return i + 1 < words.size() ? words[++i] : std::string(); };
-    if (words[i] == "--backup") options.backup = value();
-    if (words[i] == "--version") options.version = value();
-    if (words[i] == "--launcher") options.launcher = value();
-    if (words[i] == "--site") options.site = value();
-    options.hold |= words[i] == "--hold";
-    options.files |= words[i] == "--files";
-    options.verbose |= words[i] == "--verbose";
+    const auto flag = std::ranges::find(kFlags, words[i], &FlagOption::name);
+    if (flag != std::end(kFlags)) {
+      options.*(flag->flag) = true;
+      continue;
+    }
+    const auto text = std::ranges::find(kTexts, words[i], &TextOption::name);
+    if (text == std::end(kTexts) || i + 1 == words.size()) {
+      std::cerr << "host: " << words[i] << (text == std::end(kTexts) ? " is no option\n" : " needs a value\n");
+      return std::nullopt;
+    }
+    options.*(text->value) = words[++i];
   }
   return options;
 }
@@ -131,7 +154,9 @@ int holdLauncher(TKSInterface& tks) {
 
 int main(int count, char** arguments) {
   std::vector<std::string> words(arguments + 1, arguments + count);
-  const Options options = read(words);
+  const std::optional<Options> given = read(words);
+  if (!given) return 2;
+  const Options& options = *given;
   if (options.files) {
     std::erase(words, "--files");
     const auto here = std::filesystem::canonical(arguments[0]).parent_path();

@@ -11,6 +11,7 @@
 #include <tksinterface/TKSIAppManager.h>
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSIMessageHandler.h>
+#include <tksinterface/TKSInstallProgress.h>
 #include <tksinterface/TKSInterface.h>
 #include <tksinterface/TKSLaunchVocabulary.h>
 #include <tksinterface/TKSMainLoop.h>

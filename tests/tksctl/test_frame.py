@@ -1,8 +1,11 @@
 """What all commands have in common: exit codes, streams, one JSON document, colours, help, man page, completions."""
 import json
+import pathlib
 import re
 import shutil
+import signal
 import subprocess
+import time
 import unittest
 
 import jsonschema
@@ -42,6 +45,12 @@ class ExitCodes(ToolTest):
         page = plain(tool("manual").out)
         for code, meaning in CODES.items():
             self.assertIn(f".B {code}\n{meaning}\n", page)
+
+
+    def test_stand_in_the_guide(self):
+        page = (SOURCE / "docs/tksctl.md").read_text()
+        for code, meaning in CODES.items():
+            self.assertIn(f"| {code} | {meaning} |\n", page)
 
 
 class WrongCalls(ToolTest):
@@ -128,6 +137,26 @@ class Completions(ToolTest):
         script = tool("completion", "fish").out + "\ncomplete -C'tksctl vers'\n"
         shown = run(["fish", "--no-config"], stdin=script, env=clean_environment(HOME=str(home)))
         self.assertIn("version\t", shown.out, shown)
+
+
+class Interrupted(ToolTest):
+    def interrupt(self, number, *words):
+        child = subprocess.Popen([TOOL, *words], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        self.addCleanup(child.kill)
+        facts = pathlib.Path(f"/proc/{child.pid}/status")
+        while not int(re.search(r"SigCgt:\s+(\w+)", facts.read_text()).group(1), 16) >> (number - 1) & 1:
+            time.sleep(0.005)
+        child.send_signal(number)
+        out, err = child.communicate(timeout=30)
+        return Result(child.returncode, out.decode(), err.decode())
+
+    def test_commands_end_with_130(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            self.expect(self.interrupt(number, "mask"), INTERRUPTED, "", "")
+
+    def test_commands_print_their_document_all_the_same(self):
+        document = self.expect(self.interrupt(signal.SIGINT, "mask", "--json"), INTERRUPTED, err="").json()
+        self.assertEqual((document["command"], document["exitCode"], document["error"]["reason"]), ("mask", 130, "cancelled"))
 
 
 class Schema(ToolTest):

@@ -15,9 +15,13 @@ const Application& tksctl() {
           "Data goes to standard output, everything else to standard error. With --json standard output gets one JSON "
           "document and nothing else, also when the command fails; docs/tksctl.schema.json describes it. Bars and "
           "colours are for terminals only; NO_COLOR, TERM=dumb and --color are heeded. No command ever changes what "
-          "the "
-          "system trusts.",
+          "the system trusts.",
       .commands = {
+          doctorCommand(),
+          statusCommand(),
+          launchCommand(),
+          talkCommand(),
+          installCommand(),
           verifyCommand(),
           signCommand(),
           assessCommand(),

@@ -1,0 +1,111 @@
+"""launch and talk: real conversations with a launcher that misbehaves on request."""
+import json
+import os
+import re
+import signal
+import subprocess
+import time
+import unittest
+
+from support import *
+
+
+class LaunchTest(ToolTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.keeper = tempfile.TemporaryDirectory(prefix="tks-ctl-")
+        cls.made = Maker.launcher(cls.keeper.name)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.keeper.cleanup()
+
+    def setUp(self):
+        self.here = self.world()
+        shutil.copytree(self.made, self.here.launcher)
+
+    def plain(self, text):
+        """The conversation without times and numbers of processes."""
+        return re.sub(r"^ *\d+\.\d{3} s  ", "", text, flags=re.M)
+
+
+class Launch(LaunchTest):
+    WORDS = ("launch", "--site", "https://meet.example", "--param", "meetingkey=123456789", "--param", "a=b=c")
+
+    def test_shows_the_conversation(self):
+        shown = self.expect(self.here.tool(*self.WORDS), OK, err="the meeting was launched\n")
+        lines = self.plain(shown.out).splitlines()
+        types = [re.match(r'(host|launcher) +> .*"message_type":"(\w+)"', line) for line in lines]
+        self.assertEqual([found.groups() for found in types if found],
+                         [("host", "hello"), ("launcher", "hello_ack"), ("host", "launch_meeting"),
+                          ("launcher", "launch_meeting_ack"), ("host", "disconnect"), ("launcher", "disconnect_ack")])
+        self.assertIn('"a":"b=c"', shown.out)
+        self.assertTrue(any("launcher started: " in line for line in lines), shown)
+
+    def test_talks_over_files_as_well(self):
+        result = self.expect(self.here.tool(*self.WORDS, "--files", "--json"), OK).json()["result"]
+        self.assertTrue(result["launched"])
+        self.assertTrue(all(event["byFile"] for event in result["events"] if event["kind"] in ("sent", "received")))
+
+    def test_reads_parameters_from_a_file(self):
+        file = self.here / "meeting.json"
+        file.write_text('{"meetingkey": "987654321", "deep": {"x": [1, 2]}}')
+        shown = self.expect(self.here.tool("launch", "--param-file", file, "--param", "b=1"), OK)
+        self.assertIn('"deep":{"x":[1,2]}', shown.out)
+
+    def test_masks_personal_data(self):
+        shown = self.expect(self.here.tool("launch", "--param", "attendee=bob@mail.example"), OK)
+        self.assertNotIn("bob@", shown.out)
+
+    def test_failures_have_their_codes(self):
+        for switches, code, named in (("--error-code 2006", FAILED, "was not launched"), ("--exit 3", BROKEN_LAUNCHER, "exit code: 3"),
+                                      ("--mute", TIMED_OUT, "no answer within 1 s")):
+            with self.subTest(switches):
+                shown = self.here.tool("launch", "--timeout", "1", "--json", env={"TKS_FAKE_LAUNCHER": switches})
+                document = self.expect(shown, code).json()
+                self.assertIn(named, document["error"]["message"])
+                self.assertFalse(document["result"]["launched"])
+
+    def test_refuses_bad_input(self):
+        (self.here / "no.json").write_text("no json")
+        for words, code, named in (
+                (("--param", "novalue"), USAGE, '"novalue" is no KEY=VALUE'),
+                (("--param-file", self.here / "none"), FAILED, "cannot be read"),
+                (("--param-file", self.here / "no.json"), FAILED, "is no JSON object"),
+                (("--launcher", self.here / "none.app"), BROKEN_LAUNCHER, "there is no launcher at"),
+                (("--backup", self.here / "none.zip", "--version", "1"), FAILED, "there is no archive at"),
+                (("--backup", "x.zip"), USAGE, "--version")):
+            with self.subTest(words):
+                self.expect_bad_input(self.here.tool("launch", *words), code, named)
+
+    def test_ctrl_c_ends_the_conversation_and_the_launcher(self):
+        command = self.here.command(["bash", "-c", '"$@" & child=$!; sleep 1; kill -INT $child; wait $child; code=$?; '
+                                     'sleep 0.3; pgrep -c Tarvo; exit $code', "-", TOOL, "launch", "--json"])
+        done = run(command, env=self.here.environment(TKS_FAKE_LAUNCHER="--mute-after hello"))
+        self.assertEqual(done.code, INTERRUPTED, done)
+        lines = done.out.splitlines()
+        self.assertEqual((len(lines), lines[-1]), (2, "0"), done)
+        self.assertEqual(json.loads(lines[0])["error"]["message"], "interrupted")
+
+
+class Talk(LaunchTest):
+    def test_sends_what_is_typed_and_shows_what_comes(self):
+        typed = 'hello\n{"message_type": "launch_meeting", "message": {"a": "b"}}\nhistory\n!1\n!9\n{"wrong"\nquit\n'
+        shown = self.expect(self.here.tool("talk", stdin=typed), OK)
+        self.assertIn('host     > {"message":"","message_type":"hello"}', self.plain(shown.out))
+        self.assertIn('"message":{"a":"b"}', shown.out)
+        self.assertIn("1  hello\n", shown.err)
+        self.assertIn("tksctl: there is no line 9\n", shown.err)
+        self.assertIn("tksctl: not sent: ", shown.err)
+        self.assertIn("disconnect_ack", shown.out)
+
+    def test_ends_with_its_input(self):
+        self.expect(self.here.tool("talk", stdin=""), OK)
+
+    def test_refuses_bad_input(self):
+        self.expect_bad_input(self.here.tool("talk", "--no-input"), USAGE, "--no-input")
+        self.expect_bad_input(self.here.tool("talk", "--launcher", "/nonexistent"), BROKEN_LAUNCHER, "there is no launcher")
+
+
+if __name__ == "__main__":
+    unittest.main()

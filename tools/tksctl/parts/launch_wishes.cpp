@@ -1,0 +1,53 @@
+#include "tools/tksctl/parts/launch_wishes.h"
+
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+
+namespace tks::ctl {
+
+namespace fs = std::filesystem;
+
+void addLaunchOptions(CLI::App& app, LaunchWishes& wishes) {
+  app.add_option("--launcher", wishes.launcher, "The launcher; else the one at the standard path")->type_name("PATH");
+  auto* backup = app.add_option("--backup", wishes.backup, "An archive with a launcher, installed when it is newer");
+  auto* version = app.add_option("--version", wishes.version, "Version of the launcher in the archive");
+  backup->type_name("ZIP")->needs(version);
+  version->type_name("V")->needs(backup);
+  app.add_flag("--files", wishes.files, "Talk over files, as team-messaging hosts do");
+  app.add_option("--timeout", wishes.timeout, "How long to wait, in seconds")
+      ->type_name("SECONDS")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 3600));
+}
+
+std::optional<Exit> apply(const LaunchWishes& wishes, TKSInterface& facade, Output& out) {
+  if (!wishes.backup.empty()) {
+    if (!fs::is_regular_file(wishes.backup)) return out.fail(Exit::failed, "there is no archive at " + wishes.backup);
+    facade.setBackupTKSZipPath(fs::absolute(wishes.backup).string(), wishes.version);
+  }
+  if (wishes.launcher.empty()) return std::nullopt;
+  // With an archive a launcher may come into being there.
+  if (wishes.backup.empty() && !fs::is_directory(wishes.launcher)) {
+    return out.fail(Exit::brokenLauncher, "there is no launcher at " + wishes.launcher);
+  }
+  facade.setTKSAppPath(fs::absolute(wishes.launcher).lexically_normal().string());
+  return std::nullopt;
+}
+
+void endConversation(TKSInterface& facade, Interrupts& interrupts) {
+  constexpr std::chrono::seconds kPatience{5};
+  auto isOver = std::make_shared<bool>(false);
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  facade.stop([isOver] { *isOver = true; }, [isOver](const TKSError&) { *isOver = true; });
+  while (!*isOver && std::chrono::steady_clock::now() < end) {
+    constexpr std::chrono::milliseconds kPiece{50};
+    const auto how = interrupts.runUntil([&] { return *isOver; }, kPiece);
+    // A signal came before: the goodbye is said all the same, a short while.
+    if (how == Interrupts::End::interrupted) ::usleep(10000);
+  }
+}
+
+}  // namespace tks::ctl
