@@ -1,6 +1,7 @@
 #include <optional>
 #include <string>
 
+#include <tksinterface/TKSInstallProgress.h>
 #include <tksinterface/TKSUtilBase.h>
 
 #include "c/Boundary.h"
@@ -49,6 +50,17 @@ bool tks_install(const char* version, const char* archive, const char* target) {
     return TKSUtilBase::installTKSVersion(textOrEmpty(version), textOrEmpty(archive), path);
   };
   return guarded(__func__, work, false);
+}
+
+void tks_set_install_progress(tks_install_progress_fn progress, void* context, tks_release_fn release) {
+  guarded(__func__, [&] {
+    const SharedContext kept = keep(context, release, Context::ReleasedOn::anyThread);
+    if (progress == nullptr || kept == nullptr) return TKSInstallation::setProgressBlock(nullptr);
+    TKSInstallation::setProgressBlock([progress, kept](const TKSInstallProgress& news) {
+      progress(kept->pointer(), static_cast<std::int32_t>(news.step), news.numberOfSteps, news.bytesDone,
+               news.bytesTotal);
+    });
+  });
 }
 
 char* tks_delta_updates(const char* base_url, tks_error_fn failed, void* context) {

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include <tksinterface/TKSError.h>
 #include <tksinterface/TKSILog.h>
 
+#include "install/Progress.h"
 #include "tests/c/CHost.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/LogRecorder.h"
@@ -30,6 +32,29 @@ TEST(CNumbers, AreThoseOfTheOtherInterface) {
   EXPECT_EQ(TKS_LOG_INFO, TKSILogLevelInfo);
   EXPECT_EQ(TKS_LOG_WARNING, TKSILogLevelWarning);
   EXPECT_EQ(TKS_LOG_ERROR, TKSILogLevelError);
+}
+
+/// What a callback in C is told.
+struct InstallNews {
+  std::vector<std::uint64_t> told;
+  int released = 0;
+
+  static void note(void* context, std::int32_t step, std::int32_t steps, std::uint64_t done, std::uint64_t total) {
+    auto& told = static_cast<InstallNews*>(context)->told;
+    told.insert(told.end(), {static_cast<std::uint64_t>(step), static_cast<std::uint64_t>(steps), done, total});
+  }
+  static void release(void* context) { ++static_cast<InstallNews*>(context)->released; }
+};
+
+TEST(CInstallProgress, IsToldWithItsContextUntilAnotherOneTakesItsPlace) {
+  InstallNews news;
+  tks_set_install_progress(&InstallNews::note, &news, &InstallNews::release);
+  tks::install::tellProgress(TKSInstallStep::unpacking, 3, 7);
+  EXPECT_EQ(news.released, 0);
+  tks_set_install_progress(nullptr, nullptr, nullptr);
+  EXPECT_EQ(news.released, 1);
+  tks::install::tellProgress(TKSInstallStep::checking);
+  EXPECT_THAT(news.told, ElementsAre(TKS_INSTALL_UNPACKING, 6, 3, 7));
 }
 
 TEST(CMasking, MasksPersonalData) {

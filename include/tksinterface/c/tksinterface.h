@@ -70,6 +70,10 @@ typedef void (*tks_pid_fn)(void* context, int32_t pid);
 /// A line for the log: complete, without line end, prefix or time stamp, personal data masked but in two kinds of line
 /// (docs/hosts.md). `level` is one of TKS_LOG_...; may be called on several threads at once.
 typedef void (*tks_log_fn)(void* context, int32_t level, const char* line);
+/// An installation has come so far: `step` is one of TKS_INSTALL_..., of `number_of_steps`; bytes are 0 of 0 for steps
+/// that are not counted in bytes. Main thread.
+typedef void (*tks_install_progress_fn)(void* context, int32_t step, int32_t number_of_steps, uint64_t bytes_done,
+                                        uint64_t bytes_total);
 /// Nothing calls back with this context any more.
 typedef void (*tks_release_fn)(void* context);
 
@@ -156,6 +160,20 @@ TKS_C_EXPORT bool tks_check_trust_for_launch(const char* path, tks_error_fn fail
 /// the given version; whether the target is then in place and healthy. A null target is the standard path. Takes
 /// seconds; the reason of a failure stands in the log.
 TKS_C_EXPORT bool tks_install(const char* version, const char* archive, const char* target);
+
+/// The steps of an installation, in their order.
+enum tks_install_step {
+  TKS_INSTALL_EXAMINING = 1,  ///< the archive is copied to a private folder and looked into
+  TKS_INSTALL_UNPACKING = 2,  ///< the launcher is unpacked
+  TKS_INSTALL_CHECKING = 3,   ///< its signature and version are checked
+  TKS_INSTALL_ENDING = 4,     ///< running launchers are ended
+  TKS_INSTALL_REPLACING = 5,  ///< it takes the place of the old one
+  TKS_INSTALL_ASSESSING = 6   ///< the launcher in its place is assessed
+};
+
+/// Installs the callback that is told of the steps of every installation in this process, in place of the one before;
+/// a null callback ends the telling, and `context` is released at once.
+TKS_C_EXPORT void tks_set_install_progress(tks_install_progress_fn progress, void* context, tks_release_fn release);
 /// The delta packages that a server offers: a JSON object, version to "version", "hash", "size" and "path". Null when
 /// there is none, and when it failed. Waits for the server, up to 5 s between two bytes.
 TKS_C_EXPORT char* tks_delta_updates(const char* base_url, tks_error_fn failed, void* context);
