@@ -342,7 +342,7 @@ class Start(DoctorTest):
         self.check("--exit-after hello_ack", "start.goodbye", "", "", BROKEN_LAUNCHER)
 
     def test_launcher_that_sends_what_is_no_message(self):
-        self.check("--header 4000000000", "start.hello", "exceed max message size", "versions that fit together", FAILED)
+        self.check("--noise something", "start.hello", "exceed max message size", "versions that fit together", FAILED)
 
 
 if __name__ == "__main__":

@@ -27,6 +27,7 @@ std::string milliseconds(Clock::time_point since) {
 /// One start, with what its steps have told so far. Shared by callbacks that may come late.
 struct Attempt {
   bool isAnswered = false;
+  TKSIAppStatus status = TKSI_APP_STATUS_STARTING;
   std::optional<TKSError> error;
   std::optional<TKSRunningApplication> application;
   std::optional<platform::ChildEnd> end;
@@ -48,6 +49,9 @@ class Start {
       : report_(report), patience_(std::chrono::seconds(wishes.patience)), program_(programOf(launcherPath(wishes))) {
     if (wishes.files) fileHost_.emplace();
     handler_ = std::make_unique<TKSIMessageHandler>();
+    // As in a host: by its status the handler decides what a broken channel means.
+    handler_->notifyStatusBlock = [attempt = attempt_](TKSIAppStatus status) { attempt->status = status; };
+    handler_->queryStatusBlock = [attempt = attempt_] { return attempt->status; };
   }
 
   ~Start() {
