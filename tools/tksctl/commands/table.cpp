@@ -16,7 +16,7 @@ const Application& tksctl() {
           "document and nothing else, also when the command fails; docs/tksctl.schema.json describes it. Bars and "
           "colours are for terminals only; NO_COLOR, TERM=dumb and --color are heeded. No command ever changes what "
           "the system trusts.",
-      // clang-format off: one a line
+      // clang-format off
       .commands = {
           doctorCommand(),
           statusCommand(),
