@@ -80,7 +80,7 @@ class Launch(LaunchTest):
 
     def test_ctrl_c_ends_the_conversation_and_the_launcher(self):
         command = self.here.command(["bash", "-c", '"$@" & child=$!; sleep 1; kill -INT $child; wait $child; code=$?; '
-                                     'sleep 0.3; pgrep -c Tarvo; exit $code', "-", TOOL, "launch", "--json"])
+                                     'sleep 0.3; cat /proc/[0-9]*/comm 2>/dev/null | grep -c Tarvo; exit $code', "-", TOOL, "launch", "--json"])
         done = run(command, env=self.here.environment(TKS_FAKE_LAUNCHER="--mute-after hello"))
         self.assertEqual(done.code, INTERRUPTED, done)
         lines = done.out.splitlines()
