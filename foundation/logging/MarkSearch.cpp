@@ -142,6 +142,32 @@ struct Avx2 {
     std::memcpy(padded, stretch.bytes + at, std::min(readable - at, sizeof padded));
     look(padded, at / kBlock, wide, wanted, places);
   }
+
+  /// Whether the processor has the instructions, and the system keeps their registers. Asked of the processor itself:
+  /// the compiler's question needs a library that not every linker has.
+  static bool isThere() noexcept {
+    constexpr std::uint32_t kSavedByTheSystem = 1u << 27;
+    constexpr std::uint32_t kAvx = 1u << 28;
+    constexpr std::uint32_t kAvx2 = 1u << 5;
+    constexpr std::uint32_t kVectorRegisters = 6;
+    if (identify(0, 0).a < 7) return false;
+    const std::uint32_t wanted = kSavedByTheSystem | kAvx;
+    if ((identify(1, 0).c & wanted) != wanted) return false;
+    std::uint32_t saved = 0;
+    std::uint32_t high = 0;
+    asm volatile("xgetbv" : "=a"(saved), "=d"(high) : "c"(0));
+    return (saved & kVectorRegisters) == kVectorRegisters && (identify(7, 0).b & kAvx2) != 0;
+  }
+
+ private:
+  struct Identity {
+    std::uint32_t a, b, c, d;
+  };
+  static Identity identify(std::uint32_t leaf, std::uint32_t part) noexcept {
+    Identity known{};
+    asm volatile("cpuid" : "=a"(known.a), "=b"(known.b), "=c"(known.c), "=d"(known.d) : "a"(leaf), "c"(part));
+    return known;
+  }
 };
 #endif
 
@@ -150,7 +176,7 @@ struct Avx2 {
 std::span<const PairFinder> pairFinders() noexcept {
 #if defined(__x86_64__)
   static constexpr PairFinder kFinders[] = {{"AVX2", Avx2::find}, {"plain", Plain::find}};
-  return __builtin_cpu_supports("avx2") ? std::span(kFinders) : std::span(kFinders).subspan(1);
+  return Avx2::isThere() ? std::span(kFinders) : std::span(kFinders).subspan(1);
 #else
   static constexpr PairFinder kFinders[] = {{"plain", Plain::find}};
   return kFinders;
