@@ -58,10 +58,11 @@ class Launch(LaunchTest):
         self.assertNotIn("bob@", shown.out)
 
     def test_failures_have_their_codes(self):
-        for switches, code, named in (("--error-code 2006", FAILED, "was not launched"), ("--exit 3", BROKEN_LAUNCHER, "exit code: 3"),
-                                      ("--mute", TIMED_OUT, "no answer within 1 s")):
+        for switches, seconds, code, named in (("--error-code 2006", 60, FAILED, "was not launched"),
+                                               ("--exit 3", 60, BROKEN_LAUNCHER, "exit code: 3"),
+                                               ("--mute", 1, TIMED_OUT, "no answer within 1 s")):
             with self.subTest(switches):
-                shown = self.here.tool("launch", "--timeout", "1", "--json", env={"TKS_FAKE_LAUNCHER": switches})
+                shown = self.here.tool("launch", "--timeout", seconds, "--json", env={"TKS_FAKE_LAUNCHER": switches})
                 document = self.expect(shown, code).json()
                 self.assertIn(named, document["error"]["message"])
                 self.assertFalse(document["result"]["launched"])
@@ -79,9 +80,10 @@ class Launch(LaunchTest):
                 self.expect_bad_input(self.here.tool("launch", *words), code, named)
 
     def test_ctrl_c_ends_the_conversation_and_the_launcher(self):
-        command = self.here.command(["bash", "-c", '"$@" & child=$!; sleep 1; kill -INT $child; wait $child; code=$?; '
-                                     'sleep 0.3; cat /proc/[0-9]*/comm 2>/dev/null | grep -c Tarvo; exit $code', "-", TOOL, "launch", "--json"])
-        done = run(command, env=self.here.environment(TKS_FAKE_LAUNCHER="--mute-after hello"))
+        heard = self.here / "heard"
+        command = self.here.command(["bash", "-c", f'"$@" & child=$!; until [ -e {heard} ]; do sleep 0.05; done; '
+                                     'kill -INT $child; wait $child; code=$?; sleep 0.3; cat /proc/[0-9]*/comm 2>/dev/null | grep -c Tarvo; exit $code', "-", TOOL, "launch", "--json"])
+        done = run(command, env=self.here.environment(TKS_FAKE_LAUNCHER=f"--received {heard} --mute-after hello"))
         self.assertEqual(done.code, INTERRUPTED, done)
         lines = done.out.splitlines()
         self.assertEqual((len(lines), lines[-1]), (2, "0"), done)

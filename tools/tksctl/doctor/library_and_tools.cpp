@@ -47,7 +47,9 @@ void checkTool(Report& report, const ToolRow& row, std::chrono::seconds patience
   }
   platform::ToolRequest request{row.tool, {}};
   if (!row.question.empty()) request.arguments.emplace_back(row.question);
-  request.timeLimit = patience;
+  // A busy computer is no fault of the tool.
+  constexpr std::chrono::seconds kLeast{10};
+  request.timeLimit = std::max(patience, kLeast);
   const platform::ToolResult result = platform::systemTools().run(request);
   if (!result.started || result.cutShort) {
     return tell(path + " does not answer: " + result.error.localizedDescription,
