@@ -246,4 +246,14 @@ TEST_F(FacadeLaunch, RecordedSitesAreThoseOfTheLaunchersRecord) {
   EXPECT_EQ(tks_.getRecordedSites(), (TKSDictionary{{"a.example", 12.5}}));
 }
 
+TEST_F(FacadeLaunch, MissingParametersAreReportedAgainByALaterError) {
+  tks_.launchMeetingWithParam({}, finish(), error());
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
+  world_.says("hello_ack");
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("launch_meeting"));
+  world_.says("error", "\"refused\"");
+  ASSERT_THAT(waitUntilHeard(), ElementsAre("disconnect"));
+  EXPECT_THAT(called(), ElementsAre("error: Launch param nil!", "error: refused"));
+}
+
 }  // namespace

@@ -140,4 +140,15 @@ TEST_F(FacadeRelaunch, FacadeMayBeDestroyedWhileItWaits) {
   EXPECT_THAT(calls_, IsEmpty());
 }
 
+TEST_F(FacadeRelaunch, RelaunchThatTimesOutLeavesStatusAndIdentifierAlone) {
+  tks_.appManager->connectedTKSPid = 77;
+  world_.processes.addRunning(77);
+  tks_.relaunchTKSWhenUpdateDone(TKSDictionary(), finish(), error());
+  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
+  EXPECT_EQ(tks_.connectedTKSAppPid(), 77);
+  EXPECT_EQ(status(), TKSI_APP_STATUS_UNCONNECTED);
+  EXPECT_FALSE(log_.has(2, "Launch again."));
+  EXPECT_FALSE(log_.has(2, "About to launch meetting."));
+}
+
 }  // namespace

@@ -228,4 +228,30 @@ TEST_F(FacadeStopOfAFileHost, DebugHostStopsLikeAHostWithPipes) {
   EXPECT_TRUE(std::filesystem::is_empty(world_.home.temporary() + "/Tarvo-Systems.Ember.Debug"));
 }
 
+TEST_F(FacadeStop, StopWhileStartingTellsEachStepInOrder) {
+  tks_.appManager->TKSAppStatus = TKSI_APP_STATUS_STARTING;
+  tks_.stop(finish(), [&](const TKSError& error) {
+    EXPECT_EQ(error, (TKSError{"TKSIDefaultDomain", 0, "Unexpected app status: 2"}));
+    EXPECT_TRUE(log_.has(4, "Stop failed: Unexpected app status: 2"));
+    calls_.push_back("told");
+  });
+  EXPECT_THAT(called(), ElementsAre("told"));
+  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, "-[TKSInterface stop:errorBlock:],  connected pid: 0"},
+                                        LogLine{2, "Ipc by pipe. Don't need cleanup connect status of interface."},
+                                        LogLine{2, "-[TKSIMessageHandler stopMessageHost]"},
+                                        LogLine{4, "Stop failed: Unexpected app status: 2"}));
+}
+
+TEST_F(FacadeStop, StopOfARunningLaunchTellsItsCallbacksBeforeItSaysGoodbye) {
+  launch();
+  tks_.messageHandler->launchErrorBlock = [&](const TKSError& error) {
+    EXPECT_EQ(error, (TKSError{"TKSIDefaultDomain", 1, "Previous launching job running, will stop it firstly."}));
+    EXPECT_THAT(world_.heard(), IsEmpty());
+    calls_.push_back("told");
+  };
+  tks_.stop(finish(), error());
+  EXPECT_THAT(called(), ElementsAre("told"));
+  EXPECT_THAT(world_.heard(), ElementsAre("disconnect"));
+}
+
 }  // namespace

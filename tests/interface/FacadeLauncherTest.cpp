@@ -1,6 +1,6 @@
 #include "tests/interface/FacadeTest.h"
 
-// What happens in which order inside of one operation, and what an operation leaves alone.
+// Starting the launcher, step by step: what comes first, what a failure leaves, and what the status says.
 
 namespace {
 
@@ -11,9 +11,8 @@ using testing::StartsWith;
 using tks::test::drainUntil;
 using tks::test::FacadeTest;
 using tks::test::LogLine;
-using tks::test::PlayedProcesses;
 
-class FacadeSteps : public FacadeTest {
+class FacadeLauncher : public FacadeTest {
  protected:
   /// Where a line stands in the log; the number of lines when it is not there.
   std::ptrdiff_t position(std::int32_t level, const std::string& beginning) {
@@ -25,7 +24,7 @@ class FacadeSteps : public FacadeTest {
   }
 };
 
-TEST_F(FacadeSteps, EachStatusPredicateNamesOneStatus) {
+TEST_F(FacadeLauncher, EachStatusPredicateNamesOneStatus) {
   struct Case {
     TKSIAppStatus status;
     std::int32_t value;
@@ -42,7 +41,7 @@ TEST_F(FacadeSteps, EachStatusPredicateNamesOneStatus) {
   }
 }
 
-TEST_F(FacadeSteps, OnlyTheStartOfALauncherNotesTheHostsIdentifier) {
+TEST_F(FacadeLauncher, OnlyTheStartOfALauncherNotesTheHostsIdentifier) {
   world_.bundles.identifier = "com.example.First";
   connect();
   world_.bundles.identifier = "com.example.Second";
@@ -50,7 +49,7 @@ TEST_F(FacadeSteps, OnlyTheStartOfALauncherNotesTheHostsIdentifier) {
   EXPECT_EQ(tks_.bundleID, "com.example.First");
 }
 
-TEST_F(FacadeSteps, ChannelOfAHostWithPipesIsOpenedWhenItsLauncherRuns) {
+TEST_F(FacadeLauncher, ChannelOfAHostWithPipesIsOpenedWhenItsLauncherRuns) {
   tks_.start(finish(), error());
   EXPECT_FALSE(tks_.messageHandler->messageHost->isOpened);
   EXPECT_EQ(tks_.messageHandler->messageHost->tempIPCFileFullPathFromTKS2Interface, "");
@@ -58,7 +57,7 @@ TEST_F(FacadeSteps, ChannelOfAHostWithPipesIsOpenedWhenItsLauncherRuns) {
   EXPECT_TRUE(tks_.messageHandler->messageHost->isOpened);
 }
 
-TEST_F(FacadeSteps, LaunchersIdentifierIsKeptThenToldThenTheLauncherIsGreeted) {
+TEST_F(FacadeLauncher, LaunchersIdentifierIsKeptThenToldThenTheLauncherIsGreeted) {
   const std::string greeting = "TKS launched, pid: 4711. Start message host, and send hello message to test";
   tks_.launchedTKSPidBlock([&](std::int32_t pid) {
     EXPECT_EQ(tks_.appManager->launchedTKSPid, pid);
@@ -72,7 +71,7 @@ TEST_F(FacadeSteps, LaunchersIdentifierIsKeptThenToldThenTheLauncherIsGreeted) {
   EXPECT_TRUE(log_.has(2, greeting));
 }
 
-TEST_F(FacadeSteps, FailedLaunchGoesBackThenTellsTheLogThenLooksAtTheLauncherThenTellsTheHost) {
+TEST_F(FacadeLauncher, FailedLaunchGoesBackThenTellsTheLogThenLooksAtTheLauncherThenTellsTheHost) {
   world_.preferences.values = {};
   world_.makeALauncherOfIt();
   tks_.start(finish(), [&](const TKSError&) {
@@ -91,7 +90,7 @@ TEST_F(FacadeSteps, FailedLaunchGoesBackThenTellsTheLogThenLooksAtTheLauncherThe
   EXPECT_LT(broken, std::ssize(log_.lines()));
 }
 
-TEST_F(FacadeSteps, ProcessThatIsNeverListedIsAFailedLaunchAndNobodySleepsOnTheMainThread) {
+TEST_F(FacadeLauncher, ProcessThatIsNeverListedIsAFailedLaunchAndNobodySleepsOnTheMainThread) {
   world_.processes.hide();
   tks_.start(finish(), error());
   ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
@@ -101,7 +100,7 @@ TEST_F(FacadeSteps, ProcessThatIsNeverListedIsAFailedLaunchAndNobodySleepsOnTheM
   EXPECT_EQ(world_.clock.sleepsOnMainThread(), 0);
 }
 
-TEST_F(FacadeSteps, ProcessThatEndsBeforeItIsListedIsAFailedLaunchThatNamesTheEnd) {
+TEST_F(FacadeLauncher, ProcessThatEndsBeforeItIsListedIsAFailedLaunchThatNamesTheEnd) {
   world_.processes.hide();
   world_.clock.onSleep = [&] {
     if (world_.clock.sleeps().size() == 2) world_.processes.end(0, {tks::platform::ChildEnd::How::killed, 6});
@@ -114,33 +113,7 @@ TEST_F(FacadeSteps, ProcessThatEndsBeforeItIsListedIsAFailedLaunchThatNamesTheEn
   EXPECT_EQ(world_.clock.sleeps().size(), 2u);
 }
 
-TEST_F(FacadeSteps, StopWhileStartingTellsEachStepInOrder) {
-  tks_.appManager->TKSAppStatus = TKSI_APP_STATUS_STARTING;
-  tks_.stop(finish(), [&](const TKSError& error) {
-    EXPECT_EQ(error, (TKSError{"TKSIDefaultDomain", 0, "Unexpected app status: 2"}));
-    EXPECT_TRUE(log_.has(4, "Stop failed: Unexpected app status: 2"));
-    calls_.push_back("told");
-  });
-  EXPECT_THAT(called(), ElementsAre("told"));
-  EXPECT_THAT(log_.lines(), ElementsAre(LogLine{2, "-[TKSInterface stop:errorBlock:],  connected pid: 0"},
-                                        LogLine{2, "Ipc by pipe. Don't need cleanup connect status of interface."},
-                                        LogLine{2, "-[TKSIMessageHandler stopMessageHost]"},
-                                        LogLine{4, "Stop failed: Unexpected app status: 2"}));
-}
-
-TEST_F(FacadeSteps, StopOfARunningLaunchTellsItsCallbacksBeforeItSaysGoodbye) {
-  launch();
-  tks_.messageHandler->launchErrorBlock = [&](const TKSError& error) {
-    EXPECT_EQ(error, (TKSError{"TKSIDefaultDomain", 1, "Previous launching job running, will stop it firstly."}));
-    EXPECT_THAT(world_.heard(), IsEmpty());
-    calls_.push_back("told");
-  };
-  tks_.stop(finish(), error());
-  EXPECT_THAT(called(), ElementsAre("told"));
-  EXPECT_THAT(world_.heard(), ElementsAre("disconnect"));
-}
-
-TEST_F(FacadeSteps, StartThatFailsForALaunchIsFollowedByAStopWhoseOwnFailureIsReported) {
+TEST_F(FacadeLauncher, StartThatFailsForALaunchIsFollowedByAStopWhoseOwnFailureIsReported) {
   tks_.start(finish("started"), error("start failed"));
   log_.clear();
   tks_.internalLaunchMeetingWithParam(TKSDictionary(), finish("launched"), error("launch failed"));
@@ -151,7 +124,7 @@ TEST_F(FacadeSteps, StartThatFailsForALaunchIsFollowedByAStopWhoseOwnFailureIsRe
   EXPECT_THAT(waitUntilHeard(), ElementsAre("hello"));  // the first start goes on
 }
 
-TEST_F(FacadeSteps, AbsentCallbacksAreNotCalledWhateverTheStatus) {
+TEST_F(FacadeLauncher, AbsentCallbacksAreNotCalledWhateverTheStatus) {
   for (const std::int32_t found : {1, 2, 3, 4}) {
     SCOPED_TRACE(found);
     for (const int operation : {0, 1, 2, 3, 4}) {
@@ -179,27 +152,6 @@ TEST_F(FacadeSteps, AbsentCallbacksAreNotCalledWhateverTheStatus) {
     }
   }
   EXPECT_THAT(log_.texts(8), testing::Not(Contains(StartsWith("Callback '"))));
-}
-
-TEST_F(FacadeSteps, MissingParametersAreReportedAgainByALaterError) {
-  tks_.launchMeetingWithParam({}, finish(), error());
-  ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
-  world_.says("hello_ack");
-  ASSERT_THAT(waitUntilHeard(), ElementsAre("launch_meeting"));
-  world_.says("error", "\"refused\"");
-  ASSERT_THAT(waitUntilHeard(), ElementsAre("disconnect"));
-  EXPECT_THAT(called(), ElementsAre("error: Launch param nil!", "error: refused"));
-}
-
-TEST_F(FacadeSteps, RelaunchThatTimesOutLeavesStatusAndIdentifierAlone) {
-  tks_.appManager->connectedTKSPid = 77;
-  world_.processes.addRunning(77);
-  tks_.relaunchTKSWhenUpdateDone(TKSDictionary(), finish(), error());
-  ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
-  EXPECT_EQ(tks_.connectedTKSAppPid(), 77);
-  EXPECT_EQ(status(), TKSI_APP_STATUS_UNCONNECTED);
-  EXPECT_FALSE(log_.has(2, "Launch again."));
-  EXPECT_FALSE(log_.has(2, "About to launch meetting."));
 }
 
 }  // namespace
