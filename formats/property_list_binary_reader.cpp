@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstddef>
@@ -17,14 +16,6 @@ namespace tks::formats::property_list {
 namespace {
 
 using Bytes = std::span<const std::uint8_t>;
-
-/// Most bytes that a list of this size may take in memory once every reference is followed. An object that is
-/// referred to often makes much of little, and that is what the binary form is for; but a small list stays small enough
-/// to be printed and written in no time.
-constexpr std::size_t largestExpansion(std::size_t size) {
-  constexpr std::size_t kMebibyte = 1024 * 1024;
-  return std::clamp(64 * size, 8 * kMebibyte, 256 * kMebibyte);
-}
 
 template <std::size_t width>
 std::uint64_t bigEndian(const std::uint8_t* bytes) {

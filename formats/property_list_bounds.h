@@ -1,14 +1,15 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 
+#include "foundation/values/PropertyListBounds.h"
+
 namespace tks::formats::property_list {
 
-/// Bounds of every property list, read or written, in either form.
-inline constexpr std::size_t kLargestSize = 16u * 1024 * 1024;
-inline constexpr std::size_t kDeepestNesting = 512;
+using tks::property_list::kDeepestNesting;
+using tks::property_list::kLargestSize;
+using tks::property_list::largestExpansion;
 
 /// What is wrong with a list or with a value that cannot become one, in words. The first thing that is found counts.
 struct Problem {

@@ -12,12 +12,12 @@
 #include "codesign/resources/property_list_replay.h"
 #include "formats/xml_text.h"
 #include "foundation/values/Base64.h"
+#include "foundation/values/PropertyListBounds.h"
 #include "platform/platform.h"
 
 namespace tks::codesign {
 namespace {
 
-constexpr std::size_t kDeepestNesting = 512;
 constexpr std::size_t kLargestBinaryList = std::size_t{8} << 20;
 
 std::optional<double> parseNumber(std::string_view text) {
@@ -94,7 +94,7 @@ class XmlReader {
   }
 
   bool openLevel(Level level, bool empty) {
-    if (levels_.size() == kDeepestNesting) return false;
+    if (levels_.size() == property_list::kDeepestNesting) return false;
     keyComesNext_ = true;
     if (level == Level::dictionary) {
       handler_.beginDictionary();

@@ -73,14 +73,6 @@ std::uint64_t numberAt(Bytes content, std::uint64_t offset, std::size_t size) {
   return value;
 }
 
-/// Bytes that a list of so many may come to in memory when every reference in it is followed. An object that is
-/// referred to often makes much of little, and that is what the binary form is for; but a small list stays small enough
-/// to be printed and written in no time.
-constexpr std::uint64_t largestExpansion(std::uint64_t size) {
-  constexpr std::uint64_t kMebibyte = 1024 * 1024;
-  return std::clamp(64 * size, 8 * kMebibyte, 256 * kMebibyte);
-}
-
 /// The high half of the byte that an object begins with.
 enum Kind : unsigned {
   kInteger = 0x1,
@@ -227,7 +219,7 @@ class BinaryList {
     Object& object = objects_[container];
     object.depth = std::max(object.depth, member.depth + 1);
     object.weight += member.weight;
-    return object.depth <= kDeepestNesting && object.weight <= largestExpansion(content_.size());
+    return object.depth <= kDeepestNesting && object.weight <= property_list::largestExpansion(content_.size());
   }
 
   Bytes content_;

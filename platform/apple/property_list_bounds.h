@@ -4,11 +4,12 @@
 #include <cstdint>
 #include <span>
 
+#include "foundation/values/PropertyListBounds.h"
+
 namespace tks::platform::apple {
 
-/// Bounds of every property list, read or written, in either form.
-inline constexpr std::size_t kLargestPropertyList = 16u * 1024 * 1024;
-inline constexpr std::size_t kDeepestNesting = 512;
+inline constexpr std::size_t kLargestPropertyList = property_list::kLargestSize;
+using property_list::kDeepestNesting;
 /// Values that are written in one list, each as often as it stands there.
 inline constexpr std::size_t kMostObjects = 4u * 1024 * 1024;
 

@@ -10,6 +10,7 @@
 #include <string>
 #include <utility>
 
+#include "foundation/values/Hexadecimal.h"
 #include "platform/apple/conversions.h"
 #include "platform/apple/seal_coverage.h"
 #include "platform/apple/signature_folders.h"
@@ -55,21 +56,12 @@ TKSValue fromInformation(NSString* key, id object) {
   return apple::fromObject(object);
 }
 
-std::string hexadecimal(const unsigned char* bytes, std::size_t count) {
-  std::string text;
-  for (std::size_t i = 0; i < count; ++i) {
-    text += "0123456789abcdef"[bytes[i] >> 4];
-    text += "0123456789abcdef"[bytes[i] & 15];
-  }
-  return text;
-}
-
 /// A certificate as the language of requirements names it.
 std::string hashTextOf(id certificate) {
   NSData* der = CFBridgingRelease(SecCertificateCopyData((__bridge SecCertificateRef)certificate));
   unsigned char digest[CC_SHA1_DIGEST_LENGTH];
   CC_SHA1(der.bytes, static_cast<CC_LONG>(der.length), digest);
-  return "H\"" + hexadecimal(digest, sizeof digest) + "\"";
+  return "H\"" + hexadecimal({digest, sizeof digest}) + "\"";
 }
 
 /// One of the properties that the framework takes apart: its value, or nil.
@@ -192,7 +184,7 @@ Owned<SecCertificateRef> parse(const TKSData& certificate) {
 bool hasDigest(const TKSData& certificate, std::string_view expected) {
   unsigned char digest[CC_SHA256_DIGEST_LENGTH];
   CC_SHA256(certificate.data(), static_cast<CC_LONG>(certificate.size()), digest);
-  const std::string text = hexadecimal(digest, sizeof digest);
+  const std::string text = hexadecimal({digest, sizeof digest});
   return std::equal(text.begin(), text.end(), expected.begin(), expected.end(), [](char ours, char theirs) {
     return ours == (theirs >= 'A' && theirs <= 'F' ? theirs + 32 : theirs);
   });
