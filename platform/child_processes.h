@@ -32,9 +32,9 @@ struct ChildRequest {
   bool joinStandardHandles = false;
 };
 
-/// Child processes of the launcher's kind: started and left to run. macOS: NSTask over pipes of our own. Linux:
-/// posix_spawn, pidfds. Any thread. The child gets descriptors 0 to 2 and nothing else, default signal handling and an
-/// empty signal mask.
+/// Child processes of the launcher's kind: started and left to run. macOS: posix_spawn and process sources. Linux: a
+/// spawn of the library's own and pidfds. Any thread. The child gets descriptors 0 to 2 and nothing else, default
+/// signal handling and an empty signal mask.
 class ChildProcesses {
  public:
   virtual ~ChildProcesses() = default;

@@ -25,8 +25,9 @@ class MainLoop {
   /// Runs `work` once on the main thread, not before `delay` is over (by a clock that no clock change touches).
   [[nodiscard]] virtual std::unique_ptr<Timer> after(std::chrono::milliseconds delay, std::function<void()> work) = 0;
 
-  /// Whether the caller is on the main thread. macOS: the system's. Linux: the thread that ran or drained the loop
-  /// last, or does so now; before the first time, the thread that the process began with. Any thread.
+  /// Whether the caller is where posted work runs. macOS: on the main queue, whatever thread that runs on (after
+  /// dispatch_main() no longer on the main one). Linux: the thread that ran or drained the loop last, or does so now;
+  /// before the first time, the thread that the process began with. Any thread.
   virtual bool isMainThread() = 0;
 
   /// See TKSMainLoop, which says the same to hosts.

@@ -52,9 +52,9 @@ struct ToolResult {
   bool cutShort = false;
 };
 
-/// The system's command-line tools. macOS: NSTask over pipes of our own. Linux: posix_spawn; an assessment is made
-/// by the library itself where its program is missing, with the same words and exit codes. The absolute paths
-/// stand in one table of each back end. Any thread; waits for the tool.
+/// The system's command-line tools, started like other children. On Linux an assessment is made by the library itself
+/// where its program is missing, with the same words and exit codes. The absolute paths stand in one table of each back
+/// end. Any thread; waits for the tool.
 class SystemTools {
  public:
   virtual ~SystemTools() = default;

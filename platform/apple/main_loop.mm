@@ -49,6 +49,21 @@ class AppleTimer final : public MainLoop::Timer {
   dispatch_source_t source_;
 };
 
+/// Whether the caller is work of the main queue. The queue is asked, not the thread: in a host that has called
+/// dispatch_main() the main queue's work runs on whatever thread the system takes, and no thread is the main one.
+/// Before that, the main thread counts as the main queue's also outside of its work, for example in a run loop's timer.
+bool isOnMainQueue() {
+  static const char key = 0;
+  static const bool isMarked = [] {
+    dispatch_queue_set_specific(dispatch_get_main_queue(), &key, const_cast<char*>(&key), nullptr);
+    return true;
+  }();
+  return isMarked && dispatch_get_specific(&key) == &key;
+}
+
+/// Whether the caller could run the main run loop, which there is no more after dispatch_main().
+bool hasMainRunLoop() { return CFRunLoopGetCurrent() == CFRunLoopGetMain(); }
+
 class AppleMainLoop final : public MainLoop {
  public:
   void post(std::function<void()> work) override {
@@ -65,7 +80,7 @@ class AppleMainLoop final : public MainLoop {
     return std::make_unique<AppleTimer>(delay, std::move(work));
   }
 
-  bool isMainThread() override { return [NSThread isMainThread]; }
+  bool isMainThread() override { return isOnMainQueue(); }
 
   void run() override {
     if (!enter("run")) return;
@@ -109,7 +124,7 @@ class AppleMainLoop final : public MainLoop {
 
   bool enter(const char* what) {
     if (posix::refusesAsForkedCopy(what)) return false;
-    if (!isMainThread()) {
+    if (!hasMainRunLoop()) {
       TKSILog::logWithLevel(TKSILogLevelError, "Main loop belongs to the main thread, '%@' does nothing elsewhere.",
                             what);
       return false;

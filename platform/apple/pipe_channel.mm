@@ -88,9 +88,42 @@ class WaitForRoom {
   dispatch_source_t source_;
 };
 
+/// Lets a descriptor not block for the time of one write. The mode belongs to the open file description, which others
+/// may share, in this process and elsewhere: it is put back as soon as the write returned.
+class WithoutBlocking {
+ public:
+  explicit WithoutBlocking(int descriptor)
+      : lock_(writers()), descriptor_(descriptor), before_(fcntl(descriptor, F_GETFL)) {
+    changed_ = before_ >= 0 && (before_ & O_NONBLOCK) == 0 && fcntl(descriptor, F_SETFL, before_ | O_NONBLOCK) == 0;
+  }
+  ~WithoutBlocking() {
+    const int reason = errno;
+    if (changed_) fcntl(descriptor_, F_SETFL, before_);
+    errno = reason;
+  }
+  WithoutBlocking(const WithoutBlocking&) = delete;
+  WithoutBlocking& operator=(const WithoutBlocking&) = delete;
+
+  /// The most that a write may try: all, unless it could block. What poll calls writable takes PIPE_BUF bytes at least.
+  std::size_t largestPiece() const { return changed_ || (before_ >= 0 && before_ & O_NONBLOCK) ? kPiece : PIPE_BUF; }
+
+ private:
+  static constexpr std::size_t kPiece = std::size_t{1} << 20;
+
+  /// One writer at a time puts a mode back that it has found, and not another writer's.
+  static std::mutex& writers() {
+    static std::mutex& mutex = *new std::mutex;
+    return mutex;
+  }
+
+  std::lock_guard<std::mutex> lock_;
+  int descriptor_;
+  int before_;
+  bool changed_ = false;
+};
+
 /// Standard output, on a descriptor of its own. F_SETNOSIGPIPE keeps the signal away from whoever writes to this pipe
-/// or terminal here; the calls fail all the same. The mode is left as it is, for others in this process may write there
-/// too: a write is made only of what fits.
+/// or terminal here; the calls fail all the same.
 class PipeSink final : public ByteSink {
  public:
   explicit PipeSink(posix::FileDescriptor descriptor) : descriptor_(shared(std::move(descriptor))) {
@@ -102,10 +135,7 @@ class PipeSink final : public ByteSink {
   Transfer write(std::span<const char> bytes) override {
     Transfer transfer;
     while (transfer.count < bytes.size() && isReady(descriptor_->get(), POLLOUT)) {
-      // What poll calls writable takes at least this much without waiting.
-      const std::size_t portion = std::min<std::size_t>(bytes.size() - transfer.count, PIPE_BUF);
-      const ssize_t count =
-          posix::retried([&] { return ::write(descriptor_->get(), bytes.data() + transfer.count, portion); });
+      const ssize_t count = writePiece(bytes.subspan(transfer.count));
       if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) return transfer;
       if (count < 0) {
         // What was moved is told first; the next write gives the error again.
@@ -129,6 +159,12 @@ class PipeSink final : public ByteSink {
   }
 
  private:
+  ssize_t writePiece(std::span<const char> bytes) const {
+    const WithoutBlocking mode(descriptor_->get());
+    const std::size_t size = std::min(bytes.size(), mode.largestPiece());
+    return posix::retried([&] { return ::write(descriptor_->get(), bytes.data(), size); });
+  }
+
   SharedDescriptor descriptor_;
   std::mutex mutex_;  // guards what follows
   std::vector<std::unique_ptr<WaitForRoom>> waits_;

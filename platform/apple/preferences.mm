@@ -1,5 +1,6 @@
 #import <Foundation/Foundation.h>
 
+#include "platform/apple/argument_domain.h"
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/preferences.h"
@@ -11,24 +12,22 @@ class ApplePreferences final : public Preferences {
  public:
   TKSDictionary dictionaryRepresentation() override {
     @autoreleasepool {
-      return apple::fromDictionary(NSUserDefaults.standardUserDefaults.dictionaryRepresentation);
+      TKSDictionary all = apple::fromDictionary(NSUserDefaults.standardUserDefaults.dictionaryRepresentation);
+      // The system takes values that look like property lists for such.
+      for (const auto& [name, value] : apple::argumentDomain()) all.set(name, value);
+      return all;
     }
   }
 
   TKSValue value(std::string_view key) override {
+    if (TKSValue text = argument(key); !text.isNothing()) return text;
     @autoreleasepool {
       NSString* name = apple::toString(key);
       return name == nil ? TKSValue() : apple::fromObject([NSUserDefaults.standardUserDefaults objectForKey:name]);
     }
   }
 
-  TKSValue argument(std::string_view key) override {
-    @autoreleasepool {
-      NSString* name = apple::toString(key);
-      NSDictionary* domain = [NSUserDefaults.standardUserDefaults volatileDomainForName:NSArgumentDomain];
-      return name == nil ? TKSValue() : apple::fromObject([domain objectForKey:name]);
-    }
-  }
+  TKSValue argument(std::string_view key) override { return apple::argumentDomain()[key]; }
 
   bool set(std::string_view key, const TKSValue& value, TKSError* error) override {
     @autoreleasepool {

@@ -1,14 +1,14 @@
-#import <Foundation/Foundation.h>
+#include "platform/system_tools.h"
 
 #include <errno.h>
 #include <fcntl.h>
 #include <libproc.h>
 #include <poll.h>
-#include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -16,138 +16,100 @@
 #include <utility>
 #include <vector>
 
-#include "platform/apple/conversions.h"
+#include "platform/apple/child_watch.h"
+#include "platform/apple/spawn.h"
 #include "platform/apple/tool_runner.h"
 #include "platform/backend.h"
-#include "platform/known_folders.h"
-#include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
-#include "platform/system_tools.h"
 
 namespace tks::platform {
+namespace {
+
+/// The system's tools, in the order of Tool.
+struct ToolRow {
+  Tool tool;
+  const char* name;
+  const char* path;
+};
+constexpr auto kTools = std::to_array<ToolRow>({
+    {Tool::unzip, "unzip", "/usr/bin/unzip"},
+    {Tool::tar, "tar", "/usr/bin/tar"},
+    {Tool::spctl, "spctl", "/usr/sbin/spctl"},
+    {Tool::lsof, "lsof", "/usr/sbin/lsof"},
+    {Tool::shasum, "shasum", "/usr/bin/shasum"},
+    {Tool::tccutil, "tccutil", "/usr/bin/tccutil"},
+    {Tool::sysctl, "sysctl", "/usr/sbin/sysctl"},
+});
+
+const ToolRow& rowOf(Tool tool) { return *std::ranges::find(kTools, tool, &ToolRow::tool); }
+
+}  // namespace
+
 namespace apple {
 
-std::string standardToolPath(Tool tool) {
-  switch (tool) {
-    case Tool::unzip:
-      return "/usr/bin/unzip";
-    case Tool::tar:
-      return "/usr/bin/tar";
-    case Tool::spctl:
-      return "/usr/sbin/spctl";
-    case Tool::lsof:
-      return "/usr/sbin/lsof";
-    case Tool::shasum:
-      return "/usr/bin/shasum";
-    case Tool::tccutil:
-      return "/usr/bin/tccutil";
-    case Tool::sysctl:
-      return "/usr/sbin/sysctl";
-  }
-  return {};
-}
+std::string standardToolPath(Tool tool) { return rowOf(tool).path; }
 
 }  // namespace apple
 
 namespace {
 
 using Time = std::chrono::steady_clock;
+using apple::ChildWatch;
+using apple::SpawnRequest;
 
 /// How often is looked whether a tool has ended or has written too much.
 constexpr std::chrono::milliseconds kLookInterval{20};
-/// How long is waited for a tool whose output nobody reads any more.
+/// How long is waited for a tool that was killed, or whose output nobody reads any more. What the system does not let
+/// go by then is collected later.
 constexpr std::chrono::seconds kGrace{2};
 /// The system counts the blocks that a tool makes dirty, so that small files and what is written twice count for more
 /// than their bytes.
 constexpr std::uint64_t kBlocksForBytes = 2;
 constexpr std::uint64_t kRoomForBlocks = std::uint64_t{64} * 1024 * 1024;
 
-NSTask* prepare(const std::string& path, const std::vector<std::string>& arguments) {
-  NSTask* task = [[NSTask alloc] init];
-  task.executableURL = [NSURL fileURLWithPath:apple::toPath(path)];
-  NSMutableArray<NSString*>* list = [NSMutableArray array];
-  for (const std::string& argument : arguments) [list addObject:apple::toPath(argument)];
-  task.arguments = list;
-  task.environment = @{
-    @"PATH" : @"/usr/bin:/bin:/usr/sbin:/sbin",
-    @"LC_ALL" : @"en_US.UTF-8",
-    @"HOME" : apple::toPath(knownFolders().realHome()),
-  };
-  task.standardInput = NSFileHandle.fileHandleWithNullDevice;
-  task.standardOutput = NSFileHandle.fileHandleWithNullDevice;
-  task.standardError = NSFileHandle.fileHandleWithNullDevice;
-  return task;
-}
-
-NSFileHandle* handleOn(const posix::FileDescriptor& descriptor) {
-  return [[NSFileHandle alloc] initWithFileDescriptor:descriptor.get() closeOnDealloc:NO];
-}
-
-/// A tool. NSTask's own way to wait would run other work of the thread meanwhile.
+/// One running tool in a session of its own, where it has no terminal to ask questions on. Destroying it ends it with
+/// its group.
 class Running {
  public:
-  Running(const std::string& path, const std::vector<std::string>& arguments)
-      : path_(path), task_(prepare(path, arguments)), ended_(dispatch_semaphore_create(0)) {
-    dispatch_semaphore_t ended = ended_;
-    task_.terminationHandler = ^(NSTask*) {
-      dispatch_semaphore_signal(ended);
-    };
+  Running() = default;
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+  ~Running() { end(); }
+
+  /// False, and errno, when it cannot be started.
+  bool start(SpawnRequest request) {
+    errno = ENOENT;
+    if (request.executable.empty()) return false;
+    request.group = SpawnRequest::Group::ownSession;
+    request.cleanEnvironment = true;
+    const pid_t process = apple::spawn(request);
+    if (process == 0) return false;
+    watch_ = ChildWatch::begin(process, ChildWatch::Kind::leadsGroup, nullptr);
+    return true;
   }
 
-  NSTask* task() const { return task_; }
-
-  bool launch(TKSError& error) {
-    if (path_.empty() || access(path_.c_str(), X_OK) != 0) {
-      error = posix::posixError(path_.empty() ? ENOENT : errno, "run", path_.empty() ? "a tool" : path_);
-      return false;
-    }
-    NSError* failure = nil;
-    @try {
-      started_ = [task_ launchAndReturnError:&failure];
-    } @catch (NSException* exception) {
-      started_ = false;
-    }
-    if (!started_) error = apple::fromError(failure, "run", path_);
-    return started_;
-  }
-
-  bool waitUntil(Time::time_point deadline) {
-    const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(deadline - Time::now()).count();
-    const dispatch_time_t until = dispatch_time(DISPATCH_TIME_NOW, std::max<std::int64_t>(left, 0));
-    if (started_ && !hasEnded_) hasEnded_ = dispatch_semaphore_wait(ended_, until) == 0;
-    return hasEnded_;
+  std::optional<ChildEnd> waitUntil(Time::time_point deadline) const {
+    return watch_ ? watch_->waitUntil(deadline) : ChildEnd();
   }
 
   /// Bytes of files that the tool itself has written so far, in whole blocks; 0 where the system does not tell.
   std::uint64_t written() const {
     rusage_info_v4 facts{};
-    if (proc_pid_rusage(task_.processIdentifier, RUSAGE_INFO_V4, reinterpret_cast<rusage_info_t*>(&facts)) != 0)
-      return 0;
+    if (proc_pid_rusage(watch_->process(), RUSAGE_INFO_V4, reinterpret_cast<rusage_info_t*>(&facts)) != 0) return 0;
     return std::max(facts.ri_logical_writes, facts.ri_diskio_byteswritten);
   }
 
-  /// Ends the tool with its process group, where it leads one.
+  /// Ends the tool with its group.
   void end() {
-    if (!started_ || waitUntil(Time::now())) return;
-    const pid_t process = task_.processIdentifier;
-    kill(getpgid(process) == process ? -process : process, SIGKILL);
-    dispatch_semaphore_wait(ended_, DISPATCH_TIME_FOREVER);
-    hasEnded_ = true;
-  }
-
-  int exitCode() const {
-    const bool exited = hasEnded_ && task_.terminationReason == NSTaskTerminationReasonExit;
-    return exited ? task_.terminationStatus : -1;
+    if (waitUntil(Time::now())) return;
+    watch_->kill();
+    waitUntil(Time::now() + kGrace);
   }
 
  private:
-  std::string path_;
-  NSTask* task_;
-  dispatch_semaphore_t ended_;
-  bool started_ = false;
-  bool hasEnded_ = false;
+  std::shared_ptr<ChildWatch> watch_;
 };
 
 /// What a tool prints, read as it comes; what is beyond the limit is thrown away.
@@ -196,10 +158,11 @@ bool wroteTooMuch(const ToolRequest& request, const Running& tool, const Output&
 
 /// Reads the output until the tool has ended: 0, or the number of the limit that it reached before. Another process
 /// may hold the output open for longer, and the tool may close it earlier.
-int readToTheEnd(Running& tool, Output& output, const ToolRequest& request) {
+int readToTheEnd(const Running& tool, Output& output, const ToolRequest& request) {
   const Time::time_point deadline = Time::now() + request.timeLimit;
   for (;;) {
-    const bool ended = tool.waitUntil(Time::now());  // asked before the last read: what was printed by then is there
+    const bool ended =
+        tool.waitUntil(Time::now()).has_value();  // asked before the last read: what was printed by then is there
     output.read();
     if (ended) return 0;
     if (wroteTooMuch(request, tool, output)) return EFBIG;
@@ -215,63 +178,91 @@ class AppleTools final : public SystemTools {
   explicit AppleTools(apple::ToolPath path) : path_(std::move(path)) {}
 
   ToolResult run(const ToolRequest& request) override {
-    const auto hasNul = [](const std::string& argument) { return argument.find('\0') != std::string::npos; };
-    if (std::ranges::any_of(request.arguments, hasNul)) return unstarted(posix::posixError(EINVAL, "run", "a tool"));
-    @autoreleasepool {
-      posix::Pipe output = posix::makePipe();
-      if (!output.reader) return unstarted(posix::posixError(errno, "make a pipe for", "a tool"));
-      Running first(path_(request.tool), request.arguments);
-      if (!request.pipedInto) {
-        NSFileHandle* into = handleOn(output.writer);
-        if (request.collectStandardError) first.task().standardError = into;
-        if (!request.collectStandardError) first.task().standardOutput = into;
-        TKSError error;
-        if (!first.launch(error)) return unstarted(std::move(error));
-        return collect(request, first, nullptr, std::move(output));
-      }
-      posix::Pipe between = posix::makePipe();
-      if (!between.reader) return unstarted(posix::posixError(errno, "make a pipe for", "a tool"));
-      Running second(path_(*request.pipedInto), {});
-      first.task().standardOutput = handleOn(between.writer);
-      second.task().standardInput = handleOn(between.reader);
-      second.task().standardOutput = handleOn(output.writer);
-      TKSError error;
-      if (!first.launch(error)) return unstarted(std::move(error));
-      const bool started = second.launch(error);
-      between = {};
-      if (started) return collect(request, second, &first, std::move(output));
-      first.end();
-      return unstarted(std::move(error));
+    posix::Pipe output = posix::makePipe();
+    if (!output.reader) return failure("make a pipe for", "a tool");
+    Running first;
+    Running second;
+    if (!request.pipedInto) {
+      SpawnRequest only = requestFor(request.tool, request.arguments);
+      if (!startLast(first, only, request, output.writer)) return unstarted(request.tool, only);
+      return finish(first, request, std::move(output));
     }
+
+    posix::Pipe between = posix::makePipe();
+    if (!between.reader) return failure("make a pipe for", "a tool");
+    SpawnRequest writing = requestFor(request.tool, request.arguments);
+    writing.standardOutput = between.writer.get();
+    if (!first.start(writing)) return unstarted(request.tool, writing);
+    between.writer.reset();
+    SpawnRequest reading = requestFor(*request.pipedInto, {});
+    reading.standardInput = between.reader.get();
+    if (!startLast(second, reading, request, output.writer)) return unstarted(*request.pipedInto, reading);
+    between.reader.reset();
+    return finish(second, request, std::move(output));
   }
 
  private:
-  static ToolResult unstarted(TKSError error) {
-    ToolResult result;
-    result.error = std::move(error);
-    return result;
+  SpawnRequest requestFor(Tool tool, std::vector<std::string> arguments) const {
+    SpawnRequest request;
+    request.executable = path_(tool);
+    request.arguments = std::move(arguments);
+    request.standardInput = request.standardOutput = request.standardError = SpawnRequest::kNull;
+    return request;
   }
 
-  static ToolResult collect(const ToolRequest& request, Running& last, Running* first, posix::Pipe pipe) {
-    pipe.writer.reset();
+  /// Starts the tool whose output is wanted.
+  static bool startLast(Running& tool, SpawnRequest& spawned, const ToolRequest& request,
+                        posix::FileDescriptor& writer) {
+    (request.collectStandardError ? spawned.standardError : spawned.standardOutput) = writer.get();
+    const bool started = tool.start(spawned);
+    writer.reset();
+    return started;
+  }
+
+  static ToolResult finish(Running& tool, const ToolRequest& request, posix::Pipe pipe) {
     Output output(std::move(pipe.reader), request.outputLimit);
     ToolResult result;
     result.started = true;
-    const int reached = readToTheEnd(last, output, request);
+    const int reached = readToTheEnd(tool, output, request);
+    tool.end();
     if (reached != 0) {
+      output.read();
       result.cutShort = true;
       result.error = posix::posixError(reached, "wait for", "the tool");
-      last.end();
-      output.read();
-    } else {
-      result.exitCode = last.exitCode();
-      result.cutShort = result.exitCode < 0;
-      if (result.cutShort) result.error = posix::posixError(EINTR, "wait for", "the tool");
     }
-    // Nobody reads what it writes any more.
-    if (first != nullptr && (reached != 0 || !first->waitUntil(Time::now() + kGrace))) first->end();
     result.output = output.take();
+    if (reached == 0) judge(tool.waitUntil(Time::now()).value_or(ChildEnd()), result);
     return result;
+  }
+
+  /// What the way in which a tool ended by itself, or was ended by somebody else, says of it.
+  static void judge(const ChildEnd& end, ToolResult& result) {
+    switch (end.how) {
+      case ChildEnd::How::exited:
+        result.exitCode = end.number;
+        return;
+      case ChildEnd::How::killed:
+        result.cutShort = true;
+        result.error = posix::posixError(EINTR, "wait for", "the tool");
+        result.error.localizedDescription.append(" (signal: ").append(std::to_string(end.number)).append(")");
+        return;
+      case ChildEnd::How::unknown:
+        // Somebody else collected it. One that was ended early has most often printed nothing.
+        result.cutShort = result.output.empty();
+        if (result.cutShort) result.error = posix::posixError(ECHILD, "wait for", "the tool");
+        return;
+    }
+  }
+
+  static ToolResult failure(std::string_view step, std::string_view path) {
+    ToolResult result;
+    result.error = posix::posixError(errno, step, path);
+    return result;
+  }
+
+  /// A tool that has no path is named.
+  static ToolResult unstarted(Tool tool, const SpawnRequest& request) {
+    return failure("run", request.executable.empty() ? rowOf(tool).name : request.executable);
   }
 
   apple::ToolPath path_;

@@ -141,6 +141,11 @@ INSTANTIATE_TEST_SUITE_P(
                     CommandLine{"NoDash", {"-A", "1", "Name", "x"}, "(null)"},
                     CommandLine{"TwoDashesAreAnotherName", {"--Name", "x"}, "(null)"},
                     CommandLine{"NumbersAreTexts", {"-Name", "1"}, "1"},
+                    CommandLine{"ListsAreTexts", {"-Name", "(a, b)"}, "(a, b)"},
+                    CommandLine{"DictionariesAreTexts", {"-Name", "{a = b;}"}, "{a = b;}"},
+                    CommandLine{"DataAreTexts", {"-Name", "<0a0b>"}, "<0a0b>"},
+                    CommandLine{"PropertyListsAreTexts", {"-Name", "<plist><true/></plist>"}, "<plist><true/></plist>"},
+                    CommandLine{"QuotedTextsKeepTheirQuotes", {"-Name", "\"a\""}, "\"a\""},
                     CommandLine{"ValueOfAPairIsNoName", {"-Name", "x", "Name", "y"}, "x"}),
     [](const auto& line) { return line.param.name; });
 

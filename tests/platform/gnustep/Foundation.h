@@ -10,6 +10,15 @@
 #include <clocale>
 #include <string>
 
+#include "tests/platform/gnustep/dispatch.h"
+
+// Its own is an object, which does not go with what is no object here: queues and sources.
+#undef nil
+#define nil nullptr
+
+// SIGPIPE is kept from the whole program instead; see adaptations.mm.
+enum { F_SETNOSIGPIPE = -2 };
+
 // Without automatic reference counting, which GCC's run-time does not have, there is nothing to bridge.
 #define __bridge
 

@@ -1,6 +1,7 @@
 #import <objc/runtime.h>
 
 #include <cerrno>
+#include <csignal>
 
 // Where GNUstep does something in another way than macOS, and can be led to do the same.
 
@@ -10,6 +11,9 @@ namespace {
 void exchange(Class to, SEL old, SEL name) {
   method_exchangeImplementations(class_getInstanceMethod(to, old), class_getInstanceMethod(to, name));
 }
+
+/// Linux has no descriptor that raises no SIGPIPE.
+[[maybe_unused]] const auto kBefore = std::signal(SIGPIPE, SIG_IGN);
 
 }  // namespace
 
