@@ -1,10 +1,10 @@
 # tks_make_bundle(TARGET [NAME name] [EXECUTABLE name] [IDENTIFIER identifier] [VERSION version] [DISPLAY_NAME name]
-#                 [FOLDER folder])
+#                 [FOLDER folder] [BACKGROUND])
 # Puts a program into an application bundle: NAME.app, in FOLDER or in tests/bundles of the build folder. NAME is the
-# target's name and EXECUTABLE is NAME unless said otherwise; without IDENTIFIER the bundle declares none. The target's
-# property TKS_BUNDLE holds the bundle's path.
+# target's name and EXECUTABLE is NAME unless said otherwise; without IDENTIFIER the bundle declares none. BACKGROUND:
+# macOS shows it neither in the Dock nor in a menu bar. The target's property TKS_BUNDLE holds the bundle's path.
 function(tks_make_bundle target)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAME;EXECUTABLE;IDENTIFIER;VERSION;DISPLAY_NAME;FOLDER" "")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "BACKGROUND" "NAME;EXECUTABLE;IDENTIFIER;VERSION;DISPLAY_NAME;FOLDER" "")
   if(NOT arg_NAME)
     set(arg_NAME ${target})
   endif()
@@ -27,6 +27,9 @@ function(tks_make_bundle target)
       string(APPEND keys "  <key>${CMAKE_MATCH_1}</key>\n  <string>${CMAKE_MATCH_2}</string>\n")
     endif()
   endforeach()
+  if(arg_BACKGROUND)
+    string(APPEND keys "  <key>LSUIElement</key>\n  <true/>\n")
+  endif()
   set(bundle "${arg_FOLDER}/${arg_NAME}.app")
   file(CONFIGURE OUTPUT "${bundle}/Contents/Info.plist" @ONLY CONTENT [[
 <?xml version="1.0" encoding="UTF-8"?>

@@ -13,8 +13,12 @@ endif()
 
 # tks_describe_library(TARGET): what all who link it need.
 function(tks_describe_library target)
-  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
-                                              $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  target_include_directories(${target} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>)
+  get_target_property(kind ${target} TYPE)
+  # An installed framework has its headers in it, and is found as a whole.
+  if(NOT APPLE OR kind STREQUAL "STATIC_LIBRARY")
+    target_include_directories(${target} PUBLIC $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+  endif()
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_link_libraries(${target} PRIVATE tks_dependencies)
 endfunction()

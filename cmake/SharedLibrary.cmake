@@ -55,6 +55,17 @@ if(APPLE)
   add_custom_command(TARGET tksinterface POST_BUILD VERBATIM
                      COMMAND ${CMAKE_COMMAND} -E create_symlink Versions/Current/Modules
                              "$<TARGET_BUNDLE_DIR:tksinterface>/Modules")
+  # Names and lines for reports of crashes lie in a bundle beside the framework, which itself is delivered without them.
+  find_program(TKS_DSYMUTIL NAMES dsymutil dsymutil-${TKS_MACOS_LLVM})
+  if(TKS_DSYMUTIL)
+    target_compile_options(tks_objects PRIVATE $<$<CONFIG:Release>:-gline-tables-only>)
+    add_custom_command(TARGET tksinterface POST_BUILD VERBATIM
+                       # It looks for lipo under its own name.
+                       COMMAND ${CMAKE_COMMAND} -E env "PATH=${TKS_MACOS_STAGING}/bin:$ENV{PATH}"
+                               ${TKS_DSYMUTIL} "$<TARGET_FILE:tksinterface>" -o "$<TARGET_BUNDLE_DIR:tksinterface>.dSYM"
+                       COMMAND ${CMAKE_STRIP} -S "$<TARGET_FILE:tksinterface>")
+  endif()
+  tks_seal(tksinterface "$<TARGET_BUNDLE_DIR:tksinterface>")
   target_link_options(tksinterface PRIVATE LINKER:-exported_symbols_list,${tks_export_list})
   set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_export_list})
 else()

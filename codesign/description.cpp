@@ -112,6 +112,8 @@ class Describer {
 
   void addRequirements() {
     std::string implicit = implicitRequirement(slice_.requirementContext());
+    // Code that nobody signed is known by its hashes alone, and each architecture has its own.
+    if (!slice_.signer()) implicit += otherHashes();
     std::string designated = implicit;
     if (const std::optional<ByteSource> source = slice_.component(slot::kRequirements)) {
       TKSData blob = source->all(kLargestPart).value_or(TKSData());
@@ -123,6 +125,16 @@ class Describer {
     }
     result_.designatedRequirement = std::move(designated);
     result_.implicitRequirement = std::move(implicit);
+  }
+
+  std::string otherHashes() const {
+    std::string text;
+    for (std::size_t i = 0; i < slicesOf(layout_); ++i) {
+      if (i == slice_.number()) continue;
+      CodeSlice other(layout_, i, roots_);
+      text.append(" or ").append(implicitRequirement(other.requirementContext()));
+    }
+    return text;
   }
 
   void addEntitlements() {

@@ -21,6 +21,8 @@
 #include <thread>
 #include <utility>
 
+#include "application.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -94,7 +96,7 @@ class Launcher : public TKSMessageHandlerDelegate {
     if (message.messageType == tks_message_type_launch_meeting) launchMeeting(message);
     if (message.messageType == tks_message_type_disconnect) {
       channel_.sendMessage(acknowledgement(tks_message_type_disconnect_ack));
-      TKSMainLoop::stop();
+      stopApplication();
     }
   }
 
@@ -102,7 +104,7 @@ class Launcher : public TKSMessageHandlerDelegate {
   void handleMessageHostFatalError(const std::string& description) override {
     say(description);
     exitCode_ = EXIT_FAILURE;
-    TKSMainLoop::stop();
+    stopApplication();
   }
 
   // A launcher whose host said goodbye has succeeded.
@@ -145,7 +147,7 @@ int main(int, char** arguments) {
   Launcher launcher(channel, bundle);
   if (channel.ipcByFile) quitWithTheHost(launcher);
   channel.openWithMessengeHandler(&launcher);
-  TKSMainLoop::run();
+  runApplication();
   channel.close();
   // The watching thread may still be asleep.
   std::_Exit(launcher.exitCode());

@@ -180,7 +180,11 @@ TEST_F(Face, DescribesEveryArchitecture) {
   EXPECT_TRUE(after.isAdHoc);
   EXPECT_THAT(after.chain, IsEmpty());
   ASSERT_THAT(after.architectures[1].directories, SizeIs(1));
-  EXPECT_NE(after.architectures[0].directories[0].cdHash, after.architectures[1].directories[0].cdHash);
+  const std::string intel = tks::hexadecimal(after.architectures[0].directories[0].cdHash);
+  const std::string arm = tks::hexadecimal(after.architectures[1].directories[0].cdHash);
+  EXPECT_NE(intel, arm);
+  EXPECT_EQ(after.designatedRequirement, "cdhash H\"" + intel + "\" or cdhash H\"" + arm + "\"");
+  EXPECT_EQ(after.implicitRequirement, after.designatedRequirement);
 }
 
 TEST_F(Face, TellsWhetherCodeMeetsARequirement) {

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "codesign/Codesign.h"
 #include "codesign/container/mach_o.h"
 #include "codesign/container/super_blob.h"
 #include "codesign/signing/message.h"
@@ -211,6 +212,20 @@ TEST(NestedArchitectures, OfOtherSignersAreRefused) {
   writeBytes(helper, tks::signing::makeUniversal(both));
   EXPECT_EQ(statusOf(app), kSignatureInvalid);
   EXPECT_EQ(installStatusOf(app), kSignatureInvalid);
+}
+
+TEST(NestedArchitectures, OfNobodyAreEachSealedByItsHash) {
+  TemporaryFolder folder;
+  const Images images;
+  const std::string app = makeApp(folder / "A.app", images.intel);
+  const std::string helper = app + "/Contents/MacOS/helper";
+  writeBytes(helper, tks::signing::makeUniversal({images.arm, images.intel}));
+  ASSERT_TRUE(tks::codesign::sign(helper, nullptr, {}).isGood());
+  ASSERT_TRUE(tks::codesign::sign(app, nullptr, {}).isGood());
+  const std::optional<tks::codesign::Code> code = tks::codesign::Code::open(app);
+  ASSERT_TRUE(code);
+  EXPECT_EQ(code->verify(tks::codesign::Depth::plain).description(), tks::codesign::Outcome().description());
+  EXPECT_EQ(code->verify(tks::codesign::Depth::strict).status, 0);
 }
 
 tks::signing::MessageOptions withDigest(const char* digest) {

@@ -23,7 +23,8 @@ namespace tks::test {
 struct Started {
   explicit Started(const FakeLauncher& launcher)
       : process(ChildProcess::run(launcher.executable(), {}, {"TKS_FAKE_LAUNCHER=--script wait"})) {
-    waitUntil([&] { return !launcher.processes().empty(); });
+    // On macOS it still has to check in then.
+    waitUntil([&] { return !launcher.processes().empty() && platform::runningApplications().find(pid()).has_value(); });
   }
   std::int32_t pid() const { return process.pid(); }
   ChildProcess process;

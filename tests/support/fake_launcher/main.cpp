@@ -25,6 +25,7 @@
 #include <string_view>
 
 #include "tests/support/ProcessTable.h"
+#include "tests/support/fake_launcher/application.h"
 #include "tests/support/fake_launcher/channel.h"
 #include "tests/support/fake_launcher/switches.h"
 
@@ -294,14 +295,7 @@ std::string valueOf(char** arguments, const char* name) {
   return {};
 }
 
-}  // namespace
-
-int main(int, char** arguments) {
-  readSwitches();
-  limitLifetime();
-  dump(arguments);
-  misbehaveAtStart();
-
+[[noreturn]] void talk(char** arguments) {
   std::unique_ptr<Channel> channel = std::make_unique<PipeChannel>();
   if (valueOf(arguments, "-Communicate") == "File") {
     auto files = std::make_unique<FileChannel>(valueOf(arguments, "-TempIPCFilePath"));
@@ -315,4 +309,14 @@ int main(int, char** arguments) {
   Launcher launcher(*channel);
   if (switches.has("--script")) launcher.follow(contentOf(switches.text("--script")));
   launcher.converse();
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+  readSwitches();
+  limitLifetime();
+  dump(arguments);
+  misbehaveAtStart();
+  tks::test::runAsApplication(switches.has("--wont-die"), [arguments] { talk(arguments); });
 }
