@@ -74,7 +74,15 @@ DownloadResult resultOf(const Outcome& outcome, const DownloadRequest& request) 
   return result;
 }
 
-/// Ends a download that brings more than the limit: the shared session has nobody else to ask as bytes come.
+/// Whether the system unpacks the body as it comes. It is asked for as it is, but a server may do otherwise.
+bool isPacked(NSURLResponse* response) {
+  if (![response isKindOfClass:NSHTTPURLResponse.class]) return false;
+  NSString* encoding = [static_cast<NSHTTPURLResponse*>(response) valueForHTTPHeaderField:@"Content-Encoding"];
+  return encoding.length > 0 && [encoding caseInsensitiveCompare:@"identity"] != NSOrderedSame;
+}
+
+/// Ends a download that brings more than the limit, or could after unpacking: the shared session has nobody else to ask
+/// as bytes come, and counts them as they were sent.
 class Bound {
  public:
   void start(NSURLSessionTask* task, std::size_t limit) {
@@ -85,7 +93,8 @@ class Bound {
     dispatch_source_set_event_handler(timer_, ^{
       const std::shared_ptr<std::atomic<bool>> kept = exceeded.lock();
       const std::int64_t most = std::max(task.countOfBytesReceived, task.countOfBytesExpectedToReceive);
-      if (!kept || most <= 0 || static_cast<std::uint64_t>(most) <= limit) return;
+      const std::size_t allowed = isPacked(task.response) ? limit / kMostOfAByte : limit;
+      if (!kept || most <= 0 || static_cast<std::uint64_t>(most) <= allowed) return;
       *kept = true;
       [task cancel];
     });
@@ -98,6 +107,8 @@ class Bound {
 
  private:
   static constexpr std::uint64_t kInterval = NSEC_PER_SEC / 5;
+  /// The most bytes that unpacking makes of one (DEFLATE).
+  static constexpr std::size_t kMostOfAByte = 1032;
 
   std::shared_ptr<std::atomic<bool>> exceeded_ = std::make_shared<std::atomic<bool>>(false);
   dispatch_source_t timer_ = nil;
@@ -118,9 +129,11 @@ class AppleDownload final : public Download {
         });
         return;
       }
-      NSURLRequest* prepared = [NSURLRequest requestWithURL:url
-                                                cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
-                                            timeoutInterval:std::chrono::duration<double>(request.idleTimeout).count()];
+      const std::chrono::duration<double> idleTimeout = request.idleTimeout;
+      NSMutableURLRequest* prepared = [NSMutableURLRequest requestWithURL:url
+                                                              cachePolicy:NSURLRequestReloadIgnoringLocalCacheData
+                                                          timeoutInterval:idleTimeout.count()];
+      [prepared setValue:@"identity" forHTTPHeaderField:@"Accept-Encoding"];
       const DownloadRequest asked = request;
       const auto bound = std::make_shared<Bound>();
       NSURLSessionDownloadTask* task = [NSURLSession.sharedSession
