@@ -18,12 +18,6 @@ set_target_properties(tksinterface PROPERTIES VERSION ${PROJECT_VERSION} SOVERSI
 file(STRINGS ${tks_exported_symbols} tks_symbols REGEX "^[^#]")
 file(STRINGS ${tks_exported_c_symbols} tks_c_symbols REGEX "^[^#]")
 if(APPLE)
-  # CMake sets this only where it can ask the running system for its version.
-  if(CMAKE_CROSSCOMPILING)
-    foreach(kind SHARED_LIBRARY_RUNTIME_C SHARED_LIBRARY_RUNTIME_CXX EXECUTABLE_RUNTIME_CXX)
-      set(CMAKE_${kind}_FLAG "-Wl,-rpath,")
-    endforeach()
-  endif()
   # The framework bundle, and the list in the form of Apple's linker: one underscore more.
   list(APPEND tks_symbols ${tks_c_symbols})
   list(TRANSFORM tks_symbols PREPEND "_")
@@ -56,7 +50,7 @@ if(APPLE)
                      COMMAND ${CMAKE_COMMAND} -E create_symlink Versions/Current/Modules
                              "$<TARGET_BUNDLE_DIR:tksinterface>/Modules")
   # Names and lines for reports of crashes lie in a bundle beside the framework, which itself is delivered without them.
-  find_program(TKS_DSYMUTIL NAMES dsymutil dsymutil-${TKS_MACOS_LLVM})
+  find_program(TKS_DSYMUTIL NAMES dsymutil-${TKS_MACOS_LLVM} dsymutil)
   if(TKS_DSYMUTIL)
     target_compile_options(tks_objects PRIVATE $<$<CONFIG:Release>:-gline-tables-only>)
     add_custom_command(TARGET tksinterface POST_BUILD VERBATIM

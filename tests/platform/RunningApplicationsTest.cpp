@@ -154,6 +154,7 @@ TEST_F(RunningApplications, NothingIsSignalledWithoutAProcessIdentifier) {
 }
 
 TEST_F(RunningApplications, LaunchingStartsANewInstance) {
+  launcher.setSwitches({"--script", "wait"});
   const auto first = runningApplications().launch(launcher.bundle(), {"-one", "two words"}, &error);
   const auto second = runningApplications().launch(launcher.bundle() + "/", {}, &error);
   ASSERT_TRUE(first && second) << error.description();

@@ -184,6 +184,7 @@ class Watcher {
   int prepare(std::vector<pollfd>& polled, std::vector<Source*>& watched) {
     const std::lock_guard lock(mutex_);
     std::optional<Steady::time_point> next;
+    std::vector<Source*> due;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
       Source& source = *sources_[i];
       if (source.isCancelled) {
@@ -193,7 +194,9 @@ class Watcher {
       }
       if (!source.isResumed || source.isHandedOver) continue;
       if (source.type == &kProcess) next = Steady::now() + std::chrono::milliseconds(1);
-      if (source.hasData || hasEnded(source) || (source.deadline && *source.deadline <= Steady::now())) {
+      if (source.deadline && *source.deadline <= Steady::now()) {
+        due.push_back(&source);
+      } else if (source.hasData || hasEnded(source)) {
         handOver(source);
       } else if (source.deadline) {
         next = next ? std::min(*next, *source.deadline) : *source.deadline;
@@ -202,6 +205,8 @@ class Watcher {
         watched.push_back(&source);
       }
     }
+    std::ranges::stable_sort(due, {}, [](const Source* source) { return *source->deadline; });
+    for (Source* source : due) handOver(*source);
     if (!next) return -1;
     return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(*next - Steady::now()).count());
   }
