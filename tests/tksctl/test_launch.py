@@ -53,6 +53,22 @@ class Launch(LaunchTest):
         shown = self.expect(self.here.tool("launch", "--param-file", file, "--param", "b=1"), OK)
         self.assertIn('"deep":{"x":[1,2]}', shown.out)
 
+    def test_records_what_it_shows(self):
+        for more in ((), ("--files",)):
+            file = self.here / "talk.jsonl"
+            shown = self.expect(self.here.tool(*self.WORDS, "--record", file, *more), OK)
+            self.assertEqual(len(re.findall(r"(?:host|launcher) +> ", shown.out)), 6)
+            lines = [json.loads(line) for line in file.read_text().splitlines()]
+            self.assertEqual([each["type"] for each in lines[1:] if each["event"] == "message"],
+                             ["hello", "hello_ack", "launch_meeting", "launch_meeting_ack", "disconnect", "disconnect_ack"])
+            self.assertEqual({each["channel"] for each in lines[1:] if "channel" in each}, {"file" if more else "pipe"})
+            self.assertNotIn("123456789", file.read_text())
+            drawn = self.expect(tool("diagram", file), OK).out
+            self.assertEqual(len(re.findall(r"\|(?:<-)?-- ", drawn)), 6)
+
+    def test_refuses_a_recording_that_cannot_be_made(self):
+        self.expect(self.here.tool(*self.WORDS, "--record", self.here / "no/such/folder"), FAILED, out="")
+
     def test_masks_personal_data(self):
         shown = self.expect(self.here.tool("launch", "--param", "attendee=bob@mail.example"), OK)
         self.assertNotIn("bob@", shown.out)

@@ -10,6 +10,7 @@
 #include "tools/tksctl/parts/conversation.h"
 #include "tools/tksctl/parts/file_host.h"
 #include "tools/tksctl/parts/launch_wishes.h"
+#include "tools/tksctl/recording/recorder.h"
 
 namespace tks::ctl {
 namespace {
@@ -18,6 +19,7 @@ struct Wishes : LaunchWishes {
   std::string site;
   std::vector<std::string> parameters;
   std::string parameterFile;
+  std::string recording;
 };
 
 /// The launch parameters; nothing, and the reason told, when they cannot be read.
@@ -45,6 +47,19 @@ std::optional<TKSDictionary> readParameters(const Wishes& wishes, Output& out, E
   }
   if (!wishes.site.empty()) parameters.set(tks_param_key_gpcsitedomain, wishes.site);
   return parameters;
+}
+
+/// The recorder that was asked for, at work; false when it cannot be.
+bool beginRecording(const Wishes& wishes, Output& out, std::unique_ptr<Recorder>& recorder, Exit& code) {
+  if (wishes.recording.empty()) return true;
+  TKSError error;
+  recorder = Recorder::create(wishes.recording, &error);
+  if (recorder) {
+    recorder->watch();
+  } else {
+    code = out.fail(error);
+  }
+  return recorder != nullptr;
 }
 
 /// What the callbacks leave.
@@ -78,6 +93,8 @@ Exit launch(Context& context, const Wishes& wishes) {
   if (const auto refused = apply(wishes, facade, context.out)) return *refused;
   context.interrupts.hold();
   const ConversationView view(context.out);
+  std::unique_ptr<Recorder> recorder;
+  if (!beginRecording(wishes, context.out, recorder, code)) return code;
   const auto result = std::make_shared<Result>();
   facade.launchMeetingWithParam(
       *parameters, [result] { result->isOver = true; },
@@ -95,6 +112,7 @@ Exit launch(Context& context, const Wishes& wishes) {
   }
   context.out.set("launched", end == Interrupts::End::done && !result->error);
   context.out.set("events", view.events());
+  if (recorder && !recorder->isWhole()) context.out.warn("the recording could not be written whole");
   return judge(context, end, *result, wishes.timeout);
 }
 
@@ -106,10 +124,12 @@ Command launchCommand() {
       .summary = "launches a meeting as a host does, and shows the conversation",
       .description =
           "Refreshes the launcher from an archive when that is newer, starts it, greets it, asks for the meeting and "
-          "says goodbye. Each message is shown as it goes, with the seconds since the beginning, masked.\n\n"
+          "says goodbye. Each message is shown as it goes, with the seconds since the beginning, masked, and recorded "
+          "where that is asked for.\n\n"
           "It is a host like any other: a launcher that does not start and is found broken is removed. Look at a "
           "launcher of your own with tksctl doctor first.",
       .examples = {{"tksctl launch --site https://meet.example --param meetingkey=123456789", "A meeting."},
+                   {"tksctl launch --record talk.jsonl", "Records the conversation; tksctl diagram draws it."},
                    {"tksctl launch --param-file meeting.json --files", "Parameters from a file, over files."}},
       .setUp = [](CLI::App& app) -> Action {
         auto wishes = std::make_shared<Wishes>();
@@ -118,6 +138,8 @@ Command launchCommand() {
             ->type_name("KEY=VALUE")
             ->allow_extra_args(false);
         app.add_option("--param-file", wishes->parameterFile, "A JSON object of launch parameters")->type_name("JSON");
+        app.add_option("--record", wishes->recording, "A file to record the conversation in, made new")
+            ->type_name("FILE");
         addLaunchOptions(app, *wishes);
         return [wishes](Context& context) { return launch(context, *wishes); };
       }};

@@ -15,7 +15,7 @@ namespace tks::ctl {
 Recorder::Recorder(posix::FileDescriptor file) : file_(std::move(file)) {}
 
 Recorder::~Recorder() {
-  if (isWatching_) TKSConversationObserver::observe(nullptr);
+  if (isWatching_) TKSConversationObserver::observe(std::move(before_));
 }
 
 std::unique_ptr<Recorder> Recorder::create(std::string_view path, TKSError* error) {
@@ -33,7 +33,11 @@ std::unique_ptr<Recorder> Recorder::create(std::string_view path, TKSError* erro
 
 void Recorder::watch() {
   isWatching_ = true;
-  TKSConversationObserver::observe([this](const TKSConversationEvent& event) { write(recorded(event, beginning_)); });
+  before_ = TKSConversationObserver::observer();
+  TKSConversationObserver::observe([this](const TKSConversationEvent& event) {
+    write(recorded(event, beginning_));
+    if (before_) before_(event);
+  });
 }
 
 void Recorder::add(RecordedEvent event) {

@@ -22,7 +22,8 @@ class Recorder {
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
 
-  /// Records the conversations of this process from now on.
+  /// Records the conversations of this process from now on, and tells who watched them before as well. That one must
+  /// live longer.
   void watch();
   /// Records one event of another process's conversation, which happens now.
   void add(RecordedEvent event);
@@ -39,6 +40,7 @@ class Recorder {
   const std::chrono::steady_clock::time_point beginning_ = std::chrono::steady_clock::now();
   bool isWhole_ = true;
   bool isWatching_ = false;
+  TKSConversationObserver::Block before_;
 };
 
 }  // namespace tks::ctl

@@ -32,7 +32,6 @@ using tks::test::contentOf;
 using tks::test::drainFor;
 using tks::test::drainUntil;
 using tks::test::FileChannel;
-using tks::test::InjectedSystemCall;
 using tks::test::openDescriptors;
 using tks::test::pattern;
 using tks::test::TemporaryFolder;

@@ -37,7 +37,7 @@ using tks::test::Collector;
 using tks::test::drainFor;
 using tks::test::drainUntil;
 using tks::test::Feeder;
-using tks::test::InjectedSystemCall;
+using tks::test::flagsOf;
 using tks::test::isReadable;
 using tks::test::namedPipe;
 using tks::test::openDescriptors;

@@ -51,7 +51,7 @@ inline bool isReadable(const posix::FileDescriptor& descriptor) {
   return ::poll(&watched, 1, 0) == 1;
 }
 
-int flagsOf(const posix::FileDescriptor& descriptor) { return ::fcntl(descriptor.get(), F_GETFL); }
+inline int flagsOf(const posix::FileDescriptor& descriptor) { return ::fcntl(descriptor.get(), F_GETFL); }
 
 // The kinds of channels that a standard handle can stand for, as pairs of a reading and a writing end.
 
@@ -65,8 +65,8 @@ inline posix::Pipe namedPipe() {
   const tks::test::TemporaryFolder folder;
   const std::string path = folder / "fifo";
   ::mkfifo(path.c_str(), 0600);
-  FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  FileDescriptor writer(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  posix::FileDescriptor reader(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  posix::FileDescriptor writer(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
   ::fcntl(reader.get(), F_SETFL, 0);
   return {std::move(reader), std::move(writer)};
 }

@@ -41,6 +41,7 @@ using tks::test::Collector;
 using tks::test::drainFor;
 using tks::test::drainUntil;
 using tks::test::Feeder;
+using tks::test::flagsOf;
 using tks::test::InjectedSystemCall;
 using tks::test::pattern;
 using tks::test::put;
