@@ -64,7 +64,7 @@ class Launch(LaunchTest):
             self.assertEqual({each["channel"] for each in lines[1:] if "channel" in each}, {"file" if more else "pipe"})
             self.assertNotIn("123456789", file.read_text())
             drawn = self.expect(tool("diagram", file), OK).out
-            self.assertEqual(len(re.findall(r"\|(?:<-)?-- ", drawn)), 6)
+            self.assertEqual(len(re.findall(r"\|<?-- ", drawn)), 6)
 
     def test_refuses_a_recording_that_cannot_be_made(self):
         self.expect(self.here.tool(*self.WORDS, "--record", self.here / "no/such/folder"), FAILED, out="")
