@@ -4,7 +4,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <ctime>
+#include <chrono>
 #include <filesystem>
 #include <string>
 
@@ -74,16 +74,21 @@ TEST_F(RunningApplications, ALaunchedInstanceGetsBytesThatAreNoText) {
 }
 
 TEST_F(RunningApplications, LaunchingNotesTheLastUsedDateInAnAttribute) {
+  // Not std::time: its seconds begin a few milliseconds late.
+  const auto seconds = [] {
+    const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
+    return std::int64_t{std::chrono::floor<std::chrono::seconds>(sinceEpoch).count()};
+  };
   launcher.setSwitches({"--exit", "0"});
   EXPECT_FALSE(runningApplications().hasLastUsedDate(launcher.bundle()));
-  const std::int64_t before = std::time(nullptr);
+  const std::int64_t before = seconds();
   ASSERT_TRUE(runningApplications().launch(launcher.bundle(), {}, &error));
   std::int64_t date[3] = {};
   const ssize_t size = ::getxattr(launcher.bundle().c_str(), "user.com.apple.lastuseddate#PS", date, sizeof date);
   if (size < 0 && errno == ENOTSUP) GTEST_SKIP() << "no attributes here";
   EXPECT_EQ(size, 16);
   EXPECT_GE(date[0], before);
-  EXPECT_LE(date[0], std::time(nullptr));
+  EXPECT_LE(date[0], seconds());
   EXPECT_TRUE(date[1] >= 0 && date[1] < 1'000'000'000) << date[1];
   EXPECT_TRUE(runningApplications().hasLastUsedDate(launcher.bundle()));
   EXPECT_TRUE(runningApplications().hasLastUsedDate(launcher.bundle() + "/"));
