@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tests/interface/FakeWorld.h"
+#include "tests/support/CountedBackgroundWork.h"
 #include "tests/support/HostLoop.h"
 
 // A facade that the host destroys in its log callback, in the midst of whatever the line is about. What is touched
@@ -38,12 +39,17 @@ class Meeting {
   explicit Meeting(int line) : line_(line) {
     facade_->setTKSAppPath(world_.bundle());
     TKSILog::sharedInstance().setLogBlock([this, main = std::this_thread::get_id()](std::int32_t, const std::string&) {
-      if (facade_ == nullptr || std::this_thread::get_id() != main || ++lines_ != line_) return;
+      if (std::this_thread::get_id() != main || facade_ == nullptr || ++lines_ != line_) return;
       facade_.reset();
       destroyed_ = true;
     });
   }
-  ~Meeting() { TKSILog::sharedInstance().setLogBlock({}); }
+  ~Meeting() {
+    TKSILog::sharedInstance().setLogBlock({});
+    facade_.reset();
+    // A launch that nobody waits for any more still uses this world.
+    EXPECT_TRUE(drainUntil([this] { return background_.isIdle(); }));
+  }
   Meeting(const Meeting&) = delete;
   Meeting& operator=(const Meeting&) = delete;
 
@@ -82,6 +88,7 @@ class Meeting {
   }
 
   FakeWorld world_;
+  tks::test::CountedBackgroundWork background_;
   std::unique_ptr<TKSInterface> facade_ = std::make_unique<TKSInterface>();
   const int line_;
   int lines_ = 0;
