@@ -7,6 +7,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/LimitedTools.h"
 #include "foundation/SystemInformation.h"
 #include "foundation/logging/HeldLines.h"
 #include "foundation/logging/Logging.h"
@@ -32,7 +33,7 @@ bool findOutProcessor() {
   tks::platform::ToolRequest request;
   request.tool = tks::platform::Tool::sysctl;
   request.arguments = {"-n", "machdep.cpu.brand_string"};
-  const tks::platform::ToolResult result = tks::platform::systemTools().run(request);
+  const tks::platform::ToolResult result = tks::runWithinLimit(request);
   if (!result.started) {
     TKSILog::logWithLevel(TKSILogLevelError, "Device arch info is not to be had: %@", tks::masked(result.error));
     return false;

@@ -1,3 +1,5 @@
+#include <chrono>
+#include <cstdint>
 #include <future>
 #include <memory>
 #include <optional>
@@ -9,6 +11,7 @@
 #include <tksinterface/TKSURL.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
@@ -27,6 +30,9 @@ constexpr std::string_view kPackageSuffix = ".delta";
 constexpr std::string_view kConversionFailed = "Convert the DeltaInfos to dictionary failed";
 constexpr std::size_t kLargestList = 64u * 1024 * 1024;
 constexpr int kOK = 200;
+// Keys of the entry, without a name, in which a list tells of itself.
+constexpr std::string_view kKeyExpires = "expires";
+constexpr std::string_view kKeyListVersion = "listVersion";
 /// Nothing but the list and its side-car: plain files, each once. The tool reports small files that are no archive.
 constexpr tks::install::ArchiveRules kListRules{
     .links = false, .repeatedNames = false, .mostBytes = 2 * kLargestList, .mostUnreadBytes = std::uint64_t{64} * 1024};
@@ -66,6 +72,33 @@ bool unpack(const std::string& archive, const std::string& folder, const std::st
   return true;
 }
 
+/// The number under a key of the entry that has it; nothing when none has, or when it is no whole number.
+std::optional<std::int64_t> numberIn(const TKSValue& list, std::string_view key) {
+  for (const TKSValue& entry : list.array()) {
+    const TKSValue& value = entry[key];
+    if (value.isInteger()) return value.integer();
+  }
+  return std::nullopt;
+}
+
+/// A list that was signed once stays signed: whoever keeps an old one could hand it out for ever. As far as the options
+/// ask, it says itself until when it counts, and which one it is.
+bool isCurrent(const TKSValue& list, TKSError& error) {
+  const auto refuse = [&](std::string text) {
+    error = tks::makeError(TKSErrorReason::wrongVersion, TKSUtilErrorDomain, 0, std::move(text));
+    return false;
+  };
+  const TKSOptions& options = tks::options();
+  const std::optional<std::int64_t> expires = numberIn(list, kKeyExpires);
+  if (options.listExpiry && !expires) return refuse("The list of updates does not say when it expires.");
+  if (options.listExpiry && static_cast<double>(*expires) <= tks::platform::clock().secondsSince1970()) {
+    return refuse("The list of updates has expired.");
+  }
+  const std::int64_t version = numberIn(list, kKeyListVersion).value_or(0);
+  if (version >= options.lowestListVersion) return true;
+  return refuse(tks::formatted("The list of updates is older than the lowest accepted one: %lu.", version));
+}
+
 /// Unpacks the archive, checks who signed the list in it, and reads the list.
 DeltaList readArchive(const std::string& archive) {
   // The log line about it names the folder with a closing slash.
@@ -86,7 +119,7 @@ DeltaList readArchive(const std::string& archive) {
   if (!listData) return failure(error);
   const std::string_view text(reinterpret_cast<const char*>(listData->data()), listData->size());
   TKSValue list = TKSUtilBase::JSONStringToObject(text, &error);
-  if (list.isNothing()) return failure(error);
+  if (list.isNothing() || !isCurrent(list, error)) return failure(error);
   return {std::move(list), std::nullopt};
 }
 
@@ -110,6 +143,8 @@ DeltaList fetch(const std::optional<TKSURL>& url) {
   std::future<tks::platform::DownloadResult> arrived = answer->get_future();
   tks::platform::DownloadRequest request;
   request.url = url.value_or(TKSURL());
+  request.totalTimeout = std::chrono::milliseconds(tks::options().downloadLimit);
+  request.httpsOnly = tks::options().httpsOnly;
   tks::platform::download().start(
       request, [answer](tks::platform::DownloadResult result) { answer->set_value(std::move(result)); });
   const tks::platform::DownloadResult download = arrived.get();
@@ -152,6 +187,7 @@ TKSDictionary packagesOf(const TKSValue& list, std::string_view baseURL) {
 
 std::optional<TKSDictionary> TKSUtilBase::avaliableDeltaUpdates(std::string_view baseURL, TKSError* error) {
   if (baseURL.empty()) return std::nullopt;
+  tks::settleOptions();
   std::optional<TKSURL> url = TKSURL::URLWithString(baseURL);
   if (url) url = url->appendingPathComponent(kRemoteName);
   const std::string shown = url ? url->absoluteString() : "(null)";

@@ -3,6 +3,7 @@
 
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/LimitedTools.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/Characters.h"
 #include "foundation/values/FilePaths.h"
@@ -116,7 +117,7 @@ void TKSUtilBase::resetAppAccessWithPkgPath(std::string_view pkgPath) {
   if (const std::optional<std::string> host = tks::platform::bundles().mainBundleIdentifier()) {
     request.arguments.push_back(*host);
   }
-  const std::string output = tks::platform::systemTools().run(request).output;
+  const std::string output = tks::runWithinLimit(request).output;
   // Output that is no text counts as empty.
   const std::string_view shown = tks::utf8::isValid(output) ? tks::firstCharacters(output, kShownOutput) : "(null)";
   TKSILog::logWithLevel(TKSILogLevelInfo, "ResetTask Output: %@", tks::masked(shown));

@@ -9,6 +9,7 @@
 #include <tksinterface/TKSUtilBase.h>
 #include <tksinterface/TKSUtilBaseHelper.h>
 
+#include "foundation/LimitedTools.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/Characters.h"
 #include "foundation/values/FilePaths.h"
@@ -31,7 +32,7 @@ constexpr int kCouldNotLook = 75;
 std::optional<std::string> assess(std::string_view appPath) {
   tks::platform::ToolRequest request{tks::platform::Tool::spctl, {"-a", "-vvv", tks::pathArgument(appPath)}};
   request.collectStandardError = true;
-  tks::platform::ToolResult result = tks::platform::systemTools().run(request);
+  tks::platform::ToolResult result = tks::runWithinLimit(request);
   const std::string output = tks::utf8::isValid(result.output) ? std::move(result.output) : std::string();
   if (result.started && !result.cutShort && result.exitCode != kCouldNotLook) return output;
   const std::string reason = result.exitCode == kCouldNotLook ? output : result.error.description();

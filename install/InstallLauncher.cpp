@@ -7,6 +7,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
@@ -170,6 +171,7 @@ class Installation {
 
 bool install(std::string_view version, std::string_view zipPath, std::string_view targetPath,
              tks::install::Patience& patience, std::unique_ptr<FileLock>& placeLock) {
+  tks::settleOptions();
   Installation installation(version, zipPath, targetPath, patience, placeLock);
   const bool installed = tks::unlessOutOfMemory([&] { return installation.run(); });
   installation.cleanUp();

@@ -3,11 +3,13 @@
 #include <utility>
 
 #include "foundation/Errors.h"
+#include "interface/SilentLaunchers.h"
 #include "messaging/FatalErrors.h"
 
 namespace tks::interface {
 
 void Facade::close() {
+  SilentLaunchers::shared().giveUp(manager().launchedTKSPid);
   {
     const std::scoped_lock lock(mutex_);
     owner_ = nullptr;
@@ -29,7 +31,10 @@ void Facade::setStatus(std::int32_t status) {
     conversation_.end();
     session_.conversationEnded();
   }
+  const std::int32_t silent = manager().launchedTKSPid;
+  if (status == TKSI_APP_STATUS_CONNECTED) SilentLaunchers::shared().forget(silent);
   manager().handleStatusChange(status);
+  if (status == TKSI_APP_STATUS_UNCONNECTED) SilentLaunchers::shared().giveUp(silent);
 }
 
 // Settling those who wait.

@@ -101,6 +101,8 @@ class Facade : public std::enable_shared_from_this<Facade> {
   void installStatusBlocks();
   void launchAndConnect(Session::Number launcher);
   std::optional<std::vector<std::string>> prepareChannel(TKSError& error);
+  void onLaunchResult(Session::Number launcher, const std::string& exePath,
+                      const std::optional<TKSRunningApplication>& application, const std::optional<TKSError>& reason);
   void connect(Session::Number launcher, const TKSRunningApplication& application);
   void reportFailedLaunch(Session::Number launcher, const std::string& exePath, const TKSError& reason);
   void onLauncherEnd(const Epoch::Moment& launcher, const std::string& end);

@@ -5,6 +5,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "interface/LaunchArguments.h"
 #include "platform/platform.h"
@@ -57,6 +58,7 @@ int retry(const std::string& path, const std::vector<std::string>& args, TKSErro
 
 std::optional<TKSRunningApplication> TKSUtilBase::launchApp(std::string_view appPath,
                                                             const std::vector<std::string>& args, TKSError* error) {
+  tks::settleOptions();
   const std::string path(appPath);
   if (!prepare(path, error)) {
     const std::string reason = slotText(error);

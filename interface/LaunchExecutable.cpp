@@ -10,6 +10,7 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/Epoch.h"
 #include "foundation/values/ErrorReasons.h"
@@ -18,6 +19,7 @@
 #include "interface/HostCalls.h"
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
+#include "interface/SilentLaunchers.h"
 #include "messaging/Observation.h"
 #include "platform/platform.h"
 
@@ -110,6 +112,8 @@ struct ChildWatch {
   std::optional<ChildEnd> end;
   /// Main thread only: who has not been told yet.
   std::function<void(ChildEnd)> ended;
+  /// Somebody is going to talk to it, or to give it up.
+  bool isForConversation = false;
 
   /// The end as far as it is known here and now. The main thread may be the one that waits for it, so that nobody
   /// tells.
@@ -134,6 +138,7 @@ void logEarlyEnd(ChildWatch& watch, ChildEnd end) {
 void onEnd(ChildWatch& watch, ChildEnd end) {
   watch.pid.wait(0);  // the end may overtake the answer of the start
   watch.end = end;
+  tks::interface::SilentLaunchers::shared().forget(watch.pid);
   if (!watch.wasSeen) logEarlyEnd(watch, end);
   watch.hasEnded = true;
   tellObserver(TKSConversationEvent::Kind::ended, tks::described(end), watch.pid);
@@ -146,11 +151,14 @@ void startProcess(Launch& launch, const std::vector<std::string>& args, const tk
   request.executable = launch.exePath;
   request.arguments = args;
   request.joinStandardHandles = scanned.joinsStandardHandles();
+  request.keepPipesPrivate = tks::options().privatePipes;
+  if (!tks::options().launcherEnvironment.empty()) request.environment = tks::options().launcherEnvironment;
   TKSError error;
   launch.pid = tks::platform::childProcesses().start(
       request, [watch](ChildEnd end) { onEnd(*watch, end); }, &error);
   if (launch.pid < 1) launch.reason = tks::reasonOf(error, TKSErrorReason::systemFailed);
   // Before anybody can be told of its end.
+  if (launch.pid >= 1 && watch->isForConversation) tks::interface::SilentLaunchers::shared().add(launch.pid);
   if (launch.pid >= 1) tellObserver(TKSConversationEvent::Kind::started, launch.exePath, launch.pid);
   watch->pid = launch.pid;
   watch->pid.notify_all();
@@ -220,12 +228,14 @@ void startAndWait(Launch& launch, const std::vector<std::string>& args, const st
   watch->wasSeen = launch.succeeded;
   if (launch.succeeded) return;
   if (end) logEarlyEnd(*watch, *end);
+  tks::interface::SilentLaunchers::shared().giveUp(launch.pid);
   if (scanned.joinsStandardHandles()) tks::platform::mainLoop().post(giveUpStandardHandles);
   failToSee(launch, end);
 }
 
 std::optional<TKSRunningApplication> launchAndWait(std::string_view exePath, const std::vector<std::string>& args,
                                                    const std::shared_ptr<ChildWatch>& watch, TKSError* error) {
+  tks::settleOptions();
   Launch launch;
   launch.exePath = exePath;
   const std::string shownPath = withTildeExpanded(exePath);
@@ -287,6 +297,7 @@ void tks::launchExecutable(std::string_view exePath, const std::vector<std::stri
                            TKSLaunchResultBlock launchResult, std::function<void(platform::ChildEnd)> ended) {
   const auto waiting = std::make_shared<Waiting>();
   waiting->launchResult = std::move(launchResult);
+  waiting->watch->isForConversation = static_cast<bool>(ended);
   waiting->ended = std::move(ended);
   const bool accepted = platform::backgroundWork().submit([exePath = std::string(exePath), args, waiting] {
     TKSError failure;

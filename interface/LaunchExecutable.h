@@ -13,7 +13,7 @@ namespace tks {
 
 /// `launchAppWithExePath:args:launchResult:` for a caller that goes on talking to the process: `ended` is called once,
 /// on the main thread, when the process has ended and `launchResult` was given its application; never when it was given
-/// none.
+/// none. With `ended` the process counts as one of SilentLaunchers until it answers.
 void launchExecutable(std::string_view exePath, const std::vector<std::string>& args, TKSLaunchResultBlock launchResult,
                       std::function<void(platform::ChildEnd)> ended);
 

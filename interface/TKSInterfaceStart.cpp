@@ -7,6 +7,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/Errors.h"
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
@@ -14,6 +15,7 @@
 #include "install/PlaceLock.h"
 #include "interface/Facade.h"
 #include "interface/LaunchExecutable.h"
+#include "interface/SilentLaunchers.h"
 #include "messaging/FileHosts.h"
 #include "messaging/Transport.h"
 #include "platform/platform.h"
@@ -94,6 +96,7 @@ void Facade::startAgain() {
 
 /// What every start does before it looks at the status.
 void Facade::beginStart() {
+  settleOptions();
   TKSILog::logWithLevel(TKSILogLevelInfo, "%s,  connected pid: %i", "-[TKSInterface start:errorBlock:]",
                         manager().connectedTKSPid.load());
   TKSILog::logWithLevel(TKSILogLevelInfo, "TKSInterface SDK version: %@", platform::bundles().libraryVersion());
@@ -122,15 +125,23 @@ void Facade::launchAndConnect(Session::Number launcher) {
   if (isGone()) return;
   launcher_.end();
   const std::string exePath = manager().TKSExePath;
-  launchExecutable(exePath, *arguments,
-                   later([launcher, exePath](Facade& self, const std::optional<TKSRunningApplication>& application,
-                                             const std::optional<TKSError>& reason) {
-                     if (application) return self.connect(launcher, *application);
-                     self.reportFailedLaunch(launcher, exePath, reason.value_or(TKSError{{}, 0, "(null)"}));
-                   }),
-                   later([mine = launcher_.now()](Facade& self, platform::ChildEnd end) {
+  const auto launched = [weak = weak_from_this(), launcher, exePath](
+                            const std::optional<TKSRunningApplication>& application,
+                            const std::optional<TKSError>& reason) {
+    const std::shared_ptr<Facade> self = weak.lock();
+    if (self && !self->isGone()) return self->onLaunchResult(launcher, exePath, application, reason);
+    if (application) SilentLaunchers::shared().giveUp(application->processIdentifier);
+  };
+  launchExecutable(exePath, *arguments, launched, later([mine = launcher_.now()](Facade& self, platform::ChildEnd end) {
                      self.onLauncherEnd(mine, described(end));
                    }));
+}
+
+void Facade::onLaunchResult(Session::Number launcher, const std::string& exePath,
+                            const std::optional<TKSRunningApplication>& application,
+                            const std::optional<TKSError>& reason) {
+  if (application) return connect(launcher, *application);
+  reportFailedLaunch(launcher, exePath, reason.value_or(TKSError{{}, 0, "(null)"}));
 }
 
 /// Chooses the channel by the host's identifier and gets it ready: the launcher's arguments. Nothing when a host that
@@ -163,6 +174,7 @@ std::optional<std::vector<std::string>> Facade::prepareChannel(TKSError& error) 
                          formatted("No folder for the message files, can not communicate by file. Path: %@", folder));
     return std::nullopt;
   }
+  messaging::Transport::of(*handler().messageHost).expectPeer(0);  // nobody, before it is started
   arguments.emplace_back(TKSLaunchArgValueCommunicateFile);
   arguments.push_back(option(TKSLaunchArgNameTempIPCFilePath));
   arguments.push_back(folder);
@@ -172,6 +184,7 @@ std::optional<std::vector<std::string>> Facade::prepareChannel(TKSError& error) 
 void Facade::connect(Session::Number launcher, const TKSRunningApplication& application) {
   const std::int32_t pid = application.processIdentifier;
   manager().launchedTKSPid = pid;
+  messaging::Transport::of(*handler().messageHost).expectPeer(pid);
   // The callback may set another one.
   if (const TKSPidBlock block = owner_->pidBlock) tell({{"launchedTKSPidBlock", [block, pid] { block(pid); }}});
   if (isGone()) return;

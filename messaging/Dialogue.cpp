@@ -76,6 +76,7 @@ void Dialogue::startMessageHost() {
 }
 
 void Dialogue::stopMessageHost() {
+  limits_.forgetAll();
   TKSILog::logWithLevel(TKSILogLevelInfo, "-[TKSIMessageHandler stopMessageHost]");
   if (!handler_.messageHost->isOpened) return;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Message Host running, stop it.");
@@ -89,7 +90,10 @@ bool Dialogue::sendCommonMessage(std::string_view type) {
   }
   const Step step(*this);
   std::optional<TKSError> refusal = transport().handOver(commonMessage(type));
-  if (!step.handlerIsGone() && sending_ != nullptr) sending_->refusal = std::move(refusal);
+  if (step.handlerIsGone()) return true;
+  using Request = AnswerLimits::Request;
+  if (!refusal) limits_.sent(type == tks_message_type_hello ? Request::hello : Request::disconnect);
+  if (sending_ != nullptr) sending_->refusal = std::move(refusal);
   return true;
 }
 
@@ -135,11 +139,19 @@ void Dialogue::sendLaunch(const TKSValue& param, TKSFinishBlock finish, TKSError
   notifyStatus(TKSI_APP_STATUS_LAUNCHING);
   if (step.handlerIsGone()) return;
   std::optional<TKSError> refusal = transport().handOver(message);
-  if (!refusal || step.handlerIsGone()) return;
+  if (step.handlerIsGone()) return;
+  if (!refusal) return limits_.sent(AnswerLimits::Request::launch);
   // The launcher is not left waiting for the job.
   if (handler_.messageHost->isOpened) handler_.sendCommonMessageOfType(tks_message_type_disconnect);
   sending.refusal = std::move(refusal);
   endIfRefused(sending);
+}
+
+/// A launcher that is silent for too long is treated like one that cannot be reached.
+void Dialogue::onSilence(const std::string& problem) {
+  const Step step(*this);
+  TKSILog::logWithLevel(TKSILogLevelError, "Limit of time reached: %@", problem);
+  if (!step.handlerIsGone()) handler_.handleRefusedRequest(defaultError(TKSErrorReason::notAnswered, problem));
 }
 
 /// A request that can never reach the launcher will not be answered.
@@ -172,6 +184,7 @@ void Dialogue::onMessage(const TKSMessage& message) {
 
 void Dialogue::onHelloAck(const TKSMessage&) {
   const Step step(*this);
+  limits_.answered(AnswerLimits::Request::hello);
   handler_.helloErrorBlock = nullptr;
   greetingsRepeated = 0;
   const TKSFinishBlock finish = take(handler_.helloFinishBlock);
@@ -181,6 +194,7 @@ void Dialogue::onHelloAck(const TKSMessage&) {
 
 void Dialogue::onLaunchAck(const TKSMessage&) {
   const Step step(*this);
+  limits_.answered(AnswerLimits::Request::launch);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Tarvo Kovra Start launch meeting done. Ready to disconnect.");
   callHost("launchFinishBlock", take(handler_.launchFinishBlock));
   // A host that stops or launches again from its callback has done the next step itself.
@@ -210,6 +224,7 @@ void Dialogue::endInGoodOrder() {
 }
 
 void Dialogue::onUpdateDone(const TKSMessage&) {
+  limits_.answered(AnswerLimits::Request::launch);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Tarvo Kovra Start self update done. Ready to disconnect.");
   sendDisconnect([this] { updateDone(); }, nullptr);
 }

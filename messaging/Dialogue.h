@@ -10,6 +10,7 @@
 #include <tksinterface/TKSIMessageHandler.h>
 
 #include "foundation/values/Epoch.h"
+#include "messaging/AnswerLimits.h"
 #include "messaging/Transport.h"
 
 namespace tks::messaging {
@@ -93,6 +94,7 @@ class Dialogue {
   void updateDone();
 
   void endIfRefused(const Sending& sending);
+  void onSilence(const std::string& problem);
   void notifyStatus(TKSIAppStatus status);
   TKSIAppStatus queryStatus();
   bool greetAgain();
@@ -112,6 +114,7 @@ class Dialogue {
   Epoch talk_;
   /// The request that is being sent; null at other times.
   Sending* sending_ = nullptr;
+  AnswerLimits limits_{[this](const std::string& problem) { onSilence(problem); }};
 };
 
 }  // namespace tks::messaging

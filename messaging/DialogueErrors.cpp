@@ -91,12 +91,15 @@ void Dialogue::endRefused(const TKSError& error) {
 }
 
 void Dialogue::handleError(const TKSError& error) {
+  limits_.answered(AnswerLimits::Request::hello);
+  limits_.answered(AnswerLimits::Request::launch);
   dropFinishBlocks();
   const Listeners listeners = Listeners::taken(handler_);
   Step(*this).tell(listeners, error);
 }
 
 void Dialogue::handleLaunchError(const TKSDictionary& info) {
+  limits_.answered(AnswerLimits::Request::launch);
   dropFinishBlocks();
   const TKSValue shown = info;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Handle launch error message info: %@", masked(shown));

@@ -17,6 +17,9 @@ constexpr KnownText kTexts[] = {
     {"exceed max message size: ", TKSErrorReason::badMessage},
     {"exceed max size: ", TKSErrorReason::badMessage},
     {"less than 'sizeOfSize', no pending data.", TKSErrorReason::badMessage},
+    {"TKS did not answer \"", TKSErrorReason::notAnswered},
+    {"Message not whole within ", TKSErrorReason::notAnswered},
+    {"Message file is not open in the launcher that was started.", TKSErrorReason::notTrusted},
 };
 
 }  // namespace

@@ -10,6 +10,8 @@
 
 #include <tksinterface/TKSConstants.h>
 
+#include "foundation/Options.h"
+
 /// The frame that carries one message, in both directions and on both kinds of channel:
 ///
 ///   offset  size  content
@@ -23,7 +25,11 @@ namespace tks::messaging {
 inline constexpr std::size_t kHeaderBytes = 4;
 
 /// The largest message, as the transport compares it: read at each use, as an unsigned number.
-inline std::uint64_t largestMessage() { return static_cast<std::uint64_t>(tks_max_msg_size); }
+inline std::uint64_t largestMessage() {
+  const auto largest = static_cast<std::uint64_t>(tks_max_msg_size);
+  const auto option = static_cast<std::uint64_t>(options().largestFrame);
+  return option == 0 ? largest : std::min(largest, option);
+}
 
 /// The length that a header announces.
 constexpr std::uint32_t decodeLength(std::span<const char, kHeaderBytes> header) {
@@ -73,12 +79,19 @@ class PieceCutter {
     if (ahead.empty()) return 0;
     if (missing_ > 0) return cut(ahead, missing_);
     if (ahead.size() < kHeaderBytes) return ended ? ahead.size() : 0;
+    ++begun_;
     const std::uint32_t length = announcedLength(ahead);
     const std::size_t piece = cut(ahead, std::uint64_t{length} + kHeaderBytes);
     // The transport refuses such a frame and takes the next piece for a new one; following the announcement instead
     // would let a stray line of text swallow gigabytes of good frames.
     if (length > largestMessage()) missing_ = 0;
     return piece;
+  }
+
+  /// The number of the frame that has begun and is not whole, when `ahead` is left; 0 when there is none.
+  std::uint64_t unfinished(std::string_view ahead) const {
+    if (missing_ > 0) return begun_;
+    return ahead.empty() ? 0 : begun_ + 1;
   }
 
  private:
@@ -91,6 +104,8 @@ class PieceCutter {
 
   /// Bytes of the current frame that were not handed out yet.
   std::uint64_t missing_ = 0;
+  /// Frames of which the header was handed out.
+  std::uint64_t begun_ = 0;
 };
 
 }  // namespace tks::messaging

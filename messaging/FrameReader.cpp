@@ -3,11 +3,13 @@
 #include <cstring>
 #include <utility>
 
+#include "foundation/Options.h"
 #include "platform/platform.h"
 
 namespace tks::messaging {
 
-FrameReader::FrameReader(Piece piece, Broken broken) : piece_(std::move(piece)), broken_(std::move(broken)) {}
+FrameReader::FrameReader(Piece piece, Broken broken, Slow slow)
+    : piece_(std::move(piece)), broken_(std::move(broken)), slow_(std::move(slow)) {}
 
 void FrameReader::start(std::unique_ptr<platform::ByteSource> source) {
   stop();
@@ -52,6 +54,7 @@ void FrameReader::onReadable() {
   platform::Transfer transfer = reading_.source->read({buffer_.get() + end_, kBufferBytes - end_});
   if (transfer.count > 0) {
     end_ += transfer.count;
+    bytesRead_ += transfer.count;
     handOut();
   } else if (transfer.end || transfer.error) {
     reading_.failure = std::move(transfer.error);
@@ -75,11 +78,41 @@ void FrameReader::handOut() {
   const Epoch::Moment turn = turn_.now();
   while (!turn.isOver()) {
     const std::string_view piece = ahead().substr(0, reading_.cutter.next(ahead(), reading_.ended));
-    if (piece.empty()) return;
+    if (piece.empty()) return watchFrame();
     // Before the call: what is called may stop the reader, start it again and go on from here.
     begin_ += piece.size();
     piece_(piece);
   }
+}
+
+/// A frame that has begun is given its time, from its first byte on.
+void FrameReader::watchFrame() {
+  const std::chrono::milliseconds limit(options().frameLimit);
+  if (limit.count() == 0 || !slow_) return;
+  const std::uint64_t frame = reading_.ended ? 0 : reading_.cutter.unfinished(ahead());
+  if (frame == reading_.watchedFrame) return;
+  reading_.watchedFrame = frame;
+  reading_.frameTimer.reset();
+  if (frame == 0) return;
+  reading_.frameTimer = platform::mainLoop().after(limit, [weak = weak_from_this(), limit] {
+    if (const auto self = weak.lock()) self->onSlowFrame(limit);
+  });
+}
+
+/// What has come meanwhile counts: a host that does not drain its loop is not the launcher's fault.
+void FrameReader::onSlowFrame(std::chrono::milliseconds limit) {
+  const Epoch::Moment turn = turn_.now();
+  const std::uint64_t frame = reading_.watchedFrame;
+  bool hasMore = true;
+  while (hasMore && !turn.isOver() && reading_.watchedFrame == frame) {
+    const std::uint64_t before = bytesRead_;
+    onReadable();
+    hasMore = bytesRead_ > before;
+  }
+  if (turn.isOver() || reading_.watchedFrame != frame) return;
+  reading_.watchedFrame = 0;
+  watchFrame();
+  slow_(limit);
 }
 
 void FrameReader::onEnd() {

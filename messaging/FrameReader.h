@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -33,10 +34,13 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   using Piece = std::function<void(std::string_view piece)>;
   /// Takes the reason why the channel failed.
   using Broken = std::function<void(const TKSError& error)>;
+  /// Takes the limit of time that a frame was not whole within.
+  using Slow = std::function<void(std::chrono::milliseconds limit)>;
 
   /// `piece` is called with each piece, and with an empty one when the channel has ended. `broken` is called instead
-  /// when the channel failed. Neither is called while the reader is stopped. A piece is valid until the call returns.
-  FrameReader(Piece piece, Broken broken);
+  /// when the channel failed, and `slow` whenever a frame takes longer than the option `frameLimit` allows. None is
+  /// called while the reader is stopped. A piece is valid until the call returns.
+  FrameReader(Piece piece, Broken broken, Slow slow = nullptr);
 
   /// Starts handing out: first what was read ahead of this very channel before the reader was stopped, then what comes.
   /// Nothing is handed out before this returns. The next byte starts a frame.
@@ -51,6 +55,8 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
  private:
   void onReadable();
   void handOut();
+  void watchFrame();
+  void onSlowFrame(std::chrono::milliseconds limit);
   void onEnd();
   void tellEnd();
   std::string_view ahead() const { return {buffer_.get() + begin_, end_ - begin_}; }
@@ -66,10 +72,14 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
     std::optional<TKSError> failure;
     /// Tells the end again and again.
     std::unique_ptr<platform::MainLoop::Timer> endTimer;
+    /// The frame that is being waited for, as PieceCutter counts them, and for how long; only with a limit.
+    std::uint64_t watchedFrame = 0;
+    std::unique_ptr<platform::MainLoop::Timer> frameTimer;
   };
 
   const Piece piece_;
   const Broken broken_;
+  const Slow slow_;
   Reading reading_;
   /// Ends with each start and stop, so that work in hand notices when it is no longer wanted.
   Epoch turn_;
@@ -80,6 +90,8 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   std::unique_ptr<char[]> buffer_;
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
+  /// All that were read, ever.
+  std::uint64_t bytesRead_ = 0;
 };
 
 }  // namespace tks::messaging

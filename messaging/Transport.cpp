@@ -66,6 +66,7 @@ void Transport::open(TKSMessageHandlerDelegate* delegate) {
   host_.pendingDataSize = 0;
   failure_.reset();
   saidFarewell_ = false;
+  peer_ = {};
   if (host_.ipcByFile) {
     createFileHandle();
   } else {
@@ -79,7 +80,8 @@ void Transport::open(TKSMessageHandlerDelegate* delegate) {
 void Transport::makeReader() {
   if (input_) input_->stop();
   input_ = std::make_shared<FrameReader>([this](std::string_view piece) { onMessage(piece); },
-                                         [this](const TKSError& error) { onBrokenInput(error); });
+                                         [this](const TKSError& error) { onBrokenInput(error); },
+                                         [this](std::chrono::milliseconds limit) { onSlowFrame(limit); });
 }
 
 /// Asks for the handles at each opening: a pipe-mode launch may have put others in their place. The reader stays, with

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -56,6 +57,10 @@ class Transport {
   /// folder's path. One that cannot be made is set all the same; the opening reports it.
   std::string useNewFolder(std::string path);
 
+  /// Who has to be at the other end of this opening's files, as far as the option `checkFilePeer` asks: a process that
+  /// this one has started; 0 before it is there, when nobody is.
+  void expectPeer(std::int32_t process) { peer_ = {.process = process, .isExpected = true, .isProven = false}; }
+
   /// Returns the memory that stays allocated from one frame to the next.
   void giveMemoryBack();
 
@@ -77,6 +82,8 @@ class Transport {
   void append(std::string_view bytes);
   void deliver();
   void onBrokenInput(const TKSError& error);
+  void onSlowFrame(std::chrono::milliseconds limit);
+  bool isFromPeer();
 
   /// Tells who watches the conversations of this process. Any thread.
   void tellObserver(TKSConversationEvent::Kind kind, std::string_view text) const noexcept;
@@ -95,6 +102,13 @@ class Transport {
   /// A "disconnect_ack" was sent or received since the opening: what becomes of the channel now is in order. Any
   /// thread.
   std::atomic<bool> saidFarewell_ = false;
+  struct Peer {
+    std::int32_t process = 0;
+    bool isExpected = false;
+    /// It had the file open when the first message came.
+    bool isProven = false;
+  };
+  Peer peer_;
   /// The folder of an interface's conversation, from before the opening until the closing.
   std::shared_ptr<MessageFolderHold> hold_;
 };

@@ -5,11 +5,13 @@
 #include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSMessageVocabulary.h>
 
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "messaging/Frame.h"
 #include "messaging/FrameReader.h"
 #include "messaging/MessageText.h"
 #include "messaging/Transport.h"
+#include "platform/platform.h"
 
 // Receiving.
 
@@ -91,6 +93,7 @@ void Transport::append(std::string_view bytes) {
 void Transport::deliver() {
   // Take the buffer first; return its capacity after use.
   TKSData data = std::exchange(host_.receivedData, {});
+  if (!isFromPeer()) return handleFatalError("Message file is not open in the launcher that was started.");
   const ReceivedText text(textOf(data));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Receive message string: %@", text);
 
@@ -121,6 +124,19 @@ void Transport::handleFatalError(const std::string& description) {
   if (delegate == nullptr) return;
   const std::function<void()> report = [delegate, &description] { delegate->handleMessageHostFatalError(description); };
   callHost("handleMessageHostFatalError:", report);
+}
+
+void Transport::onSlowFrame(std::chrono::milliseconds limit) {
+  handleFatalError(formatted("Message not whole within %lu ms.", limit.count()));
+}
+
+/// Whoever else has the file open is not asked for: everything that runs as this user could have.
+bool Transport::isFromPeer() {
+  if (!host_.ipcByFile || !peer_.isExpected || peer_.isProven || !options().checkFilePeer) return true;
+  if (peer_.process > 0 && input_ && input_->channel()) {
+    peer_.isProven = platform::childProcesses().hasOpenForWriting(peer_.process, *input_->channel());
+  }
+  return peer_.isProven;
 }
 
 /// A broken pipe looks like its end to the conversation, which is told again and again. A file has no end, so that its

@@ -15,6 +15,10 @@ struct DownloadRequest {
   TKSURL url;
   /// Longest time without a byte.
   std::chrono::milliseconds idleTimeout{5000};
+  /// Longest time for everything; 0: any.
+  std::chrono::milliseconds totalTimeout{0};
+  /// No other address is asked than with https, nor one that an answer leads to.
+  bool httpsOnly = false;
   /// Longest body.
   std::size_t limit = 64u * 1024 * 1024;
 };

@@ -37,7 +37,7 @@ struct ToolRequest {
   /// one file, and lets a tool go on to twice as much and 64 MiB, so that no small file is counted for a large one.
   std::optional<std::uint64_t> writeLimit = std::nullopt;
   /// After this the tool is ended with its process group.
-  std::chrono::seconds timeLimit{300};
+  std::chrono::milliseconds timeLimit{std::chrono::seconds(300)};
 };
 
 struct ToolResult {

@@ -18,6 +18,7 @@
 #include <tksinterface/TKSMessage.h>
 #include <tksinterface/TKSMessageHost.h>
 #include <tksinterface/TKSMessageVocabulary.h>
+#include <tksinterface/TKSOptions.h>
 #include <tksinterface/TKSRunningApplication.h>
 #include <tksinterface/TKSURL.h>
 #include <tksinterface/TKSUtilBase.h>

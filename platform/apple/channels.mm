@@ -1,7 +1,6 @@
 #include "platform/channels.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <utility>
 
@@ -15,17 +14,21 @@
 namespace tks::platform {
 namespace {
 
-/// A private copy of a standard descriptor, which a later launch may replace.
-posix::FileDescriptor copyOf(int standard) {
-  return posix::StandardHandles::shared().whileUnchanged(
-      [&](bool) { return posix::FileDescriptor(fcntl(standard, F_DUPFD_CLOEXEC, 3)); });
+posix::FileDescriptor copyOf(int descriptor) { return posix::FileDescriptor(fcntl(descriptor, F_DUPFD_CLOEXEC, 3)); }
+
+/// Private copies of the descriptors that a conversation goes over, which a later launch may replace.
+posix::FileDescriptor copyOfInput() {
+  return posix::StandardHandles::shared().withTalk([](int input, int) { return copyOf(input); });
+}
+posix::FileDescriptor copyOfOutput() {
+  return posix::StandardHandles::shared().withTalk([](int, int output) { return copyOf(output); });
 }
 
 class AppleChannels final : public Channels {
  public:
   std::unique_ptr<ByteSource> standardInput(TKSError* error) override {
     posix::StandardHandles::shared().beginTalk();
-    posix::FileDescriptor descriptor = copyOf(STDIN_FILENO);
+    posix::FileDescriptor descriptor = copyOfInput();
     if (descriptor) return apple::makePipeSource(std::move(descriptor));
     posix::fail(error, "open", "standard input");
     return nullptr;
@@ -33,7 +36,7 @@ class AppleChannels final : public Channels {
 
   std::shared_ptr<ByteSink> standardOutput(TKSError* error) override {
     posix::StandardHandles::shared().beginTalk();
-    posix::FileDescriptor descriptor = copyOf(STDOUT_FILENO);
+    posix::FileDescriptor descriptor = copyOfOutput();
     if (descriptor) return apple::makePipeSink(std::move(descriptor));
     posix::fail(error, "open", "standard output");
     return nullptr;

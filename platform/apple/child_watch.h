@@ -30,6 +30,8 @@ class ChildWatch : public std::enable_shared_from_this<ChildWatch> {
 
   /// Kills the child, with its group where it leads one, unless it was collected already.
   void kill();
+  /// Sends the child a signal; false when it has ended.
+  bool signal(int number);
 
   pid_t process() const { return process_; }
 

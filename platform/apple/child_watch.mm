@@ -110,6 +110,11 @@ std::optional<ChildEnd> ChildWatch::waitUntil(std::chrono::steady_clock::time_po
   return end_;
 }
 
+bool ChildWatch::signal(int number) {
+  const std::lock_guard lock(mutex_);
+  return !end_ && !isCollectable(process_) && ::kill(process_, number) == 0;
+}
+
 void ChildWatch::kill() {
   const std::lock_guard lock(mutex_);
   if (!end_) ::kill(kind_ == Kind::leadsGroup ? -process_ : process_, SIGKILL);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -17,12 +18,31 @@
 #include "platform/posix/error_reasons.h"
 #include "platform/posix/posix_error.h"
 
+/// Follows no answer to another address than one with https.
+@interface TKSHttpsRedirects : NSObject <NSURLSessionTaskDelegate>
+@end
+
+@implementation TKSHttpsRedirects
+- (void)URLSession:(NSURLSession*)session
+                          task:(NSURLSessionTask*)task
+    willPerformHTTPRedirection:(NSHTTPURLResponse*)response
+                    newRequest:(NSURLRequest*)request
+             completionHandler:(void (^)(NSURLRequest*))completionHandler {
+  const BOOL isHttps = [request.URL.scheme.lowercaseString isEqualToString:@"https"];
+  if (!isHttps) [task cancel];
+  completionHandler(isHttps ? request : nil);
+}
+@end
+
 namespace tks::platform {
 namespace {
 
-bool isAllowed(NSURL* url) {
+bool isHttps(NSURL* url) { return [url.scheme.lowercaseString isEqualToString:@"https"]; }
+
+bool isAllowed(NSURL* url, const DownloadRequest& request) {
   NSString* scheme = url.scheme.lowercaseString;
-  return [scheme isEqualToString:@"https"] || [scheme isEqualToString:@"http"] || [scheme isEqualToString:@"file"];
+  if (isHttps(url) || request.httpsOnly) return isHttps(url);
+  return [scheme isEqualToString:@"http"] || [scheme isEqualToString:@"file"];
 }
 
 TKSError refusal(NSInteger code, const std::string& address, std::string_view reason) {
@@ -52,6 +72,7 @@ struct Outcome {
   NSURLResponse* response = nil;
   NSError* failure = nil;
   bool isTooLarge = false;
+  bool isTooLate = false;
 };
 
 DownloadResult resultOf(const Outcome& outcome, const DownloadRequest& request) {
@@ -64,6 +85,8 @@ DownloadResult resultOf(const Outcome& outcome, const DownloadRequest& request) 
   if (outcome.isTooLarge || size.unsignedLongLongValue > request.limit) {
     result.error =
         refusal(NSURLErrorDataLengthExceedsMaximum, request.url.absoluteString(), "resource exceeds maximum size");
+  } else if (outcome.isTooLate) {
+    result.error = refusal(NSURLErrorTimedOut, request.url.absoluteString(), "The request timed out.");
   } else if (outcome.location == nil) {
     result.error = apple::fromError(outcome.failure, "download");
   } else {
@@ -81,26 +104,36 @@ bool isPacked(NSURLResponse* response) {
   return encoding.length > 0 && [encoding caseInsensitiveCompare:@"identity"] != NSOrderedSame;
 }
 
-/// Ends a download that brings more than the limit, or could after unpacking: the shared session has nobody else to ask
-/// as bytes come, and counts them as they were sent.
+/// Ends a download that brings more than the limit, or could after unpacking, or that takes longer than it may: the
+/// shared session has nobody else to ask as bytes come, and counts them as they were sent.
 class Bound {
  public:
-  void start(NSURLSessionTask* task, std::size_t limit) {
-    const std::weak_ptr<std::atomic<bool>> exceeded = exceeded_;
+  void start(NSURLSessionTask* task, const DownloadRequest& request) {
+    using Time = std::chrono::steady_clock;
+    const std::size_t limit = request.limit;
+    const Time::time_point end =
+        request.totalTimeout.count() > 0 ? Time::now() + request.totalTimeout : Time::time_point::max();
+    const std::weak_ptr<State> state = state_;
     dispatch_queue_t queue = dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0);
     timer_ = dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0, queue);
     dispatch_source_set_timer(timer_, dispatch_time(DISPATCH_TIME_NOW, 0), kInterval, kInterval / 10);
     dispatch_source_set_event_handler(timer_, ^{
-      const std::shared_ptr<std::atomic<bool>> kept = exceeded.lock();
+      const std::shared_ptr<State> kept = state.lock();
+      if (!kept) return;
+      if (Time::now() >= end) {
+        kept->isTooLate = true;
+        return [task cancel];
+      }
       const std::int64_t most = std::max(task.countOfBytesReceived, task.countOfBytesExpectedToReceive);
       const std::size_t allowed = isPacked(task.response) ? limit / kMostOfAByte : limit;
-      if (!kept || most <= 0 || static_cast<std::uint64_t>(most) <= allowed) return;
-      *kept = true;
+      if (most <= 0 || static_cast<std::uint64_t>(most) <= allowed) return;
+      kept->isTooLarge = true;
       [task cancel];
     });
     dispatch_resume(timer_);
   }
-  bool exceeded() const { return *exceeded_; }
+  bool isTooLarge() const { return state_->isTooLarge; }
+  bool isTooLate() const { return state_->isTooLate; }
   void stop() {
     if (timer_ != nil) dispatch_source_cancel(timer_);
   }
@@ -110,9 +143,22 @@ class Bound {
   /// The most bytes that unpacking makes of one (DEFLATE).
   static constexpr std::size_t kMostOfAByte = 1032;
 
-  std::shared_ptr<std::atomic<bool>> exceeded_ = std::make_shared<std::atomic<bool>>(false);
+  struct State {
+    std::atomic<bool> isTooLarge = false;
+    std::atomic<bool> isTooLate = false;
+  };
+  const std::shared_ptr<State> state_ = std::make_shared<State>();
   dispatch_source_t timer_ = nil;
 };
+
+/// A session that goes over https alone, for the rest of the process.
+NSURLSession* httpsSession() {
+  static NSURLSession* const session =
+      [NSURLSession sessionWithConfiguration:NSURLSessionConfiguration.ephemeralSessionConfiguration
+                                    delegate:[TKSHttpsRedirects new]
+                               delegateQueue:nil];
+  return session;
+}
 
 class AppleDownload final : public Download {
  public:
@@ -120,7 +166,7 @@ class AppleDownload final : public Download {
     @autoreleasepool {
       NSString* address = apple::toString(request.url.absoluteString());
       NSURL* url = address == nil ? nil : [NSURL URLWithString:address];
-      if (url == nil || !isAllowed(url)) {
+      if (url == nil || !isAllowed(url, request)) {
         DownloadResult refused;
         refused.error = url == nil ? refusal(NSURLErrorBadURL, request.url.absoluteString(), "bad URL")
                                    : refusal(NSURLErrorUnsupportedURL, request.url.absoluteString(), "unsupported URL");
@@ -136,16 +182,17 @@ class AppleDownload final : public Download {
       [prepared setValue:@"identity" forHTTPHeaderField:@"Accept-Encoding"];
       const DownloadRequest asked = request;
       const auto bound = std::make_shared<Bound>();
-      NSURLSessionDownloadTask* task = [NSURLSession.sharedSession
+      NSURLSession* session = request.httpsOnly ? httpsSession() : NSURLSession.sharedSession;
+      NSURLSessionDownloadTask* task = [session
           downloadTaskWithRequest:prepared
                 completionHandler:^(NSURL* location, NSURLResponse* response, NSError* failure) {
                   bound->stop();
                   apple::runGuarded("download", [&] {
-                    done(resultOf({location, response, failure, bound->exceeded()}, asked));
+                    done(resultOf({location, response, failure, bound->isTooLarge(), bound->isTooLate()}, asked));
                   });
                 }];
       // Before the task runs: what ends it also ends this.
-      bound->start(task, request.limit);
+      bound->start(task, request);
       [task resume];
     }
   }

@@ -106,7 +106,10 @@ pid_t spawn(const SpawnRequest& request) {
   std::vector<char*> arguments = pointers(request.arguments);
   arguments.insert(arguments.begin(), const_cast<char*>(request.executable.c_str()));
   arguments.push_back(nullptr);
-  const std::vector<std::string> clean = request.cleanEnvironment ? cleanEnvironment() : std::vector<std::string>();
+  const bool isOwn = request.cleanEnvironment || request.environment;
+  const std::vector<std::string> clean = request.environment ? *request.environment
+                                         : isOwn             ? cleanEnvironment()
+                                                             : std::vector<std::string>();
   std::vector<char*> environment = pointers(clean);
   environment.push_back(nullptr);
 
@@ -119,7 +122,7 @@ pid_t spawn(const SpawnRequest& request) {
   pid_t process = 0;
   if (reason == 0) {
     reason = posix_spawn(&process, request.executable.c_str(), descriptors.get(), attributes.get(), arguments.data(),
-                         request.cleanEnvironment ? environment.data() : *_NSGetEnviron());
+                         isOwn ? environment.data() : *_NSGetEnviron());
   }
   if (reason == 0) return process;
   errno = reason;

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct SpawnRequest {
   Group group = Group::inherited;
   /// A clean environment instead of this process's own.
   bool cleanEnvironment = false;
+  /// All that its environment holds, "NAME=value", whatever the one before says.
+  std::optional<std::vector<std::string>> environment{};
 };
 
 /// Starts a process that has descriptors 0 to 2 and no other, an empty signal mask and default handling of all signals,

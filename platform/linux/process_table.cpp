@@ -77,6 +77,23 @@ std::optional<std::string> executablePath(pid_t process) {
   return std::string(path);
 }
 
+bool hasOpenForWriting(pid_t process, const platform::ChannelIdentity& file) {
+  const std::string folder = procPath(process, "fd").data();
+  const std::unique_ptr<DIR, int (*)(DIR*)> entries(::opendir(folder.c_str()), ::closedir);
+  if (!entries) return false;
+  while (const dirent* entry = ::readdir(entries.get())) {
+    const std::string path = folder + "/" + entry->d_name;
+    struct stat target {};
+    struct stat link {};
+    if (::stat(path.c_str(), &target) != 0 || ::lstat(path.c_str(), &link) != 0 || !S_ISLNK(link.st_mode)) continue;
+    const platform::ChannelIdentity found{static_cast<std::uint64_t>(target.st_dev),
+                                          static_cast<std::uint64_t>(target.st_ino)};
+    // The rights of such a link tell how the file was opened.
+    if (found == file && (link.st_mode & S_IWUSR) != 0) return true;
+  }
+  return false;
+}
+
 std::vector<pid_t> allProcesses() {
   std::vector<pid_t> processes;
   const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir("/proc"), ::closedir);

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/channels.h"
+
 namespace tks::gnulinux {
 
 /// What the system says of one process.
@@ -29,6 +31,9 @@ std::optional<ProcessFacts> readProcessFacts(pid_t process);
 /// Path of a process's executable; nothing when it has none or this user may not know it. A file that was removed or
 /// replaced meanwhile keeps its old path.
 std::optional<std::string> executablePath(pid_t process);
+
+/// Whether a process has a file open for writing; false too when this user may not know it.
+bool hasOpenForWriting(pid_t process, const platform::ChannelIdentity& file);
 
 /// Identifiers of all processes, in the order the system gives.
 std::vector<pid_t> allProcesses();

@@ -104,6 +104,20 @@ std::uint64_t StandardHandles::Joint::putInForce() {
   return ++handles_.joints_;
 }
 
+std::uint64_t StandardHandles::Joint::keepPrivate() {
+  handles_.privateOutput_ = std::move(toChild_.writer);
+  handles_.privateInput_ = std::move(fromChild_.reader);
+  toChild_ = {};
+  fromChild_ = {};
+  handles_.childIsGone_ = handles_.talkIsOver_ = false;
+  return ++handles_.joints_;
+}
+
+void StandardHandles::closePrivate() {
+  privateInput_.reset();
+  privateOutput_.reset();
+}
+
 // Putting back what stood there before.
 
 void StandardHandles::childEnded(std::uint64_t joint) {
@@ -112,7 +126,9 @@ void StandardHandles::childEnded(std::uint64_t joint) {
   childIsGone_ = true;
   input_.aside.reset();
   output_.aside.reset();
-  if (talkIsOver_) putBack();
+  if (!talkIsOver_) return;
+  putBack();
+  closePrivate();
 }
 
 void StandardHandles::beginTalk() {
@@ -131,6 +147,11 @@ void StandardHandles::beginTalk() {
 
 void StandardHandles::endTalk(const ChannelIdentity& input, bool inGoodOrder) {
   const std::lock_guard lock(mutex_);
+  if (privateInput_ && identityOf(privateInput_.get()) == input) {
+    talkIsOver_ = true;
+    if (childIsGone_) closePrivate();
+    return;
+  }
   if (!joined_ || input_.pipe != input) return;
   talkIsOver_ = true;
   if (childIsGone_ || (inGoodOrder && setAside())) putBack();

@@ -42,6 +42,9 @@ class StandardHandles {
     /// Puts the pipes in place of this process's standard handles and closes the child's ends. Returns the number to
     /// tell the child's end with; 0, and errno, when that fails; nothing has changed then.
     std::uint64_t putInForce();
+    /// Keeps this process's ends on private descriptors instead, in place of the private ones before, and closes the
+    /// child's. Returns the number to tell the child's end with.
+    std::uint64_t keepPrivate();
 
    private:
     friend class StandardHandles;
@@ -56,6 +59,14 @@ class StandardHandles {
     FileDescriptor originalInput_;
     FileDescriptor originalOutput_;
   };
+
+  /// Does `work` with the two descriptors that a conversation goes over: private ones while there are any, else the
+  /// standard handles, which stay as they are meanwhile.
+  template <class Work>
+  auto withTalk(Work work) {
+    const std::lock_guard lock(mutex_);
+    return privateInput_ ? work(privateInput_.get(), privateOutput_.get()) : work(0, 1);
+  }
 
   /// Prepares everything that could fail. False, and errno, when something does.
   bool prepare(Joint& joint);
@@ -96,6 +107,7 @@ class StandardHandles {
   bool keepOriginals();
   bool setAside();
   void putBack();
+  void closePrivate();
 
   std::mutex mutex_;  // guards what follows
   /// The pipes stand on 0 and 1.
@@ -105,6 +117,10 @@ class StandardHandles {
   std::uint64_t joints_ = 0;
   Place input_{.number = 0, .before = {}, .identityBefore = {}, .pipe = {}, .aside = {}};
   Place output_{.number = 1, .before = {}, .identityBefore = {}, .pipe = {}, .aside = {}};
+
+  /// This process's ends of the pipes to a child that was started with private ones.
+  FileDescriptor privateInput_;
+  FileDescriptor privateOutput_;
 
   bool originalsAreKept_ = false;
   FileDescriptor originalInput_;

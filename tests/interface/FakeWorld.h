@@ -70,6 +70,19 @@ class PlayedProcesses final : public platform::ChildProcesses, public NoApplicat
   }
   /// Ends are told as soon as they are there.
   std::optional<platform::ChildEnd> untoldEnd(std::int32_t) override { return std::nullopt; }
+  /// Notes whom it ends; nothing comes of that but what the test does.
+  bool end(std::int32_t process, bool force) override {
+    const std::scoped_lock lock(mutex_);
+    ended_.push_back((force ? "kill " : "term ") + std::to_string(process));
+    return true;
+  }
+  bool hasOpenForWriting(std::int32_t, const platform::ChannelIdentity&) override { return hasFileOpen; }
+  /// Whether launchers have the message file open.
+  std::atomic<bool> hasFileOpen = true;
+  std::vector<std::string> ended() const {
+    const std::scoped_lock lock(mutex_);
+    return ended_;
+  }
   int originalStandardInput() override { return 0; }
   int originalStandardOutput() override { return 1; }
 
@@ -127,6 +140,7 @@ class PlayedProcesses final : public platform::ChildProcesses, public NoApplicat
  private:
   mutable std::mutex mutex_;
   std::vector<Process> processes_;
+  std::vector<std::string> ended_;
   std::map<std::int32_t, bool> others_;
   int looksUntilQuit_ = 0;
   int looks_ = 0;

@@ -42,6 +42,8 @@ class PlayedChildren final : public tks::platform::ChildProcesses {
     return 0;
   }
   std::optional<ChildEnd> untoldEnd(std::int32_t process) override { return process == kPid ? untold : std::nullopt; }
+  bool end(std::int32_t, bool) override { return false; }
+  bool hasOpenForWriting(std::int32_t, const tks::platform::ChannelIdentity&) override { return false; }
   int originalStandardInput() override { return 71; }
   int originalStandardOutput() override { return 72; }
 

@@ -35,7 +35,7 @@ extern "C" {
 /// struct that the library hands out.
 #define TKS_C_VERSION_MAJOR 1
 /// See TKS_C_VERSION_MAJOR.
-#define TKS_C_VERSION_MINOR 0
+#define TKS_C_VERSION_MINOR 1
 
 /// The C interface of the library that runs: major version * 1000 + minor version. Any thread.
 TKS_C_EXPORT int32_t tks_c_version(void);
@@ -109,6 +109,11 @@ TKS_C_EXPORT char* tks_launcher(void);
 TKS_C_EXPORT void tks_set_backup_archive(const char* path, const char* version);
 /// Stored for the host; the library does not use it.
 TKS_C_EXPORT void tks_set_backup_launcher(const char* path);
+/// Sets the options of this process, in place of all that were set before: a JSON object of options by their names, as
+/// TKSOptions.h lists them, for example {"helloLimit": 30000, "httpsOnly": true}; null and {} set none. False, with the
+/// reason in `failed`, which may be null, for an unknown name, a value of another kind or out of its range, and after
+/// the first start, launch, installation or list of updates. Nothing has changed then.
+TKS_C_EXPORT bool tks_set_options(const char* json, tks_error_fn failed, void* context);
 /// Called with the process identifier of each launcher that is started. Replaces the one before.
 TKS_C_EXPORT void tks_set_pid_callback(tks_pid_fn started, void* context, tks_release_fn release);
 

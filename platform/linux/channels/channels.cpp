@@ -1,7 +1,5 @@
 #include "platform/channels.h"
 
-#include <unistd.h>
-
 #include "platform/backend.h"
 #include "platform/linux/channels/file_channel.h"
 #include "platform/linux/channels/stream_channel.h"
@@ -14,14 +12,14 @@ class LinuxChannels final : public Channels {
  public:
   std::unique_ptr<ByteSource> standardInput(TKSError* error) override {
     posix::StandardHandles::shared().beginTalk();
-    return posix::StandardHandles::shared().whileUnchanged(
-        [&](bool) { return gnulinux::streamSource(STDIN_FILENO, "standard input", error); });
+    return posix::StandardHandles::shared().withTalk(
+        [&](int input, int) { return gnulinux::streamSource(input, "standard input", error); });
   }
 
   std::shared_ptr<ByteSink> standardOutput(TKSError* error) override {
     posix::StandardHandles::shared().beginTalk();
-    return posix::StandardHandles::shared().whileUnchanged(
-        [&](bool) { return gnulinux::streamSink(STDOUT_FILENO, "standard output", error); });
+    return posix::StandardHandles::shared().withTalk(
+        [&](int, int output) { return gnulinux::streamSink(output, "standard output", error); });
   }
 
   void endOfTalk(const ChannelIdentity& input, bool inGoodOrder) override {

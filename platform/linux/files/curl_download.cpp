@@ -151,6 +151,7 @@ class Transfer {
     if (request_.url.scheme().empty()) return CURLE_UNSUPPORTED_PROTOCOL;
     struct stat facts {};
     if (!request_.url.isFileURL()) return std::nullopt;
+    if (request_.httpsOnly) return CURLE_UNSUPPORTED_PROTOCOL;
     const std::string path = request_.url.path();
     if (posix::isPath(path) && (::stat(path.c_str(), &facts) != 0 || S_ISREG(facts.st_mode))) return std::nullopt;
     return CURLE_FILE_COULDNT_READ_FILE;
@@ -158,12 +159,13 @@ class Transfer {
 
   void prepare(CURL* handle) {
     curl_.curl_easy_setopt(handle, CURLOPT_URL, request_.url.absoluteString().c_str());
-    curl_.curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http,https,file");
-    curl_.curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_.curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, request_.httpsOnly ? "https" : "http,https,file");
+    curl_.curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, request_.httpsOnly ? "https" : "http,https");
     curl_.curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_.curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L);
     curl_.curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // background threads block every signal
     curl_.curl_easy_setopt(handle, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_.idleTimeout.count()));
+    curl_.curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(request_.totalTimeout.count()));
     curl_.curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(request_.limit));
     curl_.curl_easy_setopt(handle, CURLOPT_ERRORBUFFER, detail_.data());
     curl_.curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &Transfer::onBytes);

@@ -1,5 +1,6 @@
 #include "platform/linux/processes/child_collector.h"
 
+#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
@@ -169,6 +170,18 @@ void ChildCollector::collectOne(std::uint64_t number) {
     posix::UntoldEnds::shared().remove(untold);
     ended(end);
   });
+}
+
+/// With the lock held nobody else here collects the child, so that its number stays its own; where somebody else does,
+/// its descriptor, or its start time, tells.
+bool ChildCollector::signal(pid_t process, int signal) {
+  const std::lock_guard lock(mutex_);
+  for (const auto& [number, child] : children_) {
+    if (child.process != process || childState(process, child.descriptor) != ChildState::running) continue;
+    if (child.descriptor) return systemCalls().pidfdSendSignal(child.descriptor.get(), signal, nullptr, 0) == 0;
+    return ::kill(process, signal) == 0;
+  }
+  return false;
 }
 
 void ChildCollector::keepLooking() {

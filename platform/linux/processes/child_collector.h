@@ -46,6 +46,10 @@ class ChildCollector {
   /// without a descriptor gets one at the main loop's next turn, before anybody could be told of its end.
   void adopt(SpawnedProcess process, std::function<void(platform::ChildEnd)> ended);
 
+  /// Sends a signal to a child that was taken over and runs; false when there is none. What has its number later never
+  /// gets it.
+  bool signal(pid_t process, int signal);
+
   /// Collects the children that have ended by now. Costs one load when there are none.
   void collect();
 

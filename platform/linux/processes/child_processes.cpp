@@ -8,8 +8,10 @@
 #include <utility>
 
 #include "platform/backend.h"
+#include "platform/linux/process_table.h"
 #include "platform/linux/processes/child_collector.h"
 #include "platform/linux/processes/spawn.h"
+#include "platform/posix/environment.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
 #include "platform/posix/untold_ends.h"
@@ -29,7 +31,7 @@ using Ended = std::function<void(ChildEnd)>;
 
 /// Starts a child whose standard input and output are joined to this process's own: nothing, and errno, when it fails.
 /// `ended` has to be called when it ends.
-gnulinux::SpawnedProcess startJoined(SpawnRequest& request, Ended& ended) {
+gnulinux::SpawnedProcess startJoined(SpawnRequest& request, bool keepPrivate, Ended& ended) {
   StandardHandles& handles = StandardHandles::shared();
   StandardHandles::Joint joint = handles.begin();
   if (!handles.prepare(joint)) return {};
@@ -37,7 +39,7 @@ gnulinux::SpawnedProcess startJoined(SpawnRequest& request, Ended& ended) {
   request.standardOutput = joint.childOutput();
   gnulinux::SpawnedProcess process = gnulinux::spawn(request);
   if (!process) return process;
-  if (const std::uint64_t number = joint.putInForce(); number != 0) {
+  if (const std::uint64_t number = keepPrivate ? joint.keepPrivate() : joint.putInForce(); number != 0) {
     ended = [number, tell = std::move(ended)](ChildEnd end) {
       StandardHandles::shared().childEnded(number);
       if (tell) tell(end);
@@ -66,8 +68,10 @@ class LinuxChildProcesses final : public ChildProcesses {
     SpawnRequest spawn;
     spawn.executable = request.executable;
     spawn.arguments = request.arguments;
+    if (request.environment) spawn.environment = posix::reducedEnvironment(*request.environment);
     spawn.makesDescriptor = false;
-    gnulinux::SpawnedProcess process = request.joinStandardHandles ? startJoined(spawn, ended) : startSharing(spawn);
+    gnulinux::SpawnedProcess process =
+        request.joinStandardHandles ? startJoined(spawn, request.keepPipesPrivate, ended) : startSharing(spawn);
     if (!process) {
       posix::fail(error, "start", request.executable);
       return 0;
@@ -80,6 +84,14 @@ class LinuxChildProcesses final : public ChildProcesses {
   std::optional<ChildEnd> untoldEnd(std::int32_t process) override {
     gnulinux::ChildCollector::shared().collect();
     return posix::UntoldEnds::shared().find(process);
+  }
+
+  bool end(std::int32_t process, bool force) override {
+    return gnulinux::ChildCollector::shared().signal(process, force ? SIGKILL : SIGTERM);
+  }
+
+  bool hasOpenForWriting(std::int32_t process, const ChannelIdentity& file) override {
+    return gnulinux::hasOpenForWriting(process, file);
   }
 
   int originalStandardInput() override { return StandardHandles::shared().originalInput(); }

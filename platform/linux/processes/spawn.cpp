@@ -203,13 +203,14 @@ SpawnedProcess spawn(const SpawnRequest& request) {
   arguments.push_back(nullptr);
   std::vector<std::string> clean = request.cleanEnvironment ? cleanEnvironment() : std::vector<std::string>();
   clean.insert(clean.end(), request.variables.begin(), request.variables.end());
+  if (request.environment) clean = *request.environment;
   std::vector<char*> environment = pointers(clean);
   environment.push_back(nullptr);
 
   Plan plan;
   plan.executable = request.executable.c_str();
   plan.arguments = arguments.data();
-  plan.environment = request.cleanEnvironment ? environment.data() : ::environ;
+  plan.environment = request.cleanEnvironment || request.environment ? environment.data() : ::environ;
   plan.sources = {request.standardInput, request.standardOutput, request.standardError};
   plan.group = request.group;
   plan.fileSizeLimit = request.fileSizeLimit;

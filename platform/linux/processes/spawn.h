@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,8 @@ struct SpawnRequest {
   bool cleanEnvironment = false;
   /// What the clean environment holds beside: "NAME=value".
   std::vector<std::string> variables;
+  /// All that its environment holds, "NAME=value", whatever the two before say.
+  std::optional<std::vector<std::string>> environment;
   /// Whether the process comes with its descriptor. Making one is a twentieth of a start.
   bool makesDescriptor = true;
 };

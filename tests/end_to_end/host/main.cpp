@@ -11,11 +11,16 @@
 //   throw NAME               let the callbacks of NAME throw
 //   cycle COUNT              start and stop so many times, one after the other
 //   repeat COUNT             launch so many times, one after the other
+//   options JSON             set the library's options
+//   handles                  tell what standard input and output are
+//   exit                     end by exit, as a program that comes to its end does
 //   quit
 //
 // Events, one a line, line ends inside as "\n":
-//   ready | log LEVEL TEXT | finish NAME | error NAME DOMAIN CODE TEXT | pid NUMBER | status NUMBER PID | done COUNT
+//   ready | set | handles KIND KIND | log LEVEL TEXT | finish NAME | error NAME DOMAIN CODE TEXT | pid NUMBER | status
+//   NUMBER PID | done COUNT
 
+#include <sys/stat.h>
 #include <tksinterface/tksinterface.h>
 #include <unistd.h>
 
@@ -123,7 +128,27 @@ class Host {
     if (verb == "repeat") repeat(std::atoi(name.c_str()), 0);
     // Behind the step that the main thread is in.
     if (verb == "status") later([this] { tellStatus(); });
+    if (verb == "options") setOptions(command.substr(8));
+    if (verb == "exit") later([] { std::exit(0); });
+    if (verb == "handles") later([this] { tellHandles(); });
     if (verb == "quit") TKSMainLoop::stop();
+  }
+
+  void tellHandles() {
+    struct stat facts {};
+    std::string kinds;
+    for (const int number : {STDIN_FILENO, STDOUT_FILENO}) {
+      const bool known = ::fstat(number, &facts) == 0;
+      kinds += !known ? " closed" : S_ISFIFO(facts.st_mode) ? " pipe" : S_ISCHR(facts.st_mode) ? " device" : " other";
+    }
+    tell("handles" + kinds);
+  }
+
+  void setOptions(const std::string& json) {
+    TKSError error;
+    const auto options = TKSOptions::optionsFromDictionary(TKSUtilBase::JSONStringToObject(json).dictionary(), &error);
+    const bool set = options && TKSOptions::setOptions(*options, &error);
+    tell(set ? "set" : "error options - 0 " + error.localizedDescription);
   }
 
   static TKSValue parameters(const std::string& json) {

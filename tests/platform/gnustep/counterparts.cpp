@@ -3,8 +3,10 @@
 #include <utility>
 
 #include "platform/apple/file_trees.h"
+#include "platform/apple/open_files.h"
 #include "platform/apple/tool_runner.h"
 #include "platform/linux/files/file_trees.h"
+#include "platform/linux/process_table.h"
 #include "platform/linux/processes/tool_runner.h"
 
 // What macOS has calls of its own for, of which nothing is Foundation's; and what the tests, as they are compiled for
@@ -22,6 +24,10 @@ bool moveTree(const std::string& from, const std::string& to, TKSError* error) {
 }
 bool exchangeTrees(const std::string& first, const std::string& second, TKSError* error) {
   return gnulinux::exchangeTrees(first, second, error);
+}
+
+bool hasOpenForWriting(pid_t process, const ChannelIdentity& file) {
+  return gnulinux::hasOpenForWriting(process, file);
 }
 
 }  // namespace tks::platform::apple

@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "BuildValues.h"
+#include "foundation/Options.h"
 #include "platform/linux/processes/tool_runner.h"
 #include "platform/platform.h"
 #include "tools/tksctl/doctor/report.h"
@@ -65,6 +66,12 @@ void checkLibrary(Report& report) {
   report.pass("library.testMode", "test mode", TKS_ALLOW_TEST_MODE ? "allowed on lab devices" : "never");
   report.pass("library.strict", "strict maker check",
               TKS_STRICT_MAKER_CHECK ? "on, pinned root " TKS_PINNED_ROOT_SHA256 : "off");
+  const TKSOptions options = TKSOptions::options();
+  std::string on;
+  for (const OptionRow& row : optionRows()) {
+    if (isOn(row, options)) on.append(on.empty() ? "" : ", ").append(row.name);
+  }
+  report.pass("library.options", "options", on.empty() ? "none" : on);
 }
 
 void checkTools(Report& report, const Wishes& wishes) {

@@ -13,6 +13,7 @@
 
 #include "BuildValues.h"
 #include "tools/tksctl/frame/json_values.h"
+#include "tools/tksctl/frame/options.h"
 #include "tools/tksctl/frame/pages.h"
 
 namespace tks::ctl {
@@ -23,9 +24,10 @@ struct Common {
   OutputWishes wishes;
   std::string colour = "auto";
   bool noInput = false;
+  OptionWishes options;
 };
 
-void addCommonOptions(CLI::App& app, Common& common) {
+void addCommonOptions(CLI::App& app, Common& common, bool isSingle) {
   auto* group = app.add_option_group("Common options");
   group->set_help_flag();
   group->add_flag("--json", common.wishes.json, "Print one JSON document, also on failure");
@@ -35,6 +37,7 @@ void addCommonOptions(CLI::App& app, Common& common) {
   group->add_flag("-q,--quiet", common.wishes.quiet, "Print no notes and draw no bars");
   group->add_flag("-v,--verbose", common.wishes.verbosity, "Show the library's log lines; twice: all of them");
   group->add_flag("--no-input", common.noInput, "Never ask and never read what a person would type");
+  if (!isSingle) addLibraryOptions(*group, common.options);
 }
 
 /// The command line with the program's options, and what each command does.
@@ -57,7 +60,7 @@ void setUpHelp(CLI::App& app, const Application& application, const Command* com
 void setUp(Parser& parser, const Application& application) {
   parser.app = std::make_unique<CLI::App>(application.summary, application.name);
   CLI::App& app = *parser.app;
-  addCommonOptions(app, parser.common);
+  addCommonOptions(app, parser.common, application.isSingle);
   if (application.isSingle) {
     parser.actions.push_back(application.commands.front().setUp(app));
     setUpHelp(app, application, &application.commands.front());
@@ -198,6 +201,7 @@ Exit perform(Parser& parser, const Application& application) {
   Output out(application.name, application.commands[number].name, parser.common.wishes);
   Interrupts interrupts(out.interruptedDocument(), out.dataDescriptor());
   showLog(out);
+  if (const std::optional<Exit> refused = setLibraryOptions(parser.common.options, out)) return out.finish(*refused);
   Context context{out, interrupts, parser.common.noInput};
   return out.finish(act(parser.actions[number], context));
 }
