@@ -126,7 +126,8 @@ TEST_P(OptionsEndToEnd, PrivatePipesLeaveTheStandardHandlesAsTheyAre) {
     }
     const std::size_t descriptors = pair.host.descriptors();
     pair.host.command("stop two");
-    ASSERT_TRUE(pair.waitUntilTold(2));
+    // Over files a stop calls nobody.
+    ASSERT_TRUE(!usesPipes || pair.waitUntilTold(2));
     pair.expectNothingLeft();
     EXPECT_LE(pair.host.descriptors(), descriptors);
   }
@@ -141,8 +142,7 @@ TEST_P(OptionsEndToEnd, LaunchersEnvironmentIsReducedToAList) {
     std::istringstream entries(pair.launcher.report("environment"));
     std::vector<std::string> names;
     for (std::string entry; std::getline(entries, entry, '\0');) names.push_back(entry.substr(0, entry.find('=')));
-    if (isOn) EXPECT_THAT(names, ElementsAre("PATH"));
-    if (!isOn) EXPECT_GT(names.size(), 1U);
+    EXPECT_EQ(names == std::vector<std::string>{"PATH"}, isOn) << names.size();
   }
 }
 
