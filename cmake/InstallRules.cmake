@@ -33,11 +33,12 @@ endif()
 
 configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/tksinterfaceConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfig.cmake
-                              INSTALL_DESTINATION ${tks_package_folder})
+                              INSTALL_DESTINATION ${tks_package_folder} PATH_VARS CMAKE_INSTALL_BINDIR)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tksinterfaceConfigVersion.cmake.in
                ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfig.cmake
               ${PROJECT_BINARY_DIR}/generated/tksinterfaceConfigVersion.cmake
+              ${PROJECT_SOURCE_DIR}/cmake/FakeLauncher.cmake
         DESTINATION ${tks_package_folder} COMPONENT dev)
 
 # Seen from the file itself, so that an installation may be moved, or made under another prefix than the one configured.

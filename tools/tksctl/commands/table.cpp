@@ -36,6 +36,8 @@ const Application& tksctl() {
           recordCommand(),
           diagramCommand(),
           replayCommand(),
+          fakeLauncherCommand(),
+          fakeHostCommand(),
           completionCommand(),
           manualCommand(),
       }};

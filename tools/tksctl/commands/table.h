@@ -12,6 +12,8 @@ Command completionCommand();
 Command diagramCommand();
 Command doctorCommand();
 Command explainCommand();
+Command fakeHostCommand();
+Command fakeLauncherCommand();
 Command manifestCommand();
 Command installCommand();
 Command launchCommand();

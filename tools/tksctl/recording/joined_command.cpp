@@ -19,10 +19,10 @@ constexpr std::chrono::seconds kTimeToEnd{2};
 
 }  // namespace
 
-bool JoinedCommand::start(const std::vector<std::string>& words, TKSError* error) {
+bool JoinedCommand::start(const std::vector<std::string>& words, TKSError* error, bool isJoined) {
   std::error_code ignored;
   executable_ = std::filesystem::absolute(words.front(), ignored).lexically_normal().string();
-  const platform::ChildRequest request{executable_, {words.begin() + 1, words.end()}, true};
+  const platform::ChildRequest request{executable_, {words.begin() + 1, words.end()}, isJoined};
   // A command that is gone is noticed by its end.
   std::signal(SIGPIPE, SIG_IGN);
   processIdentifier_ = platform::childProcesses().start(

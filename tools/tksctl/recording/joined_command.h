@@ -15,8 +15,9 @@ namespace tks::ctl {
 /// as those of a launcher are to its host. Main thread; must outlive its end or the last turn of the main loop.
 class JoinedCommand {
  public:
-  /// Starts it; false, and the error, when it cannot be started. The first word is the path of the executable.
-  bool start(const std::vector<std::string>& words, TKSError* error);
+  /// Starts it; false, and the error, when it cannot be started. The first word is the path of the executable. Without
+  /// `isJoined` it gets the standard handles of this process: for a conversation over files.
+  bool start(const std::vector<std::string>& words, TKSError* error, bool isJoined = true);
 
   const std::string& executable() const { return executable_; }
   std::int32_t processIdentifier() const { return processIdentifier_; }
