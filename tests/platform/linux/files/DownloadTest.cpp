@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/linux/files/curl_download.h"
@@ -251,6 +252,38 @@ TEST_F(Download, TrustsAServerWithACertificateOfAKnownAuthority) {
   const DownloadResult result = fetch(server.address() + "/");
   EXPECT_FALSE(result.error) << result.error->description();
   EXPECT_EQ(contentOf(result.location), "safe");
+}
+
+TEST_F(Download, OverHttpsAloneAsksAndFollowsNothingElse) {
+  request.httpsOnly = true;
+  const TestAuthority authority;
+  trust(authority);
+  const ServerIdentity identity = authority.issue("IP:127.0.0.1");
+  LoopbackServer plain([](Connection& connection) { connection.send(response(200, "plain")); });
+  LoopbackServer safe(
+      [&](Connection& connection) {
+        const bool leads = connection.path() != "/";
+        const std::string there = connection.path() == "/safe" ? "/" : plain.address() + "/";
+        connection.send(leads ? response(302, "", "Location: " + there + "\r\n") : response(200, "safe"));
+      },
+      &identity);
+  EXPECT_EQ(errorOf(safe.address() + "/plain"), kUnsupportedURL);
+  EXPECT_EQ(errorOf(plain.address() + "/"), kUnsupportedURL);
+  writeFile(home / "file", "from a file");
+  EXPECT_EQ(errorOf(TKSURL::fileURLWithPath(home / "file").absoluteString()), kUnsupportedURL);
+  EXPECT_EQ(contentOf(fetch(safe.address() + "/safe").location), "safe");
+  EXPECT_THAT(plain.requests(), IsEmpty());
+  request.httpsOnly = false;
+  EXPECT_EQ(contentOf(fetch(safe.address() + "/plain").location), "plain");
+}
+
+TEST_F(Download, ThatTricklesEndsAtItsWholeTime) {
+  LoopbackServer server([](Connection& connection) {
+    connection.send("HTTP/1.1 200 OK\r\n\r\n");
+    while (connection.send("x")) std::this_thread::sleep_for(20ms);
+  });
+  request.totalTimeout = 200ms;
+  EXPECT_EQ(errorOf(server.address() + "/"), kTimedOut);
 }
 
 TEST_F(Download, TrustsNoServerThatCannotProveItsName) {
