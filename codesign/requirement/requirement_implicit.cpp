@@ -9,7 +9,6 @@ namespace {
 
 using requirement::hashText;
 using requirement::plainOrQuoted;
-using requirement::quoted;
 using requirement::slotText;
 
 /// How requirements name a certificate.
@@ -21,7 +20,7 @@ std::string implicitRequirement(const RequirementContext& context) {
   if (context.chain.empty()) {
     return "cdhash " + hashText({reinterpret_cast<const char*>(context.cdHash.data()), context.cdHash.size()});
   }
-  const std::string name = "identifier " + quoted(context.identifier);
+  const std::string name = "identifier " + requirement::quoted(context.identifier);
   if (isSignedByApple(context.chain, context.roots)) return name + " and anchor apple";
   if (isDeveloperChain(context.chain, *context.roots)) {
     return name +
@@ -44,8 +43,8 @@ std::string implicitRequirement(const RequirementContext& context) {
 
 std::string sameMakerRequirement(const Chain& chain) {
   const std::optional<std::string> unit = organizationalUnitOf(chain.front());
-  const std::string leaf =
-      unit ? "certificate leaf[subject.OU] = " + quoted(*unit) : "certificate leaf = " + nameOf(chain.front());
+  const std::string leaf = unit ? "certificate leaf[subject.OU] = " + requirement::quoted(*unit)
+                                : "certificate leaf = " + nameOf(chain.front());
   return "certificate root = " + nameOf(chain.back()) + " and " + leaf;
 }
 

@@ -51,9 +51,9 @@ Command assessCommand() {
               "it comes from. The library takes a launcher that is rejected for broken, unless it is notarized "
               "and the maker's.",
           .examples = {{"tksctl assess \"Tarvo Kovra Start.app\"", "The verdict with source and origin."}},
-          .setUp = [](CLI::App& app) -> Action {
+          .setUp = [](const CommandLine& line) -> Action {
             auto paths = std::make_shared<std::vector<std::string>>();
-            app.add_option("path", *paths, "Applications")->required()->type_name("PATH");
+            line.option("path", *paths, "Applications").required().typeName("PATH");
             return [paths](Context& context) {
               Exit code = Exit::ok;
               TKSArray reports;

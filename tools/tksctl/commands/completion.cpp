@@ -1,3 +1,4 @@
+#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "tools/tksctl/commands/table.h"
@@ -167,21 +168,19 @@ Exit writeScript(Context& context, const std::string& name) {
 }  // namespace
 
 Command completionCommand() {
-  return {.name = "completion",
-          .summary = "writes the completion script of a shell",
-          .description =
-              "For bash, zsh and fish. The installation puts the scripts where the shells of the system look "
-              "for them.",
-          .examples = {{"source <(tksctl completion bash)", "Completion in this bash."},
-                       {"tksctl completion fish > ~/.config/fish/completions/tksctl.fish", "For fish, for good."}},
-          .setUp = [](CLI::App& app) -> Action {
-            auto shell = std::make_shared<std::string>();
-            app.add_option("shell", *shell, "bash, zsh or fish")
-                ->required()
-                ->type_name("SHELL")
-                ->check(CLI::IsMember({"bash", "zsh", "fish"}));
-            return [shell](Context& context) { return writeScript(context, *shell); };
-          }};
+  return {
+      .name = "completion",
+      .summary = "writes the completion script of a shell",
+      .description =
+          "For bash, zsh and fish. The installation puts the scripts where the shells of the system look "
+          "for them.",
+      .examples = {{"source <(tksctl completion bash)", "Completion in this bash."},
+                   {"tksctl completion fish > ~/.config/fish/completions/tksctl.fish", "For fish, for good."}},
+      .setUp = [](const CommandLine& line) -> Action {
+        auto shell = std::make_shared<std::string>();
+        line.option("shell", *shell, "bash, zsh or fish").required().typeName("SHELL").oneOf({"bash", "zsh", "fish"});
+        return [shell](Context& context) { return writeScript(context, *shell); };
+      }};
 }
 
 }  // namespace tks::ctl

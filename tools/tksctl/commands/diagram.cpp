@@ -44,14 +44,14 @@ Command diagramCommand() {
           .examples = {{"tksctl diagram talk.jsonl", "In the terminal."},
                        {"tksctl diagram talk.jsonl --format html > talk.html", "For a browser."},
                        {"tksctl diagram talk.jsonl --format mermaid", "For a page or an issue."}},
-          .setUp = [](CLI::App& app) -> Action {
+          .setUp = [](const CommandLine& line) -> Action {
             auto options = std::make_shared<DiagramOptions>();
-            app.add_option("file", options->file, "a recording made by record or by launch --record")
-                ->required()
-                ->type_name("FILE");
-            app.add_option("--format", options->format, "text, mermaid, svg or html; text unless told")
-                ->type_name("FORMAT")
-                ->check(CLI::IsMember(formatNames()));
+            line.option("file", options->file, "a recording made by record or by launch --record")
+                .required()
+                .typeName("FILE");
+            line.option("--format", options->format, "text, mermaid, svg or html; text unless told")
+                .typeName("FORMAT")
+                .oneOf(formatNames());
             return [options](Context& context) { return draw(context, *options); };
           }};
 }

@@ -54,19 +54,18 @@ Command doctorCommand() {
       .examples = {{"tksctl doctor", "Everything, for the launcher at the standard path."},
                    {"tksctl doctor --launcher build/Launcher.app --no-start", "A launcher under development."},
                    {"tksctl doctor --backup launcher.zip --version 5.1.0 --json", "With an archive, for programs."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<doctor::Wishes>();
-        app.add_option("--launcher", wishes->launcher, "The launcher; else the one at the standard path")
-            ->type_name("PATH");
-        auto* version = app.add_option("--version", wishes->version, "Version of the launcher in the archive");
-        auto* backup = app.add_option("--backup", wishes->backup, "An archive with a launcher")->type_name("ZIP");
-        version->needs(backup)->type_name("V");
-        app.add_flag("--no-start", wishes->withoutStart, "Do not start the launcher");
-        app.add_flag("--files", wishes->files, "Talk to the launcher over files");
-        app.add_option("--timeout", wishes->patience, "How long to wait for an answer, in seconds")
-            ->type_name("SECONDS")
-            ->capture_default_str()
-            ->check(CLI::Range(1, 600));
+        line.option("--launcher", wishes->launcher, "The launcher; else the one at the standard path").typeName("PATH");
+        const Option version = line.option("--version", wishes->version, "Version of the launcher in the archive");
+        const Option backup = line.option("--backup", wishes->backup, "An archive with a launcher").typeName("ZIP");
+        version.needs(backup).typeName("V");
+        line.flag("--no-start", wishes->withoutStart, "Do not start the launcher");
+        line.flag("--files", wishes->files, "Talk to the launcher over files");
+        line.option("--timeout", wishes->patience, "How long to wait for an answer, in seconds")
+            .typeName("SECONDS")
+            .showsDefault()
+            .between(1, 600);
         return [wishes](Context& context) { return examine(context, *wishes); };
       }};
 }

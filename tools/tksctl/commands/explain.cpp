@@ -62,10 +62,10 @@ Command explainCommand() {
                    {"tksctl explain \"Security check failed: Codesign verify failed, not from Tarvo.\"",
                     "A text, and the text in it."},
                    {"tksctl explain TKSITKSDomain 2006", "An error that the launcher itself gives."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.add_option("query", wishes->words, "Code, domain and code, name or text")->type_name("CODE|TEXT");
-        app.add_flag("--list", wishes->all, "Explain all that there is");
+        line.option("query", wishes->words, "Code, domain and code, name or text").typeName("CODE|TEXT");
+        line.flag("--list", wishes->all, "Explain all that there is");
         return [wishes](Context& context) { return explainAll(context, *wishes); };
       }};
 }

@@ -81,15 +81,15 @@ Command fakeHostCommand() {
                     "A launcher under development, as a bundle."},
                    {"tksctl fake-host --timeout 2 --json -- ./launcher --verbose",
                     "A program with its own arguments."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.add_option("launcher", wishes->command, "After --: its bundle or executable, and arguments of its own")
-            ->required()
-            ->type_name("LAUNCHER");
-        app.add_option("--timeout", wishes->seconds, "How long to wait for each answer, in seconds")
-            ->type_name("SECONDS")
-            ->capture_default_str()
-            ->check(CLI::Range(1, 600));
+        line.option("launcher", wishes->command, "After --: its bundle or executable, and arguments of its own")
+            .required()
+            .typeName("LAUNCHER");
+        line.option("--timeout", wishes->seconds, "How long to wait for each answer, in seconds")
+            .typeName("SECONDS")
+            .showsDefault()
+            .between(1, 600);
         return [wishes](Context& context) { return examine(context, *wishes); };
       }};
 }

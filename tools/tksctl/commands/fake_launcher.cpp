@@ -106,15 +106,15 @@ Command fakeLauncherCommand() {
       .examples = {{"tksctl fake-launcher build/good", "A launcher without faults."},
                    {"tksctl fake-launcher build/busy --behaviour busy.json",
                     "One that refuses, with {\"on\": {\"launch_meeting\": [{\"error\": \"2006\"}]}} in busy.json."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.add_option("folder", wishes->folder, "Where it goes; the folder is made where it is missing")
-            ->required()
-            ->type_name("DIR");
-        app.add_option("--behaviour", wishes->behaviourFile, "What it does, as JSON")->type_name("FILE");
-        app.add_option("--identity", wishes->identityFolder, "Who signs it: a folder made by sign --make-identity")
-            ->type_name("ID");
-        app.add_option("--version", wishes->version, "Its version; else the behaviour's, else 5.0.0")->type_name("V");
+        line.option("folder", wishes->folder, "Where it goes; the folder is made where it is missing")
+            .required()
+            .typeName("DIR");
+        line.option("--behaviour", wishes->behaviourFile, "What it does, as JSON").typeName("FILE");
+        line.option("--identity", wishes->identityFolder, "Who signs it: a folder made by sign --make-identity")
+            .typeName("ID");
+        line.option("--version", wishes->version, "Its version; else the behaviour's, else 5.0.0").typeName("V");
         return [wishes](Context& context) { return make(context, *wishes); };
       }};
 }

@@ -152,13 +152,13 @@ Command installCommand() {
       .examples = {{"tksctl install launcher.zip --version 5.1.0 --dry-run",
                     "What would be done, or why it would not."},
                    {"tksctl install launcher.zip --version 5.1.0", "Installs it at the standard path."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.add_option("zip", wishes->archive, "The archive")->required()->type_name("ZIP");
-        app.add_option("--version", wishes->version, "Version of the launcher in it")->required()->type_name("V");
-        app.add_option("--to", wishes->target, "Where to, instead of the standard path")->type_name("PATH");
-        app.add_flag("--dry-run", wishes->dryRun, "Check everything, change nothing");
-        app.add_flag("--force", wishes->force, "Also when the installed launcher is as new");
+        line.option("zip", wishes->archive, "The archive").required().typeName("ZIP");
+        line.option("--version", wishes->version, "Version of the launcher in it").required().typeName("V");
+        line.option("--to", wishes->target, "Where to, instead of the standard path").typeName("PATH");
+        line.flag("--dry-run", wishes->dryRun, "Check everything, change nothing");
+        line.flag("--force", wishes->force, "Also when the installed launcher is as new");
         return [wishes](Context& context) { return install(context, *wishes); };
       }};
 }

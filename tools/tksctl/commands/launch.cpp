@@ -131,16 +131,15 @@ Command launchCommand() {
       .examples = {{"tksctl launch --site https://meet.example --param meetingkey=123456789", "A meeting."},
                    {"tksctl launch --record talk.jsonl", "Records the conversation; tksctl diagram draws it."},
                    {"tksctl launch --param-file meeting.json --files", "Parameters from a file, over files."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.add_option("--site", wishes->site, "The site of the meeting")->type_name("URL");
-        app.add_option("--param", wishes->parameters, "A launch parameter; may be given several times")
-            ->type_name("KEY=VALUE")
-            ->allow_extra_args(false);
-        app.add_option("--param-file", wishes->parameterFile, "A JSON object of launch parameters")->type_name("JSON");
-        app.add_option("--record", wishes->recording, "A file to record the conversation in, made new")
-            ->type_name("FILE");
-        addLaunchOptions(app, *wishes);
+        line.option("--site", wishes->site, "The site of the meeting").typeName("URL");
+        line.option("--param", wishes->parameters, "A launch parameter; may be given several times")
+            .typeName("KEY=VALUE")
+            .oneWordEach();
+        line.option("--param-file", wishes->parameterFile, "A JSON object of launch parameters").typeName("JSON");
+        line.option("--record", wishes->recording, "A file to record the conversation in, made new").typeName("FILE");
+        addLaunchOptions(line, *wishes);
         return [wishes](Context& context) { return launch(context, *wishes); };
       }};
 }

@@ -184,33 +184,33 @@ Exit list(Context& context, const Wishes& wishes) {
   return found.empty() ? Exit::nothingToDo : Exit::ok;
 }
 
-void addPlaceOptions(CLI::App& app, Wishes& wishes) {
+void addPlaceOptions(const CommandLine& line, Wishes& wishes) {
   std::vector<std::string> names{"all"};
   for (const Browser& browser : browsers()) names.emplace_back(browser.name);
-  app.add_option("--browser", wishes.browsers, "for this browser; may be given again")->check(CLI::IsMember(names));
-  app.add_flag("--system", wishes.system, "for all users, not for this one");
-  app.add_option("--folder", wishes.folder, "this folder, as of a profile with settings of its own");
+  line.option("--browser", wishes.browsers, "for this browser; may be given again").oneOf(names);
+  line.flag("--system", wishes.system, "for all users, not for this one");
+  line.option("--folder", wishes.folder, "this folder, as of a profile with settings of its own");
 }
 
-Action setUp(CLI::App& app) {
+Action setUp(const CommandLine& line) {
   const auto wishes = std::make_shared<Wishes>();
-  CLI::App* const installing = app.add_subcommand("install", "writes manifests, for the browsers that are there");
-  installing->add_option("--name", wishes->name, "the host's name, as extensions call it")->required();
-  installing->add_option("--program", wishes->program, "the host's program, an absolute path")->required();
-  installing->add_option("--origin", wishes->origins, "origin of an extension that may call; may be given again");
-  installing->add_option("--extension", wishes->extensions, "the same for Firefox: an extension's identifier");
-  installing->add_option("--description", wishes->description, "what the host is for");
-  CLI::App* const removing = app.add_subcommand("remove", "removes manifests of a host");
-  removing->add_option("--name", wishes->name, "the host's name")->required();
-  CLI::App* const listing = app.add_subcommand("list", "shows the manifests that are there");
-  for (CLI::App* each : {installing, removing, listing}) addPlaceOptions(*each, *wishes);
-  for (CLI::App* each : {installing, removing}) {
-    each->add_flag("--dry-run", wishes->dryRun, "say what would be done, and do nothing");
+  const CommandLine installing = line.command("install", "writes manifests, for the browsers that are there");
+  installing.option("--name", wishes->name, "the host's name, as extensions call it").required();
+  installing.option("--program", wishes->program, "the host's program, an absolute path").required();
+  installing.option("--origin", wishes->origins, "origin of an extension that may call; may be given again");
+  installing.option("--extension", wishes->extensions, "the same for Firefox: an extension's identifier");
+  installing.option("--description", wishes->description, "what the host is for");
+  const CommandLine removing = line.command("remove", "removes manifests of a host");
+  removing.option("--name", wishes->name, "the host's name").required();
+  const CommandLine listing = line.command("list", "shows the manifests that are there");
+  for (const CommandLine& each : {installing, removing, listing}) addPlaceOptions(each, *wishes);
+  for (const CommandLine& each : {installing, removing}) {
+    each.flag("--dry-run", wishes->dryRun, "say what would be done, and do nothing");
   }
-  app.require_subcommand(1);
+  line.requireCommand();
   return [wishes, installing, removing](Context& context) {
-    if (installing->parsed()) return install(context, *wishes);
-    return removing->parsed() ? remove(context, *wishes) : list(context, *wishes);
+    if (installing.isGiven()) return install(context, *wishes);
+    return removing.isGiven() ? remove(context, *wishes) : list(context, *wishes);
   };
 }
 

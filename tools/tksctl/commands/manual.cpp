@@ -11,7 +11,7 @@ Command manualCommand() {
               "The man page is made of what --help shows, in the language of troff. The installation puts it "
               "where man finds it.",
           .examples = {{"tksctl manual | man -l -", "Shows the man page of a tool that is not installed."}},
-          .setUp = [](CLI::App&) -> Action {
+          .setUp = [](const CommandLine&) -> Action {
             return [](Context& context) {
               const std::string page = manual(tksctl());
               context.out.print(page);

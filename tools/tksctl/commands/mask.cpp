@@ -33,7 +33,7 @@ Command maskCommand() {
               "Reads standard input and writes it with user names, e-mail addresses, meeting rooms and secrets "
               "in addresses masked, by the rules of the library's log. Works line by line.",
           .examples = {{"tksctl mask < host.log > for-support.log", "A log that may be passed on."}},
-          .setUp = [](CLI::App&) -> Action { return maskInput; }};
+          .setUp = [](const CommandLine&) -> Action { return maskInput; }};
 }
 
 }  // namespace tks::ctl

@@ -67,18 +67,17 @@ Exit set(Context& context, const Wishes& wishes) {
   return context.out.fail(isDenied ? Exit::noPermission : Exit::failed, "cannot write " + wishes.file);
 }
 
-Action addBelow(CLI::App& app, const std::string& name, const std::string& summary, const std::string& keys,
+Action addBelow(const CommandLine& line, const std::string& name, const std::string& summary, const std::string& keys,
                 const std::shared_ptr<Wishes>& wishes, Exit (*act)(Context&, const Wishes&)) {
-  CLI::App* below = app.add_subcommand(name, summary);
-  below->add_option("file", wishes->file, "The property list, XML or binary")->required()->type_name("FILE");
-  if (!keys.empty())
-    below->add_option("key", wishes->keys, keys)->required()->type_name(name == "set" ? "KEY VALUE" : "KEY");
+  const CommandLine below = line.command(name, summary);
+  below.option("file", wishes->file, "The property list, XML or binary").required().typeName("FILE");
+  if (!keys.empty()) below.option("key", wishes->keys, keys).required().typeName(name == "set" ? "KEY VALUE" : "KEY");
   if (name == "set") {
-    below->add_option("--type", wishes->type, "Kind of the value: text, boolean, integer, real, data, date or json")
-        ->type_name("TYPE")
-        ->check(CLI::IsMember(valueTypes()));
+    below.option("--type", wishes->type, "Kind of the value: text, boolean, integer, real, data, date or json")
+        .typeName("TYPE")
+        .oneOf(valueTypes());
   }
-  return [below, wishes, act](Context& context) { return below->parsed() ? act(context, *wishes) : Exit::usage; };
+  return [below, wishes, act](Context& context) { return below.isGiven() ? act(context, *wishes) : Exit::usage; };
 }
 
 }  // namespace
@@ -94,13 +93,13 @@ Command plistCommand() {
       .examples = {{"tksctl plist get Info.plist CFBundleVersion", "One value."},
                    {"tksctl plist set settings.plist Window Width 800 --type integer", "Stores one, under two keys."},
                    {"tksctl plist print Info.plist", "The whole list."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.require_subcommand(1);
+        line.requireCommand();
         const std::vector<Action> actions = {
-            addBelow(app, "get", "shows the value under keys", "Keys, outermost first", wishes, get),
-            addBelow(app, "set", "stores a value under keys", "Keys, outermost first, then the value", wishes, set),
-            addBelow(app, "print", "shows the whole list", "", wishes, get)};
+            addBelow(line, "get", "shows the value under keys", "Keys, outermost first", wishes, get),
+            addBelow(line, "set", "stores a value under keys", "Keys, outermost first, then the value", wishes, set),
+            addBelow(line, "print", "shows the whole list", "", wishes, get)};
         return [actions](Context& context) {
           for (const Action& action : actions) {
             if (const Exit code = action(context); code != Exit::usage) return code;

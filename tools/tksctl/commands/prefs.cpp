@@ -83,10 +83,9 @@ Exit set(Context& context, const Wishes& wishes) {
   return Exit::ok;
 }
 
-void addDomain(CLI::App& app, Wishes& wishes) {
-  app.add_option("--domain", wishes.domain,
-                 "Identifier of the host's bundle, or its program's name; else all programs'")
-      ->type_name("ID");
+void addDomain(const CommandLine& line, Wishes& wishes) {
+  line.option("--domain", wishes.domain, "Identifier of the host's bundle, or its program's name; else all programs'")
+      .typeName("ID");
 }
 
 }  // namespace
@@ -101,24 +100,23 @@ Command prefsCommand() {
           .examples = {{"tksctl prefs get IsLabDevice", "Whether this is a lab device, for all hosts."},
                        {"tksctl prefs set IsLabDevice --remove", "Takes that back."},
                        {"tksctl prefs get --domain Tarvo-Systems.Ember", "All that one host has stored."}},
-          .setUp = [](CLI::App& app) -> Action {
+          .setUp = [](const CommandLine& line) -> Action {
             auto wishes = std::make_shared<Wishes>();
-            app.require_subcommand(1);
-            CLI::App* reading = app.add_subcommand("get", "shows a preference, or all");
-            reading->add_option("key", wishes->key, "The preference; all when not given")->type_name("KEY");
-            addDomain(*reading, *wishes);
-            CLI::App* writing = app.add_subcommand("set", "stores or removes a preference");
-            writing->add_option("key", wishes->key, "The preference")->required()->type_name("KEY");
-            writing->add_option("value", wishes->value, "Its value")->type_name("VALUE");
+            line.requireCommand();
+            const CommandLine reading = line.command("get", "shows a preference, or all");
+            reading.option("key", wishes->key, "The preference; all when not given").typeName("KEY");
+            addDomain(reading, *wishes);
+            const CommandLine writing = line.command("set", "stores or removes a preference");
+            writing.option("key", wishes->key, "The preference").required().typeName("KEY");
+            writing.option("value", wishes->value, "Its value").typeName("VALUE");
             writing
-                ->add_option("--type", wishes->type,
-                             "Kind of the value: text, boolean, integer, real, data, date or json")
-                ->type_name("TYPE")
-                ->check(CLI::IsMember(valueTypes()));
-            writing->add_flag("--remove", wishes->remove, "Remove it");
-            addDomain(*writing, *wishes);
+                .option("--type", wishes->type, "Kind of the value: text, boolean, integer, real, data, date or json")
+                .typeName("TYPE")
+                .oneOf(valueTypes());
+            writing.flag("--remove", wishes->remove, "Remove it");
+            addDomain(writing, *wishes);
             return [wishes, reading](Context& context) {
-              return reading->parsed() ? get(context, *wishes) : set(context, *wishes);
+              return reading.isGiven() ? get(context, *wishes) : set(context, *wishes);
             };
           }};
 }

@@ -49,9 +49,9 @@ Command provenanceCommand() {
               "Reads the marks that browsers leave on what they download: addresses, and the quarantine mark. They "
               "are hints only, because anybody can write them. Ends with 3 when there are none.",
           .examples = {{"tksctl provenance launcher.zip", "Where this archive came from."}},
-          .setUp = [](CLI::App& app) -> Action {
+          .setUp = [](const CommandLine& line) -> Action {
             auto path = std::make_shared<std::string>();
-            app.add_option("file", *path, "The file")->required()->type_name("FILE");
+            line.option("file", *path, "The file").required().typeName("FILE");
             return [path](Context& context) { return tell(context, *path); };
           }};
 }

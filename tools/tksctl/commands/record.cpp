@@ -90,12 +90,12 @@ Command recordCommand() {
           "What talks over files is recorded by launch --record.",
       .examples = {{"tksctl record talk.jsonl -- ./Launcher -Communicate Pipe", "Records what a host says to it."},
                    {"tksctl diagram talk.jsonl", "Shows the conversation."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto options = std::make_shared<RecordOptions>();
-        app.add_option("file", options->file, "the recording, which is made new")->required()->type_name("FILE");
-        app.add_option("command", options->command, "the launcher's executable and its arguments, after --")
-            ->required()
-            ->type_name("COMMAND");
+        line.option("file", options->file, "the recording, which is made new").required().typeName("FILE");
+        line.option("command", options->command, "the launcher's executable and its arguments, after --")
+            .required()
+            .typeName("COMMAND");
         return [options](Context& context) { return record(context, *options); };
       }};
 }

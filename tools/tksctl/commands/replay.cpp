@@ -81,23 +81,23 @@ Command replayCommand() {
                     "Asks a launcher the same again."},
                    {"tksctl replay talk.jsonl --as launcher --speed 0 -- \"$@\"",
                     "In a script that stands in for a launcher."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto words = std::make_shared<ReplayWords>();
-        app.add_option("file", words->file, "a recording made by record or by launch --record")
-            ->required()
-            ->type_name("FILE");
-        app.add_option("--as", words->side, "the side to play: launcher or host")
-            ->required()
-            ->type_name("SIDE")
-            ->check(CLI::IsMember({"launcher", "host"}));
-        app.add_option("--speed", words->speed, "how many times as fast as recorded; 0 makes no pauses; 1 unless told")
-            ->type_name("N")
-            ->check(CLI::Range(0.0, 1e6));
-        app.add_option("--wait", words->seconds, "seconds to wait for each message; 10 unless told")
-            ->type_name("SECONDS")
-            ->check(CLI::Range(0.001, 86400.0));
-        app.add_option("command", words->command, "after --: the launcher, or what the host gave as arguments")
-            ->type_name("COMMAND");
+        line.option("file", words->file, "a recording made by record or by launch --record")
+            .required()
+            .typeName("FILE");
+        line.option("--as", words->side, "the side to play: launcher or host")
+            .required()
+            .typeName("SIDE")
+            .oneOf({"launcher", "host"});
+        line.option("--speed", words->speed, "how many times as fast as recorded; 0 makes no pauses; 1 unless told")
+            .typeName("N")
+            .between(0.0, 1e6);
+        line.option("--wait", words->seconds, "seconds to wait for each message; 10 unless told")
+            .typeName("SECONDS")
+            .between(0.001, 86400.0);
+        line.option("command", words->command, "after --: the launcher, or what the host gave as arguments")
+            .typeName("COMMAND");
         return [words](Context& context) { return replay(context, *words); };
       }};
 }

@@ -119,60 +119,58 @@ Exit act(Context& context, const Wishes& wishes) {
   return context.interrupts.came() ? context.out.fail(Exit::interrupted, "interrupted after signing") : Exit::ok;
 }
 
-void addIdentityOptions(CLI::App& app, Wishes& wishes) {
-  app.add_option("-i,--identity", wishes.identityFolder, "Folder made by --make-identity")->type_name("FOLDER");
-  app.add_option("--pkcs12", wishes.pkcs12File, "PKCS #12 file with key and chain")->type_name("FILE");
-  app.add_option("--key", wishes.keyFile, "Key in PEM form")->type_name("FILE");
-  app.add_flag("--ad-hoc", wishes.adHoc, "Signed by nobody");
-  app.add_option("--chain", wishes.chainFile, "Certificates in PEM form, leaf first, for --key")->type_name("FILE");
-  app.add_option("--password", wishes.password, "Of the PKCS #12 file");
-  app.add_option("--make-identity", wishes.newIdentityFolder, "Make a test identity in this folder")
-      ->type_name("FOLDER");
-  app.add_option("--team", wishes.plan.team, "Its team")->capture_default_str();
-  app.add_option("--leaf-name", wishes.plan.leafName, "Its common name");
-  app.add_option("--intermediate-name", wishes.plan.intermediateName, "Its intermediate authority")
-      ->capture_default_str();
-  app.add_option("--root-name", wishes.plan.rootName, "Its root authority")->capture_default_str();
-  app.add_option("--extra-levels", wishes.plan.extraLevels, "Further authorities in its chain, 0 to 8")
-      ->type_name("NUMBER")
-      ->check(CLI::Range(0, 8));
-  app.add_flag("--two-levels", wishes.plan.withoutIntermediate, "No intermediate authority");
+void addIdentityOptions(const CommandLine& line, Wishes& wishes) {
+  line.option("-i,--identity", wishes.identityFolder, "Folder made by --make-identity").typeName("FOLDER");
+  line.option("--pkcs12", wishes.pkcs12File, "PKCS #12 file with key and chain").typeName("FILE");
+  line.option("--key", wishes.keyFile, "Key in PEM form").typeName("FILE");
+  line.flag("--ad-hoc", wishes.adHoc, "Signed by nobody");
+  line.option("--chain", wishes.chainFile, "Certificates in PEM form, leaf first, for --key").typeName("FILE");
+  line.option("--password", wishes.password, "Of the PKCS #12 file");
+  line.option("--make-identity", wishes.newIdentityFolder, "Make a test identity in this folder").typeName("FOLDER");
+  line.option("--team", wishes.plan.team, "Its team").showsDefault();
+  line.option("--leaf-name", wishes.plan.leafName, "Its common name");
+  line.option("--intermediate-name", wishes.plan.intermediateName, "Its intermediate authority").showsDefault();
+  line.option("--root-name", wishes.plan.rootName, "Its root authority").showsDefault();
+  line.option("--extra-levels", wishes.plan.extraLevels, "Further authorities in its chain, 0 to 8")
+      .typeName("NUMBER")
+      .between(0, 8);
+  line.flag("--two-levels", wishes.plan.withoutIntermediate, "No intermediate authority");
 }
 
-void addSigningOptions(CLI::App& app, Wishes& wishes) {
+void addSigningOptions(const CommandLine& line, Wishes& wishes) {
   SigningOptions& options = wishes.options;
-  app.add_option("--identifier", options.identifier, "Instead of the bundle's identifier or the file's name");
-  app.add_option("--team-id", options.team, "Team in the signature, instead of the certificate's");
-  app.add_option("--digest", wishes.digests, "sha1, sha256 or sha384; several for several directories")
-      ->type_name("HASH")
-      ->check(CLI::IsMember({"sha1", "sha256", "sha384"}));
-  app.add_option("--entitlements", wishes.entitlementsFile, "Property list of entitlements")->type_name("FILE");
-  app.add_option("--requirement", options.requirement, "Designated requirement as text");
-  app.add_option("--flags", options.flags, "Flags of the directory, for example 0x10000")->type_name("BITS");
-  app.add_flag("--timestamp", wishes.timeStamp, "Add a time stamp of the identity's own authority");
-  app.add_option("--storage", wishes.storage, "automatic, attributes or side-car: for files that are no Mach-O")
-      ->type_name("WHERE")
-      ->check(CLI::IsMember({"automatic", "attributes", "side-car"}));
+  line.option("--identifier", options.identifier, "Instead of the bundle's identifier or the file's name");
+  line.option("--team-id", options.team, "Team in the signature, instead of the certificate's");
+  line.option("--digest", wishes.digests, "sha1, sha256 or sha384; several for several directories")
+      .typeName("HASH")
+      .oneOf({"sha1", "sha256", "sha384"});
+  line.option("--entitlements", wishes.entitlementsFile, "Property list of entitlements").typeName("FILE");
+  line.option("--requirement", options.requirement, "Designated requirement as text");
+  line.option("--flags", options.flags, "Flags of the directory, for example 0x10000").typeName("BITS");
+  line.flag("--timestamp", wishes.timeStamp, "Add a time stamp of the identity's own authority");
+  line.option("--storage", wishes.storage, "automatic, attributes or side-car: for files that are no Mach-O")
+      .typeName("WHERE")
+      .oneOf({"automatic", "attributes", "side-car"});
 }
 
 }  // namespace
 
 Command signCommand() {
-  return {.name = "sign",
-          .summary = "signs bundles and files, and makes identities to test with",
-          .description =
-              "Signs in place: a bundle, a Mach-O file or any other file. Code inside of a bundle is signed first, "
-              "then the bundle. tkssign is a short name for this command.",
-          .examples = {{"tksctl sign --make-identity id", "An identity for development, in the folder id."},
-                       {"tksctl sign -i id --timestamp \"Tarvo Kovra Start.app\"", "Signs a launcher with it."}},
-          .setUp = [](CLI::App& app) -> Action {
-            auto wishes = std::make_shared<Wishes>();
-            app.add_option("path", wishes->paths, "Bundles or files to sign; code inside of a bundle first")
-                ->type_name("PATH");
-            addIdentityOptions(app, *wishes);
-            addSigningOptions(app, *wishes);
-            return [wishes](Context& context) { return act(context, *wishes); };
-          }};
+  return {
+      .name = "sign",
+      .summary = "signs bundles and files, and makes identities to test with",
+      .description =
+          "Signs in place: a bundle, a Mach-O file or any other file. Code inside of a bundle is signed first, "
+          "then the bundle. tkssign is a short name for this command.",
+      .examples = {{"tksctl sign --make-identity id", "An identity for development, in the folder id."},
+                   {"tksctl sign -i id --timestamp \"Tarvo Kovra Start.app\"", "Signs a launcher with it."}},
+      .setUp = [](const CommandLine& line) -> Action {
+        auto wishes = std::make_shared<Wishes>();
+        line.option("path", wishes->paths, "Bundles or files to sign; code inside of a bundle first").typeName("PATH");
+        addIdentityOptions(line, *wishes);
+        addSigningOptions(line, *wishes);
+        return [wishes](Context& context) { return act(context, *wishes); };
+      }};
 }
 
 }  // namespace tks::ctl

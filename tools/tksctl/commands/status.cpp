@@ -60,7 +60,7 @@ Command statusCommand() {
               "The launcher at the standard path with version and signature, launchers that run, test mode, and "
               "the sites of earlier meetings. Ends with 0 when a launcher is installed and trusted.",
           .examples = {{"tksctl status", "What is there."}, {"tksctl status --json", "The same for programs."}},
-          .setUp = [](CLI::App&) -> Action { return tell; }};
+          .setUp = [](const CommandLine&) -> Action { return tell; }};
 }
 
 }  // namespace tks::ctl

@@ -150,9 +150,9 @@ Command talkCommand() {
               "end of the input says goodbye. What the launcher sends is shown as it comes.",
           .examples = {{"tksctl talk --launcher build/Launcher.app", "Talk to a launcher under development."},
                        {"printf 'hello\\n' | tksctl talk", "A conversation in a script."}},
-          .setUp = [](CLI::App& app) -> Action {
+          .setUp = [](const CommandLine& line) -> Action {
             auto wishes = std::make_shared<LaunchWishes>();
-            addLaunchOptions(app, *wishes);
+            addLaunchOptions(line, *wishes);
             return [wishes](Context& context) { return talk(context, *wishes); };
           }};
 }

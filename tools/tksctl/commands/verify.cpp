@@ -109,11 +109,11 @@ Command verifyCommand() {
           "that leads out, nothing outside of what is sealed.",
       .examples = {{"tksctl verify --deep \"Tarvo Kovra Start.app\"", "As the library checks before it installs."},
                    {"tksctl verify --any-signer /opt/tool --json", "Any good signature will do; for programs."}},
-      .setUp = [](CLI::App& app) -> Action {
+      .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
-        app.add_option("path", wishes->paths, "Bundles or files")->required()->type_name("PATH");
-        app.add_flag("--deep", wishes->deep, "Check nested code, and that everything is sealed");
-        app.add_flag("--any-signer", wishes->anySigner, "Do not ask whether the maker signed it");
+        line.option("path", wishes->paths, "Bundles or files").required().typeName("PATH");
+        line.flag("--deep", wishes->deep, "Check nested code, and that everything is sealed");
+        line.flag("--any-signer", wishes->anySigner, "Do not ask whether the maker signed it");
         return [wishes](Context& context) { return verifyAll(context, *wishes); };
       }};
 }

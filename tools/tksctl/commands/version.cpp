@@ -12,7 +12,7 @@ Command versionCommand() {
           "device may skip the checks, and whether the maker's chain must lead to a pinned root.",
       .examples = {{"tksctl version", "The version and the choices, one a line."},
                    {"tksctl version --json", "The same for programs."}},
-      .setUp = [](CLI::App&) -> Action {
+      .setUp = [](const CommandLine&) -> Action {
         return [](Context& context) {
           Output& out = context.out;
           out.line("tksinterface " TKS_PROJECT_VERSION);

@@ -3,6 +3,7 @@
 #include <tksinterface/TKSILog.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
 #include <exception>
@@ -37,7 +38,7 @@ void addCommonOptions(CLI::App& app, Common& common, bool isSingle) {
   group->add_flag("-q,--quiet", common.wishes.quiet, "Print no notes and draw no bars");
   group->add_flag("-v,--verbose", common.wishes.verbosity, "Show the library's log lines; twice: all of them");
   group->add_flag("--no-input", common.noInput, "Never ask and never read what a person would type");
-  if (!isSingle) addLibraryOptions(*group, common.options);
+  if (!isSingle) addLibraryOptions(CommandLine(*group), common.options);
 }
 
 /// The command line with the program's options, and what each command does.
@@ -62,7 +63,8 @@ void setUp(Parser& parser, const Application& application) {
   CLI::App& app = *parser.app;
   addCommonOptions(app, parser.common, application.isSingle);
   if (application.isSingle) {
-    parser.actions.push_back(application.commands.front().setUp(app));
+    const CommandLine line(app);
+    parser.actions.push_back(application.commands.front().setUp(line));
     setUpHelp(app, application, &application.commands.front());
     return;
   }
@@ -72,7 +74,8 @@ void setUp(Parser& parser, const Application& application) {
   for (const Command& command : application.commands) {
     CLI::App* sub = app.add_subcommand(command.name, command.summary);
     sub->fallthrough();
-    parser.actions.push_back(command.setUp(*sub));
+    const CommandLine line(*sub);
+    parser.actions.push_back(command.setUp(line));
     setUpHelp(*sub, application, &command);
     for (CLI::App* below : sub->get_subcommands({})) below->fallthrough();
   }

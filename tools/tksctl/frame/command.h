@@ -1,10 +1,10 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "tools/tksctl/frame/command_line.h"
 #include "tools/tksctl/frame/exit_codes.h"
 #include "tools/tksctl/frame/interrupts.h"
 #include "tools/tksctl/frame/output.h"
@@ -39,7 +39,7 @@ struct Command {
   std::vector<Example> examples;
   /// Adds options, arguments and subcommands, and returns what to do with them. Called once, before the words of the
   /// command line are read; what the options are stored in must be kept by the action (a shared_ptr).
-  std::function<Action(CLI::App& app)> setUp;
+  std::function<Action(const CommandLine& line)> setUp;
 };
 
 }  // namespace tks::ctl

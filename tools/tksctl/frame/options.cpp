@@ -28,11 +28,11 @@ std::optional<TKSOptions> optionsIn(const std::string& path, Output& out, Exit& 
 
 }  // namespace
 
-void addLibraryOptions(CLI::App& group, OptionWishes& wishes) {
-  group.add_option("--option", wishes.assignments, "An option of the library; may be given several times")
-      ->type_name("NAME=VALUE")
-      ->allow_extra_args(false);
-  group.add_option("--options", wishes.file, "A JSON object of options of the library")->type_name("FILE");
+void addLibraryOptions(const CommandLine& line, OptionWishes& wishes) {
+  line.option("--option", wishes.assignments, "An option of the library; may be given several times")
+      .typeName("NAME=VALUE")
+      .oneWordEach();
+  line.option("--options", wishes.file, "A JSON object of options of the library").typeName("FILE");
 }
 
 std::optional<Exit> setLibraryOptions(const OptionWishes& wishes, Output& out) {

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/tksctl/frame/command_line.h"
 #include "tools/tksctl/frame/exit_codes.h"
 #include "tools/tksctl/frame/output.h"
 
@@ -18,7 +18,7 @@ struct OptionWishes {
   std::string file;
 };
 
-void addLibraryOptions(CLI::App& group, OptionWishes& wishes);
+void addLibraryOptions(const CommandLine& line, OptionWishes& wishes);
 
 /// Sets them for this process. A code when they cannot be set, with the reason told.
 std::optional<Exit> setLibraryOptions(const OptionWishes& wishes, Output& out);

@@ -1,5 +1,6 @@
 #include "tools/tksctl/frame/pages.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 
 namespace tks::ctl {

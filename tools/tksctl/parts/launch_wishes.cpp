@@ -10,17 +10,18 @@ namespace tks::ctl {
 
 namespace fs = std::filesystem;
 
-void addLaunchOptions(CLI::App& app, LaunchWishes& wishes) {
-  app.add_option("--launcher", wishes.launcher, "The launcher; else the one at the standard path")->type_name("PATH");
-  auto* backup = app.add_option("--backup", wishes.backup, "An archive with a launcher, installed when it is newer");
-  auto* version = app.add_option("--version", wishes.version, "Version of the launcher in the archive");
-  backup->type_name("ZIP")->needs(version);
-  version->type_name("V")->needs(backup);
-  app.add_flag("--files", wishes.files, "Talk over files, as team-messaging hosts do");
-  app.add_option("--timeout", wishes.timeout, "How long to wait, in seconds")
-      ->type_name("SECONDS")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 3600));
+void addLaunchOptions(const CommandLine& line, LaunchWishes& wishes) {
+  line.option("--launcher", wishes.launcher, "The launcher; else the one at the standard path").typeName("PATH");
+  const Option backup =
+      line.option("--backup", wishes.backup, "An archive with a launcher, installed when it is newer");
+  const Option version = line.option("--version", wishes.version, "Version of the launcher in the archive");
+  backup.typeName("ZIP").needs(version);
+  version.typeName("V").needs(backup);
+  line.flag("--files", wishes.files, "Talk over files, as team-messaging hosts do");
+  line.option("--timeout", wishes.timeout, "How long to wait, in seconds")
+      .typeName("SECONDS")
+      .showsDefault()
+      .between(1, 3600);
 }
 
 std::optional<Exit> apply(const LaunchWishes& wishes, TKSInterface& facade, Output& out) {

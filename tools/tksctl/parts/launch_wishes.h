@@ -2,9 +2,9 @@
 
 #include <tksinterface/TKSInterface.h>
 
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
+#include "tools/tksctl/frame/command_line.h"
 
 #include "tools/tksctl/frame/command.h"
 
@@ -19,7 +19,7 @@ struct LaunchWishes {
   int timeout = 120;
 };
 
-void addLaunchOptions(CLI::App& app, LaunchWishes& wishes);
+void addLaunchOptions(const CommandLine& line, LaunchWishes& wishes);
 
 /// Gives them to a facade. A code when one of them cannot be, with the reason told.
 std::optional<Exit> apply(const LaunchWishes& wishes, TKSInterface& facade, Output& out);
