@@ -10,6 +10,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -25,6 +26,7 @@
 #include "codesign/signing/message.h"
 #include "codesign/signing/signer.h"
 #include "codesign/trust/cms_signature.h"
+#include "install/ContentCheck.h"
 #include "platform/platform.h"
 
 namespace {
@@ -136,6 +138,26 @@ void signingInformation(benchmark::State& state) {
   }
 }
 
+/// What the check of content may cost a start when the launcher was not changed.
+constexpr double kUnchangedSeconds = 0.002;
+
+void unchangedLimit(benchmark::State& state) {
+  for (auto _ : state) state.SetIterationTime(kUnchangedSeconds);
+}
+
+/// The check of content before a start, of a bundle that passed before.
+void contentUnchanged(benchmark::State& state) {
+  const std::string path = largeApp().path();
+  TKSError error;
+  bool passed = tks::install::checkContent(path, {.whole = true}, &error);
+  for (auto _ : state) {
+    const auto begin = std::chrono::steady_clock::now();
+    passed = passed && tks::install::checkContent(path, {.whole = true}, &error);
+    state.SetIterationTime(std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count());
+  }
+  if (!passed) state.SkipWithError(error.localizedDescription.c_str());
+}
+
 /// A directory and the message that signs it.
 struct Signed {
   TKSData message;
@@ -190,6 +212,8 @@ void cmsOurs(benchmark::State& state) {
 BENCHMARK(bundleLimit)->Name("limit/bundle_check_212mb")->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(bundleOurs)->Name("ours/bundle_check_212mb")->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(signingInformation)->Name("alone/signing_information_212mb")->Unit(benchmark::kMicrosecond);
+BENCHMARK(unchangedLimit)->Name("limit/content_unchanged")->UseManualTime()->Iterations(10);
+BENCHMARK(contentUnchanged)->Name("ours/content_unchanged")->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(cmsLimit)->Name("limit/cms_verify")->Unit(benchmark::kMicrosecond);
 BENCHMARK(cmsOurs)->Name("ours/cms_verify")->Unit(benchmark::kMicrosecond);
 

@@ -174,6 +174,11 @@ class Code {
   /// code. The first thing that is wrong in this order is the outcome.
   Outcome verify(Depth depth = Depth::strict) const;
 
+  /// The strict check, and that all code inside, however deep, was signed by who signed this: by the same certificate,
+  /// or one of the same organizational unit below the same root. status::kBadNestedCode and the path of the first code
+  /// that was not; status::kRequirementFailed for code that nobody signed.
+  Outcome verifyOneSigner() const;
+
   /// Checks that the code is what a requirement asks for, such as `anchor apple generic and identifier "a.b"`: its
   /// signature as well, but neither pages nor resources. status::kRequirementFailed when it is not,
   /// status::kRequirementInvalid when the text is no requirement.

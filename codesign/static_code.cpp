@@ -16,16 +16,16 @@ class LinuxStaticCode final : public platform::StaticCode {
  public:
   explicit LinuxStaticCode(Code code) : code_(std::move(code)) {}
 
-  std::int32_t checkValidity(std::string& details) override { return check(Depth::plain, details); }
-  std::int32_t checkForInstalling(std::string& details) override { return check(Depth::strict, details); }
+  std::int32_t checkValidity(std::string& details) override { return judge(code_.verify(Depth::plain), details); }
+  std::int32_t checkForInstalling(std::string& details) override { return judge(code_.verify(Depth::strict), details); }
+  std::int32_t checkOneSigner(std::string& details) override { return judge(code_.verifyOneSigner(), details); }
 
   std::int32_t copySigningInformation(TKSDictionary& information) override {
     return code_.copyInformation(information).status;
   }
 
  private:
-  std::int32_t check(Depth depth, std::string& details) const {
-    const Outcome outcome = code_.verify(depth);
+  static std::int32_t judge(const Outcome& outcome, std::string& details) {
     if (!outcome.isGood()) details = outcome.description();
     return outcome.status;
   }

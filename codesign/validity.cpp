@@ -145,7 +145,9 @@ constexpr std::string_view kAnybody = "always";
 /// Checks code and the code inside of it, level by level.
 class DeepCheck {
  public:
-  DeepCheck(const AppleRoots& roots, Depth depth) : roots_(roots), depth_(depth) {}
+  /// `oneSigner`: what is inside has to be of the same signer, whatever the seals ask for.
+  DeepCheck(const AppleRoots& roots, Depth depth, bool oneSigner = false)
+      : roots_(roots), depth_(depth), oneSigner_(oneSigner) {}
 
   Outcome run(const CodeLayout& layout) {
     std::vector<NestedCode> nested;
@@ -155,6 +157,8 @@ class DeepCheck {
       markSeen(layout);
       CodeCheck check(layout, roots_, scopeOf(depth_));
       resources = take(check.run(nullptr, nested));
+      if (oneSigner_) meantSigner_ = Requirement::fromText(check.sameMaker());
+      if (oneSigner_ && !meantSigner_) fail(status::kRequirementFailed);
       if (isWhole()) addOtherVersions(layout, check.sameMaker(), nested);
     } catch (const Failure& failure) {
       result_.status = failure.status;
@@ -229,6 +233,7 @@ class DeepCheck {
     const bool isInPlace = layout.isWithin(code.path);
     const bool goesDeep = isWhole() && isInPlace && markSeen(layout);
     std::vector<NestedCode> nested;
+    if (meantSigner_) CodeCheck(layout, roots_, kIdentityAlone).run(&*meantSigner_, nested);
     const Scope scope = goesDeep ? scopeOf(depth_) : kIdentityAlone;
     const ResourceProblems problems = CodeCheck(layout, roots_, scope).run(&*requirement, nested);
     if (!problems.none()) fail(problems.status);
@@ -239,6 +244,8 @@ class DeepCheck {
 
   const AppleRoots& roots_;
   const Depth depth_;
+  const bool oneSigner_;
+  std::optional<Requirement> meantSigner_;
   Outcome result_;
   std::deque<NestedCode> waiting_;
   std::optional<std::string> unmet_;
@@ -249,6 +256,12 @@ class DeepCheck {
 
 Outcome checkValidity(const CodeLayout& layout, const AppleRoots& roots, Depth depth) {
   Outcome outcome = DeepCheck(roots, depth).run(layout);
+  outcome.text = textOf(outcome.status);
+  return outcome;
+}
+
+Outcome checkOneSigner(const CodeLayout& layout, const AppleRoots& roots) {
+  Outcome outcome = DeepCheck(roots, Depth::strict, true).run(layout);
   outcome.text = textOf(outcome.status);
   return outcome;
 }

@@ -12,6 +12,9 @@ namespace tks::codesign {
 /// first thing that is wrong in this order is the outcome.
 Outcome checkValidity(const CodeLayout& layout, const AppleRoots& roots, Depth depth);
 
+/// The strict check, and that all code inside is of the same signer.
+Outcome checkOneSigner(const CodeLayout& layout, const AppleRoots& roots);
+
 /// Checks the signature of code without its pages and resources, and whether it meets a requirement.
 Outcome checkRequirement(const CodeLayout& layout, const AppleRoots& roots, std::string_view requirement);
 

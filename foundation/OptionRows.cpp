@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::string_view kMs = "ms";
 constexpr std::string_view kBytes = "bytes";
+constexpr std::string_view kSha256 = "SHA-256";
 constexpr std::string_view kNone;
 
 constexpr OptionRow kRows[] = {
@@ -34,6 +35,33 @@ constexpr OptionRow kRows[] = {
     {"lowestListVersion", &TKSOptions::lowestListVersion, kNone, "A list of updates with a lower version is refused."},
     {"launcherEnvironment", &TKSOptions::launcherEnvironment, kNone,
      "The launcher's environment has these variables and no other."},
+
+    // Trust.
+    {"checkContent", &TKSOptions::checkContent, kNone, "The launcher's content is checked before each start."},
+    {"pinnedRoot", &TKSOptions::pinnedRoot, kSha256, "The maker's certificates have to lead to this root."},
+    {"pinnedTeam", &TKSOptions::pinnedTeam, kNone, "The signer's certificate has to be of this team."},
+    {"requiredIdentifier", &TKSOptions::requiredIdentifier, kNone,
+     "The launcher's signature has to have this identifier."},
+    {"refuseDowngrades", &TKSOptions::refuseDowngrades, kNone,
+     "A launcher that is older than one accepted before is refused."},
+    {"refuseShared", &TKSOptions::refuseShared, kNone, "A launcher or archive that others can write to is refused."},
+    {"refuseTestMode", &TKSOptions::refuseTestMode, kNone, "Lab devices are checked like all others."},
+    {"oneSignerInside", &TKSOptions::oneSignerInside, kNone,
+     "All code inside of the launcher has to be of its signer."},
+
+    // Privacy.
+    {"maskReceived", &TKSOptions::maskReceived, kNone, "Received messages are masked wherever they appear."},
+    {"noMessagesInErrors", &TKSOptions::noMessagesInErrors, kNone, "Errors hold no text of received messages."},
+    {"unlinkMessageFiles", &TKSOptions::unlinkMessageFiles, kNone,
+     "Files of a conversation are removed once both sides have them open."},
+
+    // Installing.
+    {"keepBrokenLauncher", &TKSOptions::keepBrokenLauncher, kNone, "A broken launcher is not removed."},
+    {"keepPreviousLauncher", &TKSOptions::keepPreviousLauncher, kNone,
+     "A replaced launcher is kept, and put back when the new one turns out broken."},
+    {"quarantineUntilChecked", &TKSOptions::quarantineUntilChecked, kNone,
+     "The quarantine mark is removed only after the check."},
+    {"scanAhead", &TKSOptions::scanAhead, kNone, "The system looks through a launcher when it was installed."},
 };
 
 }  // namespace

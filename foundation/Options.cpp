@@ -97,7 +97,14 @@ bool fits(const OptionRow& row, std::int64_t number) {
 }
 
 /// Names, paths and other texts go to the system, which ends them at a NUL.
-bool fits(const OptionRow&, const std::string& text) { return text.find('\0') == std::string::npos; }
+bool fits(const OptionRow& row, const std::string& text) {
+  constexpr std::size_t kDigits = 64;
+  const auto isDigit = [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+  };
+  if (row.unit == "SHA-256") return text.empty() || (text.size() == kDigits && std::ranges::all_of(text, isDigit));
+  return text.find('\0') == std::string::npos;
+}
 
 bool fits(const OptionRow& row, const std::vector<std::string>& texts) {
   return std::ranges::all_of(texts, [&](const std::string& text) { return !text.empty() && fits(row, text); });

@@ -7,16 +7,20 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
+#include "foundation/LimitedTools.h"
 #include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
 #include "foundation/values/OutOfMemory.h"
+#include "install/AcceptedVersion.h"
+#include "install/BrokenLauncher.h"
 #include "install/LauncherIdentity.h"
 #include "install/PackageVersions.h"
 #include "install/PlaceLock.h"
 #include "install/Progress.h"
 #include "install/ReplaceBundle.h"
+#include "install/Trust.h"
 #include "install/UnpackFolder.h"
 #include "platform/platform.h"
 
@@ -27,6 +31,7 @@ namespace {
 using tks::masked;
 using tks::platform::FileLock;
 using tks::platform::files;
+using tks::platform::Reach;
 
 constexpr std::uint32_t kOrdinaryFolder = 0777;
 /// How long one installation in the background waits for others of the same user.
@@ -46,9 +51,9 @@ class Installation {
 
   /// Everything from the archive to the launcher in its place.
   bool run() {
-    return checkParameters() && enterUnpackFolder() && unpackFolder_.makeRoom() && unpack() &&
-           TKSUtilBase::isSupportedTKSVersion(version_) && checkPackage() && endOldLauncher() && makeParent() &&
-           lockPlace() && replace();
+    return checkParameters() && checkPlaces() && enterUnpackFolder() && unpackFolder_.makeRoom() && unpack() &&
+           TKSUtilBase::isSupportedTKSVersion(version_) && checkDowngrade() && checkPackage() && endOldLauncher() &&
+           makeParent() && lockPlace() && replace();
   }
 
   void cleanUp() { unpackFolder_.removeLauncher(); }
@@ -65,6 +70,19 @@ class Installation {
     if (files().exists(zipPath_)) return true;
     TKSILog::logWithLevel(TKSILogLevelError, "Zip path not exists: %@", masked(zipPath_));
     return false;
+  }
+
+  /// What the options ask of the archive and of the launcher's place.
+  bool checkPlaces() const {
+    TKSError error;
+    if (!tks::isNotShared(zipPath_, Reach::content, &error)) return refuse(zipPath_, error);
+    return tks::isNotShared(targetPath_, Reach::way, &error) || refuse(targetPath_, error);
+  }
+
+  bool checkDowngrade() const {
+    TKSError error;
+    if (!tks::options().refuseDowngrades) return true;
+    return tks::install::isNotOlderThanAccepted(targetPath_, version_, &error) || refusePackage(error);
   }
 
   bool enterUnpackFolder() {
@@ -89,9 +107,10 @@ class Installation {
     return TKSUtilBase::isSafeToInstall(unpackFolder_.launcherPath(), version_, &error) || refusePackage(error);
   }
 
-  bool refusePackage(const TKSError& error) const {
-    TKSILog::logWithLevel(TKSILogLevelError, "Unsafe to install '%@': %@", masked(unpackFolder_.launcherPath()),
-                          masked(error));
+  bool refusePackage(const TKSError& error) const { return refuse(unpackFolder_.launcherPath(), error); }
+
+  static bool refuse(const std::string& path, const TKSError& error) {
+    TKSILog::logWithLevel(TKSILogLevelError, "Unsafe to install '%@': %@", masked(path), masked(error));
     return false;
   }
 
@@ -147,9 +166,10 @@ class Installation {
     }
     TKSILog::logWithLevel(TKSILogLevelInfo, "Install TKS done, result: %i, any error: (%@)", installed, masked(error));
     if (!installed) return false;
+    if (tks::options().keepPreviousLauncher) replacement.keepOld();
     TKSILog::logWithLevel(TKSILogLevelInfo, "File replacement done. Begin register work for appext");
     TKSUtilBase::checkLaunchService();
-    TKSUtilBase::removeQuarantineAttribute(targetPath_);
+    if (!tks::options().quarantineUntilChecked) TKSUtilBase::removeQuarantineAttribute(targetPath_);
     return true;
   }
 
@@ -180,12 +200,30 @@ bool install(std::string_view version, std::string_view zipPath, std::string_vie
 
 /// Removes a launcher that turned out broken; one that was updating itself is ended. Anything else stays.
 void removeBrokenLauncher(std::string_view targetPath) {
-  if (!tks::install::mayBeCleanedUp(targetPath)) return;
+  if (!tks::install::mayBeCleanedUp(targetPath) || tks::install::keepOrPutBack(targetPath)) return;
   TKSILog::logWithLevel(TKSILogLevelError, "TKS broken after installation, about to clean up");
   TKSUtilBase::cleanUpFolderPath(targetPath, true);
   if (tks::platform::bundles().mainBundleIdentifier() != TKSAppBundleID) return;
   TKSILog::logWithLevel(TKSILogLevelError, "About to terminate TKS app.");
   tks::platform::runningApplications().terminateThisApplication();
+}
+
+/// Has the system look through the launcher before anybody waits for its start.
+void scanAhead(std::string_view targetPath) {
+  tks::platform::ToolRequest request{tks::platform::Tool::gktool, {"scan", tks::pathArgument(targetPath)}};
+  request.collectStandardError = true;
+  const tks::platform::ToolResult result = tks::runWithinLimit(request);
+  const std::string reason =
+      result.started ? tks::formatted("exit code %i", result.exitCode) : result.error.description();
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Scanned ahead: %@, result: %@", masked(targetPath), masked(reason));
+}
+
+/// What the options want done with a launcher that was installed and found healthy.
+void finish(std::string_view targetPath, std::string_view version) {
+  const TKSOptions& asked = tks::options();
+  if (asked.quarantineUntilChecked) TKSUtilBase::removeQuarantineAttribute(targetPath);
+  if (asked.refuseDowngrades) tks::install::noteAcceptedVersion(targetPath, tks::install::givenVersion(version));
+  if (asked.scanAhead) scanAhead(targetPath);
 }
 
 }  // namespace
@@ -203,8 +241,11 @@ bool TKSUtilBase::installTKSVersion(std::string_view version, std::string_view b
     if (!placeLock && error.reason == TKSErrorReason::busy) return installed;
     if (installed) tks::install::tellProgress(TKSInstallStep::assessing);
     // Whatever came before: a launcher that was damaged earlier goes as well.
-    if (!TKSUtilBase::isBrokenApp(targetPath)) return installed;
-    removeBrokenLauncher(targetPath);
-    return false;
+    if (TKSUtilBase::isBrokenApp(targetPath)) {
+      removeBrokenLauncher(targetPath);
+      return false;
+    }
+    if (installed) finish(targetPath, version);
+    return installed;
   });
 }

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "BuildValues.h"
+#include "foundation/Options.h"
 #include "foundation/values/ErrorReasons.h"
 #include "install/MakerRules.h"
 #include "install/SignatureErrors.h"
@@ -68,16 +69,23 @@ std::string namesMessage(const MakerRules& rules, const TKSArray& certificates) 
                    names[1], names[0]);
 }
 
+bool isOfTeam(const TKSValue& leaf, std::string_view team) {
+  std::string unit;
+  return platform::signatures().organizationalUnit(leaf.data(), unit) == 0 && unit == team;
+}
+
+bool leadsTo(const TKSArray& certificates, std::string_view root) {
+  return platform::signatures().leadsToRoot(certificates, root);
+}
+
 /// The message about what the names do not prove; empty when the rules ask for no more, or are met.
 std::string strictMessage(const MakerRules& rules, const TKSArray& certificates) {
-  if (!rules.strict) return {};
-  if (!platform::signatures().leadsToRoot(certificates, rules.pinnedRootSHA256)) {
-    return "Codesign verify failed, the certificates do not lead to the pinned root.";
-  }
-  std::string unit;
-  if (platform::signatures().organizationalUnit(certificates[0].data(), unit) != 0 || unit != rules.team) {
-    return "Codesign verify failed, the signing certificate is not the team's.";
-  }
+  const bool leads = (!rules.strict || leadsTo(certificates, rules.pinnedRootSHA256)) &&
+                     (rules.alsoRootSHA256.empty() || leadsTo(certificates, rules.alsoRootSHA256));
+  if (!leads) return "Codesign verify failed, the certificates do not lead to the pinned root.";
+  const bool isTeams = (!rules.strict || isOfTeam(certificates[0], rules.team)) &&
+                       (rules.alsoTeam.empty() || isOfTeam(certificates[0], rules.alsoTeam));
+  if (!isTeams) return "Codesign verify failed, the signing certificate is not the team's.";
   return {};
 }
 
@@ -90,7 +98,8 @@ std::string makerMessage(const MakerRules& rules, const TKSURL& bundleURL) {
   const TKSValue& team = (*information)["teamid"];
   const TKSValue& certificates = (*information)["certificates"];
   constexpr std::string_view kNoCertificates = "No certificate info included in code signature info.";
-  if (!team.isText() || team.text() != rules.team) {
+  const bool isMakers = team.isText() && team.text() == rules.team;
+  if (!isMakers || (!rules.alsoTeam.empty() && team.text() != rules.alsoTeam)) {
     // A missing team identifier is told apart nowhere: it is "not from Tarvo" like a wrong one.
     return certificates.isArray() ? "Codesign verify failed, not from Tarvo." : std::string(kNoCertificates);
   }
@@ -111,6 +120,13 @@ const MakerRules& builtInMakerRules() {
                                 .rootName = "Apple Root CA",
                                 .strict = TKS_STRICT_MAKER_CHECK != 0,
                                 .pinnedRootSHA256 = TKS_PINNED_ROOT_SHA256};
+  return rules;
+}
+
+MakerRules makerRulesInForce() {
+  MakerRules rules = builtInMakerRules();
+  rules.alsoRootSHA256 = options().pinnedRoot;
+  rules.alsoTeam = options().pinnedTeam;
   return rules;
 }
 
@@ -161,5 +177,5 @@ bool KVRXCodeSignUtil::codeSignIsValid(const TKSURL& bundleURL, TKSError* error)
 }
 
 bool KVRXCodeSignUtil::codeSignBelongToTarvo(const TKSURL& bundleURL, TKSError* error) {
-  return tks::signatureSatisfies(tks::builtInMakerRules(), bundleURL, error);
+  return tks::signatureSatisfies(tks::makerRulesInForce(), bundleURL, error);
 }

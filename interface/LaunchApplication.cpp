@@ -7,6 +7,7 @@
 
 #include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
+#include "install/Trust.h"
 #include "interface/LaunchArguments.h"
 #include "platform/platform.h"
 
@@ -31,10 +32,12 @@ bool prepare(const std::string& path, TKSError* error) {
     TKSUtilBase::removeQuarantineAttribute(path);
     return false;
   }
-  TKSUtilBase::removeQuarantineAttribute(path);
+  const bool removesMarkLast = tks::options().quarantineUntilChecked;
+  if (!removesMarkLast) TKSUtilBase::removeQuarantineAttribute(path);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check app begin.");
-  const bool trusted = TKSUtilBase::checkTrustForLaunch(path, error);
+  const bool trusted = tks::checkTrustForStart(path, error);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check app done, result: %i, path: %@", trusted, masked(path));
+  if (trusted && removesMarkLast) TKSUtilBase::removeQuarantineAttribute(path);
   return trusted;
 }
 

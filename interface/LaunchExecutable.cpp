@@ -16,6 +16,7 @@
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
 #include "install/PlaceLock.h"
+#include "install/Trust.h"
 #include "interface/HostCalls.h"
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
@@ -77,7 +78,7 @@ bool isTrusted(Launch& launch) {
   const std::string bundlePath = bundleOf(launch.exePath);
   TKSError error;
   TKSILog::logWithLevel(TKSILogLevelInfo, "Check app begin.");
-  const bool trusted = TKSUtilBase::checkTrustForLaunch(bundlePath, &error);
+  const bool trusted = tks::checkTrustForStart(bundlePath, &error);
   if (!trusted) {
     launch.message = tks::formatted("Security check failed: %@", error.localizedDescription);
     launch.reason = TKSErrorReason::notTrusted;

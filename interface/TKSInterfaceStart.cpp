@@ -11,6 +11,7 @@
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
+#include "install/BrokenLauncher.h"
 #include "install/LauncherIdentity.h"
 #include "install/PlaceLock.h"
 #include "interface/Facade.h"
@@ -42,6 +43,7 @@ void removeIfBroken(const std::string& path) {
   // What another host is replacing is that host's to look at.
   if (!placeLock && error.reason == TKSErrorReason::busy) return;
   if (!TKSUtilBase::isBrokenApp(path) || !install::mayBeCleanedUp(path)) return;
+  if (install::keepOrPutBack(path)) return;
   TKSILog::logWithLevel(TKSILogLevelError, "App broken, about to clean up the broken tks app.");
   TKSUtilBase::cleanUpFolderPath(path, true);
 }

@@ -10,6 +10,7 @@
 #include "foundation/Errors.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
+#include "messaging/MessageText.h"
 
 // Requests and their answers.
 
@@ -176,7 +177,7 @@ void Dialogue::onMessage(const TKSMessage& message) {
       {tks_message_type_error, &Dialogue::onError},
   };
   const std::string type = message.messageType.value_or("(null)");
-  TKSILog::logWithLevel(TKSILogLevelInfo, "Handle message of type: %@", type);
+  TKSILog::logWithLevel(TKSILogLevelInfo, "Handle message of type: %@", ReceivedText(type));
   for (const Known& one : known) {
     if (one.type == type) return (this->*one.on)(message);
   }

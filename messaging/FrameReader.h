@@ -49,6 +49,8 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   void startBroken(TKSError error);
   /// What it reads from, or read from before it was stopped; nothing before the first start and after a broken one.
   const std::optional<platform::ChannelIdentity>& channel() const { return identity_; }
+  /// Lets the channel go on without its name (see platform::ByteSource::dropName).
+  bool dropName(TKSError* error) { return reading_.source && reading_.source->dropName(error); }
   /// Stops handing out and closes the channel. Bytes that were read ahead stay for the next start.
   void stop();
 

@@ -122,10 +122,14 @@ void checkIpcFile4TKS(const MessageFiles& paths) {
   }
 }
 
-void removeMessageFolder(const MessageFiles& paths, bool folderIsOwn) {
-  TKSError error;
+bool removeDroppedFolder(const MessageFiles& paths, bool folderIsOwn, TKSError* error) {
   const bool goesWhole = folderIsOwn && !files().isLink(paths.folder());
-  if (goesWhole ? files().remove(paths.folder(), &error) : removeConversation(paths, &error)) {
+  return goesWhole ? files().remove(paths.folder(), error) : removeConversation(paths, error);
+}
+
+void removeMessageFolder(const MessageFiles& paths, bool folderIsOwn, bool isRemoved) {
+  TKSError error;
+  if (isRemoved || removeDroppedFolder(paths, folderIsOwn, &error)) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Succeed to remove ipc file folder.");
     return;
   }

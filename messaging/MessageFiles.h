@@ -34,8 +34,13 @@ bool checkIpcFile4Interface(const MessageFiles& files, bool folderIsNew);
 void checkIpcFile4TKS(const MessageFiles& files);
 
 /// Removes the folder with all that is in it when the conversation has made it (`folderIsOwn`); of any other folder
-/// both files, and then the folder when nothing else is in it. With a line.
-void removeMessageFolder(const MessageFiles& files, bool folderIsOwn);
+/// both files, and then the folder when nothing else is in it. With a line. `isRemoved`: that was done already, and the
+/// line says so.
+void removeMessageFolder(const MessageFiles& files, bool folderIsOwn, bool isRemoved = false);
+
+/// Removes the folder of files that have no names any more, as above and without a line. False, and `error`, when it
+/// stays.
+bool removeDroppedFolder(const MessageFiles& files, bool folderIsOwn, TKSError* error);
 
 /// An interface's hold on the folder of its conversation, from before it is made until the conversation is closed.
 /// While it exists, no host considers the folder abandoned. Main thread only.

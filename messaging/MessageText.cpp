@@ -2,6 +2,9 @@
 
 #include <new>
 
+#include <tksinterface/TKSILog.h>
+
+#include "foundation/Options.h"
 #include "foundation/values/JsonWriter.h"
 #include "foundation/values/OutOfMemory.h"
 #include "foundation/values/Utf8.h"
@@ -17,6 +20,13 @@ bool appendText(const TKSMessage& message, std::string& out, TKSError* error) {
   }
 }
 
-std::string ReceivedText::description() const { return utf8::isValid(bytes_) ? std::string(bytes_) : "(null)"; }
+std::string ReceivedText::description() const {
+  if (!utf8::isValid(bytes_)) return "(null)";
+  return options().maskReceived ? TKSILog::removeSensitiveInformation(bytes_) : std::string(bytes_);
+}
+
+std::string ReceivedText::inErrors() const {
+  return options().noMessagesInErrors ? formatted("(%lu bytes)", bytes_.size()) : description();
+}
 
 }  // namespace tks::messaging

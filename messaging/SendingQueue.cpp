@@ -64,6 +64,11 @@ void SendingQueue::open(std::shared_ptr<platform::ByteSink> sink) {
   }
 }
 
+bool SendingQueue::dropName(TKSError* error) {
+  const std::scoped_lock lock(mutex_);
+  return channel_.sink && channel_.sink->dropName(error);
+}
+
 void SendingQueue::close() {
   Channel before;
   const std::scoped_lock lock(mutex_);

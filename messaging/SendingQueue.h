@@ -34,6 +34,8 @@ class SendingQueue : public std::enable_shared_from_this<SendingQueue> {
   /// Sends to `sink` from now on. Null: there is no channel, and sending fails. What still waits for this very channel
   /// stays in front; what waits for another one can no longer be sent.
   void open(std::shared_ptr<platform::ByteSink> sink);
+  /// Lets the channel go on without its name (see platform::ByteSink::dropName).
+  bool dropName(TKSError* error);
   /// Closes the channel once everything that waits for it is written.
   void close();
   /// Closes the channel at once and drops what waits for it.

@@ -5,6 +5,7 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSILog.h>
 
+#include "foundation/Options.h"
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "messaging/ChannelChoice.h"
@@ -67,6 +68,7 @@ void Transport::open(TKSMessageHandlerDelegate* delegate) {
   failure_.reset();
   saidFarewell_ = false;
   peer_ = {};
+  isNameless_ = false;
   if (host_.ipcByFile) {
     createFileHandle();
   } else {
@@ -170,11 +172,24 @@ void Transport::destroyFileHandle() {
   input_.reset();
   output_->abandon();
   if (isInterface()) {
-    removeMessageFolder(files(), hold_ && hold_->folderIsOwn());
+    removeMessageFolder(files(), hold_ && hold_->folderIsOwn(), isNameless_);
     hold_.reset();
   }
   host_.tempIPCFileFullPathFromTKS2Interface.clear();
   host_.tempIPCFileFullPathFromInterface2TKS.clear();
+}
+
+void Transport::dropFileNames() {
+  if (!options().unlinkMessageFiles || !host_.ipcByFile || !isInterface() || isNameless_ || !input_) return;
+  TKSError error;
+  isNameless_ = input_->dropName(&error) && output_->dropName(&error) &&
+                removeDroppedFolder(files(), hold_ && hold_->folderIsOwn(), &error);
+  if (isNameless_) {
+    TKSILog::logWithLevel(TKSILogLevelInfo, "The files of the conversation have no names any more.");
+    return;
+  }
+  const std::string reason = error.description();
+  TKSILog::logWithLevel(TKSILogLevelWarning, "The files of the conversation keep their place: %@", masked(reason));
 }
 
 std::string Transport::useNewFolder(std::string path) {

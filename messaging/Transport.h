@@ -84,6 +84,8 @@ class Transport {
   void onBrokenInput(const TKSError& error);
   void onSlowFrame(std::chrono::milliseconds limit);
   bool isFromPeer();
+  /// Where the options want it, removes the names of a conversation's files once the launcher has them open.
+  void dropFileNames();
 
   /// Tells who watches the conversations of this process. Any thread.
   void tellObserver(TKSConversationEvent::Kind kind, std::string_view text) const noexcept;
@@ -111,6 +113,8 @@ class Transport {
   Peer peer_;
   /// The folder of an interface's conversation, from before the opening until the closing.
   std::shared_ptr<MessageFolderHold> hold_;
+  /// The files of this opening have no names any more, and their folder is removed.
+  bool isNameless_ = false;
 };
 
 }  // namespace tks::messaging

@@ -104,13 +104,15 @@ void Transport::deliver() {
   const bool parsed = message.parseJSONString(textOf(data), &error);
   std::string failure;
   if (!parsed) {
-    failure = formatted("Error when parse JSON in [TKSMessagHost onMessage]. Message str: %@, error: %@", text, error);
+    failure = formatted("Error when parse JSON in [TKSMessagHost onMessage]. Message str: %@, error: %@",
+                        text.inErrors(), error);
   }
   data.clear();
   if (host_.receivedData.empty()) host_.receivedData = std::move(data);
 
   if (!parsed) return handleFatalError(failure);
   if (message.messageType == tks_message_type_disconnect_ack) saidFarewell_ = true;
+  if (message.messageType == tks_message_type_hello_ack) dropFileNames();
   TKSMessageHandlerDelegate* const delegate = host_.messageHandler;
   if (delegate == nullptr) return;
   const std::function<void()> hand = [delegate, &message] { delegate->handleMessage(message, delegate); };

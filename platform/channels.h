@@ -42,6 +42,12 @@ class ByteSource {
   /// anything here, and may destroy the source.
   virtual void watch(std::function<void()> ready) = 0;
   virtual void unwatch() = 0;
+  /// Removes the file's name; the conversation goes on without it, and neither end takes that for its end. False, and
+  /// `error`, when the name stays; a channel without a name has none to remove.
+  virtual bool dropName(TKSError* error) {
+    static_cast<void>(error);
+    return true;
+  }
 };
 
 /// The writing end of a message channel. `write` may be called from any thread, by one at a time.
@@ -56,6 +62,12 @@ class ByteSink {
   virtual void expect(std::size_t size) = 0;
   /// Calls `ready` once on the main thread when a write would move bytes or fail. Any thread.
   virtual void whenWritable(std::function<void()> ready) = 0;
+  /// As ByteSource::dropName. The reader of a file that has lost its name like this learns that the sink is gone: the
+  /// file then counts as removed.
+  virtual bool dropName(TKSError* error) {
+    static_cast<void>(error);
+    return true;
+  }
 };
 
 /// The message channels of the process. macOS: libdispatch read, write and vnode sources on descriptors of their own.
@@ -72,7 +84,7 @@ class Channels {
   /// once the launcher has ended. What the host has put there itself stays.
   virtual void endOfTalk(const ChannelIdentity& input, bool inGoodOrder) = 0;
   /// A file that another process appends to, from its beginning. Refuses links and files of other users. A file that is
-  /// cut, replaced or removed while it is read gives an error within a second.
+  /// cut, replaced or removed while it is read gives an error within a second, unless one of its ends dropped its name.
   virtual std::unique_ptr<ByteSource> fileSource(std::string_view path, TKSError* error) = 0;
   /// A file to append to; its other content stays. Refuses links and files of other users.
   virtual std::shared_ptr<ByteSink> fileSink(std::string_view path, TKSError* error) = 0;

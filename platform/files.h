@@ -24,6 +24,12 @@ struct FileAttributes {
   TKSDictionary extendedAttributes;
 };
 
+/// How far is looked for what others can write to.
+enum class Reach {
+  way,      ///< folders and links on the way to an item, and whose it is
+  content,  ///< the item itself and everything in it as well
+};
+
 /// The room on a volume.
 struct VolumeSpace {
   std::uint64_t freeBytes = 0;  ///< for this user
@@ -144,6 +150,11 @@ class Files {
   virtual std::optional<FileAttributes> attributes(std::string_view path, TKSError* error) = 0;
   /// Permission bits, 07777, of what `setPermissions` sets them of (links followed).
   virtual std::optional<std::uint32_t> permissions(std::string_view path, TKSError* error) = 0;
+  /// The first that somebody else than this user and the superuser can change, on the way to an item or as far as
+  /// `reach` says. Of an item that is not there, the way as far as it goes. A folder on the way that has the sticky bit
+  /// (as the one for temporary files has) lets everybody change his own only. Empty when there is none; nothing, and
+  /// `error`, when something cannot be looked at.
+  virtual std::optional<std::string> writableByOthers(std::string_view path, Reach reach, TKSError* error) = 0;
   /// Sets the permission bits (links followed).
   virtual bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) = 0;
   /// Removes an extended attribute from the item itself (removexattr with XATTR_NOFOLLOW). The call's result: 0 or -1.

@@ -26,6 +26,11 @@ class StaticCode {
   /// refuse (-67007, -67013), as long as everything in the bundle is covered.
   virtual std::int32_t checkForInstalling(std::string& details) = 0;
 
+  /// For code that passed the check above: all code inside, however deep, was signed by who signed this code, by the
+  /// same certificate or by one of the same organizational unit below the same root. Not met by code that nobody
+  /// signed, outside (-67050) or inside (-67021); what the seal covers by its hash alone is no code of its own.
+  virtual std::int32_t checkOneSigner(std::string& details) = 0;
+
   /// The signing information (flags 30: signing, requirements, dynamic and content information). Keys as the platform
   /// names them: "identifier", "teamid", "flags", "format", "unique", "cdhashes", "certificates" (DER data, leaf first,
   /// of the signer of all architectures), "main-executable" (text, file URL), and so on; unsigned code has the last.

@@ -19,6 +19,7 @@ enum class Tool {
   shasum,   ///< digests that list
   tccutil,  ///< resets privacy decisions; macOS only
   sysctl,   ///< names the processor
+  gktool,   ///< "scan PATH": looks through an application before its first start; macOS 14.4 and later
 };
 
 /// How a tool is run. No tool ever gets a shell, this process's standard input or any other of its descriptors; its
@@ -53,8 +54,8 @@ struct ToolResult {
 };
 
 /// The system's command-line tools, started like other children. On Linux an assessment is made by the library itself
-/// where its program is missing, with the same words and exit codes. The absolute paths stand in one table of each back
-/// end. Any thread; waits for the tool.
+/// where its program is missing, with the same words and exit codes, and stands for the scan ahead as well. The
+/// absolute paths stand in one table of each back end. Any thread; waits for the tool.
 class SystemTools {
  public:
   virtual ~SystemTools() = default;

@@ -59,7 +59,57 @@ struct TKS_EXPORT TKSOptions {
   /// Names of the variables that the environment of the launcher's process is reduced to, as far as this process has
   /// them. For launchers that are started as a child of this process. Suggested: HOME, USER, LOGNAME, PATH, TMPDIR,
   /// LANG, and what the user's desktop needs.
-  std::vector<std::string> launcherEnvironment{};
+  std::vector<std::string> launcherEnvironment;
+
+  // Trust. In test mode none of these is looked at when a launcher is started, unless `refuseTestMode` is on. A
+  // launcher that is refused is a failure with the reason `notTrusted`, or `wrongVersion`.
+
+  /// Before each start the content of the launcher is checked as it is before an installation: every page, resource and
+  /// nested code. One that was not changed since a check in this process is not read again.
+  bool checkContent = false;
+  /// The SHA-256, 64 hexadecimal digits, of the root that the maker's certificates have to lead to by good signatures:
+  /// at installing, launching and for lists of updates, beside the root that the library was built with.
+  std::string pinnedRoot{};
+  /// The organizational unit that the signer's certificate has to have, and the team that the signature has to name, at
+  /// the same moments.
+  std::string pinnedTeam{};
+  /// The identifier that the launcher's signature has to have, at installing and launching.
+  std::string requiredIdentifier{};
+  /// No launcher is installed or started that is older than one that was accepted in the same place before. The highest
+  /// version is kept in a hidden file beside the launcher; who may write to the folder may remove it.
+  bool refuseDowngrades = false;
+  /// No launcher is started or replaced, and no archive is installed, that another user than this one and the superuser
+  /// can write to, or to a folder on the way to it.
+  bool refuseShared = false;
+  /// Nobody is a lab device: the preference `IsLabDevice` skips no check.
+  bool refuseTestMode = false;
+  /// All code inside of the launcher has to be signed by who signed the launcher, at installing and launching.
+  bool oneSignerInside = false;
+
+  // Privacy.
+
+  /// The text of a received message is masked before it gets into any line or error.
+  bool maskReceived = false;
+  /// The text of a received message, which may repeat the parameters of a launch, gets into no error: its length does.
+  bool noMessagesInErrors = false;
+  /// Conversations over files go on without names: files and folder are removed as soon as the launcher has answered
+  /// the greeting, and has both open by that. For launchers with this library, 0.1.0 or later, or others that go by
+  /// what they have open.
+  bool unlinkMessageFiles = false;
+
+  // Installing.
+
+  /// A launcher that is found broken is not removed; for those who develop one.
+  bool keepBrokenLauncher = false;
+  /// A replaced launcher is kept, hidden beside the new one, until the next is replaced; when the health check finds
+  /// the launcher broken, the kept one is checked and put back.
+  bool keepPreviousLauncher = false;
+  /// The quarantine mark of a launcher is removed only after it was checked: at a launch through the workspace after
+  /// the check of its maker, at an installation after the health check.
+  bool quarantineUntilChecked = false;
+  /// The system looks through a launcher when it was installed, and not when it is started first. macOS 14.4 and later;
+  /// on Linux it is assessed once more.
+  bool scanAhead = false;
 
   /// Options by their names: numbers for times and sizes, true and false, texts, arrays of texts. Nothing, and `error`,
   /// for a name that no option has, a value of another kind, and one out of its range. Any thread.

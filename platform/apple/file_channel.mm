@@ -12,6 +12,7 @@
 
 #include "platform/apple/descriptor_watch.h"
 #include "platform/platform.h"
+#include "platform/posix/dropped_name.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
@@ -61,12 +62,21 @@ class FileSource final : public ByteSource {
     more_.stop();
   }
 
+  bool dropName(TKSError* error) override {
+    return posix::dropName(descriptor_->get(), path_) || posix::fail(error, "remove", path_);
+  }
+
  private:
   /// The path still names this file, and the file is not shorter than what was read. Sets errno when not.
   bool isIntact() const {
     struct stat open {};
     struct stat named {};
-    if (fstat(descriptor_->get(), &open) != 0 || lstat(path_.c_str(), &named) != 0) return false;
+    if (fstat(descriptor_->get(), &open) != 0) return false;
+    if (posix::isNameDropped(descriptor_->get())) {
+      errno = ESTALE;
+      return open.st_size >= position_;
+    }
+    if (lstat(path_.c_str(), &named) != 0) return false;
     const bool same = open.st_dev == named.st_dev && open.st_ino == named.st_ino && open.st_size >= position_;
     if (!same) errno = ESTALE;
     return same;
@@ -84,6 +94,11 @@ class FileSink final : public ByteSink {
  public:
   FileSink(posix::FileDescriptor descriptor, std::string path)
       : descriptor_(std::move(descriptor)), path_(std::move(path)) {}
+  ~FileSink() override {
+    if (isNameless_) posix::leaveDroppedFile(descriptor_.get());
+  }
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
 
   ChannelIdentity identity() const override { return identityOf(descriptor_.get()); }
 
@@ -107,6 +122,11 @@ class FileSink final : public ByteSink {
   void expect(std::size_t) override {}
 
   void whenWritable(std::function<void()> ready) override { mainLoop().post(std::move(ready)); }
+
+  bool dropName(TKSError* error) override {
+    isNameless_ = posix::dropName(descriptor_.get(), path_);
+    return isNameless_ || posix::fail(error, "remove", path_);
+  }
 
  private:
   /// Beyond the process's limit for files a write raises a signal that ends the process.
@@ -132,6 +152,7 @@ class FileSink final : public ByteSink {
 
   posix::FileDescriptor descriptor_;
   std::string path_;
+  bool isNameless_ = false;
 };
 
 posix::FileDescriptor openOwnFile(const std::string& path, int flags, TKSError* error) {

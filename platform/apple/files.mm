@@ -17,6 +17,7 @@
 #include "platform/posix/file_copy.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
+#include "platform/posix/others_rights.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/private_folder.h"
@@ -191,6 +192,10 @@ class AppleFiles final : public Files {
 
   bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
     return posix::replaceFile(path, content, error);
+  }
+
+  std::optional<std::string> writableByOthers(std::string_view path, Reach reach, TKSError* error) override {
+    return posix::writableByOthers(path, reach, error);
   }
 
   std::optional<TKSData> changeMark(std::string_view path, TKSError* error) override {

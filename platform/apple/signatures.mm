@@ -9,8 +9,10 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "foundation/values/Hexadecimal.h"
+#include "platform/apple/code_inside.h"
 #include "platform/apple/conversions.h"
 #include "platform/apple/seal_coverage.h"
 #include "platform/apple/signature_folders.h"
@@ -129,6 +131,29 @@ class AppleStaticCode final : public StaticCode {
     return check(kDeep, details);
   }
 
+  std::int32_t checkOneSigner(std::string& details) override {
+    @autoreleasepool {
+      NSArray* certificates = certificatesOf(code_.get());
+      const Owned<SecRequirementRef> sameMaker(certificates.count == 0 ? Owned<SecRequirementRef>()
+                                                                       : requirementOf(certificates));
+      if (sameMaker.get() == nullptr) {
+        details = "Nobody signed the code.";
+        return errSecCSReqFailed;
+      }
+      const std::optional<std::vector<std::string>> inside = apple::codeInside(path_);
+      if (!inside) {
+        details = "The bundle cannot be looked through.";
+        return kPOSIXErrorBase + errno;
+      }
+      for (const std::string& path : *inside) {
+        if (isSealedAlone(path) || meets(path, sameMaker.get())) continue;
+        details = "Code inside is not of the same signer: " + path;
+        return errSecCSBadNestedCode;
+      }
+      return errSecSuccess;
+    }
+  }
+
   std::int32_t copySigningInformation(TKSDictionary& information) override {
     @autoreleasepool {
       CFDictionaryRef copied = nullptr;
@@ -144,6 +169,33 @@ class AppleStaticCode final : public StaticCode {
   }
 
  private:
+  static NSArray* certificatesOf(SecStaticCodeRef code) {
+    CFDictionaryRef copied = nullptr;
+    if (SecCodeCopySigningInformation(code, kSecCSSigningInformation, &copied) != errSecSuccess) return nil;
+    NSDictionary* information = CFBridgingRelease(copied);
+    return information[(__bridge NSString*)kSecCodeInfoCertificates];
+  }
+
+  static Owned<SecStaticCodeRef> codeAt(const std::string& path) {
+    SecStaticCodeRef created = nullptr;
+    const OSStatus status =
+        SecStaticCodeCreateWithPath((__bridge CFURLRef)apple::toFileURL(path), kSecCSDefaultFlags, &created);
+    return Owned<SecStaticCodeRef>(status == errSecSuccess ? created : nullptr);
+  }
+
+  static OSStatus signerStatus(const std::string& path, SecRequirementRef requirement) {
+    constexpr SecCSFlags kSignerAlone = kSecCSCheckAllArchitectures | kSecCSBasicValidateOnly;
+    const Owned<SecStaticCodeRef> code = codeAt(path);
+    return code.get() == nullptr ? errSecCSBadObjectFormat
+                                 : SecStaticCodeCheckValidity(code.get(), kSignerAlone, requirement);
+  }
+
+  /// An image without a signature in it is a resource: the seal around it has its hash, and so its signer's word.
+  static bool isSealedAlone(const std::string& path) { return signerStatus(path, nullptr) == errSecCSUnsigned; }
+  static bool meets(const std::string& path, SecRequirementRef requirement) {
+    return signerStatus(path, requirement) == errSecSuccess;
+  }
+
   /// Whether the signer of the architecture that answers questions has signed all of them. True when nobody has signed
   /// this one: then there is nobody to be taken for the signer. Of universal code the framework looks at the Info.plist
   /// on the way, so that such code with an altered one has no signer that could be told.

@@ -41,6 +41,7 @@ constexpr auto kTools = std::to_array<ToolRow>({
     {Tool::shasum, "shasum", "/usr/bin/shasum"},
     {Tool::tccutil, "tccutil", "/usr/bin/tccutil"},
     {Tool::sysctl, "sysctl", "/usr/sbin/sysctl"},
+    {Tool::gktool, "gktool", "/usr/bin/gktool"},
 });
 
 const ToolRow& rowOf(Tool tool) { return *std::ranges::find(kTools, tool, &ToolRow::tool); }

@@ -57,10 +57,11 @@ class Mark {
     entries_.clear();
     settled_ = 0;
     // Moving it sets its own time of change; its content is looked at anyway.
-    bool isFolder = false;
-    if (!add(path, "", false, isFolder)) return false;
+    struct stat facts {};
+    if (::lstat(path.c_str(), &facts) != 0) return false;
+    add(facts, "", false);
     std::vector<std::string> folders;
-    if (isFolder) folders.push_back(path);
+    if (S_ISDIR(facts.st_mode)) folders.push_back(path);
     while (!folders.empty()) {
       const std::string folder = std::move(folders.back());
       folders.pop_back();
@@ -87,6 +88,7 @@ class Mark {
         retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
     const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor ? ::fdopendir(descriptor.get()) : nullptr, ::closedir);
     if (!listing) return false;
+    const int number = descriptor.get();
     descriptor.release();  // the listing closes it
     while (true) {
       errno = 0;
@@ -94,29 +96,28 @@ class Mark {
       if (entry == nullptr) return errno == 0;
       const std::string_view name = entry->d_name;
       if (name == "." || name == "..") continue;
+      // By the folder's descriptor: the way to each item again would take longer than the look at it.
+      struct stat facts {};
+      if (::fstatat(number, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
       std::string item = folder;
       item.append("/").append(name);
-      bool isFolder = false;
-      if (!add(item, item.substr(prefix), true, isFolder)) return false;
-      if (isFolder) folders.push_back(std::move(item));
+      add(facts, std::string_view(item).substr(prefix), true);
+      if (S_ISDIR(facts.st_mode)) folders.push_back(std::move(item));
     }
   }
 
-  bool add(const std::string& path, const std::string& name, bool withTime, bool& isFolder) {
-    struct stat facts {};
-    if (::lstat(path.c_str(), &facts) != 0) return false;
-    isFolder = S_ISDIR(facts.st_mode);
+  void add(const struct stat& facts, std::string_view name, bool withTime) {
     const std::int64_t time = S_ISDIR(facts.st_mode) && !withTime ? 0 : inNanoseconds(changed(facts));
     settled_ = std::max(settled_, settledFrom(time));
-    std::string entry = name;
-    entry += '\0';
+    std::string entry;
+    entry.reserve(name.size() + 1 + 6 * sizeof(std::uint64_t));
+    entry.append(name).push_back('\0');
     for (const std::uint64_t fact :
          {static_cast<std::uint64_t>(facts.st_dev), std::uint64_t{facts.st_ino}, std::uint64_t{facts.st_mode},
           std::uint64_t{facts.st_uid}, static_cast<std::uint64_t>(facts.st_size), static_cast<std::uint64_t>(time)}) {
       entry.append(reinterpret_cast<const char*>(&fact), sizeof fact);
     }
     entries_.push_back(std::move(entry));
-    return true;
   }
 
   std::vector<std::string> entries_;

@@ -31,6 +31,10 @@ inline const signing::Identity& identity(const std::string& kind = "maker") {
   signing::IdentityPlan plan;
   plan.rsa = false;
   if (kind == "other team") plan.team = "OTHERTEAM1";
+  if (kind == "named alike") {  // another team, with the maker's name
+    plan.team = "OTHERTEAM1";
+    plan.leafName = "Developer ID Application: Tarvo (T4RV0K0VRA)";
+  }
   if (kind == "two levels") plan.withoutIntermediate = true;
   if (kind == "four levels") plan.extraLevels = 1;
   if (kind == "other usage") plan.codeSigningUsage = false;

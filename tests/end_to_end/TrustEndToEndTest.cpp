@@ -110,6 +110,27 @@ TEST(AlteredLauncher, WithAnotherResourceIsStartedAndIsNotHealthy) {
   EXPECT_FALSE(fs::exists(pair.launcher.bundle()));
 }
 
+TEST(CheckedContent, OfALauncherThatWasChangedIsNotStarted) {
+  CheckedPair pair(kMaker);
+  pair.host.command("options {\"checkContent\":true}");
+  pair.host.command("launch one");
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.told(), ElementsAre("finish one"));
+  EXPECT_THAT(pair.host.events(),
+              Contains("log 2 Option checkContent: on. The launcher's content is checked before each start."));
+  pair.expectNothingLeft();
+  {
+    std::fstream program(pair.launcher.executable(), std::ios::in | std::ios::out | std::ios::binary);
+    program.seekp(-1, std::ios::end);
+    program.put('x');
+  }
+  pair.host.forget();
+  pair.host.command("launch two");
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.told(), ElementsAre(HasSubstr("Error: Security check failed: ")));
+  EXPECT_THAT(pair.host.events("pid "), IsEmpty());
+}
+
 TEST(AfterAFailedStart, ABrokenLauncherIsRemovedSoThatTheNextOneIsInstalled) {
   CheckedPair pair("");
   pair.host.command("launch one");

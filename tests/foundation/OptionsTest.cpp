@@ -25,7 +25,7 @@ using tks::test::ScopedOptions;
 /// A value that switches a field on.
 void switchOn(bool& field) { field = true; }
 void switchOn(std::int64_t& field) { field = 7; }
-void switchOn(std::string& field) { field = "text"; }
+void switchOn(std::string& field) { field = std::string(64, 'a'); }  // a digest as well
 void switchOn(std::vector<std::string>& field) { field = {"one", "two"}; }
 
 TKSOptions only(const OptionRow& row) {
@@ -94,6 +94,9 @@ TEST(Options, ValuesOutOfTheirRangeAreRefused) {
   EXPECT_EQ(refusal(R"({"helloLimit": 2147483648})"), "Option out of its range: helloLimit");
   EXPECT_EQ(refusal(R"({"helloLimit": 18446744073709551615})"), "Option out of its range: helloLimit");
   EXPECT_EQ(refusal(R"({"largestFrame": 4294967296})"), "Option out of its range: largestFrame");
+  EXPECT_EQ(refusal(R"({"pinnedRoot": "abc"})"), "Option out of its range: pinnedRoot");
+  EXPECT_EQ(refusal("{\"pinnedRoot\": \"" + std::string(63, 'a') + "g\"}"), "Option out of its range: pinnedRoot");
+  EXPECT_EQ(refusal(R"({"pinnedTeam": "A\u0000B"})"), "Option out of its range: pinnedTeam");
   EXPECT_EQ(refusal(R"({"launcherEnvironment": [""]})"), "Option out of its range: launcherEnvironment");
   EXPECT_EQ(refusal(R"({"launcherEnvironment": ["A\u0000B"]})"), "Option out of its range: launcherEnvironment");
   TKSError error;

@@ -18,6 +18,7 @@ class FakeSignatures final : public tks::platform::Signatures {
   std::int32_t validity = 0;
   std::string details;
   std::int32_t installValidity = 0;
+  std::int32_t oneSigner = 0;
   std::int32_t informationStatus = 0;
   TKSDictionary information;
   /// Status of commonName for a certificate; good when absent. A certificate's bytes are its name.
@@ -76,6 +77,11 @@ class FakeSignatures final : public tks::platform::Signatures {
       owner_.asked.emplace_back("installing");
       answer = owner_.details;
       return owner_.installValidity;
+    }
+    std::int32_t checkOneSigner(std::string& answer) override {
+      owner_.asked.emplace_back("one signer");
+      answer = owner_.details;
+      return owner_.oneSigner;
     }
     std::int32_t copySigningInformation(TKSDictionary& answer) override {
       owner_.asked.emplace_back("information");

@@ -77,6 +77,7 @@ class SignaturesWithASequel final : public tks::platform::Signatures {
       if (const std::function<void()> sequel = std::exchange(sequel_, nullptr)) sequel();
       return status;
     }
+    std::int32_t checkOneSigner(std::string& details) override { return real_->checkOneSigner(details); }
     std::int32_t copySigningInformation(TKSDictionary& information) override {
       return real_->copySigningInformation(information);
     }

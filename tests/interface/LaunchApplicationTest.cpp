@@ -1,6 +1,8 @@
 #include <sys/xattr.h>
 
 #include "tests/interface/LaunchingTest.h"
+#include "tests/support/FakePreferences.h"
+#include "tests/support/ScopedOptions.h"
 
 namespace {
 
@@ -98,6 +100,19 @@ TEST_F(LaunchApplication, TheQuarantineMarkIsRemovedFirst) {
   EXPECT_TRUE(TKSUtilBase::launchApp(bundle, {}, &error));
   EXPECT_LT(::getxattr(bundle.c_str(), "user.com.apple.quarantine", nullptr, 0), 0);
   EXPECT_EQ(lines().front(), info("Remove com.apple.quarantine attr done, result: 0. AppPath: " + bundle + "."));
+}
+
+TEST_F(LaunchApplication, TheQuarantineMarkStaysUntilTheCheckWhereTheHostWantsThat) {
+  if (::setxattr(bundle.c_str(), "user.com.apple.quarantine", "0081", 4, 0) != 0) GTEST_SKIP() << "no attributes here";
+  const ScopedOptions scope({.quarantineUntilChecked = true});
+  applications.launches = {""};
+  {
+    FakePreferences noLabDevice{{{"AppleLocale", "en_US"}}};
+    EXPECT_FALSE(TKSUtilBase::launchApp(bundle, {}, &error)) << "nobody signed it";
+  }
+  EXPECT_EQ(::getxattr(bundle.c_str(), "user.com.apple.quarantine", nullptr, 0), 4);
+  EXPECT_TRUE(TKSUtilBase::launchApp(bundle, {}, &error));
+  EXPECT_LT(::getxattr(bundle.c_str(), "user.com.apple.quarantine", nullptr, 0), 0);
 }
 
 TEST_F(LaunchApplication, TheQuarantineMarkStaysWhenTheExecutableIsStarted) {

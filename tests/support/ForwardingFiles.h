@@ -65,6 +65,9 @@ class ForwardingFiles : public platform::Files {
   bool writeAtomically(std::string_view path, std::span<const std::uint8_t> content, TKSError* error) override {
     return real().writeAtomically(path, content, error);
   }
+  std::optional<std::string> writableByOthers(std::string_view path, platform::Reach reach, TKSError* error) override {
+    return real().writableByOthers(path, reach, error);
+  }
   std::optional<TKSData> changeMark(std::string_view path, TKSError* error) override {
     return real().changeMark(path, error);
   }

@@ -14,6 +14,7 @@
 #include "platform/linux/channels/held_signal.h"
 #include "platform/linux/channels/own_descriptor.h"
 #include "platform/linux/loop/event_loop.h"
+#include "platform/posix/dropped_name.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
@@ -82,6 +83,10 @@ class GrowingFile : public std::enable_shared_from_this<GrowingFile> {
     return {.count = 0, .end = false, .error = std::move(fault)};
   }
 
+  bool dropName(TKSError* error) {
+    return posix::dropName(file_.descriptor.get(), path_) || posix::fail(error, "remove", path_);
+  }
+
   void watch(std::function<void()> ready) {
     unwatch();
     ready_ = std::make_shared<const std::function<void()>>(std::move(ready));
@@ -128,6 +133,7 @@ class GrowingFile : public std::enable_shared_from_this<GrowingFile> {
   }
 
   std::optional<TKSError> lookAtPlace() const {
+    if (posix::isNameDropped(file_.descriptor.get())) return std::nullopt;
     struct stat facts {};
     if (::lstat(path_.c_str(), &facts) != 0) return brokenFile(path_, "the file was removed");
     if (identityOf(facts) != file_.identity) return brokenFile(path_, "another file took its place");
@@ -152,6 +158,7 @@ class FileSource final : public platform::ByteSource {
   Transfer read(std::span<char> into) override { return file_->read(into); }
   void watch(std::function<void()> ready) override { file_->watch(std::move(ready)); }
   void unwatch() override { file_->unwatch(); }
+  bool dropName(TKSError* error) override { return file_->dropName(error); }
 
  private:
   std::shared_ptr<GrowingFile> file_;
@@ -160,6 +167,11 @@ class FileSource final : public platform::ByteSource {
 class FileSink final : public platform::ByteSink {
  public:
   FileSink(OpenFile file, std::string path) : file_(std::move(file)), path_(std::move(path)) {}
+  ~FileSink() override {
+    if (isNameless_) posix::leaveDroppedFile(file_.descriptor.get());
+  }
+  FileSink(const FileSink&) = delete;
+  FileSink& operator=(const FileSink&) = delete;
 
   ChannelIdentity identity() const override { return file_.identity; }
 
@@ -176,6 +188,11 @@ class FileSink final : public platform::ByteSink {
   void expect(std::size_t) override {}
 
   void whenWritable(std::function<void()> ready) override { EventLoop::main().post(std::move(ready)); }
+
+  bool dropName(TKSError* error) override {
+    isNameless_ = posix::dropName(file_.descriptor.get(), path_);
+    return isNameless_ || posix::fail(error, "remove", path_);
+  }
 
  private:
   /// Beyond the process's limit for files a write raises a signal that ends the process.
@@ -203,6 +220,7 @@ class FileSink final : public platform::ByteSink {
 
   OpenFile file_;
   std::string path_;
+  bool isNameless_ = false;
 };
 
 }  // namespace

@@ -34,6 +34,7 @@ constexpr ToolPlaces kTools[] = {
     {Tool::shasum, "shasum", {"/usr/bin/shasum"}},
     {Tool::tccutil, "tccutil", {}},  // there is no privacy-access database
     {Tool::sysctl, "sysctl", {}},    // answered without a tool
+    {Tool::gktool, "gktool", {}},    // an assessment by spctl
 };
 
 const ToolPlaces& rowOf(Tool tool) { return *std::ranges::find(kTools, tool, &ToolPlaces::tool); }

@@ -152,11 +152,19 @@ class ToolRunner final : public platform::SystemTools {
     const bool isProcessorQuestion =
         request.tool == Tool::sysctl && std::ranges::count(request.arguments, kProcessorVariable) > 0;
     if (isProcessorQuestion) return processorText();
+    if (request.tool == Tool::gktool && path_(Tool::gktool).empty()) return run(assessmentFor(request));
     if (request.tool == Tool::spctl && path_(Tool::spctl).empty()) return assessHere(request);
     return runTools(request);
   }
 
  private:
+  /// What looks through an application here: the path is the last argument of both.
+  static ToolRequest assessmentFor(ToolRequest request) {
+    request.tool = Tool::spctl;
+    request.arguments = {"-a", request.arguments.empty() ? "" : request.arguments.back()};
+    return request;
+  }
+
   ToolResult runTools(const ToolRequest& request) {
     posix::Pipe output = posix::makePipe();
     if (!output.reader) return failure("make a pipe for");

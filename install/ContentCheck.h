@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <tksinterface/TKSError.h>
+
+namespace tks::install {
+
+/// What of a launcher's content is checked before it is started.
+struct ContentChecks {
+  /// All that is checked before an installation.
+  bool whole = false;
+  /// That all code inside is of one signer.
+  bool oneSigner = false;
+};
+
+/// Checks the content of a bundle. One that passed the same checks in this process, and that was not changed since, is
+/// not read again: files().changeMark tells, which no program can forge without the rights of the superuser. Refused as
+/// well when it changes while it is checked. Any thread; blocks while it reads.
+bool checkContent(std::string_view path, ContentChecks checks, TKSError* error);
+
+/// That all code inside of a bundle is of one signer, without asking what was checked before.
+bool checkOneSigner(std::string_view path, TKSError* error);
+
+}  // namespace tks::install

@@ -1,0 +1,180 @@
+#include <sys/xattr.h>
+
+#include <filesystem>
+
+#include "install/AcceptedVersion.h"
+#include "install/ReplaceBundle.h"
+#include "tests/install/InstallTest.h"
+#include "tests/support/ScopedOptions.h"
+
+// What a host may ask of installations beyond what is described, each by itself.
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using tks::platform::Tool;
+using tks::platform::ToolRequest;
+using tks::test::launcherAt;
+using tks::test::LauncherPlan;
+using tks::test::namesIn;
+using tks::test::ScopedOptions;
+using tks::test::writeFile;
+
+constexpr const char* kQuarantine = "user.com.apple.quarantine";
+
+class InstallOptions : public tks::test::InstallTest {
+ protected:
+  bool install(const std::string& version, const TKSOptions& options = {}) {
+    const ScopedOptions scope(options);
+    return InstallTest::install(version, archive(version));
+  }
+  static std::string kept() { return tks::install::previousBundleOf(target()); }
+  /// From now on the assessment rejects every launcher of a version.
+  void reject(const std::string& version) {
+    world.tools.script(Tool::shasum, "cat > /dev/null; echo $$");  // nothing is what it was when it was healthy
+    world.tools.script(
+        Tool::spctl,
+        "grep -q '<string>" + version +
+            "</string>' \"$3/Contents/Info.plist\" && echo \"$3: rejected\" >&2 || echo \"$3: accepted\" >&2");
+  }
+  static bool isMarked(const std::string& path) { return ::getxattr(path.c_str(), kQuarantine, nullptr, 0) >= 0; }
+  void markWhatIsUnpacked() {
+    world.tools.afterUnzip = [this] { ::setxattr(world.unpackedByTool().c_str(), kQuarantine, "0081", 4, 0); };
+  }
+};
+
+TEST_F(InstallOptions, EveryToolHasTheTimeThatTheHostAllows) {
+  ASSERT_TRUE(install("5.0.1", {.toolLimit = 60'000, .scanAhead = true}));
+  for (const ToolRequest& request : world.tools.requests) EXPECT_EQ(request.timeLimit, std::chrono::minutes(1));
+  world.tools.requests.clear();
+  ASSERT_TRUE(install("5.0.2"));
+  for (const ToolRequest& request : world.tools.requests) EXPECT_EQ(request.timeLimit, std::chrono::minutes(5));
+}
+
+TEST_F(InstallOptions, ABrokenLauncherStaysForThoseWhoDevelopOne) {
+  reject("5.0.1");
+  EXPECT_FALSE(install("5.0.1", {.keepBrokenLauncher = true}));
+  EXPECT_EQ(launcherAt(target()), "5.0.1");
+  EXPECT_TRUE(log.has(4, "Launcher broken, but broken ones are kept: " + shown(target())));
+  EXPECT_FALSE(log.has(8, "TKS broken after installation, about to clean up"));
+  EXPECT_FALSE(install("5.0.1"));
+  EXPECT_EQ(launcherAt(target()), "none");
+}
+
+TEST_F(InstallOptions, ThePreviousLauncherIsKeptAndPutBackWhenTheNewOneIsBroken) {
+  const TKSOptions options{.keepPreviousLauncher = true};
+  ASSERT_TRUE(install("5.0.1", options));
+  EXPECT_THAT(namesIn(parent()), ElementsAre(TKSAppName)) << "there was none before";
+  ASSERT_TRUE(install("5.0.2", options));
+  EXPECT_EQ(launcherAt(kept()), "5.0.1");
+  ASSERT_TRUE(install("5.0.3", options));
+  EXPECT_EQ(launcherAt(kept()), "5.0.2") << "one is kept";
+  reject("5.0.4");
+  EXPECT_FALSE(install("5.0.4", options));
+  EXPECT_EQ(launcherAt(target()), "5.0.3");
+  EXPECT_TRUE(log.has(4, "Launcher broken, the previous one was put back: " + shown(target())));
+  EXPECT_THAT(namesIn(parent()), ElementsAre(TKSAppName));
+}
+
+TEST_F(InstallOptions, WithoutTheOptionNoPreviousLauncherIsKept) {
+  ASSERT_TRUE(install("5.0.1", {.keepPreviousLauncher = true}));
+  ASSERT_TRUE(install("5.0.2", {.keepPreviousLauncher = true}));
+  ASSERT_TRUE(install("5.0.3"));
+  EXPECT_THAT(namesIn(parent()), ElementsAre(TKSAppName)) << "nor one of before";
+  reject("5.0.4");
+  EXPECT_FALSE(install("5.0.4"));
+  EXPECT_EQ(launcherAt(target()), "none");
+}
+
+TEST_F(InstallOptions, APreviousLauncherThatIsNoLongerWholeIsNotPutBack) {
+  const TKSOptions options{.keepPreviousLauncher = true};
+  ASSERT_TRUE(install("5.0.1", options));
+  ASSERT_TRUE(install("5.0.2", options));
+  writeFile(kept() + "/Contents/Resources/added", "x");
+  world.tools.script(Tool::spctl, "echo \"$3: rejected\" >&2");
+  world.tools.script(Tool::shasum, "cat > /dev/null; echo another");
+  EXPECT_FALSE(InstallTest::install("5.0.2", file("none.zip", "no archive")));
+  const ScopedOptions scope(options);
+  putLauncher("5.0.2");
+  EXPECT_FALSE(InstallTest::install("5.0.2", file("none.zip", "no archive")));
+  EXPECT_EQ(launcherAt(target()), "none");
+  EXPECT_TRUE(logged(8, "The previous launcher is not put back: "));
+}
+
+TEST_F(InstallOptions, APreviousLauncherThatIsBrokenTooIsRemovedAsWell) {
+  const TKSOptions options{.keepPreviousLauncher = true};
+  putLauncher("5.0.1");
+  world.tools.script(Tool::spctl, "echo \"$3: rejected\" >&2");
+  EXPECT_FALSE(install("5.0.2", options));
+  EXPECT_EQ(launcherAt(target()), "none");
+  EXPECT_THAT(namesIn(parent()), IsEmpty());
+}
+
+TEST_F(InstallOptions, TheQuarantineMarkGoesOnlyAfterTheHealthCheck) {
+  const TKSOptions options{.quarantineUntilChecked = true};
+  markWhatIsUnpacked();
+  bool isMarkedAtTheCheck = false;
+  world.tools.beforeAssessment = [&](const std::string& bundle) { isMarkedAtTheCheck = isMarked(bundle); };
+  ASSERT_TRUE(install("5.0.1", options));
+  EXPECT_TRUE(isMarkedAtTheCheck);
+  EXPECT_FALSE(isMarked(target()));
+  fs::remove_all(target());
+  world.tools.script(Tool::shasum, "cat > /dev/null; echo another");
+  ASSERT_TRUE(install("5.0.1"));
+  EXPECT_FALSE(isMarkedAtTheCheck) << "as described";
+}
+
+TEST_F(InstallOptions, TheSystemLooksThroughAHealthyLauncherAhead) {
+  ASSERT_TRUE(install("5.0.1"));
+  EXPECT_EQ(world.tools.runs(Tool::gktool), 0u);
+  ASSERT_TRUE(install("5.0.2", {.scanAhead = true}));
+  EXPECT_EQ(world.tools.runs(Tool::gktool), 1u);
+  EXPECT_THAT(world.tools.requests.back().arguments, ElementsAre("scan", target()));
+  EXPECT_TRUE(log.has(2, "Scanned ahead: " + shown(target()) + ", result: exit code 0"));
+  reject("5.0.3");
+  EXPECT_FALSE(install("5.0.3", {.scanAhead = true}));
+  EXPECT_EQ(world.tools.runs(Tool::gktool), 1u) << "a broken one is removed";
+}
+
+TEST_F(InstallOptions, AnOlderLauncherIsNotInstalledAndTheVersionSurvivesTheLauncher) {
+  const TKSOptions options{.refuseDowngrades = true};
+  ASSERT_TRUE(install("5.0.2", options));
+  EXPECT_EQ(tks::install::acceptedVersion(target()), "5.0.2");
+  fs::remove_all(target());
+  EXPECT_FALSE(install("5.0.1", options));
+  EXPECT_EQ(launcherAt(target()), "none");
+  EXPECT_TRUE(logged(8, "Unsafe to install '"));
+  EXPECT_TRUE(install("5.0.1"));
+  EXPECT_TRUE(install("5.0.3", options));
+  EXPECT_EQ(tks::install::acceptedVersion(target()), "5.0.3");
+}
+
+TEST_F(InstallOptions, ABrokenLauncherIsNotAccepted) {
+  const TKSOptions options{.refuseDowngrades = true, .keepPreviousLauncher = true};
+  ASSERT_TRUE(install("5.0.1", options));
+  reject("5.0.2");
+  EXPECT_FALSE(install("5.0.2", options));
+  EXPECT_EQ(launcherAt(target()), "5.0.1");
+  EXPECT_EQ(tks::install::acceptedVersion(target()), "5.0.1");
+}
+
+TEST_F(InstallOptions, AnArchiveOrAPlaceThatOthersCanWriteToIsRefused) {
+  const ScopedOptions scope({.refuseShared = true});
+  const std::string zip = archive("5.0.1");
+  fs::permissions(zip, fs::perms(0666));
+  EXPECT_FALSE(InstallTest::install("5.0.1", zip));
+  EXPECT_TRUE(logged(8, "Unsafe to install '" + shown(zip) + "': "));
+  fs::permissions(zip, fs::perms(0644));
+  fs::create_directories(parent());
+  fs::permissions(parent(), fs::perms(0777));
+  EXPECT_FALSE(InstallTest::install("5.0.1", zip));
+  EXPECT_TRUE(logged(8, "Unsafe to install '" + shown(target()) + "': "));
+  fs::permissions(parent(), fs::perms(0755));
+  EXPECT_TRUE(InstallTest::install("5.0.1", zip));
+  EXPECT_EQ(launcherAt(target()), "5.0.1");
+}
+
+}  // namespace
