@@ -59,7 +59,7 @@ struct TKS_EXPORT TKSOptions {
   /// Names of the variables that the environment of the launcher's process is reduced to, as far as this process has
   /// them. For launchers that are started as a child of this process. Suggested: HOME, USER, LOGNAME, PATH, TMPDIR,
   /// LANG, and what the user's desktop needs.
-  std::vector<std::string> launcherEnvironment;
+  std::vector<std::string> launcherEnvironment{};
 
   // Trust. In test mode none of these is looked at when a launcher is started, unless `refuseTestMode` is on. A
   // launcher that is refused is a failure with the reason `notTrusted`, or `wrongVersion`.

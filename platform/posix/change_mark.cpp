@@ -54,12 +54,13 @@ class Mark {
  public:
   /// False, and errno, when something cannot be looked at.
   bool take(const std::string& path) {
+    facts_.clear();
     entries_.clear();
     settled_ = 0;
     // Moving it sets its own time of change; its content is looked at anyway.
     struct stat facts {};
     if (::lstat(path.c_str(), &facts) != 0) return false;
-    add(facts, "", false);
+    add(facts, "", "", false);
     std::vector<std::string> folders;
     if (S_ISDIR(facts.st_mode)) folders.push_back(path);
     while (!folders.empty()) {
@@ -74,13 +75,24 @@ class Mark {
   std::int64_t settled() const { return settled_; }
 
   TKSData bytes() {
-    std::ranges::sort(entries_);
+    const auto factsOf = [this](Entry entry) { return std::string_view(facts_).substr(entry.begin, entry.size); };
+    std::ranges::sort(entries_, {}, factsOf);
     TKSData result;
-    for (const std::string& entry : entries_) result.insert(result.end(), entry.begin(), entry.end());
+    result.reserve(facts_.size());
+    for (const Entry entry : entries_) {
+      const std::string_view facts = factsOf(entry);
+      result.insert(result.end(), facts.begin(), facts.end());
+    }
     return result;
   }
 
  private:
+  /// What is noted of one item.
+  struct Entry {
+    std::size_t begin = 0;
+    std::size_t size = 0;
+  };
+
   /// `folders` receives those in it. The C library's own listing, because the C++ library's ends the process when
   /// memory runs out.
   bool addItemsOf(const std::string& folder, std::size_t prefix, std::vector<std::string>& folders) {
@@ -99,28 +111,27 @@ class Mark {
       // By the folder's descriptor: the way to each item again would take longer than the look at it.
       struct stat facts {};
       if (::fstatat(number, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
-      std::string item = folder;
-      item.append("/").append(name);
-      add(facts, std::string_view(item).substr(prefix), true);
-      if (S_ISDIR(facts.st_mode)) folders.push_back(std::move(item));
+      add(facts, std::string_view(folder).substr(prefix), name, true);
+      if (S_ISDIR(facts.st_mode)) folders.push_back(joinedPath(folder, name));
     }
   }
 
-  void add(const struct stat& facts, std::string_view name, bool withTime) {
+  void add(const struct stat& facts, std::string_view folder, std::string_view name, bool withTime) {
     const std::int64_t time = S_ISDIR(facts.st_mode) && !withTime ? 0 : inNanoseconds(changed(facts));
     settled_ = std::max(settled_, settledFrom(time));
-    std::string entry;
-    entry.reserve(name.size() + 1 + 6 * sizeof(std::uint64_t));
-    entry.append(name).push_back('\0');
+    const std::size_t begin = facts_.size();
+    facts_.append(folder).append("/").append(name).push_back('\0');
     for (const std::uint64_t fact :
          {static_cast<std::uint64_t>(facts.st_dev), std::uint64_t{facts.st_ino}, std::uint64_t{facts.st_mode},
           std::uint64_t{facts.st_uid}, static_cast<std::uint64_t>(facts.st_size), static_cast<std::uint64_t>(time)}) {
-      entry.append(reinterpret_cast<const char*>(&fact), sizeof fact);
+      facts_.append(reinterpret_cast<const char*>(&fact), sizeof fact);
     }
-    entries_.push_back(std::move(entry));
+    entries_.push_back({begin, facts_.size() - begin});
   }
 
-  std::vector<std::string> entries_;
+  /// One item after the other; a mark is taken before each start, so that none has memory of its own.
+  std::string facts_;
+  std::vector<Entry> entries_;
   std::int64_t settled_ = 0;
 };
 
