@@ -11,6 +11,7 @@
 #include "tests/fuzz/Require.h"
 #include "tests/interface/FakeWorld.h"
 #include "tests/support/PlayedBackground.h"
+#include "tests/support/PlayedTimers.h"
 
 // A host in C that calls what it likes, with whatever texts, and a launcher that says whatever it likes. Nothing is
 // called after its context was released, each context is released once, and one call hears of one end.
@@ -23,6 +24,7 @@ namespace {
 using tks::fuzz::require;
 using tks::test::FakeWorld;
 using tks::test::PlayedBackground;
+using tks::test::PlayedTimers;
 using tks::test::Wire;
 
 constexpr std::size_t kMostDeeds = 40;
@@ -186,10 +188,12 @@ class Host {
   void update(Input&) { world_.says("host_notify"); }
   void refuse(Input&) { world_.says("error", R"({"error_code":"2003","error_message":"failed"})"); }
   void endChannel(Input&) { world_.channels.input->end(); }
-  void endProcess(Input& input) {
-    using End = tks::platform::ChildEnd;
+  void endProcess(Input&) { endLastProcess(); }
+  void endLastProcess() {
     const std::size_t count = world_.processes.count();
-    if (count > 0) world_.processes.end(count - 1, {End::How::exited, input.byte()});
+    if (count > 0) world_.processes.end(count - 1, {tks::platform::ChildEnd::How::exited, 0});
+    settle();
+    timers_.pass(std::chrono::seconds(1));
   }
 
   static constexpr Deed kDeeds[] = {
@@ -242,6 +246,8 @@ class Host {
     for (int round = 0; round < 8; ++round) {
       world_.channels.input->end();
       settle();
+      endLastProcess();
+      settle();
       tks_stop(&Context::finish, &Context::fail, made(), &Context::release);
       settle();
     }
@@ -258,6 +264,7 @@ class Host {
   }
   void launchNothing() { tks_launch("{}", &Context::finish, &Context::fail, made(), &Context::release); }
 
+  PlayedTimers timers_;
   FakeWorld world_;
   PlayedBackground background_;
   std::deque<std::string> heard_;

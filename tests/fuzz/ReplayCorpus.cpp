@@ -2,14 +2,17 @@
 // when it has one.
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 extern "C" {
@@ -37,33 +40,75 @@ std::size_t LLVMFuzzerMutate(std::uint8_t* data, std::size_t size, std::size_t r
 
 namespace {
 
-constexpr unsigned kMutants = 10;
+using Bytes = std::vector<std::uint8_t>;
 
-void replay(const std::string& content) {
-  LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(content.data()), content.size());
-  if (LLVMFuzzerCustomMutator == nullptr) return;
-  std::vector<std::uint8_t> mutant(content.begin(), content.end());
-  std::size_t size = content.size();
-  mutant.resize(2 * size + 64);
-  for (unsigned seed = 1; seed <= kMutants; ++seed) {
-    size = LLVMFuzzerCustomMutator(mutant.data(), size, mutant.size(), seed);
-    LLVMFuzzerTestOneInput(mutant.data(), size);
+constexpr unsigned kMutants = 10;
+constexpr std::size_t kLongest = 1 << 16;
+
+void mutate(Bytes& input, unsigned seed) {
+  std::size_t size = input.size();
+  input.resize(std::min(2 * size + 64, std::max(size, kLongest)));
+  if (LLVMFuzzerCustomMutator != nullptr) {
+    size = LLVMFuzzerCustomMutator(input.data(), size, input.size(), seed);
+  } else {
+    size = LLVMFuzzerMutate(input.data(), size, input.size());
   }
+  input.resize(size);
+}
+
+void replay(const Bytes& content) {
+  LLVMFuzzerTestOneInput(content.data(), content.size());
+  if (LLVMFuzzerCustomMutator == nullptr) return;
+  Bytes mutant = content;
+  for (unsigned seed = 1; seed <= kMutants; ++seed) {
+    mutate(mutant, seed);
+    LLVMFuzzerTestOneInput(mutant.data(), mutant.size());
+  }
+}
+
+/// Changes one of the inputs up to eight times and tries each; how many were tried.
+std::size_t tryForSeconds(const std::vector<Bytes>& inputs, double seconds, const std::string& keep) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  std::mt19937 random(20260101);
+  std::size_t tried = 0;
+  while (!inputs.empty() && std::chrono::steady_clock::now() < end) {
+    Bytes mutant = inputs[random() % inputs.size()];
+    for (std::size_t changes = 1 + random() % 8; changes > 0; --changes, ++tried) {
+      mutate(mutant, static_cast<unsigned>(random()));
+      if (!keep.empty())
+        std::ofstream(keep, std::ios::binary)
+            .write(reinterpret_cast<const char*>(mutant.data()), static_cast<std::streamsize>(mutant.size()));
+      LLVMFuzzerTestOneInput(mutant.data(), mutant.size());
+    }
+  }
+  return tried;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::size_t files = 0;
+  std::vector<Bytes> inputs;
+  double seconds = 0;
+  std::string keep;
   for (int i = 1; i < argc; ++i) {
+    const std::string_view word = argv[i];
+    if (word.starts_with("--seconds=")) {
+      seconds = std::atof(argv[i] + std::string_view("--seconds=").size());
+      continue;
+    }
+    if (word.starts_with("--keep=")) {
+      keep = word.substr(std::string_view("--keep=").size());
+      continue;
+    }
     for (const auto& entry : std::filesystem::recursive_directory_iterator(argv[i])) {
       if (!entry.is_regular_file()) continue;
       std::ifstream stream(entry.path(), std::ios::binary);
       std::printf("%s\n", entry.path().c_str());
       std::fflush(stdout);  // names the file that crashes
-      replay({std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()});
-      ++files;
+      inputs.emplace_back(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+      replay(inputs.back());
     }
   }
-  return files == 0 ? 1 : 0;
+  if (seconds > 0) std::printf("%zu tried\n", tryForSeconds(inputs, seconds, keep));
+  return inputs.empty() ? 1 : 0;
 }

@@ -2,7 +2,6 @@
 #include <poll.h>
 
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <random>
@@ -14,6 +13,7 @@
 #include "tests/interface/ConversationModel.h"
 #include "tests/interface/FakeWorld.h"
 #include "tests/support/PlayedBackground.h"
+#include "tests/support/PlayedTimers.h"
 
 // The conversation as a machine: everything that can happen within twelve events, with up to three callers who wait at
 // once. No state is without a way out, each callback is called once at most, and what the machine does the library
@@ -24,6 +24,7 @@ namespace {
 using tks::test::ConversationModel;
 using tks::test::FakeWorld;
 using tks::test::PlayedBackground;
+using tks::test::PlayedTimers;
 using tks::test::Wire;
 using Event = ConversationModel::Event;
 using Path = std::vector<Event>;
@@ -143,47 +144,6 @@ class Exploration {
   std::string objection_;
 };
 
-/// The loop, but for timers: they run when the test says that their time has come.
-class PlayedTimers final : public tks::platform::MainLoop {
- public:
-  void post(std::function<void()> work) override { replaced_.before().post(std::move(work)); }
-  std::unique_ptr<Timer> after(std::chrono::milliseconds, std::function<void()> work) override {
-    auto timer = std::make_unique<Due>(due_);
-    due_->push_back({timer.get(), std::move(work)});
-    return timer;
-  }
-  bool isMainThread() override { return replaced_.before().isMainThread(); }
-  void run() override { replaced_.before().run(); }
-  void stop() override { replaced_.before().stop(); }
-  int descriptor() override { return replaced_.before().descriptor(); }
-  void drain() override { replaced_.before().drain(); }
-
-  void ring() {
-    while (!due_->empty()) {
-      const std::function<void()> work = std::move(due_->front().second);
-      due_->erase(due_->begin());
-      work();
-    }
-  }
-
- private:
-  class Due;
-  using List = std::vector<std::pair<const Due*, std::function<void()>>>;
-  class Due final : public Timer {
-   public:
-    explicit Due(std::shared_ptr<List> list) : list_(std::move(list)) {}
-    ~Due() override {
-      std::erase_if(*list_, [this](const auto& one) { return one.first == this; });
-    }
-
-   private:
-    std::shared_ptr<List> list_;
-  };
-
-  std::shared_ptr<List> due_ = std::make_shared<List>();
-  tks::platform::Replaced<tks::platform::MainLoop> replaced_{*this};
-};
-
 /// The library with the same events.
 class RealConversation {
  public:
@@ -220,7 +180,7 @@ class RealConversation {
     tks_.reset();
     for (const char* const late : {"hello_ack", "launch_meeting_ack", "error", "disconnect_ack"}) world_.says(late);
     world_.channels.input->end();
-    timers_.ring();
+    timers_.pass(std::chrono::seconds(1));
     background_.doAll();
     settle();
   }
@@ -265,7 +225,7 @@ class RealConversation {
       case Event::quit:
         world_.processes.end(world_.processes.count() - 1, {tks::platform::ChildEnd::How::exited, 0});
         settle();
-        return timers_.ring();
+        return timers_.pass(std::chrono::seconds(1));
     }
   }
   void answer() {

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -87,6 +88,12 @@ void fail(TKSError* error, std::string text) {
 
 double numberOf(const TKSValue& value) { return value.isNumber() ? value.real() : 0; }
 
+/// A file that somebody else wrote may say anything: what is no process identifier counts as none.
+std::int32_t processIdentifierOf(const TKSValue& value) {
+  const std::int64_t number = value.isInteger() && !value.isUnsignedInteger() ? value.integer() : 0;
+  return number > 0 && number <= std::numeric_limits<std::int32_t>::max() ? static_cast<std::int32_t>(number) : 0;
+}
+
 std::optional<RecordedEvent> eventOf(const TKSValue& line) {
   if (!line.isDictionary()) return std::nullopt;
   const TKSDictionary& members = line.dictionary();
@@ -96,11 +103,11 @@ std::optional<RecordedEvent> eventOf(const TKSValue& line) {
   event.seconds = numberOf(members["seconds"]);
   event.time = members["time"].text();
   event.channel = members["channel"].text();
-  event.length = static_cast<std::uint64_t>(std::fmax(0, numberOf(members["length"])));
+  event.length = members["length"].unsignedInteger();
   event.type = members["type"].text();
   event.message = members["message"];
   event.note = members["note"].text();
-  event.processIdentifier = static_cast<std::int32_t>(numberOf(members["pid"]));
+  event.processIdentifier = processIdentifierOf(members["pid"]);
   if (event.event.empty() || (event.isMessage() && event.direction == Direction::none)) return std::nullopt;
   return event;
 }
@@ -182,7 +189,7 @@ std::string lineOf(const RecordedEvent& event) {
   add("type", event.type);
   add("note", event.note);
   if (!event.message.isNothing()) members.set("message", event.message);
-  if (event.isMessage() || event.event == "noMessage") members.set("length", static_cast<std::int64_t>(event.length));
+  if (event.isMessage() || event.event == "noMessage") members.set("length", event.length);
   if (event.processIdentifier != 0) members.set("pid", event.processIdentifier);
   return jsonLine(members);
 }
