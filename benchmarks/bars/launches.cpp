@@ -21,6 +21,8 @@ constexpr int kStarts = 10'000;
 constexpr int kWarmUp = 500;
 /// What the allocator may take more, over all of them.
 constexpr long kMostKilobytes = 2048;
+/// Threads of background work come when all others are busy, which a busy machine brings about at any time.
+constexpr long kMostThreads = 2;
 
 /// What a process holds, or the most that it held at times.
 struct Holding {
@@ -140,7 +142,7 @@ Verdict startAndStop(double scale) {
     if (i >= starts - kWarmUp) after.raise(holding());
   }
   const bool flat = after.kilobytes - before.kilobytes <= kMostKilobytes && after.descriptors <= before.descriptors &&
-                    after.threads <= before.threads;
+                    after.threads <= before.threads + kMostThreads;
   return {flat, std::to_string(starts) + " of them, at first at most " + shown(before) + ", at last " + shown(after)};
 }
 

@@ -1,5 +1,6 @@
 #include <plist/plist.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <string>
@@ -28,10 +29,29 @@ std::string_view given;
 
 void expectSame(const TKSValue& ours, plist_t peers);
 
-/// Of equal keys one reader takes the first and the other the last.
-bool standsMoreThanOnce(std::string_view key) {
-  const std::size_t at = given.find(key);
-  return key.empty() || at == std::string_view::npos || given.find(key, at + 1) != std::string_view::npos;
+/// Of other characters, and of their numbers, it has rules of its own. Python's reader is compared in these.
+bool isPlain(std::string_view text) {
+  return std::ranges::all_of(text, [](char byte) { return byte >= ' ' && byte <= '~'; });
+}
+bool hasMarkupOfItsOwn() {
+  return std::ranges::any_of(std::initializer_list<std::string_view>{"&#", "<!--", "CDATA", "<?", "<!E"},
+                             [](std::string_view markup) { return given.find(markup, 1) != std::string_view::npos; });
+}
+
+void expectSameText(const TKSValue& ours, plist_t peers) {
+  std::uint64_t length = 0;
+  const char* const text = plist_get_string_ptr(peers, &length);
+  if (!isPlain(ours.text()) || hasMarkupOfItsOwn()) return;
+  require(ours.isText() && ours.text() == std::string_view(text, length));
+}
+
+/// It keeps seconds in 32 bits.
+void expectSameDate(const TKSValue& ours, plist_t peers) {
+  std::int32_t seconds = 0;
+  std::int32_t micro = 0;
+  plist_get_date_val(peers, &seconds, &micro);
+  const double date = ours.date().secondsSince1970 - kEpoch;
+  require(ours.isDate() && (std::fabs(date) >= 2e9 || std::fabs(date - seconds) <= 1.1));
 }
 
 void expectSameScalar(const TKSValue& ours, plist_t peers) {
@@ -59,21 +79,14 @@ void expectSameScalar(const TKSValue& ours, plist_t peers) {
       return require(ours.isReal() && (same || std::fabs(ours.real() - value) <= std::fabs(value) * 1e-9));
     }
     case PLIST_STRING:
-      return require(ours.isText() && ours.text() == std::string_view(plist_get_string_ptr(peers, &length), length));
+      return expectSameText(ours, peers);
     case PLIST_DATA: {
       const char* bytes = plist_get_data_ptr(peers, &length);
       const TKSData data = ours.data();
       return require(ours.isData() && data == TKSData(bytes, bytes + length));
     }
-    case PLIST_DATE: {
-      std::int32_t seconds = 0;
-      std::int32_t micro = 0;
-      plist_get_date_val(peers, &seconds, &micro);
-      // It keeps seconds in 32 bits.
-      const double date = ours.date().secondsSince1970;
-      const bool fits = std::fabs(date - kEpoch) < 2e9;
-      return require(ours.isDate() && (!fits || std::fabs(date - kEpoch - seconds) <= 1.1));
-    }
+    case PLIST_DATE:
+      return expectSameDate(ours, peers);
     default:
       return;  // kinds that are not ours to hold
   }
@@ -88,9 +101,11 @@ void expectSame(const TKSValue& ours, plist_t peers) {
   }
   if (plist_get_node_type(peers) != PLIST_DICT) return expectSameScalar(ours, peers);
   require(ours.isDictionary());
+  // Of equal keys we take the first, and it keeps all.
+  if (ours.dictionary().size() != plist_dict_get_size(peers))
+    return require(ours.dictionary().size() < plist_dict_get_size(peers));
   for (const auto& [key, value] : ours.dictionary()) {
-    if (key.find('\0') != std::string_view::npos) return;  // it ends keys there
-    if (standsMoreThanOnce(key)) continue;
+    if (!isPlain(key)) continue;
     const plist_t item = plist_dict_get_item(peers, std::string(key).c_str());
     require(item != nullptr);
     expectSame(value, item);

@@ -301,8 +301,8 @@ void expectTheLibraryAlike(std::size_t depth, std::size_t everyUpTo, std::size_t
   testing::Test::RecordProperty("ways", ways);
 }
 
-TEST(ConversationModel, IsWhatTheLibraryDoes) { expectTheLibraryAlike(8, 4, 20); }
+TEST(ConversationModel, IsWhatTheLibraryDoes) { expectTheLibraryAlike(8, 4, 40); }
 
-TEST(ConversationModelEndurance, IsWhatTheLibraryDoesWithinTwelveEvents) { expectTheLibraryAlike(kDepth, 6, 30); }
+TEST(ConversationModelEndurance, IsWhatTheLibraryDoesWithinTwelveEvents) { expectTheLibraryAlike(kDepth, 5, 100); }
 
 }  // namespace
