@@ -42,7 +42,7 @@ using ::testing::IsEmpty;
 
 TEST_F(ChildProcesses, ChildIsAskedToEndAndKilled) {
   for (const bool force : {false, true}) {
-    const FakeLauncher launcher({"--mute"});
+    const FakeLauncher launcher({"--no-read", "60s"});  // or it would notice the end of an input without a host
     Child child;
     ASSERT_TRUE(child.start(launcher.executable()));
     EXPECT_TRUE(childProcesses().end(child.pid, force));
