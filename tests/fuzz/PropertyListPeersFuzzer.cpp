@@ -45,13 +45,14 @@ void expectSameText(const TKSValue& ours, plist_t peers) {
   require(ours.isText() && ours.text() == std::string_view(text, length));
 }
 
-/// It keeps seconds in 32 bits.
+/// It keeps seconds in 32 bits; a date far away, or none at all, it has as some other.
 void expectSameDate(const TKSValue& ours, plist_t peers) {
   std::int32_t seconds = 0;
   std::int32_t micro = 0;
   plist_get_date_val(peers, &seconds, &micro);
   const double date = ours.date().secondsSince1970 - kEpoch;
-  require(ours.isDate() && (std::fabs(date) >= 2e9 || std::fabs(date - seconds) <= 1.1));
+  const bool fits = std::fabs(date) < 2e9;  // which what is no number does not
+  require(ours.isDate() && (!fits || std::fabs(date - seconds) <= 1.1));
 }
 
 void expectSameScalar(const TKSValue& ours, plist_t peers) {
