@@ -211,3 +211,20 @@ class ToolTest(unittest.TestCase):
         return result
 
 
+class LauncherTest(ToolTest):
+    """Tests with a signed launcher, `made` once for all of a class, and a world for each of them."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.keeper = tempfile.TemporaryDirectory(prefix="tks-ctl-")
+        cls.made = Maker.launcher(cls.keeper.name)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.keeper.cleanup()
+
+    def setUp(self):
+        self.here = self.world()
+
+    def install(self, launcher=None):
+        shutil.copytree(launcher or self.made, self.here.launcher, symlinks=True)

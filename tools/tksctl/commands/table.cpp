@@ -1,6 +1,7 @@
 #include "tools/tksctl/commands/table.h"
 
 #include "tools/tksctl/commands/sign.h"
+#include "tools/tksctl/commands/support_bundle.h"
 
 namespace tks::ctl {
 
@@ -36,6 +37,7 @@ const Application& tksctl() {
           recordCommand(),
           diagramCommand(),
           replayCommand(),
+          supportBundleCommand(),
           fakeLauncherCommand(),
           fakeHostCommand(),
           completionCommand(),
