@@ -1,13 +1,14 @@
 #include <algorithm>
 #include <bit>
 #include <cstddef>
+#include <cstring>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
+#include "formats/byte_output.h"
 #include "formats/property_list_binary.h"
 #include "formats/property_list_binary_objects.h"
+#include "formats/text_numbers.h"
 #include "foundation/values/Utf8.h"
 #include "foundation/values/ValueNodes.h"
 
@@ -20,6 +21,14 @@ using value::Access;
 /// Bytes that an unsigned number needs in the list: 1, 2, 4 or 8.
 std::size_t widthOf(std::uint64_t number) {
   return number <= 0xFF ? 1 : number <= 0xFFFF ? 2 : number <= 0xFFFFFFFF ? 4 : 8;
+}
+
+/// Writes the last bytes of a number, at most eight; returns where they end.
+char* written(char* to, std::uint64_t number, std::size_t width) {
+  number <<= 8 * (8 - width);
+  if constexpr (std::endian::native == std::endian::little) number = __builtin_bswap64(number);
+  std::memcpy(to, &number, sizeof number);
+  return to + width;
 }
 
 /// First numbers all objects, those of an array or dictionary after it, then writes them. Equal texts are one object.
@@ -42,8 +51,7 @@ class BinaryWriter {
   bool add(const TKSValue& value, std::size_t depth);
   bool addItems(std::size_t index);
   bool writeObject(const Object& object);
-  void put(std::uint64_t number, std::size_t width);
-  void putBytes(std::string_view bytes) { out_.insert(out_.end(), bytes.begin(), bytes.end()); }
+  void put(std::uint64_t number, std::size_t width) { out_.wroteTo(written(out_.room(), number, width)); }
   void putHead(Marker marker, std::size_t size);
   void putInteger(std::int64_t number);
   void putReal(Marker marker, double number);
@@ -53,16 +61,16 @@ class BinaryWriter {
   Problem& problem_;
   std::vector<Object> objects_;
   std::vector<std::uint32_t> references_;
-  std::unordered_map<std::string_view, std::uint32_t> texts_;
+  TextNumbers texts_;
   std::size_t referenceWidth_ = 1;
-  TKSData out_;
+  ByteOutput out_;
 };
 
 /// Numbers a value, unless it is a text that has a number, and refers to it.
 bool BinaryWriter::add(const TKSValue& value, std::size_t depth) {
   if (value.isNothing() || value.isNull()) return fail("property lists have no null");
   auto number = static_cast<std::uint32_t>(objects_.size());
-  if (value.isText()) number = texts_.try_emplace(value.text(), number).first->second;
+  if (value.isText()) number = texts_.numberOf(value, number);
   references_.push_back(number);
   if (number == objects_.size()) objects_.push_back({&value, 0, depth});
   // Every object and every reference takes a byte at least, so this bounds the memory too.
@@ -92,10 +100,6 @@ bool BinaryWriter::number(const TKSValue& root) {
   }
   referenceWidth_ = widthOf(objects_.size() - 1);
   return true;
-}
-
-void BinaryWriter::put(std::uint64_t number, std::size_t width) {
-  for (std::size_t i = width; i > 0; --i) out_.push_back(static_cast<std::uint8_t>(number >> (8 * (i - 1))));
 }
 
 void BinaryWriter::putInteger(std::int64_t number) {
@@ -132,9 +136,9 @@ std::optional<std::vector<std::uint16_t>> utf16Of(std::string_view text) {
 }
 
 bool BinaryWriter::putText(std::string_view text) {
-  if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+  if (utf8::isAscii(text)) {
     putHead(kAscii, text.size());
-    putBytes(text);
+    out_.append(text);
     return true;
   }
   const std::optional<std::vector<std::uint16_t>> units = utf16Of(text);
@@ -147,7 +151,13 @@ bool BinaryWriter::putText(std::string_view text) {
 void BinaryWriter::putItems(Marker marker, const Object& object) {
   const std::size_t items = Access::values(*object.value).size();
   putHead(marker, marker == kDictionary ? items / 2 : items);
-  for (std::size_t i = 0; i < items; ++i) put(references_[object.firstReference + i], referenceWidth_);
+  const std::uint32_t* next = references_.data() + object.firstReference;
+  constexpr std::size_t kTogether = ByteOutput::kMostAtOnce / 8 - 1;
+  for (std::size_t left = items; left > 0;) {
+    char* to = out_.room();
+    for (std::size_t i = std::min(left, kTogether); i > 0; --i, --left) to = written(to, *next++, referenceWidth_);
+    out_.wroteTo(to);
+  }
 }
 
 bool BinaryWriter::writeObject(const Object& object) {
@@ -176,7 +186,7 @@ bool BinaryWriter::writeObject(const Object& object) {
       return putText(value.text());
     case Kind::data:
       putHead(kData, Access::bytes(value).size());
-      putBytes(Access::bytes(value));
+      out_.append(Access::bytes(value));
       return true;
     case Kind::array:
       putItems(kArray, object);
@@ -193,7 +203,7 @@ bool BinaryWriter::writeObject(const Object& object) {
 
 std::optional<TKSData> BinaryWriter::write(const TKSValue& root) {
   if (!number(root)) return std::nullopt;
-  out_.assign(kMagic.begin(), kMagic.end());
+  out_.append(kMagic);
   std::vector<std::size_t> offsets;
   offsets.reserve(objects_.size());
   for (const Object& object : objects_) {
@@ -208,13 +218,13 @@ std::optional<TKSData> BinaryWriter::write(const TKSValue& root) {
     return std::nullopt;
   }
   for (const std::size_t offset : offsets) put(offset, offsetWidth);
-  put(0, 6);
+  put(0, 6);  // unused
   put(offsetWidth, 1);
   put(referenceWidth_, 1);
   put(objects_.size(), 8);
   put(0, 8);
   put(offsetStart, 8);
-  return std::move(out_);
+  return out_.take();
 }
 
 }  // namespace

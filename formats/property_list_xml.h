@@ -21,6 +21,8 @@ namespace tks::formats::property_list {
 ///
 /// Both return nothing on failure and say what is wrong.
 TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem);
+/// The same, by the way that takes all forms: `readXml` takes it for what is not in the plain form.
+TKSValue readXmlOfAnyForm(std::span<const std::uint8_t> content, Problem& problem);
 std::optional<TKSData> writeXml(const TKSValue& value, Problem& problem);
 
 }  // namespace tks::formats::property_list

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "formats/property_list_xml.h"
+#include "formats/property_list_xml_plain.h"
 #include "formats/property_list_xml_scalars.h"
 #include "formats/xml_text.h"
 #include "foundation/values/Base64.h"
@@ -275,6 +276,12 @@ TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, Pr
 }  // namespace
 
 TKSValue readXml(std::span<const std::uint8_t> content, Problem& problem) {
+  TKSValue plain;
+  if (readPlainXml({reinterpret_cast<const char*>(content.data()), content.size()}, plain)) return plain;
+  return readXmlOfAnyForm(content, problem);
+}
+
+TKSValue readXmlOfAnyForm(std::span<const std::uint8_t> content, Problem& problem) {
   bool again = false;
   TKSValue value = readXml(content, XmlReader::Mode::fast, problem, again);
   return again ? readXml(content, XmlReader::Mode::exact, problem, again) : value;

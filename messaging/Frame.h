@@ -71,16 +71,25 @@ inline bool finishFrame(std::string& frame) {
 
 /// Decides where the pieces of an input end, for a reader that hands it out piece by piece: a piece never reaches
 /// beyond the end of the frame it belongs to, is never longer than the largest message, and never cuts a header.
+///
+/// What has come of a frame is a piece. A large frame comes as two instead: its header, and all of its payload as soon
+/// as that is there, so that it can be read straight into its place.
 class PieceCutter {
  public:
+  /// Frames with more bytes than this in their payload are large.
+  static constexpr std::size_t kMostInPieces = std::size_t{128} * 1024;
+
   /// The length of the next piece at the front of `ahead`, the bytes that were read but not handed out; they count as
-  /// handed out from now on. 0: wait for more. `ended`: nothing more will come, so that a cut header is a piece too.
+  /// handed out from now on. 0: wait for more. `ended`: nothing more will come, so that a cut header or payload is a
+  /// piece too.
   std::size_t next(std::string_view ahead, bool ended) {
     if (ahead.empty()) return 0;
-    if (missing_ > 0) return cut(ahead, missing_);
+    if (missing_ > 0) return ended || ahead.size() >= awaited() ? cut(ahead, missing_) : 0;
     if (ahead.size() < kHeaderBytes) return ended ? ahead.size() : 0;
     ++begun_;
     const std::uint32_t length = announcedLength(ahead);
+    isLarge_ = length > kMostInPieces && length <= largestMessage();
+    if (isLarge_) ahead = ahead.substr(0, kHeaderBytes);
     const std::size_t piece = cut(ahead, std::uint64_t{length} + kHeaderBytes);
     // The transport refuses such a frame and takes the next piece for a new one; following the announcement instead
     // would let a stray line of text swallow gigabytes of good frames.
@@ -93,11 +102,16 @@ class PieceCutter {
     if (missing_ > 0) return begun_;
     return ahead.empty() ? 0 : begun_ + 1;
   }
+  /// How many bytes the next piece needs when it is the payload of a large frame; else 0.
+  std::size_t awaited() const { return isLarge_ ? static_cast<std::size_t>(std::min(missing_, longestPiece())) : 0; }
+  /// There is no memory for a whole payload: what comes of it is handed out in pieces.
+  void awaitNothing() { isLarge_ = false; }
 
  private:
+  static std::uint64_t longestPiece() { return std::max<std::uint64_t>(largestMessage(), kHeaderBytes); }
+
   std::size_t cut(std::string_view ahead, std::uint64_t wanted) {
-    const std::uint64_t longest = std::max<std::uint64_t>(largestMessage(), kHeaderBytes);
-    const std::uint64_t piece = std::min({wanted, longest, std::uint64_t{ahead.size()}});
+    const std::uint64_t piece = std::min({wanted, longestPiece(), std::uint64_t{ahead.size()}});
     missing_ = wanted - piece;
     return static_cast<std::size_t>(piece);
   }
@@ -106,6 +120,8 @@ class PieceCutter {
   std::uint64_t missing_ = 0;
   /// Frames of which the header was handed out.
   std::uint64_t begun_ = 0;
+  /// The current frame is a large one.
+  bool isLarge_ = false;
 };
 
 }  // namespace tks::messaging

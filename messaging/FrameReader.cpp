@@ -1,26 +1,30 @@
 #include "messaging/FrameReader.h"
 
-#include <cstring>
 #include <utility>
 
 #include "foundation/Options.h"
 #include "platform/platform.h"
 
 namespace tks::messaging {
+namespace {
+
+/// Of one large frame, at most.
+constexpr int kReadsInATurn = 16;
+
+}  // namespace
 
 FrameReader::FrameReader(Piece piece, Broken broken, Slow slow)
     : piece_(std::move(piece)), broken_(std::move(broken)), slow_(std::move(slow)) {}
 
 void FrameReader::start(std::unique_ptr<platform::ByteSource> source) {
   stop();
-  if (!buffer_) buffer_ = std::make_unique_for_overwrite<char[]>(kBufferBytes);
-  if (identity_ != source->identity()) begin_ = end_ = 0;
+  if (identity_ != source->identity()) ahead_.clear();
   identity_ = source->identity();
   reading_.source = std::move(source);
   reading_.source->watch([weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->onReadable();
   });
-  if (ahead().empty()) return;
+  if (ahead_.bytes().empty()) return;
   // No new bytes need come for these to be wanted.
   platform::mainLoop().post([weak = weak_from_this(), turn = turn_.now()] {
     const auto self = weak.lock();
@@ -30,7 +34,7 @@ void FrameReader::start(std::unique_ptr<platform::ByteSource> source) {
 
 void FrameReader::startBroken(TKSError error) {
   stop();
-  begin_ = end_ = 0;
+  ahead_.clear();
   identity_.reset();
   reading_.ended = true;
   reading_.failure = std::move(error);
@@ -42,45 +46,49 @@ void FrameReader::startBroken(TKSError error) {
 void FrameReader::stop() {
   turn_.end();
   if (reading_.source) reading_.source->unwatch();
+  if (reading_.cutter.awaited() > 0) ahead_.clear();
   reading_ = {};
 }
 
 void FrameReader::onReadable() {
-  if (!reading_.source || reading_.ended) return;
-  if (makeRoom() == 0) {
-    handOut();
-    return;
-  }
-  platform::Transfer transfer = reading_.source->read({buffer_.get() + end_, kBufferBytes - end_});
-  if (transfer.count > 0) {
-    end_ += transfer.count;
-    bytesRead_ += transfer.count;
-    handOut();
-  } else if (transfer.end || transfer.error) {
-    reading_.failure = std::move(transfer.error);
-    onEnd();
+  // More of a large frame comes while what was there is read: waiting for it would take longer.
+  const Epoch::Moment turn = turn_.now();
+  for (int i = 0; i < kReadsInATurn; ++i) {
+    if (!readOnce() || turn.isOver() || reading_.cutter.awaited() == 0) return;
   }
 }
 
-/// Moves what is left to the front of the buffer; returns how many bytes can be read. As a rule nothing is left, or a
-/// part of a header.
-std::size_t FrameReader::makeRoom() {
-  const std::string_view left = ahead();
-  if (begin_ > 0) {
-    std::memmove(buffer_.get(), left.data(), left.size());
-    begin_ = 0;
-    end_ = left.size();
+/// Reads what there is, and hands it out. False when there was nothing, or nothing more will come.
+bool FrameReader::readOnce() {
+  if (!reading_.source || reading_.ended) return false;
+  const std::span<char> room = ahead_.room(reading_.cutter.awaited());
+  if (room.empty()) {
+    reading_.cutter.awaitNothing();
+    handOut();
+    return false;
   }
-  return kBufferBytes - end_;
+  platform::Transfer transfer = reading_.source->read(room);
+  if (transfer.count > 0) {
+    ahead_.add(transfer.count);
+    bytesRead_ += transfer.count;
+    handOut();
+    return true;
+  }
+  if (transfer.end || transfer.error) {
+    reading_.failure = std::move(transfer.error);
+    onEnd();
+  }
+  return false;
 }
 
 void FrameReader::handOut() {
   const Epoch::Moment turn = turn_.now();
   while (!turn.isOver()) {
-    const std::string_view piece = ahead().substr(0, reading_.cutter.next(ahead(), reading_.ended));
+    const std::string_view ahead = ahead_.bytes();
+    const std::string_view piece = ahead.substr(0, reading_.cutter.next(ahead, reading_.ended));
     if (piece.empty()) return watchFrame();
     // Before the call: what is called may stop the reader, start it again and go on from here.
-    begin_ += piece.size();
+    ahead_.take(piece.size());
     piece_(piece);
   }
 }
@@ -89,7 +97,7 @@ void FrameReader::handOut() {
 void FrameReader::watchFrame() {
   const std::chrono::milliseconds limit(options().frameLimit);
   if (limit.count() == 0 || !slow_) return;
-  const std::uint64_t frame = reading_.ended ? 0 : reading_.cutter.unfinished(ahead());
+  const std::uint64_t frame = reading_.ended ? 0 : reading_.cutter.unfinished(ahead_.bytes());
   if (frame == reading_.watchedFrame) return;
   reading_.watchedFrame = frame;
   reading_.frameTimer.reset();

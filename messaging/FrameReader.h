@@ -12,6 +12,7 @@
 
 #include "foundation/values/Epoch.h"
 #include "messaging/Frame.h"
+#include "messaging/ReadAhead.h"
 #include "platform/channels.h"
 #include "platform/main_loop.h"
 
@@ -22,13 +23,14 @@ namespace tks::messaging {
 ///
 /// Reading follows handing out: nothing is read while pieces are in hand, so that a host which drains its loop slowly
 /// makes the writer wait instead of the memory grow. Each time the channel is readable at most one buffer full is
-/// handled, so that a busy channel leaves the loop to others.
+/// handled, so that a busy channel leaves the loop to others. The payload of a large frame is read into memory of its
+/// own size, as it comes, and handed out whole.
 class FrameReader : public std::enable_shared_from_this<FrameReader> {
  public:
   /// After the end of a channel its end is told again and again, but not more often than this.
   static constexpr std::chrono::milliseconds kEndInterval{10};
-  /// Bytes that are read ahead at most.
-  static constexpr std::size_t kBufferBytes = std::size_t{128} * 1024;
+  /// Bytes that are read ahead at most, beside the payload of a large frame.
+  static constexpr std::size_t kBufferBytes = PieceCutter::kMostInPieces;
 
   /// Takes the next piece; an empty one when the channel has ended.
   using Piece = std::function<void(std::string_view piece)>;
@@ -51,18 +53,21 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   const std::optional<platform::ChannelIdentity>& channel() const { return identity_; }
   /// Lets the channel go on without its name (see platform::ByteSource::dropName).
   bool dropName(TKSError* error) { return reading_.source && reading_.source->dropName(error); }
-  /// Stops handing out and closes the channel. Bytes that were read ahead stay for the next start.
+  /// Stops handing out and closes the channel. Bytes that were read ahead stay for the next start, but for those of a
+  /// large frame that was begun.
   void stop();
+
+  /// Gives back the memory that stays allocated from one large frame to the next.
+  void giveMemoryBack() { ahead_.shrink(); }
 
  private:
   void onReadable();
+  bool readOnce();
   void handOut();
   void watchFrame();
   void onSlowFrame(std::chrono::milliseconds limit);
   void onEnd();
   void tellEnd();
-  std::string_view ahead() const { return {buffer_.get() + begin_, end_ - begin_}; }
-  std::size_t makeRoom();
 
   /// What there is from a start to the stop after it.
   struct Reading {
@@ -86,13 +91,10 @@ class FrameReader : public std::enable_shared_from_this<FrameReader> {
   /// Ends with each start and stop, so that work in hand notices when it is no longer wanted.
   Epoch turn_;
 
-  /// The channel that the bytes in the buffer came from.
+  /// The channel that the bytes read ahead came from.
   std::optional<platform::ChannelIdentity> identity_;
-  /// Bytes from `begin_` to `end_` were read but not handed out.
-  std::unique_ptr<char[]> buffer_;
-  std::size_t begin_ = 0;
-  std::size_t end_ = 0;
-  /// All that were read, ever.
+  ReadAhead ahead_{kBufferBytes};
+  /// All bytes that were read, ever.
   std::uint64_t bytesRead_ = 0;
 };
 

@@ -77,10 +77,10 @@ class Transport {
   void destroyFileHandle();
 
   // Receiving.
-  void begin(const PiecePlan& plan);
-  void resume(const PiecePlan& plan);
-  void append(std::string_view bytes);
-  void deliver();
+  std::string_view begin(const PiecePlan& plan);
+  std::string_view resume(const PiecePlan& plan);
+  std::string_view append(const PiecePlan& plan);
+  void deliver(std::string_view inPlace);
   void onBrokenInput(const TKSError& error);
   void onSlowFrame(std::chrono::milliseconds limit);
   bool isFromPeer();

@@ -38,7 +38,7 @@ void Transport::onMessage(std::string_view piece) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Valid message data size, get on processing.");
 
   const Epoch::Moment here = conversation_.now();
-  plan.step == PiecePlan::Step::begin ? begin(plan) : resume(plan);
+  const std::string_view inPlace = plan.step == PiecePlan::Step::begin ? begin(plan) : resume(plan);
   if (here.isOver()) return;
   if (host_.receivedData.size() > largestMessage()) {
     handleFatalError(formatted("Received total message data (%lu) exceed max size: %u.", host_.receivedData.size(),
@@ -49,18 +49,19 @@ void Transport::onMessage(std::string_view piece) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "No complete message, wait for next message portion.");
     return;
   }
-  deliver();
+  deliver(inPlace);
 }
 
-void Transport::resume(const PiecePlan& plan) {
+std::string_view Transport::resume(const PiecePlan& plan) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "Pending data expected, don't get size from header 4 bytes.");
-  append(plan.taken);
+  const std::string_view inPlace = append(plan);
   host_.pendingDataSize = plan.missing;
   TKSILog::logWithLevel(TKSILogLevelInfo, "sizeOfSize: %u", kHeaderBytes);
   TKSILog::logWithLevel(TKSILogLevelInfo, "pendingDataSize: %u", host_.pendingDataSize);
+  return inPlace;
 }
 
-void Transport::begin(const PiecePlan& plan) {
+std::string_view Transport::begin(const PiecePlan& plan) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "No pending data, get size from header 4 bytes.");
   TKSILog::logWithLevel(TKSILogLevelInfo, "sizeOfSize: %u", kHeaderBytes);
   TKSILog::logWithLevel(TKSILogLevelInfo, "tellingSize: %u", plan.announced);
@@ -69,7 +70,7 @@ void Transport::begin(const PiecePlan& plan) {
   } else {
     const Epoch::Moment here = conversation_.now();
     handleFatalError(plan.problem);
-    if (here.isOver()) return;
+    if (here.isOver()) return {};
   }
   if (plan.hasSurplus) {
     TKSILog::logWithLevel(TKSILogLevelWarning,
@@ -78,30 +79,39 @@ void Transport::begin(const PiecePlan& plan) {
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "actualDataSize: %u", plan.taken.size());
   TKSILog::logWithLevel(TKSILogLevelInfo, "pendingDataSize: %u", host_.pendingDataSize);
-  append(plan.taken);
+  return append(plan);
 }
 
-void Transport::append(std::string_view bytes) {
+/// Adds what a piece brings to what was received. A large message that came in one piece is returned instead: it is
+/// read where it stands.
+std::string_view Transport::append(const PiecePlan& plan) {
   TKSData& received = host_.receivedData;
   TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size old: %u", received.size());
-  const auto* const first = reinterpret_cast<const TKSData::value_type*>(bytes.data());  // so that it is one copy
-  received.insert(received.end(), first, first + bytes.size());
-  TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size new: %u", received.size());
+  const bool staysInPlace = plan.missing == 0 && received.empty() && plan.taken.size() > PieceCutter::kMostInPieces;
+  if (!staysInPlace) {
+    const auto* const first =
+        reinterpret_cast<const TKSData::value_type*>(plan.taken.data());  // so that it is one copy
+    received.insert(received.end(), first, first + plan.taken.size());
+  }
+  TKSILog::logWithLevel(TKSILogLevelInfo, "receivedData size new: %u",
+                        staysInPlace ? plan.taken.size() : received.size());
+  return staysInPlace ? plan.taken : std::string_view();
 }
 
-/// Parses what was received and hands it to the delegate.
-void Transport::deliver() {
+/// Parses a message and hands it to the delegate: the one that stands in place, or what was received.
+void Transport::deliver(std::string_view inPlace) {
   // Take the buffer first; return its capacity after use.
   TKSData data = std::exchange(host_.receivedData, {});
   if (!isFromPeer()) return handleFatalError("Message file is not open in the launcher that was started.");
-  const ReceivedText text(textOf(data));
+  const std::string_view bytes = inPlace.empty() ? textOf(data) : inPlace;
+  const ReceivedText text(bytes);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Receive message string: %@", text);
 
-  tellObserver(TKSConversationEvent::Kind::received, textOf(data));
-  largeFrames_.note(data.size());
+  tellObserver(TKSConversationEvent::Kind::received, bytes);
+  largeFrames_.note(bytes.size());
   TKSMessage message;
   TKSError error;
-  const bool parsed = message.parseJSONString(textOf(data), &error);
+  const bool parsed = message.parseJSONString(bytes, &error);
   std::string failure;
   if (!parsed) {
     failure = formatted("Error when parse JSON in [TKSMessagHost onMessage]. Message str: %@, error: %@",

@@ -11,6 +11,7 @@
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/OutOfMemory.h"
 #include "messaging/Frame.h"
+#include "messaging/FrameReader.h"
 #include "messaging/MessageText.h"
 #include "messaging/SendingQueue.h"
 #include "messaging/Transport.h"
@@ -73,6 +74,7 @@ std::optional<TKSError> Transport::handOver(const TKSMessage& message) {
 
 void Transport::giveMemoryBack() {
   if (host_.receivedData.empty()) TKSData().swap(host_.receivedData);
+  if (input_) input_->giveMemoryBack();
   output_->dropSpareBuffer();
   platform::thisProcess().giveMemoryBack();
 }

@@ -12,6 +12,7 @@ import sequence
 FENCE = re.compile(r"^```mermaid\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 TITLE = re.compile(r"^# (.+)$", re.MULTILINE)
 LINK = re.compile(r'(<a href=")([^"#:]*?)(#[^"]*)?(")')
+DRAWING = re.compile(r'(<img alt="[^"]*" src=")([^":]+\.svg)"')
 SHOWN = re.compile(r"^<!-- shown: (\w+)( .*?)? -->$", re.MULTILINE)
 COMMENT = re.compile(r"<!--.*?-->\n?", re.DOTALL)
 
@@ -19,6 +20,11 @@ COMMENT = re.compile(r"<!--.*?-->\n?", re.DOTALL)
 def anchor(text, separator="-"):
     """Names of headings as forges make them, so that a link works in both places."""
     return re.sub(r"[^\w\- ]", "", re.sub(r"<[^>]*>", "", text).lower()).strip().replace(" ", separator)
+
+
+def inside(drawing):
+    """The address of a drawing that needs no file."""
+    return "data:image/svg+xml;base64," + base64.b64encode(drawing.encode()).decode()
 
 
 class Guide:
@@ -41,8 +47,7 @@ class Guide:
         def show(found):
             said = run(found[1], (found[2] or "").split())
             if said.startswith("<svg"):
-                picture = base64.b64encode(said.encode()).decode()
-                return keep(f'<img alt="What {html.escape(found[0][12:-4])} draws" src="data:image/svg+xml;base64,{picture}">')
+                return keep(f'<img alt="What {html.escape(found[0][12:-4])} draws" src="{inside(said)}">')
             return keep(f'<pre class="terminal"><b>$ {html.escape(found[0][12:-4])}</b>\n{html.escape(said)}</pre>')
 
         text = SHOWN.sub(show, self.text) if run else self.text
@@ -54,7 +59,14 @@ class Guide:
         for number, drawing in enumerate(diagrams):
             body = body.replace(f"<div>diagram {number}</div>", f'<div class="scrolls">{drawing}</div>')
         body = body.replace("<table>", '<div class="scrolls"><table>').replace("</table>", "</table></div>")
-        return self.linked(body, address_of), converter.toc_tokens
+        return self.linked(DRAWING.sub(self.with_drawing, body), address_of), converter.toc_tokens
+
+    def with_drawing(self, found):
+        """A drawing that stands beside the page, in the page itself."""
+        drawing = self.path.parent / html.unescape(found[2])
+        if not drawing.is_file():
+            raise ValueError(f"there is no drawing {found[2]}")
+        return found[1] + inside(drawing.read_text(encoding="utf-8")) + '"'
 
     def linked(self, body, address_of):
         def follow(found):

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -15,6 +14,7 @@
 #include "foundation/values/IntegerText.h"
 #include "foundation/values/OutOfMemory.h"
 #include "foundation/values/RealText.h"
+#include "foundation/values/Sixteen.h"
 #include "foundation/values/Utf8.h"
 #include "foundation/values/ValueNodes.h"
 #include "foundation/values/WorkList.h"
@@ -101,38 +101,13 @@ char* writeByte(char* out, char c) noexcept {
   return out;
 }
 
-/// Sixteen bytes of a text, all looked at at once.
-using Sixteen [[gnu::vector_size(16)]] = unsigned char;
-using Words [[gnu::vector_size(16)]] = std::uint64_t;
 static_assert(sizeof(Sixteen) <= value::kBytesBehind);
 
-Sixteen sixteenAt(const char* bytes) noexcept {
-  Sixteen sixteen;
-  std::memcpy(&sixteen, bytes, sizeof sixteen);
-  return sixteen;
-}
-
-bool isZero(Sixteen bytes) noexcept {
-  const auto words = reinterpret_cast<Words>(bytes);
-  return (words[0] | words[1]) == 0;
-}
-
-bool areAscii(Sixteen bytes) noexcept { return isZero(bytes & 0x80); }
-
 /// All bits of each byte that is to be escaped.
-Sixteen escapedIn(Sixteen bytes) noexcept {
-  return reinterpret_cast<Sixteen>((bytes < ' ') | (bytes == '"') | (bytes == '\\'));
-}
+Sixteen escapedIn(Sixteen bytes) noexcept { return marksOf((bytes < ' ') | (bytes == '"') | (bytes == '\\')); }
 
 /// How many bytes at the front stand for themselves, in ASCII or beyond it.
-std::size_t plainBytes(Sixteen bytes) noexcept {
-  const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2>>(escapedIn(bytes));
-  const auto firstOf = [](std::uint64_t word) {
-    const bool little = std::endian::native == std::endian::little;
-    return static_cast<std::size_t>(little ? std::countr_zero(word) : std::countl_zero(word)) / 8;
-  };
-  return low != 0 ? firstOf(low) : 8 + firstOf(high);
-}
+std::size_t plainBytes(Sixteen bytes) noexcept { return firstMarked(escapedIn(bytes)); }
 
 /// So many bytes of a long text are looked at together.
 constexpr std::size_t kStride = 64;

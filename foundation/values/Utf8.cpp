@@ -71,6 +71,8 @@ std::size_t asciiAhead(std::string_view text) noexcept {
 
 }  // namespace
 
+bool isAscii(std::string_view text) noexcept { return asciiAhead(text) == text.size(); }
+
 bool isValid(std::string_view text) noexcept {
   for (text.remove_prefix(asciiAhead(text)); !text.empty(); text.remove_prefix(asciiAhead(text))) {
     // Letters beyond ASCII often stand side by side.

@@ -14,6 +14,9 @@ std::optional<char32_t> takeCharacter(std::string_view& text) noexcept;
 /// Appends a character, which must be one: neither a surrogate nor beyond U+10FFFF.
 void append(std::string& text, char32_t character);
 
+/// Whether all characters of a text are ASCII.
+bool isAscii(std::string_view text) noexcept;
+
 /// Whether a text consists of whole characters.
 bool isValid(std::string_view text) noexcept;
 

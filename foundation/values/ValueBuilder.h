@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <new>
 #include <span>
 #include <string_view>
@@ -9,6 +11,7 @@
 
 #include <tksinterface/TKSValue.h>
 
+#include "foundation/values/Sixteen.h"
 #include "foundation/values/ValueNodes.h"
 
 namespace tks::value {
@@ -34,11 +37,8 @@ class DocumentBlock {
     void* const memory = allocate(sizeof(Node) + size + kBytesBehind);
     return new (memory) Node(kind, size, block_);
   }
-  /// Takes the expected memory at once, so that a caller can tell the system about it.
-  std::span<char> reserve() {
-    if (block_ == nullptr) block_ = Block::make(expectedBytes_);
-    return block_->rest();
-  }
+  /// Begins with memory of the caller's, see Block::makeIn. Before anything else.
+  void useMemory(std::span<char> memory, Block::Freer freer) noexcept { block_ = Block::makeIn(memory, freer); }
   /// Leaves the block to the finished value.
   void handOver(const TKSValue& value) noexcept {
     // The block's first reference becomes that of the value.
@@ -51,15 +51,47 @@ class DocumentBlock {
   Block* block_ = nullptr;
 };
 
-/// Copies up to `kBytesBehind` bytes more.
-inline void copyInStrides(char* to, const char* from, std::size_t size) noexcept {
-  constexpr std::size_t kWorthACall = 128;
-  if (size > kWorthACall) {
-    std::memcpy(to, from, size);
-    return;
+/// Texts up to this size are copied sixteen bytes at a time, longer ones by a call for each piece. A call for all of a
+/// very long text would write past the processor's caches, and whoever reads the value next would wait for it.
+inline constexpr std::size_t kWorthACall = 128;
+inline constexpr std::size_t kPieceOfText = 4096;
+
+inline void copyInPieces(char* to, std::string_view from) noexcept {
+  for (; !from.empty(); from.remove_prefix(std::min(kPieceOfText, from.size())), to += kPieceOfText) {
+    std::memcpy(to, from.data(), std::min(kPieceOfText, from.size()));
   }
-  for (std::size_t done = 0; done < size; done += kBytesBehind) std::memcpy(to + done, from + done, kBytesBehind);
 }
+
+/// Copies up to `kBytesBehind` bytes more.
+inline void copyInStrides(char* to, std::string_view from) noexcept {
+  if (from.size() > kWorthACall) return copyInPieces(to, from);
+  for (std::size_t done = 0; done < from.size(); done += kBytesBehind) {
+    std::memcpy(to + done, from.data() + done, kBytesBehind);
+  }
+}
+
+/// As copyInStrides; false when there is a certain byte among those to be copied, and the copy is worth nothing then.
+inline bool copyWithout(char excluded, char* to, std::string_view from) noexcept {
+  if (from.size() <= kWorthACall) {
+    Sixteen found{};
+    for (std::size_t done = 0; done < from.size(); done += sizeof(Sixteen)) {
+      const Sixteen bytes = sixteenAt(from.data() + done);
+      found |= marksOf(bytes == static_cast<unsigned char>(excluded));
+      std::memcpy(to + done, &bytes, sizeof bytes);
+    }
+    // It may stand after the end.
+    return isZero(found) || from.find(excluded) == from.npos;
+  }
+  while (!from.empty()) {
+    const std::string_view piece = from.substr(0, kPieceOfText);
+    if (std::memchr(piece.data(), excluded, piece.size()) != nullptr) return false;
+    std::memcpy(to, piece.data(), piece.size());
+    to += piece.size();
+    from.remove_prefix(piece.size());
+  }
+  return true;
+}
+static_assert(sizeof(Sixteen) == kBytesBehind);
 
 /// Builds the value of a document while it is read from front to back: everything goes into one block of memory that is
 /// freed as a whole.
@@ -109,7 +141,7 @@ class Builder {
       return;
     }
     Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
-    copyInStrides(node->bytes(), text.data(), text.size());
+    copyInStrides(node->bytes(), text);
     std::memset(node->bytes() + text.size(), 0, kBytesBehind);
     Access::setNode(*value, TKSValue::Kind::text, node);
   }
@@ -197,6 +229,16 @@ class StackBuilder {
 
   /// Where the next value goes: values placed from here on belong to the list that ends with this mark.
   Mark mark() const noexcept { return top_; }
+  /// How many values stand on the stack, and the mark of when there were so many.
+  std::size_t size() const noexcept { return static_cast<std::size_t>(top_ - stack_); }
+  Mark markOf(std::size_t size) const noexcept { return stack_ + size; }
+  /// Goes on with a larger stack; marks from before count no more.
+  void moveTo(Slot* larger) noexcept {
+    const std::size_t count = size();
+    std::memcpy(static_cast<void*>(larger), static_cast<const void*>(stack_), count * sizeof(TKSValue));
+    stack_ = reinterpret_cast<TKSValue*>(larger);
+    top_ = stack_ + count;
+  }
   void endArray(Mark first) { endList(TKSValue::Kind::array, first, static_cast<std::size_t>(top_ - first)); }
   /// The placed values are keys and values in turn.
   void endDictionary(Mark first) { endList(TKSValue::Kind::dictionary, first, sortByKey({first, top_}, false)); }
@@ -206,6 +248,16 @@ class StackBuilder {
   void integer(std::int64_t value) { new (top_++) TKSValue(value); }
   void unsignedInteger(std::uint64_t value) { new (top_++) TKSValue(value); }
   void real(double value) { new (top_++) TKSValue(value); }
+  void date(TKSDate value) { new (top_++) TKSValue(value); }
+  void data(std::span<const std::uint8_t> data) {
+    if (Access::fits(data.size())) {
+      Access::setShort(*new (top_++) TKSValue(), TKSValue::Kind::data, data.data(), data.size());
+      return;
+    }
+    Node* const node = block_.makeNode(TKSValue::Kind::data, data.size());
+    node->setBytes(data.data());
+    place(TKSValue::Kind::data, node);
+  }
   /// A text that fits into a value; `kBytesBehind` bytes from its beginning can be read.
   void shortText(const char* bytes, std::size_t size) noexcept {
     Access::setShortReadable(*new (top_++) TKSValue(), TKSValue::Kind::text, bytes, size);
@@ -218,18 +270,43 @@ class StackBuilder {
     }
     Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
     if (isReadable) {
-      copyInStrides(node->bytes(), text.data(), text.size());
-      std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+      copyInStrides(node->bytes(), text);
     } else {
-      node->setBytes(text.data());
+      copyInPieces(node->bytes(), text);
     }
+    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
     place(TKSValue::Kind::text, node);
   }
   /// A text that `write` puts to where it is told, at most `mostBytes`; returns where it ended, or a null pointer when
   /// there is none. False in that case.
   template <class Write>
   bool writtenText(std::size_t mostBytes, Write write) {
-    Node* const node = block_.makeNode(TKSValue::Kind::text, mostBytes);
+    return placeWritten(block_.makeNode(TKSValue::Kind::text, mostBytes), write);
+  }
+  /// As text, for one that does not fit into a value and after whose end `kBytesBehind` bytes can be read; as
+  /// writtenText when it has a byte that is excluded.
+  template <class Write>
+  bool textWithout(char excluded, std::string_view text, Write write) {
+    Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
+    if (!copyWithout(excluded, node->bytes(), text)) return placeWritten(node, write);
+    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+    place(TKSValue::Kind::text, node);
+    return true;
+  }
+
+  /// Begins with memory of the caller's, see Block::makeIn. Before anything is placed.
+  void useMemory(std::span<char> memory, Block::Freer freer) noexcept { block_.useMemory(memory, freer); }
+
+  /// The finished value. The builder can only be destroyed afterwards.
+  TKSValue take() noexcept {
+    TKSValue taken = std::move(*stack_);
+    block_.handOver(taken);
+    return taken;
+  }
+
+ private:
+  template <class Write>
+  bool placeWritten(Node* node, Write write) {
     const char* const end = write(node->bytes());
     if (end == nullptr) return false;
     node->size = static_cast<std::size_t>(end - node->bytes());
@@ -241,25 +318,25 @@ class StackBuilder {
     }
     return true;
   }
-
-  std::span<char> reserve() { return block_.reserve(); }
-
-  /// The finished value. The builder can only be destroyed afterwards.
-  TKSValue take() noexcept {
-    TKSValue taken = std::move(*stack_);
-    block_.handOver(taken);
-    return taken;
-  }
-
- private:
   void endList(TKSValue::Kind kind, Mark first, std::size_t size) {
     top_ = first;
     if (size == 0) return place(kind, nullptr);
     void* const memory = block_.allocate(sizeof(List) + size * sizeof(TKSValue));
     List* const list = new (memory) List(kind, size, block_.get());
     list->size = size;
-    std::memcpy(static_cast<void*>(list->values()), static_cast<const void*>(first), size * sizeof(TKSValue));
+    copyValues(list->values(), first, size);
     place(kind, list);
+  }
+  /// As a rule they are few.
+  static void copyValues(TKSValue* to, const TKSValue* from, std::size_t count) noexcept {
+    constexpr std::size_t kFew = 16;
+    if (count > kFew) {
+      std::memcpy(static_cast<void*>(to), static_cast<const void*>(from), count * sizeof(TKSValue));
+      return;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+      std::memcpy(static_cast<void*>(to + i), static_cast<const void*>(from + i), sizeof(TKSValue));
+    }
   }
   void place(TKSValue::Kind kind, Node* node) noexcept { Access::setNode(*new (top_++) TKSValue(), kind, node); }
 

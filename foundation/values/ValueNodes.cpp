@@ -6,6 +6,8 @@
 namespace tks::value {
 namespace {
 
+/// Allocators are quickest with memory of up to about a kilobyte.
+constexpr std::size_t kSmallestBlock = 256;
 constexpr std::size_t kSmallestChunk = 1024;
 constexpr std::size_t kLargestGrownChunk = 1024 * 1024;
 
@@ -17,9 +19,13 @@ void* allocate(std::size_t header, std::size_t content) {
 }  // namespace
 
 Block* Block::make(std::size_t expectedBytes) {
-  const std::size_t room = std::max(expectedBytes, kSmallestChunk);
-  char* const memory = static_cast<char*>(value::allocate(sizeof(Block), room));
-  return new (memory) Block(memory + sizeof(Block), memory + sizeof(Block) + room);
+  const std::size_t room = std::max(roundedUp(expectedBytes), kSmallestBlock);
+  const Freer freer = [](void* memory, std::size_t) noexcept { ::operator delete(memory); };
+  return new (value::allocate(sizeof(Block), room)) Block(sizeof(Block) + room, freer);
+}
+
+Block* Block::makeIn(std::span<char> memory, Freer freer) noexcept {
+  return new (memory.data()) Block(memory.size(), freer);
 }
 
 void Block::addChunk(std::size_t bytes) {
@@ -37,7 +43,7 @@ void Block::freeAll() noexcept {
     ::operator delete(chunk);
     chunk = next;
   }
-  ::operator delete(this);
+  freer_(this, size_);
 }
 
 void destroy(Node* node) noexcept {

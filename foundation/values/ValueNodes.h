@@ -23,21 +23,24 @@ namespace tks::value {
 /// A chain of chunks that is handed out piece by piece and given back as a whole.
 class Block {
  public:
+  /// Gives memory back.
+  using Freer = void (*)(void* memory, std::size_t size) noexcept;
+
   /// With room for about this many bytes in the first chunk. Throws std::bad_alloc.
   static Block* make(std::size_t expectedBytes);
+  /// With memory that is aligned for anything and larger than a block by itself as its first chunk; it is given back at
+  /// the end.
+  static Block* makeIn(std::span<char> memory, Freer freer) noexcept;
 
   /// Memory for a node, aligned to eight. Throws std::bad_alloc and changes nothing then. Only while the block is
   /// built.
   void* allocate(std::size_t bytes) {
-    bytes = (bytes + 7) & ~std::size_t{7};
+    bytes = roundedUp(bytes);
     if (bytes > static_cast<std::size_t>(end_ - next_)) addChunk(bytes);
     char* const memory = next_;
     next_ += bytes;
     return memory;
   }
-
-  /// The unused rest of the current chunk.
-  std::span<char> rest() const noexcept { return {next_, end_}; }
 
   void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
   void release() noexcept {
@@ -51,13 +54,23 @@ class Block {
     Chunk* next;
   };
 
-  Block(char* next, char* end) noexcept : next_(next), end_(end) {}
+  static constexpr std::size_t roundedUp(std::size_t bytes) { return (bytes + 7) & ~std::size_t{7}; }
+
+  Block(std::size_t size, Freer freer) noexcept
+      : size_(size),
+        freer_(freer),
+        total_(size),
+        next_(reinterpret_cast<char*>(this) + sizeof(Block)),
+        end_(reinterpret_cast<char*>(this) + size) {}
   void addChunk(std::size_t bytes);
   void freeAll() noexcept;
 
   std::atomic<std::size_t> references_{1};
+  /// Of the memory that the block itself stands in.
+  const std::size_t size_;
+  const Freer freer_;
   Chunk* chunks_ = nullptr;
-  std::size_t total_ = 0;
+  std::size_t total_;
   char* next_;
   char* end_;
 };

@@ -121,6 +121,48 @@ TEST_F(FrameReaderTest, FrameOfTheGreatestSizeComesInPiecesThatAreNotTooLong) {
   EXPECT_EQ(joined, whole);
 }
 
+TEST_F(FrameReaderTest, LargeFrameIsHandedOutAsItsHeaderAndItsWholePayload) {
+  const std::string payload(FrameReader::kBufferBytes * 5 + 3, 'x');
+  start();
+  for (int round = 0; round < 2; ++round) {
+    pieces_.clear();
+    const std::string whole = frame("before") + frame(payload) + frame("after");
+    for (std::size_t at = 0; at < whole.size(); at += 99'999) wire_->arrive(whole.substr(at, 99'999));
+    EXPECT_THAT(pieces(4), ElementsAre(frame("before"), header(static_cast<std::uint32_t>(payload.size())), payload,
+                                       frame("after")));
+    reader_->giveMemoryBack();
+  }
+}
+
+TEST_F(FrameReaderTest, SmallestLargeFrameAndTheLargestSmallOne) {
+  const std::string large(FrameReader::kBufferBytes + 1, 'l');
+  const std::string small(FrameReader::kBufferBytes, 's');
+  start();
+  wire_->arrive(frame(large) + frame(small));
+  EXPECT_THAT(pieces(4), ElementsAre(header(static_cast<std::uint32_t>(large.size())), large,
+                                     frame(small).substr(0, FrameReader::kBufferBytes), "ssss"));
+}
+
+TEST_F(FrameReaderTest, WhatCameOfALargeFrameIsHandedOutWhenTheChannelEnds) {
+  const std::string half(FrameReader::kBufferBytes, 'x');
+  start();
+  wire_->arrive(header(200'000) + half);
+  EXPECT_THAT(pieces(1), ElementsAre(header(200'000)));
+  wire_->end();
+  EXPECT_EQ(pieces(3)[1], half);
+  EXPECT_EQ(pieces_[2], "");
+}
+
+TEST_F(FrameReaderTest, WhatCameOfALargeFrameIsForgottenByAStop) {
+  start();
+  wire_->arrive(header(200'000) + std::string(FrameReader::kBufferBytes, 'x'));
+  pieces(1);
+  reader_->stop();
+  start();
+  wire_->arrive(frame("whole"));
+  EXPECT_THAT(pieces(2), ElementsAre(header(200'000), frame("whole")));
+}
+
 TEST_F(FrameReaderTest, OneTurnTakesAtMostOneBufferSoThatOtherWorkIsNotHeldUp) {
   start();
   for (int i = 0; i < 64; ++i) wire_->arrive(frame(std::string(FrameReader::kBufferBytes - 4, 'x')));

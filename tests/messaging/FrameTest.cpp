@@ -106,7 +106,31 @@ TEST(PieceCutter, OversizeFrameIsOverWithThePieceThatAnnouncesIt) {
 
 TEST(PieceCutter, NegativeLimitCountsAsTheLargestNumber) {
   const ScopedValue limit(tks_max_msg_size, std::int64_t{-1});
-  EXPECT_THAT(cut({header(0xFFFFFFFF) + "a", "b"}), ElementsAre(header(0xFFFFFFFF) + "a", "b"));
+  EXPECT_THAT(cut({header(0xFFFFFFFF) + "a", "b"}), ElementsAre(header(0xFFFFFFFF), "ab"));
+}
+
+TEST(PieceCutter, LargeFrameIsTwoPieces) {
+  const std::string payload(PieceCutter::kMostInPieces + 1, 'x');
+  const std::string whole = frame(payload);
+  EXPECT_THAT(cut({whole.substr(0, 1000), whole.substr(1000) + frame("next")}),
+              ElementsAre(header(static_cast<std::uint32_t>(payload.size())), payload, frame("next")));
+  EXPECT_THAT(cut({whole.substr(0, 1000)}, false), ElementsAre(whole.substr(0, 4)));
+  EXPECT_THAT(cut({whole.substr(0, 1000)}), ElementsAre(whole.substr(0, 4), whole.substr(4, 996)));
+}
+
+TEST(PieceCutter, LargeFrameIsAwaitedUpToItsEndOrToTheLargestMessage) {
+  const std::string ahead = header(200'000) + std::string(100'000, 'x');
+  PieceCutter cutter;
+  EXPECT_EQ(cutter.awaited(), 0u);
+  EXPECT_EQ(cutter.next(ahead, false), 4u);
+  EXPECT_EQ(cutter.awaited(), 200'000u);
+  EXPECT_EQ(cutter.next(std::string_view(ahead).substr(4), false), 0u);
+  const ScopedValue limit(tks_max_msg_size, std::int64_t{60'000});
+  EXPECT_EQ(cutter.awaited(), 60'000u);
+  EXPECT_EQ(cutter.next(std::string_view(ahead).substr(4), false), 60'000u);
+  cutter.awaitNothing();
+  EXPECT_EQ(cutter.awaited(), 0u);
+  EXPECT_EQ(cutter.next("xyz", false), 3u);
 }
 
 TEST(PieceCutter, PiecesOfAnyCutsJoinToTheInput) {

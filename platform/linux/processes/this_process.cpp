@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "platform/backend.h"
+#include "platform/linux/kept_memory.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/forked_copy.h"
 
@@ -40,7 +41,10 @@ class LinuxProcess final : public ThisProcess {
     return "<Thread>{number = " + std::to_string(threadNumber()) + ", name = " + name.data() + "}";
   }
 
-  void giveMemoryBack() override { ::malloc_trim(0); }
+  void giveMemoryBack() override {
+    gnulinux::KeptMemory::drop();
+    ::malloc_trim(0);
+  }
 
   /// Version 4, variant 1: four and two of the random bits are fixed.
   std::string randomUUID() override {

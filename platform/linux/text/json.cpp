@@ -1,6 +1,7 @@
 #include "platform/json.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "foundation/values/OutOfMemory.h"
 #include "foundation/values/ValueBuilder.h"
 #include "platform/backend.h"
+#include "platform/linux/kept_memory.h"
 #include "platform/linux/text/json_document.h"
 #include "platform/posix/error_reasons.h"
 
@@ -22,8 +24,10 @@ namespace {
 using gnulinux::JsonTokens;
 
 constexpr std::size_t kSmallestCapacity = 4096;
-/// A reader that was made for a longer text than this is not kept: it takes up to twelve times the length.
-constexpr std::size_t kLargestKeptCapacity = std::size_t{1} << 20;
+/// A thread keeps no reader that was made for a longer text than this: it takes up to twelve times the length.
+constexpr std::size_t kLargestOwnCapacity = std::size_t{1} << 20;
+/// No reader is kept that was made for a longer text than this.
+constexpr std::size_t kLargestCapacity = std::size_t{16} << 20;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 /// simdjson's search for tokens, and the memory that reading works in. It grows with the longest text so far.
@@ -39,7 +43,12 @@ class Reader {
     const JsonTokens tokens{text, {finder.structural_indexes.get(), finder.n_structural_indexes}};
     return gnulinux::readJsonDocument(tokens, stackFor(tokens), value);
   }
-  bool isWorthKeeping() const noexcept { return capacity_ <= kLargestKeptCapacity; }
+  std::size_t capacity() const noexcept { return capacity_; }
+  /// Until the next reading nobody needs what stands in the memory.
+  void rest() noexcept {
+    const simdjson::internal::dom_parser_implementation& finder = *parser_.implementation;
+    gnulinux::offerPages(finder.structural_indexes.get(), finder.n_structural_indexes * sizeof(std::uint32_t));
+  }
 
  private:
   using Slot = value::StackBuilder::Slot;
@@ -47,7 +56,7 @@ class Reader {
   simdjson::error_code reserve(std::size_t length) {
     if (length <= capacity_) return simdjson::SUCCESS;
     if (length > simdjson::SIMDJSON_MAXSIZE_BYTES) return simdjson::CAPACITY;
-    const std::size_t rounded = length > kLargestKeptCapacity ? length : std::bit_ceil(length);
+    const std::size_t rounded = length > kLargestOwnCapacity ? length : std::bit_ceil(length);
     const std::size_t capacity = std::max(rounded, kSmallestCapacity);
     capacity_ = 0;
     if (const simdjson::error_code error = parser_.allocate(capacity, 1)) return error;
@@ -73,20 +82,36 @@ class Reader {
 
 /// Each thread's own reader, between two uses. What is read while the thread ends does without.
 thread_local bool threadIsEnding = false;
-struct KeptReader {
+struct OwnReader {
   std::unique_ptr<Reader> reader;
-  ~KeptReader() { threadIsEnding = true; }
+  ~OwnReader() { threadIsEnding = true; }
 };
-thread_local KeptReader kept;
+thread_local OwnReader own;
 
-/// Takes the thread's reader for a scope.
+/// The reader for long texts, between two uses: one for all threads.
+std::atomic<Reader*> readerForLongTexts = nullptr;
+
+void dropReaderForLongTexts() noexcept { delete readerForLongTexts.exchange(nullptr, std::memory_order_acq_rel); }
+
+/// Takes a reader for a scope.
 class BorrowedReader {
  public:
-  BorrowedReader() : reader_(threadIsEnding ? nullptr : std::move(kept.reader)) {
+  explicit BorrowedReader(std::string_view text) {
+    if (text.size() > kLargestOwnCapacity) {
+      reader_.reset(readerForLongTexts.exchange(nullptr, std::memory_order_acq_rel));
+    } else if (!threadIsEnding) {
+      reader_ = std::move(own.reader);
+    }
     if (reader_ == nullptr) reader_ = std::make_unique<Reader>();
   }
   ~BorrowedReader() {
-    if (!threadIsEnding && reader_->isWorthKeeping()) kept.reader = std::move(reader_);
+    if (reader_->capacity() <= kLargestOwnCapacity) {
+      if (!threadIsEnding) own.reader = std::move(reader_);
+    } else if (reader_->capacity() <= kLargestCapacity) {
+      reader_->rest();
+      gnulinux::KeptMemory::whenDropped(dropReaderForLongTexts);
+      reader_.reset(readerForLongTexts.exchange(reader_.release(), std::memory_order_acq_rel));
+    }
   }
   BorrowedReader(const BorrowedReader&) = delete;
   BorrowedReader& operator=(const BorrowedReader&) = delete;
@@ -108,7 +133,7 @@ TKSValue fail(TKSError* error, std::string_view reason) {
 
 TKSValue parseGuarded(std::string_view text, TKSError* error) {
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
-  const BorrowedReader reader;
+  const BorrowedReader reader(text);
   TKSValue value;
   const simdjson::error_code code = reader->read(text, value);
   if (code == simdjson::SUCCESS) return value;

@@ -6,7 +6,8 @@
 #include <limits>
 #include <system_error>
 
-#include "platform/linux/text/large_pages.h"
+#include "foundation/values/Sixteen.h"
+#include "platform/linux/kept_memory.h"
 
 namespace tks::gnulinux {
 namespace {
@@ -114,14 +115,7 @@ char* unescape(std::string_view text, char* to) noexcept {
 }
 
 /// Whether one of sixteen bytes is a backslash.
-bool haveBackslash(const char* bytes) noexcept {
-  using Sixteen [[gnu::vector_size(16)]] = signed char;
-  Sixteen sixteen;
-  std::memcpy(&sixteen, bytes, sizeof sixteen);
-  using Words [[gnu::vector_size(16)]] = std::uint64_t;
-  const Words found = reinterpret_cast<Words>(sixteen == '\\');
-  return (found[0] | found[1]) != 0;
-}
+bool haveBackslash(const char* bytes) noexcept { return !isZero(marksOf(sixteenAt(bytes) == '\\')); }
 
 // Numbers.
 
@@ -157,11 +151,13 @@ class Document {
         end_(text_ + tokens.text.size()),
         token_(tokens.begins.data()),
         lastToken_(token_ + tokens.begins.size()),
-        builder_(stack.data(), expectedBytes(tokens)) {}
+        builder_(stack.data(), expectedBytes(tokens)) {
+    if (expectedBytes(tokens) < KeptMemory::kLeast) return;
+    const std::span<char> memory = KeptMemory::take(expectedBytes(tokens));
+    if (!memory.empty()) builder_.useMemory(memory, KeptMemory::giveBack);
+  }
 
   [[gnu::flatten]] error_code read(TKSValue& value) {
-    const std::span<char> memory = builder_.reserve();
-    preferLargePages(memory.data(), memory.size());
     error_code error = readValue(next());
     while (error == simdjson::SUCCESS && depth_ > 0) error = readOn();
     if (error != simdjson::SUCCESS) return error;
@@ -265,16 +261,21 @@ class Document {
     } while (*--quote != '"');  // blanks follow the closing quote
     const auto size = static_cast<std::size_t>(quote - begin);
 
+    const auto withoutEscapes = [&](char* to) { return unescape({begin, size}, to); };
     const bool isReadable = static_cast<std::size_t>(end_ - begin) >= size + value::kBytesBehind;
-    if (isReadable && value::Access::fits(size) && !haveBackslash(begin)) {
+    if (isReadable && !value::Access::fits(size)) {
+      return isText(builder_.textWithout('\\', {begin, size}, withoutEscapes));
+    }
+    if (isReadable && !haveBackslash(begin)) {
       builder_.shortText(begin, size);
     } else if (std::memchr(begin, '\\', size) == nullptr) {
       builder_.text({begin, size}, isReadable);
-    } else if (!builder_.writtenText(size, [&](char* to) { return unescape({begin, size}, to); })) {
-      return simdjson::STRING_ERROR;
+    } else {
+      return isText(builder_.writtenText(size, withoutEscapes));
     }
     return simdjson::SUCCESS;
   }
+  static error_code isText(bool written) noexcept { return written ? simdjson::SUCCESS : simdjson::STRING_ERROR; }
 
   error_code readNumber() {
     const char* const end = bound();
