@@ -1,6 +1,5 @@
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -46,7 +45,10 @@ class TextNumbers {
     std::uint64_t words[2];
     static_assert(sizeof words == sizeof text);
     std::memcpy(words, static_cast<const void*>(&text), sizeof words);
-    const std::uint64_t mixed = (words[0] * kOdd ^ std::rotl(words[1], 32)) * kOdd;
+    // All of their bits count for the lowest ones.
+    std::uint64_t mixed = words[0] * kOdd ^ words[1];
+    mixed = (mixed ^ mixed >> 32) * kOdd;
+    mixed = (mixed ^ mixed >> 29) * kOdd;
     return static_cast<std::size_t>(mixed ^ mixed >> 32);
   }
 

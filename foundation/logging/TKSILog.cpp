@@ -41,7 +41,7 @@ tks::HeldLines::~HeldLines() {
   innermostHeldLines = outer_;
   for (auto& [level, text] : lines_) {
     if (outer_ == nullptr) {
-      handOver(level, [&text]() -> const std::string& { return text; });
+      handOver(level, [&line = text]() -> const std::string& { return line; });
       continue;
     }
     try {

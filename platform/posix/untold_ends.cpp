@@ -1,6 +1,5 @@
 #include "platform/posix/untold_ends.h"
 
-#include <ranges>
 
 namespace tks::posix {
 
@@ -24,8 +23,8 @@ void UntoldEnds::remove(std::uint64_t number) {
 
 std::optional<ChildEnd> UntoldEnds::find(std::int32_t process) {
   const std::scoped_lock lock(mutex_);
-  for (const auto& [number, untold] : std::views::reverse(untold_)) {
-    if (untold.process == process) return untold.end;
+  for (auto untold = untold_.rbegin(); untold != untold_.rend(); ++untold) {
+    if (untold->second.process == process) return untold->second.end;
   }
   return std::nullopt;
 }
