@@ -1,6 +1,5 @@
 #include "platform/posix/untold_ends.h"
 
-
 namespace tks::posix {
 
 using platform::ChildEnd;
