@@ -131,6 +131,36 @@ TEST(CheckedContent, OfALauncherThatWasChangedIsNotStarted) {
   EXPECT_THAT(pair.host.events("pid "), IsEmpty());
 }
 
+TEST(AfterAFailedStart, ABrokenLauncherStaysWhereTheHostWantsThat) {
+  CheckedPair pair("");
+  pair.host.command("options {\"keepBrokenLauncher\":true}");
+  pair.host.command("launch one");
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.host.events(), Contains(HasSubstr("log 4 Launcher broken, but broken ones are kept: ")));
+  EXPECT_TRUE(fs::exists(pair.launcher.bundle()));
+}
+
+TEST(AfterAFailedStart, ThePreviousLauncherIsPutBackWhereTheHostWantsThat) {
+  CheckedPair pair("");
+  const fs::path bundle = pair.launcher.bundle();
+  const fs::path kept = bundle.parent_path() / ("." + bundle.filename().string() + ".previous");
+  fs::copy(bundle, kept, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+  fs::remove(kept / fs::path(pair.launcher.file("switches")).lexically_relative(bundle));
+  tks::signing::SigningOptions options;
+  options.identity = &identity(kMaker);
+  tks::signing::sign(kept, options);
+  std::ofstream(kept / "Contents/CodeResources") << "s8ch";  // notarized
+  pair.host.command("options {\"keepPreviousLauncher\":true}");
+  pair.host.command("launch one");
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.host.events(), Contains(HasSubstr("log 4 Launcher broken, the previous one was put back: ")));
+  EXPECT_FALSE(fs::exists(kept));
+  pair.host.forget();
+  pair.host.command("launch two");
+  ASSERT_TRUE(pair.waitUntilTold());
+  EXPECT_THAT(pair.told(), ElementsAre("finish two"));
+}
+
 TEST(AfterAFailedStart, ABrokenLauncherIsRemovedSoThatTheNextOneIsInstalled) {
   CheckedPair pair("");
   pair.host.command("launch one");
