@@ -1,9 +1,7 @@
 #include "platform/child_processes.h"
 
 #include <signal.h>
-#include <sys/wait.h>
 
-#include <cerrno>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -16,8 +14,7 @@
 #include "platform/apple/spawn.h"
 #include "platform/backend.h"
 #include "platform/platform.h"
-#include "platform/posix/environment.h"
-#include "platform/posix/file_descriptor.h"
+#include "platform/posix/child_start.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
 #include "platform/posix/untold_ends.h"
@@ -25,56 +22,15 @@
 namespace tks::platform {
 namespace {
 
-using apple::SpawnRequest;
 using posix::StandardHandles;
 
 using Ended = std::function<void(ChildEnd)>;
 
-void endAtOnce(pid_t process) {
-  kill(process, SIGKILL);
-  posix::retried([&] { return waitpid(process, nullptr, 0); });
-}
-
-/// Starts a child whose standard input and output are joined to this process's own: 0, and errno, when it fails.
-/// `ended` has to be called when it ends.
-pid_t startJoined(SpawnRequest& request, bool keepPrivate, Ended& ended) {
-  StandardHandles& handles = StandardHandles::shared();
-  StandardHandles::Joint joint = handles.begin();
-  if (!handles.prepare(joint)) return 0;
-  request.standardInput = joint.childInput();
-  request.standardOutput = joint.childOutput();
-  const pid_t process = apple::spawn(request);
-  if (process == 0) return 0;
-  if (const std::uint64_t number = keepPrivate ? joint.keepPrivate() : joint.putInForce(); number != 0) {
-    ended = [number, tell = std::move(ended)](ChildEnd end) {
-      StandardHandles::shared().childEnded(number);
-      if (tell) tell(end);
-    };
-    return process;
-  }
-  const int reason = errno;
-  endAtOnce(process);
-  errno = reason;
-  return 0;
-}
-
-/// Starts a child that shares this process's standard handles, but never the pipes to another child.
-pid_t startSharing(SpawnRequest& request) {
-  return StandardHandles::shared().whileUnchanged([&](bool joined) {
-    if (joined) request.standardInput = request.standardOutput = SpawnRequest::kNull;
-    return apple::spawn(request);
-  });
-}
-
 class AppleChildProcesses final : public ChildProcesses {
  public:
   std::int32_t start(const ChildRequest& request, Ended ended, TKSError* error) override {
-    SpawnRequest spawn;
-    spawn.executable = request.executable;
-    spawn.arguments = request.arguments;
-    if (request.environment) spawn.environment = posix::reducedEnvironment(*request.environment);
-    const pid_t process =
-        request.joinStandardHandles ? startJoined(spawn, request.keepPipesPrivate, ended) : startSharing(spawn);
+    posix::SpawnRequest spawn;
+    const pid_t process = posix::startChild(request, spawn, ended, [&] { return apple::spawn(spawn); });
     if (process == 0) {
       posix::fail(error, "start", request.executable);
       return 0;

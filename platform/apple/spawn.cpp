@@ -6,18 +6,16 @@
 #include <spawn.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-
-#include "platform/platform.h"
+#include <string>
+#include <vector>
 
 namespace tks::platform::apple {
 namespace {
 
-constexpr int kFirstForeign = 3;
+using posix::SpawnRequest;
 
-/// A NUL byte would silently cut the rest off.
-bool canBePassed(const std::string& text) { return text.find('\0') == std::string::npos; }
+constexpr int kFirstForeign = 3;
 
 bool isOpen(int descriptor) { return fcntl(descriptor, F_GETFD) >= 0; }
 
@@ -84,34 +82,15 @@ class Attributes {
   bool isMade_;
 };
 
-/// The C form of texts that outlive it. The system's call takes pointers to characters that it does not change.
-std::vector<char*> pointers(const std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 2);
-  for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));
-  return result;
-}
-
-std::vector<std::string> cleanEnvironment() {
-  return {"PATH=/usr/bin:/bin:/usr/sbin:/sbin", "LC_ALL=en_US.UTF-8", "HOME=" + knownFolders().realHome()};
-}
-
 }  // namespace
 
 pid_t spawn(const SpawnRequest& request) {
-  if (!canBePassed(request.executable) || !std::ranges::all_of(request.arguments, canBePassed)) {
-    errno = EINVAL;
-    return 0;
-  }
-  std::vector<char*> arguments = pointers(request.arguments);
-  arguments.insert(arguments.begin(), const_cast<char*>(request.executable.c_str()));
-  arguments.push_back(nullptr);
+  if (!posix::canBePassed(request)) return 0;
   const bool isOwn = request.cleanEnvironment || request.environment;
-  const std::vector<std::string> clean = request.environment ? *request.environment
-                                         : isOwn             ? cleanEnvironment()
-                                                             : std::vector<std::string>();
-  std::vector<char*> environment = pointers(clean);
-  environment.push_back(nullptr);
+  std::vector<std::string> variables;
+  if (isOwn) variables = request.environment ? *request.environment : posix::cleanEnvironment("en_US.UTF-8");
+  const std::vector<char*> arguments = posix::pointersTo(request.arguments, &request.executable);
+  const std::vector<char*> environment = posix::pointersTo(variables);
 
   Descriptors descriptors;
   descriptors.connect(STDIN_FILENO, request.standardInput);

@@ -58,7 +58,7 @@ namespace {
 
 using Time = std::chrono::steady_clock;
 using apple::ChildWatch;
-using apple::SpawnRequest;
+using posix::SpawnRequest;
 
 /// How often is looked whether a tool has ended or has written too much.
 constexpr std::chrono::milliseconds kLookInterval{20};

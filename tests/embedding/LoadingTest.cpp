@@ -61,7 +61,8 @@ std::vector<std::string> loadedObjects() {
 TEST(Loading, NeedsTheLibrariesThatEveryStartNeedsAndNoOther) {
   const link_map* const library = loadLibrary();
   ASSERT_NE(library, nullptr);
-  // What is added here is loaded into every host: open it on first use instead (platform/linux/late_library.h).
+  // What is added here is loaded into every host: open it on first use instead
+  // (platform/linux/processes/late_library.h).
   EXPECT_THAT(neededBy(*library),
               UnorderedElementsAre("libsimdjson.so.14", "libcrypto.so.3", "libstdc++.so.6", "libm.so.6",
                                    "libgcc_s.so.1", "libc.so.6", "ld-linux-x86-64.so.2"));

@@ -4,7 +4,7 @@
 #include <type_traits>
 #include <utility>
 
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 
 namespace tks::test {
 

@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "foundation/values/FilePaths.h"
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/posix/standard_handles.h"
 
 namespace tks::gnulinux {

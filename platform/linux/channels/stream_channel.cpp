@@ -22,7 +22,7 @@
 #include "platform/linux/channels/held_signal.h"
 #include "platform/linux/channels/own_descriptor.h"
 #include "platform/linux/channels/readiness.h"
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"

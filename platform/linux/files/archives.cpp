@@ -8,7 +8,7 @@
 
 #include "foundation/values/ErrorReasons.h"
 #include "platform/backend.h"
-#include "platform/linux/late_functions.h"
+#include "platform/linux/processes/late_functions.h"
 #include "platform/posix/error_reasons.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/paths.h"

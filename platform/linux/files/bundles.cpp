@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "BuildValues.h"
-#include "platform/linux/process_table.h"
+#include "platform/linux/processes/process_table.h"
 #include "platform/platform.h"
 
 namespace tks::platform {

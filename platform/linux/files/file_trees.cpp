@@ -14,7 +14,7 @@
 
 #include "foundation/values/FilePaths.h"
 #include "platform/linux/files/volumes.h"
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/platform.h"
 #include "platform/posix/extended_attributes.h"
 #include "platform/posix/file_copy.h"

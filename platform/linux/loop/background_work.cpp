@@ -7,7 +7,7 @@
 
 #include "foundation/logging/Logging.h"
 #include "platform/backend.h"
-#include "platform/linux/worker_thread.h"
+#include "platform/linux/loop/worker_thread.h"
 #include "platform/main_loop.h"
 #include "platform/posix/forked_copy.h"
 #include "platform/posix/posix_error.h"

@@ -14,7 +14,7 @@
 #include <ctime>
 
 #include "foundation/logging/Logging.h"
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/posix/forked_copy.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"

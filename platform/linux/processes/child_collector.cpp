@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "foundation/logging/HeldLines.h"
-#include "platform/linux/process_table.h"
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
+#include "platform/linux/processes/process_table.h"
 #include "platform/platform.h"
 #include "platform/posix/standard_handles.h"
 #include "platform/posix/untold_ends.h"

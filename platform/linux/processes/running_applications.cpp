@@ -11,10 +11,10 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/linux/process_table.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/linux/processes/child_collector.h"
+#include "platform/linux/processes/process_table.h"
 #include "platform/linux/processes/spawn.h"
-#include "platform/linux/system_calls.h"
 #include "platform/platform.h"
 #include "platform/posix/extended_attributes.h"
 #include "platform/posix/paths.h"

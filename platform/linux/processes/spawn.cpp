@@ -10,14 +10,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/linux/system_calls.h"
-#include "platform/platform.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/posix/standard_handles.h"
 
 // The child shares this process's memory, and the calling thread waits, until the child's program runs: nothing is
@@ -176,36 +174,16 @@ SpawnedProcess start(Plan& plan) {
   return {};
 }
 
-std::vector<std::string> cleanEnvironment() {
-  return {"PATH=/usr/bin:/bin:/usr/sbin:/sbin", "LC_ALL=C.UTF-8", "HOME=" + platform::knownFolders().realHome()};
-}
-
-/// The C form of texts that outlive it. The system's call takes pointers to characters that it does not change.
-std::vector<char*> pointers(const std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  result.reserve(texts.size() + 2);
-  for (const std::string& text : texts) result.push_back(const_cast<char*>(text.c_str()));
-  return result;
-}
-
-/// A NUL byte would silently cut the rest off.
-bool canBePassed(const std::string& text) { return text.find('\0') == std::string::npos; }
-
 }  // namespace
 
 SpawnedProcess spawn(const SpawnRequest& request) {
-  if (!canBePassed(request.executable) || !std::ranges::all_of(request.arguments, canBePassed)) {
-    errno = EINVAL;
-    return {};
-  }
-  std::vector<char*> arguments = pointers(request.arguments);
-  arguments.insert(arguments.begin(), const_cast<char*>(request.executable.c_str()));
-  arguments.push_back(nullptr);
-  std::vector<std::string> clean = request.cleanEnvironment ? cleanEnvironment() : std::vector<std::string>();
+  if (!posix::canBePassed(request)) return {};
+  std::vector<std::string> clean;
+  if (request.cleanEnvironment) clean = posix::cleanEnvironment("C.UTF-8");
   clean.insert(clean.end(), request.variables.begin(), request.variables.end());
   if (request.environment) clean = *request.environment;
-  std::vector<char*> environment = pointers(clean);
-  environment.push_back(nullptr);
+  const std::vector<char*> arguments = posix::pointersTo(request.arguments, &request.executable);
+  const std::vector<char*> environment = posix::pointersTo(clean);
 
   Plan plan;
   plan.executable = request.executable.c_str();

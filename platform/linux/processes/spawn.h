@@ -3,43 +3,22 @@
 #include <sys/types.h>
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/spawn_request.h"
 
 namespace tks::gnulinux {
 
-/// How a process is started.
-struct SpawnRequest {
-  enum class Group {
-    inherited,   ///< that of this process
-    ownSession,  ///< a new session with a group of its own: no terminal, and ended as a whole
-  };
-  /// In place of a descriptor: /dev/null.
-  static constexpr int kNull = -1;
-
-  /// Absolute path of the executable.
-  std::string executable;
-  /// Without the program's name, which is added.
-  std::vector<std::string> arguments;
-  /// The source of the process's descriptors 0, 1 and 2: the same number, one above 2, or kNull. A number that is
-  /// not open counts as kNull.
-  int standardInput = 0;
-  int standardOutput = 1;
-  int standardError = 2;
-  Group group = Group::inherited;
+/// How a process is started here: also with limits, and with a descriptor of the process.
+struct SpawnRequest : posix::SpawnRequest {
   /// Largest file the process may write; 0: no limit. It is ended when it tries to write more.
   std::uint64_t fileSizeLimit = 0;
   /// The process is killed when the starting thread or the whole process ends.
   bool endsWithThread = false;
-  /// A clean environment instead of this process's own.
-  bool cleanEnvironment = false;
   /// What the clean environment holds beside: "NAME=value".
   std::vector<std::string> variables;
-  /// All that its environment holds, "NAME=value", whatever the two before say.
-  std::optional<std::vector<std::string>> environment;
   /// Whether the process comes with its descriptor. Making one is a twentieth of a start.
   bool makesDescriptor = true;
 };

@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "platform/backend.h"
-#include "platform/linux/kept_memory.h"
+#include "platform/linux/processes/kept_memory.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/forked_copy.h"
 

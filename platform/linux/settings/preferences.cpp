@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/process_table.h"
+#include "platform/linux/processes/process_table.h"
 #include "platform/platform.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"

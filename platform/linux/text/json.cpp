@@ -14,7 +14,7 @@
 #include "foundation/values/OutOfMemory.h"
 #include "foundation/values/ValueBuilder.h"
 #include "platform/backend.h"
-#include "platform/linux/kept_memory.h"
+#include "platform/linux/processes/kept_memory.h"
 #include "platform/linux/text/json_document.h"
 #include "platform/posix/error_reasons.h"
 

@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "foundation/values/Sixteen.h"
-#include "platform/linux/kept_memory.h"
+#include "platform/linux/processes/kept_memory.h"
 
 namespace tks::gnulinux {
 namespace {

@@ -12,7 +12,7 @@
 #include <string>
 
 #include "platform/backend.h"
-#include "platform/linux/late_functions.h"
+#include "platform/linux/processes/late_functions.h"
 #include "platform/platform.h"
 
 namespace tks::platform {

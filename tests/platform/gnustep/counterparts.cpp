@@ -6,7 +6,7 @@
 #include "platform/apple/open_files.h"
 #include "platform/apple/tool_runner.h"
 #include "platform/linux/files/file_trees.h"
-#include "platform/linux/process_table.h"
+#include "platform/linux/processes/process_table.h"
 #include "platform/linux/processes/tool_runner.h"
 
 // What macOS has calls of its own for, of which nothing is Foundation's; and what the tests, as they are compiled for

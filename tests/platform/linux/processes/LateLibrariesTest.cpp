@@ -1,4 +1,4 @@
-#include "platform/linux/late_library.h"
+#include "platform/linux/processes/late_library.h"
 
 #include <dlfcn.h>
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/linux/files/curl_download.h"
-#include "platform/linux/late_functions.h"
+#include "platform/linux/processes/late_functions.h"
 #include "platform/platform.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FreshProcess.h"

@@ -1,4 +1,4 @@
-#include "platform/linux/late_library.h"
+#include "platform/linux/processes/late_library.h"
 
 #include <dlfcn.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/kept_memory.h"
+#include "platform/linux/processes/kept_memory.h"
 
 #include <sys/mman.h>
 

@@ -1,4 +1,4 @@
-#include "platform/linux/process_table.h"
+#include "platform/linux/processes/process_table.h"
 
 #include <dirent.h>
 #include <fcntl.h>

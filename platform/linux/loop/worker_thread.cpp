@@ -1,4 +1,4 @@
-#include "platform/linux/worker_thread.h"
+#include "platform/linux/loop/worker_thread.h"
 
 #include <pthread.h>
 #include <signal.h>
@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 #include "platform/posix/forked_copy.h"
 
 namespace tks::gnulinux {

@@ -11,7 +11,7 @@
 #include <array>
 #include <bit>
 
-#include "platform/linux/late_library.h"
+#include "platform/linux/processes/late_library.h"
 
 // Every function that is called in a library opened late, in one table for each library. A new one needs its name here
 // and nothing else. Types come from the library's own headers; of ICU, whose functions bear its version in their names,

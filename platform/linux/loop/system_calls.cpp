@@ -1,4 +1,4 @@
-#include "platform/linux/system_calls.h"
+#include "platform/linux/loop/system_calls.h"
 
 #include <fcntl.h>
 #include <sched.h>
