@@ -104,7 +104,7 @@ void Dialogue::sendHello(TKSFinishBlock finish, TKSErrorBlock error) {
   Sending sending(*this);
   handler_.helloFinishBlock = std::move(finish);
   handler_.helloErrorBlock = std::move(error);
-  handler_.sendCommonMessageOfType(tks_message_type_hello);
+  send(tks_message_type_hello);
   endIfRefused(sending);
 }
 
@@ -114,7 +114,7 @@ void Dialogue::sendDisconnect(TKSFinishBlock finish, TKSErrorBlock error) {
   handler_.disconnectErrorBlock = std::move(error);
   Sending sending(*this);
   const bool isOpened = handler_.messageHost->isOpened;
-  handler_.sendCommonMessageOfType(tks_message_type_disconnect);
+  send(tks_message_type_disconnect);
   if (isOpened) endIfRefused(sending);
 }
 
@@ -143,7 +143,7 @@ void Dialogue::sendLaunch(const TKSValue& param, TKSFinishBlock finish, TKSError
   if (step.handlerIsGone()) return;
   if (!refusal) return limits_.sent(AnswerLimits::Request::launch);
   // The launcher is not left waiting for the job.
-  if (handler_.messageHost->isOpened) handler_.sendCommonMessageOfType(tks_message_type_disconnect);
+  if (handler_.messageHost->isOpened) send(tks_message_type_disconnect);
   sending.refusal = std::move(refusal);
   endIfRefused(sending);
 }
@@ -159,7 +159,7 @@ void Dialogue::onSilence(const std::string& problem) {
 void Dialogue::endIfRefused(const Sending& sending) {
   if (sending.step.handlerIsGone() || !sending.refusal || sending.step.hasNewRequest()) return;
   const std::string text = formatted("Send message failed: %@", sending.refusal->localizedDescription);
-  handler_.handleRefusedRequest(defaultError(reasonOf(*sending.refusal, TKSErrorReason::channelFailed), text));
+  refuse(defaultError(reasonOf(*sending.refusal, TKSErrorReason::channelFailed), text));
 }
 
 // Answers.
@@ -207,7 +207,7 @@ void Dialogue::onLaunchAck(const TKSMessage&) {
 
 void Dialogue::onDisconnectAck(const TKSMessage&) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "On disconnect_ack message. Close message host.");
-  handler_.handleDisconnectAckMessage();
+  leave();
 }
 
 void Dialogue::endInGoodOrder() {
@@ -242,12 +242,12 @@ void Dialogue::updateDone() {
 /// The callbacks of a disconnect that is under way stay as they are.
 void Dialogue::onError(const TKSMessage& message) {
   TKSILog::logWithLevel(TKSILogLevelInfo, "On error message. About to disconnect.");
-  handler_.sendCommonMessageOfType(tks_message_type_disconnect);
+  send(tks_message_type_disconnect);
   const TKSValue& body = message.message;
   if (body.isDictionary()) {
     handleLaunchError(body.dictionary());
   } else {
-    handler_.handleErrorString(body.description());
+    handleErrorText(body.description());
   }
 }
 

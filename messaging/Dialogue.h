@@ -36,9 +36,15 @@ namespace tks::messaging {
 ///
 /// A callback is out of its place before it is called. It may go on with the conversation, end it and destroy the
 /// handler: each step that calls one begins with a Step, and looks at it before it goes on. Main thread only.
+///
+/// It knows the handler's fields and none of its operations: the steps that a class derived from the handler takes part
+/// in are the operations below that the handler's own dialogue defines.
 class Dialogue {
  public:
   explicit Dialogue(TKSIMessageHandler& handler) : handler_(handler) {}
+  virtual ~Dialogue() = default;
+  Dialogue(const Dialogue&) = delete;
+  Dialogue& operator=(const Dialogue&) = delete;
   /// The handler is being destroyed: no step goes on.
   void close();
 
@@ -58,10 +64,21 @@ class Dialogue {
   void endRefused(const TKSError& error);
   void handleFatalError(const std::string& description);
   void handleError(const TKSError& error);
+  void handleErrorText(const std::string& text);
   void handleLaunchError(const TKSDictionary& info);
   void dropFinishBlocks();
   void dropStatusBlocks();
   void cleanUpFileChannel();
+
+ protected:
+  // Asked for by the steps of this class; whoever else takes part has done so when they come back to it.
+
+  /// Comes back to sendCommonMessage.
+  virtual bool send(std::string_view type) = 0;
+  /// Comes back to endInGoodOrder.
+  virtual void leave() = 0;
+  /// Comes back to endRefused.
+  virtual void refuse(const TKSError& error) = 0;
 
  private:
   struct Listeners;

@@ -98,6 +98,10 @@ void Dialogue::handleError(const TKSError& error) {
   Step(*this).tell(listeners, error);
 }
 
+void Dialogue::handleErrorText(const std::string& text) {
+  handleError(defaultErrorWithLine(TKSErrorReason::refusedByLauncher, text));
+}
+
 void Dialogue::handleLaunchError(const TKSDictionary& info) {
   limits_.answered(AnswerLimits::Request::launch);
   dropFinishBlocks();
@@ -148,7 +152,7 @@ bool Dialogue::greetAgain() {
   platform::clock().sleep(kGreetingDelay);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Retry connect for %lu time(s) after %lu milliseconds.", count,
                         kGreetingDelay.count());
-  handler_.sendCommonMessageOfType(tks_message_type_hello);
+  send(tks_message_type_hello);
   return true;
 }
 

@@ -4,16 +4,31 @@
 
 #include <tksinterface/TKSConstants.h>
 
-#include "foundation/Errors.h"
 #include "messaging/Dialogue.h"
 
 // What the conversation is to those who use it; its steps stand in Dialogue.
 
-using tks::messaging::Dialogue;
+namespace tks::messaging {
+
+/// The dialogue of a handler: a step that classes derived from the handler take part in begins with them.
+class HandlersDialogue final : public Dialogue {
+ public:
+  explicit HandlersDialogue(TKSIMessageHandler& handler) : Dialogue(handler), handler_(handler) {}
+
+ protected:
+  bool send(std::string_view type) override { return handler_.sendCommonMessageOfType(type); }
+  void leave() override { handler_.handleDisconnectAckMessage(); }
+  void refuse(const TKSError& error) override { handler_.handleRefusedRequest(error); }
+
+ private:
+  TKSIMessageHandler& handler_;
+};
+
+}  // namespace tks::messaging
 
 TKSIMessageHandler::TKSIMessageHandler()
     : messageHost(std::make_unique<TKSMessageHost>(tksMessageHostTypeInterface)),
-      dialogue_(std::make_unique<Dialogue>(*this)) {}
+      dialogue_(std::make_unique<tks::messaging::HandlersDialogue>(*this)) {}
 
 TKSIMessageHandler::~TKSIMessageHandler() { dialogue_->close(); }
 
@@ -50,9 +65,7 @@ void TKSIMessageHandler::handleMessageHostFatalError(const std::string& descript
 
 void TKSIMessageHandler::handleError(const TKSError& error) { dialogue_->handleError(error); }
 
-void TKSIMessageHandler::handleErrorString(const std::string& text) {
-  dialogue_->handleError(tks::defaultErrorWithLine(TKSErrorReason::refusedByLauncher, text));
-}
+void TKSIMessageHandler::handleErrorString(const std::string& text) { dialogue_->handleErrorText(text); }
 
 void TKSIMessageHandler::handleLaunchErrorMessageInfo(const TKSDictionary& info) { dialogue_->handleLaunchError(info); }
 

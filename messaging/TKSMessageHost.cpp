@@ -1,11 +1,8 @@
 #include <tksinterface/TKSMessageHost.h>
 
-#include <utility>
-
 #include <tksinterface/TKSConstants.h>
 
 #include "foundation/logging/HeldLines.h"
-#include "messaging/MessageFiles.h"
 #include "messaging/Transport.h"
 
 // What a host of messages is to those who use it; its steps stand in Transport.
@@ -25,11 +22,7 @@ TKSMessageHost& TKSMessageHost::sharedMessengeHost() {
   return host;
 }
 
-void TKSMessageHost::setIPCFileFolderPath(std::string_view folderPath) {
-  auto [fromLauncher, fromInterface] = tks::messaging::MessageFiles::in(folderPath);
-  tempIPCFileFullPathFromTKS2Interface = std::move(fromLauncher);
-  tempIPCFileFullPathFromInterface2TKS = std::move(fromInterface);
-}
+void TKSMessageHost::setIPCFileFolderPath(std::string_view folderPath) { transport_->setFolder(folderPath); }
 
 void TKSMessageHost::openWithMessengeHandler(TKSMessageHandlerDelegate* handler) { transport_->open(handler); }
 

@@ -55,7 +55,13 @@ void Transport::tellObserver(TKSConversationEvent::Kind kind, std::string_view t
 void Transport::chooseChannel() {
   const ChannelChoice choice = messaging::chooseChannel();
   host_.ipcByFile = choice.byFile;
-  if (!choice.folder.empty()) host_.setIPCFileFolderPath(choice.folder);
+  if (!choice.folder.empty()) setFolder(choice.folder);
+}
+
+void Transport::setFolder(std::string_view path) {
+  MessageFiles paths = MessageFiles::in(path);
+  host_.tempIPCFileFullPathFromTKS2Interface = std::move(paths.fromLauncher);
+  host_.tempIPCFileFullPathFromInterface2TKS = std::move(paths.fromInterface);
 }
 
 void Transport::open(TKSMessageHandlerDelegate* delegate) {
@@ -205,7 +211,7 @@ std::string Transport::useNewFolder(std::string path) {
     if (!platform::files().exists(tried)) break;
   }
   hold_ = std::move(hold);
-  host_.setIPCFileFolderPath(path);
+  setFolder(path);
   return path;
 }
 

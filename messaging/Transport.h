@@ -38,6 +38,7 @@ class Transport {
 
   // The operations of TKSMessageHost.
   void chooseChannel();
+  void setFolder(std::string_view path);
   void open(TKSMessageHandlerDelegate* delegate);
   void close();
   void onMessage(std::string_view piece);

@@ -10,6 +10,7 @@
 
 namespace tks::messaging {
 class Dialogue;
+class HandlersDialogue;
 }  // namespace tks::messaging
 
 /// The interface's side of the conversation with the launcher: sends "hello", "launch_meeting" and "disconnect", reacts
@@ -90,6 +91,6 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   virtual void handleRefusedRequest(const TKSError& error);
 
  private:
-  friend class tks::messaging::Dialogue;
+  friend class tks::messaging::HandlersDialogue;
   const std::unique_ptr<tks::messaging::Dialogue> dialogue_;
 };
