@@ -9,11 +9,12 @@
 #include <tksinterface/tksinterface.h>
 
 #include "platform/platform.h"
-#include "tests/install/FakeSignatures.h"
 #include "tests/support/FailingAllocator.h"
+#include "tests/support/FakeApplications.h"
 #include "tests/support/FakeHome.h"
+#include "tests/support/FakeSignatures.h"
+#include "tests/support/FakeTools.h"
 #include "tests/support/ForwardingFiles.h"
-#include "tests/support/NoApplications.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ZipWriter.h"
 
@@ -35,22 +36,14 @@ void makeLauncher(const std::string& bundle, const std::string& version) {
 }
 
 /// An unpacker that works whatever memory the library has, and an assessment that finds everything well.
-class PlentifulTools final : public tks::platform::SystemTools {
- public:
-  tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
-    const PlentyOfMemory forTheTools;
-    tks::platform::ToolResult result{.started = true, .output = "0123  -\n", .exitCode = 0, .error = {}};
-    if (request.tool == tks::platform::Tool::spctl) {
-      result.output = request.arguments.back() + ": accepted\n";
-    } else if (request.tool == tks::platform::Tool::unzip) {
-      makeLauncher(request.arguments.at(2) + "/Tarvo Kovra Start.app", "50.0.1");
-    }
-    return result;
+tks::platform::ToolResult runPlentiful(const tks::platform::ToolRequest& request) {
+  const PlentyOfMemory forTheTools;
+  if (request.tool == tks::platform::Tool::spctl) return FakeTools::printed(request.arguments.back() + ": accepted\n");
+  if (request.tool == tks::platform::Tool::unzip) {
+    makeLauncher(request.arguments.at(2) + "/Tarvo Kovra Start.app", "50.0.1");
   }
-
- private:
-  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
-};
+  return FakeTools::printed("0123  -\n");
+}
 
 /// Waits for no volume's clock to move on after a change: the package is then checked twice.
 class FilesWithoutMarks final : public ForwardingFiles {
@@ -72,7 +65,9 @@ TEST(OutOfMemoryInstalling, LeavesTheOldLauncherOrTheNewOne) {
   const FakeHome home;
   const TemporaryFolder folder;
   const FilesWithoutMarks files;
-  const PlentifulTools tools;
+  FakeTools tools;
+  tools.notes = false;  // it has no memory for that
+  tools.playOthers(runPlentiful);
   tks::test::NoApplications none;
   const tks::platform::Replaced<tks::platform::RunningApplications> applications(none);
   FakeSignatures signatures;

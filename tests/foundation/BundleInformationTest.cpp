@@ -8,6 +8,7 @@
 
 #include "foundation/values/Base64.h"
 #include "platform/platform.h"
+#include "tests/support/FakeBundles.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/PrintValue.h"
 #include "tests/support/PropertyListSamples.h"
@@ -97,28 +98,15 @@ TEST_F(BundleInformation, ABrokenInformationFileIsNothing) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-/// What the system's bundle object knows beyond the file, for example localised values.
-class LocalisedBundles final : public tks::platform::Bundles {
- public:
-  std::optional<std::string> mainBundleIdentifier() override { return std::nullopt; }
-  std::string libraryVersion() override { return "1"; }
-  std::optional<tks::platform::Bundle> open(std::string_view path) override {
-    asked = path;
-    return tks::platform::Bundle{std::string(path), "", "", {{"CFBundleName", "Muster"}, {"other", 1}}};
-  }
-  std::string asked;
-
- private:
-  tks::platform::Replaced<tks::platform::Bundles> replaced_{*this};
-};
-
 TEST_F(BundleInformation, TheFileComesBeforeTheBundleObject) {
   writeInfo("Contents/Info.plist", {{"CFBundleName", "Sample"}});
-  LocalisedBundles bundles;
+  // What the system's bundle object knows beyond the file, for example localised values.
+  tks::test::PlayedBundles bundles;
+  bundles.declared[app_] = {app_, "", "", {{"CFBundleName", "Muster"}, {"other", 1}}};
   EXPECT_EQ(TKSUtilBase::getValueInInfoPlist(app_, "CFBundleName"), TKSValue("Sample"));
-  EXPECT_EQ(bundles.asked, "");
+  EXPECT_EQ(bundles.opened, "");
   EXPECT_EQ(TKSUtilBase::getValueInInfoPlist(app_, "other"), TKSValue(1));
-  EXPECT_EQ(bundles.asked, app_);
+  EXPECT_EQ(bundles.opened, app_);
 }
 
 // Client package parameters.

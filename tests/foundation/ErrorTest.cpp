@@ -12,6 +12,7 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "platform/platform.h"
+#include "tests/support/FakeJson.h"
 #include "tests/support/LogRecorder.h"
 
 namespace {
@@ -20,6 +21,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using tks::test::LogLine;
 using tks::test::LogRecorder;
+using tks::test::ThrowingReader;
 
 TEST(InterfaceError, HasItsMessageDomainAndCode) {
   const LogRecorder log;
@@ -111,17 +113,6 @@ TEST(ErrorReason, OfAnUnknownNumberIsUnspecified) {
   }
 }
 
-/// A reader that throws instead of answering.
-template <class Exception>
-class ThrowingReader final : public tks::platform::Json {
- public:
-  explicit ThrowingReader(Exception exception) : exception_(std::move(exception)) {}
-  TKSValue parse(std::string_view, TKSError*) override { throw exception_; }
-
- private:
-  Exception exception_;
-};
-
 TEST(ErrorSlots, AreLeftAloneByWhatSucceeds) {
   const TKSError before = {"some.domain", 7, "from before", TKSErrorReason::busy, "Wait."};
   TKSError error = before;
@@ -172,8 +163,7 @@ TEST(JSONText, ThatIsMissingIsAnErrorOfThisLibrary) {
 }
 
 TEST(JSONText, AReaderThatThrowsIsAnErrorOfThisLibrary) {
-  ThrowingReader reader(std::runtime_error("reader is broken"));
-  const tks::platform::Replaced<tks::platform::Json> replaced(reader);
+  const ThrowingReader reader(std::runtime_error("reader is broken"));
   TKSError error;
   EXPECT_TRUE(TKSUtilBase::JSONStringToObject("{}", &error).isNothing());
   EXPECT_EQ(error, (TKSError{std::string(TKSUtilErrorDomain), 0, "reader is broken"}));
@@ -181,8 +171,7 @@ TEST(JSONText, AReaderThatThrowsIsAnErrorOfThisLibrary) {
 }
 
 TEST(JSONText, AReaderWithoutMemoryIsAnError) {
-  ThrowingReader reader{std::bad_alloc()};
-  const tks::platform::Replaced<tks::platform::Json> replaced(reader);
+  const ThrowingReader reader{std::bad_alloc()};
   TKSError error;
   EXPECT_TRUE(TKSUtilBase::JSONStringToObject("{}", &error).isNothing());
   EXPECT_EQ(error.localizedDescription, "Out of memory");

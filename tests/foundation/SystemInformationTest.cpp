@@ -16,6 +16,7 @@
 #include "platform/platform.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/FakePreferences.h"
+#include "tests/support/FakeTools.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/FreshProcess.h"
 #include "tests/support/LogRecorder.h"
@@ -27,6 +28,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using tks::test::FakePreferences;
+using tks::test::FakeTools;
 using tks::test::LogLine;
 using tks::test::LogRecorder;
 
@@ -187,34 +189,26 @@ TEST_F(DiskSpace, IsThatOfTheVolumeWithTheDocuments) {
   EXPECT_LE(space["FreeSpaceMBytes"].integer(), space["TotalSpaceMBytes"].integer());
 }
 
-/// A system tool that says what the processor is.
-class BrandTool final : public tks::platform::SystemTools {
+/// Lets the system's tool say what the processor is, or be missing.
+class BrandTool {
  public:
-  explicit BrandTool(std::optional<std::string> output) : output_(std::move(output)) {}
-
-  tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
-    ++runs_;
-    EXPECT_EQ(request.tool, tks::platform::Tool::sysctl);
-    EXPECT_THAT(request.arguments, ElementsAre("-n", "machdep.cpu.brand_string"));
-    EXPECT_FALSE(request.collectStandardError);
-    tks::platform::ToolResult result;
-    result.started = output_.has_value();
-    result.output = output_.value_or("");
-    if (!result.started) result.error = {"POSIX", 2, "no such tool"};
-    return result;
+  explicit BrandTool(std::optional<std::string> output) {
+    tools_.play(tks::platform::Tool::sysctl, [output](const tks::platform::ToolRequest& request) {
+      EXPECT_THAT(request.arguments, ElementsAre("-n", "machdep.cpu.brand_string"));
+      EXPECT_FALSE(request.collectStandardError);
+      return output ? FakeTools::printed(*output) : FakeTools::unstarted();
+    });
   }
-  int runs() const { return runs_; }
+  std::size_t runs() const { return tools_.runs(); }
 
  private:
-  std::optional<std::string> output_;
-  std::atomic<int> runs_ = 0;
-  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
+  FakeTools tools_;
 };
 
 TEST(Processor, OfAppleIsRecognised) {
   TKS_IN_FRESH_PROCESS();
   const LogRecorder log;
-  const BrandTool tool("Apple M9 Max\n");
+  BrandTool tool("Apple M9 Max\n");
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::nullopt);
   EXPECT_TRUE(TKSUtilBase::isAppleSiliconDevice());
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::optional<std::string>("Apple M9 Max\n"));
@@ -224,14 +218,14 @@ TEST(Processor, OfAppleIsRecognised) {
 
 TEST(Processor, OfAppleIsRecognisedInAnyCase) {
   TKS_IN_FRESH_PROCESS();
-  const BrandTool tool("aPPLE processor\n");
+  BrandTool tool("aPPLE processor\n");
   EXPECT_TRUE(TKSUtilBase::isAppleSiliconDevice());
 }
 
 TEST(Processor, OfAnotherMakerIsNone) {
   TKS_IN_FRESH_PROCESS();
   const LogRecorder log;
-  const BrandTool tool("Some(R) Core(TM) CPU @ 2.60GHz\n");
+  BrandTool tool("Some(R) Core(TM) CPU @ 2.60GHz\n");
   EXPECT_FALSE(TKSUtilBase::isAppleSiliconDevice());
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::optional<std::string>("Some(R) Core(TM) CPU @ 2.60GHz\n"));
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Device arch info: Some(R) Core(TM) CPU @ 2.60GHz\n"}));
@@ -239,7 +233,7 @@ TEST(Processor, OfAnotherMakerIsNone) {
 
 TEST(Processor, IsFoundOutOnceEvenByManyThreads) {
   TKS_IN_FRESH_PROCESS();
-  const BrandTool tool("Apple M9\n");
+  BrandTool tool("Apple M9\n");
   std::atomic<int> yes = 0;
   std::vector<std::thread> threads;
   for (int i = 0; i < 8; ++i) {
@@ -250,33 +244,25 @@ TEST(Processor, IsFoundOutOnceEvenByManyThreads) {
   }
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(yes, 8);
-  EXPECT_EQ(tool.runs(), 1);
+  EXPECT_EQ(tool.runs(), 1u);
 }
 
 TEST(Processor, WithoutTheToolIsNoneAndIsNotAskedForAgain) {
   TKS_IN_FRESH_PROCESS();
   const LogRecorder log;
-  const BrandTool tool(std::nullopt);
+  BrandTool tool(std::nullopt);
   EXPECT_NO_THROW(EXPECT_FALSE(TKSUtilBase::isAppleSiliconDevice()));
   EXPECT_FALSE(TKSUtilBase::isAppleSiliconDevice());
-  EXPECT_EQ(tool.runs(), 1);
+  EXPECT_EQ(tool.runs(), 1u);
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::nullopt);
   EXPECT_THAT(log.texts(2), IsEmpty());
   EXPECT_THAT(log.texts(8), ::testing::SizeIs(1));
 }
 
-/// There is no memory for its answer.
-class FailingTool final : public tks::platform::SystemTools {
- public:
-  tks::platform::ToolResult run(const tks::platform::ToolRequest&) override { throw std::bad_alloc(); }
-
- private:
-  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
-};
-
 TEST(Processor, ThatCannotBeFoundOutIsNoneAndNothingIsThrown) {
   TKS_IN_FRESH_PROCESS();
-  const FailingTool tool;
+  FakeTools tools;
+  tools.playOthers([](const auto&) -> tks::platform::ToolResult { throw std::bad_alloc(); });
   EXPECT_NO_THROW(EXPECT_FALSE(TKSUtilBase::isAppleSiliconDevice()));
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::nullopt);
 }
@@ -284,7 +270,7 @@ TEST(Processor, ThatCannotBeFoundOutIsNoneAndNothingIsThrown) {
 TEST(Processor, WhoseNameIsNoTextCountsAsUnnamed) {
   TKS_IN_FRESH_PROCESS();
   const LogRecorder log;
-  const BrandTool tool("Apple \xFF\n");
+  BrandTool tool("Apple \xFF\n");
   EXPECT_FALSE(TKSUtilBase::isAppleSiliconDevice());
   EXPECT_EQ(TKSUtilBase::getDeviceInfo(), std::nullopt);
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Device arch info: (null)"}));

@@ -7,6 +7,7 @@
 
 #include "install/UnpackedTree.h"
 #include "tests/install/InstallTest.h"
+#include "tests/support/FakeArchives.h"
 #include "tests/support/ZipWriter.h"
 
 // Archives that say one thing to who looks and another to who unpacks, and what is done with what came out.
@@ -21,6 +22,7 @@ using tks::platform::ArchiveEntry;
 using tks::platform::ArchiveFormat;
 using tks::platform::Tool;
 using tks::test::contentOf;
+using tks::test::FakeArchives;
 using tks::test::launcherAt;
 using tks::test::LauncherPlan;
 using tks::test::namesIn;
@@ -123,27 +125,12 @@ TEST_F(ArchiveAttacks, AnEndCommentOfAnyLengthIsFine) {
 
 // Somebody who exchanges the archive.
 
-/// Does something once an archive was looked into.
-class ArchivesWithASequel final : public tks::platform::Archives {
- public:
-  explicit ArchivesWithASequel(std::function<void()> sequel) : sequel_(std::move(sequel)) {}
-  bool inspect(std::string_view path, ArchiveFormat format, const std::function<bool(const ArchiveEntry&)>& visit,
-               TKSError* error) override {
-    const bool read = replaced_.before().inspect(path, format, visit, error);
-    sequel_();
-    return read;
-  }
-
- private:
-  std::function<void()> sequel_;
-  tks::platform::Replaced<tks::platform::Archives> replaced_{*this};
-};
-
 TEST_F(ArchiveAttacks, AnArchiveThatIsExchangedAfterTheLookIsNotTheOneThatIsUnpacked) {
   const std::string zip = archive("5.0.1");
-  const ArchivesWithASequel archives([&] {
+  FakeArchives archives;
+  archives.sequel = [&] {
     writeFile(zip, zipOf({{"kept", base_ / "victims", kLink}, {"kept/added", "x"}, {"other", "x"}}));
-  });
+  };
   EXPECT_TRUE(install("5.0.1", zip));
   EXPECT_EQ(launcherAt(target()), "5.0.1");
   EXPECT_THAT(namesIn(base_ / "victims"), testing::ElementsAre("file"));
@@ -169,7 +156,7 @@ TEST_F(ArchiveAttacks, EachArchiveIsUnpackedInAFreshFolderThatNobodyElseCanEnter
   for (const bool hasIdentifier : {true, false}) {
     if (!hasIdentifier) world.host.bundleIdentifier.reset();
     std::vector<std::string> folders;
-    world.tools.afterUnzip = [&] {
+    world.tools.after[Tool::unzip] = [&](const auto&) {
       const fs::path unpacked = fs::path(world.unpackedByTool()).parent_path();
       EXPECT_THAT(namesIn(unpacked), testing::ElementsAre(kTop)) << "it was empty";
       EXPECT_EQ(modeOf(unpacked.parent_path()), 0700u);

@@ -83,26 +83,14 @@ TEST_F(DeltaUpdates, AResetInsideTheBodyIsAFailedDownload) {
   EXPECT_EQ(error.code, -1005);
 }
 
-/// Downloads as the back end does, with a tenth of the patience, and notes how much was asked for.
-class ImpatientDownload final : public tks::platform::Download {
- public:
-  void start(const tks::platform::DownloadRequest& request,
-             std::function<void(tks::platform::DownloadResult)> done) override {
-    patience = request.idleTimeout;
-    tks::platform::DownloadRequest shortened = request;
-    shortened.idleTimeout /= 10;
-    tks::gnulinux::CurlDownload().start(shortened, std::move(done));
-  }
-  std::chrono::milliseconds patience{0};
-};
-
 TEST_F(DeltaUpdates, ASilentServerEndsTheWaitAfterFiveSeconds) {
   LoopbackServer server([](Connection& connection) { connection.waitForEnd(); });
-  ImpatientDownload download;
-  const tks::platform::Replaced<tks::platform::Download> replaced(download);
+  FakeDownload download;
+  download.haste = 10;
   EXPECT_EQ(askAt(server.address()), std::nullopt);
   EXPECT_EQ(error.code, -1001);
-  EXPECT_EQ(download.patience, std::chrono::seconds(5));
+  ASSERT_EQ(download.requests.size(), 1u);
+  EXPECT_EQ(download.requests[0].idleTimeout, std::chrono::seconds(5));
 }
 
 TEST_F(DeltaUpdates, ABodyWithoutEndIsAFailedDownload) {

@@ -13,6 +13,7 @@
 
 #include "platform/platform.h"
 #include "tests/install/DeltaUpdatesTest.h"
+#include "tests/support/FakeTools.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/LoopbackServer.h"
@@ -47,6 +48,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
+using tks::test::FakeTools;
 using Connection = LoopbackServer::Connection;
 
 TEST_F(DeltaUpdates, ListsTheDeltaPackagesByVersion) {
@@ -276,17 +278,7 @@ TEST_F(DeltaUpdates, RefusesArchivesThatGrowAThousandfold) {
 }
 
 TEST_F(DeltaUpdates, BoundsWhatTheUnpackerMayWrite) {
-  class NotedTools final : public tks::platform::SystemTools {
-   public:
-    std::vector<tks::platform::ToolRequest> requests;
-    tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
-      requests.push_back(request);
-      return replaced_.before().run(request);
-    }
-
-   private:
-    tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
-  } tools;
+  FakeTools tools;
   EXPECT_TRUE(ask(signedArchive(kList)));
   ASSERT_EQ(tools.requests.size(), 1u);
   EXPECT_EQ(tools.requests[0].tool, tks::platform::Tool::tar);

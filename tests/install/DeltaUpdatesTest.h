@@ -10,13 +10,13 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "platform/platform.h"
 #include "tests/codesign/Fixtures.h"
 #include "tests/install/TarArchive.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FakeDownload.h"
 #include "tests/support/FakeHome.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/LoopbackServer.h"
@@ -114,20 +114,5 @@ class DeltaUpdates : public ::testing::Test {
 
 inline const LogLine kEmptyEnd{2, "Get remote deltaList, end. deltaInfos: (\n)."};
 inline const LogLine kNoPackageLine{8, kNoPackage};
-
-/// A downloader that answers what a test says.
-class FakeDownload final : public platform::Download {
- public:
-  std::function<platform::DownloadResult()> answer;
-  std::vector<platform::DownloadRequest> requests;
-
-  void start(const platform::DownloadRequest& request, std::function<void(platform::DownloadResult)> done) override {
-    requests.push_back(request);
-    std::thread([this, done = std::move(done)] { done(answer()); }).detach();
-  }
-
- private:
-  platform::Replaced<platform::Download> replaced_{*this};
-};
 
 }  // namespace tks::test

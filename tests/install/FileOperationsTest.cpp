@@ -7,10 +7,10 @@
 #include <filesystem>
 
 #include "platform/platform.h"
+#include "tests/support/FakeApplications.h"
 #include "tests/support/FakeClock.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/LogRecorder.h"
-#include "tests/support/NoApplications.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace {

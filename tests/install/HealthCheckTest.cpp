@@ -8,6 +8,7 @@
 
 #include "platform/platform.h"
 #include "tests/support/FakePreferences.h"
+#include "tests/support/FakeTools.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScopedWorkingFolder.h"
 #include "tests/support/TemporaryFolder.h"
@@ -17,43 +18,23 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using tks::platform::Tool;
+using tks::test::FakeTools;
 using tks::test::LogLine;
 using tks::test::LogRecorder;
 using tks::test::TemporaryFolder;
 
-/// Tools that print what a test says.
-class FakeTools final : public tks::platform::SystemTools {
- public:
-  std::string assessment;
-  std::string fingerprint = "1111  -\n";
-  /// How the assessment's tool fares.
-  tks::platform::ToolResult fate{.started = true, .output = "", .exitCode = 0, .error = {}};
-  bool noFingerprint = false;
-  std::vector<tks::platform::ToolRequest> requests;
-
-  tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
-    requests.push_back(request);
-    tks::platform::ToolResult result = fate;
-    if (request.tool != Tool::spctl) result = noFingerprint ? unstarted() : tks::platform::ToolResult{.started = true};
-    result.output = request.tool == Tool::spctl ? assessment : noFingerprint ? "" : fingerprint;
-    return result;
-  }
-  static tks::platform::ToolResult unstarted() {
-    return {.started = false,
-            .output = "",
-            .exitCode = -1,
-            .error = {"NSPOSIXErrorDomain", 2, "run \"/usr/bin/a\": No such file or directory"}};
-  }
-  std::size_t assessments() const {
-    std::size_t count = 0;
-    for (const auto& request : requests) count += request.tool == Tool::spctl ? 1 : 0;
-    return count;
-  }
-};
-
 class HealthCheck : public ::testing::Test {
  protected:
-  HealthCheck() { std::filesystem::create_directory(app); }
+  HealthCheck() {
+    std::filesystem::create_directory(app);
+    tools.play(Tool::spctl, [this](const auto&) {
+      tks::platform::ToolResult result = fate;
+      result.output = assessment;
+      return result;
+    });
+    tools.playOthers(
+        [this](const auto&) { return noFingerprint ? FakeTools::unstarted() : FakeTools::printed(fingerprint); });
+  }
 
   std::string origin() const { return "origin=" + std::string(kTarvoCertificate) + "\n"; }
 
@@ -61,17 +42,22 @@ class HealthCheck : public ::testing::Test {
   /// Of a length that masking leaves alone.
   std::string app = folder / "A.app";
   std::string shown = TKSILog::removeSensitiveInformation(app);
+  /// What the tool of the assessment prints, and how it fares.
+  std::string assessment;
+  tks::platform::ToolResult fate = FakeTools::printed("");
+  /// What the tool of the fingerprint prints, unless it is missing.
+  std::string fingerprint = "1111  -\n";
+  bool noFingerprint = false;
   FakeTools tools;
   /// No process is without any preference.
   tks::test::FakePreferences preferences{{{"AppleLocale", "en_US"}}};
-  tks::platform::Replaced<tks::platform::SystemTools> replacedTools{tools};
   LogRecorder log;
 };
 
 TEST_F(HealthCheck, ANameThatLooksLikeAnOptionReachesNoToolAsOne) {
   const tks::test::ScopedWorkingFolder here(folder.path());
   std::filesystem::create_directory("-x.app");
-  tools.assessment = "./-x.app: accepted\nsource=Notarized Developer ID\n";
+  assessment = "./-x.app: accepted\nsource=Notarized Developer ID\n";
   EXPECT_FALSE(TKSUtilBase::isBrokenApp("-x.app"));
   ASSERT_EQ(tools.requests.size(), 2u);
   for (const auto& request : tools.requests) EXPECT_EQ(request.arguments.back(), "./-x.app");
@@ -93,7 +79,7 @@ TEST_F(HealthCheck, InTestModeEverythingIsHealthyAndNothingIsRecorded) {
 }
 
 TEST_F(HealthCheck, AnAcceptedAppIsHealthyAndIsNotAssessedAgainWhileItsFingerprintHolds) {
-  tools.assessment = app + ": accepted\nsource=Notarized Developer ID\n";
+  assessment = app + ": accepted\nsource=Notarized Developer ID\n";
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "1111  -");
   EXPECT_THAT(
@@ -106,7 +92,7 @@ TEST_F(HealthCheck, AnAcceptedAppIsHealthyAndIsNotAssessedAgainWhileItsFingerpri
 
   log.clear();
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
-  EXPECT_EQ(tools.assessments(), 1u);
+  EXPECT_EQ(tools.runs(Tool::spctl), 1u);
   EXPECT_THAT(log.lines(),
               ElementsAre(LogLine{4, "Is INSIDER package."}, LogLine{2, "Verify app's broken status, begin."},
                           LogLine{2, "Has recorded hashValue:1111  - with app:" + shown + ". Check with it."},
@@ -117,48 +103,48 @@ TEST_F(HealthCheck, AnAcceptedAppIsHealthyAndIsNotAssessedAgainWhileItsFingerpri
 }
 
 TEST_F(HealthCheck, AnotherFingerprintLeadsToAnotherAssessment) {
-  tools.assessment = app + ": accepted\n";
+  assessment = app + ": accepted\n";
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
-  tools.fingerprint = "2222  -\n";
+  fingerprint = "2222  -\n";
   log.clear();
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
-  EXPECT_EQ(tools.assessments(), 2u);
+  EXPECT_EQ(tools.runs(Tool::spctl), 2u);
   EXPECT_TRUE(
       log.has(4, "Dismatched hashValue, need further check. RecordedHashValue:1111  -, currentHashValue:2222  -."));
   EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "2222  -");
 }
 
 TEST_F(HealthCheck, AcceptedCountsInAnyLetterCase) {
-  tools.assessment = app + ": ACCEPTED\n";
+  assessment = app + ": ACCEPTED\n";
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
 }
 
 TEST_F(HealthCheck, TheMakersNotarizedAppIsHealthyThoughNotAccepted) {
-  tools.assessment = app + ": rejected\nsource=Notarized Developer ID\n" + origin();
+  assessment = app + ": rejected\nsource=Notarized Developer ID\n" + origin();
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_TRUE(log.has(4, "Verify result not accepted, go further check"));
   EXPECT_TRUE(log.has(4, "Further verify result: 0, 1, 1"));
 }
 
 TEST_F(HealthCheck, OneMarkAloneIsNotEnough) {
-  tools.assessment = app + ": rejected\nsource=Notarized Developer ID\n";
+  assessment = app + ": rejected\nsource=Notarized Developer ID\n";
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
   EXPECT_TRUE(log.has(4, "Further verify result: 1, 1, 0"));
   EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
   log.clear();
-  tools.assessment = app + ": rejected\nsource=Unnotarized\n" + origin();
+  assessment = app + ": rejected\nsource=Unnotarized\n" + origin();
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
   EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 1"));
 }
 
 TEST_F(HealthCheck, ALineWithBothMarksCountsForTheFirstAlone) {
-  tools.assessment = app + ": rejected\nNotarized Developer ID " + origin();
+  assessment = app + ": rejected\nNotarized Developer ID " + origin();
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
   EXPECT_TRUE(log.has(4, "Further verify result: 1, 1, 0"));
 }
 
 TEST_F(HealthCheck, MarksAreCaseSensitive) {
-  tools.assessment = app + ": rejected\nsource=notarized developer id\n" + origin();
+  assessment = app + ": rejected\nsource=notarized developer id\n" + origin();
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
   EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 1"));
 }
@@ -170,9 +156,9 @@ TEST_F(HealthCheck, ASilentToolMakesTheAppBroken) {
 }
 
 TEST_F(HealthCheck, DetailsOfABrokenAppAreMasked) {
-  tools.assessment = app + ": a sealed resource is missing\nfile added: /Users/jane/secret\n";
+  assessment = app + ": a sealed resource is missing\nfile added: /Users/jane/secret\n";
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
-  const std::string masked = TKSILog::removeSensitiveInformation(tools.assessment);
+  const std::string masked = TKSILog::removeSensitiveInformation(assessment);
   ASSERT_THAT(masked, testing::Not(testing::HasSubstr("jane")));
   EXPECT_THAT(log.texts(8), ElementsAre("Broken details: " + masked));
 }
@@ -183,10 +169,10 @@ TEST_F(HealthCheck, WithoutAVerdictNothingIsBrokenAndNothingIsRecorded) {
       .started = true, .output = "", .exitCode = -1, .error = {"NSPOSIXErrorDomain", 110, "timed out"}};
   hanging.cutShort = true;
   for (const tks::platform::ToolResult& fate : {missing, hanging}) {
-    tools.fate = fate;
+    fate = fate;
     // What it had printed until then is no verdict, not even a good one.
     for (const std::string& printed : {std::string(), app + ": accepted\n", app + ": rejected\n"}) {
-      tools.assessment = printed;
+      assessment = printed;
       log.clear();
       EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
       EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
@@ -202,8 +188,8 @@ TEST_F(HealthCheck, WithoutAVerdictNothingIsBrokenAndNothingIsRecorded) {
 }
 
 TEST_F(HealthCheck, AToolThatCouldNotLookHasGivenNoVerdict) {
-  tools.fate.exitCode = 75;
-  tools.assessment = app + ": Too many open files\n";
+  fate.exitCode = 75;
+  assessment = app + ": Too many open files\n";
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
   EXPECT_THAT(log.texts(8), ElementsAre("No verdict of spctl, consider the app as not broken: " + shown +
@@ -211,25 +197,25 @@ TEST_F(HealthCheck, AToolThatCouldNotLookHasGivenNoVerdict) {
 }
 
 TEST_F(HealthCheck, AnEarlierFingerprintIsKeptWhateverALaterAssessmentSays) {
-  tools.assessment = app + ": accepted\n";
+  assessment = app + ": accepted\n";
   ASSERT_FALSE(TKSUtilBase::isBrokenApp(app));
-  tools.fingerprint = "2222  -\n";
-  tools.assessment = app + ": rejected\n";
+  fingerprint = "2222  -\n";
+  assessment = app + ": rejected\n";
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
   EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "1111  -");
-  tools.fate = FakeTools::unstarted();
+  fate = FakeTools::unstarted();
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(app), "1111  -");
   // As it was found healthy: nobody asks again.
-  tools.fingerprint = "1111  -\n";
-  const std::size_t before = tools.assessments();
+  fingerprint = "1111  -\n";
+  const std::size_t before = tools.runs(Tool::spctl);
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
-  EXPECT_EQ(tools.assessments(), before);
+  EXPECT_EQ(tools.runs(Tool::spctl), before);
 }
 
 TEST_F(HealthCheck, AMissingToolForFingerprintsIsNamedAndTheVerdictCounts) {
-  tools.assessment = app + ": accepted\n";
-  tools.noFingerprint = true;
+  assessment = app + ": accepted\n";
+  noFingerprint = true;
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
   EXPECT_THAT(log.texts(8), ElementsAre("System tool failed: " + FakeTools::unstarted().error.description()));
@@ -237,21 +223,21 @@ TEST_F(HealthCheck, AMissingToolForFingerprintsIsNamedAndTheVerdictCounts) {
 }
 
 TEST_F(HealthCheck, OutputThatIsNoTextSaysNothing) {
-  tools.assessment = app + ": accepted\n\xff\xfe";
+  assessment = app + ": accepted\n\xff\xfe";
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(app));
 }
 
 TEST_F(HealthCheck, WordsThatThePathEchoesDoNotCount) {
   const std::string lying = folder / ("B: accepted Notarized Developer ID " + std::string(kTarvoCertificate) + ".app");
   std::filesystem::create_directory(lying);
-  tools.assessment = lying + ": rejected\nfile added: " + lying + "/Contents/Notarized Developer ID\nsee " + lying +
-                     "/" + std::string(kTarvoCertificate) + "\n" + "note: " + lying + ": accepted\n";
+  assessment = lying + ": rejected\nfile added: " + lying + "/Contents/Notarized Developer ID\nsee " + lying + "/" +
+               std::string(kTarvoCertificate) + "\n" + "note: " + lying + ": accepted\n";
   EXPECT_TRUE(TKSUtilBase::isBrokenApp(lying));
   EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0"));
 }
 
 TEST_F(HealthCheck, TheToolsAreAskedWithTheirArguments) {
-  tools.assessment = app + ": accepted\n";
+  assessment = app + ": accepted\n";
   TKSUtilBase::isBrokenApp(app);
   ASSERT_EQ(tools.requests.size(), 2u);
   EXPECT_THAT(tools.requests[0].arguments, ElementsAre("-a", "-vvv", app));
@@ -271,7 +257,7 @@ TEST_F(HealthCheck, AMissingAppHasNoFingerprint) {
 TEST_F(HealthCheck, FingerprintsOfNoPathOrNoValueAreNotRecorded) {
   TKSUtilBaseHelper::setHashValueOfAppPath("");
   EXPECT_EQ(TKSUtilBaseHelper::getHashValueOfAppPath(""), std::nullopt);
-  tools.fingerprint = " \n";
+  fingerprint = " \n";
   TKSUtilBaseHelper::setHashValueOfAppPath(app);
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{4, "Nil/empty appPath! Fail to set hash value."},
                                        LogLine{4, "Nil/empty appPath! Fail to get hash value."},

@@ -13,6 +13,7 @@
 #include "tests/support/FakeHome.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessState.h"
+#include "tests/support/ScriptedTools.h"
 #include "tests/support/TemporaryFolder.h"
 
 // The health check with real processes in the place of its tools.
@@ -21,52 +22,26 @@ namespace {
 
 namespace fs = std::filesystem;
 using tks::platform::Tool;
-using tks::platform::ToolRequest;
-using tks::platform::ToolResult;
-
-/// Real tools, which have less time than they usually have.
-class HastyTools final : public tks::platform::SystemTools {
- public:
-  explicit HastyTools(std::unique_ptr<tks::platform::SystemTools> real) : real_(std::move(real)) {}
-  ToolResult run(const ToolRequest& request) override {
-    ToolRequest hasty = request;
-    hasty.timeLimit = limit;
-    return real_->run(hasty);
-  }
-  std::chrono::seconds limit = std::chrono::seconds(30);
-
- private:
-  std::unique_ptr<tks::platform::SystemTools> real_;
-};
 
 class HealthTools : public ::testing::Test {
  protected:
   HealthTools() {
     fs::create_directory(app);
-    script(Tool::lsof, "echo \"$@\"");
-    script(Tool::shasum, "cat; echo '  -'");
-  }
-  void script(Tool tool, const std::string& lines) {
-    const std::string path = folder / ("tool" + std::to_string(static_cast<int>(tool)));
-    tks::test::writeFile(path, "#!/bin/sh\n" + lines + "\n");
-    fs::permissions(path, fs::perms(0755));
-    paths[tool] = path;
+    tools.limitTime(std::chrono::seconds(30));
+    tools.script(Tool::lsof, "echo \"$@\"");
+    tools.script(Tool::shasum, "cat; echo '  -'");
   }
 
   tks::test::FakeHome home;
   tks::test::TemporaryFolder folder;
   std::string app = folder / "A.app";
-  std::map<Tool, std::string> paths;
-  HastyTools tools{tks::gnulinux::makeSystemTools([this](Tool tool) {
-    const auto found = paths.find(tool);
-    return found == paths.end() ? std::string() : found->second;
-  })};
-  tks::platform::Replaced<tks::platform::SystemTools> replaced{tools};
+  /// They have less time than they usually have.
+  tks::test::ScriptedTools tools{folder.path(), tks::test::ScriptedTools::Others::missing};
   tks::test::LogRecorder log;
 };
 
 TEST_F(HealthTools, AnAcceptingAssessmentIsRememberedByTheFingerprint) {
-  script(Tool::spctl, "echo \"$3: accepted\" >&2; echo x >> '" + folder / "runs" + "'");
+  tools.script(Tool::spctl, "echo \"$3: accepted\" >&2; echo x >> '" + folder / "runs" + "'");
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
   EXPECT_EQ(tks::test::contentOf(folder / "runs"), "x\n");
@@ -81,7 +56,7 @@ TEST_F(HealthTools, AToolThatEndsWithoutAGoodWordMakesTheAppBroken) {
       {"on the wrong output", "echo \"$3: accepted\""},
       {"ten megabytes", "head -c 10485760 /dev/zero | tr '\\0' a >&2; echo >&2; echo no >&2"}};
   for (const auto& [name, lines] : ways) {
-    script(Tool::spctl, lines);
+    tools.script(Tool::spctl, lines);
     EXPECT_TRUE(TKSUtilBase::isBrokenApp(app)) << name;
     EXPECT_TRUE(log.has(4, "Further verify result: 1, 0, 0")) << name;
     log.clear();
@@ -100,31 +75,31 @@ TEST_F(HealthTools, AToolThatIsNotToBeHadOrEndedEarlyGivesNoVerdict) {
         << name;
     EXPECT_THAT(log.texts(4), ::testing::Not(::testing::Contains("Verify result not accepted, go further check")));
   };
-  paths[Tool::spctl] = folder / "missing";
+  tools.put(Tool::spctl, folder / "missing");
   expectNone("missing", "run \"" + (folder / "missing") + "\": No such file or directory");
-  script(Tool::spctl, "echo \"$3: rejected\" >&2");
-  fs::permissions(paths[Tool::spctl], fs::perms(0644));
+  tools.script(Tool::spctl, "echo \"$3: rejected\" >&2");
+  fs::permissions(tools.pathOf(Tool::spctl), fs::perms(0644));
   expectNone("without the right to run", "Permission denied");
-  script(Tool::spctl, "echo \"$3: rejected\" >&2; kill -9 $$");
+  tools.script(Tool::spctl, "echo \"$3: rejected\" >&2; kill -9 $$");
   expectNone("killed", "(signal: 9)");
-  script(Tool::spctl, "echo error while loading shared libraries >&2; exit 127");
+  tools.script(Tool::spctl, "echo error while loading shared libraries >&2; exit 127");
   expectNone("not loaded", "Can not access a needed shared library");
-  script(Tool::spctl, "sleep 1000");
-  tools.limit = std::chrono::seconds(1);
+  tools.script(Tool::spctl, "sleep 1000");
+  tools.limitTime(std::chrono::seconds(1));
   expectNone("hanging", "timed out");
   EXPECT_FALSE(TKSUtilBaseHelper::hasHashValueWithAppPath(app));
   EXPECT_THAT(tks::test::children(), ::testing::IsEmpty());
 }
 
 TEST_F(HealthTools, TenMegabytesBeforeTheVerdictAreRead) {
-  script(Tool::spctl, "head -c 10485760 /dev/zero | tr '\\0' a >&2; echo >&2; echo \"$3: accepted\" >&2");
+  tools.script(Tool::spctl, "head -c 10485760 /dev/zero | tr '\\0' a >&2; echo >&2; echo \"$3: accepted\" >&2");
   EXPECT_FALSE(TKSUtilBase::isBrokenApp(app));
 }
 
 TEST_F(HealthTools, AFingerprintIsTheDigestOfWhoHoldsTheAppOpen) {
   for (const Tool tool : {Tool::lsof, Tool::shasum}) {
-    paths[tool] = tks::gnulinux::standardToolPath(tool);
-    if (paths[tool].empty()) GTEST_SKIP() << "no such tool here";
+    tools.put(tool, tks::gnulinux::standardToolPath(tool));
+    if (tools.pathOf(tool).empty()) GTEST_SKIP() << "no such tool here";
   }
   const std::optional<std::string> fingerprint = TKSUtilBase::hashFilePropertiesWithAppPath(app);
   ASSERT_TRUE(fingerprint);
@@ -132,7 +107,7 @@ TEST_F(HealthTools, AFingerprintIsTheDigestOfWhoHoldsTheAppOpen) {
 }
 
 TEST_F(HealthTools, FingerprintsMayBeSetAndReadByAnyThread) {
-  tools.limit = std::chrono::seconds(60);
+  tools.limitTime(std::chrono::seconds(60));
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&, i] {

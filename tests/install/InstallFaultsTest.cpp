@@ -10,8 +10,8 @@
 #include <filesystem>
 
 #include "tests/install/InstallTest.h"
+#include "tests/support/FakeApplications.h"
 #include "tests/support/ForwardingFiles.h"
-#include "tests/support/NoApplications.h"
 #include "tests/support/ProcessState.h"
 #include "tests/support/SmallVolume.h"
 #include "tests/support/Unprivileged.h"
@@ -384,7 +384,7 @@ TEST_F(FailedInstallation, OfEntriesThatShareTheirContentGrowsNoFurther) {
   const std::string zip = file(
       "shared.zip", tks::test::zipWithSharedContent(std::string(TKSAppName) + "/", 1000, std::string(1'000'000, 'x')));
   std::uintmax_t grown = 0;
-  world.tools.afterUnzip = [&] {
+  world.tools.after[Tool::unzip] = [&](const auto&) {
     for (const auto& entry : fs::recursive_directory_iterator(world.unpackFolder())) {
       if (entry.is_regular_file()) grown += entry.file_size();
     }

@@ -5,6 +5,7 @@
 #include <filesystem>
 
 #include "tests/install/InstallTest.h"
+#include "tests/support/FakeSignatures.h"
 #include "tests/support/ProcessState.h"
 
 namespace {
@@ -117,7 +118,7 @@ TEST_F(InstallLauncher, MakesTheLauncherAndItsExtensionsExecutable) {
 TEST_F(InstallLauncher, RemovesTheQuarantineMark) {
   // The mark lies on the unpacked bundle, as the system's own unpacker leaves it.
   bool marked = false;
-  world.tools.afterUnzip = [&] {
+  world.tools.after[Tool::unzip] = [&](const auto&) {
     marked = ::setxattr(world.unpackedByTool().c_str(), "user.com.apple.quarantine", "0081", 4, 0) == 0;
   };
   ASSERT_TRUE(install("5.0.1", archive("5.0.1")));
@@ -306,27 +307,7 @@ TEST_F(InstallLauncher, UnpacksWhereNobodyElseMayLook) {
 }
 
 TEST_F(InstallLauncher, ChecksThePackageBeforeItIsMovedAndNotAgainOnOneVolume) {
-  class CountingSignatures final : public tks::platform::Signatures {
-   public:
-    std::int32_t create(std::string_view path, std::unique_ptr<tks::platform::StaticCode>& code) override {
-      paths.emplace_back(path);
-      return replaced_.before().create(path, code);
-    }
-    std::int32_t commonName(const TKSData& certificate, std::string& name) override {
-      return replaced_.before().commonName(certificate, name);
-    }
-    std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) override {
-      return replaced_.before().organizationalUnit(certificate, unit);
-    }
-    bool leadsToRoot(const TKSArray& chain, std::string_view root) override {
-      return replaced_.before().leadsToRoot(chain, root);
-    }
-    std::vector<std::string> paths;
-
-   private:
-    tks::platform::Replaced<tks::platform::Signatures> replaced_{*this};
-  };
-  CountingSignatures signatures;
+  tks::test::WatchedSignatures signatures;
   ASSERT_TRUE(install("5.0.1", archive("5.0.1")));
   EXPECT_THAT(signatures.paths, ElementsAre(world.unpacked(), world.unpacked(), world.unpacked()))
       << "the plain check, who signed, the check in depth";

@@ -11,6 +11,8 @@
 
 #include "install/ArchiveCheck.h"
 #include "tests/install/InstallTest.h"
+#include "tests/support/FakeArchives.h"
+#include "tests/support/FakeSignatures.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/ZipWriter.h"
 
@@ -23,10 +25,12 @@ using testing::IsEmpty;
 using tks::platform::ArchiveEntry;
 using tks::platform::ArchiveFormat;
 using tks::platform::Tool;
+using tks::test::FakeArchives;
 using tks::test::launcherAt;
 using tks::test::LauncherPlan;
 using tks::test::LogLine;
 using tks::test::namesIn;
+using tks::test::WatchedSignatures;
 using tks::test::writeFile;
 using tks::test::ZipEntry;
 using tks::test::zipOf;
@@ -44,52 +48,6 @@ class InstallThreats : public tks::test::InstallTest {
 };
 
 // Somebody who changes the package after it was checked.
-
-/// Signatures that let a test do something once the check for installing is over.
-class SignaturesWithASequel final : public tks::platform::Signatures {
- public:
-  explicit SignaturesWithASequel(std::function<void()> sequel) : sequel_(std::move(sequel)) {}
-
-  std::int32_t create(std::string_view path, std::unique_ptr<tks::platform::StaticCode>& code) override {
-    std::unique_ptr<tks::platform::StaticCode> real;
-    const std::int32_t status = replaced_.before().create(path, real);
-    if (status == 0) code = std::make_unique<Code>(std::move(real), sequel_);
-    return status;
-  }
-  std::int32_t commonName(const TKSData& certificate, std::string& name) override {
-    return replaced_.before().commonName(certificate, name);
-  }
-  std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) override {
-    return replaced_.before().organizationalUnit(certificate, unit);
-  }
-  bool leadsToRoot(const TKSArray& chain, std::string_view root) override {
-    return replaced_.before().leadsToRoot(chain, root);
-  }
-
- private:
-  class Code final : public tks::platform::StaticCode {
-   public:
-    Code(std::unique_ptr<tks::platform::StaticCode> real, std::function<void()>& sequel)
-        : real_(std::move(real)), sequel_(sequel) {}
-    std::int32_t checkValidity(std::string& details) override { return real_->checkValidity(details); }
-    std::int32_t checkForInstalling(std::string& details) override {
-      const std::int32_t status = real_->checkForInstalling(details);
-      if (const std::function<void()> sequel = std::exchange(sequel_, nullptr)) sequel();
-      return status;
-    }
-    std::int32_t checkOneSigner(std::string& details) override { return real_->checkOneSigner(details); }
-    std::int32_t copySigningInformation(TKSDictionary& information) override {
-      return real_->copySigningInformation(information);
-    }
-
-   private:
-    std::unique_ptr<tks::platform::StaticCode> real_;
-    std::function<void()>& sequel_;
-  };
-
-  std::function<void()> sequel_;
-  tks::platform::Replaced<tks::platform::Signatures> replaced_{*this};
-};
 
 TEST_F(InstallThreats, APackageThatIsChangedAfterTheCheckIsNotInstalled) {
   const std::pair<const char*, std::function<void()>> rows[] = {
@@ -112,7 +70,7 @@ TEST_F(InstallThreats, APackageThatIsChangedAfterTheCheckIsNotInstalled) {
   const std::string zip = archive("5.0.1");
   for (const auto& [what, sequel] : rows) {
     {
-      const SignaturesWithASequel signatures(sequel);
+      WatchedSignatures signatures(sequel);
       EXPECT_FALSE(install("5.0.1", zip)) << what;
     }
     EXPECT_TRUE(logged(2, "Install TKS done, result: 0, any error: (Error ") || logged(8, "Unsafe to install '"))
@@ -127,14 +85,14 @@ TEST_F(InstallThreats, APackageThatIsExchangedForAnotherOfTheMakersIsProvenAgain
   tks::test::makeLauncher(base_ / "same", LauncherPlan{.version = "5.0.1"});
   tks::test::makeLauncher(base_ / "older", LauncherPlan{.version = "4.0"});
   {
-    const SignaturesWithASequel signatures([&] {
+    WatchedSignatures signatures([&] {
       fs::remove_all(world.unpacked());
       fs::rename(base_ / "older", world.unpacked());
     });
     EXPECT_FALSE(install("5.0.1", zip));
     EXPECT_EQ(launcherAt(target()), "4.9");
   }
-  const SignaturesWithASequel signatures([&] {
+  WatchedSignatures signatures([&] {
     fs::remove_all(world.unpacked());
     fs::rename(base_ / "same", world.unpacked());
   });
@@ -146,7 +104,7 @@ TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
   // Written through memory that was written to before, which sets no time of change.
   world.host.bundleIdentifier.reset();
   char* mapped = nullptr;
-  world.tools.afterUnzip = [&] {
+  world.tools.after[Tool::unzip] = [&](const auto&) {
     const int file = ::open(contentPath(world.unpackedByTool()).c_str(), O_RDWR | O_CLOEXEC);
     void* const memory = ::mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     ::close(file);
@@ -156,7 +114,7 @@ TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
   };
   {
     const std::string zip = archive("5.0.1");
-    const SignaturesWithASequel signatures([&] { *mapped ^= 1; });
+    WatchedSignatures signatures([&] { *mapped ^= 1; });
     EXPECT_FALSE(install("5.0.1", zip));
   }
   ASSERT_NE(mapped, nullptr);
@@ -254,23 +212,6 @@ class ArchiveThreats : public InstallThreats {
   }
 };
 
-/// Archives that say what a test wants.
-class SaidArchives final : public tks::platform::Archives {
- public:
-  std::function<ArchiveEntry(int number)> entry;
-  int count = 1;
-
-  bool inspect(std::string_view, ArchiveFormat, const std::function<bool(const ArchiveEntry&)>& visit,
-               TKSError*) override {
-    for (int i = 0; i < count && visit(entry(i)); ++i) {
-    }
-    return true;
-  }
-
- private:
-  tks::platform::Replaced<tks::platform::Archives> replaced_{*this};
-};
-
 constexpr std::uint32_t kLink = 0120777;
 
 TEST_F(ArchiveThreats, NamesThatLeadOutOfTheFolderAreRefused) {
@@ -320,7 +261,7 @@ TEST_F(ArchiveThreats, ALinkThatLeavesTheLauncherIsRefused) {
   EXPECT_TRUE(logged(8, "Refuse to unpack: " + shown(zip) + ", a link leads out of the folder: "));
   expectUntouched();
   // Where the look into the archive does not tell, the signature does: nothing that is sealed leads out.
-  SaidArchives archives;
+  FakeArchives archives;
   archives.entry = [](int) { return ArchiveEntry{std::string(TKSAppName), ArchiveEntry::Kind::folder, 0, ""}; };
   EXPECT_FALSE(install("5.0.1", zip));
   EXPECT_TRUE(logged(8, "Unsafe to install '"));
@@ -328,14 +269,14 @@ TEST_F(ArchiveThreats, ALinkThatLeavesTheLauncherIsRefused) {
 }
 
 TEST_F(ArchiveThreats, TooManyEntriesAreRefused) {
-  SaidArchives archives;
+  FakeArchives archives;
   archives.count = 1'000'000;
   archives.entry = [](int number) { return ArchiveEntry{std::to_string(number), ArchiveEntry::Kind::file, 1, ""}; };
   EXPECT_EQ(objectionTo({}), "too many entries: \"200000\"");
 }
 
 TEST_F(ArchiveThreats, SizesThatAreNotToBeHadAreRefused) {
-  SaidArchives archives;
+  FakeArchives archives;
   archives.count = 3;
   archives.entry = [](int number) {
     return ArchiveEntry{std::to_string(number), ArchiveEntry::Kind::file, UINT64_MAX / 2, ""};
@@ -344,7 +285,7 @@ TEST_F(ArchiveThreats, SizesThatAreNotToBeHadAreRefused) {
 }
 
 TEST_F(ArchiveThreats, WhatIsNeitherFileNorFolderNorLinkIsRefused) {
-  SaidArchives archives;
+  FakeArchives archives;
   for (const auto kind : {ArchiveEntry::Kind::hardLink, ArchiveEntry::Kind::other}) {
     archives.entry = [&](int) { return ArchiveEntry{"odd", kind, 0, "target"}; };
     EXPECT_EQ(objectionTo({}), "neither file, folder nor link: \"odd\"");
@@ -352,7 +293,7 @@ TEST_F(ArchiveThreats, WhatIsNeitherFileNorFolderNorLinkIsRefused) {
 }
 
 TEST_F(ArchiveThreats, LinksThatLeadOutOfTheFolderAreRefused) {
-  SaidArchives archives;
+  FakeArchives archives;
   std::string target;
   archives.entry = [&](int) { return ArchiveEntry{"a/b/link", ArchiveEntry::Kind::link, 0, target}; };
   for (const char* out : {"/etc/passwd", "../../../x", "../../..", "c/../../../../x"}) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -9,12 +10,14 @@
 
 #include <tksinterface/tksinterface.h>
 
-#include "platform/linux/processes/tool_runner.h"
 #include "platform/platform.h"
 #include "tests/codesign/Fixtures.h"
 #include "tests/support/BuildPaths.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/FakeApplications.h"
+#include "tests/support/FakeHome.h"
 #include "tests/support/FakeHostProcess.h"
+#include "tests/support/ScriptedTools.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tks::test {
@@ -63,115 +66,28 @@ inline std::string zipped(const std::string& folder, const std::string& name, co
 }
 
 /// The real tools, but for those that a test replaces by scripts; notes what was run.
-class InstallTools final : public platform::SystemTools {
+class InstallTools final : public ScriptedTools {
  public:
-  explicit InstallTools(std::string folder) : folder_(std::move(folder)) {
-    paths_[platform::Tool::spctl] = buildFolder() + "/spctl";
+  explicit InstallTools(const std::string& folder) : ScriptedTools(folder, Others::ofTheSystem) {
+    put(platform::Tool::spctl, buildFolder() + "/spctl");
     // The listing of open files is of no matter here, and takes its time.
     script(platform::Tool::lsof, "echo nothing");
     script(platform::Tool::shasum, "cat > /dev/null; echo 0123");
+    limitTime(std::chrono::seconds(300));
   }
-
-  void script(platform::Tool tool, const std::string& lines) {
-    const std::string path = folder_ + "/tool" + std::to_string(static_cast<int>(tool));
-    writeFile(path, "#!/bin/sh\n" + lines + "\n");
-    std::filesystem::permissions(path, std::filesystem::perms(0755));
-    paths_[tool] = path;
-  }
-  void remove(platform::Tool tool) { paths_[tool] = ""; }
-  void limitTime(std::chrono::seconds limit) { limit_ = limit; }
-
-  platform::ToolResult run(const platform::ToolRequest& request) override {
-    requests.push_back(request);
-    if (request.tool == platform::Tool::spctl && beforeAssessment) beforeAssessment(request.arguments.back());
-    platform::ToolRequest limited = request;
-    limited.timeLimit = limit_;
-    platform::ToolResult result = runner_->run(limited);
-    if (request.tool == platform::Tool::unzip && afterUnzip) afterUnzip();
-    return result;
-  }
-  std::size_t runs(platform::Tool tool) const {
-    std::size_t count = 0;
-    for (const platform::ToolRequest& request : requests) count += request.tool == tool ? 1 : 0;
-    return count;
-  }
-
-  std::vector<platform::ToolRequest> requests;
-  /// Done when the unpacker has ended.
-  std::function<void()> afterUnzip;
-  /// Done before a bundle is assessed, whose path it is told.
-  std::function<void(const std::string& bundle)> beforeAssessment;
-
- private:
-  std::string folder_;
-  std::map<platform::Tool, std::string> paths_;
-  std::chrono::seconds limit_{300};
-  std::unique_ptr<platform::SystemTools> runner_ = gnulinux::makeSystemTools([this](platform::Tool tool) {
-    const auto found = paths_.find(tool);
-    return found != paths_.end() ? found->second : gnulinux::standardToolPath(tool);
-  });
-  platform::Replaced<platform::SystemTools> replaced_{*this};
-};
-
-/// The running applications below a folder alone: nobody else's launcher is ended by a test.
-class ApplicationsBelow final : public platform::RunningApplications {
- public:
-  explicit ApplicationsBelow(std::string folder) : folder_(std::move(folder)) {}
-  bool refuses = false;
-  int terminated = 0;
-
-  std::optional<TKSRunningApplication> find(std::int32_t pid) override { return replaced_.before().find(pid); }
-  std::vector<TKSRunningApplication> list() override {
-    std::vector<TKSRunningApplication> found = replaced_.before().list();
-    std::erase_if(found, [&](const TKSRunningApplication& one) { return !one.bundlePath.starts_with(folder_); });
-    return found;
-  }
-  bool forceTerminate(const TKSRunningApplication& application) override {
-    return !refuses && replaced_.before().forceTerminate(application);
-  }
-  bool terminate(const TKSRunningApplication& application) override {
-    return replaced_.before().terminate(application);
-  }
-  std::optional<TKSRunningApplication> launch(std::string_view, const std::vector<std::string>&, TKSError*) override {
-    return std::nullopt;
-  }
-  bool hasLastUsedDate(std::string_view) override { return false; }
-  void terminateThisApplication() override { ++terminated; }
-
- private:
-  std::string folder_;
-  platform::Replaced<platform::RunningApplications> replaced_{*this};
-};
-
-/// Folders that lie below one folder, so that several processes can have the same.
-class FoldersBelow final : public platform::KnownFolders {
- public:
-  explicit FoldersBelow(std::string base) : base_(std::move(base)), temporary_(base_ + "/tmp") {
-    std::filesystem::create_directories(base_ + "/home");
-    std::filesystem::create_directories(temporary_);
-  }
-  std::string realHome() override { return base_ + "/home"; }
-  std::string temporary() override { return temporary_; }
-  std::string documents() override { return realHome() + "/Documents"; }
-  void setTemporary(std::string path) { temporary_ = std::move(path); }
-
- private:
-  std::string base_;
-  std::string temporary_;
-  platform::Replaced<platform::KnownFolders> replaced_{*this};
 };
 
 /// All that an installation meets, below one folder.
 class InstallWorld {
  public:
-  explicit InstallWorld(const std::string& base) : folders(base), tools(base), applications(base) {
+  explicit InstallWorld(const std::string& base) : folders(base), tools(base), applications({base}) {
     host.bundleIdentifier = "com.tarvo.host";
   }
 
   FoldersBelow folders;
   FakeHostProcess host;
   InstallTools tools;
-  ApplicationsBelow applications;
+  OwnApplications applications;
 
   /// Where the unpacker put the launcher last.
   std::string unpackedByTool() const {

@@ -219,8 +219,8 @@ TEST_F(InterruptedInstallation, ByHostsWithTemporaryFoldersOfTheirOwnIsNeverAMix
 class AssessedAlone {
  public:
   AssessedAlone(tks::test::InstallWorld& world, const std::string& place) {
-    world.tools.beforeAssessment = [this, place](const std::string& bundle) {
-      if (bundle != place) return;
+    world.tools.before[Tool::spctl] = [this, place](const tks::platform::ToolRequest& request) {
+      if (request.arguments.back() != place) return;
       made_ = true;
       const std::string parent = place.substr(0, place.rfind('/'));
       if (tks::platform::files().lock(parent, std::chrono::milliseconds(0), nullptr)) disturbed_ = true;

@@ -7,8 +7,9 @@
 #include <tksinterface/TKSConstants.h>
 
 #include "platform/backend.h"
-#include "tests/install/FakeSignatures.h"
 #include "tests/interface/FakeWorld.h"
+#include "tests/support/FakeSignatures.h"
+#include "tests/support/FakeTools.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ZipWriter.h"
 
@@ -16,6 +17,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using tks::test::FakeTools;
 using tks::test::FakeWorld;
 using tks::test::LogLine;
 using tks::test::LogRecorder;
@@ -112,21 +114,11 @@ TEST_F(AppManager, NewerArchiveThatCannotBeInstalledIsAFailure) {
   EXPECT_EQ(manager_.getBundleVersion(manager_.TKSAppPath), "4.1.2");
 }
 
-/// The tools of the system, but for the assessment, which accepts everything.
-class AcceptingTools final : public tks::platform::SystemTools {
- public:
-  tks::platform::ToolResult run(const tks::platform::ToolRequest& request) override {
-    if (request.tool != tks::platform::Tool::spctl)
-      return tks::platform::backend<tks::platform::SystemTools>().run(request);
-    return {.started = true, .output = request.arguments.back() + ": accepted\n", .exitCode = 0, .error = {}};
-  }
-
- private:
-  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
-};
-
 TEST_F(AppManager, LauncherOfANewerArchiveTakesItsPlaceUnderTheTrimmedVersion) {
-  const AcceptingTools tools;
+  FakeTools tools(tks::platform::backend<tks::platform::SystemTools>());
+  tools.play(tks::platform::Tool::spctl, [](const tks::platform::ToolRequest& request) {
+    return FakeTools::printed(request.arguments.back() + ": accepted\n");
+  });
   tks::test::FakeSignatures signatures;
   signatures.signedBy(TKSTarvoCodeSignTeamID,
                       {std::string(kTarvoCertificate), "Developer ID Certification Authority", "Apple Root CA"});

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/interface/FakeWorld.h"
-#include "tests/support/CountedBackgroundWork.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/HostLoop.h"
 
 // A facade that the host destroys in its log callback, in the midst of whatever the line is about. What is touched

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "tests/interface/FacadeTest.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/Orders.h"
-#include "tests/support/PlayedBackground.h"
 
 // The callers of one facade, a launcher and its channel: every order of up to six of the things that they can do.
 // Whatever meets whatever, each call hears of its end once.

@@ -1,4 +1,5 @@
 #include "tests/interface/FacadeTest.h"
+#include "tests/support/FakeBackgroundWork.h"
 
 namespace {
 
@@ -12,6 +13,7 @@ using testing::StartsWith;
 using tks::test::drainUntil;
 using tks::test::FacadeTest;
 using tks::test::LogLine;
+using tks::test::NoThreads;
 
 class FacadeRelaunch : public FacadeTest {
  protected:
@@ -64,15 +66,6 @@ TEST_F(FacadeRelaunch, GivesUpAfterFiftyOneLooks) {
   EXPECT_EQ(world_.clock.sleepsOnMainThread(), 0);
   EXPECT_EQ(world_.processes.count(), 0u);
 }
-
-/// No thread for anything.
-class NoThreads final : public tks::platform::BackgroundWork {
- public:
-  bool submit(std::function<void()>&&) override { return false; }
-
- private:
-  tks::platform::Replaced<tks::platform::BackgroundWork> replaced_{*this};
-};
 
 TEST_F(FacadeRelaunch, WithoutAThreadToWaitOnIsAnError) {
   tks_.appManager->connectedTKSPid = 77;

@@ -107,7 +107,7 @@ TEST_F(FacadeStart, LauncherThatAnotherHostReplacesIsNotLookedAtAfterAFailedLaun
   HeldFiles files;
   tks_.start(finish(), error());
   ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
-  EXPECT_EQ(world_.tools.runs, 0);
+  EXPECT_EQ(world_.tools.runs(), 0u);
   EXPECT_TRUE(std::filesystem::exists(world_.executable()));
   EXPECT_EQ(files.longestOnMainThread, std::chrono::milliseconds(2000));
 }
@@ -325,7 +325,7 @@ TEST_F(FacadeStart, BrokenLauncherIsRemovedBeforeTheHostIsTold) {
 TEST_F(FacadeStart, NoOtherHostReplacesALauncherThatIsLookedAt) {
   world_.preferences.values = {};
   bool alone = false;
-  world_.tools.onAssessment = [&] {
+  world_.onAssessment = [&] {
     alone = !tks::platform::files().lock(world_.folder.path(), std::chrono::milliseconds(0), nullptr);
   };
   tks_.start(finish(), error());
@@ -336,7 +336,7 @@ TEST_F(FacadeStart, NoOtherHostReplacesALauncherThatIsLookedAt) {
 
 TEST_F(FacadeStart, HealthyLauncherStaysAfterAFailedLaunch) {
   world_.preferences.values = {};
-  world_.tools.assessment = world_.bundle() + ": accepted\n";
+  world_.assessment = world_.bundle() + ": accepted\n";
   tks_.start(finish(), error());
   ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
   EXPECT_THAT(log_.texts(8), Not(Contains("App broken, about to clean up the broken tks app.")));
@@ -346,7 +346,7 @@ TEST_F(FacadeStart, HealthyLauncherStaysAfterAFailedLaunch) {
 TEST_F(FacadeStart, LauncherWithoutAVerdictStaysAfterAFailedLaunch) {
   world_.preferences.values = {};
   world_.makeALauncherOfIt();
-  world_.tools.withoutAssessment = true;
+  world_.withoutAssessment = true;
   tks_.start(finish(), error());
   ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));
   EXPECT_TRUE(std::filesystem::exists(world_.executable()));
@@ -359,7 +359,7 @@ TEST_F(FacadeStart, NobodyLooksForABrokenLauncherWhenNobodyIsTold) {
   tks_.start(finish(), nullptr);
   ASSERT_TRUE(waitForStatus(TKSI_APP_STATUS_UNCONNECTED));
   settle();
-  EXPECT_EQ(world_.tools.runs, 0);
+  EXPECT_EQ(world_.tools.runs(), 0u);
   EXPECT_TRUE(std::filesystem::exists(world_.executable()));
 }
 

@@ -5,6 +5,7 @@
 #include "interface/LaunchArguments.h"
 #include "interface/LaunchExecutable.h"
 #include "tests/interface/LaunchingTest.h"
+#include "tests/support/FakeChildProcesses.h"
 #include "tests/support/HostLoop.h"
 
 namespace {
@@ -21,35 +22,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-constexpr std::int32_t kPid = 4711;
-
-/// Children that are numbered and nothing else.
-class PlayedChildren final : public tks::platform::ChildProcesses {
- public:
-  bool refuses = false;
-  std::vector<ChildRequest> requests;
-  std::function<void(ChildEnd)> ended;
-  std::function<void(const std::function<void(ChildEnd)>&)> onStart;
-  /// The end of the child, while the loop has not told it.
-  std::optional<ChildEnd> untold;
-
-  std::int32_t start(const ChildRequest& request, std::function<void(ChildEnd)> whenEnded, TKSError* error) override {
-    requests.push_back(request);
-    ended = std::move(whenEnded);
-    if (onStart) onStart(ended);
-    if (!refuses) return kPid;
-    if (error != nullptr) *error = TKSError{"NSPOSIXErrorDomain", 8, "start \"x\": Exec format error"};
-    return 0;
-  }
-  std::optional<ChildEnd> untoldEnd(std::int32_t process) override { return process == kPid ? untold : std::nullopt; }
-  bool end(std::int32_t, bool) override { return false; }
-  bool hasOpenForWriting(std::int32_t, const tks::platform::ChannelIdentity&) override { return false; }
-  int originalStandardInput() override { return 71; }
-  int originalStandardOutput() override { return 72; }
-
- private:
-  tks::platform::Replaced<tks::platform::ChildProcesses> replaced_{*this};
-};
+constexpr std::int32_t kPid = tks::test::PlayedChildren::kFirstPid;
 
 class LaunchExecutable : public LaunchingTest {
  protected:

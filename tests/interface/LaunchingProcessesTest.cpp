@@ -18,6 +18,7 @@
 
 #include "platform/platform.h"
 #include "tests/interface/LaunchingTest.h"
+#include "tests/support/FakeClock.h"
 #include "tests/support/FakeLauncher.h"
 #include "tests/support/Frames.h"
 #include "tests/support/FreshProcess.h"
@@ -36,44 +37,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-/// The applications of the system, but only those of this test: others may be running launchers of their own.
-class OwnApplications final : public tks::platform::RunningApplications {
- public:
-  explicit OwnApplications(std::vector<std::string> bundles) : bundles_(std::move(bundles)) {}
-  std::optional<TKSRunningApplication> find(std::int32_t pid) override { return real().find(pid); }
-  std::vector<TKSRunningApplication> list() override {
-    std::vector<TKSRunningApplication> found = real().list();
-    std::erase_if(found, [&](const TKSRunningApplication& each) {
-      return std::find(bundles_.begin(), bundles_.end(), each.bundlePath) == bundles_.end();
-    });
-    return found;
-  }
-  bool forceTerminate(const TKSRunningApplication& application) override { return real().forceTerminate(application); }
-  bool terminate(const TKSRunningApplication& application) override { return real().terminate(application); }
-  std::optional<TKSRunningApplication> launch(std::string_view path, const std::vector<std::string>& arguments,
-                                              TKSError* error) override {
-    return real().launch(path, arguments, error);
-  }
-  bool hasLastUsedDate(std::string_view path) override { return real().hasLastUsedDate(path); }
-  void terminateThisApplication() override {}
-
- private:
-  RunningApplications& real() { return replaced_.before(); }
-  std::vector<std::string> bundles_;
-  tks::platform::Replaced<tks::platform::RunningApplications> replaced_{*this};
-};
-
-/// Waits a hundredth of the time.
-class QuickClock final : public tks::platform::Clock {
- public:
-  std::string localTimestamp() override { return replaced_.before().localTimestamp(); }
-  double secondsSince1970() override { return replaced_.before().secondsSince1970(); }
-  void sleep(std::chrono::microseconds duration) override { replaced_.before().sleep(duration / 100); }
-
- private:
-  tks::platform::Replaced<tks::platform::Clock> replaced_{*this};
-};
 
 /// Real processes, on a lab device.
 class LaunchingProcesses : public ::testing::Test {

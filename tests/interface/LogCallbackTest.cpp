@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "tests/interface/FakeWorld.h"
-#include "tests/support/CountedBackgroundWork.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/FreshProcess.h"
 
 // A host's log callback may call anything. What it calls here is every public operation, from the lines of every other:

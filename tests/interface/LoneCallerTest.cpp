@@ -13,8 +13,8 @@
 #include "interface/Session.h"
 #include "tests/interface/DescribedFacade.h"
 #include "tests/interface/FakeWorld.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/Orders.h"
-#include "tests/support/PlayedBackground.h"
 
 // A single caller, who asks for the next thing when the last one has been answered: what the facade logs, sends and
 // calls is what is described, line for line, and the session's table says the same. Every order of up to six of the

@@ -10,22 +10,14 @@
 #include <tksinterface/TKSMessageVocabulary.h>
 
 #include "platform/platform.h"
+#include "tests/support/FakeJson.h"
 
 // What the message record keeps away from its callers, and the shapes in which messages travel.
 
 namespace {
 
-/// A reader that throws instead of answering.
-class ThrowingReader final : public tks::platform::Json {
- public:
-  TKSValue parse(std::string_view, TKSError*) override { throw std::runtime_error("the reader broke down"); }
-
- private:
-  tks::platform::Replaced<tks::platform::Json> replaced_{*this};
-};
-
 TEST(MessageGuard, ReaderThatThrowsIsAnErrorWithTheTextOfTheException) {
-  const ThrowingReader reader;
+  const tks::test::ThrowingReader reader(std::runtime_error("the reader broke down"));
   TKSError error;
   EXPECT_TRUE(TKSMessage::JSONStringToObject("{}", &error).isNothing());
   EXPECT_EQ(error, (TKSError{std::string(commonErrorDomain), 0, "the reader broke down"}));
@@ -33,7 +25,7 @@ TEST(MessageGuard, ReaderThatThrowsIsAnErrorWithTheTextOfTheException) {
 }
 
 TEST(MessageGuard, ReaderThatThrowsFailsAParseWithItsOwnText) {
-  const ThrowingReader reader;
+  const tks::test::ThrowingReader reader(std::runtime_error("the reader broke down"));
   TKSMessage message;
   message.messageType = "kept";
   TKSError error;

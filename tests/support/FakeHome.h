@@ -37,4 +37,22 @@ class FakeHome final : public platform::KnownFolders {
   platform::Replaced<platform::KnownFolders> replaced_;
 };
 
+/// Folders that lie below one folder, so that several processes can have the same.
+class FoldersBelow final : public platform::KnownFolders {
+ public:
+  explicit FoldersBelow(std::string base) : base_(std::move(base)), temporary_(base_ + "/tmp") {
+    std::filesystem::create_directories(base_ + "/home");
+    std::filesystem::create_directories(temporary_);
+  }
+  std::string realHome() override { return base_ + "/home"; }
+  std::string temporary() override { return temporary_; }
+  std::string documents() override { return realHome() + "/Documents"; }
+  void setTemporary(std::string path) { temporary_ = std::move(path); }
+
+ private:
+  std::string base_;
+  std::string temporary_;
+  platform::Replaced<platform::KnownFolders> replaced_{*this};
+};
+
 }  // namespace tks::test

@@ -1,18 +1,22 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/platform.h"
 
 namespace tks::test {
 
+// The doubles of signatures.
+
 /// Signatures that answer what a test says, and note what was asked.
-class FakeSignatures final : public tks::platform::Signatures {
+class FakeSignatures final : public platform::Signatures {
  public:
   std::int32_t createStatus = 0;
   std::int32_t validity = 0;
@@ -40,7 +44,7 @@ class FakeSignatures final : public tks::platform::Signatures {
     information.set("certificates", chain);
   }
 
-  std::int32_t create(std::string_view path, std::unique_ptr<tks::platform::StaticCode>& code) override {
+  std::int32_t create(std::string_view path, std::unique_ptr<platform::StaticCode>& code) override {
     asked.emplace_back("create");
     paths.emplace_back(path);
     if (createStatus == 0) code = std::make_unique<Code>(*this);
@@ -65,7 +69,7 @@ class FakeSignatures final : public tks::platform::Signatures {
   }
 
  private:
-  class Code final : public tks::platform::StaticCode {
+  class Code final : public platform::StaticCode {
    public:
     explicit Code(FakeSignatures& owner) : owner_(owner) {}
     std::int32_t checkValidity(std::string& answer) override {
@@ -92,6 +96,57 @@ class FakeSignatures final : public tks::platform::Signatures {
    private:
     FakeSignatures& owner_;
   };
+};
+
+/// The signatures that are in force, and what is asked of them, for a scope.
+class WatchedSignatures final : public platform::Signatures {
+ public:
+  explicit WatchedSignatures(std::function<void()> then = nullptr) : sequel(std::move(then)) {}
+
+  /// What was opened, in order.
+  std::vector<std::string> paths;
+  /// Done once, after the first check for installing.
+  std::function<void()> sequel;
+
+  std::int32_t create(std::string_view path, std::unique_ptr<platform::StaticCode>& code) override {
+    paths.emplace_back(path);
+    std::unique_ptr<platform::StaticCode> real;
+    const std::int32_t status = replaced_.before().create(path, real);
+    if (status == 0) code = std::make_unique<Code>(std::move(real), sequel);
+    return status;
+  }
+  std::int32_t commonName(const TKSData& certificate, std::string& name) override {
+    return replaced_.before().commonName(certificate, name);
+  }
+  std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) override {
+    return replaced_.before().organizationalUnit(certificate, unit);
+  }
+  bool leadsToRoot(const TKSArray& chain, std::string_view root) override {
+    return replaced_.before().leadsToRoot(chain, root);
+  }
+
+ private:
+  class Code final : public platform::StaticCode {
+   public:
+    Code(std::unique_ptr<platform::StaticCode> real, std::function<void()>& sequel)
+        : real_(std::move(real)), sequel_(sequel) {}
+    std::int32_t checkValidity(std::string& details) override { return real_->checkValidity(details); }
+    std::int32_t checkForInstalling(std::string& details) override {
+      const std::int32_t status = real_->checkForInstalling(details);
+      if (const std::function<void()> next = std::exchange(sequel_, nullptr)) next();
+      return status;
+    }
+    std::int32_t checkOneSigner(std::string& details) override { return real_->checkOneSigner(details); }
+    std::int32_t copySigningInformation(TKSDictionary& information) override {
+      return real_->copySigningInformation(information);
+    }
+
+   private:
+    std::unique_ptr<platform::StaticCode> real_;
+    std::function<void()>& sequel_;
+  };
+
+  platform::Replaced<platform::Signatures> replaced_{*this};
 };
 
 }  // namespace tks::test
