@@ -27,41 +27,16 @@ if(APPLE)
   file(GLOB tks_public_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/tksinterface/*.h)
   # A source of its own: headers and modules are laid out before a target's first source is compiled.
   file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/framework.cpp CONTENT "// The framework's code lies in its objects.\n")
-  target_sources(tksinterface PRIVATE ${PROJECT_BINARY_DIR}/generated/framework.cpp ${tks_public_headers}
-                                      ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap)
-  set_source_files_properties(${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap
-                              PROPERTIES MACOSX_PACKAGE_LOCATION Modules)
+  target_sources(tksinterface PRIVATE ${PROJECT_BINARY_DIR}/generated/framework.cpp)
   # Public headers lose their folders; this one keeps its own.
   set(tks_c_header ${PROJECT_SOURCE_DIR}/include/tksinterface/c/tksinterface.h)
   target_sources(tksinterface PRIVATE ${tks_c_header})
   set_source_files_properties(${tks_c_header} PROPERTIES MACOSX_PACKAGE_LOCATION Headers/c)
-  set_target_properties(tksinterface PROPERTIES
-    FRAMEWORK TRUE
-    FRAMEWORK_VERSION A
-    PUBLIC_HEADER "${tks_public_headers}"
-    MACOSX_FRAMEWORK_INFO_PLIST ${PROJECT_SOURCE_DIR}/cmake/framework/Info.plist.in
-    MACOSX_FRAMEWORK_IDENTIFIER com.tarvo.kovra.tksinterface
-    MACOSX_FRAMEWORK_BUNDLE_VERSION ${PROJECT_VERSION}
-    MACOSX_FRAMEWORK_SHORT_VERSION_STRING ${PROJECT_VERSION}
-    INSTALL_NAME_DIR "@rpath"
-    BUILD_WITH_INSTALL_NAME_DIR ON)
-  # The layout's links to what is not of CMake's own making.
-  add_custom_command(TARGET tksinterface POST_BUILD VERBATIM
-                     COMMAND ${CMAKE_COMMAND} -E create_symlink Versions/Current/Modules
-                             "$<TARGET_BUNDLE_DIR:tksinterface>/Modules")
-  # Names and lines for reports of crashes lie in a bundle beside the framework, which itself is delivered without them.
-  find_program(TKS_DSYMUTIL NAMES dsymutil-${TKS_MACOS_LLVM} dsymutil)
-  if(TKS_DSYMUTIL)
-    target_compile_options(tks_objects PRIVATE $<$<CONFIG:Release>:-gline-tables-only>)
-    add_custom_command(TARGET tksinterface POST_BUILD VERBATIM
-                       # It looks for lipo under its own name.
-                       COMMAND ${CMAKE_COMMAND} -E env "PATH=${TKS_MACOS_STAGING}/bin:$ENV{PATH}"
-                               ${TKS_DSYMUTIL} "$<TARGET_FILE:tksinterface>" -o "$<TARGET_BUNDLE_DIR:tksinterface>.dSYM"
-                       COMMAND ${CMAKE_STRIP} -S "$<TARGET_FILE:tksinterface>")
-  endif()
-  tks_seal(tksinterface "$<TARGET_BUNDLE_DIR:tksinterface>")
-  target_link_options(tksinterface PRIVATE LINKER:-exported_symbols_list,${tks_export_list})
-  set_property(TARGET tksinterface APPEND PROPERTY LINK_DEPENDS ${tks_export_list})
+  target_compile_options(tks_objects PRIVATE $<$<CONFIG:Release>:-gline-tables-only>)
+  include(Framework)
+  tks_make_framework(tksinterface com.tarvo.kovra.tksinterface ${PROJECT_SOURCE_DIR}/cmake/framework/module.modulemap
+                     ${tks_public_headers})
+  tks_export_only(tksinterface ${tks_export_list})
 else()
   # Each name carries the version of its interface: a program made for another one is refused at its start, not later.
   list(JOIN tks_symbols ";\n    " tks_symbol_lines)
