@@ -97,11 +97,17 @@ DownloadResult resultOf(const Outcome& outcome, const DownloadRequest& request) 
   return result;
 }
 
-/// Whether the system unpacks the body as it comes. It is asked for as it is, but a server may do otherwise.
-bool isPacked(NSURLResponse* response) {
-  if (![response isKindOfClass:NSHTTPURLResponse.class]) return false;
+/// How many bytes may come as they are sent so that no more than the limit is stored: the system unpacks a body as it
+/// comes. It is asked for as it is, but a server may do otherwise. Nothing of what unpacks to any length.
+std::size_t allowedBytes(NSURLResponse* response, std::size_t limit) {
+  constexpr std::size_t kMostOfAByte = 1032;  // that DEFLATE makes
+  if (![response isKindOfClass:NSHTTPURLResponse.class]) return limit;
   NSString* encoding = [static_cast<NSHTTPURLResponse*>(response) valueForHTTPHeaderField:@"Content-Encoding"];
-  return encoding.length > 0 && [encoding caseInsensitiveCompare:@"identity"] != NSOrderedSame;
+  if (encoding.length == 0 || [encoding caseInsensitiveCompare:@"identity"] == NSOrderedSame) return limit;
+  for (NSString* known in @[ @"gzip", @"x-gzip", @"deflate" ]) {
+    if ([encoding caseInsensitiveCompare:known] == NSOrderedSame) return limit / kMostOfAByte;
+  }
+  return 0;
 }
 
 /// Ends a download that brings more than the limit, or could after unpacking, or that takes longer than it may: the
@@ -125,8 +131,7 @@ class Bound {
         return [task cancel];
       }
       const std::int64_t most = std::max(task.countOfBytesReceived, task.countOfBytesExpectedToReceive);
-      const std::size_t allowed = isPacked(task.response) ? limit / kMostOfAByte : limit;
-      if (most <= 0 || static_cast<std::uint64_t>(most) <= allowed) return;
+      if (most <= 0 || static_cast<std::uint64_t>(most) <= allowedBytes(task.response, limit)) return;
       kept->isTooLarge = true;
       [task cancel];
     });
@@ -140,8 +145,6 @@ class Bound {
 
  private:
   static constexpr std::uint64_t kInterval = NSEC_PER_SEC / 5;
-  /// The most bytes that unpacking makes of one (DEFLATE).
-  static constexpr std::size_t kMostOfAByte = 1032;
 
   struct State {
     std::atomic<bool> isTooLarge = false;

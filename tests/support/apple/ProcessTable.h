@@ -15,6 +15,9 @@
 
 namespace tks::test {
 
+/// How many threads the system starts and ends in this process as it likes: those of the dispatch queues.
+inline constexpr std::size_t kThreadsOfTheSystem = 64;
+
 inline std::string executableOf(int process) {
   std::array<char, PROC_PIDPATHINFO_MAXSIZE> path{};
   return ::proc_pidpath(process, path.data(), path.size()) > 0 ? std::string(path.data()) : std::string();

@@ -16,6 +16,9 @@
 
 namespace tks::test {
 
+/// How many threads the system starts and ends in this process as it likes.
+inline constexpr std::size_t kThreadsOfTheSystem = 0;
+
 /// What a link of the kernel's leads to; empty when there is none.
 inline std::string linkTarget(const std::string& link) {
   std::array<char, PATH_MAX> target;
