@@ -2,6 +2,7 @@
 #include <charconv>
 #include <set>
 
+#include "foundation/values/Characters.h"
 #include "foundation/values/ErrorReasons.h"
 #include "platform/posix/error_reasons.h"
 #include "tools/tksctl/catalogue/catalogue.h"
@@ -13,13 +14,6 @@ namespace {
 
 /// Texts in texts: so many levels are explained.
 constexpr int kDeepest = 5;
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kBlanks = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) + 1 - first);
-}
 
 /// A line as tksctl -v shows it begins with its level.
 std::string_view withoutLevel(std::string_view text) {
