@@ -41,6 +41,9 @@ namespace tks::messaging {
 /// in are the operations below that the handler's own dialogue defines.
 class Dialogue {
  public:
+  /// Defined beside the handler.
+  class OfHandler;
+
   explicit Dialogue(TKSIMessageHandler& handler) : handler_(handler) {}
   virtual ~Dialogue() = default;
   Dialogue(const Dialogue&) = delete;

@@ -11,9 +11,9 @@
 namespace tks::messaging {
 
 /// The dialogue of a handler: a step that classes derived from the handler take part in begins with them.
-class HandlersDialogue final : public Dialogue {
+class Dialogue::OfHandler final : public Dialogue {
  public:
-  explicit HandlersDialogue(TKSIMessageHandler& handler) : Dialogue(handler), handler_(handler) {}
+  explicit OfHandler(TKSIMessageHandler& handler) : Dialogue(handler), handler_(handler) {}
 
  protected:
   bool send(std::string_view type) override { return handler_.sendCommonMessageOfType(type); }
@@ -26,9 +26,11 @@ class HandlersDialogue final : public Dialogue {
 
 }  // namespace tks::messaging
 
+using tks::messaging::Dialogue;
+
 TKSIMessageHandler::TKSIMessageHandler()
     : messageHost(std::make_unique<TKSMessageHost>(tksMessageHostTypeInterface)),
-      dialogue_(std::make_unique<tks::messaging::HandlersDialogue>(*this)) {}
+      dialogue_(std::make_unique<Dialogue::OfHandler>(*this)) {}
 
 TKSIMessageHandler::~TKSIMessageHandler() { dialogue_->close(); }
 

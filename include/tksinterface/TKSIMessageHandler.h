@@ -10,7 +10,6 @@
 
 namespace tks::messaging {
 class Dialogue;
-class HandlersDialogue;
 }  // namespace tks::messaging
 
 /// The interface's side of the conversation with the launcher: sends "hello", "launch_meeting" and "disconnect", reacts
@@ -91,6 +90,6 @@ class TKS_EXPORT TKSIMessageHandler : public TKSMessageHandlerDelegate {
   virtual void handleRefusedRequest(const TKSError& error);
 
  private:
-  friend class tks::messaging::HandlersDialogue;
+  friend class tks::messaging::Dialogue;
   const std::unique_ptr<tks::messaging::Dialogue> dialogue_;
 };

@@ -168,8 +168,8 @@ TEST_F(HealthCheck, WithoutAVerdictNothingIsBrokenAndNothingIsRecorded) {
   tks::platform::ToolResult hanging{
       .started = true, .output = "", .exitCode = -1, .error = {"NSPOSIXErrorDomain", 110, "timed out"}};
   hanging.cutShort = true;
-  for (const tks::platform::ToolResult& fate : {missing, hanging}) {
-    fate = fate;
+  for (const tks::platform::ToolResult& one : {missing, hanging}) {
+    fate = one;
     // What it had printed until then is no verdict, not even a good one.
     for (const std::string& printed : {std::string(), app + ": accepted\n", app + ": rejected\n"}) {
       assessment = printed;
