@@ -10,7 +10,7 @@
 
 #include "tests/fuzz/Require.h"
 #include "tests/interface/FakeWorld.h"
-#include "tests/support/PlayedBackground.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/PlayedTimers.h"
 
 // A host in C that calls what it likes, with whatever texts, and a launcher that says whatever it likes. Nothing is

@@ -7,8 +7,8 @@
 #include "BuildValues.h"
 #include "tests/fuzz/Mutators.h"
 #include "tests/fuzz/Require.h"
-#include "tests/install/FakeSignatures.h"
 #include "tests/support/FakeHome.h"
+#include "tests/support/FakeSignatures.h"
 
 // What a server sends as its list of updates, from the tar archive to the packages in it. The archive is unpacked by
 // the system's tool; who signed the list is taken for granted.

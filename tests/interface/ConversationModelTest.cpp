@@ -12,7 +12,7 @@
 
 #include "tests/interface/ConversationModel.h"
 #include "tests/interface/FakeWorld.h"
-#include "tests/support/PlayedBackground.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/PlayedTimers.h"
 
 // The conversation as a machine: everything that can happen within twelve events, with up to three callers who wait at
