@@ -42,7 +42,9 @@ class InstallOptions : public tks::test::InstallTest {
   }
   static bool isMarked(const std::string& path) { return ::getxattr(path.c_str(), kQuarantine, nullptr, 0) >= 0; }
   void markWhatIsUnpacked() {
-    world.tools.afterUnzip = [this] { ::setxattr(world.unpackedByTool().c_str(), kQuarantine, "0081", 4, 0); };
+    world.tools.after[Tool::unzip] = [this](const auto&) {
+      ::setxattr(world.unpackedByTool().c_str(), kQuarantine, "0081", 4, 0);
+    };
   }
 };
 
@@ -117,7 +119,9 @@ TEST_F(InstallOptions, TheQuarantineMarkGoesOnlyAfterTheHealthCheck) {
   const TKSOptions options{.quarantineUntilChecked = true};
   markWhatIsUnpacked();
   bool isMarkedAtTheCheck = false;
-  world.tools.beforeAssessment = [&](const std::string& bundle) { isMarkedAtTheCheck = isMarked(bundle); };
+  world.tools.before[Tool::spctl] = [&](const ToolRequest& request) {
+    isMarkedAtTheCheck = isMarked(request.arguments.back());
+  };
   ASSERT_TRUE(install("5.0.1", options));
   EXPECT_TRUE(isMarkedAtTheCheck);
   EXPECT_FALSE(isMarked(target()));

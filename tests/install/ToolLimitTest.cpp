@@ -8,6 +8,7 @@
 #include "foundation/LimitedTools.h"
 #include "install/RunTool.h"
 #include "platform/platform.h"
+#include "tests/support/FakeTools.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ScopedOptions.h"
 #include "tests/support/TemporaryFolder.h"
@@ -23,21 +24,9 @@ using tks::platform::ToolRequest;
 using tks::platform::ToolResult;
 using tks::test::ScopedOptions;
 
-/// Notes how long tools may run, and runs none.
-class NotedTools final : public tks::platform::SystemTools {
- public:
-  std::vector<std::chrono::milliseconds> limits;
-  ToolResult run(const ToolRequest& request) override {
-    limits.push_back(request.timeLimit);
-    return {.started = true};
-  }
-
- private:
-  tks::platform::Replaced<tks::platform::SystemTools> replaced_{*this};
-};
-
 TEST(ToolLimit, ShortensWhatWouldTakeLongerAndLengthensNothing) {
-  NotedTools tools;
+  tks::test::FakeTools tools;
+  tools.playOthers([](const ToolRequest&) { return tks::test::FakeTools::printed(""); });
   ToolRequest hasty{Tool::tar, {}};
   hasty.timeLimit = 1s;
   for (const std::int64_t limit : {0, 5000, 600000}) {
@@ -45,7 +34,9 @@ TEST(ToolLimit, ShortensWhatWouldTakeLongerAndLengthensNothing) {
     tks::runWithinLimit({Tool::tar, {}});
     tks::runWithinLimit(hasty);
   }
-  EXPECT_THAT(tools.limits, ElementsAre(300s, 1s, 5s, 1s, 300s, 1s));
+  std::vector<std::chrono::milliseconds> limits;
+  for (const ToolRequest& request : tools.requests) limits.push_back(request.timeLimit);
+  EXPECT_THAT(limits, ElementsAre(300s, 1s, 5s, 1s, 300s, 1s));
 }
 
 TEST(ToolLimit, EndsAToolThatWaitsForEver) {

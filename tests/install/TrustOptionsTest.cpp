@@ -7,6 +7,7 @@
 #include "install/Trust.h"
 #include "tests/install/InstallTest.h"
 #include "tests/support/FakePreferences.h"
+#include "tests/support/FakeSignatures.h"
 #include "tests/support/ForwardingFiles.h"
 #include "tests/support/ScopedOptions.h"
 
@@ -64,49 +65,6 @@ class MarkedFiles final : public tks::test::ForwardingFiles {
   }
 };
 
-/// The real signatures, with a count of the checks in depth.
-class CountedChecks final : public tks::platform::Signatures {
- public:
-  int checks = 0;
-
-  std::int32_t create(std::string_view path, std::unique_ptr<tks::platform::StaticCode>& code) override {
-    std::unique_ptr<tks::platform::StaticCode> real;
-    const std::int32_t status = replaced_.before().create(path, real);
-    if (status == 0) code = std::make_unique<Code>(std::move(real), checks);
-    return status;
-  }
-  std::int32_t commonName(const TKSData& certificate, std::string& name) override {
-    return replaced_.before().commonName(certificate, name);
-  }
-  std::int32_t organizationalUnit(const TKSData& certificate, std::string& unit) override {
-    return replaced_.before().organizationalUnit(certificate, unit);
-  }
-  bool leadsToRoot(const TKSArray& chain, std::string_view root) override {
-    return replaced_.before().leadsToRoot(chain, root);
-  }
-
- private:
-  class Code final : public tks::platform::StaticCode {
-   public:
-    Code(std::unique_ptr<tks::platform::StaticCode> real, int& checks) : real_(std::move(real)), checks_(checks) {}
-    std::int32_t checkValidity(std::string& details) override { return real_->checkValidity(details); }
-    std::int32_t checkForInstalling(std::string& details) override {
-      ++checks_;
-      return real_->checkForInstalling(details);
-    }
-    std::int32_t checkOneSigner(std::string& details) override { return real_->checkOneSigner(details); }
-    std::int32_t copySigningInformation(TKSDictionary& information) override {
-      return real_->copySigningInformation(information);
-    }
-
-   private:
-    std::unique_ptr<tks::platform::StaticCode> real_;
-    int& checks_;
-  };
-
-  tks::platform::Replaced<tks::platform::Signatures> replaced_{*this};
-};
-
 TEST_F(TrustOptions, WithoutAnyAnExchangedResourceOrExecutableIsStarted) {
   putLauncher("5.0.1");
   EXPECT_EQ(refusal(), "");
@@ -137,7 +95,7 @@ TEST_F(TrustOptions, TheContentIsCheckedBeforeEachStart) {
 TEST_F(TrustOptions, ContentThatWasNotChangedIsNotReadAgain) {
   const TKSOptions options{.checkContent = true};
   putLauncher("5.0.1");
-  CountedChecks signatures;
+  tks::test::WatchedSignatures signatures;
   EXPECT_EQ(refusal(options), "");
   EXPECT_EQ(refusal(options), "");
   EXPECT_EQ(signatures.checks, 1);

@@ -105,6 +105,8 @@ class WatchedSignatures final : public platform::Signatures {
 
   /// What was opened, in order.
   std::vector<std::string> paths;
+  /// How often code was checked for installing.
+  int checks = 0;
   /// Done once, after the first check for installing.
   std::function<void()> sequel;
 
@@ -112,7 +114,7 @@ class WatchedSignatures final : public platform::Signatures {
     paths.emplace_back(path);
     std::unique_ptr<platform::StaticCode> real;
     const std::int32_t status = replaced_.before().create(path, real);
-    if (status == 0) code = std::make_unique<Code>(std::move(real), sequel);
+    if (status == 0) code = std::make_unique<Code>(std::move(real), *this);
     return status;
   }
   std::int32_t commonName(const TKSData& certificate, std::string& name) override {
@@ -128,12 +130,13 @@ class WatchedSignatures final : public platform::Signatures {
  private:
   class Code final : public platform::StaticCode {
    public:
-    Code(std::unique_ptr<platform::StaticCode> real, std::function<void()>& sequel)
-        : real_(std::move(real)), sequel_(sequel) {}
+    Code(std::unique_ptr<platform::StaticCode> real, WatchedSignatures& owner)
+        : real_(std::move(real)), owner_(owner) {}
     std::int32_t checkValidity(std::string& details) override { return real_->checkValidity(details); }
     std::int32_t checkForInstalling(std::string& details) override {
+      ++owner_.checks;
       const std::int32_t status = real_->checkForInstalling(details);
-      if (const std::function<void()> next = std::exchange(sequel_, nullptr)) next();
+      if (const std::function<void()> next = std::exchange(owner_.sequel, nullptr)) next();
       return status;
     }
     std::int32_t checkOneSigner(std::string& details) override { return real_->checkOneSigner(details); }
@@ -143,7 +146,7 @@ class WatchedSignatures final : public platform::Signatures {
 
    private:
     std::unique_ptr<platform::StaticCode> real_;
-    std::function<void()>& sequel_;
+    WatchedSignatures& owner_;
   };
 
   platform::Replaced<platform::Signatures> replaced_{*this};
