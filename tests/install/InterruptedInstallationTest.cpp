@@ -219,7 +219,7 @@ TEST_F(InterruptedInstallation, ByHostsWithTemporaryFoldersOfTheirOwnIsNeverAMix
 class AssessedAlone {
  public:
   AssessedAlone(tks::test::InstallWorld& world, const std::string& place) {
-    world.tools.before[Tool::spctl] = [this, place](const tks::platform::ToolRequest& request) {
+    world.tools.before[tks::platform::Tool::spctl] = [this, place](const tks::platform::ToolRequest& request) {
       if (request.arguments.back() != place) return;
       made_ = true;
       const std::string parent = place.substr(0, place.rfind('/'));
