@@ -8,24 +8,12 @@ import unittest
 from support import *
 
 
-class DoctorTest(ToolTest):
-    @classmethod
-    def setUpClass(cls):
-        cls.keeper = tempfile.TemporaryDirectory(prefix="tks-ctl-")
-        cls.made = Maker.launcher(cls.keeper.name)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.keeper.cleanup()
-
+class DoctorTest(LauncherTest):
     def setUp(self):
-        self.here = self.world()
+        super().setUp()
         self.launcher = self.here.launcher
         self.program = self.launcher / "Contents/MacOS/Tarvo Kovra Start"
         self.add_ons = self.launcher.parent
-
-    def install(self, launcher=None):
-        shutil.copytree(launcher or self.made, self.launcher, symlinks=True)
 
     def doctor(self, *words, start=False, wrap=(), patience=60, **more):
         words = [TOOL, "doctor", "--json", "--timeout", patience, *([] if start else ["--no-start"]), *words]
@@ -98,6 +86,12 @@ class Tools(DoctorTest):
 
     def test_missing_spctl(self):
         self.finds("tools.spctl", "WARN", "spctl", "libexec/tksinterface/spctl", OK, before=self.hide(BUILD / "spctl"))
+
+    def test_spctl_is_found_beside_the_tool_whatever_the_tool_was_called_by(self):
+        for name in ("tksctl", "./tksctl", "/elsewhere/tksctl"):
+            result = self.expect(self.doctor(wrap=("bash", "-c", 'exec -a "$0" "$@"', name)), OK).json()["result"]
+            found = next(check for check in result["checks"] if check["id"] == "tools.spctl")
+            self.assertEqual((found["state"], found["seen"]), ("PASS", str(BUILD / "spctl")), name)
 
 
 class SilentTools(DoctorTest):

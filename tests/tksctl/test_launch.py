@@ -10,19 +10,10 @@ import unittest
 from support import *
 
 
-class LaunchTest(ToolTest):
-    @classmethod
-    def setUpClass(cls):
-        cls.keeper = tempfile.TemporaryDirectory(prefix="tks-ctl-")
-        cls.made = Maker.launcher(cls.keeper.name)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.keeper.cleanup()
-
+class LaunchTest(LauncherTest):
     def setUp(self):
-        self.here = self.world()
-        shutil.copytree(self.made, self.here.launcher)
+        super().setUp()
+        self.install()
 
     def plain(self, text):
         """The conversation without times and numbers of processes."""

@@ -2,6 +2,8 @@
 #include "foundation/values/FilePaths.h"
 
 #include <dlfcn.h>
+#include <limits.h>
+#include <link.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -41,23 +43,34 @@ const ToolPlaces& rowOf(Tool tool) { return *std::ranges::find(kTools, tool, &To
 
 bool isThere(const std::string& path) { return ::access(path.c_str(), X_OK) == 0; }
 
-/// Folder of the file that this code was loaded from: the library, or a program that holds it.
+/// Path of the running program, whatever it was called by: the first word of a command line is the caller's choice.
+std::string pathOfThisProgram() {
+  std::array<char, PATH_MAX> path{};
+  const ssize_t length = ::readlink("/proc/self/exe", path.data(), path.size());
+  return length > 0 ? std::string(path.data(), static_cast<std::size_t>(length)) : std::string();
+}
+
+/// Folder of the file that this code was loaded from: the library, or a program that holds it. Empty when it cannot be
+/// told, as for a library that was loaded by a relative path.
 std::string folderOfThisCode() {
   Dl_info place{};
-  if (::dladdr(reinterpret_cast<const void*>(&folderOfThisCode), &place) == 0 || place.dli_fname == nullptr) return {};
-  return std::string(folderOf(place.dli_fname));
+  link_map* file = nullptr;
+  const bool isKnown = ::dladdr1(reinterpret_cast<const void*>(&folderOfThisCode), &place,
+                                 reinterpret_cast<void**>(&file), RTLD_DL_LINKMAP) != 0;
+  if (!isKnown || file == nullptr || file->l_name == nullptr) return {};
+  // The program itself has no name among what is loaded.
+  const std::string path = *file->l_name == '\0' ? pathOfThisProgram() : std::string(file->l_name);
+  return path.starts_with('/') ? std::string(folderOf(path)) : std::string();
 }
 
 /// Where the project's own assessment tool may stand: where it was installed, also when the whole installation was
 /// moved, or beside the library, as in the build folder.
 std::vector<std::string> assessmentPlaces() {
+  constexpr const char* kInstalled = TKS_LIBEXEC_FOLDER "/spctl";
   const std::string folder = folderOfThisCode();
-  std::vector<std::string> places;
-  for (const std::string& place : {folder + "/../libexec/tksinterface", folder + "/../../libexec/tksinterface",
-                                   std::string(TKS_LIBEXEC_FOLDER), folder}) {
-    if (place.starts_with('/')) places.push_back(place + "/spctl");
-  }
-  return places;
+  if (folder.empty()) return {kInstalled};
+  return {folder + "/../libexec/tksinterface/spctl", folder + "/../../libexec/tksinterface/spctl", kInstalled,
+          folder + "/spctl"};
 }
 
 std::vector<std::string> placesFor(Tool tool) {
