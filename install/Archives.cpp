@@ -71,6 +71,7 @@ void tks::install::unzip(const UnpackRequest& request) {
   // "-u": create what is not there. What is there stays: unzip would ask about it, and nobody would answer.
   tool.arguments = {"-u", "-d", archiveArgument(request.folder), zipArgument(request.archive)};
   tool.writeLimit = request.mostBytes;
+  tool.onWritten = request.onBytes;
   const std::string output = runTool(tool).output;
   const std::string_view shown = shownOutput(output);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(request.shownArchive));
@@ -89,6 +90,7 @@ void tks::install::untar(const UnpackRequest& request) {
   tool.tool = platform::Tool::tar;
   tool.arguments = {"-xvf", archiveArgument(request.archive), "-C", archiveArgument(request.folder)};
   tool.writeLimit = request.mostBytes;
+  tool.onWritten = request.onBytes;
   runTool(tool);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Archive: %@", masked(request.shownArchive));
   TKSILog::logWithLevel(TKSILogLevelInfo, "Untar to: %@", masked(request.shownFolder));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,6 +16,8 @@ struct UnpackRequest {
   std::string shownFolder = folder;
   /// The tool is ended when it writes more.
   std::optional<std::uint64_t> mostBytes{};
+  /// Told now and then how many bytes the tool has written. May be empty.
+  std::function<void(std::uint64_t bytes)> onBytes{};
 };
 
 /// Unpacks with the system's tool and says so, as TKSUtilBase::unzip and TKSUtilBase::untar do.

@@ -1,5 +1,6 @@
 #include "install/PrivateUnpacking.h"
 
+#include <algorithm>
 #include <vector>
 
 #include <tksinterface/TKSConstants.h>
@@ -58,6 +59,17 @@ void PrivateUnpacking::removeLeftOvers(const std::string& place) {
   }
 }
 
+/// What the tool prints counts as well, so that a little of the end may be told early.
+std::function<void(std::uint64_t)> PrivateUnpacking::writtenTo(std::uint64_t total) const {
+  if (!onStep) return {};
+  return [this, total, told = std::uint64_t{0}](std::uint64_t bytes) mutable {
+    const std::uint64_t done = std::min(bytes, total);
+    if (done <= told) return;
+    told = done;
+    tell(TKSInstallStep::unpacking, done, total);
+  };
+}
+
 void PrivateUnpacking::tell(TKSInstallStep step, std::uint64_t bytesDone, std::uint64_t bytesTotal) const {
   if (onStep) onStep(step, bytesDone, bytesTotal);
 }
@@ -89,7 +101,8 @@ std::optional<TKSError> PrivateUnpacking::unpack(const std::string& archive, Arc
                               .folder = unpacked_,
                               .shownArchive = archive,
                               .shownFolder = place_,
-                              .mostBytes = writeLimit(format, content, rules)};
+                              .mostBytes = writeLimit(format, content, rules),
+                              .onBytes = writtenTo(content.size)};
   format == ArchiveFormat::zip ? unzip(request) : untar(request);
   tell(TKSInstallStep::unpacking, content.size, content.size);
   // An archive can have rights for the folder that it is unpacked to.

@@ -43,6 +43,7 @@ class PrivateUnpacking {
  private:
   std::optional<TKSError> unpack(const std::string& archive, platform::ArchiveFormat format, const ArchiveRules& rules);
   void tell(TKSInstallStep step, std::uint64_t bytesDone, std::uint64_t bytesTotal) const;
+  std::function<void(std::uint64_t bytes)> writtenTo(std::uint64_t total) const;
   bool makeFolders(TKSError& error);
 
   std::string place_;

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,6 +38,9 @@ struct ToolRequest {
   /// looked at now and then, so that it can be exceeded by what fits in between. macOS counts blocks, has no limit for
   /// one file, and lets a tool go on to twice as much and 64 MiB, so that no small file is counted for a large one.
   std::optional<std::uint64_t> writeLimit = std::nullopt;
+  /// Told now and then, on the calling thread, how many bytes the tool has written so far, counted as for the limit.
+  /// May be empty; is not told of a tool that is done at once.
+  std::function<void(std::uint64_t bytes)> onWritten{};
   /// After this the tool is ended with its process group.
   std::chrono::milliseconds timeLimit{std::chrono::seconds(300)};
 };

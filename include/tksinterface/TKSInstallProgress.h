@@ -31,8 +31,9 @@ struct TKSInstallProgress {
   std::uint64_t bytesTotal = 0;
 };
 
-/// Called at the beginning of each step, and at the end of those that are counted in bytes. Always on the main thread:
-/// by the installation itself when it runs there, else through the main loop, in order.
+/// Called at the beginning of each step, at the end of those that are counted in bytes, and several times a second
+/// while a launcher is unpacked. Always on the main thread: by the installation itself when it runs there, else through
+/// the main loop, in order.
 using TKSInstallProgressBlock = std::function<void(const TKSInstallProgress& progress)>;
 
 /// Installations of launchers in this process, whoever began them: TKSUtilBase::installTKSVersion, or a start of

@@ -167,6 +167,7 @@ int readToTheEnd(const Running& tool, Output& output, const ToolRequest& request
     output.read();
     if (ended) return 0;
     if (wroteTooMuch(request, tool, output)) return EFBIG;
+    if (request.onWritten) request.onWritten(tool.written());
     if (Time::now() >= deadline) return ETIMEDOUT;
     const Time::time_point look = std::min(deadline, Time::now() + kLookInterval);
     if (output.isOpen()) output.waitUntil(look);

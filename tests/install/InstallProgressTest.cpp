@@ -1,5 +1,6 @@
 #include <tksinterface/TKSInstallProgress.h>
 
+#include <algorithm>
 #include <thread>
 
 #include "tests/install/InstallTest.h"
@@ -60,6 +61,25 @@ TEST_F(InstallProgress, CountsBytesUpToTheLast) {
     EXPECT_EQ(before, total);
   }
   EXPECT_THAT(tks::platform::files().size(zip, nullptr), Optional(told.front().bytesTotal));
+}
+
+TEST_F(InstallProgress, CountsBytesWhileTheLauncherIsUnpacked) {
+  // The unpacker goes on once something was told of what it has written so far.
+  const std::string go = base_ / "go";
+  world.tools.script(tks::platform::Tool::unzip, "printf '%500s' x >/dev/null; until [ -e '" + go +
+                                                     "' ]; do sleep 0.01; done; exec /usr/bin/unzip \"$@\"");
+  world.tools.limitTime(std::chrono::seconds(60));
+  std::vector<std::uint64_t> between;
+  TKSInstallation::setProgressBlock([&](const TKSInstallProgress& progress) {
+    const bool isBetween = progress.bytesDone > 0 && progress.bytesDone < progress.bytesTotal;
+    if (progress.step != TKSInstallStep::unpacking || !isBetween) return;
+    between.push_back(progress.bytesDone);
+    tks::test::writeFile(go, "");
+  });
+  EXPECT_TRUE(install("5.0.1", archive("5.0.1")));
+  ASSERT_FALSE(between.empty());
+  EXPECT_GE(between.front(), 500u);
+  EXPECT_TRUE(std::ranges::is_sorted(between));
 }
 
 TEST_F(InstallProgress, EndsAtTheStepThatFails) {

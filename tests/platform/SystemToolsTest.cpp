@@ -134,6 +134,22 @@ TEST_F(SystemTools, WhatIsNotCollectedIsThrownAwayHoweverLongItIs) {
   EXPECT_EQ(run(request).output, "verdict\n");
 }
 
+TEST_F(SystemTools, AToolIsWatchedWhileItWrites) {
+  const std::string go = folder / "go";
+  script(Tool::unzip,
+         "printf '%5000s' x > '" + (folder / "written") + "'; until [ -e '" + go + "' ]; do sleep 0.01; done");
+  ToolRequest request{Tool::unzip, {}};
+  request.timeLimit = seconds(60);
+  std::uint64_t most = 0;
+  request.onWritten = [&](std::uint64_t bytes) {
+    EXPECT_GE(bytes, most);
+    most = bytes;
+    if (bytes >= 5000) tks::test::writeFile(go, "");
+  };
+  EXPECT_EQ(run(request).exitCode, 0);
+  EXPECT_GE(most, 5000u);
+}
+
 TEST_F(SystemTools, AToolThatOutlivesItsTimeIsEndedWithItsGroup) {
   const std::string note = folder / "children";
   script(Tool::unzip, "echo begun; sleep 1000 & echo $! > '" + note + "'; sleep 1000");

@@ -134,11 +134,13 @@ int readToTheEnd(RunningTool& tool, Output& output, const ToolRequest& request) 
     const bool ended = tool.hasEnded();  // ask before the last read: output from before the end is there
     output.read();
     if (ended) return 0;
-    if (request.writeLimit && tool.written() > *request.writeLimit) return EFBIG;
+    const std::uint64_t written = request.writeLimit || request.onWritten ? tool.written() : 0;
+    if (request.writeLimit && written > *request.writeLimit) return EFBIG;
+    if (request.onWritten) request.onWritten(written);
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) return ETIMEDOUT;
     std::array<pollfd, 2> watched{{{output.descriptor(), POLLIN, 0}, {tool.descriptor(), POLLIN, 0}}};
-    const bool isWatched = tool.descriptor() >= 0 && !request.writeLimit;
+    const bool isWatched = tool.descriptor() >= 0 && !request.writeLimit && !request.onWritten;
     const auto longest = isWatched ? std::chrono::milliseconds::rep{60000} : kLookIntervalMilliseconds;
     ::poll(watched.data(), watched.size(), static_cast<int>(std::min(left, longest)));
   }
