@@ -1,19 +1,17 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSIAppManager.h>
-#include <tksinterface/TKSILog.h>
 #include <tksinterface/TKSInstallProgress.h>
 #include <tksinterface/TKSUtilBase.h>
 
 #include <filesystem>
 #include <memory>
-#include <mutex>
 
 #include "platform/platform.h"
-#include "tools/tksctl/catalogue/catalogue.h"
 #include "tools/tksctl/commands/table.h"
 #include "tools/tksctl/frame/json_values.h"
 #include "tools/tksctl/frame/progress_bar.h"
 #include "tools/tksctl/parts/archives.h"
+#include "tools/tksctl/parts/first_failure.h"
 
 namespace tks::ctl {
 namespace {
@@ -27,44 +25,6 @@ struct Wishes {
   bool dryRun = false;
   bool force = false;
 };
-
-/// Keeps the first line of level 8, which says why an installation failed; passes every line on.
-class Failure {
- public:
-  Failure() : before_(TKSILog::sharedInstance().logBlock()) {
-    TKSILog::sharedInstance().setLogBlock([this](std::int32_t level, const std::string& line) {
-      if (before_) before_(level, line);
-      const std::scoped_lock lock(mutex_);
-      if (level == TKSILogLevelError && line_.empty()) line_ = line;
-    });
-  }
-  ~Failure() { TKSILog::sharedInstance().setLogBlock(before_); }
-  Failure(const Failure&) = delete;
-  Failure& operator=(const Failure&) = delete;
-
-  std::string line() const {
-    const std::scoped_lock lock(mutex_);
-    return line_;
-  }
-
- private:
-  TKSLogBlock before_;
-  mutable std::mutex mutex_;
-  std::string line_;
-};
-
-/// The code for a line: that of the reason which the innermost text has.
-Exit codeOf(const std::string& line) {
-  Exit code = Exit::failed;
-  for (const Explanation& entry : explain(line)) {
-    for (std::int32_t number = 1; !TKSErrorReasonSuggestion(static_cast<TKSErrorReason>(number)).empty(); ++number) {
-      TKSError error;
-      error.reason = static_cast<TKSErrorReason>(number);
-      if (TKSErrorReasonName(error.reason) == entry.reason) code = exitFor(error);
-    }
-  }
-  return code;
-}
 
 std::string targetOf(const Wishes& wishes) {
   if (wishes.target.empty()) return TKSUtilBase::getStandardTKSPath();
@@ -101,16 +61,12 @@ Exit perform(Context& context, const Wishes& wishes, const std::string& target) 
     bar.show(static_cast<int>(progress.step), progress.numberOfSteps, name, progress.bytesDone, progress.bytesTotal);
     if (steps.empty() || steps[steps.size() - 1].text() != name) steps.append(name);
   });
-  const Failure failure;
+  const FirstFailure failure;
   const bool isInstalled = TKSUtilBase::installTKSVersion(wishes.version, wishes.archive, target);
   TKSInstallation::setProgressBlock({});
   bar.clear();
   context.out.set("steps", steps);
-  if (!isInstalled) {
-    const std::string line = failure.line();
-    return context.out.fail(codeOf(line), line.empty() ? "the launcher was not installed" : line,
-                            "Explain the text: tksctl explain.");
-  }
+  if (!isInstalled) return failure.tell(context.out, "the launcher was not installed");
   context.out.line("installed " + wishes.version + " at " + target);
   // The library never stops half-way: what a signal asked for comes too late.
   return context.interrupts.came() ? context.out.fail(Exit::interrupted, "interrupted after the installation")

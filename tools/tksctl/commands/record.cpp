@@ -51,7 +51,7 @@ Interrupts::End passOn(Context& context, JoinedCommand& command, Recorder& recor
   std::thread there([&] { toLauncher.run(stopped.get()); });
   std::thread back([&] { toHost.run(stopped.get()); });
   const Interrupts::End end = context.interrupts.runUntil([&] { return command.hasEnded(); }, kNoLimit);
-  command.end();
+  command.end(context.interrupts);
   running.reset();
   there.join();
   back.join();

@@ -62,7 +62,7 @@ Exit replay(Context& context, const ReplayWords& words) {
                                 std::chrono::milliseconds(static_cast<std::int64_t>(words.seconds * 1000))};
     result = Replay(*recording, options, context.interrupts).run();
   }
-  if (!asLauncher) command.end();
+  if (!asLauncher) command.end(context.interrupts);
   return report(context, result);
 }
 

@@ -7,6 +7,7 @@
 
 #include "codesign/Codesign.h"
 #include "tools/tksctl/commands/sign.h"
+#include "tools/tksctl/parts/signing_identity.h"
 
 namespace tks::ctl {
 namespace {
@@ -25,11 +26,7 @@ const std::map<std::string, Storage> kStorages{
 
 struct Wishes {
   std::vector<std::string> paths;
-  std::string identityFolder;
-  std::string keyFile;
-  std::string chainFile;
-  std::string pkcs12File;
-  std::string password;
+  IdentityWishes identity;
   bool adHoc = false;
   bool timeStamp = false;
   std::string entitlementsFile;
@@ -40,33 +37,15 @@ struct Wishes {
   std::string newIdentityFolder;
   IdentityPlan plan;
 
-  bool hasIdentity() const {
-    return adHoc || !identityFolder.empty() || !pkcs12File.empty() || (!keyFile.empty() && !chainFile.empty());
-  }
+  bool hasIdentity() const { return adHoc || identity.isGiven(); }
 };
 
-void require(const Outcome& outcome, const std::string& about) {
-  if (outcome.isGood()) return;
-  throw std::runtime_error(about + ": " + (outcome.text.empty() ? outcome.description() : outcome.text));
-}
-
-std::optional<SigningIdentity> loadIdentity(const Wishes& wishes) {
+/// Nothing: signed by nobody. An identity that is made now is used where none is named.
+std::optional<SigningIdentity> identityOf(const Wishes& wishes) {
   if (wishes.adHoc) return std::nullopt;
-  Outcome outcome;
-  if (!wishes.pkcs12File.empty()) {
-    auto identity = SigningIdentity::fromPkcs12(wishes.pkcs12File, wishes.password, &outcome);
-    require(outcome, wishes.pkcs12File);
-    return identity;
-  }
-  if (!wishes.keyFile.empty()) {
-    auto identity = SigningIdentity::fromFiles(wishes.keyFile, wishes.chainFile, &outcome);
-    require(outcome, wishes.keyFile);
-    return identity;
-  }
-  const std::string& folder = wishes.identityFolder.empty() ? wishes.newIdentityFolder : wishes.identityFolder;
-  auto identity = SigningIdentity::fromFolder(folder, &outcome);
-  require(outcome, folder);
-  return identity;
+  IdentityWishes identity = wishes.identity;
+  if (!identity.isGiven()) identity.folder = wishes.newIdentityFolder;
+  return loadIdentity(identity);
 }
 
 std::string contentOf(const std::string& path) {
@@ -76,7 +55,7 @@ std::string contentOf(const std::string& path) {
 }
 
 void signAll(Output& out, const Wishes& wishes) {
-  const std::optional<SigningIdentity> identity = loadIdentity(wishes);
+  const std::optional<SigningIdentity> identity = identityOf(wishes);
   SigningOptions options = wishes.options;
   if (wishes.timeStamp) {
     if (!identity || !identity->canStamp()) {
@@ -119,13 +98,7 @@ Exit act(Context& context, const Wishes& wishes) {
   return context.interrupts.came() ? context.out.fail(Exit::interrupted, "interrupted after signing") : Exit::ok;
 }
 
-void addIdentityOptions(const CommandLine& line, Wishes& wishes) {
-  line.option("-i,--identity", wishes.identityFolder, "Folder made by --make-identity").typeName("FOLDER");
-  line.option("--pkcs12", wishes.pkcs12File, "PKCS #12 file with key and chain").typeName("FILE");
-  line.option("--key", wishes.keyFile, "Key in PEM form").typeName("FILE");
-  line.flag("--ad-hoc", wishes.adHoc, "Signed by nobody");
-  line.option("--chain", wishes.chainFile, "Certificates in PEM form, leaf first, for --key").typeName("FILE");
-  line.option("--password", wishes.password, "Of the PKCS #12 file");
+void addNewIdentityOptions(const CommandLine& line, Wishes& wishes) {
   line.option("--make-identity", wishes.newIdentityFolder, "Make a test identity in this folder").typeName("FOLDER");
   line.option("--team", wishes.plan.team, "Its team").showsDefault();
   line.option("--leaf-name", wishes.plan.leafName, "Its common name");
@@ -167,7 +140,9 @@ Command signCommand() {
       .setUp = [](const CommandLine& line) -> Action {
         auto wishes = std::make_shared<Wishes>();
         line.option("path", wishes->paths, "Bundles or files to sign; code inside of a bundle first").typeName("PATH");
-        addIdentityOptions(line, *wishes);
+        addIdentityOptions(line, wishes->identity);
+        line.flag("--ad-hoc", wishes->adHoc, "Signed by nobody");
+        addNewIdentityOptions(line, *wishes);
         addSigningOptions(line, *wishes);
         return [wishes](Context& context) { return act(context, *wishes); };
       }};

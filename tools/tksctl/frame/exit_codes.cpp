@@ -1,5 +1,7 @@
 #include "tools/tksctl/frame/exit_codes.h"
 
+#include <utility>
+
 namespace tks::ctl {
 namespace {
 
@@ -36,6 +38,15 @@ Exit exitFor(const TKSError& error) {
     if (row.reason == error.reason) return row.code;
   }
   return Exit::failed;
+}
+
+TKSError toolError(Exit code, std::string message, std::string_view suggestion) {
+  TKSError error;
+  error.domain = "tksctl";
+  error.code = static_cast<int>(code);
+  error.localizedDescription = std::move(message);
+  error.recoverySuggestion = suggestion;
+  return error;
 }
 
 }  // namespace tks::ctl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <span>
+#include <string>
 #include <string_view>
 
 #include <tksinterface/TKSError.h>
@@ -30,5 +31,8 @@ std::span<const ExitRow> exitRows();
 
 /// The code for an error of the library, by its reason.
 Exit exitFor(const TKSError& error);
+
+/// An error of the tool's own: domain "tksctl", and the exit code as its code.
+TKSError toolError(Exit code, std::string message, std::string_view suggestion = {});
 
 }  // namespace tks::ctl

@@ -27,14 +27,43 @@ int wakingDescriptors[2] = {-1, -1};
 std::string lastDocument;
 int documentDescriptor = -1;
 
+[[noreturn]] void endAtOnce() {
+  (void)!::write(documentDescriptor, lastDocument.data(), lastDocument.size());
+  ::_exit(static_cast<int>(Exit::interrupted));
+}
+
 void onSignal(int) {
   const int before = errno;
-  if (!areHeld || ++signalsHeld >= kPatience) {
-    (void)!::write(documentDescriptor, lastDocument.data(), lastDocument.size());
-    ::_exit(static_cast<int>(Exit::interrupted));
-  }
+  if (!areHeld || ++signalsHeld >= kPatience) endAtOnce();
   (void)!::write(wakingDescriptors[1], "!", 1);
   errno = before;
+}
+
+using End = Interrupts::End;
+
+/// What the loop is left for, beside the work of the library.
+struct Watched {
+  /// Whether a signal ends it.
+  bool signals = true;
+  int descriptor = -1;
+  std::function<void()> onReadable{};
+};
+
+End drainUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit, const Watched& also) {
+  const auto end = std::chrono::steady_clock::now() + limit;
+  while (true) {
+    TKSMainLoop::drain();
+    if (isDone()) return End::done;
+    if (also.signals && signalsHeld > 0) return End::interrupted;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    if (left.count() <= 0) return End::timedOut;
+    pollfd watched[] = {{TKSMainLoop::descriptor(), POLLIN, 0},
+                        {also.signals ? wakingDescriptors[0] : -1, POLLIN, 0},
+                        {also.descriptor, POLLIN, 0}};
+    constexpr std::int64_t kOftenEnough = 1000;
+    const int ready = ::poll(watched, std::size(watched), static_cast<int>(std::min(left.count(), kOftenEnough)));
+    if (ready > 0 && watched[2].revents != 0 && also.onReadable) also.onReadable();
+  }
 }
 
 }  // namespace
@@ -59,22 +88,17 @@ void Interrupts::hold() { areHeld = true; }
 
 bool Interrupts::came() const { return signalsHeld > 0; }
 
+void Interrupts::endProgram() { endAtOnce(); }
+
 Interrupts::End Interrupts::runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit,
                                      int descriptor, const std::function<void()>& onReadable) {
   hold();
-  const auto end = std::chrono::steady_clock::now() + limit;
-  while (true) {
-    TKSMainLoop::drain();
-    if (isDone()) return End::done;
-    if (came()) return End::interrupted;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return End::timedOut;
-    pollfd watched[] = {
-        {TKSMainLoop::descriptor(), POLLIN, 0}, {wakingDescriptors[0], POLLIN, 0}, {descriptor, POLLIN, 0}};
-    constexpr std::int64_t kOftenEnough = 1000;
-    const int ready = ::poll(watched, std::size(watched), static_cast<int>(std::min(left.count(), kOftenEnough)));
-    if (ready > 0 && watched[2].revents != 0 && onReadable) onReadable();
-  }
+  return drainUntil(isDone, limit, {.signals = true, .descriptor = descriptor, .onReadable = onReadable});
+}
+
+bool Interrupts::finishWithin(std::chrono::milliseconds limit, const std::function<bool()>& isDone) {
+  hold();
+  return drainUntil(isDone, limit, {.signals = false}) == End::done;
 }
 
 }  // namespace tks::ctl

@@ -21,12 +21,16 @@ class Interrupts {
   void hold();
   /// Whether one was noted.
   bool came() const;
+  /// Ends the program as a signal does that nobody holds: for work that cannot be called off, once its traces are gone.
+  [[noreturn]] void endProgram();
 
   enum class End { done, timedOut, interrupted };
   /// Runs the library's main loop until `isDone`, for at most `limit`, or until a signal comes. Holds signals.
   /// `descriptor` is watched as well, where there is one: `onReadable` is called as long as it is readable.
   End runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit, int descriptor = -1,
                const std::function<void()>& onReadable = {});
+  /// The same for what is done after a signal too, such as a goodbye: it is only noted. Whether it came to `isDone`.
+  bool finishWithin(std::chrono::milliseconds limit, const std::function<bool()>& isDone);
 };
 
 }  // namespace tks::ctl

@@ -64,12 +64,7 @@ void Output::detail(int verbosity, std::string_view text) {
 void Output::warn(std::string_view text) { writeNote(tool_ + ": " + oneLine(text)); }
 
 Exit Output::fail(Exit code, std::string_view message, std::string_view suggestion) {
-  TKSError error;
-  error.domain = "tksctl";
-  error.code = static_cast<int>(code);
-  error.localizedDescription = message;
-  error.recoverySuggestion = suggestion;
-  return fail(code, error);
+  return fail(code, toolError(code, std::string(message), suggestion));
 }
 
 Exit Output::fail(const TKSError& error, std::string_view doing) { return fail(exitFor(error), error, doing); }
@@ -101,10 +96,7 @@ Exit Output::finish(Exit code) {
 
 std::string Output::interruptedDocument() const {
   if (!wishes_.json) return {};
-  TKSError error;
-  error.domain = "tksctl";
-  error.code = static_cast<int>(Exit::interrupted);
-  error.localizedDescription = "interrupted";
+  TKSError error = toolError(Exit::interrupted, "interrupted");
   error.reason = TKSErrorReason::cancelled;
   return documentFor(Exit::interrupted, errorDocument(error), {});
 }

@@ -8,35 +8,12 @@
 #include "install/ArchiveCheck.h"
 #include "install/PrivateUnpacking.h"
 #include "platform/platform.h"
+#include "tools/tksctl/parts/scratch.h"
 
 namespace tks::ctl {
 namespace {
 
 using platform::files;
-
-/// A folder below the temporary one that is gone with this object.
-class Scratch {
- public:
-  explicit Scratch(TKSError* error) {
-    const std::string temporary = platform::knownFolders().temporary();
-    if (temporary.empty()) {
-      *error =
-          makeError(TKSErrorReason::noSafeFolder, TKSUtilErrorDomain, 0, "there is no temporary folder to be trusted");
-      return;
-    }
-    path_ = files().makePrivateDirectory(joinedPath(temporary, "tksctl-"), error).value_or("");
-  }
-  ~Scratch() {
-    if (!path_.empty()) files().remove(path_, nullptr);
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
-
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 TKSError noLauncher() {
   return makeError(TKSErrorReason::broken, TKSUtilErrorDomain, 0,

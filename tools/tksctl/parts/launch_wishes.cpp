@@ -1,7 +1,5 @@
 #include "tools/tksctl/parts/launch_wishes.h"
 
-#include <unistd.h>
-
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -40,15 +38,9 @@ std::optional<Exit> apply(const LaunchWishes& wishes, TKSInterface& facade, Outp
 
 void endConversation(TKSInterface& facade, Interrupts& interrupts) {
   constexpr std::chrono::seconds kPatience{5};
-  auto isOver = std::make_shared<bool>(false);
-  const auto end = std::chrono::steady_clock::now() + kPatience;
+  const auto isOver = std::make_shared<bool>(false);
   facade.stop([isOver] { *isOver = true; }, [isOver](const TKSError&) { *isOver = true; });
-  while (!*isOver && std::chrono::steady_clock::now() < end) {
-    constexpr std::chrono::milliseconds kPiece{50};
-    const auto how = interrupts.runUntil([&] { return *isOver; }, kPiece);
-    // A signal came before: the goodbye is said all the same, a short while.
-    if (how == Interrupts::End::interrupted) ::usleep(10000);
-  }
+  interrupts.finishWithin(kPatience, [&] { return *isOver; });
 }
 
 }  // namespace tks::ctl

@@ -24,7 +24,7 @@ void addLaunchOptions(const CommandLine& line, LaunchWishes& wishes);
 /// Gives them to a facade. A code when one of them cannot be, with the reason told.
 std::optional<Exit> apply(const LaunchWishes& wishes, TKSInterface& facade, Output& out);
 
-/// Says goodbye where there is a conversation, and waits until it is over.
+/// Says goodbye where there is a conversation, after a signal too, and waits a little until it is over.
 void endConversation(TKSInterface& facade, Interrupts& interrupts);
 
 }  // namespace tks::ctl

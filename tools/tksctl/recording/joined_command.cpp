@@ -1,13 +1,9 @@
 #include "tools/tksctl/recording/joined_command.h"
 
-#include <poll.h>
-
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <system_error>
-
-#include <tksinterface/TKSMainLoop.h>
 
 #include "interface/LaunchExecutable.h"
 #include "platform/platform.h"
@@ -36,15 +32,10 @@ bool JoinedCommand::succeeded() const {
   return end_ && end_->how == platform::ChildEnd::How::exited && end_->number == 0;
 }
 
-void JoinedCommand::end() {
+void JoinedCommand::end(Interrupts& interrupts) {
   for (const int signal : {SIGTERM, SIGKILL}) {
     if (!hasEnded()) ::kill(processIdentifier_, signal);
-    const auto limit = std::chrono::steady_clock::now() + kTimeToEnd;
-    while (!hasEnded() && std::chrono::steady_clock::now() < limit) {
-      pollfd watched{TKSMainLoop::descriptor(), POLLIN, 0};
-      ::poll(&watched, 1, 50);
-      TKSMainLoop::drain();
-    }
+    if (interrupts.finishWithin(kTimeToEnd, [this] { return hasEnded(); })) return;
   }
 }
 

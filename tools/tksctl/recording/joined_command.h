@@ -8,6 +8,7 @@
 #include <tksinterface/TKSError.h>
 
 #include "platform/child_processes.h"
+#include "tools/tksctl/frame/interrupts.h"
 
 namespace tks::ctl {
 
@@ -26,7 +27,7 @@ class JoinedCommand {
   std::string endInWords() const;
   bool succeeded() const;
   /// Ends it, by force when it does not end within two seconds.
-  void end();
+  void end(Interrupts& interrupts);
 
  private:
   std::string executable_;

@@ -79,11 +79,7 @@ Direction directionFor(const TKSConversationEvent& event) {
 std::string jsonLine(const TKSDictionary& members) { return json::write(jsonable(members)).value_or("{}") + "\n"; }
 
 void fail(TKSError* error, std::string text) {
-  if (error == nullptr) return;
-  *error = {};
-  error->domain = "tksctl";
-  error->code = static_cast<int>(Exit::failed);
-  error->localizedDescription = std::move(text);
+  if (error != nullptr) *error = toolError(Exit::failed, std::move(text));
 }
 
 double numberOf(const TKSValue& value) { return value.isNumber() ? value.real() : 0; }
