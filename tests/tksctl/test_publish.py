@@ -212,6 +212,19 @@ class Publish(PublishTest):
                          [{"name": "5-1-0.delta", "size": 3, "hash": hashlib.sha256(b"one").hexdigest()}])
         self.assertRegex(self.expect(tool("verify", self.here / "deltalist.json"), OK).out, r"time stamp: +\d{4}-")
 
+    def test_the_list_says_when_it_expires_and_which_one_it_is(self):
+        self.put(**{"5_1_0": "one"})
+        strict = [word for value in ("listExpiry=true", "lowestListVersion=7") for word in ("--option", value)]
+        self.expect(self.publish(), OK)
+        self.expect_bad_input(self.tool("delta-list", f"file://{self.updates}", *strict), FAILED, "expires")
+        self.expect(self.publish("--valid-days", "30", "--list-version", "7"), OK)
+        self.assertIn("5.1.0.delta", self.expect(self.tool("delta-list", f"file://{self.updates}", *strict), OK, err="").out)
+        with tarfile.open(self.list) as archive:
+            itself = json.load(archive.extractfile("deltalist.json"))[-1]
+        self.assertEqual(itself["listVersion"], 7)
+        self.assertLess(abs(itself["expires"] - time.time() - 30 * 24 * 60 * 60), 3600)
+        self.expect_bad_input(self.publish("--valid-days", "0"), USAGE, "--valid-days")
+
     def test_replaces_the_list_that_was_there(self):
         self.put(**{"5_1_0": "one"})
         self.expect(self.publish(), OK)

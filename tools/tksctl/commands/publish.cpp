@@ -42,6 +42,9 @@ struct Wishes {
   std::string folder;
   IdentityWishes identity;
   bool timeStamp = false;
+  /// 0: the list does not say.
+  int validDays = 0;
+  int listVersion = 0;
 };
 
 /// What clients call a package: of two with one name they see the last.
@@ -88,6 +91,16 @@ std::optional<TKSArray> listOf(const std::string& folder, const std::vector<std:
         TKSDictionary{{"name", name}, {"size", static_cast<std::int64_t>(digest->size)}, {"hash", digest->sha256}});
   }
   return list;
+}
+
+/// The list with what it says of itself: an entry without a name, which readers that do not know it skip.
+std::string textOf(TKSArray list, const Wishes& wishes) {
+  constexpr std::int64_t kDay = 24 * 60 * 60;
+  TKSDictionary itself;
+  if (wishes.validDays > 0) itself.set("expires", std::int64_t{std::time(nullptr)} + wishes.validDays * kDay);
+  if (wishes.listVersion > 0) itself.set("listVersion", wishes.listVersion);
+  if (!itself.empty()) list.append(itself);
+  return json::write(list).value_or("");
 }
 
 TKSData contentOf(const std::string& path) {
@@ -156,7 +169,7 @@ Exit publish(Context& context, const Wishes& wishes) {
   const Scratch scratch(&error);
   const std::string served = scratch.place("served");
   if (scratch.path().empty() || !platform::files().createDirectory(served, 0700, &error)) return out.fail(error);
-  makeArchive(scratch, json::write(*list).value_or(""), wishes, joinedPath(served, kPublished));
+  makeArchive(scratch, textOf(*list, wishes), wishes, joinedPath(served, kPublished));
   if (const Exit proven = prove(out, served, *list); proven != Exit::ok) return proven;
   if (context.interrupts.came()) return out.fail(Exit::interrupted, "interrupted: nothing was published");
   const std::string place = fs::absolute(joinedPath(wishes.folder, kPublished)).lexically_normal().string();
@@ -186,6 +199,13 @@ Command publishCommand() {
             line.option("folder", wishes->folder, "The folder that is served").required().typeName("FOLDER");
             addIdentityOptions(line, wishes->identity);
             line.flag("--timestamp", wishes->timeStamp, "Add a time stamp of the identity's own authority");
+            line.option("--valid-days", wishes->validDays, "When the list expires, for hosts that ask (listExpiry)")
+                .typeName("DAYS")
+                .between(1, 36500);
+            line.option("--list-version", wishes->listVersion,
+                        "Number of the list, for hosts that take no older one (lowestListVersion)")
+                .typeName("N")
+                .between(1, 1000000000);
             return [wishes](Context& context) { return publish(context, *wishes); };
           }};
 }

@@ -53,7 +53,7 @@ Trial::Trial(std::vector<std::string> command, TrialChannel channel, Interrupts&
 Trial::~Trial() {
   TKSConversationObserver::observe(nullptr);
   channel_.close();
-  command_.end();
+  command_.end(interrupts_);
 }
 
 std::vector<std::string> Trial::words() const {
