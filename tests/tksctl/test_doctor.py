@@ -224,6 +224,16 @@ class Launcher(DoctorTest):
     def put(self, change=lambda bundle: None, **more):
         self.install(Maker.launcher(self.here / "made", change=change, **more))
 
+    def test_good(self):
+        self.install()
+        result = self.expect(self.doctor(), OK).json()["result"]
+        seen = {check["id"]: check["seen"] for check in result["checks"]}
+        self.assertIn(f", for {os.uname().machine}", seen["launcher.program"])
+        self.assertEqual(seen["launcher.team"], "T4RV0K0VRA")
+        leaf, *authorities = seen["launcher.chain"].split("; ")
+        self.assertRegex(leaf, r"^Developer ID Application: Tarvo \(T4RV0K0VRA\) \(valid until \d{4}-\d\d-\d\d")
+        self.assertEqual(len(authorities), 2)
+
     def test_missing(self):
         self.finds("launcher.path", "FAIL", "none at", "tksctl install", BROKEN_LAUNCHER)
 

@@ -190,9 +190,5 @@ class Streams(ToolTest):
         self.assertEqual(tool("version", "--json").json(), document)
 
 
-    def shown(self, *words, **variables):
-        return in_terminal([TOOL, "exit-codes", *words], env=clean_environment(**variables))[0]
-
-
 if __name__ == "__main__":
     unittest.main()

@@ -1,8 +1,22 @@
 """sign, verify, assess and provenance, and tkssign."""
 import os
+import plistlib
+import struct
 import unittest
 
 from support import *
+
+
+kArm64 = 0x0100000C
+
+
+def image(processor):
+    """The least of a program for macOS: a segment of code, and an empty one that the signature goes into."""
+    page = 0x4000
+    head = struct.pack("<8I", 0xFEEDFACF, processor, 0, 2, 2, 2 * 72, 0, 0)
+    segment = lambda name, at, size: struct.pack("<II16s4Q4I", 0x19, 72, name, at, page, at, size, 7, 5, 0, 0)
+    content = head + segment(b"__TEXT", 0, page) + segment(b"__LINKEDIT", page, 16)
+    return content.ljust(page, b"\0") + bytes(16)
 
 
 class Sign(ToolTest):
@@ -71,6 +85,21 @@ class Verify(ToolTest):
         self.assertEqual((report["status"], report["maker"], report["team"]), (0, True, "T4RV0K0VRA"))
         self.assertEqual(len(report["chain"]), 3)
         self.assertTrue(report["notarizationTicket"])
+
+    def test_shows_architectures_flags_and_entitlements(self):
+        folder = self.folder()
+        program = folder / "program"
+        program.write_bytes(image(kArm64))
+        rights = folder / "rights.plist"
+        rights.write_bytes(plistlib.dumps({"com.example.right": True}))
+        self.expect(tool("sign", "-i", Maker.identity(), "--flags", "0x10000", "--entitlements", rights, program), OK)
+        shown = self.expect(tool("verify", program), OK, err="").out
+        self.assertRegex(shown, r"\n  architecture: +arm64\n")
+        self.assertRegex(shown, r"\n  flags: +runtime\n")
+        self.assertRegex(shown, r"\n  entitlement: +com\.example\.right = ")
+        report = self.expect(tool("verify", "--json", program), OK, err="").json()["result"]["reports"][0]
+        self.assertEqual((report["architectures"], report["flagBits"], report["flags"]), (["arm64"], 0x10000, ["runtime"]))
+        self.assertEqual(list(report["entitlements"]), ["com.example.right"])
 
     def test_tells_what_is_wrong(self):
         def altered(bundle):

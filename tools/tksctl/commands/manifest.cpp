@@ -8,8 +8,8 @@
 #include <span>
 
 #include "platform/platform.h"
-#include "tools/tksctl/browsers.h"
 #include "tools/tksctl/commands/table.h"
+#include "tools/tksctl/parts/browsers.h"
 
 // Manifests of native-messaging hosts: the files that tell a browser which program to start for which extension.
 

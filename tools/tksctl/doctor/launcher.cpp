@@ -1,10 +1,14 @@
+#include <elf.h>
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "platform/assessment.h"
 #include "platform/platform.h"
@@ -20,13 +24,23 @@ namespace fs = std::filesystem;
 constexpr std::string_view kInstall = "Install it: tksctl install ZIP --version V, or let the host offer an archive.";
 constexpr std::string_view kInstallAgain = "Install the launcher again from its maker.";
 
-/// The first bytes of a program: what kind it is, and for which machine.
+struct MachineRow {
+  int number;
+  std::string_view name;
+};
+/// Values of e_machine in the headers of ELF files (elf.h), by the names that uname gives them.
+constexpr MachineRow kMachines[] = {{EM_386, "i686"},        {EM_ARM, "arm"},       {EM_X86_64, "x86_64"},
+                                    {EM_AARCH64, "aarch64"}, {EM_RISCV, "riscv64"}, {EM_PPC64, "ppc64le"}};
+
+/// The machine that a program is made for, by its first bytes: "x86_64"; "script", or "other" for what is no ELF file.
 std::string machineOf(const std::string& program) {
   unsigned char head[20] = {};
   std::ifstream(program, std::ios::binary).read(reinterpret_cast<char*>(head), sizeof head);
-  const bool isElf = head[0] == 0x7F && head[1] == 'E' && head[2] == 'L' && head[3] == 'F';
-  if (isElf) return "ELF " + std::to_string(head[18] + 256 * head[19]);
-  return head[0] == '#' && head[1] == '!' ? "script" : "other";
+  const bool isElf = std::memcmp(head, ELFMAG, SELFMAG) == 0;
+  if (!isElf) return head[0] == '#' && head[1] == '!' ? "script" : "other";
+  const int number = head[18] + 256 * head[19];
+  const auto row = std::ranges::find(kMachines, number, &MachineRow::number);
+  return row != std::end(kMachines) ? std::string(row->name) : "ELF " + std::to_string(number);
 }
 
 /// What this very program is.
@@ -52,7 +66,7 @@ bool checkProgram(Report& report, const std::string& program) {
                 "Install a launcher for this computer.", Exit::brokenLauncher);
     return false;
   }
-  report.pass(id, title, program);
+  report.pass(id, title, program + (machine == "script" ? ", a script" : ", for " + machine));
   return true;
 }
 
@@ -68,6 +82,21 @@ void checkVersion(Report& report, const platform::Bundle& bundle) {
   }
   report.fail("launcher.version", "its version", version.empty() ? "none" : version + " is not supported any more",
               "Install a newer launcher.", Exit::brokenLauncher);
+}
+
+/// The certificates of the signature, the maker's first.
+void tellChain(Report& report, const TKSDictionary& signature) {
+  const TKSValue& team = signature["team"];
+  report.pass("launcher.team", "its team", team.isText() ? std::string(team.text()) : "none");
+  std::string seen;
+  const TKSValue& chain = signature["chain"];
+  for (std::size_t i = 0; chain.isArray() && i < chain.array().size(); ++i) {
+    const TKSValue& certificate = chain[i];
+    seen.append(seen.empty() ? "" : "; ").append(certificate["commonName"].text());
+    seen.append(certificate["validNow"].boolean() ? " (valid until " : " (not valid now, until ");
+    seen.append(certificate["notAfter"].text()).append(")");
+  }
+  report.pass("launcher.chain", "its certificates", seen.empty() ? "none" : seen);
 }
 
 void checkSignature(Report& report, const std::string& path) {
@@ -94,6 +123,7 @@ void checkSignature(Report& report, const std::string& path) {
     report.fail("launcher.maker", "its maker", std::string(signature["makerText"].text()),
                 "Install the launcher from its maker; do not start what is there.", Exit::notTrusted);
   }
+  if (signature["signed"].boolean()) tellChain(report, signature);
 }
 
 void checkAssessment(Report& report, const std::string& path) {

@@ -1,4 +1,4 @@
-#include "tools/tksctl/browsers.h"
+#include "tools/tksctl/parts/browsers.h"
 
 #include <tksinterface/TKSUtilBase.h>
 
