@@ -83,6 +83,17 @@ TEST_F(DeltaOptions, HttpsAloneIsAskedAndFollowed) {
 
 TEST_F(DeltaOptions, PlainHttpIsFineWithoutTheOption) { EXPECT_TRUE(accepts(tks::test::kList)); }
 
+TEST_F(DeltaOptions, DownloadThatPausesIsFineWithoutTheLimit) {
+  const std::string archive = signedArchive(tks::test::kList);
+  LoopbackServer server([&](LoopbackServer::Connection& connection) {
+    const std::string whole = response(200, archive);
+    connection.send(whole.substr(0, whole.size() / 2));
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    connection.send(whole.substr(whole.size() / 2));
+  });
+  EXPECT_TRUE(askAt(server.address()));
+}
+
 TEST_F(DeltaOptions, DownloadThatTricklesIsEndedByTheLimit) {
   options_.set({.downloadLimit = 300});
   LoopbackServer server([](LoopbackServer::Connection& connection) {

@@ -46,6 +46,24 @@ TEST_F(AnswerLimits, WithoutThemASilentLauncherIsWaitedForForEver) {
   EXPECT_THAT(talk_.log.texts(4), IsEmpty());
 }
 
+TEST_F(AnswerLimits, WithoutThemALaunchIsWaitedForForEver) {
+  talk_.connect();
+  talk_.launch();
+  talk_.events();
+  time_.pass(24h);
+  EXPECT_THAT(talk_.events(), IsEmpty());
+  EXPECT_TRUE(handler().messageHost->isOpened);
+}
+
+TEST_F(AnswerLimits, WithoutThemTheAnswerToAGoodbyeIsWaitedForForEver) {
+  talk_.connect();
+  talk_.disconnect();
+  talk_.events();
+  time_.pass(24h);
+  EXPECT_THAT(talk_.events(), IsEmpty());
+  EXPECT_TRUE(handler().messageHost->isOpened);
+}
+
 TEST_F(AnswerLimits, GreetingThatIsNotAnsweredInTimeFailsOnceAndClosesTheChannel) {
   options_.set({.helloLimit = 30000});
   greet();
