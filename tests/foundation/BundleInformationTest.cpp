@@ -104,9 +104,9 @@ TEST_F(BundleInformation, TheFileComesBeforeTheBundleObject) {
   tks::test::PlayedBundles bundles;
   bundles.declared[app_] = {app_, "", "", {{"CFBundleName", "Muster"}, {"other", 1}}};
   EXPECT_EQ(TKSUtilBase::getValueInInfoPlist(app_, "CFBundleName"), TKSValue("Sample"));
-  EXPECT_EQ(bundles.opened, "");
+  EXPECT_EQ(bundles.opened(), "");
   EXPECT_EQ(TKSUtilBase::getValueInInfoPlist(app_, "other"), TKSValue(1));
-  EXPECT_EQ(bundles.opened, app_);
+  EXPECT_EQ(bundles.opened(), app_);
 }
 
 // Client package parameters.

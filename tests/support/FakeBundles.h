@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,18 +16,27 @@ class PlayedBundles final : public platform::Bundles {
   std::optional<std::string> identifier;
   /// What a bundle at a path declares, before what is on disk.
   std::map<std::string, platform::Bundle> declared;
-  /// The path of the bundle that was asked for last.
-  std::string opened;
+
+  /// The path of the bundle that was asked for last, by any thread.
+  std::string opened() const {
+    const std::scoped_lock lock(mutex_);
+    return opened_;
+  }
 
   std::optional<std::string> mainBundleIdentifier() override { return identifier; }
   std::string libraryVersion() override { return "7.8.9"; }
   std::optional<platform::Bundle> open(std::string_view path) override {
-    opened = path;
+    {
+      const std::scoped_lock lock(mutex_);
+      opened_ = path;
+    }
     const auto found = declared.find(std::string(path));
     return found != declared.end() ? found->second : replaced_.before().open(path);
   }
 
  private:
+  mutable std::mutex mutex_;
+  std::string opened_;
   platform::Replaced<platform::Bundles> replaced_{*this};
 };
 
