@@ -34,13 +34,13 @@ class OddPaths : public ::testing::Test {
   std::vector<std::function<bool()>> operationsOn(const std::string& file, const std::string& directory) {
     const std::string good = folder / "good";
     return {
-        [=, this] { return files().exists(file); },
-        [=, this] { return files().isDirectory(directory); },
-        [=, this] { return files().isLink(file); },
+        [=] { return files().exists(file); },
+        [=] { return files().isDirectory(directory); },
+        [=] { return files().isLink(file); },
         [=, this] { return files().isSameItem(file, folder / "x"); },
         [=, this] { return files().liesWithin(directory, folder.path()); },
-        [=, this] { return files().isExecutableFile(file); },
-        [=, this] { return files().isWritable(file); },
+        [=] { return files().isExecutableFile(file); },
+        [=] { return files().isWritable(file); },
         [=, this] { return files().size(file, &error).has_value(); },
         [=, this] { return files().list(directory, &error).has_value(); },
         [=, this] { return files().createDirectory(folder / std::string("new\0y", 5), 0700, &error); },
@@ -61,7 +61,7 @@ class OddPaths : public ::testing::Test {
         [=, this] { return files().attributes(file, &error).has_value(); },
         [=, this] { return files().permissions(file, &error).has_value(); },
         [=, this] { return files().setPermissions(file, 0777, &error); },
-        [=, this] { return files().removeExtendedAttribute(file, "a") == 0; },
+        [=] { return files().removeExtendedAttribute(file, "a") == 0; },
         [=, this] { return files().volumeSpace(directory, &error).has_value(); },
     };
   }
