@@ -196,16 +196,7 @@ class PlainReader {
 
   bool readInteger() {
     const std::optional<std::string_view> text = takeScalar("</integer>");
-    const TKSValue value = text ? parseInteger(withoutXmlBlanks(*text)) : TKSValue();
-    if (value.isNothing()) return false;
-    if (value.isReal()) {
-      builder_.real(value.real());
-    } else if (value.isUnsignedInteger()) {
-      builder_.unsignedInteger(value.unsignedInteger());
-    } else {
-      builder_.integer(value.integer());
-    }
-    return true;
+    return text && putInteger(withoutXmlBlanks(*text), builder_);
   }
 
   bool readReal() {

@@ -238,18 +238,7 @@ bool XmlReader::scalar(Element element, const pugi::xml_node& node) {
   return fail("an element is unknown");
 }
 
-bool XmlReader::integer(std::string_view text) {
-  const TKSValue value = parseInteger(text);
-  if (value.isNothing()) return fail("an integer is none");
-  if (value.isReal()) {
-    builder_.real(value.real());
-  } else if (value.isUnsignedInteger()) {
-    builder_.unsignedInteger(value.unsignedInteger());
-  } else {
-    builder_.integer(value.integer());
-  }
-  return true;
-}
+bool XmlReader::integer(std::string_view text) { return putInteger(text, builder_) || fail("an integer is none"); }
 
 TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, Problem& problem, bool& again) {
   constexpr unsigned kCommon = pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi | pugi::parse_doctype;

@@ -4,19 +4,10 @@ import unittest
 from support import *
 
 
-class Options(ToolTest):
-    @classmethod
-    def setUpClass(cls):
-        cls.keeper = tempfile.TemporaryDirectory(prefix="tks-ctl-")
-        cls.made = Maker.launcher(cls.keeper.name)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.keeper.cleanup()
-
+class Options(LauncherTest):
     def setUp(self):
-        self.here = self.world()
-        shutil.copytree(self.made, self.here.launcher)
+        super().setUp()
+        self.install()
 
     def test_launch_goes_by_them(self):
         silent = {"TKS_FAKE_LAUNCHER": "--mute"}
