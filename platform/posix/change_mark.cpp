@@ -1,6 +1,5 @@
 #include "platform/posix/change_mark.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -15,7 +14,7 @@
 #include <vector>
 
 #include "foundation/values/FilePaths.h"
-#include "platform/posix/file_descriptor.h"
+#include "platform/posix/folder_items.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
@@ -93,27 +92,13 @@ class Mark {
     std::size_t size = 0;
   };
 
-  /// `folders` receives those in it. The C library's own listing, because the C++ library's ends the process when
-  /// memory runs out.
+  /// `folders` receives those in it.
   bool addItemsOf(const std::string& folder, std::size_t prefix, std::vector<std::string>& folders) {
-    FileDescriptor descriptor(
-        retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
-    const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor ? ::fdopendir(descriptor.get()) : nullptr, ::closedir);
-    if (!listing) return false;
-    const int number = descriptor.get();
-    descriptor.release();  // the listing closes it
-    while (true) {
-      errno = 0;
-      const dirent* const entry = ::readdir(listing.get());
-      if (entry == nullptr) return errno == 0;
-      const std::string_view name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      // By the folder's descriptor: the way to each item again would take longer than the look at it.
-      struct stat facts {};
-      if (::fstatat(number, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
+    return visitItems(folder, [&](std::string_view name, const struct stat& facts) {
       add(facts, std::string_view(folder).substr(prefix), name, true);
       if (S_ISDIR(facts.st_mode)) folders.push_back(joinedPath(folder, name));
-    }
+      return true;
+    });
   }
 
   void add(const struct stat& facts, std::string_view folder, std::string_view name, bool withTime) {

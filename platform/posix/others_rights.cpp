@@ -1,6 +1,5 @@
 #include "platform/posix/others_rights.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <sys/stat.h>
@@ -18,7 +17,7 @@
 #include <vector>
 
 #include "foundation/values/FilePaths.h"
-#include "platform/posix/file_descriptor.h"
+#include "platform/posix/folder_items.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
@@ -147,25 +146,12 @@ class Way {
 
 /// Looks through what is in a folder, and the folders that it finds. False, and errno, when it cannot.
 bool lookThrough(const std::string& folder, std::vector<std::string>& folders, std::string& found) {
-  FileDescriptor descriptor(
-      retried([&] { return ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
-  const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor ? ::fdopendir(descriptor.get()) : nullptr, ::closedir);
-  if (!listing) return false;
-  const int number = descriptor.get();
-  descriptor.release();  // the listing closes it
-  while (found.empty()) {
-    errno = 0;
-    const dirent* const entry = ::readdir(listing.get());
-    if (entry == nullptr) return errno == 0;
-    const std::string_view name = entry->d_name;
-    if (name == "." || name == "..") continue;
+  return visitItems(folder, [&](std::string_view name, const struct stat& facts) {
     const std::string item = joinedPath(folder, name);
-    struct stat facts {};
-    if (::fstatat(number, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
     if (othersMayChange(item, facts)) found = item;
     if (S_ISDIR(facts.st_mode)) folders.push_back(item);
-  }
-  return true;
+    return found.empty();
+  });
 }
 
 bool isFolder(const std::string& path) {
