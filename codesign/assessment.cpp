@@ -1,4 +1,4 @@
-#include "platform/assessment.h"
+#include "codesign/assessment.h"
 
 #include <fcntl.h>
 #include <openssl/asn1.h>
@@ -16,6 +16,7 @@
 
 #include "codesign/Codesign.h"
 #include "codesign/trust/certificates.h"
+#include "platform/backend.h"
 #include "platform/posix/file_descriptor.h"
 
 namespace tks::assessment {
@@ -226,3 +227,23 @@ Verdict run(const std::vector<std::string>& arguments) noexcept {
 }
 
 }  // namespace tks::assessment
+
+namespace tks::platform {
+namespace {
+
+class EngineAssessment final : public Assessment {
+ public:
+  assessment::Verdict run(const std::vector<std::string>& arguments) noexcept override {
+    return assessment::run(arguments);
+  }
+};
+
+}  // namespace
+
+template <>
+Assessment& backend<Assessment>() {
+  static auto& assessment = *new EngineAssessment;
+  return assessment;
+}
+
+}  // namespace tks::platform

@@ -3,9 +3,6 @@
 #include <string>
 #include <vector>
 
-// The assessment of applications on Linux: what the program spctl says, and what the library says by itself where that
-// program is missing. codesign/assessment.cpp defines it. macOS has a tool of the system's.
-
 namespace tks::assessment {
 
 /// What the assessment of an application says, and how the tool ends.
@@ -22,11 +19,18 @@ inline constexpr int kRejected = 3;
 /// Not the platform's: memory or descriptors ran out, so that nothing can be said of the application.
 inline constexpr int kNoVerdict = 75;
 
-/// Assesses an application for execution. `verbosity` is how often "-v" was given. Any thread; blocks while it reads.
-Verdict assess(const std::string& path, int verbosity);
-
-/// What the program says when it is run with these arguments, without its own name: -a [-t execute] [-v...] PATH...
-/// Throws nothing; without memory there is no verdict. Any thread; blocks while it reads.
-Verdict run(const std::vector<std::string>& arguments) noexcept;
-
 }  // namespace tks::assessment
+
+namespace tks::platform {
+
+/// The system's assessment of applications: whether it would let them be executed. macOS: the tool spctl. Linux: the
+/// signature engine of this project, for the program spctl and for where that program is missing. Any thread.
+class Assessment {
+ public:
+  virtual ~Assessment() = default;
+  /// What the tool says when it is run with these arguments, without its own name: -a [-t execute] [-v...] PATH...
+  /// Throws nothing; without memory, and without a tool, there is no verdict. Blocks while it reads.
+  virtual assessment::Verdict run(const std::vector<std::string>& arguments) noexcept = 0;
+};
+
+}  // namespace tks::platform

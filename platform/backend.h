@@ -1,10 +1,10 @@
 #pragma once
 
 /// Every contract, for what has to be said once per contract.
-#define TKS_PLATFORM_CONTRACTS(each)                                                                               \
-  each(Archives) each(BackgroundWork) each(Bundles) each(Channels) each(ChildProcesses) each(Clock) each(Download) \
-      each(Files) each(Json) each(KnownFolders) each(MainLoop) each(Preferences) each(PropertyLists)               \
-          each(RunningApplications) each(Signatures) each(SystemTools) each(Text) each(ThisProcess)
+#define TKS_PLATFORM_CONTRACTS(each)                                                                                 \
+  each(Archives) each(Assessment) each(BackgroundWork) each(Bundles) each(Channels) each(ChildProcesses) each(Clock) \
+      each(Download) each(Files) each(Json) each(KnownFolders) each(MainLoop) each(Preferences) each(PropertyLists)  \
+          each(RunningApplications) each(Signatures) each(SystemTools) each(Text) each(ThisProcess) each(UsersFolders)
 
 namespace tks::platform {
 

@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "platform/archives.h"
+#include "platform/assessment.h"
 #include "platform/backend.h"
 #include "platform/bundles.h"
 #include "platform/channels.h"
@@ -20,6 +21,7 @@
 #include "platform/system_tools.h"
 #include "platform/text.h"
 #include "platform/this_process.h"
+#include "platform/users_folders.h"
 
 namespace tks::platform {
 
@@ -57,6 +59,7 @@ class Replaced {
 };
 
 inline Archives& archives() { return get<Archives>(); }
+inline Assessment& assessment() { return get<Assessment>(); }
 inline MainLoop& mainLoop() { return get<MainLoop>(); }
 inline BackgroundWork& backgroundWork() { return get<BackgroundWork>(); }
 inline Bundles& bundles() { return get<Bundles>(); }
@@ -74,5 +77,6 @@ inline Signatures& signatures() { return get<Signatures>(); }
 inline SystemTools& systemTools() { return get<SystemTools>(); }
 inline Text& text() { return get<Text>(); }
 inline ThisProcess& thisProcess() { return get<ThisProcess>(); }
+inline UsersFolders& usersFolders() { return get<UsersFolders>(); }
 
 }  // namespace tks::platform

@@ -1,7 +1,7 @@
 #include <tksinterface/MaskSensitiveInformation.h>
 
 #include "foundation/logging/Masking.h"
-#include "foundation/logging/UsersFolders.h"
+#include "platform/platform.h"
 
 using tks::masking::maskRange;
 using tks::masking::removePersonalData;
@@ -36,7 +36,7 @@ std::string toLower(const std::string& input) {
 
 std::string MaskSensitiveInformation::removeSensitiveInformation(std::string_view text) {
   std::string result(text);
-  removePersonalData(result, Unit::characters, tks::masking::usersFolders());
+  removePersonalData(result, Unit::characters, tks::platform::usersFolders().list());
   return result;
 }
 

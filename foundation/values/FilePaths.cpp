@@ -21,7 +21,7 @@ std::string joinedPath(std::string_view folder, std::string_view component) {
 
 std::string_view lastPathComponent(std::string_view path) {
   path = cut(path);
-  return path.size() > 1 ? path.substr(path.rfind('/') + 1) : path;
+  return path.size() > 1 ? path.substr(folderPart(path).size()) : path;
 }
 
 std::string_view folderOf(std::string_view path) {
@@ -29,6 +29,11 @@ std::string_view folderOf(std::string_view path) {
   const std::size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) return path.empty() ? path : std::string_view(".");
   return cut(path.substr(0, slash + 1));
+}
+
+std::string_view folderPart(std::string_view path) {
+  path = cut(path);
+  return path.substr(0, path.rfind('/') + 1);
 }
 
 bool isPath(std::string_view path) { return !path.empty() && path.find('\0') == std::string_view::npos; }

@@ -18,6 +18,10 @@ std::string_view lastPathComponent(std::string_view path);
 /// "/a/b//C.app/". "." for a single component, which lies in the working folder; empty for an empty path.
 std::string_view folderOf(std::string_view path);
 
+/// What of a path stands before its last component, as it stands: "/a/b//" of "/a/b//C.app/". Empty for a single
+/// component.
+std::string_view folderPart(std::string_view path);
+
 /// Whether a path can name a file: neither empty nor with a NUL byte, which the system would take for its end.
 bool isPath(std::string_view path);
 

@@ -20,7 +20,7 @@ namespace {
 constexpr std::string_view kContents = "Contents";
 
 /// The notes of the system's file browser, which it leaves wherever it goes.
-bool isStoreFile(std::string_view path) { return path.substr(path.rfind('/') + 1) == ".DS_Store"; }
+bool isStoreFile(std::string_view path) { return lastPathComponent(path) == ".DS_Store"; }
 
 /// What the seal of a bundle names, by paths below its folder "Contents".
 class Names {

@@ -1,4 +1,22 @@
-#include "foundation/logging/UsersFolders.h"
+#include "platform/users_folders.h"
 
-/// Homes lie in "/Users/" here, which is masked on every system.
-std::span<const std::string> tks::masking::usersFolders() { return {}; }
+#include "platform/backend.h"
+
+namespace tks::platform {
+namespace {
+
+class AppleUsersFolders final : public UsersFolders {
+ public:
+  /// Homes lie in "/Users/" here, which is masked on every system.
+  std::span<const std::string> list() override { return {}; }
+};
+
+}  // namespace
+
+template <>
+UsersFolders& backend<UsersFolders>() {
+  static auto& folders = *new AppleUsersFolders;
+  return folders;
+}
+
+}  // namespace tks::platform

@@ -24,37 +24,13 @@ using tks::test::LogRecorder;
 using tks::test::TemporaryFolder;
 using tks::test::writeFile;
 
-/// Running applications that a test makes up.
-class FakeApplications final : public tks::test::NoApplications {
- public:
-  std::vector<TKSRunningApplication> running;
-  std::vector<std::int32_t> ended;
-  bool refuses = false;
-
-  std::optional<TKSRunningApplication> find(std::int32_t pid) override {
-    for (const TKSRunningApplication& application : running) {
-      if (application.processIdentifier == pid) return application;
-    }
-    return std::nullopt;
-  }
-  std::vector<TKSRunningApplication> list() override { return running; }
-  bool forceTerminate(const TKSRunningApplication& application) override {
-    ended.push_back(application.processIdentifier);
-    if (refuses) return false;
-    std::erase(running, application);
-    return true;
-  }
-  bool terminate(const TKSRunningApplication& application) override { return forceTerminate(application); }
-};
-
 class FileOperations : public ::testing::Test {
  protected:
   std::string shown(const std::string& path) { return TKSILog::removeSensitiveInformation(path); }
 
   TemporaryFolder folder;
-  FakeApplications applications;
+  tks::test::PlayedApplications applications;
   tks::test::FakeClock clock;
-  tks::platform::Replaced<tks::platform::RunningApplications> replaced{applications};
   LogRecorder log;
 };
 
@@ -233,10 +209,10 @@ TEST_F(FileOperations, EmptyPathsAreNamed) {
 TEST_F(FileOperations, CleaningUpWithoutForceStopsAtARunningApplication) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{1001, "", "", path, 1}};
+  applications.listed = {{1001, "", "", path, 1}};
   EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
   EXPECT_TRUE(fs::exists(path));
-  EXPECT_THAT(applications.ended, IsEmpty());
+  EXPECT_THAT(applications.terminated, IsEmpty());
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "Try to clean up folder path: " + shown(path) + ". isForced: 0."},
                                        LogLine{4, "Non-forced clean. Abort clean up folder: " + shown(path) +
                                                       "! Because has running app under the folder path."}));
@@ -245,10 +221,10 @@ TEST_F(FileOperations, CleaningUpWithoutForceStopsAtARunningApplication) {
 TEST_F(FileOperations, CleaningUpByForceEndsWhatRunsThere) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{1000001, "", "", "/elsewhere", 1}, {1000002, "", "", path + "/Contents/B.app", 1}};
+  applications.listed = {{1000001, "", "", "/elsewhere", 1}, {1000002, "", "", path + "/Contents/B.app", 1}};
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, true));
   EXPECT_FALSE(fs::exists(path));
-  EXPECT_THAT(applications.ended, ElementsAre(1000002));
+  EXPECT_THAT(applications.terminated, ElementsAre(1000002));
   EXPECT_TRUE(
       log.has(4, "Forced clean! App within the folder path is running! Terminate it firstly! Running app path: " +
                      shown(path + "/Contents/B.app") + "."));
@@ -259,8 +235,8 @@ TEST_F(FileOperations, CleaningUpByForceEndsWhatRunsThere) {
 TEST_F(FileOperations, WhatCannotBeEndedIsRemovedAllTheSame) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{1000002, "", "", path, 1}};
-  applications.refuses = true;
+  applications.listed = {{1000002, "", "", path, 1}};
+  applications.refusing = {1000002};
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, true));
   EXPECT_FALSE(fs::exists(path));
   EXPECT_TRUE(log.has(8, "The terminate request failed to sent! Get on clean up as in forced case."));
@@ -269,37 +245,37 @@ TEST_F(FileOperations, WhatCannotBeEndedIsRemovedAllTheSame) {
 TEST_F(FileOperations, ASiblingWithTheSameBeginningCountsAsInside) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{1001, "", "", path + " copy", 1}};
+  applications.listed = {{1001, "", "", path + " copy", 1}};
   EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
 }
 
 TEST_F(FileOperations, AFolderThatIsSpelledOtherwiseIsTheSame) {
   writeFile(folder / "place/A.app/x", "x");
   fs::create_directory_symlink("place", folder / "link");
-  applications.running = {{1001, "", "", folder / "place/A.app", 1}};
+  applications.listed = {{1001, "", "", folder / "place/A.app", 1}};
   for (const char* name : {"link/A.app", "place//A.app", "place/./A.app/", "link/../place", "link"}) {
     EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(folder / name, false)) << name;
   }
   EXPECT_TRUE(fs::exists(folder / "place/A.app/x"));
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(folder / "link//A.app", true));
-  EXPECT_THAT(applications.ended, ElementsAre(1001));
+  EXPECT_THAT(applications.terminated, ElementsAre(1001));
   EXPECT_FALSE(fs::exists(folder / "place/A.app"));
 }
 
 TEST_F(FileOperations, ThisProcessIsNeverEndedAndNeverInTheWay) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{::getpid(), "", "", path, 1}};
+  applications.listed = {{::getpid(), "", "", path, 1}};
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false));
   EXPECT_FALSE(fs::exists(path));
-  EXPECT_THAT(applications.ended, IsEmpty());
+  EXPECT_THAT(applications.terminated, IsEmpty());
   EXPECT_TRUE(log.has(2, "Ignore terminate self when clean up, pid: " + std::to_string(::getpid())));
 }
 
 TEST_F(FileOperations, CleaningUpWhereNothingRunsNeedsNoForce) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{1001, "", "", "/elsewhere/A.app", 1}};
+  applications.listed = {{1001, "", "", "/elsewhere/A.app", 1}};
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false));
   EXPECT_FALSE(fs::exists(path));
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, false)) << "also when there is nothing";
@@ -309,7 +285,7 @@ TEST_F(FileOperations, CleaningUpWhereNothingRunsNeedsNoForce) {
 TEST_F(FileOperations, CleaningUpGoesThroughApplicationsInTheirOrder) {
   const std::string path = folder / "A.app";
   writeFile(path + "/x", "x");
-  applications.running = {{::getpid(), "", "", path, 1}, {1000002, "", "", path, 1}, {1000003, "", "", path, 1}};
+  applications.listed = {{::getpid(), "", "", path, 1}, {1000002, "", "", path, 1}, {1000003, "", "", path, 1}};
   EXPECT_FALSE(TKSUtilBase::cleanUpFolderPath(path, false));
   EXPECT_THAT(log.lines(),
               ElementsAre(LogLine{2, "Try to clean up folder path: " + shown(path) + ". isForced: 0."},
@@ -317,7 +293,7 @@ TEST_F(FileOperations, CleaningUpGoesThroughApplicationsInTheirOrder) {
                           LogLine{4, "Non-forced clean. Abort clean up folder: " + shown(path) +
                                          "! Because has running app under the folder path."}));
   EXPECT_TRUE(TKSUtilBase::cleanUpFolderPath(path, true));
-  EXPECT_THAT(applications.ended, ElementsAre(1000002, 1000003));
+  EXPECT_THAT(applications.terminated, ElementsAre(1000002, 1000003));
 }
 
 TEST_F(FileOperations, CopyingTakesWholeFoldersAndReplacesWholeFolders) {

@@ -2,7 +2,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/assessment.h"
+#include "codesign/assessment.h"
 
 // spctl -a [-t execute] [-v...] PATH...   assesses applications; the verdict goes to standard error.
 

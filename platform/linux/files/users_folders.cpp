@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
-#include "foundation/logging/UsersFolders.h"
+#include "foundation/values/FilePaths.h"
 #include "platform/backend.h"
 #include "platform/known_folders.h"
+#include "platform/users_folders.h"
 
 namespace tks::gnulinux {
 namespace {
@@ -23,7 +24,7 @@ std::string lowerCase(std::string_view text) {
 
 std::vector<std::string> usersFoldersWith(std::string_view realHome) {
   std::vector<std::string> folders{std::string(kHomes)};
-  const std::string parent = lowerCase(realHome.substr(0, realHome.rfind('/') + 1));
+  const std::string parent = lowerCase(folderPart(realHome));
   // A home at the top, like root's, makes no users' folder of the whole system.
   const bool isKnown = parent == "/" || parent == kHomes || parent == kUsers;
   if (parent.starts_with('/') && !isKnown) folders.push_back(parent);
@@ -33,9 +34,26 @@ std::vector<std::string> usersFoldersWith(std::string_view realHome) {
 
 }  // namespace tks::gnulinux
 
-/// Of the process's own user, whose home stays the same: lines are masked too often to ask the password database again.
-std::span<const std::string> tks::masking::usersFolders() {
-  static const auto& folders =
-      *new std::vector<std::string>(gnulinux::usersFoldersWith(platform::backend<platform::KnownFolders>().realHome()));
+namespace tks::platform {
+namespace {
+
+class LinuxUsersFolders final : public UsersFolders {
+ public:
+  /// Of the process's own user, whose home stays the same: lines are masked too often to ask the password database
+  /// again.
+  std::span<const std::string> list() override {
+    static const auto& folders =
+        *new std::vector<std::string>(gnulinux::usersFoldersWith(backend<KnownFolders>().realHome()));
+    return folders;
+  }
+};
+
+}  // namespace
+
+template <>
+UsersFolders& backend<UsersFolders>() {
+  static auto& folders = *new LinuxUsersFolders;
   return folders;
 }
+
+}  // namespace tks::platform

@@ -13,9 +13,9 @@
 #include <optional>
 #include <utility>
 
-#include "platform/assessment.h"
 #include "platform/linux/processes/child_collector.h"
 #include "platform/linux/processes/spawn.h"
+#include "platform/platform.h"
 #include "platform/posix/posix_error.h"
 #include "platform/posix/standard_handles.h"
 #include "platform/posix/whole_files.h"
@@ -275,7 +275,7 @@ class ToolRunner final : public platform::SystemTools {
   /// Where the program is missing, its code is run here: a host may ship the library alone. The same words, the same
   /// exit codes.
   static ToolResult assessHere(const ToolRequest& request) {
-    assessment::Verdict verdict = assessment::run(request.arguments);
+    assessment::Verdict verdict = platform::assessment().run(request.arguments);
     ToolResult result;
     result.started = true;
     result.exitCode = verdict.exitCode;

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "platform/assessment.h"
+#include "codesign/assessment.h"
 #include "tools/tksctl/commands/table.h"
 #include "tools/tksctl/frame/json_values.h"
 

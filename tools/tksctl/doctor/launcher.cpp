@@ -10,7 +10,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "platform/assessment.h"
+#include "codesign/assessment.h"
 #include "platform/platform.h"
 #include "tools/tksctl/catalogue/catalogue.h"
 #include "tools/tksctl/doctor/report.h"

@@ -5,7 +5,6 @@
 
 #include <tksinterface/TKSILog.h>
 
-#include "foundation/logging/UsersFolders.h"
 #include "platform/platform.h"
 
 namespace {
@@ -28,7 +27,7 @@ TEST(UsersFolders, AreNeverTheWholeSystem) {
 }
 
 TEST(UsersFolders, OfThisProcessAreAskedForByTheMaskingOfTexts) {
-  EXPECT_THAT(tks::masking::usersFolders(), Contains("/home/"));
+  EXPECT_THAT(tks::platform::usersFolders().list(), Contains("/home/"));
   EXPECT_EQ(TKSILog::removeSensitiveInformation("/home/jane/x /Home/joe/y"), "/home/****/x /Home/***/y");
 }
 

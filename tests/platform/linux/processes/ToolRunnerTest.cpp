@@ -95,6 +95,33 @@ TEST_F(SystemTools, AProgramThatTheSystemCannotLoadWasNotStarted) {
   EXPECT_THAT(result.error.localizedDescription, HasSubstr(paths[Tool::spctl]));
 }
 
+/// An assessment that says what it was asked.
+class EchoedAssessment final : public tks::platform::Assessment {
+ public:
+  tks::assessment::Verdict run(const std::vector<std::string>& arguments) noexcept override {
+    std::string text;
+    for (const std::string& argument : arguments) text.append(argument).append("\n");
+    return {3, std::move(text)};
+  }
+
+ private:
+  tks::platform::Replaced<Assessment> replaced_{*this};
+};
+
+TEST_F(SystemTools, WithoutItsProgramAnAssessmentIsThatOfTheContract) {
+  const EchoedAssessment assessment;
+  ToolRequest request{Tool::spctl, {"-a", "-vv", "/X.app"}};
+  request.collectStandardError = true;
+  ToolResult result = run(request);
+  EXPECT_TRUE(result.started);
+  EXPECT_EQ(result.exitCode, 3);
+  EXPECT_EQ(result.output, "-a\n-vv\n/X.app\n");
+  request.outputLimit = 2;
+  EXPECT_EQ(run(request).output, "-a");
+  request.collectStandardError = false;
+  EXPECT_EQ(run(request).output, "") << "the verdict is for standard error";
+}
+
 TEST_F(SystemTools, AToolThatIsEndedBeforeItIsDoneSaysByWhat) {
   script(Tool::unzip, "kill -SEGV $$");
   ToolResult result = run(Tool::unzip);
