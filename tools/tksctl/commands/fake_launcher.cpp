@@ -9,6 +9,7 @@
 #include "tools/tksctl/commands/table.h"
 #include "tools/tksctl/doubles/launcher_maker.h"
 #include "tools/tksctl/frame/json_values.h"
+#include "tools/tksctl/parts/signing_identity.h"
 
 namespace tks::ctl {
 namespace {
@@ -44,15 +45,11 @@ std::optional<TKSDictionary> readScript(const std::string& path, Output& out) {
   return std::nullopt;
 }
 
-std::optional<codesign::SigningIdentity> identityFor(const std::string& folder, Output& out) {
-  codesign::Outcome outcome;
-  auto identity = folder.empty() ? codesign::SigningIdentity::make({}, &outcome)
-                                 : codesign::SigningIdentity::fromFolder(folder, &outcome);
-  if (!identity) {
-    const std::string what = folder.empty() ? "no identity could be made" : "there is no identity in " + folder;
-    out.fail(Exit::failed, what + ": " + outcome.description(), "Make one: tksctl sign --make-identity FOLDER.");
-  }
-  return identity;
+/// Who signs it: the one that is named, or one made for it alone.
+codesign::SigningIdentity identityFor(const std::string& folder) {
+  IdentityWishes named;
+  named.folder = folder;
+  return folder.empty() ? newIdentity({}) : loadIdentity(named);
 }
 
 /// The versions that it updates itself to, one after the other.
@@ -69,8 +66,7 @@ Exit make(Context& context, const Wishes& wishes) {
   const std::optional<TKSDictionary> behaviour = readScript(wishes.behaviourFile, context.out);
   if (!behaviour) return Exit::failed;
   context.interrupts.hold();
-  const auto identity = identityFor(wishes.identityFolder, context.out);
-  if (!identity) return Exit::failed;
+  const codesign::SigningIdentity identity = identityFor(wishes.identityFolder);
   FakeLauncherPlan plan;
   plan.folder = std::filesystem::absolute(wishes.folder).lexically_normal().string();
   plan.behaviour = *behaviour;
@@ -78,7 +74,7 @@ Exit make(Context& context, const Wishes& wishes) {
   if (plan.version.empty()) plan.version = kUsualVersion;
   TKSError error;
   const auto path = makeFakeLauncher(
-      plan, *identity, [&] { return context.interrupts.came(); }, &error);
+      plan, identity, [&] { return context.interrupts.came(); }, &error);
   if (context.interrupts.came() && !path) return context.out.fail(Exit::interrupted, "interrupted");
   if (!path) return context.out.fail(error, "no launcher was made");
   context.out.line(*path);

@@ -14,7 +14,6 @@ namespace {
 
 using codesign::HashType;
 using codesign::IdentityPlan;
-using codesign::Outcome;
 using codesign::SigningIdentity;
 using codesign::SigningOptions;
 using codesign::Storage;
@@ -77,11 +76,9 @@ void signAll(Output& out, const Wishes& wishes) {
 }
 
 void makeIdentity(Output& out, const Wishes& wishes) {
-  Outcome outcome;
-  const std::optional<SigningIdentity> identity = SigningIdentity::make(wishes.plan, &outcome);
-  require(outcome, "the identity");
-  require(identity->save(wishes.newIdentityFolder), wishes.newIdentityFolder);
-  const std::string root = identity->chain().back().sha256;
+  const SigningIdentity identity = newIdentity(wishes.plan);
+  require(identity.save(wishes.newIdentityFolder), wishes.newIdentityFolder);
+  const std::string root = identity.chain().back().sha256;
   out.line("root SHA-256: " + root);
   out.set("identity", wishes.newIdentityFolder);
   out.set("rootSHA256", root);

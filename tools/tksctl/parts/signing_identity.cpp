@@ -1,6 +1,7 @@
 #include "tools/tksctl/parts/signing_identity.h"
 
 #include <stdexcept>
+#include <utility>
 
 namespace tks::ctl {
 
@@ -33,7 +34,14 @@ SigningIdentity loadIdentity(const IdentityWishes& wishes) {
     return *std::move(identity);
   }
   auto identity = SigningIdentity::fromFolder(wishes.folder, &outcome);
-  require(outcome, wishes.folder);
+  require(outcome, "there is no identity in " + wishes.folder);
+  return *std::move(identity);
+}
+
+SigningIdentity newIdentity(const codesign::IdentityPlan& plan) {
+  Outcome outcome;
+  auto identity = SigningIdentity::make(plan, &outcome);
+  require(outcome, "no identity could be made");
   return *std::move(identity);
 }
 

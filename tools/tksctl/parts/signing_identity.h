@@ -24,6 +24,9 @@ void addIdentityOptions(const CommandLine& line, IdentityWishes& wishes);
 /// The identity that was asked for. Throws, with what could not be done, when it cannot be had.
 codesign::SigningIdentity loadIdentity(const IdentityWishes& wishes);
 
+/// An identity for tests, with authorities of its own. Throws, with the reason, when it cannot be made.
+codesign::SigningIdentity newIdentity(const codesign::IdentityPlan& plan);
+
 /// Throws when the outcome is not good: `about` and why.
 void require(const codesign::Outcome& outcome, const std::string& about);
 
