@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "foundation/values/FilePaths.h"
+
 namespace tks::formats {
 namespace {
 
@@ -205,12 +207,25 @@ std::optional<TKSData> serializeAppleDouble(const AppleDouble& sideCar) {
   return out;
 }
 
+namespace {
+
+/// Whether the last component of a path is a name of its own, which a side-car can stand beside.
+bool isName(std::string_view last) { return !last.empty() && last != "/" && last != "." && last != ".."; }
+
+}  // namespace
+
 std::optional<std::string> sideCarPath(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
-  const std::size_t name = path.rfind('/') + 1;
-  const std::string_view last = path.substr(name);
-  if (last.empty() || last == "." || last == "..") return std::nullopt;
-  return std::string(path.substr(0, name)).append("._").append(last);
+  const std::string_view last = lastPathComponent(path);
+  if (!isName(last)) return std::nullopt;
+  return std::string(folderPart(path)).append(kSideCarPrefix).append(last);
+}
+
+std::optional<std::string> itemOfSideCar(std::string_view path) {
+  std::string_view last = lastPathComponent(path);
+  if (!last.starts_with(kSideCarPrefix)) return std::nullopt;
+  last.remove_prefix(kSideCarPrefix.size());
+  if (!isName(last)) return std::nullopt;
+  return std::string(folderPart(path)).append(last);
 }
 
 }  // namespace tks::formats

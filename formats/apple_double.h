@@ -32,7 +32,13 @@ std::optional<AppleDouble> parseAppleDouble(std::span<const std::uint8_t> conten
 /// Writes a side-car with these attributes; nothing when they do not fit the format.
 std::optional<TKSData> serializeAppleDouble(const AppleDouble& sideCar);
 
+/// What the name of a side-car begins with; the item's own name follows.
+inline constexpr std::string_view kSideCarPrefix = "._";
+
 /// Path of the side-car of an item; nothing for a path without a last name.
 std::optional<std::string> sideCarPath(std::string_view path);
+
+/// Path of the item that a side-car would belong to by its name; nothing for any other name.
+std::optional<std::string> itemOfSideCar(std::string_view path);
 
 }  // namespace tks::formats

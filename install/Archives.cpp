@@ -42,10 +42,9 @@ bool isPattern(std::string_view text) {
 /// The path of a zip archive for unzip, which takes the name for a pattern when anything in the path makes it one: what
 /// is special in the name stands for itself then. Folders are never patterns.
 std::string zipArgument(std::string_view path) {
-  const std::size_t start = path.rfind('/') + 1;
-  const std::string_view name = path.substr(start);
+  const std::string_view name = tks::lastPathComponent(path);
   if (std::ranges::none_of(name, isPatternCharacter) && !isPattern(path)) return archiveArgument(path);
-  std::string argument(path.substr(0, start));
+  std::string argument(tks::folderPart(path));
   for (const char character : name) {
     if (character == '\\') argument += '\\';
     if (isPatternCharacter(character)) {

@@ -29,12 +29,7 @@ constexpr std::size_t kStampDigits = 13;
 
 /// A folder's path with one more component; nothing for an absent folder.
 std::string joined(std::string_view folder, std::string_view name) {
-  if (folder.empty()) return {};
-  while (folder.ends_with('/')) folder.remove_suffix(1);
-  std::string path(folder);
-  path += '/';
-  path += name;
-  return path;
+  return folder.empty() ? std::string() : joinedPath(folder, name);
 }
 
 /// Whether a name is one that a start gives to the folder of its conversation.
@@ -74,9 +69,8 @@ MessageFiles MessageFiles::in(std::string_view folder) {
 }
 
 std::string MessageFiles::folder() const {
-  const std::size_t slash = fromLauncher.rfind('/');
-  if (slash == std::string::npos) return {};
-  return fromLauncher.substr(0, slash == 0 ? 1 : slash);
+  // The working folder is nobody's to make or to remove.
+  return folderPart(fromLauncher).empty() ? std::string() : std::string(folderOf(fromLauncher));
 }
 
 bool checkIpcFile4Interface(const MessageFiles& paths, bool folderIsNew) {

@@ -21,7 +21,7 @@ struct MessageFiles {
 
   /// The files of a folder; none for an empty path.
   static MessageFiles in(std::string_view folder);
-  /// The folder that they lie in.
+  /// The folder that they lie in; empty when the paths name none.
   std::string folder() const;
 };
 

@@ -18,6 +18,7 @@
 
 #include "codesign/container/signature_components.h"
 #include "codesign/container/work_crew.h"
+#include "formats/apple_double.h"
 #include "platform/posix/bundle_links.h"
 #include "platform/posix/extended_attributes.h"
 #include "platform/posix/file_descriptor.h"
@@ -28,7 +29,6 @@ namespace {
 constexpr std::size_t kMostListed = 100;
 constexpr std::string_view kStoreFile = ".DS_Store";
 constexpr std::string_view kStoreReceipt = "receipt";
-constexpr std::string_view kSideCarPrefix = "._";
 /// Where bundles keep code, apart from their top.
 constexpr std::string_view kCodeFolders[] = {
     "Frameworks/", "SharedFrameworks/",  "PlugIns/",           "Plug-ins/",           "XPCServices/",      "Helpers/",
@@ -222,7 +222,7 @@ class ResourceCheck {
   }
 
   void judgeLeftOut(const std::string& path, std::string_view name, FileKind kind) {
-    if (isNeverSealed(path, name) || (name.starts_with(kSideCarPrefix) && isSideCar(path))) return;
+    if (isNeverSealed(path, name) || (name.starts_with(formats::kSideCarPrefix) && isSideCar(path))) return;
     if (kind == FileKind::link && seal_.version() == 1) {
       if (leavesBundle(path)) note(Problem::badLink, path);
     } else if (kind == FileKind::file && mayHoldCode(path)) {
@@ -237,7 +237,7 @@ class ResourceCheck {
       if (isStrict() && leavesBundle(path)) note(Problem::badLink, path);
       return;
     }
-    if (kind == FileKind::file && name.starts_with(kSideCarPrefix) && isSideCar(path)) return;
+    if (kind == FileKind::file && name.starts_with(formats::kSideCarPrefix) && isSideCar(path)) return;
     note(Problem::added, path);
   }
 

@@ -94,7 +94,7 @@ class Mark {
 
   /// `folders` receives those in it.
   bool addItemsOf(const std::string& folder, std::size_t prefix, std::vector<std::string>& folders) {
-    return visitItems(folder, [&](std::string_view name, const struct stat& facts) {
+    return visitItems(folder, [&](std::string_view name, const struct stat& facts, int) {
       add(facts, std::string_view(folder).substr(prefix), name, true);
       if (S_ISDIR(facts.st_mode)) folders.push_back(joinedPath(folder, name));
       return true;

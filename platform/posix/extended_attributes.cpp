@@ -141,11 +141,10 @@ bool copyExtendedAttributes(int from, int to) {
 }
 
 bool isSideCar(const std::string& path) {
-  const std::size_t name = path.rfind('/') + 1;
-  if (!std::string_view(path).substr(name).starts_with("._")) return false;
-  const std::string item = path.substr(0, name) + path.substr(name + 2);
+  const std::optional<std::string> item = formats::itemOfSideCar(path);
   struct stat facts {};
-  if (::lstat(item.c_str(), &facts) != 0 || ::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode)) return false;
+  if (!item || ::lstat(item->c_str(), &facts) != 0 || ::lstat(path.c_str(), &facts) != 0 || !S_ISREG(facts.st_mode))
+    return false;
   const std::optional<TKSData> content = readWholeFile(path, kLongestSideCar, nullptr);
   return content && formats::parseAppleDouble(*content);
 }

@@ -14,8 +14,9 @@
 
 namespace tks::posix {
 
-/// Calls visit(name, facts) for each item of a folder, in any order; of a link the facts are its own. Ends when `visit`
-/// returns false. False, and errno, when the folder, which may be no link, or an item cannot be read.
+/// Calls visit(name, facts, folder) for each item of a folder, in any order: of a link the facts are its own; `folder`
+/// is the descriptor of the open folder. Ends when `visit` returns false. False, and errno, when the folder, which may
+/// be no link, or an item cannot be read.
 ///
 /// This is the C library's own listing, because the C++ library's ends the process when memory runs out.
 template <class Visit>
@@ -35,7 +36,7 @@ bool visitItems(const std::string& folder, Visit visit) {
     // By the folder's descriptor: the way to each item again would take longer than the look at it.
     struct stat facts {};
     if (::fstatat(number, entry->d_name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return false;
-    if (!visit(name, facts)) return true;
+    if (!visit(name, facts, number)) return true;
   }
 }
 

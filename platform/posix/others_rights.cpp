@@ -146,7 +146,7 @@ class Way {
 
 /// Looks through what is in a folder, and the folders that it finds. False, and errno, when it cannot.
 bool lookThrough(const std::string& folder, std::vector<std::string>& folders, std::string& found) {
-  return visitItems(folder, [&](std::string_view name, const struct stat& facts) {
+  return visitItems(folder, [&](std::string_view name, const struct stat& facts, int) {
     const std::string item = joinedPath(folder, name);
     if (othersMayChange(item, facts)) found = item;
     if (S_ISDIR(facts.st_mode)) folders.push_back(item);

@@ -38,7 +38,7 @@ std::string behindLinks(std::string_view path) {
 }
 
 bool endsInDots(std::string_view path) {
-  const std::string_view last = path.substr(path.rfind('/') + 1);
+  const std::string_view last = lastPathComponent(path);
   return last == "." || last == "..";
 }
 

@@ -1,7 +1,5 @@
 #include "platform/posix/tree_walk.h"
 
-#include <dirent.h>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,7 +13,7 @@
 #include <vector>
 
 #include "foundation/values/FilePaths.h"
-#include "platform/posix/file_descriptor.h"
+#include "platform/posix/folder_items.h"
 #include "platform/posix/paths.h"
 #include "platform/posix/posix_error.h"
 
@@ -37,10 +35,8 @@ TreeItem::Kind kindOf(mode_t mode) {
   }
 }
 
-/// Facts of an item in an open folder; nothing, and errno, when it cannot be looked at.
-std::optional<TreeItem> look(int folder, const char* name) {
-  struct stat facts {};
-  if (::fstatat(folder, name, &facts, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+/// An item of an open folder, all but its name; nothing, and errno, when it is a link that cannot be read.
+std::optional<TreeItem> itemOf(int folder, const char* name, const struct stat& facts) {
   TreeItem item;
   item.kind = kindOf(facts.st_mode);
   item.permissions = facts.st_mode & 07777u;
@@ -75,24 +71,17 @@ class Walk {
 
   /// `waiting` receives the folders in it. False, and errno, when it cannot be gone through.
   bool visitItemsOf(const std::string& folder, std::vector<std::string>& waiting) {
-    FileDescriptor descriptor(
-        retried([&] { return ::open(pathOf(folder).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); }));
-    const std::unique_ptr<DIR, int (*)(DIR*)> listing(descriptor ? ::fdopendir(descriptor.get()) : nullptr, ::closedir);
-    if (!listing) return false;
-    const int number = descriptor.release();  // the listing closes it
-    while (!isOver_) {
-      errno = 0;
-      const dirent* const entry = ::readdir(listing.get());
-      if (entry == nullptr) return errno == 0;
-      const std::string_view name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      std::optional<TreeItem> item = look(number, entry->d_name);
-      if (!item) return false;
-      item->name = folder.empty() ? std::string(name) : folder + "/" + std::string(name);
+    bool isReadable = true;
+    const auto visitOne = [&](std::string_view name, const struct stat& facts, int number) {
+      std::optional<TreeItem> item = itemOf(number, name.data(), facts);
+      isReadable = item.has_value();
+      if (!isReadable) return false;
+      item->name = folder.empty() ? std::string(name) : joinedPath(folder, name);
       isOver_ = !visit_(*item);
       if (item->kind == TreeItem::Kind::folder) waiting.push_back(std::move(item->name));
-    }
-    return true;
+      return !isOver_;
+    };
+    return visitItems(pathOf(folder), visitOne) && isReadable;
   }
 
   std::string folder_;

@@ -26,11 +26,8 @@ namespace {
 constexpr int kMostNamesTried = 100;
 constexpr std::string_view kSuffix = ".tmp";
 
-/// Folder of a path with its closing slash; empty for a bare name.
-std::string_view folderPart(std::string_view path) { return path.substr(0, path.rfind('/') + 1); }
-
 /// What of a name is kept in the hidden names of its siblings: leaves room for the rest within 255 bytes.
-std::string_view lastPartOf(std::string_view path) { return path.substr(folderPart(path).size(), 200); }
+std::string_view lastPartOf(std::string_view path) { return lastPathComponent(path).substr(0, 200); }
 
 /// A new empty file beside `path`, open for writing; `name` receives its path.
 int createSibling(std::string_view path, mode_t mode, std::string& name) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 
+#include "foundation/values/FilePaths.h"
 #include "platform/platform.h"
 #include "tools/tksctl/commands/table.h"
 #include "tools/tksctl/parts/browsers.h"
@@ -106,7 +107,7 @@ std::optional<std::string> fault(const Wishes& wishes) {
 /// Writes one manifest; true, with a note, when it is there or would be.
 bool write(Context& context, const Wishes& wishes, const Place& place, TKSError& error) {
   std::string text = TKSUtilBase::objectToJSONString(manifestFor(wishes, *place.browser)).value_or("") + "\n";
-  const std::string folder = place.path.substr(0, place.path.rfind('/'));
+  const std::string folder(folderOf(place.path));
   constexpr std::uint32_t kForEverybody = 0755;
   if (!wishes.dryRun) {
     const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());

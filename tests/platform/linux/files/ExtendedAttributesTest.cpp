@@ -154,6 +154,12 @@ TEST(SideCarPath, StandsBesideTheItem) {
   EXPECT_EQ(tks::formats::sideCarPath("/"), std::nullopt);
   EXPECT_EQ(tks::formats::sideCarPath("/a/.."), std::nullopt);
   EXPECT_EQ(tks::formats::sideCarPath(""), std::nullopt);
+  EXPECT_EQ(tks::formats::itemOfSideCar("/a/._b.app"), "/a/b.app");
+  EXPECT_EQ(tks::formats::itemOfSideCar("._name"), "name");
+  for (const char* other : {"/a/b.app", "/a/._", "/a/._..", "/"}) {
+    EXPECT_EQ(tks::formats::itemOfSideCar(other), std::nullopt) << other;
+  }
+  EXPECT_EQ(tks::formats::itemOfSideCar("/._a/b"), std::nullopt);
 }
 
 TEST(AppleDoubleFile, OfAnotherSystemIsRead) {
