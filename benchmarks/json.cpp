@@ -1,5 +1,5 @@
-// JSON, measured against the least there is to do: reading against simdjson's own parse of the same bytes, which leaves
-// no value behind yet; writing against one copy of the text. Peers: Boost.JSON and RapidJSON with the same bytes.
+// JSON, measured against the least there is to do: reading against simdjson's own parse of the same bytes, which makes
+// no value yet; writing against one copy of the text. Peers: Boost.JSON and RapidJSON with the same bytes.
 
 #include <benchmark/benchmark.h>
 

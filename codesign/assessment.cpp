@@ -92,7 +92,7 @@ Verdict judgeBroken(const std::string& path, std::int32_t code, std::string_view
   if (code == status::kWeakResourceRules || code == status::kWeakResourceEnvelope) {
     return {kRejected, lines(path, "rejected", "obsolete resource envelope", origin, verbosity)};
   }
-  std::string reason = codesign::textOf(code);
+  std::string reason = codesign::statusText(code);
   if (reason.empty()) reason = "code " + std::to_string(code);
   return {kRejected, lines(path, reason, "", "", verbosity)};
 }

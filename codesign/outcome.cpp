@@ -30,7 +30,7 @@ class Details {
 Outcome outcomeOf(Status status) {
   Outcome outcome;
   outcome.status = status;
-  outcome.text = textOf(status);
+  outcome.text = statusText(status);
   return outcome;
 }
 
@@ -41,7 +41,7 @@ std::string Outcome::description() const {
   details.add("SecCSResourceAltered", altered);
   details.add("SecCSResourceMissing", missing);
   std::string result =
-      "Error Domain=NSOSStatusErrorDomain Code=" + std::to_string(status) + " \"" + textOf(status) + "\"";
+      "Error Domain=NSOSStatusErrorDomain Code=" + std::to_string(status) + " \"" + statusText(status) + "\"";
   return details.text().empty() ? result : result + " UserInfo={" + details.text() + "}";
 }
 

@@ -256,13 +256,13 @@ class DeepCheck {
 
 Outcome checkValidity(const CodeLayout& layout, const AppleRoots& roots, Depth depth) {
   Outcome outcome = DeepCheck(roots, depth).run(layout);
-  outcome.text = textOf(outcome.status);
+  outcome.text = statusText(outcome.status);
   return outcome;
 }
 
 Outcome checkOneSigner(const CodeLayout& layout, const AppleRoots& roots) {
   Outcome outcome = DeepCheck(roots, Depth::strict, true).run(layout);
-  outcome.text = textOf(outcome.status);
+  outcome.text = statusText(outcome.status);
   return outcome;
 }
 

@@ -83,7 +83,7 @@ class XmlReader {
   bool isInPlace(Element element) const;
   bool scalar(Element element, const pugi::xml_node& node);
   bool integer(std::string_view text);
-  std::optional<std::string_view> textOf(const pugi::xml_node& node);
+  std::optional<std::string_view> contentOf(const pugi::xml_node& node);
 
   const Mode mode_;
   Problem& problem_;
@@ -178,7 +178,7 @@ bool XmlReader::finish() {
 }
 
 /// The character data of an element, which must not hold other elements.
-std::optional<std::string_view> XmlReader::textOf(const pugi::xml_node& node) {
+std::optional<std::string_view> XmlReader::contentOf(const pugi::xml_node& node) {
   const std::string_view whole = node.value();  // empty in exact mode, in which character data stand below the element
   const bool isInOnePiece = !node.first_child();
   if (isInOnePiece && whole.find('&') == std::string_view::npos) return whole;
@@ -202,7 +202,7 @@ std::optional<std::string_view> XmlReader::textOf(const pugi::xml_node& node) {
 }
 
 bool XmlReader::scalar(Element element, const pugi::xml_node& node) {
-  const std::optional<std::string_view> text = textOf(node);
+  const std::optional<std::string_view> text = contentOf(node);
   if (!text) return false;
   switch (element) {
     case Element::key:

@@ -28,7 +28,7 @@ constexpr std::size_t kLargestFile = 16u * 1024 * 1024;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 /// The file's text without a byte-order mark; empty when it cannot be read or is not UTF-8.
-std::string textOf(std::string_view path) {
+std::string textOfFile(std::string_view path) {
   const std::optional<TKSData> content = tks::platform::files().read(path, kLargestFile, nullptr);
   if (!content) return {};
   std::string text(content->begin(), content->end());
@@ -60,7 +60,7 @@ std::optional<Entry> entryOf(std::string_view line) {
 
 std::optional<TKSDictionary> TKSUtilBase::getParamDictFromPath(std::string_view path) {
   if (!tks::platform::files().exists(path)) return std::nullopt;
-  const std::string text = textOf(path);
+  const std::string text = textOfFile(path);
   std::vector<Entry> entries;
   for (std::string_view rest = text; !rest.empty();) {
     const std::string_view line = takeLine(rest);

@@ -49,11 +49,11 @@ std::string joined(const std::vector<std::string_view>& components, std::size_t 
 }
 
 /// What is known of the entries so far.
-class Look {
+class EntriesSoFar {
  public:
-  explicit Look(const ArchiveRules& rules) : rules_(rules) {}
+  explicit EntriesSoFar(const ArchiveRules& rules) : rules_(rules) {}
 
-  /// False ends the look: there is a reason.
+  /// False ends the inspection: there is a reason.
   bool take(const ArchiveEntry& entry) {
     if (++content_.entries > kMostEntries) return refuse("too many entries", entry);
     if (!staysInside(entry.name)) return refuse("a name leads out of the folder", entry);
@@ -128,11 +128,11 @@ std::string archiveName(std::string_view path) {
 
 ArchiveContent lookInto(std::string_view archivePath, platform::ArchiveFormat format, std::string_view folder,
                         const ArchiveRules& rules) {
-  Look look(rules);
+  EntriesSoFar entries(rules);
   TKSError error;
   const bool readable = platform::archives().inspect(
-      archivePath, format, [&](const ArchiveEntry& entry) { return look.take(entry); }, &error);
-  ArchiveContent content = look.take();
+      archivePath, format, [&](const ArchiveEntry& entry) { return entries.take(entry); }, &error);
+  ArchiveContent content = entries.take();
   if (content.objection) return content;
   content.isComplete = readable;
   if (readable) {

@@ -62,7 +62,8 @@ TKSErrorBlock Facade::errorOf(Stages stages) {
   if (!session_.listensForErrors({.stages = stages})) return nullptr;
   return later([stages](Facade& self, const TKSError& error) {
     // Somebody else than the launcher may report an error to the conversation: that concerns everybody.
-    const Step step = self.step_ != nullptr ? *self.step_ : Step{Event::launcherRefused, self.session_.last()};
+    const CurrentStep step =
+        self.step_ != nullptr ? *self.step_ : CurrentStep{Event::launcherRefused, self.session_.last()};
     self.settle(step.event, {.stages = stages, .upTo = step.upTo}, error);
   });
 }
@@ -71,8 +72,8 @@ TKSErrorBlock Facade::errorOf(Stages stages) {
 
 void Facade::step(Event event, const TKSError& error, const std::function<void()>& action,
                   const std::function<bool()>& counts) {
-  const Step step{event, session_.reachOf(event)};
-  const Step* const outer = std::exchange(step_, &step);
+  const CurrentStep step{event, session_.reachOf(event)};
+  const CurrentStep* const outer = std::exchange(step_, &step);
   action();
   step_ = outer;
   if (!isGone() && (!counts || counts())) settle(event, {.upTo = step.upTo}, error);

@@ -51,7 +51,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
   void relaunch(const TKSValue& param, TKSFinishBlock finish, TKSErrorBlock error);
   void cleanUpFileChannel();
 
-  // What the conversation tells (see Conversation).
+  // What the conversation tells (see FacadeHandler).
 
   /// Lets the conversation take a step. Its callbacks settle those who wait for them at their place in the step;
   /// afterwards the others are settled. `counts` says whether the step has come to what the event says.
@@ -69,7 +69,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
     std::unique_ptr<TKSIMessageHandler> handler;
   };
   /// The step that the conversation is taking.
-  struct Step {
+  struct CurrentStep {
     /// What it means to those who wait.
     Event event;
     /// The last request that it concerns.
@@ -134,7 +134,7 @@ class Facade : public std::enable_shared_from_this<Facade> {
 
   Session session_;
   /// Null between steps.
-  const Step* step_ = nullptr;
+  const CurrentStep* step_ = nullptr;
   /// Ends when those who wait are dropped: what was due to them is no longer.
   Epoch calls_;
   /// Ends with each conversation.

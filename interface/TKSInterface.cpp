@@ -5,8 +5,8 @@
 #include "foundation/logging/HeldLines.h"
 #include "foundation/logging/LineDelivery.h"
 #include "foundation/values/FilePaths.h"
-#include "interface/Conversation.h"
 #include "interface/Facade.h"
+#include "interface/FacadeHandler.h"
 #include "platform/platform.h"
 
 using tks::interface::Facade;
@@ -19,7 +19,7 @@ TKSInterface& TKSInterface::sharedInstance() {
 
 TKSInterface::TKSInterface()
     : appManager(std::make_unique<TKSIAppManager>()), facade_(std::make_shared<Facade>(*this)) {
-  messageHandler = std::make_unique<tks::interface::Conversation>(facade_);
+  messageHandler = std::make_unique<tks::interface::FacadeHandler>(facade_);
 }
 
 TKSInterface::~TKSInterface() {

@@ -17,7 +17,7 @@
 #include "interface/Facade.h"
 #include "interface/LaunchExecutable.h"
 #include "interface/SilentLaunchers.h"
-#include "messaging/FileHosts.h"
+#include "messaging/TalksOverFiles.h"
 #include "messaging/Transport.h"
 #include "platform/platform.h"
 

@@ -8,7 +8,7 @@
 #include <tksinterface/TKSLaunchVocabulary.h>
 
 #include "foundation/logging/Logging.h"
-#include "messaging/FileHosts.h"
+#include "messaging/TalksOverFiles.h"
 #include "platform/platform.h"
 
 namespace tks::messaging {

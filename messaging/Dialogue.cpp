@@ -48,7 +48,7 @@ class Dialogue::Sending {
   Sending(const Sending&) = delete;
   Sending& operator=(const Sending&) = delete;
 
-  const Step step;
+  const StepWatch step;
   std::optional<TKSError> refusal;
 
  private:
@@ -89,7 +89,7 @@ bool Dialogue::sendCommonMessage(std::string_view type) {
     TKSILog::logWithLevel(TKSILogLevelError, "Not able to handle message type: %@", type);
     return false;
   }
-  const Step step(*this);
+  const StepWatch step(*this);
   std::optional<TKSError> refusal = transport().handOver(commonMessage(type));
   if (step.handlerIsGone()) return true;
   using Request = AnswerLimits::Request;
@@ -122,7 +122,7 @@ void Dialogue::sendLaunch(const TKSValue& param, TKSFinishBlock finish, TKSError
                           TKSFinishBlock updateDone) {
   request_.end();
   Sending sending(*this);
-  const Step& step = sending.step;
+  const StepWatch& step = sending.step;
   if (!param.isDictionary()) {
     TKSILog::logWithLevel(TKSILogLevelError, "Launch param nil!");
     callHost("errorBlock", error, defaultError(TKSErrorReason::invalidArgument, "Launch param nil!"));
@@ -150,7 +150,7 @@ void Dialogue::sendLaunch(const TKSValue& param, TKSFinishBlock finish, TKSError
 
 /// A launcher that is silent for too long is treated like one that cannot be reached.
 void Dialogue::onSilence(const std::string& problem) {
-  const Step step(*this);
+  const StepWatch step(*this);
   TKSILog::logWithLevel(TKSILogLevelError, "Limit of time reached: %@", problem);
   if (!step.handlerIsGone()) handler_.handleRefusedRequest(defaultError(TKSErrorReason::notAnswered, problem));
 }
@@ -184,7 +184,7 @@ void Dialogue::onMessage(const TKSMessage& message) {
 }
 
 void Dialogue::onHelloAck(const TKSMessage&) {
-  const Step step(*this);
+  const StepWatch step(*this);
   limits_.answered(AnswerLimits::Request::hello);
   handler_.helloErrorBlock = nullptr;
   greetingsRepeated = 0;
@@ -194,7 +194,7 @@ void Dialogue::onHelloAck(const TKSMessage&) {
 }
 
 void Dialogue::onLaunchAck(const TKSMessage&) {
-  const Step step(*this);
+  const StepWatch step(*this);
   limits_.answered(AnswerLimits::Request::launch);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Tarvo Kovra Start launch meeting done. Ready to disconnect.");
   callHost("launchFinishBlock", take(handler_.launchFinishBlock));
@@ -211,7 +211,7 @@ void Dialogue::onDisconnectAck(const TKSMessage&) {
 }
 
 void Dialogue::endInGoodOrder() {
-  const Step step(*this);
+  const StepWatch step(*this);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Handle disconnect_ack message.");
   stopMessageHost();
   handler_.disconnectErrorBlock = nullptr;

@@ -35,7 +35,7 @@ namespace tks::messaging {
 ///   *  called when the disconnect was that of "host_notify", whose own finish callback calls it
 ///
 /// A callback is out of its place before it is called. It may go on with the conversation, end it and destroy the
-/// handler: each step that calls one begins with a Step, and looks at it before it goes on. Main thread only.
+/// handler: each step that calls one begins with a StepWatch, and looks at it before it goes on. Main thread only.
 ///
 /// It knows the handler's fields and none of its operations: the steps that a class derived from the handler takes part
 /// in are the operations below that the handler's own dialogue defines.
@@ -85,10 +85,10 @@ class Dialogue {
 
  private:
   struct Listeners;
-  /// A step of the conversation: tells what has happened since it began.
-  class Step {
+  /// Watches one step of the conversation: says what has happened since it began.
+  class StepWatch {
    public:
-    explicit Step(const Dialogue& dialogue)
+    explicit StepWatch(const Dialogue& dialogue)
         : life_(dialogue.life_.now()), request_(dialogue.request_.now()), talk_(dialogue.talk_.now()) {}
     /// The handler is gone: nothing of it may be touched any more.
     bool handlerIsGone() const { return life_.isOver(); }

@@ -64,7 +64,7 @@ struct Dialogue::Listeners {
 };
 
 /// A line may end it as well as a callback.
-void Dialogue::Step::tell(const Listeners& listeners, const TKSError& error) const {
+void Dialogue::StepWatch::tell(const Listeners& listeners, const TKSError& error) const {
   const TKSError reported = error;  // NOLINT(performance-unnecessary-copy-initialization): callbacks may end it
   if (listeners.hello && !isCleanedUp()) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "Hello error callback block");
@@ -83,7 +83,7 @@ void Dialogue::Step::tell(const Listeners& listeners, const TKSError& error) con
 // Errors.
 
 void Dialogue::endRefused(const TKSError& error) {
-  const Step step(*this);
+  const StepWatch step(*this);
   notifyStatus(TKSI_APP_STATUS_UNCONNECTED);
   if (step.handlerIsGone()) return;
   stopMessageHost();
@@ -95,7 +95,7 @@ void Dialogue::handleError(const TKSError& error) {
   limits_.answered(AnswerLimits::Request::launch);
   dropFinishBlocks();
   const Listeners listeners = Listeners::taken(handler_);
-  Step(*this).tell(listeners, error);
+  StepWatch(*this).tell(listeners, error);
 }
 
 void Dialogue::handleErrorText(const std::string& text) {
@@ -127,7 +127,7 @@ void Dialogue::handleFatalError(const std::string& description) {
     TKSILog::logWithLevel(TKSILogLevelInfo, "No query status block.");
     return giveUp(reported);
   }
-  const Step step(*this);
+  const StepWatch step(*this);
   const TKSIAppStatus status = queryStatus();
   TKSILog::logWithLevel(TKSILogLevelInfo, "TKS connect status: %d", status);
   if (step.handlerIsGone()) return;
@@ -159,7 +159,7 @@ bool Dialogue::greetAgain() {
 /// Without somebody to tell the status to, the host stays open and nobody is told.
 void Dialogue::giveUp(const std::string& description) {
   if (!handler_.notifyStatusBlock) return;
-  const Step step(*this);
+  const StepWatch step(*this);
   // Out of their places while the host is called, so that they and what it installs are told apart.
   Listeners listeners = Listeners::taken(handler_);
   TKSFinishBlock helloFinish = take(handler_.helloFinishBlock);
@@ -211,7 +211,7 @@ void Dialogue::dropStatusBlocks() {
 
 void Dialogue::cleanUpFileChannel() {
   talk_.end();
-  const Step step(*this);
+  const StepWatch step(*this);
   handler_.helloFinishBlock = nullptr;
   handler_.helloErrorBlock = nullptr;
   greetingsRepeated = 0;

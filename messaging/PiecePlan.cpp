@@ -10,10 +10,10 @@
 namespace tks::messaging {
 namespace {
 
-using Step = PiecePlan::Step;
+using Action = PiecePlan::Action;
 
 PiecePlan refused(std::string problem, std::uint64_t missing) {
-  return {.step = Step::refuse, .problem = std::move(problem), .missing = missing};
+  return {.action = Action::refuse, .problem = std::move(problem), .missing = missing};
 }
 
 std::string noHeader(std::uint64_t size) {
@@ -27,7 +27,7 @@ std::string noHeader(std::uint64_t size) {
 }
 
 PiecePlan begun(std::string_view piece, std::uint64_t largest) {
-  PiecePlan plan{.step = Step::begin, .announced = announcedLength(piece)};
+  PiecePlan plan{.action = Action::begin, .announced = announcedLength(piece)};
   if (plan.announced > largest) {
     // Goes on with no data at all: the empty text is parsed, and that failure is reported as well.
     plan.problem = formatted("Unexpected telling data size: %i, exceed max message size: %i", plan.announced, largest);
@@ -49,7 +49,7 @@ PiecePlan planOf(std::uint64_t missing, std::string_view piece, std::uint64_t la
   }
   if (missing == 0) return size < kHeaderBytes ? refused(noHeader(size), 0) : begun(piece, largest);
   if (size == 0) return refused(formatted("Message data empty ( %lu ), pending data expected.", size), missing);
-  return {.step = Step::resume, .taken = piece, .missing = missing - std::min(missing, size)};
+  return {.action = Action::resume, .taken = piece, .missing = missing - std::min(missing, size)};
 }
 
 }  // namespace tks::messaging

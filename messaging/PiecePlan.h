@@ -9,7 +9,7 @@ namespace tks::messaging {
 /// What one piece of the input means for the message that is being put together. A pure value: what was received and
 /// what is missing stays with the host, which also reports and logs.
 ///
-///   bytes missing   piece                         step     taken             missing afterwards
+///   bytes missing   piece                         action   taken             missing afterwards
 ///   any             longer than a message may be  refuse   -                 as before
 ///   none            no header in it               refuse   -                 none
 ///   some            empty                         refuse   -                 as before
@@ -18,13 +18,13 @@ namespace tks::messaging {
 ///   none            part of a frame               begin    after the header  the rest
 ///   none            a frame, perhaps with more    begin    what it announces none; more is surplus, and ignored
 struct PiecePlan {
-  enum class Step : std::uint8_t {
+  enum class Action : std::uint8_t {
     refuse,  ///< report the problem and forget the piece
     begin,   ///< a new message, whose header the piece begins with
     resume,  ///< more of the message of which bytes are missing
   };
 
-  Step step = Step::refuse;
+  Action action = Action::refuse;
   /// What has to be reported as a fatal error; empty when nothing is wrong.
   std::string problem{};
   /// The length that the header announces; 0 unless a message begins.

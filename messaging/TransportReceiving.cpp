@@ -18,7 +18,7 @@
 namespace tks::messaging {
 namespace {
 
-std::string_view textOf(const TKSData& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
+std::string_view asText(const TKSData& data) { return {reinterpret_cast<const char*>(data.data()), data.size()}; }
 
 }  // namespace
 
@@ -34,11 +34,11 @@ void Transport::onMessage(std::string_view piece) {
   }
   TKSILog::logWithLevel(TKSILogLevelInfo, "messageDataSize: %lu", piece.size());
   const PiecePlan plan = planOf(host_.pendingDataSize, piece, largestMessage());
-  if (plan.step == PiecePlan::Step::refuse) return handleFatalError(plan.problem);
+  if (plan.action == PiecePlan::Action::refuse) return handleFatalError(plan.problem);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Valid message data size, get on processing.");
 
   const Epoch::Moment here = conversation_.now();
-  const std::string_view inPlace = plan.step == PiecePlan::Step::begin ? begin(plan) : resume(plan);
+  const std::string_view inPlace = plan.action == PiecePlan::Action::begin ? begin(plan) : resume(plan);
   if (here.isOver()) return;
   if (host_.receivedData.size() > largestMessage()) {
     handleFatalError(formatted("Received total message data (%lu) exceed max size: %u.", host_.receivedData.size(),
@@ -103,7 +103,7 @@ void Transport::deliver(std::string_view inPlace) {
   // Take the buffer first; return its capacity after use.
   TKSData data = std::exchange(host_.receivedData, {});
   if (!isFromPeer()) return handleFatalError("Message file is not open in the launcher that was started.");
-  const std::string_view bytes = inPlace.empty() ? textOf(data) : inPlace;
+  const std::string_view bytes = inPlace.empty() ? asText(data) : inPlace;
   const ReceivedText text(bytes);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Receive message string: %@", text);
 

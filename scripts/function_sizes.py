@@ -29,7 +29,7 @@ import re
 # What is no code: comments, texts and characters. Raw texts may hold anything.
 NO_CODE = re.compile(r'//[^\n]*|/\*.*?\*/|R"(?P<mark>[^(\s]*)\(.*?\)(?P=mark)"|"(?:\\.|[^"\\\n])*"'
                      r"|(?<![0-9A-Fa-f])'(?:\\.|[^'\\\n])+'|^[ \t]*#(?:[^\n]*\\\n)*[^\n]*", re.S | re.M)
-# A brace behind one of these opens no function.
+# A brace after one of these opens no function.
 NO_FUNCTION = re.compile(r"^(?:template\s*<.*>\s*)?(?:(?:inline|static|constexpr|export)\s+)*"
                          r"(?:namespace|class|struct|union|enum|extern|@\w+|if|for|while|switch|do|else|try|catch|return)\b",
                          re.S)
@@ -94,7 +94,7 @@ def functions(text):
 
 
 def before_is_initializer(code, at, header):
-    """A value in braces inside of a list of initializers: the header goes on behind it."""
+    """A value in braces inside of a list of initializers: the header goes on after it."""
     return not code[at - 1:at].isspace() and re.search(r"\)\s*:\s", header) is not None
 
 

@@ -80,9 +80,9 @@ std::string CodeDirectory::textAt(std::uint32_t offset) const {
 
 void CodeDirectory::checkHashes() const {
   const std::uint64_t before = std::uint64_t{hashSize_} * specialSlots_;
-  const std::uint64_t behind = std::uint64_t{hashSize_} * codeSlots_;
+  const std::uint64_t after = std::uint64_t{hashSize_} * codeSlots_;
   const std::optional<HashType> type = hashTypeOf(hashTypeNumber_);
-  if (before > hashOffset_ || hashOffset_ > blob_.size() || behind > blob_.size() - hashOffset_ ||
+  if (before > hashOffset_ || hashOffset_ > blob_.size() || after > blob_.size() - hashOffset_ ||
       (type && hashSize_ != hashSize(*type))) {
     fail(status::kSignatureFailed);
   }

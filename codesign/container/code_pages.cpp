@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "codesign/container/hashing_threads.h"
 #include "codesign/container/status.h"
-#include "codesign/container/work_crew.h"
 
 namespace tks::codesign {
 namespace {
@@ -26,40 +26,40 @@ class PageCheck {
 
   void run() {
     const std::uint32_t runs = pages_ / pagesOfRun_ + (pages_ % pagesOfRun_ != 0 ? 1 : 0);
-    WorkCrew crew(directories_.types(), runs,
-                  [this](std::uint32_t item, HashingBench& bench) { checkRun(item, bench); });
-    for (std::uint32_t i = 0; i < runs; ++i) crew.add(i);
-    crew.finish();
+    HashingThreads threads(directories_.types(), runs,
+                           [this](std::uint32_t item, HashingTools& tools) { checkRun(item, tools); });
+    for (std::uint32_t i = 0; i < runs; ++i) threads.add(i);
+    threads.finish();
   }
 
  private:
-  void checkRun(std::uint32_t number, HashingBench& bench) const {
+  void checkRun(std::uint32_t number, HashingTools& tools) const {
     const std::uint32_t first = number * pagesOfRun_;
     const std::uint32_t count = std::min(pagesOfRun_, pages_ - first);
     const std::vector<std::vector<std::uint8_t>> expected = readHashes(first, count);
     const std::uint64_t start = first * pageSize_;
     const std::uint64_t end = pages_ - first == count ? limit_ : start + count * pageSize_;
-    if (pageSize_ > bench.buffer.size()) return checkLargePages(start, end, expected, bench);
+    if (pageSize_ > tools.buffer.size()) return checkLargePages(start, end, expected, tools);
 
-    const auto pagesAtOnce = static_cast<std::uint32_t>(bench.buffer.size() / pageSize_);
+    const auto pagesAtOnce = static_cast<std::uint32_t>(tools.buffer.size() / pageSize_);
     for (std::uint32_t page = 0; page < count; page += pagesAtOnce) {
       checkPagesAtOnce(page, start + page * pageSize_, std::min(start + (page + pagesAtOnce) * pageSize_, end),
-                       expected, bench);
+                       expected, tools);
     }
   }
 
   /// Pages of which several fit into the buffer. `page`: the number of the first one within the run.
   void checkPagesAtOnce(std::uint32_t page, std::uint64_t start, std::uint64_t end,
-                        const std::vector<std::vector<std::uint8_t>>& expected, HashingBench& bench) const {
-    const Bytes bytes = Bytes(bench.buffer).first(fill(start, end, bench.buffer));
+                        const std::vector<std::vector<std::uint8_t>>& expected, HashingTools& tools) const {
+    const Bytes bytes = Bytes(tools.buffer).first(fill(start, end, tools.buffer));
     std::vector<Bytes> pages;
     for (std::size_t at = 0; at < bytes.size(); at += pageSize_) {
       pages.push_back(bytes.subspan(at, std::min<std::size_t>(pageSize_, bytes.size() - at)));
     }
     std::vector<Digest> digests(pages.size());
-    for (std::size_t i = 0; i < bench.hashers.size(); ++i) {
-      const std::size_t size = hashSize(bench.hashers[i].type());
-      hashEach(bench.hashers[i], pages, digests);
+    for (std::size_t i = 0; i < tools.hashers.size(); ++i) {
+      const std::size_t size = hashSize(tools.hashers[i].type());
+      hashEach(tools.hashers[i], pages, digests);
       for (std::size_t k = 0; k < digests.size(); ++k) {
         if (!digests[k].matches(Bytes(expected[i]).subspan((page + k) * size, size))) fail(status::kSignatureFailed);
       }
@@ -68,17 +68,17 @@ class PageCheck {
 
   /// Pages of which one does not fit into the buffer.
   void checkLargePages(std::uint64_t start, std::uint64_t end, const std::vector<std::vector<std::uint8_t>>& expected,
-                       HashingBench& bench) const {
+                       HashingTools& tools) const {
     std::uint32_t page = 0;
     for (std::uint64_t at = start; at < end; ++page) {
       const std::uint64_t pageEnd = std::min(at + pageSize_, end);
-      for (Hasher& hasher : bench.hashers) hasher.start();
+      for (Hasher& hasher : tools.hashers) hasher.start();
       while (at < pageEnd) {
-        const Bytes piece = Bytes(bench.buffer).first(fill(at, pageEnd, bench.buffer));
-        for (Hasher& hasher : bench.hashers) hasher.update(piece);
+        const Bytes piece = Bytes(tools.buffer).first(fill(at, pageEnd, tools.buffer));
+        for (Hasher& hasher : tools.hashers) hasher.update(piece);
         at += piece.size();
       }
-      compare(page, expected, bench);
+      compare(page, expected, tools);
     }
   }
 
@@ -98,10 +98,10 @@ class PageCheck {
     return all;
   }
 
-  static void compare(std::uint32_t page, const std::vector<std::vector<std::uint8_t>>& expected, HashingBench& bench) {
-    for (std::size_t i = 0; i < bench.hashers.size(); ++i) {
-      const std::size_t size = hashSize(bench.hashers[i].type());
-      if (!bench.hashers[i].finish().matches(Bytes(expected[i]).subspan(page * size, size))) {
+  static void compare(std::uint32_t page, const std::vector<std::vector<std::uint8_t>>& expected, HashingTools& tools) {
+    for (std::size_t i = 0; i < tools.hashers.size(); ++i) {
+      const std::size_t size = hashSize(tools.hashers[i].type());
+      if (!tools.hashers[i].finish().matches(Bytes(expected[i]).subspan(page * size, size))) {
         fail(status::kSignatureFailed);
       }
     }

@@ -49,7 +49,7 @@ constexpr Status kLastErrno = 100255;
 
 }  // namespace
 
-std::string textOf(Status status) {
+std::string statusText(Status status) {
   for (const StatusText& known : kTexts) {
     if (known.status == status) return std::string(known.text);
   }

@@ -58,7 +58,7 @@ constexpr Status ofErrno(int number) { return number == ENOEXEC ? kBadObjectForm
 }  // namespace status
 
 /// What a status means, as the platform's tools print it; empty for numbers that have no text.
-std::string textOf(Status status);
+std::string statusText(Status status);
 
 /// A check that did not pass.
 struct Failure {

@@ -16,8 +16,8 @@
 #include <string_view>
 #include <utility>
 
+#include "codesign/container/hashing_threads.h"
 #include "codesign/container/signature_components.h"
-#include "codesign/container/work_crew.h"
 #include "formats/apple_double.h"
 #include "platform/posix/bundle_links.h"
 #include "platform/posix/extended_attributes.h"
@@ -52,8 +52,8 @@ class ResourceCheck {
         nested_(nested),
         met_(seal.size()),
         pairs_(seal.size() / 2 + 1),
-        crew_(directories.types(), pairs_.size(),
-              [this](std::uint32_t item, HashingBench& bench) { hash(pairs_[item], bench); }) {}
+        threads_(directories.types(), pairs_.size(),
+                 [this](std::uint32_t item, HashingTools& tools) { hash(pairs_[item], tools); }) {}
 
   ResourceProblems run() {
     root_.reset(
@@ -61,7 +61,7 @@ class ResourceCheck {
     if (!root_) failByErrno();
     walk();
     hashLast();
-    crew_.finish();
+    threads_.finish();
     findMissing();
     for (std::vector<std::string>* list : {&problems_.added, &problems_.altered, &problems_.missing}) {
       std::ranges::sort(*list);
@@ -289,24 +289,24 @@ class ResourceCheck {
       return;
     }
     pairs_[pairsAdded_].second = number;
-    crew_.add(pairsAdded_++);
+    threads_.add(pairsAdded_++);
   }
   void hashLast() {
-    if (pairsAdded_ < pairs_.size() && pairs_[pairsAdded_].first != kNone) crew_.add(pairsAdded_++);
+    if (pairsAdded_ < pairs_.size() && pairs_[pairsAdded_].first != kNone) threads_.add(pairsAdded_++);
   }
 
-  void hash(const Pair& pair, HashingBench& bench) {
+  void hash(const Pair& pair, HashingTools& tools) {
     std::vector<OpenFile> files;
-    const std::size_t room = bench.buffer.size() / 2;
+    const std::size_t room = tools.buffer.size() / 2;
     for (const std::uint32_t number : {pair.first, pair.second}) {
       if (number == kNone) continue;
-      const auto half = std::span(bench.buffer).subspan(files.size() * room, room);
+      const auto half = std::span(tools.buffer).subspan(files.size() * room, room);
       if (std::optional<OpenFile> file = openFile(number, half)) files.push_back(*std::move(file));
     }
     std::vector<std::vector<Digest>> digests(files.size());
-    hashWhole(files, digests, bench);
+    hashWhole(files, digests, tools);
     for (std::size_t i = 0; i < files.size(); ++i) {
-      if (!files[i].isWhole) digests[i] = hashOn(files[i], std::span(bench.buffer).subspan(i * room, room), bench);
+      if (!files[i].isWhole) digests[i] = hashOn(files[i], std::span(tools.buffer).subspan(i * room, room), tools);
       compare(files[i].seal, digests[i]);
     }
   }
@@ -340,13 +340,13 @@ class ResourceCheck {
 
   /// The hashes of the files that were read to their end: of each by all hashers.
   static void hashWhole(const std::vector<OpenFile>& files, std::vector<std::vector<Digest>>& digests,
-                        HashingBench& bench) {
+                        HashingTools& tools) {
     std::vector<Bytes> messages;
     for (const OpenFile& file : files) {
       if (file.isWhole) messages.push_back(file.content);
     }
     std::vector<Digest> found(messages.size());
-    for (Hasher& hasher : bench.hashers) {
+    for (Hasher& hasher : tools.hashers) {
       hashEach(hasher, messages, found);
       auto next = found.begin();
       for (std::size_t i = 0; i < files.size(); ++i) {
@@ -356,13 +356,13 @@ class ResourceCheck {
   }
 
   /// The hashes of a file of which the beginning has been read.
-  static std::vector<Digest> hashOn(const OpenFile& file, std::span<std::uint8_t> room, HashingBench& bench) {
-    for (Hasher& hasher : bench.hashers) hasher.start();
+  static std::vector<Digest> hashOn(const OpenFile& file, std::span<std::uint8_t> room, HashingTools& tools) {
+    for (Hasher& hasher : tools.hashers) hasher.start();
     for (Bytes piece = file.content; !piece.empty(); piece = room.first(readSome(file, room))) {
-      for (Hasher& hasher : bench.hashers) hasher.update(piece);
+      for (Hasher& hasher : tools.hashers) hasher.update(piece);
     }
     std::vector<Digest> digests;
-    for (Hasher& hasher : bench.hashers) digests.push_back(hasher.finish());
+    for (Hasher& hasher : tools.hashers) digests.push_back(hasher.finish());
     return digests;
   }
 
@@ -420,7 +420,7 @@ class ResourceCheck {
   ResourceProblems problems_;  ///< guarded by mutex_
   std::vector<Pair> pairs_;
   std::uint32_t pairsAdded_ = 0;
-  WorkCrew crew_;  ///< last, as its threads use the rest
+  HashingThreads threads_;  ///< last, as its threads use the rest
 };
 
 }  // namespace

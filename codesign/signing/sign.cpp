@@ -24,7 +24,7 @@ Outcome attempt(Work work) {
     work();
   } catch (const Failure& failure) {
     outcome.status = failure.status;
-    outcome.text = textOf(failure.status) + " (" + std::to_string(failure.status) + ")";
+    outcome.text = statusText(failure.status) + " (" + std::to_string(failure.status) + ")";
   } catch (const std::bad_alloc&) {
     outcome.status = status::kNotEnoughMemory;
     outcome.text = "not enough memory";

@@ -229,8 +229,9 @@ class StackBuilder {
 
   /// Where the next value goes: values placed from here on belong to the list that ends with this mark.
   Mark mark() const noexcept { return top_; }
-  /// How many values stand on the stack, and the mark of when there were so many.
+  /// How many values stand on the stack.
   std::size_t size() const noexcept { return static_cast<std::size_t>(top_ - stack_); }
+  /// The mark that `mark()` gave while that many stood there.
   Mark markOf(std::size_t size) const noexcept { return stack_ + size; }
   /// Goes on with a larger stack; marks from before count no more.
   void moveTo(Slot* larger) noexcept {

@@ -233,7 +233,7 @@ const TKSValue& nothing() noexcept;
 /// A dictionary's value under a key, or a null pointer; `node` may be null.
 const TKSValue* find(const Node* node, std::string_view key) noexcept;
 
-/// Sorts keys and values by key, unless they are sorted; of equal keys the last one stays. Answers how many values are
+/// Sorts keys and values by key, unless they are sorted; of equal keys the last one stays. Returns how many values are
 /// left. With `ownsReferences` those that go are released, else they belong to a block.
 std::size_t sortByKey(std::span<TKSValue> keysAndValues, bool ownsReferences) noexcept;
 

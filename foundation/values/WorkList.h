@@ -30,7 +30,7 @@ class WorkList {
   void push(const T& item) {
     if (!tryPush(item)) throw std::bad_alloc();
   }
-  /// Answers false, and changes nothing, when there is no memory.
+  /// Returns false, and changes nothing, when there is no memory.
   bool tryPush(const T& item) noexcept {
     if (size_ == capacity_ && !grow()) return false;
     items_[size_++] = item;

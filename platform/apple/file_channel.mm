@@ -137,10 +137,10 @@ class FileSink final : public ByteSink {
     return static_cast<rlim_t>(before) + size <= limit.rlim_cur;
   }
 
-  /// Removes the part that was written, unless somebody appended behind it. What went wrong.
+  /// Removes the part that was written, unless somebody appended after it. What went wrong.
   Transfer cutBack(std::size_t done) const {
     Transfer broken = failed("write", path_);
-    // Appending leaves the position behind what was appended last.
+    // Appending leaves the position after what was appended last.
     const off_t end = lseek(descriptor_.get(), 0, SEEK_CUR);
     const off_t begin = end - static_cast<off_t>(done);
     struct stat facts {};

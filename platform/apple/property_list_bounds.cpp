@@ -29,7 +29,7 @@ class Characters {
 
   std::string_view rest() const { return std::string_view(text_.data(), text_.size()).substr(at_); }
   void skip(std::size_t count) { at_ += count; }
-  /// Goes behind the next `mark`, or to the end.
+  /// Goes past the next `mark`, or to the end.
   void skipBehind(std::string_view mark) {
     const std::size_t found = rest().find(mark);
     at_ = found == std::string_view::npos ? text_.size() : at_ + found + mark.size();
@@ -89,7 +89,7 @@ enum Kind : unsigned {
 };
 
 /// The objects of a binary list and what they refer to. Form: a byte of kind and count, a longer count as an integer
-/// object behind it, then references; the trailer says where the objects begin.
+/// object after it, then references; the trailer says where the objects begin.
 class BinaryList {
  public:
   explicit BinaryList(Bytes content) : content_(content) {}
@@ -188,7 +188,7 @@ class BinaryList {
     return bytes.has_value();
   }
 
-  /// The bytes behind an object's first one, and behind its count; nothing when they do not all lie before the table.
+  /// The bytes after an object's first one, and after its count; nothing when they do not all lie before the table.
   std::optional<std::uint64_t> bytesOf(std::uint64_t offset) const {
     const unsigned kind = content_[offset] >> 4;
     std::uint64_t count = content_[offset] & 15;

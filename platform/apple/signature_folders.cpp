@@ -26,7 +26,7 @@ struct Part {
   std::string_view name;
   std::string_view start;
 };
-/// Blobs of the signature, with their length behind this.
+/// Blobs of the signature, with their length after this.
 constexpr std::string_view kBlob = "\xfa\xde";
 constexpr Part kParts[] = {
     {"CodeResources", ""},

@@ -128,7 +128,7 @@ std::vector<Uncovered> uncoveredOf(const std::string& file, std::size_t image, s
       {"flag that nobody signed it: who signed is asked elsewhere", image + area.best + 15, image + area.best + 16});
   parts.push_back(
       {"length of the container, which may take in padding", image + area.start + 4, image + area.start + 8});
-  parts.push_back({"padding behind the signature", image + area.start + area.length, end});
+  parts.push_back({"padding after the signature", image + area.start + area.length, end});
   return parts;
 }
 

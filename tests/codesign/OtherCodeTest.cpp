@@ -73,7 +73,7 @@ TEST(OtherCode, UniversalFilesAreCheckedInEverySlice) {
   EXPECT_EQ(statusOf(file), -67045);
   writeBytes(file, tks::signing::makeUniversal({arm, signedAlone(intel, "maker")}));
   EXPECT_EQ(statusOf(file), -67062);
-  // A slice hidden behind the last record is a slice.
+  // A slice hidden after the last record is a slice.
   std::string hiding = contentOf(file);
   hiding[7] = 1;
   std::swap_ranges(hiding.begin() + 8, hiding.begin() + 28, hiding.begin() + 28);

@@ -87,7 +87,7 @@ TEST(SeveralDirectories, InThePaddingOfAnOldSignatureAreRefused) {
                                                        {2, part(2)},
                                                        {0x1000, forgedDirectory(app, code, 12, part(2))},
                                                        {0x10000, tks::signing::makeBlob(0xfade0b01, message)}});
-  ASSERT_LE(rebuilt.size(), area.size) << "there is room behind the signature";
+  ASSERT_LE(rebuilt.size(), area.size) << "there is room after the signature";
   TKSData changed = whole;
   std::copy(rebuilt.begin(), rebuilt.end(), changed.begin() + static_cast<std::ptrdiff_t>(area.offset));
   writeBytes(executable, changed);

@@ -96,7 +96,7 @@ TEST_F(AnApp, WithAnotherKindOfExecutableHasThePlatformsStatusAsWell) {
       {"intact", 0, [](const std::string&) {}},
       {"executable changed", -67061, [](const std::string& app) { flip(executable(app), 4000); }},
       {"executable cut", -67061, [](const std::string& app) { fs::resize_file(executable(app), 4999); }},
-      {"bytes behind the executable", 0, [](const std::string& app) { append(executable(app), "x"); }},
+      {"bytes after the executable", 0, [](const std::string& app) { append(executable(app), "x"); }},
       {"no signature", -67062, [&](const std::string& app) { fs::remove_all(app + parts); }},
       {"message missing", -67062, [&](const std::string& app) { fs::remove(app + parts + "CodeSignature"); }},
       {"message empty", -25257, [&](const std::string& app) { writeFile(app + parts + "CodeSignature", ""); }},

@@ -9,7 +9,7 @@
 
 extern "C" {
 
-/// Starts background work, waits for its answer on the main thread, and answers whether it came.
+/// Starts background work, waits for its answer on the main thread, and returns whether it came.
 __attribute__((visibility("default"))) bool useLibrary() {
   bool answered = false;
   TKSUtilBase::launchAppWithExePath("/nowhere/A.app/Contents/MacOS/A", {},

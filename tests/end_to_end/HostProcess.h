@@ -45,7 +45,7 @@ class HostProcess {
   void command(const std::string& line);
 
   using Wanted = std::function<bool(const std::vector<std::string>& events)>;
-  /// Waits until the events so far are as wanted, or the host has ended; answers whether they are.
+  /// Waits until the events so far are as wanted, or the host has ended; returns whether they are.
   bool waitUntil(const Wanted& wanted, std::chrono::milliseconds limit = std::chrono::seconds(30)) const;
   /// Waits for an event that begins like this; the event, or nothing when none came.
   std::optional<std::string> waitFor(const std::string& beginning,

@@ -107,9 +107,9 @@ TEST(JsonReading, DecodesEscapesAtEveryPlaceOfATextOfAnyLength) {
     for (std::size_t place = 0; place <= length; ++place) {
       for (const auto& [escape, meant] : escapes) {
         const std::string before(place, 'a');
-        const std::string behind(length - place, 'b');
-        const std::string text = "[\"" + before + std::string(escape) + behind + "\"]";
-        EXPECT_EQ(read(text)[0].text(), before + std::string(meant) + behind) << text;
+        const std::string after(length - place, 'b');
+        const std::string text = "[\"" + before + std::string(escape) + after + "\"]";
+        EXPECT_EQ(read(text)[0].text(), before + std::string(meant) + after) << text;
       }
     }
   }
@@ -139,7 +139,7 @@ TEST(JsonReading, LooksAtNothingBehindTheText) {
     for (std::size_t blanks = 0; blanks < 130; ++blanks) {
       const std::string text = "[" + std::string(blanks, ' ') + content + "]";
       for (std::size_t size = text.size() - 2; size <= text.size(); ++size) {
-        // As large as it must be, so that a sanitizer sees a look behind it.
+        // As large as it must be, so that a sanitizer sees a look beyond it.
         const auto exact = std::make_unique_for_overwrite<char[]>(size);
         std::copy_n(text.begin(), size, exact.get());
         const TKSValue value = tks::platform::json().parse({exact.get(), size}, nullptr);
@@ -222,7 +222,7 @@ const std::string kNoJson[] = {
     "[\"]",
     "[\"\\\"]",
     "[\"\\x41\"]",
-    "[\"a long text with a letter behind the backslash that stands for nothing: \\q\"]",
+    "[\"a long text with a letter after the backslash that stands for nothing: \\q\"]",
     "[\"\\u+123\"]",
     "[\"\\u 123\"]",
     "[\"\\u12\"]",

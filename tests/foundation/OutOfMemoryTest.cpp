@@ -107,7 +107,7 @@ TEST(OutOfMemory, ComparingDeepNestingNeedsMemoryAndSaysNoWithoutIt) {
   EXPECT_GT(failuresUntilSuccess([&] { return left == right; }), 0);
 }
 
-/// Runs a change that may throw; answers whether it did not, and expects that the value is as before if it did.
+/// Runs a change that may throw; returns whether it did not, and expects that the value is as before if it did.
 template <class Collection>
 bool changes(const Collection& before, const std::function<void(Collection&)>& change) {
   Collection collection = before;

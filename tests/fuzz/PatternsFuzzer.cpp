@@ -1,4 +1,4 @@
-// A list of patterns and, behind the first line feed, a text. A search that runs away must come back.
+// A list of patterns and, after the first line feed, a text. A search that runs away must come back.
 
 #include <tksinterface/TKSUtilBase.h>
 

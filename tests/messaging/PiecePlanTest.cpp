@@ -13,7 +13,7 @@ namespace {
 
 using tks::messaging::PiecePlan;
 using tks::messaging::planOf;
-using Step = PiecePlan::Step;
+using Action = PiecePlan::Action;
 
 constexpr std::uint64_t kLargest = 12;
 
@@ -24,7 +24,7 @@ struct Row {
   const char* name;
   std::uint64_t missing;
   std::string piece;
-  Step step;
+  Action action;
   std::string problem;
   std::uint64_t announced;
   std::string taken;
@@ -39,7 +39,7 @@ class PiecePlanTest : public testing::TestWithParam<Row> {};
 TEST_P(PiecePlanTest, SaysWhatToDo) {
   const Row& row = GetParam();
   const PiecePlan plan = planOf(row.missing, row.piece, kLargest);
-  EXPECT_EQ(plan.step, row.step);
+  EXPECT_EQ(plan.action, row.action);
   EXPECT_EQ(plan.problem, row.problem);
   EXPECT_EQ(plan.announced, row.announced);
   EXPECT_EQ(plan.taken, row.taken);
@@ -58,27 +58,27 @@ const std::string kAnnouncesTooMuch = "Unexpected telling data size: 13, exceed 
 INSTANTIATE_TEST_SUITE_P(
     Of, PiecePlanTest,
     testing::Values(
-        Row{"APieceThatIsTooLong", 0, std::string(13, 'x'), Step::refuse, kTooLong, 0, "", 0, false},
-        Row{"MoreOfAMessageThatIsTooLong", 20, std::string(13, 'x'), Step::refuse, kTooLong, 0, "", 20, false},
-        Row{"TheEnd", 0, "", Step::refuse, kEnded, 0, "", 0, false},
-        Row{"ACutHeader", 0, std::string(3, '\0'), Step::refuse, kCut, 0, "", 0, false},
-        Row{"TheEndInTheMiddle", 5, "", Step::refuse, kNothingNew, 0, "", 5, false},
-        Row{"PartOfWhatIsMissing", 5, "abc", Step::resume, "", 0, "abc", 2, false},
-        Row{"WhatIsMissing", 5, "abcde", Step::resume, "", 0, "abcde", 0, false},
-        Row{"MoreThanIsMissing", 5, "abcdefg", Step::resume, "", 0, "abcdefg", 0, false},
-        Row{"TheLargestPiece", 12, std::string(12, 'x'), Step::resume, "", 0, std::string(12, 'x'), 0, false},
-        Row{"AHeaderThatAnnouncesTooMuch", 0, header(13) + "abc", Step::begin, kAnnouncesTooMuch, 13, "", 0, false},
-        Row{"TheLargestAnnouncement", 0, header(12) + "abc", Step::begin, "", 12, "abc", 9, false},
-        Row{"AHeaderAlone", 0, header(5), Step::begin, "", 5, "", 5, false},
-        Row{"PartOfAFrame", 0, header(5) + "abc", Step::begin, "", 5, "abc", 2, false},
-        Row{"AFrame", 0, header(5) + "abcde", Step::begin, "", 5, "abcde", 0, false},
-        Row{"AFrameAndMore", 0, header(5) + "abcdefg", Step::begin, "", 5, "abcde", 0, true},
-        Row{"AnEmptyFrame", 0, header(0), Step::begin, "", 0, "", 0, false},
-        Row{"AnEmptyFrameAndMore", 0, header(0) + "a", Step::begin, "", 0, "", 0, true}),
+        Row{"APieceThatIsTooLong", 0, std::string(13, 'x'), Action::refuse, kTooLong, 0, "", 0, false},
+        Row{"MoreOfAMessageThatIsTooLong", 20, std::string(13, 'x'), Action::refuse, kTooLong, 0, "", 20, false},
+        Row{"TheEnd", 0, "", Action::refuse, kEnded, 0, "", 0, false},
+        Row{"ACutHeader", 0, std::string(3, '\0'), Action::refuse, kCut, 0, "", 0, false},
+        Row{"TheEndInTheMiddle", 5, "", Action::refuse, kNothingNew, 0, "", 5, false},
+        Row{"PartOfWhatIsMissing", 5, "abc", Action::resume, "", 0, "abc", 2, false},
+        Row{"WhatIsMissing", 5, "abcde", Action::resume, "", 0, "abcde", 0, false},
+        Row{"MoreThanIsMissing", 5, "abcdefg", Action::resume, "", 0, "abcdefg", 0, false},
+        Row{"TheLargestPiece", 12, std::string(12, 'x'), Action::resume, "", 0, std::string(12, 'x'), 0, false},
+        Row{"AHeaderThatAnnouncesTooMuch", 0, header(13) + "abc", Action::begin, kAnnouncesTooMuch, 13, "", 0, false},
+        Row{"TheLargestAnnouncement", 0, header(12) + "abc", Action::begin, "", 12, "abc", 9, false},
+        Row{"AHeaderAlone", 0, header(5), Action::begin, "", 5, "", 5, false},
+        Row{"PartOfAFrame", 0, header(5) + "abc", Action::begin, "", 5, "abc", 2, false},
+        Row{"AFrame", 0, header(5) + "abcde", Action::begin, "", 5, "abcde", 0, false},
+        Row{"AFrameAndMore", 0, header(5) + "abcdefg", Action::begin, "", 5, "abcde", 0, true},
+        Row{"AnEmptyFrame", 0, header(0), Action::begin, "", 0, "", 0, false},
+        Row{"AnEmptyFrameAndMore", 0, header(0) + "a", Action::begin, "", 0, "", 0, true}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(PiecePlans, LimitBelowTheHeaderRefusesEveryPieceThatHasOne) {
-  EXPECT_EQ(planOf(0, header(0), 3).step, Step::refuse);
+  EXPECT_EQ(planOf(0, header(0), 3).action, Action::refuse);
   EXPECT_EQ(planOf(0, "abc", 3).problem, kCut);
 }
 

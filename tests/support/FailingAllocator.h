@@ -36,7 +36,7 @@ class PlentyOfMemory {
 };
 
 /// Calls `attempt` on a thread of its own, so that what a thread keeps for itself does not count as leaked; with so
-/// many requests granted, then again with plenty of memory. Answers whether it succeeded the first time.
+/// many requests granted, then again with plenty of memory. Returns whether it succeeded the first time.
 inline bool succeedsWith(long granted, bool once, const std::function<bool()>& attempt) {
   const long before = piecesOfMemory;
   bool succeeded = false;
@@ -54,8 +54,8 @@ inline bool succeedsWith(long granted, bool once, const std::function<bool()>& a
   return succeeded;
 }
 
-/// Calls `attempt` with ever more memory until it answers that it has succeeded: each time with the n-th request
-/// refused alone, and with all from the n-th on. Answers how many times it failed.
+/// Calls `attempt` with ever more memory until it returns that it has succeeded: each time with the n-th request
+/// refused alone, and with all from the n-th on. Returns how many times it failed.
 inline long failuresUntilSuccess(const std::function<bool()>& attempt) {
   for (long n = 0; n < 10'000; ++n) {
     succeedsWith(n, true, attempt);

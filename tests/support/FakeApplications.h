@@ -73,7 +73,8 @@ class OwnApplications final : public platform::RunningApplications {
 /// Running applications that a test puts there, and what is asked of them.
 class PlayedApplications final : public platform::RunningApplications {
  public:
-  /// What `find` returns for a process, look by look; the last one stays.
+  /// What `find` returns for a process, look by look; the last one stays. Without a row: the listed one, until it has
+  /// been terminated and does not refuse.
   std::map<std::int32_t, std::vector<std::optional<TKSRunningApplication>>> looks;
   std::vector<TKSRunningApplication> listed;
   /// Processes that refuse to be terminated.
@@ -95,7 +96,7 @@ class PlayedApplications final : public platform::RunningApplications {
   std::optional<TKSRunningApplication> find(std::int32_t pid) override {
     if (onLook) onLook();
     const auto found = looks.find(pid);
-    if (found == looks.end()) return std::nullopt;
+    if (found == looks.end()) return stillListed(pid);
     const std::optional<TKSRunningApplication> answer = found->second.front();
     if (found->second.size() > 1) found->second.erase(found->second.begin());
     return answer;
@@ -103,7 +104,7 @@ class PlayedApplications final : public platform::RunningApplications {
   std::vector<TKSRunningApplication> list() override { return listed; }
   bool forceTerminate(const TKSRunningApplication& application) override {
     terminated.push_back(application.processIdentifier);
-    return std::find(refusing.begin(), refusing.end(), application.processIdentifier) == refusing.end();
+    return !refuses(application.processIdentifier);
   }
   bool terminate(const TKSRunningApplication&) override { return false; }
   std::optional<TKSRunningApplication> launch(std::string_view bundlePath, const std::vector<std::string>& arguments,
@@ -118,6 +119,13 @@ class PlayedApplications final : public platform::RunningApplications {
   void terminateThisApplication() override {}
 
  private:
+  bool refuses(std::int32_t pid) const { return std::ranges::find(refusing, pid) != refusing.end(); }
+  std::optional<TKSRunningApplication> stillListed(std::int32_t pid) const {
+    const bool isEnded = std::ranges::find(terminated, pid) != terminated.end() && !refuses(pid);
+    const auto found = std::ranges::find(listed, pid, &TKSRunningApplication::processIdentifier);
+    return isEnded || found == listed.end() ? std::nullopt : std::optional(*found);
+  }
+
   platform::Replaced<platform::RunningApplications> replaced_{*this};
 };
 

@@ -7,7 +7,7 @@
 
 namespace tks::test {
 
-/// A reader of JSON that throws instead of answering, for a scope.
+/// A reader of JSON that throws instead of reading, for a scope.
 template <class Exception>
 class ThrowingReader final : public platform::Json {
  public:

@@ -12,7 +12,7 @@
 namespace tks::test {
 
 /// Does `work` in a child process that is killed before or after its n-th system call, for every n until it comes to
-/// its end; calls `look` after each death. Answers how often the child was killed, or -1 where processes may not be
+/// its end; calls `look` after each death. Returns how often the child was killed, or -1 where processes may not be
 /// traced.
 inline int killedAtEachCall(const std::function<void()>& work, const std::function<void()>& look) {
   const auto waitFor = [](pid_t child) {

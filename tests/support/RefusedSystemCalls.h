@@ -24,7 +24,7 @@ inline bool refuseSystemCalls(std::initializer_list<long> calls, int number) {
   std::vector<sock_filter> filter = {step(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
   std::size_t left = calls.size();
   for (const long call : calls) {
-    // Jumps over the calls behind this one and over the permission.
+    // Jumps over the calls after this one and over the permission.
     filter.push_back(step(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), static_cast<unsigned>(left--)));
   }
   filter.push_back(step(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));

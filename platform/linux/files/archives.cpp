@@ -36,7 +36,7 @@ ArchiveEntry::Kind kindOf(const ArchiveFunctions& library, archive_entry* entry)
   }
 }
 
-std::string textOf(const char* text) { return text == nullptr ? std::string() : std::string(text); }
+std::string orEmpty(const char* text) { return text == nullptr ? std::string() : std::string(text); }
 
 /// Lets this thread read names in UTF-8 within a scope: libarchive turns them into the locale's characters, and a host
 /// without a locale has none but ASCII.
@@ -60,12 +60,12 @@ class Utf8Names {
 
 ArchiveEntry describe(const ArchiveFunctions& library, archive_entry* entry) {
   ArchiveEntry result;
-  result.name = textOf(library.archive_entry_pathname(entry));
+  result.name = orEmpty(library.archive_entry_pathname(entry));
   result.kind = kindOf(library, entry);
   const bool hasSize = library.archive_entry_size_is_set(entry) != 0;
   result.size = hasSize ? static_cast<std::uint64_t>(library.archive_entry_size(entry)) : 0;
-  result.target = result.kind == ArchiveEntry::Kind::hardLink ? textOf(library.archive_entry_hardlink(entry))
-                                                              : textOf(library.archive_entry_symlink(entry));
+  result.target = result.kind == ArchiveEntry::Kind::hardLink ? orEmpty(library.archive_entry_hardlink(entry))
+                                                              : orEmpty(library.archive_entry_symlink(entry));
   return result;
 }
 
@@ -91,7 +91,7 @@ bool failToRead(const ArchiveFunctions& library, archive* reader, const std::str
     const TKSErrorReason known = posix::reasonOfSystemError("NSPOSIXErrorDomain", number);
     *error = makeError(known == TKSErrorReason::systemFailed || number == EINVAL ? TKSErrorReason::badMessage : known,
                        "NSPOSIXErrorDomain", number,
-                       "read archive \"" + path + "\": " + textOf(library.archive_error_string(reader)));
+                       "read archive \"" + path + "\": " + orEmpty(library.archive_error_string(reader)));
   }
   return false;
 }

@@ -61,9 +61,9 @@ class EventLoop::LoopTimer final : public platform::MainLoop::Timer {
 };
 
 /// The loop is worked by one thread at a time, and not from inside its own work.
-class EventLoop::Occupied {
+class EventLoop::LoopInUse {
  public:
-  Occupied(EventLoop& loop, std::string_view operation) : loop_(loop) {
+  LoopInUse(EventLoop& loop, std::string_view operation) : loop_(loop) {
     std::thread::id nobody;
     granted_ = loop_.loopThread_.compare_exchange_strong(nobody, std::this_thread::get_id(), std::memory_order_acquire);
     if (granted_) {
@@ -73,11 +73,11 @@ class EventLoop::Occupied {
     TKSILog::logWithLevel(TKSILogLevelError, "Main loop is being run or drained already, '%@' does nothing.",
                           operation);
   }
-  ~Occupied() {
+  ~LoopInUse() {
     if (granted_) loop_.loopThread_.store({}, std::memory_order_release);
   }
-  Occupied(const Occupied&) = delete;
-  Occupied& operator=(const Occupied&) = delete;
+  LoopInUse(const LoopInUse&) = delete;
+  LoopInUse& operator=(const LoopInUse&) = delete;
   explicit operator bool() const { return granted_; }
 
  private:
@@ -270,8 +270,8 @@ int EventLoop::descriptor() { return hasDescriptors() ? epoll_.load(std::memory_
 
 void EventLoop::run() {
   if (posix::refusesAsForkedCopy("run")) return;
-  const Occupied occupied(*this, "run");
-  if (!occupied) return;
+  const LoopInUse inUse(*this, "run");
+  if (!inUse) return;
   while (!stopped_.exchange(false)) waitAndWork(settle());
   if (settle()) return;
   const std::scoped_lock lock(mutex_);
@@ -280,8 +280,8 @@ void EventLoop::run() {
 
 void EventLoop::drain() {
   if (posix::refusesAsForkedCopy("drain")) return;
-  const Occupied occupied(*this, "drain");
-  if (!occupied) return;
+  const LoopInUse inUse(*this, "drain");
+  if (!inUse) return;
   for (int round = 0; round < kRoundsOfDrain; ++round) {
     if (!waitAndWork(false) && settle()) return;
   }

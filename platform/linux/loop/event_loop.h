@@ -81,7 +81,7 @@ class EventLoop {
 
  private:
   class LoopTimer;
-  class Occupied;
+  class LoopInUse;
   using Nanoseconds = std::int64_t;
   /// Deadline by the monotonic clock, then order of setting.
   using TimerKey = std::pair<Nanoseconds, std::uint64_t>;

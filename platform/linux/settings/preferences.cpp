@@ -55,11 +55,11 @@ TKSDictionary readArguments() {
   while (!rest.empty()) {
     const std::string_view name = takeArgument(rest);
     if (!isName(name) || rest.empty()) continue;
-    std::string_view behind = rest;
-    const std::string_view value = takeArgument(behind);
+    std::string_view after = rest;
+    const std::string_view value = takeArgument(after);
     if (isName(value)) continue;
     arguments.set(name.substr(1), value);
-    rest = behind;
+    rest = after;
   }
   return arguments;
 }

@@ -87,7 +87,7 @@ char* writeUtf8(char* to, std::int32_t codePoint) noexcept {
   return to;
 }
 
-/// Writes what stands between two quotes without its escapes, which makes it no longer. Answers the end, or a null
+/// Writes what stands between two quotes without its escapes, which makes it no longer. Returns the end, or a null
 /// pointer for a bad escape.
 char* unescape(std::string_view text, char* to) noexcept {
   const char* next = text.data();

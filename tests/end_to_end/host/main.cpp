@@ -126,7 +126,7 @@ class Host {
     if (verb == "throw") throwing_.insert(name);
     if (verb == "cycle") cycle(std::atoi(name.c_str()), 0);
     if (verb == "repeat") repeat(std::atoi(name.c_str()), 0);
-    // Behind the step that the main thread is in.
+    // After the step that the main thread is in.
     if (verb == "status") later([this] { tellStatus(); });
     if (verb == "options") setOptions(command.substr(8));
     if (verb == "exit") later([] { std::exit(0); });

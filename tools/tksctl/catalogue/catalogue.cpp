@@ -103,7 +103,7 @@ void addNumbers(std::vector<Explanation>& all) {
   for (const Row& row : rowsOf(data::kStatuses)) {
     const auto number = numberIn(row[0]).value_or(0);
     all.push_back({.kind = "signature status",
-                   .text = codesign::textOf(static_cast<codesign::Status>(number)),
+                   .text = codesign::statusText(static_cast<codesign::Status>(number)),
                    .code = number,
                    .meaning = row[1],
                    .remedy = row[2]});
@@ -172,7 +172,8 @@ Explanation explainStatus(std::int64_t status) {
   for (const Explanation& entry : catalogue()) {
     if (entry.kind == "signature status" && entry.code == status) return entry;
   }
-  return {.kind = "signature status", .text = codesign::textOf(static_cast<codesign::Status>(status)), .code = status};
+  return {
+      .kind = "signature status", .text = codesign::statusText(static_cast<codesign::Status>(status)), .code = status};
 }
 
 bool isMadeFrom(std::string_view format, std::string_view text, std::vector<std::string>& held) {

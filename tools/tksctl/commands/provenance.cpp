@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kWhereFroms = "com.apple.metadata:kMDItemWhereFroms";
 constexpr std::string_view kQuarantine = "com.apple.quarantine";
 
-std::string textOf(const TKSData& data) { return {data.begin(), data.end()}; }
+std::string asText(const TKSData& data) { return {data.begin(), data.end()}; }
 
 Exit tell(Context& context, const std::string& given) {
   Output& out = context.out;
@@ -28,7 +28,7 @@ Exit tell(Context& context, const std::string& given) {
   out.set("downloadedFrom", from.isNothing() ? TKSValue(TKSNull()) : jsonable(from));
   out.set("whereFroms", all.isArray() ? jsonable(all) : TKSValue(TKSArray()));
   const bool isMarked = held.contains(kQuarantine);
-  const std::string quarantine = isMarked ? textOf(held[kQuarantine].data()) : std::string();
+  const std::string quarantine = isMarked ? asText(held[kQuarantine].data()) : std::string();
   out.set("quarantine", isMarked ? TKSValue(quarantine) : TKSValue(TKSNull()));
   if (from.isNothing() && !isMarked) {
     out.note("there is no mark of a download at " + given);

@@ -94,7 +94,7 @@ std::optional<TKSArray> listOf(const std::string& folder, const std::vector<std:
 }
 
 /// The list with what it says of itself: an entry without a name, which readers that do not know it skip.
-std::string textOf(TKSArray list, const Wishes& wishes) {
+std::string listText(TKSArray list, const Wishes& wishes) {
   constexpr std::int64_t kDay = 24 * 60 * 60;
   TKSDictionary itself;
   if (wishes.validDays > 0) itself.set("expires", std::int64_t{std::time(nullptr)} + wishes.validDays * kDay);
@@ -169,7 +169,7 @@ Exit publish(Context& context, const Wishes& wishes) {
   const Scratch scratch(&error);
   const std::string served = scratch.place("served");
   if (scratch.path().empty() || !platform::files().createDirectory(served, 0700, &error)) return out.fail(error);
-  makeArchive(scratch, textOf(*list, wishes), wishes, joinedPath(served, kPublished));
+  makeArchive(scratch, listText(*list, wishes), wishes, joinedPath(served, kPublished));
   if (const Exit proven = prove(out, served, *list); proven != Exit::ok) return proven;
   if (context.interrupts.came()) return out.fail(Exit::interrupted, "interrupted: nothing was published");
   const std::string place = fs::absolute(joinedPath(wishes.folder, kPublished)).lexically_normal().string();

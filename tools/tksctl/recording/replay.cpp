@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds kLastWords{50};
 /// Longer pauses of a recording are not waited out.
 constexpr std::chrono::duration<double> kLongestPause{60};
 
-std::optional<std::string> textOf(const TKSValue& value) {
+std::optional<std::string> optionalText(const TKSValue& value) {
   if (!value.isText()) return std::nullopt;
   return std::string(value.text());
 }
@@ -27,9 +27,9 @@ std::optional<std::string> textOf(const TKSValue& value) {
 TKSMessage messageOf(const RecordedEvent& event) {
   const TKSDictionary& members = event.message.dictionary();
   TKSMessage message;
-  message.messageType = textOf(members[tks_message_key_message_type]);
-  message.token = textOf(members[tks_message_key_token]);
-  message.domain = textOf(members[tks_message_key_domain]);
+  message.messageType = optionalText(members[tks_message_key_message_type]);
+  message.token = optionalText(members[tks_message_key_token]);
+  message.domain = optionalText(members[tks_message_key_domain]);
   message.message = members[tks_message_key_message];
   return message;
 }

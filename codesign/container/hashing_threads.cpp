@@ -1,4 +1,4 @@
-#include "codesign/container/work_crew.h"
+#include "codesign/container/hashing_threads.h"
 
 #include <pthread.h>
 #include <sched.h>
@@ -23,19 +23,19 @@ int processors() {
 
 }  // namespace
 
-HashingBench::HashingBench(const std::vector<HashType>& types) : buffer(kBuffer) {
+HashingTools::HashingTools(const std::vector<HashType>& types) : buffer(kBuffer) {
   for (const HashType type : types) hashers.emplace_back(type);
 }
 
-WorkCrew::WorkCrew(std::vector<HashType> types, std::size_t capacity, Work work)
+HashingThreads::HashingThreads(std::vector<HashType> types, std::size_t capacity, Work work)
     : types_(std::move(types)), work_(std::move(work)), items_(capacity) {}
 
-WorkCrew::~WorkCrew() {
+HashingThreads::~HashingThreads() {
   close(true);
   for (const pthread_t thread : threads_) ::pthread_join(thread, nullptr);
 }
 
-void WorkCrew::add(std::uint32_t item) {
+void HashingThreads::add(std::uint32_t item) {
   const std::uint32_t position = added_.load(std::memory_order_relaxed);
   items_[position] = item;
   added_.store(position + 1, std::memory_order_release);
@@ -43,20 +43,20 @@ void WorkCrew::add(std::uint32_t item) {
   if (position == 1) startThreads();  // for a single item nobody else is needed
 }
 
-void WorkCrew::finish() {
+void HashingThreads::finish() {
   close(false);
   workUntilClosed();
   for (const pthread_t thread : std::exchange(threads_, {})) ::pthread_join(thread, nullptr);
   if (failure_ != nullptr) std::rethrow_exception(failure_);
 }
 
-void WorkCrew::close(bool drop) {
+void HashingThreads::close(bool drop) {
   if (drop) dropped_.store(true, std::memory_order_relaxed);
   added_.fetch_or(kClosed, std::memory_order_release);
   added_.notify_all();
 }
 
-void WorkCrew::startThreads() {
+void HashingThreads::startThreads() {
   sigset_t all;
   ::sigfillset(&all);
   pthread_attr_t attributes;
@@ -66,20 +66,20 @@ void WorkCrew::startThreads() {
   threads_.reserve(static_cast<std::size_t>(others));
   for (int i = 0; i < others; ++i) {
     pthread_t thread{};
-    if (::pthread_create(&thread, &attributes, &WorkCrew::threadMain, this) != 0) break;
+    if (::pthread_create(&thread, &attributes, &HashingThreads::threadMain, this) != 0) break;
     threads_.push_back(thread);
   }
   ::pthread_attr_destroy(&attributes);
 }
 
-void* WorkCrew::threadMain(void* crew) {
+void* HashingThreads::threadMain(void* self) {
   ::pthread_setname_np(::pthread_self(), "tksinterface");
-  static_cast<WorkCrew*>(crew)->workUntilClosed();
+  static_cast<HashingThreads*>(self)->workUntilClosed();
   return nullptr;
 }
 
 /// Position of the next item, once there is one; nothing when none will come any more.
-std::optional<std::size_t> WorkCrew::takeItem() {
+std::optional<std::size_t> HashingThreads::takeItem() {
   const std::uint32_t position = taken_.fetch_add(1, std::memory_order_relaxed);
   while (!dropped_.load(std::memory_order_relaxed)) {
     const std::uint32_t added = added_.load(std::memory_order_acquire);
@@ -90,19 +90,19 @@ std::optional<std::size_t> WorkCrew::takeItem() {
   return std::nullopt;
 }
 
-void WorkCrew::workUntilClosed() noexcept {
-  std::optional<HashingBench> bench;
+void HashingThreads::workUntilClosed() noexcept {
+  std::optional<HashingTools> tools;
   while (const std::optional<std::size_t> position = takeItem()) {
     try {
-      if (!bench) bench.emplace(types_);
-      work_(items_[*position], *bench);
+      if (!tools) tools.emplace(types_);
+      work_(items_[*position], *tools);
     } catch (...) {
       note(*position, std::current_exception());
     }
   }
 }
 
-void WorkCrew::note(std::size_t position, std::exception_ptr failure) {
+void HashingThreads::note(std::size_t position, std::exception_ptr failure) {
   const std::scoped_lock lock(mutex_);
   if (failure_ != nullptr && failedPosition_ < position) return;
   failedPosition_ = position;

@@ -1,4 +1,4 @@
-#include "interface/Conversation.h"
+#include "interface/FacadeHandler.h"
 
 #include <optional>
 #include <utility>
@@ -23,7 +23,7 @@ std::optional<Event> eventOf(const TKSMessage& message) {
 
 }  // namespace
 
-void Conversation::handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) {
+void FacadeHandler::handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) {
   const std::shared_ptr<Facade> facade = facade_.lock();
   const std::optional<Event> event = eventOf(message);
   if (!facade || !event) return TKSIMessageHandler::handleMessage(message, sender);
@@ -34,24 +34,24 @@ void Conversation::handleMessage(const TKSMessage& message, TKSMessageHandlerDel
   facade->step(*event, error, [&] { TKSIMessageHandler::handleMessage(message, sender); });
 }
 
-void Conversation::handleMessageHostFatalError(const std::string& description) {
+void FacadeHandler::handleMessageHostFatalError(const std::string& description) {
   const auto fail = [&] { TKSIMessageHandler::handleMessageHostFatalError(description); };
   if (const std::shared_ptr<Facade> facade = facade_.lock()) return facade->channelFailed(description, fail);
   fail();
 }
 
-void Conversation::handleDisconnectAckMessage() {
+void FacadeHandler::handleDisconnectAckMessage() {
   const auto leave = [&] { TKSIMessageHandler::handleDisconnectAckMessage(); };
   if (const std::shared_ptr<Facade> facade = facade_.lock()) return facade->goodbyeAnswered(leave);
   leave();
 }
 
-void Conversation::cleanupConnectStatus4FileIPC() {
+void FacadeHandler::cleanupConnectStatus4FileIPC() {
   if (const std::shared_ptr<Facade> facade = facade_.lock()) facade->drop();
   TKSIMessageHandler::cleanupConnectStatus4FileIPC();
 }
 
-void Conversation::handleRefusedRequest(const TKSError& error) {
+void FacadeHandler::handleRefusedRequest(const TKSError& error) {
   const auto fail = [&] { TKSIMessageHandler::handleRefusedRequest(error); };
   if (const std::shared_ptr<Facade> facade = facade_.lock()) {
     return facade->channelFailed(error.localizedDescription, fail);
@@ -59,7 +59,7 @@ void Conversation::handleRefusedRequest(const TKSError& error) {
   fail();
 }
 
-bool Conversation::sendCommonMessageOfType(std::string_view type) {
+bool FacadeHandler::sendCommonMessageOfType(std::string_view type) {
   const std::shared_ptr<Facade> facade = facade_.lock();
   if (facade && type == tks_message_type_disconnect) facade->goodbyeSent();
   return TKSIMessageHandler::sendCommonMessageOfType(type);

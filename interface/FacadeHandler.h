@@ -10,11 +10,11 @@ namespace tks::interface {
 
 class Facade;
 
-/// The conversation of a facade: takes the same steps as every conversation, and tells the facade of them, so that
+/// The handler of a facade: takes the same steps as every handler, and tells the facade of them, so that
 /// callers without a callback in the conversation are settled too. Any step may destroy it.
-class Conversation final : public TKSIMessageHandler {
+class FacadeHandler final : public TKSIMessageHandler {
  public:
-  explicit Conversation(std::weak_ptr<Facade> facade) : facade_(std::move(facade)) {}
+  explicit FacadeHandler(std::weak_ptr<Facade> facade) : facade_(std::move(facade)) {}
 
   void handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) override;
   void handleMessageHostFatalError(const std::string& description) override;

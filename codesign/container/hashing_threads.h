@@ -15,8 +15,8 @@
 namespace tks::codesign {
 
 /// What one thread needs for hashing: made by it, used by it alone.
-struct HashingBench {
-  explicit HashingBench(const std::vector<HashType>& types);
+struct HashingTools {
+  explicit HashingTools(const std::vector<HashType>& types);
   std::vector<std::uint8_t> buffer;
   std::vector<Hasher> hashers;
 };
@@ -24,16 +24,16 @@ struct HashingBench {
 /// Threads that hash for one check: as many as there are processors for this process, the calling thread among them.
 /// They block all signals, and are gone when the check is. Items are numbers, worked on in the order in which they were
 /// added. Without further threads (a limit forbids them) the calling thread does everything.
-class WorkCrew {
+class HashingThreads {
  public:
-  using Work = std::function<void(std::uint32_t item, HashingBench& bench)>;
+  using Work = std::function<void(std::uint32_t item, HashingTools& tools)>;
 
   /// At most `capacity` items can be added.
-  WorkCrew(std::vector<HashType> types, std::size_t capacity, Work work);
+  HashingThreads(std::vector<HashType> types, std::size_t capacity, Work work);
   /// Drops what was not begun.
-  ~WorkCrew();
-  WorkCrew(const WorkCrew&) = delete;
-  WorkCrew& operator=(const WorkCrew&) = delete;
+  ~HashingThreads();
+  HashingThreads(const HashingThreads&) = delete;
+  HashingThreads& operator=(const HashingThreads&) = delete;
 
   void add(std::uint32_t item);
   /// Waits until all items are done, and helps. What the work of one threw is thrown here; of several it is that of the
@@ -41,7 +41,7 @@ class WorkCrew {
   void finish();
 
  private:
-  static void* threadMain(void* crew);
+  static void* threadMain(void* self);
   void startThreads();
   void workUntilClosed() noexcept;
   std::optional<std::size_t> takeItem();
