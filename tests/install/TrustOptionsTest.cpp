@@ -170,6 +170,16 @@ TEST_F(TrustOptions, ARequiredIdentifierIsThatOfTheSignature) {
   EXPECT_EQ(objection(library, other), "") << "a library is no launcher";
 }
 
+TEST_F(TrustOptions, WithoutAnyAnotherIdentifierIsStartedAndInstalled) {
+  const std::string identifier = "com.tarvo.other";
+  putLauncher("5.0.1");
+  signAs(target(), "maker", [&](tks::signing::SigningOptions& options) { options.identifier = identifier; });
+  EXPECT_EQ(refusal(), "");
+  EXPECT_EQ(objection(target()), "");
+  EXPECT_EQ(refusal({.requiredIdentifier = std::string(TKSAppBundleID)}),
+            "Codesign verify failed, the identifier is not the required one: " + identifier);
+}
+
 TEST_F(TrustOptions, NoLauncherIsOlderThanOneThatWasAccepted) {
   const TKSOptions options{.refuseDowngrades = true};
   putLauncher("5.0.1");

@@ -140,6 +140,14 @@ TEST_F(FrameOptions, LargerMessageThanTheOptionAllowsIsRefused) {
   EXPECT_THAT(talk_.events(), Contains(HasSubstr("Unexpected telling data size: 65, exceed max message size: 64")));
 }
 
+TEST_F(FrameOptions, LargeMessageIsFineWithoutTheOption) {
+  talk_.hello();
+  talk_.events();
+  talk_.says(R"({"message_type":"hello_ack","message":")" + std::string(2'000'000, 'x') + "\"}");
+  EXPECT_THAT(talk_.events(), ElementsAre("notifies 3", "calls hello"));
+  EXPECT_THAT(talk_.log.texts(8), IsEmpty());
+}
+
 TEST_F(FrameOptions, OptionNeverRaisesTheLargestMessage) {
   options_.set({.largestFrame = 4294967295});
   EXPECT_EQ(tks::messaging::largestMessage(), static_cast<std::uint64_t>(tks_max_msg_size));

@@ -14,6 +14,7 @@
 #include <tksinterface/TKSMainLoop.h>
 #include <tksinterface/TKSMessageHost.h>
 #include <tksinterface/TKSMessageVocabulary.h>
+#include <tksinterface/TKSOptions.h>
 
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
@@ -92,12 +93,20 @@ int playLauncher(const Arguments& arguments) {
 }
 const ChildRole launcherRole("talking-launcher", playLauncher);
 
+/// Which names of the conversation's files are left.
+void reportNames(const Arguments& arguments) {
+  for (const char* name : {"", "/ipcFile_Interface2TKS", "/ipcFile_TKS2Interface"}) {
+    if (std::filesystem::exists(arguments.at(4) + name)) report(arguments, "interface sees ipc" + std::string(name));
+  }
+}
+
 /// The interface's end: greets, launches a meeting, and waits for the end of the conversation.
 int playInterface(const Arguments& arguments) {
   joinPipes(arguments);
   TKSIMessageHandler handler;
   TKSIAppStatus status = TKSI_APP_STATUS_STARTING;
   const bool byFile = handler.messageHost->ipcByFile;
+  if (arguments.at(0) == "nameless" && !TKSOptions::setOptions({.unlinkMessageFiles = true})) return 3;
   report(arguments, byFile ? "interface uses files" : "interface uses pipes");
   handler.notifyStatusBlock = [&](TKSIAppStatus now) {
     status = now;
@@ -117,6 +126,7 @@ int playInterface(const Arguments& arguments) {
   handler.sendHelloMessage(
       [&] {
         report(arguments, "interface was greeted");
+        if (byFile) reportNames(arguments);
         const TKSDictionary parameters{{"gpcsitedomain", "https://a.example"}, {"large", std::string(kLargeBody, 'x')}};
         handler.sendLaunchMessage(
             parameters, [&] { report(arguments, "interface launched"); }, failed, nullptr);
@@ -145,12 +155,15 @@ struct Ends {
   std::array<int, 2> both{-1, -1};
 };
 
-constexpr const char* kWhatTheInterfaceTells =
-    "interface status 3\n"
-    "interface was greeted\n"
-    "interface status 4\n"
-    "interface launched\n"
-    "interface status 1\n";
+/// From the greeting to the end; `names` are the lines on the files that the interface sees then.
+std::string whatTheInterfaceTells(const std::string& names = {}) {
+  return "interface status 3\n"
+         "interface was greeted\n" +
+         names +
+         "interface status 4\n"
+         "interface launched\n"
+         "interface status 1\n";
+}
 constexpr const char* kWhatTheLauncherTells =
     "launcher heard hello\n"
     "launcher heard launch_meeting\n"
@@ -167,7 +180,7 @@ void talkOverPipes(const Arguments& environment) {
   toInterface.close();
   EXPECT_EQ(interface.wait(), 0);
   EXPECT_EQ(launcher.wait(), 0);
-  EXPECT_EQ(interface.output(), "interface uses pipes\n" + std::string(kWhatTheInterfaceTells));
+  EXPECT_EQ(interface.output(), "interface uses pipes\n" + whatTheInterfaceTells());
   EXPECT_EQ(launcher.output(), kWhatTheLauncherTells);
 }
 
@@ -189,10 +202,11 @@ TEST(TwoProcesses, InterfaceWithoutALauncherHearsOfItAndSurvives) {
   EXPECT_THAT(interface.output(), HasSubstr("interface failed Message data size ( 0 ) less than 'sizeOfSize'"));
 }
 
-TEST(TwoProcesses, HoldAConversationOverTheFilesThatTheirArgumentsName) {
+/// A conversation over files, which are gone at its end; `kind` says whether they keep their names until then.
+void talkOverFiles(const std::string& kind, const std::string& names) {
   const tks::test::TemporaryFolder folder;
   const std::string ipc = folder / "ipc";
-  const Arguments arguments = {"files", "-Communicate", "File", "-TempIPCFilePath", ipc};
+  const Arguments arguments = {kind, "-Communicate", "File", "-TempIPCFilePath", ipc};
   ChildProcess interface = ChildProcess::inRole("talking-interface", arguments);
   const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   while (!std::filesystem::exists(ipc + "/ipcFile_Interface2TKS") && std::chrono::steady_clock::now() < limit) {
@@ -200,9 +214,19 @@ TEST(TwoProcesses, HoldAConversationOverTheFilesThatTheirArgumentsName) {
   }
   ChildProcess launcher = ChildProcess::inRole("talking-launcher", arguments);
   EXPECT_EQ(interface.wait(), 0);
-  EXPECT_EQ(interface.output(),
-            "interface uses files\ninterface made the files\n" + std::string(kWhatTheInterfaceTells));
+  EXPECT_EQ(interface.output(), "interface uses files\ninterface made the files\n" + whatTheInterfaceTells(names));
+  EXPECT_EQ(launcher.wait(), 0);
+  EXPECT_EQ(launcher.output(), kWhatTheLauncherTells);
   EXPECT_FALSE(std::filesystem::exists(ipc));
 }
+
+TEST(TwoProcesses, HoldAConversationOverTheFilesThatTheirArgumentsName) {
+  talkOverFiles("files",
+                "interface sees ipc\n"
+                "interface sees ipc/ipcFile_Interface2TKS\n"
+                "interface sees ipc/ipcFile_TKS2Interface\n");
+}
+
+TEST(TwoProcesses, GoOnOverFilesThatLoseTheirNames) { talkOverFiles("nameless", ""); }
 
 }  // namespace
