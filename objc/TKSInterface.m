@@ -67,6 +67,12 @@ static void onError(void* context, const tks_error* error) {
   }
 }
 
+/// The context is where the caller wants the error.
+static void onOptionsError(void* context, const tks_error* error) {
+  NSError** wanted = context;
+  if (wanted != NULL) *wanted = errorFrom(error);
+}
+
 static void onPid(void* context, int32_t pid) {
   @autoreleasepool {
     ((TKSPidBlock)context)(pid);
@@ -80,12 +86,12 @@ static void releaseBlock(void* context) { Block_release(context); }
 typedef void (*TKSLaunchFunction)(const char* parameters, tks_finish_fn finished, tks_error_fn failed, void* context,
                                   tks_release_fn release);
 
-/// The parameters as JSON; nothing stays nothing, and what JSON cannot hold becomes what the library refuses.
-static NSString* parametersText(NSDictionary* param) {
-  if (param == nil) return nil;
+/// A dictionary as JSON; nothing stays nothing, and what JSON cannot hold becomes what the library refuses.
+static NSString* jsonText(NSDictionary* dictionary) {
+  if (dictionary == nil) return nil;
   NSData* data = nil;
-  if ([NSJSONSerialization isValidJSONObject:param]) {
-    data = [NSJSONSerialization dataWithJSONObject:param options:0 error:NULL];
+  if ([NSJSONSerialization isValidJSONObject:dictionary]) {
+    data = [NSJSONSerialization dataWithJSONObject:dictionary options:0 error:NULL];
   }
   NSString* text = data == nil ? nil : [[NSString alloc] initWithData:data encoding:NSUTF8StringEncoding];
   return text == nil ? @"[]" : [text autorelease];
@@ -94,7 +100,7 @@ static NSString* parametersText(NSDictionary* param) {
 static void launch(TKSLaunchFunction function, NSDictionary* param, TKSFinishBlock finish, TKSErrorBlock error) {
   @autoreleasepool {
     TKSCallBlocks* blocks = [[TKSCallBlocks alloc] initWithFinish:finish error:error];
-    function(TKSUTF8(parametersText(param)), onFinish, error == nil ? NULL : onError, blocks, releaseObject);
+    function(TKSUTF8(jsonText(param)), onFinish, error == nil ? NULL : onError, blocks, releaseObject);
   }
 }
 
@@ -112,6 +118,10 @@ static void launch(TKSLaunchFunction function, NSDictionary* param, TKSFinishBlo
 
 + (instancetype)sharedInstance {
   return sharedInterface;
+}
+
++ (BOOL)setOptions:(NSDictionary*)options error:(NSError**)error {
+  return tks_set_options(TKSUTF8(jsonText(options)), onOptionsError, error) ? YES : NO;
 }
 
 - (void)setLogBlock:(TKSLogBlock)block {

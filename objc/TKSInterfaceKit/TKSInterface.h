@@ -25,6 +25,12 @@ extern NSString* const TKSErrorReasonKey;
 /// The process-wide instance; `init` returns it as well.
 + (instancetype)sharedInstance NS_SWIFT_NAME(shared());
 
+/// Sets the options of this process, by their names (docs/security.md), in place of all that were set before: numbers
+/// for times and sizes, booleans, texts, arrays of texts; nothing and @{} set none. NO, with `error`, for an unknown
+/// name, a value of another kind or out of its range, and after the first start, launch, installation or list of
+/// updates. Nothing has changed then. Any thread.
++ (BOOL)setOptions:(nullable NSDictionary<NSString*, id>*)options error:(NSError**)error;
+
 /// Installs the log block (see TKSILog).
 - (void)setLogBlock:(nullable TKSLogBlock)block;
 /// Stored only.

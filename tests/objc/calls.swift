@@ -4,6 +4,11 @@ import TKSInterfaceKit
 
 func meet(_ done: @escaping () -> Void) {
   let tks = TKSInterface.shared()
+  do {
+    try TKSInterface.setOptions(["helloLimit": 30000, "httpsOnly": true])
+  } catch {
+    print(error.localizedDescription)
+  }
   let meeting: [String: Any] = [tks_param_key_meetingkey: "123 456 789"]
   tks.start(finish: nil, error: nil)
   tks.launchMeeting(withParam: meeting, finish: done, error: { error in print(error.localizedDescription) })

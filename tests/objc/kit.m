@@ -67,6 +67,31 @@ static void checkMasking(void) {
   CHECK([[TKSILog removeSensitiveInformation:nil] isEqualToString:@"(null)"]);
 }
 
+/// What setting these options fails with; nothing when they are accepted.
+static NSError* refusalOf(NSDictionary* options) {
+  NSError* error = nil;
+  const BOOL set = [TKSInterface setOptions:options error:&error];
+  CHECK(set == (error == nil));
+  CHECK([TKSInterface setOptions:options error:NULL] == set);
+  return error;
+}
+
+/// Before the first launch: later ones are refused.
+static void checkOptions(void) {
+  CHECK(refusalOf(nil) == nil);
+  NSNumber* yes = [NSNumber numberWithBool:YES];
+  NSDictionary* several = @{@"helloLimit" : @30000, @"httpsOnly" : yes, @"launcherEnvironment" : @[ @"HOME", @"PATH" ]};
+  CHECK(refusalOf(several) == nil);
+  CHECK([[refusalOf(@{@"httpsOnly" : @1}) localizedDescription] hasPrefix:@"Option of another kind: httpsOnly"]);
+  NSError* unknown = refusalOf(@{@"helloLimits" : @30000});
+  CHECK([[unknown localizedDescription] isEqualToString:@"Unknown option: helloLimits"]);
+  CHECK([[[unknown userInfo] objectForKey:TKSErrorReasonKey] isEqualToString:@"invalidArgument"]);
+  CHECK([[refusalOf(@{@"helloLimit" : @"soon"}) localizedDescription] hasPrefix:@"Option of another kind: helloLimit"]);
+  CHECK([[refusalOf(@{@"helloLimit" : @-1}) localizedDescription] isEqualToString:@"Option out of its range: helloLimit"]);
+  CHECK(refusalOf(@{@"helloLimit" : [[[NSObject alloc] init] autorelease]}) != nil);
+  CHECK(refusalOf(@{}) == nil);
+}
+
 /// What a launch with these parameters and without a launcher fails with.
 static NSError* failureOf(NSDictionary* parameters) {
   __block NSError* told = nil;
@@ -102,6 +127,19 @@ static void checkErrors(void) {
   CHECK([reason isEqualToString:@"invalidArgument"] || [reason isEqualToString:@"badMessage"]);
 }
 
+/// Each that is on has its line when the library begins, and from then on none can be set.
+static void checkOptionsAreUsed(void) {
+  CHECK(refusalOf(@{@"silenceNotice" : @5000}) == nil);
+  __block int lines = 0;
+  [[TKSInterface sharedInstance] setLogBlock:^(int level, NSString* message) {
+    if (level == 2 && [message rangeOfString:@"silenceNotice"].location != NSNotFound) ++lines;
+  }];
+  checkErrors();
+  CHECK(lines == 1);
+  [[TKSInterface sharedInstance] setLogBlock:nil];
+  CHECK([[refusalOf(@{}) localizedDescription] hasPrefix:@"Options can be set only before the first start"]);
+}
+
 static void checkStatus(void) {
   TKSInterface* tks = [TKSInterface sharedInstance];
   CHECK(![tks isTKSAppSuspending] && ![tks isTKSAppProcessing] && [tks connectedTKSAppPid] == 0);
@@ -124,7 +162,8 @@ int main(void) {
     checkSingletons();
     checkLog();
     checkMasking();
-    checkErrors();
+    checkOptions();
+    checkOptionsAreUsed();
     checkStatus();
   }
   return failures;
