@@ -190,6 +190,9 @@ TEST_F(Face, DescribesEveryArchitecture) {
 TEST_F(Face, TellsWhetherCodeMeetsARequirement) {
   const Code code = open(signedApp());
   EXPECT_TRUE(code.meets("identifier \"com.tarvo.A\" and certificate leaf[subject.OU] = T4RV0K0VRA").isGood());
+  EXPECT_TRUE(code.meets("certificate leaf[field.1.2.840.113635.100.6.1.13] exists").isGood());
+  EXPECT_EQ(code.meets("certificate root[field.1.2.840.113635.100.6.1.13] exists").status, status::kRequirementFailed);
+  EXPECT_TRUE(code.meets("certificate leaf[field.1.2.3.4] absent").isGood());
   EXPECT_EQ(code.meets("identifier other").status, status::kRequirementFailed);
   EXPECT_EQ(code.meets("identifier").status, status::kRequirementInvalid);
   EXPECT_EQ(code.meets("identifier").text, "invalid or corrupted code requirement(s)");

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 
 #include "codesign/container/code_directory.h"
+#include "codesign/container/signature_components.h"
 #include "codesign/container/status.h"
+#include "codesign/container/super_blob.h"
 #include "tests/codesign/Fixtures.h"
 
 // Where signatures stand: images of either byte order and width, universal files, bundles of every layout.
@@ -153,6 +155,124 @@ TEST_F(Containers, ShallowBundlesKeepTheirInfoPlistAtTheTop) {
   EXPECT_EQ(statusOf(bundle), -67054);
 }
 
+TEST_F(Containers, ShallowBundlesAreFoundByTheirExecutable) {
+  for (const char* place : {"/Info.plist", "/Resources/Info.plist"}) {
+    const std::string bundle = folder / "S.app";
+    fs::remove_all(bundle);
+    writeFile(bundle + place, infoPlist("S"));
+    writeBytes(bundle + "/S", tks::signing::makeImage({}));
+    writeBytes(bundle + "/other", tks::signing::makeImage({}));
+    signAs(bundle + "/other");
+    signAs(bundle);
+    EXPECT_EQ(informationOf(bundle + "/S")["format"], TKSValue("app bundle with Mach-O thin (x86_64)")) << place;
+    EXPECT_EQ(informationOf(bundle + "/other")["format"], TKSValue("Mach-O thin (x86_64)")) << place;
+  }
+}
+
+TEST_F(Containers, TheSliceForThisMachineSpeaksForTheFile) {
+#if defined(__aarch64__)
+  constexpr std::uint32_t kType = 0x0100000c, kOwn = 0, kOther = 2;
+#else
+  constexpr std::uint32_t kType = 0x01000007, kOwn = 3, kOther = 8;
+#endif
+  const auto image = [](std::uint32_t type, std::uint32_t subtype, const char* name) {
+    return tks::signing::makeImage({.type = type, .subtype = subtype, .infoPlist = infoPlist(name)});
+  };
+  const TKSData own = image(kType, kOwn, "own");
+  const TKSData other = image(kType, kOther, "other");
+  const TKSData foreign = image(18, 10, "foreign");
+  const std::vector<std::vector<TKSData>> files = {{other, own}, {own, other}, {foreign, other, own}};
+  for (const std::vector<TKSData>& images : files) {
+    writeBytes(file, tks::signing::makeUniversal(images));
+    signAs(file);
+    EXPECT_EQ(informationOf(file)["info-plist"]["CFBundleExecutable"], TKSValue("own"));
+  }
+  writeBytes(file, tks::signing::makeUniversal({foreign, other}));
+  signAs(file);
+  EXPECT_EQ(informationOf(file)["info-plist"]["CFBundleExecutable"], TKSValue("other"));
+}
+
+/// A number of an image in little-endian order.
+std::size_t numberAt(const std::string& image, std::size_t at, std::size_t width) {
+  std::size_t value = 0;
+  for (std::size_t i = width; i-- > 0;) value = value << 8 | static_cast<unsigned char>(image.at(at + i));
+  return value;
+}
+
+TEST_F(Containers, SigningKeepsTheLastSegmentAtTheEndOfTheImage) {
+  for (const bool is64 : {true, false}) {
+    const TKSData image = tks::signing::makeImage({.is64 = is64});
+    for (int time = 0; time < 2; ++time) {  // once more in place of the first
+      if (time == 0) writeBytes(file, image);
+      signAs(file);
+      const std::string whole = contentOf(file);
+      const std::size_t width = is64 ? 8 : 4;
+      const std::size_t fields = (is64 ? 32 + 72 : 28 + 56) + 24;  // of the second segment
+      const std::size_t size = numberAt(whole, fields + 3 * width, width);
+      EXPECT_EQ(numberAt(whole, fields + 2 * width, width) + size, whole.size());
+      EXPECT_EQ(numberAt(whole, fields + width, width), (size + 0x3fff) / 0x4000 * 0x4000);
+      const std::size_t end = (is64 ? 32 : 28) + numberAt(whole, 20, 4);
+      EXPECT_EQ(numberAt(whole, end - 8, 4), image.size()) << "the signature follows the image without a gap";
+      EXPECT_EQ(numberAt(whole, end - 8, 4) + numberAt(whole, end - 4, 4), whole.size());
+    }
+  }
+}
+
+TEST_F(Containers, ImagesOfThousandsOfPagesHaveRoomForTheirHashes) {
+  writeBytes(file, tks::signing::makeImage({.size = 8'000'000}));
+  signAs(file, "nobody");
+  EXPECT_EQ(statusOf(file), 0);
+  EXPECT_LT(fs::file_size(file), 8'100'000u);
+}
+
+TEST(SignatureParts, StandUnderTheFormatsNumbersAndNames) {
+  namespace slot = tks::codesign::slot;
+  const std::pair<std::uint32_t, const char*> parts[] = {{0, "CodeDirectory"},
+                                                         {2, "CodeRequirements"},
+                                                         {3, "CodeResources"},
+                                                         {4, "CodeTopDirectory"},
+                                                         {5, "CodeEntitlements"},
+                                                         {6, "CodeRepSpecific"},
+                                                         {7, "CodeEntitlementDER"},
+                                                         {8, "LaunchConstraintSelf"},
+                                                         {9, "LaunchConstraintParent"},
+                                                         {11, "LibraryConstraint"},
+                                                         {10, "LaunchConstraintResponsible"},
+                                                         {0x1000, "CodeRequirements-1"},
+                                                         {0x1001, "CodeRequirements-2"},
+                                                         {0x1002, "CodeRequirements-3"},
+                                                         {0x1003, "CodeRequirements-4"},
+                                                         {0x1004, "CodeRequirements-5"},
+                                                         {0x10000, "CodeSignature"},
+                                                         {1, ""},
+                                                         {12, ""},
+                                                         {0x1005, ""}};
+  for (const auto& [number, name] : parts) EXPECT_EQ(tks::codesign::componentName(number), name) << number;
+  EXPECT_EQ(slot::kInfoPlist, 1u);
+  EXPECT_EQ(slot::kEntitlements, 5u);
+  EXPECT_EQ(slot::kEntitlementsDer, 7u);
+}
+
+TEST(SignatureParts, AreBlobsOfTheKindThatFillsTheirSlot) {
+  const auto isBlob = [](std::uint32_t slot, std::uint32_t kind) {
+    TKSData blob;
+    tks::signing::append32(blob, kind);
+    tks::signing::append32(blob, 8);
+    return tks::codesign::isBlobFor(slot, tks::codesign::ByteSource(blob));
+  };
+  EXPECT_TRUE(isBlob(2, 0xfade0c01));
+  EXPECT_TRUE(isBlob(5, 0xfade7171));
+  EXPECT_TRUE(isBlob(7, 0xfade7172));
+  for (const std::uint32_t slot : {8u, 9u, 10u, 11u}) EXPECT_TRUE(isBlob(slot, 0xfade8181)) << slot;
+  for (const std::uint32_t slot : {1u, 3u, 6u, 7u, 12u}) EXPECT_FALSE(isBlob(slot, 0xfade8181)) << slot;
+}
+
+TEST(ByteSources, AreReadUpToTheLimitAndNoFurther) {
+  const TKSData bytes = {1, 2, 3};
+  EXPECT_EQ(tks::codesign::ByteSource(bytes).all(3), bytes);
+  EXPECT_EQ(tks::codesign::ByteSource(bytes).all(2), std::nullopt);
+}
+
 TEST_F(Containers, BundlesWithoutAnExecutableAreSignedOverTheirInfoPlist) {
   const std::string bundle = folder / "R.bundle";
   writeFile(bundle + "/Contents/Info.plist", "<plist version=\"1.0\"><dict/></plist>");
@@ -208,6 +328,35 @@ TEST_F(Containers, SealsWithHundredsOfRulesAreRead) {
   EXPECT_EQ(statusOf(app), 0);
   writeFile(app + "/Contents/Resources/a folder with a long name/file number 300.txt", "not left out");
   EXPECT_EQ(statusOf(app), -67054);
+}
+
+TEST_F(Containers, SealsThatAreNoPropertyListsAreRefused) {
+  const std::string app = makeApp(folder / "A.app", elfProgram());
+  signAs(app);
+  const std::string seal = app + "/Contents/_CodeSignature/CodeResources";
+  const std::string whole = contentOf(seal);
+  const auto statusWith = [&](std::string_view before, const std::string& added) {
+    std::string xml = whole;
+    xml.insert(xml.find(before), added);
+    writeFile(seal, xml);
+    tks::signing::DirectoryPlan plan;
+    plan.identifier = "a";
+    plan.flags = 2;
+    plan.pageSizeLog = 0;
+    plan.components[3] = TKSData(xml.begin(), xml.end());
+    writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+    return statusOf(app);
+  };
+  EXPECT_EQ(statusWith("<plist", ""), 0);
+  EXPECT_EQ(statusWith("<plist", "<!-- a comment -->"), 0);
+  EXPECT_EQ(statusWith("<key>files2", "<!-- one more --><key>other</key><dict a=\"b\"></dict>"), 0);
+  for (const char* broken : {"<!- no comment -->", "<!-x-->", "<!-- never ends", "</dict>", "</plist>", "</array>"}) {
+    EXPECT_NE(statusWith("<plist", broken), 0) << broken;
+    EXPECT_NE(statusWith("<key>files2", broken), 0) << broken;
+  }
+  const std::string endless(1'500'000, 'x');
+  EXPECT_NE(statusWith("<key>files2", "<key>other</key><dict a=\"" + endless + "\"></dict>"), 0);
+  EXPECT_NE(statusWith("<key>files2", "<key>" + endless + "</key><dict></dict>"), 0);
 }
 
 // Code directories by themselves.

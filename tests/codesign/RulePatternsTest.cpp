@@ -30,8 +30,10 @@ TEST(RulePatternsTest, AllExpressionsThatOccurAreFoundAtOnce) {
 
 TEST(RulePatternsTest, AgreesWithTheCLibraryOnRandomExpressions) {
   std::mt19937 random(1);
-  const char* atoms[] = {"a", "b", ".", "[ab]", "[^a]", "(a|b)", "(",   "|",     ")",
-                         "*", "+", "?", "^",    "$",    "\\.",   "{2}", "{0,1}", "{1,}"};
+  const char* atoms[] = {
+      "a",           "b",       ".",       "[ab]",     "[^a]", "(a|b)", "(",     "|",    ")",           "*",
+      "+",           "?",       "^",       "$",        "\\.",  "{2}",   "{0,1}", "{1,}", "[[:punct:]]", "[^[:punct:]]",
+      "[[:alpha:]]", "[[.a.]]", "[[=b=]]", "[[.a.]-c]"};
   const auto pick = [&](std::size_t count) { return static_cast<std::size_t>(random() % count); };
   int compared = 0;
   for (int i = 0; i < 40000; ++i) {
@@ -117,8 +119,6 @@ TEST(RequirementTest, ExpressionsBindAsTheyAreMeantTo) {
       {"always /* a comment */ and always", true},
       {"cdhash H\"abcd\"", true},
       {"cdhash H\"abce\"", false},
-      {"info[CFBundleVersion] >= \"44.9\"", true},
-      {"info[CFBundleVersion] < \"44.9\"", false},
       {"info[CFBundleVersion] = \"44\"*", true},
       {"info[CFBundleVersion] = *\"10\"", true},
       {"info[CFBundleVersion] = *\".1\"*", true},
@@ -136,13 +136,26 @@ TEST(RequirementTest, ExpressionsBindAsTheyAreMeantTo) {
   for (const auto& row : rows) EXPECT_EQ(isMet(row.text, context), row.met) << row.text;
 }
 
+TEST(RequirementTest, NumbersInTextsCountByTheirValue) {
+  RequirementContext context;
+  context.info.set("v", "44.10");
+  for (const char* met : {">= \"44.9\"", "<= \"44.10\"", ">= \"44.10\"", "> \"44.9\"", "< \"45\"", "< \"44.010.1\""}) {
+    EXPECT_TRUE(isMet(std::string("info[v] ") + met, context)) << met;
+  }
+  for (const char* unmet : {"< \"44.9\"", "< \"44.10\"", "<= \"44.9\"", "> \"44.10\"", ">= \"44.11\"", ">= \"45\""}) {
+    EXPECT_FALSE(isMet(std::string("info[v] ") + unmet, context)) << unmet;
+  }
+}
+
 TEST(RequirementTest, AWordOfHexadecimalDigitsStandsForItsBytes) {
   RequirementContext context;
   context.info.set("key", "AB");
   EXPECT_TRUE(isMet("info[key] = 0x4142", context));
   EXPECT_TRUE(isMet("info[key] = \"AB\"", context));
   EXPECT_FALSE(isMet("info[key] = \"0x4142\"", context));
-  EXPECT_FALSE(Requirement::fromText("info[key] = 0x414"));
+  for (const char* digits : {"0x414", "0x41g2", "0x4g42", "0x4142gg"}) {
+    EXPECT_FALSE(Requirement::fromText(std::string("info[key] = ") + digits)) << digits;
+  }
 }
 
 TEST(RequirementTest, MalformedOnesAreNone) {
@@ -156,6 +169,25 @@ TEST(RequirementTest, MalformedOnesAreNone) {
   TKSData blob = Requirement::fromText("always and never")->blob();
   for (std::size_t size = 0; size < blob.size(); ++size) {
     EXPECT_FALSE(Requirement::fromBlob(tks::codesign::Bytes(blob).first(size)));
+  }
+}
+
+TEST(RequirementTest, BlobsThatDoNotSayWhatTheyAreAreNone) {
+  const TKSData blob = Requirement::fromText("always and never")->blob();
+  ASSERT_TRUE(Requirement::fromBlob(blob));
+  for (std::size_t at = 0; at < 12; ++at) {
+    TKSData other = blob;
+    other[at] ^= 1;
+    EXPECT_FALSE(Requirement::fromBlob(other)) << at;
+  }
+  TKSData longer = blob;
+  longer.push_back(0);
+  EXPECT_FALSE(Requirement::fromBlob(longer));
+  // Cut with a length that fits: a term is missing, or half of it.
+  for (std::size_t size = 12; size < blob.size(); ++size) {
+    TKSData cut(blob.begin(), blob.begin() + static_cast<std::ptrdiff_t>(size));
+    cut[7] = static_cast<std::uint8_t>(size);
+    EXPECT_FALSE(Requirement::fromBlob(cut)) << size;
   }
 }
 

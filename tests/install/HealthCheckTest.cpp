@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "platform/platform.h"
+#include "tests/support/FakeApplications.h"
 #include "tests/support/FakePreferences.h"
 #include "tests/support/FakeTools.h"
 #include "tests/support/LogRecorder.h"
@@ -275,6 +276,16 @@ TEST_F(HealthCheck, RecordedFingerprintsStandInTheDictionaryUnderTheirPath) {
 TEST_F(HealthCheck, AnAppThatWasNeverUsedWillShowTheDialog) {
   EXPECT_FALSE(TKSUtilBase::appHaveBeenUsed(app));
   EXPECT_TRUE(TKSUtilBase::willShowVerifyDialogFor(app));
+}
+
+TEST_F(HealthCheck, AnAppThatWasUsedWillShowNoDialog) {
+  class Used final : public tks::test::NoApplications {
+   public:
+    bool hasLastUsedDate(std::string_view path) override { return path.ends_with(".app"); }
+  } applications;
+  const tks::platform::Replaced<tks::platform::RunningApplications> replaced(applications);
+  EXPECT_TRUE(TKSUtilBase::appHaveBeenUsed(app));
+  EXPECT_FALSE(TKSUtilBase::willShowVerifyDialogFor(app));
 }
 
 }  // namespace

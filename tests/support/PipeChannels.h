@@ -4,8 +4,10 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -35,21 +37,23 @@ class Pipe {
   void closeReader() { close(ends_[0]); }
   void closeWriter() { close(ends_[1]); }
 
-  /// Writes everything, waiting for the reader; false when the reader is gone.
+  /// Writes everything, waiting for the reader; false when the reader is gone or has stopped reading.
   bool write(std::string_view bytes) const {
     while (!bytes.empty()) {
-      const ssize_t count = ::write(ends_[1], bytes.data(), bytes.size());
+      if (!becomes(ends_[1], POLLOUT)) return false;
+      // As much as a pipe with room takes without waiting.
+      const ssize_t count = ::write(ends_[1], bytes.data(), std::min<std::size_t>(bytes.size(), PIPE_BUF));
       if (count < 0 && errno != EINTR) return false;
       if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
     }
     return true;
   }
 
-  /// Reads as many bytes, waiting for the writer; fewer when the writer is gone.
+  /// Reads as many bytes, waiting for the writer; fewer when the writer is gone or has stopped writing.
   std::string read(std::size_t size) const {
     std::string bytes(size, '\0');
     std::size_t have = 0;
-    while (have < size) {
+    while (have < size && becomes(ends_[0], POLLIN)) {
       const ssize_t count = ::read(ends_[0], bytes.data() + have, size - have);
       if (count == 0 || (count < 0 && errno != EINTR)) break;
       if (count > 0) have += static_cast<std::size_t>(count);
@@ -69,6 +73,17 @@ class Pipe {
   }
 
  private:
+  /// A test that fails at one end of a pipe must not wait at the other end for ever.
+  static bool becomes(int descriptor, short ready) {
+    constexpr int kPatience = 30'000;
+    if (descriptor < 0) return true;  // the call says so
+    pollfd wanted{.fd = descriptor, .events = ready, .revents = 0};
+    int count = 0;
+    do {
+      count = ::poll(&wanted, 1, kPatience);
+    } while (count < 0 && errno == EINTR);
+    return count > 0;
+  }
   static void close(int& end) {
     if (end >= 0) ::close(std::exchange(end, -1));
   }
