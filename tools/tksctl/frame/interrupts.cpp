@@ -43,8 +43,8 @@ using End = Interrupts::End;
 
 /// What the loop is left for, beside the work of the library.
 struct Watched {
-  /// Whether a signal ends it.
-  bool signals = true;
+  /// How many signals were noted before: one more ends it.
+  int signalsBefore = 0;
   int descriptor = -1;
   std::function<void()> onReadable{};
 };
@@ -54,12 +54,11 @@ End drainUntil(const std::function<bool()>& isDone, std::chrono::milliseconds li
   while (true) {
     TKSMainLoop::drain();
     if (isDone()) return End::done;
-    if (also.signals && signalsHeld > 0) return End::interrupted;
+    if (signalsHeld > also.signalsBefore) return End::interrupted;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     if (left.count() <= 0) return End::timedOut;
-    pollfd watched[] = {{TKSMainLoop::descriptor(), POLLIN, 0},
-                        {also.signals ? wakingDescriptors[0] : -1, POLLIN, 0},
-                        {also.descriptor, POLLIN, 0}};
+    pollfd watched[] = {
+        {TKSMainLoop::descriptor(), POLLIN, 0}, {wakingDescriptors[0], POLLIN, 0}, {also.descriptor, POLLIN, 0}};
     constexpr std::int64_t kOftenEnough = 1000;
     const int ready = ::poll(watched, std::size(watched), static_cast<int>(std::min(left.count(), kOftenEnough)));
     if (ready > 0 && watched[2].revents != 0 && also.onReadable) also.onReadable();
@@ -93,12 +92,15 @@ void Interrupts::endProgram() { endAtOnce(); }
 Interrupts::End Interrupts::runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit,
                                      int descriptor, const std::function<void()>& onReadable) {
   hold();
-  return drainUntil(isDone, limit, {.signals = true, .descriptor = descriptor, .onReadable = onReadable});
+  return drainUntil(isDone, limit, {.descriptor = descriptor, .onReadable = onReadable});
 }
 
 bool Interrupts::finishWithin(std::chrono::milliseconds limit, const std::function<bool()>& isDone) {
   hold();
-  return drainUntil(isDone, limit, {.signals = false}) == End::done;
+  const int before = signalsHeld;
+  char noted[16];
+  while (::read(wakingDescriptors[0], noted, sizeof noted) > 0) continue;
+  return drainUntil(isDone, limit, {.signalsBefore = before}) == End::done;
 }
 
 }  // namespace tks::ctl

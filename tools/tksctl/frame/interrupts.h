@@ -29,7 +29,8 @@ class Interrupts {
   /// `descriptor` is watched as well, where there is one: `onReadable` is called as long as it is readable.
   End runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit, int descriptor = -1,
                const std::function<void()>& onReadable = {});
-  /// The same for what is done after a signal too, such as a goodbye: it is only noted. Whether it came to `isDone`.
+  /// The same for what is done after a signal too, such as a goodbye: only one more signal ends it, because whoever
+  /// presses Ctrl-C twice does not want to wait. Whether it came to `isDone`.
   bool finishWithin(std::chrono::milliseconds limit, const std::function<bool()>& isDone);
 };
 
