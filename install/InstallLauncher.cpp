@@ -92,7 +92,7 @@ class Installation {
     return false;
   }
 
-  bool unpack() const {
+  bool unpack() {
     TKSError error;
     if (unpackFolder_.unpack(zipPath_, &error)) return true;
     return error == TKSError() ? false : refusePackage(error);

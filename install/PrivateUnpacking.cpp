@@ -24,6 +24,7 @@ using platform::files;
 constexpr std::string_view kPrefix = ".unpacking-";
 constexpr std::uint32_t kOrdinaryFolder = 0777;
 constexpr std::uint32_t kOwnersRights = 0700;
+constexpr std::uint32_t kOthersRights = 0077;
 /// What the unpacker may print beside what it unpacks.
 constexpr std::uint64_t kRoomForOutput = 64u * 1024 * 1024;
 
@@ -78,6 +79,9 @@ bool PrivateUnpacking::makeFolders(TKSError& error) {
   const std::optional<std::string> made = files().makePrivateDirectory(joinedPath(place_, kPrefix), &error);
   if (!made) return false;
   private_ = *made;
+  const std::optional<platform::FileAttributes> own = files().attributes(private_, &error);
+  if (!own) return false;
+  wasClosed_ = (own->permissions & kOthersRights) == 0;
   unpacked_ = joinedPath(private_, "unpacked");
   if (!files().createDirectory(unpacked_, kOrdinaryFolder, &error)) return false;
   // What the umask leaves of a folder's rights it leaves of everything's. The process's own umask is not to be touched.

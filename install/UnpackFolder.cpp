@@ -55,11 +55,12 @@ bool UnpackFolder::makeRoom() const {
   return removed;
 }
 
-bool UnpackFolder::unpack(const std::string& zipPath, TKSError* error) const {
+bool UnpackFolder::unpack(const std::string& zipPath, TKSError* error) {
   PrivateUnpacking unpacking(path_);
   unpacking.onStep = tellProgress;
   const bool moved =
       unpacking.run(zipPath, platform::ArchiveFormat::zip, {}, error) && unpacking.take(TKSAppName, launcher_, error);
+  isClosed_ = unpacking.wasClosedToOthers();
   const bool unpacked = moved && files().exists(launcher_);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip backup to temp TKS app: %@, result: %i", masked(launcher_), unpacked);
   return unpacked;

@@ -23,20 +23,22 @@ class UnpackFolder {
   bool makeRoom() const;
   /// Unpacks the launcher of an archive, in a private folder below this one, and puts it into this one; whether it is
   /// there afterwards. `error` is set when there is an objection to the archive.
-  bool unpack(const std::string& zipPath, TKSError* error) const;
+  bool unpack(const std::string& zipPath, TKSError* error);
   /// Removes the launcher; no matter how far the installation came.
   void removeLauncher();
 
   /// Where the launcher is expected.
   const std::string& launcherPath() const { return launcher_; }
-  /// Nobody else could open anything of the launcher, not even while it was unpacked.
-  bool isClosedToOthers() const { return isOwn_; }
+  /// Nobody else could open anything of the unpacked launcher for writing: it came into being in a folder that nobody
+  /// else could enter, and has left it with ordinary rights.
+  bool isClosedToOthers() const { return isClosed_; }
 
  private:
   std::string path_;
   std::string launcher_;
   /// The temporary folder itself serves a host without an identifier.
   bool isOwn_;
+  bool isClosed_ = false;
   std::unique_ptr<platform::FileLock> lock_;
 };
 

@@ -13,7 +13,7 @@ template <class Look>
 [[gnu::always_inline]] inline void forEachBlock(const Stretch& stretch, const Look& look) {
   const std::size_t readable = stretch.size + stretch.rest;
   std::size_t at = 0;
-  for (; at + kBlock < readable && at + kBlock <= stretch.size; at += kBlock) look(stretch.bytes + at, at / kBlock);
+  for (; at + kBlock <= stretch.size; at += kBlock) look(stretch.bytes + at, at / kBlock);
   if (at == stretch.size) return;
   char padded[kBlock + 1] = {};
   std::copy_n(stretch.bytes + at, std::min(readable - at, sizeof padded), padded);
@@ -74,8 +74,11 @@ struct Plain {
 /// 32 bytes at a time: a table of sixteen bytes tells of each half of a byte which groups it may belong to.
 struct Avx2 {
   using Bytes [[gnu::vector_size(32)]] = char;
+  using Codes [[gnu::vector_size(32)]] = unsigned char;
   using Words [[gnu::vector_size(32)]] = std::uint16_t;
   using Quarters [[gnu::vector_size(32)]] = std::uint64_t;
+  using Places [[gnu::vector_size(32)]] = std::uint32_t;
+  static constexpr unsigned kHalf = kBlock / 2;
 
   struct Tables {
     Bytes firstLow, firstHigh, secondLow, secondHigh;
@@ -113,18 +116,41 @@ struct Avx2 {
     return static_cast<std::uint32_t>(__builtin_ia32_pmovmskb256(reinterpret_cast<Bytes>(topmost)));
   }
 
-  [[gnu::target("avx2")]] static void look(const char* block, std::size_t number, const Tables& tables, unsigned wanted,
-                                           PairPlaces& places) {
-    constexpr std::size_t kHalf = kBlock / 2;
-    const Bytes first = pairsAt(block, tables);
-    const Bytes second = pairsAt(block + kHalf, tables);
-    const auto any = reinterpret_cast<Quarters>(first | second);
+  /// 32 bytes of a block, and how their places become those of the block: the first ones are dropped, and the others
+  /// stand after `before` bytes.
+  struct Part {
+    Bytes groups{};
+    unsigned dropped = 0;
+    unsigned before = 0;
+  };
+
+  [[gnu::target("avx2"), gnu::always_inline]] static inline void note(const Part& first, const Part& second,
+                                                                      std::size_t number, unsigned wanted,
+                                                                      PairPlaces& places) {
+    const auto any = reinterpret_cast<Quarters>(first.groups | second.groups);
     if ((any[0] | any[1] | any[2] | any[3]) == 0) return;
     places.blocks |= std::uint64_t{1} << number;
     for (unsigned left = wanted; left != 0; left &= left - 1) {
       const auto group = static_cast<unsigned>(std::countr_zero(left));
-      places.bytes[number][group] = bytesOf(first, group) | bytesOf(second, group) << kHalf;
+      places.bytes[number][group] = bytesOf(first.groups, group) >> first.dropped << first.before |
+                                    bytesOf(second.groups, group) >> second.dropped << second.before;
     }
+  }
+
+  /// The end of a stretch, shorter than a block: the last 32 bytes are looked at as a whole.
+  [[gnu::target("avx2")]] static void lookAtEnd(const Stretch& stretch, std::size_t at, const Tables& tables,
+                                                unsigned wanted, PairPlaces& places) {
+    const auto size = static_cast<unsigned>(stretch.size - at);
+    char padded[kHalf + 1] = {};
+    const char* last = padded;
+    if (stretch.size < kHalf) {
+      std::memcpy(padded + kHalf - size, stretch.bytes, size);
+    } else {
+      last = stretch.bytes + stretch.size - kHalf;
+    }
+    const Bytes groups = pairsAt(last, tables);
+    if (size <= kHalf) return note({groups, kHalf - size, 0}, {}, at / kBlock, wanted, places);
+    note({pairsAt(stretch.bytes + at, tables)}, {groups, 0, size - kHalf}, at / kBlock, wanted, places);
   }
 
   [[gnu::target("avx2")]] static void find(const Stretch& stretch, const PairTables& tables, std::uint8_t wanted,
@@ -132,15 +158,70 @@ struct Avx2 {
     const Tables wide{tableOf(tables.low[0], wanted), tableOf(tables.high[0], 0xFF), tableOf(tables.low[1], 0xFF),
                       tableOf(tables.high[1], 0xFF)};
     places.blocks = 0;
-    const std::size_t readable = stretch.size + stretch.rest;
     std::size_t at = 0;
-    for (; at + kBlock < readable && at + kBlock <= stretch.size; at += kBlock) {
-      look(stretch.bytes + at, at / kBlock, wide, wanted, places);
+    for (; at + kBlock <= stretch.size; at += kBlock) {
+      const char* const block = stretch.bytes + at;
+      note({pairsAt(block, wide)}, {pairsAt(block + kHalf, wide), 0, kHalf}, at / kBlock, wanted, places);
     }
-    if (at == stretch.size) return;
-    char padded[kBlock + 1] = {};
-    std::memcpy(padded, stretch.bytes + at, std::min(readable - at, sizeof padded));
-    look(padded, at / kBlock, wide, wanted, places);
+    if (at != stretch.size) lookAtEnd(stretch, at, wide, wanted, places);
+  }
+
+  /// A bit for each byte of 32 that is not zero in a mask, the topmost one for the first.
+  [[gnu::target("avx2")]] static std::uint32_t backwards(Bytes mask) {
+    constexpr Bytes kOrder = {15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0,
+                              15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0};
+    const int bits = __builtin_ia32_pmovmskb256(__builtin_ia32_pshufb256(mask, kOrder));
+    return std::rotl(static_cast<std::uint32_t>(bits), 16);
+  }
+
+  [[gnu::target("avx2")]] static std::uint32_t lettersBackwards(const char* half) {
+    // Moved to the lowest numbers of those with a sign, so that one comparison is enough.
+    constexpr int kLowest = -128;
+    const auto codes = reinterpret_cast<Codes>(load(half));
+    const auto letters = reinterpret_cast<Bytes>((codes | 0x20) + static_cast<unsigned char>(kLowest - 'a'));
+    const auto digits = reinterpret_cast<Bytes>(codes + static_cast<unsigned char>(kLowest - '0'));
+    return backwards((letters < kLowest + 26) | (digits < kLowest + 10));
+  }
+
+  [[gnu::target("avx2")]] static std::uint32_t marksBackwards(const char* half, std::string_view word) {
+    Bytes marks = load(half) == word[0];
+    for (std::size_t i = 1; i < word.size(); ++i) marks &= load(half + i) == word[i];
+    return backwards(marks);
+  }
+
+  /// Stars those of 32 bytes that have a bit, the topmost one for the first.
+  [[gnu::target("avx2")]] static void star(char* half, std::uint32_t backwards) {
+    constexpr Bytes kByteOfBits = {3, 3, 3, 3, 3, 3, 3, 3, 2, 2, 2, 2, 2, 2, 2, 2,
+                                   1, 1, 1, 1, 1, 1, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0};
+    constexpr Places kBits = {0x10204080, 0x01020408, 0x10204080, 0x01020408,
+                              0x10204080, 0x01020408, 0x10204080, 0x01020408};
+    const auto bits = reinterpret_cast<Bytes>(kBits);
+    const Bytes own = __builtin_ia32_pshufb256(reinterpret_cast<Bytes>(Places{} + backwards), kByteOfBits) & bits;
+    const Bytes starred = own == bits ? Bytes{} + '*' : load(half);
+    std::memcpy(half, &starred, sizeof starred);
+  }
+
+  /// All bits run backwards here: what stands before a mark follows on it then, so that an addition finds its end.
+  [[gnu::target("avx2")]] static StarredBlock starBefore(char* block, std::size_t skipped, std::string_view word,
+                                                         bool beginsText) {
+    const std::uint64_t all = std::uint64_t{marksBackwards(block, word)} << kHalf | marksBackwards(block + kHalf, word);
+    const std::uint64_t marks = all & ~(all >> 1) & ~std::uint64_t{0} >> skipped;
+    if (marks == 0) return {0, kBlock};
+    const std::uint64_t letters = std::uint64_t{lettersBackwards(block)} << kHalf | lettersBackwards(block + kHalf) |
+                                  std::uint64_t{beginsText} << (kBlock - 1);
+    std::uint64_t before = letters & ~(letters + (marks << 1 & letters));
+    StarredBlock done{kBlock - static_cast<std::size_t>(std::countr_zero(marks)), kBlock};
+    if (!beginsText && (before | marks) >> (kBlock - 1) != 0) {
+      const int reaching = std::countl_one(before);
+      done.left = static_cast<std::size_t>(reaching);
+      before &= ~std::uint64_t{0} >> reaching;
+    }
+    const std::uint64_t firsts = before & ~(before >> 1);
+    const std::uint64_t ofMany = firsts & before << 1 & before << 2 & before << 3;
+    const std::uint64_t starred = before & ~(ofMany | ofMany >> 1 | ofMany >> 2);
+    star(block, static_cast<std::uint32_t>(starred >> kHalf));
+    star(block + kHalf, static_cast<std::uint32_t>(starred));
+    return done;
   }
 
   /// Whether the processor has the instructions, and the system keeps their registers. Asked of the processor itself:
@@ -175,10 +256,10 @@ struct Avx2 {
 
 std::span<const PairFinder> pairFinders() noexcept {
 #if defined(__x86_64__)
-  static constexpr PairFinder kFinders[] = {{"AVX2", Avx2::find}, {"plain", Plain::find}};
+  static constexpr PairFinder kFinders[] = {{"AVX2", Avx2::find, Avx2::starBefore}, {"plain", Plain::find, nullptr}};
   return Avx2::isThere() ? std::span(kFinders) : std::span(kFinders).subspan(1);
 #else
-  static constexpr PairFinder kFinders[] = {{"plain", Plain::find}};
+  static constexpr PairFinder kFinders[] = {{"plain", Plain::find, nullptr}};
   return kFinders;
 #endif
 }

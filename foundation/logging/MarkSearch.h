@@ -99,6 +99,7 @@ struct PairTables {
     const Neighbour first = neighbourAt(mark, mark.pair());
     const Neighbour second = isByte ? Neighbour{0, false} : neighbourAt(mark, mark.pair() + 1);
     pairs[count++] = {first, second, static_cast<std::uint8_t>(isByte ? 0xFF : 0), bit};
+    groups |= bit;
     addByte(0, first, bit);
     if (!isByte) return addByte(1, second, bit);
     for (std::uint8_t& half : low[1]) half |= bit;
@@ -107,6 +108,8 @@ struct PairTables {
 
   std::array<Pair, kMostPairs> pairs{};
   std::size_t count = 0;
+  /// A bit for each group that has a pair.
+  std::uint8_t groups = 0;
   /// The same by the halves of a byte: which groups it may belong to, for each of the two neighbours.
   std::array<Halves, 2> low{};
   std::array<Halves, 2> high{};
@@ -134,17 +137,33 @@ struct PairPlaces {
   std::uint64_t bytes[kStretch / kBlock][PairTables::kMostGroups];
 };
 
-/// A stretch of a text: `size` bytes, no more than a stretch has, of a text in which `rest` bytes follow.
+/// A stretch of a text: `size` bytes, no more than a stretch has, after which `rest` bytes can be read: those of the
+/// text and the zero that closes it.
 struct Stretch {
   const char* bytes;
   std::size_t size;
   std::size_t rest;
 };
 
-/// A way to find the pairs of some groups, a bit for each, in a stretch. Of other groups nothing is told.
+/// What was found in a block that was starred.
+struct StarredBlock {
+  /// One more than where the last mark begins; 0: there is none.
+  std::size_t last;
+  /// The one mark that is left to the caller, because what is before it may begin before the block; kBlock: there is
+  /// none.
+  std::size_t left;
+};
+
+/// A way to go through texts.
 struct PairFinder {
   const char* name;
+  /// Finds the pairs of some groups, a bit for each, in a stretch. Of other groups nothing is told.
   void (*find)(const Stretch& stretch, const PairTables& tables, std::uint8_t groups, PairPlaces& places);
+  /// Stars the letters and digits right before each mark of a block, but for the first three of more than three. Marks
+  /// in the first `skipped` bytes, fewer than a block has, do not count, and none right after another one. `word` is
+  /// what stands at a mark, signs and digits; as many bytes as it has follow on the block. A text that begins with the
+  /// block begins with such a letter, whatever it is. Null where it is not quicker than to go from mark to mark.
+  StarredBlock (*starBefore)(char* block, std::size_t skipped, std::string_view word, bool beginsText);
 };
 
 /// The ways that this processor knows, the quickest first; the last one needs no particular instructions.
@@ -158,20 +177,18 @@ PairFinder& pairFinder() noexcept;
 class PairScan {
  public:
   PairScan(const std::string& text, const PairTables& tables) noexcept : text_(text), tables_(tables) {
-    first_.fill(std::string::npos);
-    std::uint8_t missing = 0xFF;
-    for (std::size_t begin = 0; begin < text_.size() && missing != 0; begin += PairPlaces::kStretch) {
-      look(begin, missing);
-      if (places_.blocks == 0) continue;
-      for (std::size_t group = 0; group < first_.size(); ++group) {
-        if (first_[group] == std::string::npos) first_[group] = nextInStretch(group, begin);
-        if (first_[group] != std::string::npos) missing &= static_cast<std::uint8_t>(~(1u << group));
-      }
+    for (std::size_t begin = 0; begin < text_.size() && found_ != tables_.groups; begin += PairPlaces::kStretch) {
+      look(begin, static_cast<std::uint8_t>(tables_.groups & ~found_));
+      if (places_.blocks != 0) noteFirsts(begin);
     }
   }
 
+  /// Whether no group has a pair anywhere.
+  bool foundNothing() const noexcept { return found_ == 0; }
+
   /// The first place at or after `from` where a pair of the group begins; npos when there is none.
   std::size_t next(std::size_t group, std::size_t from) noexcept {
+    if ((found_ >> group & 1) == 0) return std::string::npos;
     from = std::max(from, first_[group]);
     while (from < text_.size()) {
       const bool isHere = from - begin_ < PairPlaces::kStretch && (groups_ >> group & 1) != 0;
@@ -183,23 +200,27 @@ class PairScan {
     return std::string::npos;
   }
 
-  /// Calls `visit` with each place of a pair of the group, but for those right after another one. It returns up to
-  /// where it wants to hear of none.
+  /// Calls `visit` with where a block begins and with the places in it, a bit for each byte, where a pair of the group
+  /// begins, but for those right after another one; block by block. It returns up to where it wants to hear of no
+  /// block.
   template <class Visit>
-  void forEach(std::size_t group, const Visit& visit) noexcept {
+  void forEachBlock(std::size_t group, const Visit& visit) noexcept {
     std::size_t from = 0;
     for (std::size_t at = next(group, 0); at != std::string::npos; at = next(group, from)) {
-      for (std::uint64_t bytes = bytesAt(group, at); bytes != 0; bytes &= bytes - 1) {
-        const std::size_t place = (at & ~(PairPlaces::kBlock - 1)) + static_cast<std::size_t>(std::countr_zero(bytes));
-        if (place >= from) from = visit(place);
+      const std::size_t first = (at - begin_) / PairPlaces::kBlock;
+      for (std::uint64_t left = places_.blocks >> first << first; left != 0; left &= left - 1) {
+        const auto number = static_cast<std::size_t>(std::countr_zero(left));
+        const std::size_t block = begin_ + number * PairPlaces::kBlock;
+        const std::uint64_t bytes = places_.bytes[number][group];
+        if (bytes != 0 && block >= from) from = visit(block, bytes & ~(bytes << 1));
       }
-      from = std::max(from, (at | (PairPlaces::kBlock - 1)) + 1);
+      from = std::max(from, begin_ + PairPlaces::kStretch);
     }
   }
 
   /// The first place at or after `from` where a mark of the group stands; npos when there is none.
   std::size_t find(std::size_t group, const Mark& mark, std::size_t from = 0) noexcept {
-    for (std::size_t at = next(group, from + mark.pair()); at != std::string::npos; at = next(group, at + 1)) {
+    for (std::size_t at = next(group, from + mark.pair()); at != std::string::npos; at = nextAfter(group, at)) {
       if (mark.standsAt(at - mark.pair(), text_)) return at - mark.pair();
     }
     return std::string::npos;
@@ -211,13 +232,25 @@ class PairScan {
     groups_ = groups;
     const std::size_t left = text_.size() - begin;
     const std::size_t size = std::min(left, PairPlaces::kStretch);
-    pairFinder().find({text_.data() + begin, size, left - size}, tables_, groups, places_);
+    pairFinder().find({text_.data() + begin, size, left - size + 1}, tables_, groups, places_);
   }
 
-  /// The places from `at` to the end of its block that do not follow on another one.
-  std::uint64_t bytesAt(std::size_t group, std::size_t at) const noexcept {
+  /// The next place after one that was found just now.
+  std::size_t nextAfter(std::size_t group, std::size_t at) noexcept {
     const std::uint64_t bytes = places_.bytes[(at - begin_) / PairPlaces::kBlock][group];
-    return bytes & ~(bytes << 1) & ~std::uint64_t{0} << at % PairPlaces::kBlock;
+    // In two steps: a shift by all bits is none.
+    const std::uint64_t left = bytes >> at % PairPlaces::kBlock >> 1;
+    if (left != 0) return at + 1 + static_cast<std::size_t>(std::countr_zero(left));
+    return next(group, (at | (PairPlaces::kBlock - 1)) + 1);
+  }
+
+  /// Of the groups that were looked for at last: where those that are there for the first time begin.
+  void noteFirsts(std::size_t begin) noexcept {
+    for (unsigned left = groups_; left != 0; left &= left - 1) {
+      const auto group = static_cast<std::size_t>(std::countr_zero(left));
+      first_[group] = nextInStretch(group, begin);
+      if (first_[group] != std::string::npos) found_ |= static_cast<std::uint8_t>(1u << group);
+    }
   }
 
   std::size_t nextInStretch(std::size_t group, std::size_t from) const noexcept {
@@ -244,6 +277,8 @@ class PairScan {
   /// The stretch that was looked at last, and for which groups.
   std::size_t begin_ = 0;
   std::uint8_t groups_ = 0;
+  /// The groups that have a pair somewhere, and where the first one begins.
+  std::uint8_t found_ = 0;
   std::array<std::size_t, PairTables::kMostGroups> first_;
   PairPlaces places_;
 };

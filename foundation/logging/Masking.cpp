@@ -1,6 +1,8 @@
 #include "foundation/logging/Masking.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <string_view>
 
 #include "foundation/logging/MarkSearch.h"
@@ -161,21 +163,79 @@ std::size_t beginOfLocalPart(std::string_view text, std::size_t at) {
   return begin == 0 ? 0 : begin + 1;
 }
 
+/// From so many marks in a block on it is quicker to go through the block as a whole.
+constexpr std::size_t kMany = 4;
+
+constexpr bool areMany(std::uint64_t places) {
+  for (std::size_t i = 1; i < kMany; ++i) places &= places - 1;
+  return places != 0;
+}
+
+/// Masks the letters and digits before the marks of mail addresses.
+class LocalParts {
+ public:
+  LocalParts(std::string& text, Unit unit) : text_(text), unit_(unit) {}
+
+  /// Those before each mark that stands after the marks of earlier calls.
+  void maskBefore(PairScan& scan, std::size_t group, const Mark& mark) {
+    scan.forEachBlock(group, [&](std::size_t block, std::uint64_t places) {
+      const std::size_t skipped = position_ > block ? position_ - block : 0;
+      if (skipped >= kBlock) return block + kBlock;
+      places = places >> skipped << skipped;
+      return areMany(places) && fits(block, mark) ? maskRow(block, mark) : maskOneByOne(block, places, mark);
+    });
+  }
+
+ private:
+  static constexpr std::size_t kBlock = PairPlaces::kBlock;
+
+  /// Whether a block can be gone through as a whole.
+  bool fits(std::size_t block, const Mark& mark) const {
+    return starBefore_ != nullptr && block + kBlock + mark.size() <= text_.size();
+  }
+
+  std::size_t maskOneByOne(std::size_t block, std::uint64_t places, const Mark& mark) {
+    for (; places != 0; places &= places - 1) {
+      const std::size_t at = block + static_cast<std::size_t>(std::countr_zero(places));
+      if (at < position_ || !mark.standsAt(at, text_)) continue;
+      maskAt(at);
+      position_ = at + 2;
+    }
+    return block + kBlock;
+  }
+
+  /// From a block on as long as there are marks, without looking for them before. Returns where the next block begins.
+  std::size_t maskRow(std::size_t block, const Mark& mark) {
+    std::size_t skipped = position_ > block ? position_ - block : 0;
+    while (fits(block, mark)) {
+      const StarredBlock starred = starBefore_(text_.data() + block, skipped, mark.word(), block == 0);
+      if (starred.left != kBlock) maskAt(block + starred.left);
+      if (starred.last == 0) break;
+      position_ = block + starred.last + 1;
+      block += kBlock;
+      skipped = position_ > block ? position_ - block : 0;
+    }
+    return block;
+  }
+
+  // No character is cut in two here: none but the text's very first byte may be part of one.
+  void maskAt(std::size_t at) { maskRange(text_, beginOfLocalPart(text_, at), at, unit_); }
+
+  std::string& text_;
+  const Unit unit_;
+  decltype(PairFinder::starBefore) starBefore_ = pairFinder().starBefore;
+  /// Two bytes after the last mark.
+  std::size_t position_ = 0;
+};
+
 /// Masks the letters and digits before each "@"; after the last "@" also those before each "%40". Looking for the next
 /// "@" again after each "%40" would read the rest of the text over and over.
 ///
 /// An "@" right after another one has no letters before it. One of the two is left out.
 void maskMailAddresses(std::string& text, Unit unit, PairScan& scan) {
-  std::size_t position = 0;
-  const auto maskBefore = [&](std::size_t group, const Mark& mark) {
-    scan.forEach(group, [&](std::size_t at) {
-      if (at < position || !mark.standsAt(at, text)) return at + 1;
-      maskRange(text, beginOfLocalPart(text, at), at, unit);
-      return position = at + 2;
-    });
-  };
-  maskBefore(kAtSigns, kAtSign);
-  maskBefore(kEscapedAtSigns, kEscapedAtSign);
+  LocalParts parts(text, unit);
+  parts.maskBefore(scan, kAtSigns, kAtSign);
+  parts.maskBefore(scan, kEscapedAtSigns, kEscapedAtSign);
 }
 
 /// Stars the whole folder name after each users' folder. A name that nothing closes stays, except after a double slash.
@@ -194,6 +254,7 @@ void maskUserFolders(std::string& text, PairScan& scan, std::size_t group, const
 
 void applyRules(std::string& text, Unit unit, const PairTables& tables, std::span<const std::string> furtherFolders) {
   PairScan scan(text, tables);
+  if (scan.foundNothing()) return;
   maskURL(text, unit, scan);
   maskUserName(text, unit, scan);
   maskMailAddresses(text, unit, scan);

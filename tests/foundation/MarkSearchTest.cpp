@@ -119,6 +119,21 @@ TEST_P(EachFinder, MasksLikeTheReference) {
   }
 }
 
+TEST_P(EachFinder, MasksMarksInARowLikeTheReference) {
+  const std::vector<std::string> all = {"%40", "%40", "%40", "@",    "@@",       "%4",    "%",      "4",
+                                        "0",   "a",   "Zz9", "\xC3", "abcdefgh", "{[`:/", "http?@", "username=@b "};
+  for (int i = 0; i < 6000; ++i) {
+    // Few kinds in a row: many marks of one kind in each block.
+    const std::size_t kinds = 1 + random() % all.size();
+    const std::size_t first = random() % all.size();
+    std::string text;
+    for (std::size_t left = random() % 200; left > 0; --left) text += all[(first + random() % kinds) % all.size()];
+    std::string masked = text;
+    tks::masking::removePersonalData(masked, tks::masking::Unit::bytes, {});
+    ASSERT_EQ(masked, referenceRemovePII(text)) << "of: " << text;
+  }
+}
+
 TEST_P(EachFinder, LooksAtTheTextAsItIsAfterACut) {
   std::string text = std::string(5000, 'x') + "http@";
   const PairTables tables = tablesOfWords();

@@ -100,9 +100,17 @@ TEST_F(InstallThreats, APackageThatIsExchangedForAnotherOfTheMakersIsProvenAgain
   EXPECT_EQ(launcherAt(target()), "5.0.1");
 }
 
+/// Folders that a volume without rights of its own leaves open to others.
+class OpenVolume final : public tks::test::ForwardingFiles {
+  std::optional<std::string> makePrivateDirectory(std::string_view beginning, TKSError* error) override {
+    const std::optional<std::string> made = ForwardingFiles::makePrivateDirectory(beginning, error);
+    if (made) fs::permissions(*made, fs::perms(0755));
+    return made;
+  }
+};
+
 TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
   // Written through memory that was written to before, which sets no time of change.
-  world.host.bundleIdentifier.reset();
   char* mapped = nullptr;
   world.tools.after[Tool::unzip] = [&](const auto&) {
     const int file = ::open(contentPath(world.unpackedByTool()).c_str(), O_RDWR | O_CLOEXEC);
@@ -114,6 +122,7 @@ TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
   };
   {
     const std::string zip = archive("5.0.1");
+    const OpenVolume files;
     WatchedSignatures signatures([&] { *mapped ^= 1; });
     EXPECT_FALSE(install("5.0.1", zip));
   }
