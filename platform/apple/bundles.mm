@@ -1,5 +1,6 @@
 #import <Foundation/Foundation.h>
 
+#include "BuildValues.h"
 #include "platform/apple/conversions.h"
 #include "platform/backend.h"
 #include "platform/bundles.h"
@@ -26,9 +27,11 @@ class AppleBundles final : public Bundles {
     }
   }
 
+  /// Of the framework. Where the library is linked into a host or a program, the bundle would be theirs.
   std::string libraryVersion() override {
     @autoreleasepool {
       NSBundle* bundle = [NSBundle bundleForClass:TKSBundleAnchor.class];
+      if (![bundle.bundleIdentifier isEqualToString:@"com.tarvo.kovra.tksinterface"]) return TKS_PROJECT_VERSION;
       return apple::fromString([bundle objectForInfoDictionaryKey:@"CFBundleVersion"]);
     }
   }

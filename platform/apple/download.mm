@@ -1,6 +1,5 @@
 #import <Foundation/Foundation.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "platform/apple/conversions.h"
+#include "platform/apple/download_bound.h"
 #include "platform/apple/guarded.h"
 #include "platform/backend.h"
 #include "platform/download.h"
@@ -97,17 +97,10 @@ DownloadResult resultOf(const Outcome& outcome, const DownloadRequest& request) 
   return result;
 }
 
-/// How many bytes may come as they are sent so that no more than the limit is stored: the system unpacks a body as it
-/// comes. It is asked for as it is, but a server may do otherwise. Nothing of what unpacks to any length.
-std::size_t allowedBytes(NSURLResponse* response, std::size_t limit) {
-  constexpr std::size_t kMostOfAByte = 1032;  // that DEFLATE makes
-  if (![response isKindOfClass:NSHTTPURLResponse.class]) return limit;
-  NSString* encoding = [static_cast<NSHTTPURLResponse*>(response) valueForHTTPHeaderField:@"Content-Encoding"];
-  if (encoding.length == 0 || [encoding caseInsensitiveCompare:@"identity"] == NSOrderedSame) return limit;
-  for (NSString* known in @[ @"gzip", @"x-gzip", @"deflate" ]) {
-    if ([encoding caseInsensitiveCompare:known] == NSOrderedSame) return limit / kMostOfAByte;
-  }
-  return 0;
+/// The value of a header of a response; empty when it has none.
+std::string headerOf(NSURLResponse* response, NSString* name) {
+  if (![response isKindOfClass:NSHTTPURLResponse.class]) return {};
+  return apple::fromString([static_cast<NSHTTPURLResponse*>(response) valueForHTTPHeaderField:name]);
 }
 
 /// Ends a download that brings more than the limit, or could after unpacking, or that takes longer than it may: the
@@ -130,8 +123,8 @@ class Bound {
         kept->isTooLate = true;
         return [task cancel];
       }
-      const std::int64_t most = std::max(task.countOfBytesReceived, task.countOfBytesExpectedToReceive);
-      if (most <= 0 || static_cast<std::uint64_t>(most) <= allowedBytes(task.response, limit)) return;
+      const std::string encoding = headerOf(task.response, @"Content-Encoding");
+      if (!apple::isBeyond({task.countOfBytesReceived, task.countOfBytesExpectedToReceive, encoding}, limit)) return;
       kept->isTooLarge = true;
       [task cancel];
     });

@@ -7,6 +7,8 @@
 
 #include <tksinterface/TKSValue.h>
 
+#include "platform/apple/property_list_xml_look.h"
+
 namespace tks::platform::apple {
 namespace {
 
@@ -15,57 +17,6 @@ using Bytes = std::span<const std::uint8_t>;
 constexpr std::string_view kBinaryMark = "bplist";
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kTrailerSize = 32;
-
-/// The characters of a text in XML. Those that matter are ASCII: in wider encodings the NUL bytes between them count
-/// for nothing, and so does the mark of the byte order.
-class Characters {
- public:
-  explicit Characters(Bytes content) {
-    text_.reserve(content.size());
-    for (const std::uint8_t byte : content) {
-      if (byte != 0) text_.push_back(static_cast<char>(byte));
-    }
-  }
-
-  std::string_view rest() const { return std::string_view(text_.data(), text_.size()).substr(at_); }
-  void skip(std::size_t count) { at_ += count; }
-  /// Goes past the next `mark`, or to the end.
-  void skipBehind(std::string_view mark) {
-    const std::size_t found = rest().find(mark);
-    at_ = found == std::string_view::npos ? text_.size() : at_ + found + mark.size();
-  }
-
- private:
-  std::vector<char> text_;
-  std::size_t at_ = 0;
-};
-
-/// Whether a list in XML begins like one and its containers stay within the deepest nesting.
-PropertyListLook lookAtXML(Bytes content) {
-  Characters characters(content);
-  const std::size_t first = characters.rest().find_first_not_of(" \t\r\n\xEF\xBB\xBF\xFE\xFF");
-  if (first == std::string_view::npos || characters.rest()[first] != '<') return PropertyListLook::noPropertyList;
-  std::size_t depth = 0;
-  while (!characters.rest().empty()) {
-    characters.skipBehind("<");
-    const std::string_view rest = characters.rest();
-    if (rest.starts_with("!--")) {
-      characters.skipBehind("-->");
-    } else if (rest.starts_with("![CDATA[")) {
-      characters.skipBehind("]]>");
-    } else if (rest.starts_with('?')) {
-      characters.skipBehind("?>");
-    } else if (rest.starts_with('/')) {
-      const bool isContainer = rest.starts_with("/array") || rest.starts_with("/dict");
-      if (isContainer && depth > 0) --depth;
-    } else if (rest.starts_with("array") || rest.starts_with("dict")) {
-      const std::size_t end = rest.find('>');
-      const bool isEmpty = end != std::string_view::npos && rest[end - 1] == '/';
-      if (!isEmpty && ++depth > kDeepestNesting) return PropertyListLook::beyondBounds;
-    }
-  }
-  return PropertyListLook::sound;
-}
 
 std::uint64_t numberAt(Bytes content, std::uint64_t offset, std::size_t size) {
   std::uint64_t value = 0;
@@ -239,7 +190,7 @@ PropertyListLook lookAtPropertyList(Bytes content) {
       content.size() >= kBinaryMark.size() &&
       std::equal(kBinaryMark.begin(), kBinaryMark.end(), content.begin(),
                  [](char ours, std::uint8_t theirs) { return static_cast<std::uint8_t>(ours) == theirs; });
-  return isBinary ? BinaryList(content).look() : lookAtXML(content);
+  return isBinary ? BinaryList(content).look() : lookAtXml(content);
 }
 
 }  // namespace tks::platform::apple

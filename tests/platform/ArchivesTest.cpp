@@ -10,6 +10,10 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/ZipWriter.h"
 
+// What every implementation of the contract promises. On macOS both readers are the library's own: a zip is read by its
+// directory, a tar by its headers, in the forms that the tar of either system writes, but not compressed. How Linux
+// reads compressed ones: linux/files/CompressedArchivesTest.cpp.
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -46,9 +50,12 @@ class Archives : public ::testing::Test {
     for (const ArchiveEntry& entry : entriesOf(path)) names.push_back(entry.name);
     return names;
   }
-  /// macOS' tar would put an entry of its own beside each file with attributes.
+  /// macOS' tar would put an entry of its own beside each file with attributes, and warns of names that the locale has
+  /// not.
   bool run(const std::string& command) {
-    return std::system(("export COPYFILE_DISABLE=1; cd '" + folder.path() + "' && " + command + " > log").c_str()) == 0;
+    return std::system(
+               ("export COPYFILE_DISABLE=1 LC_ALL=en_US.UTF-8; cd '" + folder.path() + "' && " + command + " > log")
+                   .c_str()) == 0;
   }
   tks::test::TemporaryFolder folder;
   TKSError error;
@@ -90,8 +97,8 @@ TEST_F(Archives, TellLinksAndTheirTargetsOfATar) {
   writeFile(folder / "t/file", "x");
   fs::create_symlink("../../outside", folder / "t/link");
   fs::create_hard_link(folder / "t/file", folder / "t/hard");
-  ASSERT_TRUE(run("mkfifo t/fifo && tar -czf a.tar.gz t/file t/link t/hard t/fifo"));
-  const std::vector<ArchiveEntry> entries = entriesOf(folder / "a.tar.gz");
+  ASSERT_TRUE(run("mkfifo t/fifo && tar -cf a.tar t/file t/link t/hard t/fifo"));
+  const std::vector<ArchiveEntry> entries = entriesOf(folder / "a.tar");
   ASSERT_EQ(entries.size(), 4u);
   EXPECT_EQ(entries[1].kind, Kind::link);
   EXPECT_EQ(entries[1].target, "../../outside");

@@ -6,7 +6,9 @@
 #include "tests/support/FakeHome.h"
 #include "tests/support/TemporaryFolder.h"
 
-// What every implementation of the contract promises.
+// What every implementation of the contract promises. On macOS NSBundle opens any folder, whichever layout it has,
+// keeps what it has opened until the process ends, and names an executable after the bundle when none is declared; what
+// the bundle says of itself is read anew each time.
 
 namespace {
 

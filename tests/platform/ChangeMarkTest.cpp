@@ -13,6 +13,10 @@
 #include "platform/posix/change_mark.h"
 #include "tests/support/TemporaryFolder.h"
 
+// What every implementation of the contract promises. On macOS the kernel sets the time of change (st_ctimespec) with
+// every change of content, permissions, names and attributes, as on Linux: APFS in nanoseconds, HFS+ in whole seconds,
+// which the mark waits for. Reading sets none, nor does the move of a folder in what is in it.
+
 namespace {
 
 namespace fs = std::filesystem;

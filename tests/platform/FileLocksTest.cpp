@@ -18,6 +18,10 @@
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
+// What every implementation of the contract promises. Both systems lock by flock, whose locks belong to the open file:
+// on macOS too, for folders as for files, on APFS and HFS+; a volume without locks (some of the network) says so by an
+// error.
+
 namespace {
 
 namespace fs = std::filesystem;

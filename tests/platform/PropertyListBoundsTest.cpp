@@ -80,6 +80,54 @@ TEST(PropertyListBounds, WiderEncodingsAreLookedThrough) {
   EXPECT_EQ(lookAtPropertyList(bytes(wide)), Look::beyondBounds);
 }
 
+struct XmlValue {
+  const char* value;
+  Look look;
+};
+
+class ValuesThatTheSystemMistakes : public testing::TestWithParam<XmlValue> {};
+
+TEST_P(ValuesThatTheSystemMistakes, AreFoundBeforehand) {
+  EXPECT_EQ(lookAtPropertyList(bytes("<plist>" + std::string(GetParam().value) + "</plist>")), GetParam().look)
+      << GetParam().value;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ValuesThatTheSystemMistakes,
+    testing::Values(
+        // References to characters.
+        XmlValue{"<string>&#65;&#xFFFD;&amp;&lt;</string>", Look::sound},
+        XmlValue{"<string>&#x1F600;&#128512;</string>", Look::sound},
+        XmlValue{"<string>&#0;</string>", Look::noPropertyList},
+        XmlValue{"<string>&#65;&#x0;</string>", Look::noPropertyList},
+        XmlValue{"<string><![CDATA[x]]>&#0;</string>", Look::noPropertyList},
+        XmlValue{"<dict><key>&#0;</key><true/></dict>", Look::noPropertyList},
+        XmlValue{"<string><![CDATA[&#0;]]></string>", Look::sound}, XmlValue{"<!-- &#0; --><true/>", Look::sound},
+        XmlValue{"<string>&#xD800;</string>", Look::noPropertyList},
+        XmlValue{"<string>&#x110000;</string>", Look::noPropertyList},
+        XmlValue{"<string>&#99999999999999999999;</string>", Look::noPropertyList},
+        XmlValue{"<string>&#65</string>", Look::sound},
+        // Keys and what stands for them.
+        XmlValue{"<dict><key>a</key><array><dict><key>b</key><true/></dict></array></dict>", Look::sound},
+        XmlValue{"<array><key>a</key></array>", Look::noPropertyList}, XmlValue{"<key>a</key>", Look::noPropertyList},
+        XmlValue{"<dict><key>a</key><array><key>b</key></array></dict>", Look::noPropertyList},
+        XmlValue{"<dict><key>a</key><dict></dict><key>b</key><dict/></dict>", Look::sound},
+        XmlValue{"<array><dict/><key>a</key></array>", Look::noPropertyList},
+        XmlValue{"<string><![CDATA[x]]>key</string>", Look::sound},
+        // Dates that the calendar does not have. Those of another form are the reader's.
+        XmlValue{"<date>2000-02-29T23:59:60Z</date>", Look::sound},
+        XmlValue{"<date>2023-02-29T00:00:00Z</date>", Look::noPropertyList},
+        XmlValue{"<date>2023-02-01T24:00:00Z</date>", Look::noPropertyList},
+        XmlValue{"<date>2023-13-01T00:00:00Z</date>", Look::noPropertyList},
+        XmlValue{"<date>31690-07-08T00:00:00Z</date>", Look::sound}, XmlValue{"<date>yesterday</date>", Look::sound},
+        XmlValue{"<date", Look::sound}, XmlValue{"<data>AQID</data>", Look::sound}));
+
+TEST(PropertyListBounds, CharactersOfWiderEncodingsAreNoReferences) {
+  // U+2326, U+3B26: their bytes are those of "&#" and "&;".
+  const std::string wide("\xFF\xFE<\0p\0>\0&#&;<\0/\0p\0>\0", 20);
+  EXPECT_EQ(lookAtPropertyList(bytes(wide)), Look::sound);
+}
+
 TEST(PropertyListBounds, OtherFormsAreNone) {
   for (const std::string& other :
        {std::string(), std::string("{ a = (b); }"), repeated("(", 100'000), std::string("bplist00")}) {

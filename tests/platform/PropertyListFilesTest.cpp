@@ -10,7 +10,8 @@
 #include "tests/support/PropertyListSamples.h"
 #include "tests/support/TemporaryFolder.h"
 
-// What every implementation of the contract promises of lists in files.
+// What every implementation of the contract promises of lists in files. On macOS the system's reader gets the content
+// alone: files are opened, bounded and replaced by the library, as everywhere.
 
 namespace {
 

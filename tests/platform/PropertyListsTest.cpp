@@ -7,7 +7,10 @@
 #include "platform/platform.h"
 #include "tests/support/PropertyListSamples.h"
 
-// What every implementation of the contract promises.
+// What every implementation of the contract promises. On macOS it is the system's reader and writer, after a look at
+// what they are given (apple/property_list_xml_look.h): they keep real numbers to the last digit, whole ones of 64 bits
+// with or without a sign, and texts byte for byte, line ends as well. The reader takes XML less freely than XML allows.
+// What it refuses and Linux reads: linux/settings/PropertyListReaderTest.cpp.
 
 namespace {
 
@@ -183,17 +186,15 @@ INSTANTIATE_TEST_SUITE_P(
         XmlCase{"ByteOrderMark", "\xEF\xBB\xBF" + xml("<true/>"), true},
         XmlCase{"CommentsBetween", xml("<!-- a --><array><!-- b --><true/><!-- c --></array><!-- d -->"),
                 TKSArray{true}},
-        XmlCase{"ElementsWithEnds", xml("<array><true></true><false> </false></array>"), TKSArray{true, false}},
+        XmlCase{"ElementsWithEnds", xml("<array><true></true><false></false></array>"), TKSArray{true, false}},
         XmlCase{"SignedInteger", xml("<integer>+7</integer>"), 7},
-        XmlCase{"BlanksAroundNumbers", xml("<array><integer> -7\n</integer><real>\t1.5 </real></array>"),
+        XmlCase{"BlanksBeforeNumbers", xml("<array><integer> -7</integer><real>\t1.5</real></array>"),
                 TKSArray{-7, 1.5}},
         XmlCase{"HexadecimalInteger", xml("<integer>0x1F</integer>"), 31},
         XmlCase{"RealWithExponent", xml("<real>-1.5e3</real>"), -1500.0},
         XmlCase{"CharacterReferences", xml("<string>&#65;&#x42;&#x1F600;&lt;&gt;&amp;&quot;&apos;</string>"),
                 "AB😀<>&\"'"},
         XmlCase{"CharacterData", xml("<string>a<![CDATA[<b>&amp;]]>c</string>"), "a<b>&amp;c"},
-        XmlCase{"CommentInAText", xml("<string>a <!-- x --> b</string>"), "a  b"},
-        XmlCase{"BlankTextBeforeAComment", xml("<string> <!-- x --></string>"), " "},
         XmlCase{"BlankTextAroundCharacterData", xml("<string> <![CDATA[x]]> </string>"), " x "},
         XmlCase{"LineEndsStayAsTheyAre", xml("<string>a\r\nb\rc</string>"), "a\r\nb\rc"},
         XmlCase{"LastOfEqualKeysCounts",
@@ -299,15 +300,9 @@ TEST(PropertyLists, UnsignedIntegersOf64BitsAreKeptInEitherForm) {
   EXPECT_EQ(parsed(xml("<integer>0xFFFFFFFFFFFFFFFF</integer>")).unsignedInteger(), 18446744073709551615u);
 }
 
-TEST(PropertyLists, IntegersBeyond64BitsBecomeReals) {
+TEST(PropertyLists, TheLargestAndTheSmallestIntegersAreRead) {
   EXPECT_EQ(parsed(xml("<integer>9223372036854775807</integer>")), TKSValue(std::numeric_limits<std::int64_t>::max()));
   EXPECT_EQ(parsed(xml("<integer>-9223372036854775808</integer>")), TKSValue(std::numeric_limits<std::int64_t>::min()));
-  const TKSValue beyond = parsed(xml("<integer>18446744073709551616</integer>"));
-  EXPECT_TRUE(beyond.isReal());
-  EXPECT_EQ(beyond.real(), 18446744073709551616.0);
-  EXPECT_EQ(parsed(xml("<integer>-9223372036854775809</integer>")).real(), -9223372036854775808.0);
-  EXPECT_EQ(parsed(xml("<integer>100000000000000000000000</integer>")).real(), 1e23);
-  EXPECT_EQ(parsed(xml("<integer>-100000000000000000000000</integer>")).real(), -1e23);
 }
 
 TEST(PropertyLists, RealsBeyondTheRangeAreInfiniteOrZero) {

@@ -47,19 +47,19 @@ class LoopbackServer::Client final : public LoopbackServer::Connection {
       ::SSL_set_fd(tls_.get(), descriptor_);
       if (::SSL_accept(tls_.get()) != 1) return false;
     }
-    std::string head;
     char piece[4096];
-    while (head.find("\r\n\r\n") == std::string::npos && head.size() < kLongestHead) {
+    while (head_.find("\r\n\r\n") == std::string::npos && head_.size() < kLongestHead) {
       const long count = read(piece, sizeof piece);
       if (count <= 0) return false;
-      head.append(piece, static_cast<std::size_t>(count));
+      head_.append(piece, static_cast<std::size_t>(count));
     }
-    const std::size_t begin = head.find(' ') + 1;
-    path_ = head.substr(begin, head.find(' ', begin) - begin);
+    const std::size_t begin = head_.find(' ') + 1;
+    path_ = head_.substr(begin, head_.find(' ', begin) - begin);
     return true;
   }
 
   const std::string& path() const override { return path_; }
+  const std::string& head() const override { return head_; }
 
   bool send(std::string_view text) override {
     while (!text.empty()) {
@@ -95,6 +95,7 @@ class LoopbackServer::Client final : public LoopbackServer::Connection {
 
   int descriptor_;
   std::unique_ptr<SSL, decltype(&::SSL_free)> tls_{nullptr, ::SSL_free};
+  std::string head_;
   std::string path_;
 };
 

@@ -24,6 +24,8 @@ class LoopbackServer {
     virtual ~Connection() = default;
     /// The path that the client asked for.
     virtual const std::string& path() const = 0;
+    /// All that the client sent, up to the blank line.
+    virtual const std::string& head() const = 0;
     /// False when the client is gone.
     virtual bool send(std::string_view text) = 0;
     /// Breaks the connection: the client sees a reset, not an end.

@@ -54,6 +54,7 @@ constexpr KnownError kErrors[] = {
     {CURLE_SEND_ERROR, -1005, "The network connection was lost."},
     {CURLE_GOT_NOTHING, -1005, "The network connection was lost."},
     {CURLE_HTTP2, -1005, "The network connection was lost."},
+    {CURLE_BAD_CONTENT_ENCODING, -1015, "cannot decode raw data"},
     {CURLE_WEIRD_SERVER_REPLY, -1011, "The server sent something that is no answer."},
     {CURLE_FILE_COULDNT_READ_FILE, -1100, "The requested URL was not found on this server."},
     {CURLE_FILESIZE_EXCEEDED, -1103, "resource exceeds maximum size"},
@@ -161,6 +162,8 @@ class Transfer {
     curl_.curl_easy_setopt(handle, CURLOPT_URL, request_.url.absoluteString().c_str());
     curl_.curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, request_.httpsOnly ? "https" : "http,https,file");
     curl_.curl_easy_setopt(handle, CURLOPT_REDIR_PROTOCOLS_STR, request_.httpsOnly ? "https" : "http,https");
+    // A server that packs its body nevertheless is unpacked as it comes, and counted as it is then.
+    curl_.curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "identity");
     curl_.curl_easy_setopt(handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_.curl_easy_setopt(handle, CURLOPT_MAXREDIRS, 16L);
     curl_.curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);  // background threads block every signal

@@ -85,6 +85,10 @@ class MainQueueElsewhere {
   ~MainQueueElsewhere();
   MainQueueElsewhere(const MainQueueElsewhere&) = delete;
   MainQueueElsewhere& operator=(const MainQueueElsewhere&) = delete;
+
+ private:
+  /// Raised once the thread does no more work of the queue.
+  const dispatch_semaphore_t over_;
 };
 
 }  // namespace tks::gnustep

@@ -311,19 +311,19 @@ void drainMainQueue() {
 
 }  // namespace
 
-MainQueueElsewhere::MainQueueElsewhere() {
+MainQueueElsewhere::MainQueueElsewhere() : over_(dispatch_semaphore_create(0)) {
   isElsewhere = true;
   currentQueue() = nullptr;
-  startThread([] { work(mainQueue()); });
+  startThread([over = over_] {
+    work(mainQueue());
+    dispatch_semaphore_signal(over);
+  });
 }
 
+// What comes into the queue after its thread's last work, as the end of a source does, waits for the main thread.
 MainQueueElsewhere::~MainQueueElsewhere() {
   enqueue(mainQueue(), nullptr);
-  for (bool isEmpty = false; !isEmpty;) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    const std::lock_guard lock(mainQueue().mutex);
-    isEmpty = mainQueue().blocks.empty();
-  }
+  dispatch_semaphore_wait(over_, DISPATCH_TIME_FOREVER);
   currentQueue() = &mainQueue();
   isElsewhere = false;
 }

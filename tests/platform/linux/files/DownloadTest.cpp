@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <future>
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -44,6 +45,7 @@ constexpr int kUnsupportedURL = -1002;
 constexpr int kCannotConnect = -1004;
 constexpr int kConnectionLost = -1005;
 constexpr int kTooManyRedirects = -1007;
+constexpr int kCannotDecode = -1015;
 constexpr int kFileMissing = -1100;
 constexpr int kTooLarge = -1103;
 constexpr int kNoSecureConnection = -1200;
@@ -95,6 +97,14 @@ class Download : public ::testing::Test {
 mode_t modeOf(const std::string& path) {
   struct stat facts {};
   return ::lstat(path.c_str(), &facts) == 0 ? facts.st_mode & 07777 : 0;
+}
+
+/// A body as a server packs it.
+std::string packed(const std::string& content) {
+  const tks::test::TemporaryFolder folder;
+  writeFile(folder / "body", content);
+  EXPECT_EQ(std::system(("gzip -9 '" + folder / "body" + "'").c_str()), 0);
+  return contentOf(folder / "body.gz");
 }
 
 TEST_F(Download, AnswersAFileInAFolderOfItsOwnThatNobodyElseEnters) {
@@ -242,6 +252,59 @@ TEST_F(Download, TakesABodyOfExactlyTheLimit) {
   });
   EXPECT_EQ(contentOf(fetch(server.address() + "/").location).size(), 1000u);
   EXPECT_EQ(fetch(server.address() + "/more").error->code, kTooLarge);
+}
+
+TEST_F(Download, AsksForTheBodyAsItIs) {
+  std::string head;
+  LoopbackServer server([&](Connection& connection) {
+    head = connection.head();
+    connection.send(response(200, "as it is"));
+  });
+  EXPECT_EQ(contentOf(fetch(server.address() + "/").location), "as it is");
+  EXPECT_THAT(head, HasSubstr("Accept-Encoding: identity\r\n"));
+}
+
+TEST_F(Download, UnpacksABodyThatAServerPacksNevertheless) {
+  const std::string content = "the list, " + std::string(100'000, 'x');
+  for (const char* encoding : {"gzip", "x-gzip", "GZIP"}) {
+    LoopbackServer server([&](Connection& connection) {
+      connection.send(
+          response(200, packed(content), std::string("Content-Encoding: ").append(encoding).append("\r\n")));
+    });
+    const DownloadResult result = fetch(server.address() + "/");
+    EXPECT_FALSE(result.error) << result.error->description();
+    EXPECT_EQ(contentOf(result.location), content) << encoding;
+    fs::remove_all(fs::path(result.location).parent_path());
+  }
+}
+
+TEST_F(Download, EndsAPackedBodyAtTheLimitOfWhatItIsUnpacked) {
+  request.limit = 1'000'000;
+  const std::string muchMore = packed(std::string(50 * request.limit, 'x'));
+  ASSERT_LT(muchMore.size(), request.limit / 10) << "it is short as it is sent";
+  const std::map<std::string, std::string> bodies = {
+      {"/whole", packed(std::string(request.limit, 'x'))},
+      {"/more", packed(std::string(request.limit + 1, 'x'))},
+      {"/muchMore", muchMore},
+      {"/twice", packed(muchMore)},
+  };
+  LoopbackServer server([&](Connection& connection) {
+    const char* encoding = connection.path() == "/twice" ? "gzip, gzip" : "gzip";
+    connection.send(
+        response(200, bodies.at(connection.path()), std::string("Content-Encoding: ").append(encoding).append("\r\n")));
+  });
+  EXPECT_EQ(errorOf(server.address() + "/more"), kTooLarge);
+  EXPECT_EQ(errorOf(server.address() + "/muchMore"), kTooLarge);
+  EXPECT_EQ(errorOf(server.address() + "/twice"), kTooLarge);
+  EXPECT_EQ(contentOf(fetch(server.address() + "/whole").location).size(), request.limit);
+}
+
+TEST_F(Download, FailsWhenAPackedBodyIsNone) {
+  for (const char* headers : {"Content-Encoding: gzip\r\n", "Content-Encoding: unheard-of\r\n"}) {
+    LoopbackServer server(
+        [&](Connection& connection) { connection.send(response(200, "in truth it is plain", headers)); });
+    EXPECT_EQ(errorOf(server.address() + "/"), kCannotDecode) << headers;
+  }
 }
 
 TEST_F(Download, TrustsAServerWithACertificateOfAKnownAuthority) {
