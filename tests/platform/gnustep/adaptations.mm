@@ -17,6 +17,22 @@ void exchange(Class to, SEL old, SEL name) {
 
 }  // namespace
 
+/// On macOS Foundation has its character sets in it. Here it opens a file for each of them when the first is asked for,
+/// on whatever thread that is, under the lowest number that is free: a test that has closed a standard handle would see
+/// it.
+@interface NSString (OpenedBeforehand)
+@end
+
+@implementation NSString (OpenedBeforehand)
+
++ (void)load {
+  NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];
+  [NSString availableStringEncodings];
+  [pool release];
+}
+
+@end
+
 /// On macOS a daemon keeps the preferences: what one process stores all others find from then on. Here they are files,
 /// which are written and read when a program asks for it.
 @interface NSUserDefaults (OneStore)
