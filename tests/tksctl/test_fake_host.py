@@ -1,5 +1,7 @@
 """fake-host: plays a host against launchers that keep the rules of the protocol, and against such as break one."""
+import pathlib
 import re
+import sys
 import unittest
 
 from support import *
@@ -146,6 +148,53 @@ class Broken(FakeHost):
     def test_no_goodbye_during_a_launch(self):
         rules = self.breaks(20, TIMED_OUT, "nothing came", {"on": {"disconnect": []}})
         self.assertEqual(self.states(rules, "FAIL"), {15, 20})
+
+
+class BrokenByItsOwnCode(FakeHost):
+    """Rules that a launcher keeps which talks through the library: each is broken by one that does not, and nothing else is."""
+    FAULTY = (sys.executable, pathlib.Path(__file__).with_name("faulty_launcher.py"))
+
+    def examine_faulty(self, fault):
+        result = self.host("--json", "--", *self.FAULTY, fault, timeout=1)
+        return {rule["rule"]: rule for rule in result.json()["result"]["rules"]}, result
+
+    def breaks(self, rule, code, seen, fault):
+        with self.subTest(fault):
+            rules, result = self.examine_faulty(fault)
+            self.assertEqual(self.states(rules, "FAIL"), {rule}, result)
+            self.assertIn(seen, rules[rule]["seen"])
+            self.assertNotEqual(rules[rule]["remedy"], "")
+            self.assertEqual(result.code, code, result)
+
+    def test_without_a_fault_it_keeps_every_rule(self):
+        rules, result = self.examine_faulty("none")
+        self.expect(result, OK)
+        self.assertEqual(self.states(rules, "SKIP"), {17, 18, 19}, result)
+
+    def test_channel(self):
+        self.breaks(1, BROKEN_LAUNCHER, "it ended with exit code: 0", "knows no files")
+        self.breaks(1, BROKEN_LAUNCHER, "it ended with exit code: 1", "wants to be told of pipes")
+
+    def test_files(self):
+        self.breaks(3, FAILED, "it made launcher.log", "makes a file")
+        self.breaks(3, FAILED, "ipcFile_TKS2Interface was replaced", "replaces its file")
+        self.breaks(3, FAILED, "ipcFile_TKS2Interface was removed", "removes its file")
+
+    def test_content_of_the_files(self):
+        self.breaks(3, FAILED, "ipcFile_TKS2Interface was written anew", "writes its file anew")
+        self.breaks(3, FAILED, "ipcFile_Interface2TKS was cut", "cuts the host's file")
+
+    def test_size(self):
+        self.breaks(6, TIMED_OUT, "a message of 10485760 bytes was not taken", "takes only a mebibyte")
+        self.breaks(6, TIMED_OUT, "it waits for a payload of 10485761 bytes", "takes any length")
+
+    def test_names(self):
+        self.breaks(9, FAILED, 'came "disconnect_ack"', "takes names in any case, the first")
+        self.breaks(9, FAILED, 'came "disconnect_ack"', "takes names in any case, the last")
+
+    def test_body(self):
+        self.breaks(10, TIMED_OUT, "nothing came within 1 s", "has no ear for texts")
+        self.breaks(10, FAILED, "it refused as a text what it launches as an object", "takes texts for no parameters")
 
 
 if __name__ == "__main__":

@@ -81,6 +81,7 @@ bool Trial::start(TKSError* error) {
     *error = *failure;
     return false;
   }
+  files_.emplace(folder_);
   return command_.start(words(), error, false);
 }
 
@@ -89,12 +90,19 @@ void Trial::say(std::string_view type, TKSValue body) {
   message.messageType = std::string(type);
   message.message = body.isNothing() ? TKSValue(type) : std::move(body);
   channel_.sendMessage(message);
+  leastSaid_ += messaging::kHeaderBytes + type.size();
 }
 
 std::string Trial::frameOf(const TKSDictionary& message) {
+  std::string payload;
+  json::append(message, payload, nullptr);
+  return frameAround(payload);
+}
+
+std::string Trial::frameAround(std::string_view payload) {
   std::string frame;
   messaging::beginFrame(frame);
-  json::append(message, frame, nullptr);
+  frame.append(payload);
   messaging::finishFrame(frame);
   return frame;
 }

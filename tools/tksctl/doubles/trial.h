@@ -12,6 +12,7 @@
 
 #include <tksinterface/TKSMessageHost.h>
 
+#include "tools/tksctl/doubles/channel_files.h"
 #include "tools/tksctl/frame/interrupts.h"
 #include "tools/tksctl/parts/file_host.h"
 #include "tools/tksctl/recording/joined_command.h"
@@ -43,6 +44,8 @@ class Trial : private TKSMessageHandlerDelegate {
   bool write(std::string_view bytes);
   /// The frame of a message, to be written so.
   static std::string frameOf(const TKSDictionary& message);
+  /// The frame around a payload as it stands.
+  static std::string frameAround(std::string_view payload);
 
   /// What came next, as it stood in its frame; nothing when nothing comes, and `silence` says why.
   std::optional<TKSValue> next();
@@ -62,8 +65,8 @@ class Trial : private TKSMessageHandlerDelegate {
   /// In the middle of a frame that nobody finishes.
   bool isInsideFrame() const { return channel_.pendingDataSize > 0; }
   bool wasInterrupted() const { return wasInterrupted_; }
-  /// The folder of the two files; empty over pipes.
-  const std::string& folder() const { return folder_; }
+  /// What the launcher did to the two files that it may not do; nothing over pipes.
+  std::optional<std::string> fileFault() { return files_ ? files_->fault(leastSaid_) : std::nullopt; }
 
  private:
   void handleMessage(const TKSMessage& message, TKSMessageHandlerDelegate* sender) override;
@@ -82,6 +85,10 @@ class Trial : private TKSMessageHandlerDelegate {
   TKSMessageHost channel_;
   JoinedCommand command_;
   std::string folder_;
+  /// As they were before the launcher was started.
+  std::optional<ChannelFiles> files_;
+  /// Bytes that were sent, or less.
+  std::size_t leastSaid_ = 0;
   std::deque<TKSValue> heard_;
   std::optional<std::string> broken_;
   std::string silence_;
