@@ -104,6 +104,42 @@ class World:
     def tool(self, *words, **more):
         return self.run(TOOL, *words, **more)
 
+    def interrupted(self, *words, when, then="", times=1, before="", stdin="", env=None):
+        """Runs the tool in this world; Ctrl-C, for its whole group of processes as in a terminal, once the line of shell `when` is true
+        (`$child` is the tool's number), and as often as `times` says; then the line `then` is run. What the tool said, how it ended, and
+        as `left` the names of the processes that were left two seconds later."""
+        script = """set -m; when=$1 then=$2 times=$3 left=$4; shift 4
+            "$@" <&0 & child=$!
+            exec 2>/dev/null  # what the shell itself says of the end
+            until eval "$when"; do kill -0 $child 2>/dev/null || exit 98; sleep 0.01; done
+            for ((; times > 0; --times)); do kill -INT -- -$child; sleep 0.05; done
+            eval "$then"
+            wait $child; code=$?
+            for ((wait = 0; wait < 40; ++wait)); do
+              names=
+              for process in /proc/[0-9]*; do
+                [ ${process#/proc/} = $$ ] || { read -r name <$process/comm && names="$names $name"; } 2>/dev/null
+              done
+              [ -n "$names" ] || break
+              sleep 0.05
+            done
+            echo $names >"$left"
+            exit $code"""
+        left = self.folder / "left"
+        shown = self.run("bash", "-c", script, "-", when, then, str(times), left, TOOL, *words, before=before, stdin=stdin, env=env)
+        shown.left = left.read_text().split() if left.exists() else None
+        return shown
+
+    def stalled(self, tool):
+        """A stand-in for a tool of the system that is reached, and goes on only when it is let: what to do before the world's programs
+        run, and the lines of shell for "it is reached" and "it goes on"."""
+        real, double = self.folder / f"real-{pathlib.Path(tool).name}", self.folder / f"stalled-{pathlib.Path(tool).name}"
+        reached, goes = self.folder / "reached", self.folder / "goes"
+        shutil.copy(os.path.realpath(tool), real)
+        double.write_text(f'#!/bin/sh\ntouch {reached}\nuntil [ -e {goes} ]; do sleep 0.02; done\nexec {real} "$@"\n')
+        double.chmod(0o755)
+        return f"mount --bind {double} {os.path.realpath(tool)}", f"[ -e {reached} ]", f"touch {goes}"
+
     def give_to_nobody(self):
         for folder in (self.home, self.tmp):
             subprocess.run(["chown", "-R", f"{NOBODY}:{NOBODY}", folder], check=True)

@@ -159,41 +159,54 @@ class BrokenByItsOwnCode(FakeHost):
         return {rule["rule"]: rule for rule in result.json()["result"]["rules"]}, result
 
     def breaks(self, rule, code, seen, fault):
-        with self.subTest(fault):
-            rules, result = self.examine_faulty(fault)
-            self.assertEqual(self.states(rules, "FAIL"), {rule}, result)
-            self.assertIn(seen, rules[rule]["seen"])
-            self.assertNotEqual(rules[rule]["remedy"], "")
-            self.assertEqual(result.code, code, result)
+        rules, result = self.examine_faulty(fault)
+        self.assertEqual(self.states(rules, "FAIL"), {rule}, result)
+        self.assertIn(seen, rules[rule]["seen"])
+        self.assertNotEqual(rules[rule]["remedy"], "")
+        self.assertEqual(result.code, code, result)
 
     def test_without_a_fault_it_keeps_every_rule(self):
         rules, result = self.examine_faulty("none")
         self.expect(result, OK)
         self.assertEqual(self.states(rules, "SKIP"), {17, 18, 19}, result)
 
-    def test_channel(self):
+    def test_pipes_whatever_the_host_says(self):
         self.breaks(1, BROKEN_LAUNCHER, "it ended with exit code: 0", "knows no files")
+
+    def test_no_pipes_without_a_word(self):
         self.breaks(1, BROKEN_LAUNCHER, "it ended with exit code: 1", "wants to be told of pipes")
 
-    def test_files(self):
+    def test_file_of_its_own(self):
         self.breaks(3, FAILED, "it made launcher.log", "makes a file")
+
+    def test_file_replaced(self):
         self.breaks(3, FAILED, "ipcFile_TKS2Interface was replaced", "replaces its file")
+
+    def test_file_removed(self):
         self.breaks(3, FAILED, "ipcFile_TKS2Interface was removed", "removes its file")
 
-    def test_content_of_the_files(self):
+    def test_file_written_anew(self):
         self.breaks(3, FAILED, "ipcFile_TKS2Interface was written anew", "writes its file anew")
+
+    def test_file_of_the_host_cut(self):
         self.breaks(3, FAILED, "ipcFile_Interface2TKS was cut", "cuts the host's file")
 
-    def test_size(self):
+    def test_large_payload_refused(self):
         self.breaks(6, TIMED_OUT, "a message of 10485760 bytes was not taken", "takes only a mebibyte")
+
+    def test_any_length_believed(self):
         self.breaks(6, TIMED_OUT, "it waits for a payload of 10485761 bytes", "takes any length")
 
-    def test_names(self):
+    def test_first_of_two_spellings(self):
         self.breaks(9, FAILED, 'came "disconnect_ack"', "takes names in any case, the first")
+
+    def test_last_of_two_spellings(self):
         self.breaks(9, FAILED, 'came "disconnect_ack"', "takes names in any case, the last")
 
-    def test_body(self):
+    def test_text_as_body_not_answered(self):
         self.breaks(10, TIMED_OUT, "nothing came within 1 s", "has no ear for texts")
+
+    def test_text_as_body_not_parsed(self):
         self.breaks(10, FAILED, "it refused as a text what it launches as an object", "takes texts for no parameters")
 
 

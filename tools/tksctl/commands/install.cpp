@@ -39,8 +39,11 @@ void setVersions(Output& out, const std::string& before, const std::string& afte
 }
 
 /// What an installation would meet and do.
-Exit rehearse(Output& out, const Wishes& wishes, const std::string& target, const std::string& before) {
+Exit rehearse(Context& context, const Wishes& wishes, const std::string& target, const std::string& before) {
+  Output& out = context.out;
+  context.interrupts.hold();
   const ArchiveReport archive = examineArchive(wishes.archive, wishes.version);
+  if (context.interrupts.came()) return out.fail(Exit::interrupted, "interrupted");
   if (!archive.isReadable || !archive.isSafe) return out.fail(archive.error, wishes.archive);
   out.line("would install " + archive.version + " at " + target);
   out.line(before.empty() ? "nothing is there now" : "would replace " + before);
@@ -88,7 +91,7 @@ Exit install(Context& context, const Wishes& given) {
     context.out.note("version " + before + " is installed, " + wishes.version + " is not newer (see --force)");
     return Exit::nothingToDo;
   }
-  if (wishes.dryRun) return rehearse(context.out, wishes, target, before);
+  if (wishes.dryRun) return rehearse(context, wishes, target, before);
   const Exit code = perform(context, wishes, target);
   setVersions(context.out, before, manager.getBundleVersion(target).value_or(""));
   return code;

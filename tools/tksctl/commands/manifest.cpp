@@ -120,6 +120,7 @@ bool write(Context& context, const Wishes& wishes, const Place& place, TKSError&
 
 Exit install(Context& context, const Wishes& wishes) {
   if (const std::optional<std::string> wrong = fault(wishes)) return context.out.fail(Exit::usage, *wrong);
+  context.interrupts.hold();
   TKSArray written;
   for (const Place& place : placesOf(wishes, false)) {
     if ((place.browser->namesExtensions ? wishes.extensions : wishes.origins).empty()) {

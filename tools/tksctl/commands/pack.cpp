@@ -102,12 +102,27 @@ std::size_t addSideCars(const std::string& bundle, Items& items) {
   return count;
 }
 
-void put(ArchiveWriter& writer, const std::string& bundle, const std::string& name, const Item& item) {
-  const std::string inside = joinedPath(TKSAppName, name);
+void putSmall(ArchiveWriter& writer, const std::string& inside, const Item& item) {
   if (item.content) return writer.addContent(inside, *item.content);
   if (item.kind == Kind::folder) return writer.addFolder(inside);
-  if (item.kind == Kind::link) return writer.addLink(inside, item.target);
-  writer.addFile(inside, item.isExecutable, joinedPath(bundle, name));
+  writer.addLink(inside, item.target);
+}
+
+/// Writes the archive; false when a signal came before its end.
+bool write(ArchiveWriter& writer, const std::string& bundle, const Items& items, const Interrupts& interrupts) {
+  writer.addFolder(std::string(TKSAppName));
+  for (const auto& [name, item] : items) {
+    if (interrupts.came()) return false;
+    const std::string inside = joinedPath(TKSAppName, name);
+    if (item.kind != Kind::file || item.content) {
+      putSmall(writer, inside, item);
+      continue;
+    }
+    const auto isStopped = [&] { return interrupts.came(); };
+    if (!writer.addFile(inside, item.isExecutable, joinedPath(bundle, name), isStopped)) return false;
+  }
+  writer.finish();
+  return true;
 }
 
 /// A new file beside the archive's place, which it takes once everything is proven; else it is gone.
@@ -207,13 +222,10 @@ Exit pack(Context& context, const Wishes& wishes) {
   NewFile file(place, &error);
   if (!file) return context.out.fail(error);
   ArchiveWriter writer(file.descriptor(), ArchiveWriter::Format::zip);
-  writer.addFolder(std::string(TKSAppName));
-  for (const auto& [name, item] : items) {
-    if (context.interrupts.came()) return context.out.fail(Exit::interrupted, "interrupted: nothing was packed");
-    put(writer, bundle, name, item);
-  }
-  writer.finish();
-  if (const Exit proven = prove(context, file.path(), *version); proven != Exit::ok) return proven;
+  const bool isWritten = write(writer, bundle, items, context.interrupts);
+  const Exit proven = isWritten ? prove(context, file.path(), *version) : Exit::interrupted;
+  if (context.interrupts.came()) return context.out.fail(Exit::interrupted, "interrupted: nothing was packed");
+  if (proven != Exit::ok) return proven;
   if (!file.takePlace(&error)) return context.out.fail(error);
   context.out.set("sideCars", static_cast<std::int64_t>(sideCars));
   return tell(context, place, *version);

@@ -59,6 +59,7 @@ Exit set(Context& context, const Wishes& wishes) {
   // A file that is something else must not be lost.
   if (std::filesystem::exists(wishes.file) && !readList(context.out, wishes.file, code)) return code;
   const std::string file = std::filesystem::absolute(wishes.file).string();
+  context.interrupts.hold();
   if (TKSUtilBase::setPlist(keys, value, file)) {
     context.out.set("value", jsonable(value));
     return Exit::ok;

@@ -36,6 +36,7 @@ constexpr std::string_view kPublished = "deltalist.json.delta";
 constexpr std::string_view kList = "deltalist.json";
 constexpr std::string_view kSideCar = "._deltalist.json";
 constexpr std::string_view kPackageSuffix = ".delta";
+constexpr const char* kInterrupted = "interrupted: nothing was published";
 constexpr std::size_t kLargestList = std::size_t{64} << 20;
 
 struct Wishes {
@@ -81,10 +82,12 @@ std::vector<std::string> packagesIn(const std::string& folder, Output& out) {
   return packages;
 }
 
-/// The list; nothing, and the error, when a package cannot be read.
-std::optional<TKSArray> listOf(const std::string& folder, const std::vector<std::string>& packages, TKSError* error) {
+/// The list, up to a signal; nothing, and the error, when a package cannot be read.
+std::optional<TKSArray> listOf(const std::string& folder, const std::vector<std::string>& packages,
+                               const Interrupts& interrupts, TKSError* error) {
   TKSArray list;
   for (const std::string& name : packages) {
+    if (interrupts.came()) break;
     const std::optional<FileDigest> digest = digestOf(joinedPath(folder, name), error);
     if (!digest) return std::nullopt;
     list.append(
@@ -164,14 +167,15 @@ Exit publish(Context& context, const Wishes& wishes) {
     return Exit::nothingToDo;
   }
   TKSError error;
-  const std::optional<TKSArray> list = listOf(wishes.folder, packages, &error);
+  const std::optional<TKSArray> list = listOf(wishes.folder, packages, context.interrupts, &error);
+  if (context.interrupts.came()) return out.fail(Exit::interrupted, kInterrupted);
   if (!list) return out.fail(error);
   const Scratch scratch(&error);
   const std::string served = scratch.place("served");
   if (scratch.path().empty() || !platform::files().createDirectory(served, 0700, &error)) return out.fail(error);
   makeArchive(scratch, listText(*list, wishes), wishes, joinedPath(served, kPublished));
   if (const Exit proven = prove(out, served, *list); proven != Exit::ok) return proven;
-  if (context.interrupts.came()) return out.fail(Exit::interrupted, "interrupted: nothing was published");
+  if (context.interrupts.came()) return out.fail(Exit::interrupted, kInterrupted);
   const std::string place = fs::absolute(joinedPath(wishes.folder, kPublished)).lexically_normal().string();
   if (!platform::files().writeAtomically(place, contentOf(joinedPath(served, kPublished)), &error))
     return out.fail(error);

@@ -65,6 +65,7 @@ Exit record(Context& context, const RecordOptions& options) {
   const auto recorder = Recorder::create(options.file, &error);
   if (!recorder) return context.out.fail(error);
   TKSUtilBase::originalStandardInput();
+  context.interrupts.hold();
   JoinedCommand command;
   if (!command.start(options.command, &error)) return context.out.fail(Exit::brokenLauncher, error);
   recorder->add(aboutProcess("started", command.executable(), command));

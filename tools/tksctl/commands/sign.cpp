@@ -53,7 +53,8 @@ std::string contentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-void signAll(Output& out, const Wishes& wishes) {
+/// Signs all, up to a signal. How many were signed.
+std::size_t signAll(Output& out, const Wishes& wishes, const Interrupts& interrupts) {
   const std::optional<SigningIdentity> identity = identityOf(wishes);
   SigningOptions options = wishes.options;
   if (wishes.timeStamp) {
@@ -68,11 +69,13 @@ void signAll(Output& out, const Wishes& wishes) {
   options.storage = kStorages.at(wishes.storage);
   TKSArray signedPaths;
   for (const std::string& path : wishes.paths) {
+    if (interrupts.came()) break;
     require(codesign::sign(path, identity ? &*identity : nullptr, options), path);
     out.detail(1, "signed " + path);
     signedPaths.append(path);
     out.set("signed", signedPaths);
   }
+  return signedPaths.size();
 }
 
 void makeIdentity(Output& out, const Wishes& wishes) {
@@ -91,8 +94,10 @@ Exit act(Context& context, const Wishes& wishes) {
   // What is half signed is no better than what is not signed: a signal waits for the file in hand.
   context.interrupts.hold();
   if (!wishes.newIdentityFolder.empty()) makeIdentity(context.out, wishes);
-  if (!wishes.paths.empty()) signAll(context.out, wishes);
-  return context.interrupts.came() ? context.out.fail(Exit::interrupted, "interrupted after signing") : Exit::ok;
+  const std::size_t count = wishes.paths.empty() ? 0 : signAll(context.out, wishes, context.interrupts);
+  if (!context.interrupts.came()) return Exit::ok;
+  const std::string done = std::to_string(count) + " of " + std::to_string(wishes.paths.size());
+  return context.out.fail(Exit::interrupted, "interrupted: " + done + " signed");
 }
 
 void addNewIdentityOptions(const CommandLine& line, Wishes& wishes) {

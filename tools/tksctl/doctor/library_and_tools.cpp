@@ -1,4 +1,7 @@
 #include <algorithm>
+#include <memory>
+#include <optional>
+#include <thread>
 
 #include "BuildValues.h"
 #include "foundation/Options.h"
@@ -34,6 +37,21 @@ constexpr ToolRow kTools[] = {
      "Install libexec/tksinterface/spctl of this project again."},
 };
 
+/// Asks a tool. Who presses Ctrl-C does not wait for one that says nothing: it ends with this program.
+platform::ToolResult ask(Interrupts& interrupts, const platform::ToolRequest& request) {
+  constexpr std::chrono::hours kToolsOwnLimit{24};
+  const auto answer = std::make_shared<std::optional<platform::ToolResult>>();
+  std::thread worker([answer, request] {
+    platform::ToolResult result = platform::systemTools().run(request);
+    platform::mainLoop().post([answer, result = std::move(result)] { *answer = result; });
+  });
+  if (interrupts.runUntil([&] { return answer->has_value(); }, kToolsOwnLimit) != Interrupts::End::done) {
+    interrupts.endProgram();
+  }
+  worker.join();
+  return **answer;
+}
+
 void checkTool(Report& report, const ToolRow& row, std::chrono::seconds patience) {
   const std::string id = "tools." + std::string(row.name);
   const std::string title(row.name);
@@ -51,7 +69,7 @@ void checkTool(Report& report, const ToolRow& row, std::chrono::seconds patience
   // A busy computer is no fault of the tool.
   constexpr std::chrono::seconds kLeast{10};
   request.timeLimit = std::max(patience, kLeast);
-  const platform::ToolResult result = platform::systemTools().run(request);
+  const platform::ToolResult result = ask(report.context().interrupts, request);
   if (!result.started || result.cutShort) {
     return tell(path + " does not answer: " + result.error.localizedDescription,
                 "Repair or replace " + path + ". " + std::string(row.package));

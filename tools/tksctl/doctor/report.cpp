@@ -86,15 +86,20 @@ std::string launcherPath(const Wishes& wishes) {
 }
 
 void checkAll(Report& report, const Wishes& wishes) {
-  checkLibrary(report);
-  checkTools(report, wishes);
-  checkFolders(report);
-  checkLimits(report);
-  checkLocks(report);
-  checkPreferences(report);
-  checkLauncher(report, wishes);
-  checkArchive(report, wishes);
-  checkStart(report, wishes);
+  using Check = void (*)(Report&, const Wishes&);
+  constexpr Check kGroups[] = {[](Report& to, const Wishes&) { checkLibrary(to); },
+                               checkTools,
+                               [](Report& to, const Wishes&) { checkFolders(to); },
+                               [](Report& to, const Wishes&) { checkLimits(to); },
+                               [](Report& to, const Wishes&) { checkLocks(to); },
+                               [](Report& to, const Wishes&) { checkPreferences(to); },
+                               checkLauncher,
+                               checkArchive,
+                               checkStart};
+  for (const Check check : kGroups) {
+    if (report.context().interrupts.came()) return;
+    check(report, wishes);
+  }
 }
 
 }  // namespace tks::ctl::doctor

@@ -79,7 +79,7 @@ void checkStart(Report& report, const Wishes& wishes);
 /// Path of the launcher that is meant.
 std::string launcherPath(const Wishes& wishes);
 
-/// All groups.
+/// All groups; those that are left are left out once a signal came.
 void checkAll(Report& report, const Wishes& wishes);
 
 }  // namespace tks::ctl::doctor

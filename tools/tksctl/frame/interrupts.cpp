@@ -53,8 +53,9 @@ End drainUntil(const std::function<bool()>& isDone, std::chrono::milliseconds li
   const auto end = std::chrono::steady_clock::now() + limit;
   while (true) {
     TKSMainLoop::drain();
-    if (isDone()) return End::done;
+    // First: a terminal's Ctrl-C ends the launcher as well, which would look like the end that was waited for.
     if (signalsHeld > also.signalsBefore) return End::interrupted;
+    if (isDone()) return End::done;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
     if (left.count() <= 0) return End::timedOut;
     pollfd watched[] = {

@@ -76,7 +76,8 @@ ArchiveWriter::~ArchiveWriter() = default;
 
 void ArchiveWriter::addFolder(const std::string& name) { content_->begin(name + "/", S_IFDIR, kExecutable, 0); }
 
-void ArchiveWriter::addFile(const std::string& name, bool isExecutable, const std::string& path) {
+bool ArchiveWriter::addFile(const std::string& name, bool isExecutable, const std::string& path,
+                            const std::function<bool()>& isStopped) {
   const posix::FileDescriptor file(
       posix::retried([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK); }));
   struct stat facts {};
@@ -85,11 +86,13 @@ void ArchiveWriter::addFile(const std::string& name, bool isExecutable, const st
   std::array<std::uint8_t, 65536> piece;
   std::int64_t rest = facts.st_size;
   while (rest > 0) {
+    if (isStopped && isStopped()) return false;
     const ssize_t count = posix::retried([&] { return ::read(file.get(), piece.data(), piece.size()); });
     if (count <= 0 || count > rest) throw std::runtime_error(path + " changed while it was packed");
     content_->write(std::span(piece).first(static_cast<std::size_t>(count)));
     rest -= count;
   }
+  return true;
 }
 
 void ArchiveWriter::addContent(const std::string& name, std::span<const std::uint8_t> content) {

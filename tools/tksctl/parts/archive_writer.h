@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -21,8 +22,9 @@ class ArchiveWriter {
   ArchiveWriter& operator=(const ArchiveWriter&) = delete;
 
   void addFolder(const std::string& name);
-  /// A file as it is at `path` now.
-  void addFile(const std::string& name, bool isExecutable, const std::string& path);
+  /// A file as it is at `path` now. False when `isStopped` says so before its end: the archive is of no use then.
+  bool addFile(const std::string& name, bool isExecutable, const std::string& path,
+               const std::function<bool()>& isStopped = {});
   void addContent(const std::string& name, std::span<const std::uint8_t> content);
   void addLink(const std::string& name, const std::string& target);
   /// Writes the end. Nothing may be added after it.
