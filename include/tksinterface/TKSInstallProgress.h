@@ -8,9 +8,9 @@
 
 /// The steps of an installation, in their order. The numbers never change their meaning.
 enum class TKSInstallStep : std::int32_t {
-  examining = 1,  ///< the archive is copied to a private folder and looked into
-  unpacking = 2,  ///< the launcher is unpacked
-  checking = 3,   ///< its signature and version are checked
+  examining = 1,  ///< the archive is copied to a private folder and looked into; bytes of it
+  unpacking = 2,  ///< the launcher is unpacked; bytes that are written
+  checking = 3,   ///< its signature and version are checked; no bytes, as in all that follow
   ending = 4,     ///< running launchers are ended
   replacing = 5,  ///< it takes the place of the old one
   assessing = 6,  ///< the launcher in its place is assessed

@@ -52,7 +52,8 @@ class Sign(ToolTest):
                 (("--ad-hoc", "--timestamp", folder / "file"), FAILED, "a time stamp needs an identity"),
                 (("--ad-hoc", "--digest", "md5", folder / "file"), USAGE, "md5")):
             with self.subTest(words):
-                self.expect_bad_input(tool("sign", *words), code, named)
+                shown = self.expect_bad_input(tool("sign", *words), code, named)
+                self.assertNotRegex(shown.err, r"(\S+): \1: ")
         self.expect(tool("verify", folder / "file"), NOT_TRUSTED)
 
 
@@ -129,6 +130,11 @@ class Verify(ToolTest):
         self.assertEqual(len(shown["result"]["reports"]), 2)
         self.expect_bad_input(tool("verify", "/nonexistent"), FAILED, "nothing that can be signed is at /nonexistent")
         self.expect_bad_input(tool("verify"), USAGE, "path is required")
+
+    def test_of_what_cannot_be_signed_it_says_no_more_than_is_known(self):
+        folder = self.folder()
+        shown = self.expect(tool("verify", folder), NOT_TRUSTED)
+        self.assertEqual(shown.out.splitlines()[-1].split(), ["maker's:", "no"])
 
 
 class Assess(ToolTest):

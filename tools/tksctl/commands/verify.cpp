@@ -50,7 +50,8 @@ void show(Output& out, const TKSDictionary& report) {
   field(out, "signature", out.terminal().styled(isGood ? Style::good : Style::bad, status));
   field(out, "concerns", text("concerns"));
   for (const char* kind : {"added", "altered", "missing"}) fields(out, kind, report[kind].array());
-  field(out, "maker's", report["maker"].boolean() ? "yes" : "no: " + std::string(text("makerText")));
+  const std::string why = text("makerText").empty() ? "" : ": " + std::string(text("makerText"));
+  field(out, "maker's", report["maker"].boolean() ? "yes" : "no" + why);
   for (const char* key : {"identifier", "format"}) field(out, key, text(key));
   fields(out, "architecture", report["architectures"].array());
   std::string flags;

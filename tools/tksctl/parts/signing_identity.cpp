@@ -18,7 +18,8 @@ void addIdentityOptions(const CommandLine& line, IdentityWishes& wishes) {
 
 void require(const Outcome& outcome, const std::string& about) {
   if (outcome.isGood()) return;
-  throw std::runtime_error(about + ": " + (outcome.text.empty() ? outcome.description() : outcome.text));
+  const std::string why = outcome.text.empty() ? outcome.description() : outcome.text;
+  throw std::runtime_error(why.starts_with(about + ": ") ? why : about + ": " + why);
 }
 
 SigningIdentity loadIdentity(const IdentityWishes& wishes) {
