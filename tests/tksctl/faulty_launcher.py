@@ -64,10 +64,10 @@ def channel():
 
 
 def exactly(size):
-    data = b""
+    data = bytearray()
     while len(data) < size:
         data += talk.read(size - len(data))
-    return data
+    return bytes(data)
 
 
 def receive():

@@ -154,12 +154,12 @@ class BrokenByItsOwnCode(FakeHost):
     """Rules that a launcher keeps which talks through the library: each is broken by one that does not, and nothing else is."""
     FAULTY = (sys.executable, pathlib.Path(__file__).with_name("faulty_launcher.py"))
 
-    def examine_faulty(self, fault):
-        result = self.host("--json", "--", *self.FAULTY, fault, timeout=1)
+    def examine_faulty(self, fault, timeout=10):
+        result = self.host("--json", "--", *self.FAULTY, fault, timeout=timeout)
         return {rule["rule"]: rule for rule in result.json()["result"]["rules"]}, result
 
-    def breaks(self, rule, code, seen, fault):
-        rules, result = self.examine_faulty(fault)
+    def breaks(self, rule, code, seen, fault, timeout=10):
+        rules, result = self.examine_faulty(fault, timeout)
         self.assertEqual(self.states(rules, "FAIL"), {rule}, result)
         self.assertIn(seen, rules[rule]["seen"])
         self.assertNotEqual(rules[rule]["remedy"], "")
@@ -195,7 +195,7 @@ class BrokenByItsOwnCode(FakeHost):
         self.breaks(6, TIMED_OUT, "a message of 10485760 bytes was not taken", "takes only a mebibyte")
 
     def test_any_length_believed(self):
-        self.breaks(6, TIMED_OUT, "it waits for a payload of 10485761 bytes", "takes any length")
+        self.breaks(6, TIMED_OUT, "it waits for a payload of 10485761 bytes", "takes any length", timeout=2)
 
     def test_first_of_two_spellings(self):
         self.breaks(9, FAILED, 'came "disconnect_ack"', "takes names in any case, the first")
@@ -204,7 +204,7 @@ class BrokenByItsOwnCode(FakeHost):
         self.breaks(9, FAILED, 'came "disconnect_ack"', "takes names in any case, the last")
 
     def test_text_as_body_not_answered(self):
-        self.breaks(10, TIMED_OUT, "nothing came within 1 s", "has no ear for texts")
+        self.breaks(10, TIMED_OUT, "nothing came within 2 s", "has no ear for texts", timeout=2)
 
     def test_text_as_body_not_parsed(self):
         self.breaks(10, FAILED, "it refused as a text what it launches as an object", "takes texts for no parameters")
