@@ -31,6 +31,23 @@ TEST(OtherCode, FrameworksAreCheckedInTheirCurrentVersion) {
   EXPECT_EQ(statusOf(framework), -67061);
 }
 
+TEST(OtherCode, FrameworksWithAnotherExecutableAtTheTopAreAmbiguous) {
+  TemporaryFolder folder;
+  const std::string framework = folder / "F.framework";
+  const std::string version = framework + "/Versions/A";
+  writeFile(version + "/Resources/Info.plist", infoPlist("F", "FMWK"));
+  writeBytes(version + "/F", imageOf(6));
+  fs::create_symlink("A", framework + "/Versions/Current");
+  fs::create_symlink("Versions/Current/Resources", framework + "/Resources");
+  signAs(framework);
+  EXPECT_EQ(statusOf(framework), 0);
+  fs::create_hard_link(version + "/F", framework + "/F");
+  EXPECT_EQ(statusOf(framework), 0) << "the same file";
+  fs::remove(framework + "/F");
+  fs::copy(version + "/F", framework + "/F");
+  EXPECT_EQ(statusOf(framework), -67011);
+}
+
 TEST(OtherCode, ShallowBundlesHaveEverythingInTheirFolder) {
   TemporaryFolder folder;
   const std::string bundle = folder / "S.bundle";

@@ -81,6 +81,14 @@ TEST_F(InstallOptions, ThePreviousLauncherIsKeptAndPutBackWhenTheNewOneIsBroken)
   EXPECT_THAT(namesIn(parent()), ElementsAre(TKSAppName));
 }
 
+TEST_F(InstallOptions, ALinkThatLeadsNowhereGivesWayToThePreviousLauncher) {
+  putLauncher("5.0.1");
+  fs::create_symlink("nowhere", kept());
+  ASSERT_TRUE(install("5.0.2", {.keepPreviousLauncher = true}));
+  EXPECT_EQ(launcherAt(kept()), "5.0.1");
+  EXPECT_EQ(launcherAt(target()), "5.0.2");
+}
+
 TEST_F(InstallOptions, WithoutTheOptionNoPreviousLauncherIsKept) {
   ASSERT_TRUE(install("5.0.1", {.keepPreviousLauncher = true}));
   ASSERT_TRUE(install("5.0.2", {.keepPreviousLauncher = true}));

@@ -325,6 +325,31 @@ class ForgetfulSink final : public tks::platform::ByteSink {
   bool forgetful_ = true;
 };
 
+/// A sink that counts how often somebody waits for room.
+class CountingSink final : public tks::platform::ByteSink {
+ public:
+  explicit CountingSink(std::shared_ptr<Wire> wire) : sink_(std::move(wire)) {}
+  tks::platform::ChannelIdentity identity() const override { return sink_.identity(); }
+  tks::platform::Transfer write(std::span<const char> bytes) override { return sink_.write(bytes); }
+  void expect(std::size_t size) override { sink_.expect(size); }
+  void whenWritable(std::function<void()> ready) override {
+    ++waits;
+    sink_.whenWritable(std::move(ready));
+  }
+  int waits = 0;
+
+ private:
+  WireSink sink_;
+};
+
+TEST_F(SendingQueueTest, RoomIsWaitedForOnceHoweverManyFramesWait) {
+  const auto sink = std::make_shared<CountingSink>(wire_);
+  queue_->open(sink);
+  wire_->room = 5;
+  for (const char* payload : {"first", "second", "third"}) EXPECT_EQ(queue_->send(frame(payload)), std::nullopt);
+  EXPECT_EQ(sink->waits, 1);
+}
+
 TEST_F(SendingQueueTest, NextFrameTakesAlongWhatThereWasNoMemoryToWaitFor) {
   queue_->open(std::make_shared<ForgetfulSink>(wire_));
   wire_->room = 5;
