@@ -51,7 +51,7 @@ class OptionsInForce {
   static std::atomic<OptionsInForce*>& slot();
 
  private:
-  const TKSOptions off_;
+  const TKSOptions off_{};
   std::atomic<const TKSOptions*> current_ = &off_;
   std::atomic<bool> isSettled_ = false;
   std::mutex mutex_;  // guards what follows

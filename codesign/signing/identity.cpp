@@ -184,7 +184,7 @@ Identity makeIdentity(const IdentityPlan& plan) {
     Key key = makeKey(plan.rsa);
     Certificate certificate =
         makeCertificate(key.get(), {name, "Certification Authority", "Apple Inc.", ""}, authorities.back().get(), plan);
-    addAuthority(certificate.get());
+    if (plan.intermediateIsAuthority) addAuthority(certificate.get());
     if (last) addMark(certificate.get(), "1.2.840.113635.100.6.2.6", false);
     finish(certificate.get(), authorityKey.get(), plan.certificateDigest);
     authorities.push_back(std::move(certificate));

@@ -36,6 +36,7 @@ struct IdentityPlan : codesign::IdentityPlan {
   bool codeSigningUsage = true;
   bool digitalSignature = true;
   bool unknownCriticalExtension = false;
+  bool intermediateIsAuthority = true;
   bool rsa = true;                           ///< else an elliptic curve, which is made faster
   std::string certificateDigest = "SHA256";  ///< what certificates are signed over
   std::time_t notBefore = 0;                 ///< 0: yesterday

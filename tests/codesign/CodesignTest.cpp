@@ -124,6 +124,16 @@ TEST_F(Face, DescribesWhatASignatureSays) {
   EXPECT_FALSE(description.ticket);
 }
 
+TEST_F(Face, NamesTheHighestCertificateOfTheSignersOrganization) {
+  EXPECT_THAT(open(signedApp()).describe().implicitRequirement,
+              HasSubstr("identifier \"com.tarvo.A\" and certificate leaf = H\""));
+  tks::codesign::IdentityPlan plan;
+  plan.organization = "Apple Inc.";  // as that of the authorities
+  const SigningIdentity own = *SigningIdentity::make(plan);
+  ASSERT_TRUE(tks::codesign::sign(app, &own, stamped()).isGood());
+  EXPECT_THAT(open(app).describe().implicitRequirement, HasSubstr("and certificate root = H\""));
+}
+
 TEST_F(Face, DescribesTheHashesOfEveryDirectory) {
   const Description description = open(signedApp()).describe();
   ASSERT_THAT(description.directories, SizeIs(2));
@@ -132,6 +142,16 @@ TEST_F(Face, DescribesTheHashesOfEveryDirectory) {
   EXPECT_THAT(description.directories[1].fullHash, SizeIs(32));
   EXPECT_THAT(tks::hexadecimal(description.directories[1].fullHash),
               StartsWith(tks::hexadecimal(description.best.cdHash)));
+}
+
+TEST_F(Face, FindsEveryFurtherDirectory) {
+  makeApp(app, elfProgram());
+  SigningOptions options = stamped();
+  options.hashTypes = {HashType::sha1, HashType::sha256, HashType::sha384};
+  ASSERT_TRUE(tks::codesign::sign(app, &maker(), options).isGood());
+  const Description description = open(app).describe();
+  ASSERT_THAT(description.directories, SizeIs(3));
+  EXPECT_EQ(description.directories[2].hashType, HashType::sha384);
 }
 
 TEST_F(Face, DescribesTheChainOfTheSigner) {

@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "codesign/container/code_directory.h"
-#include "codesign/container/signature_components.h"
 #include "codesign/container/status.h"
-#include "codesign/container/super_blob.h"
 #include "tests/codesign/Fixtures.h"
 
 // Where signatures stand: images of either byte order and width, universal files, bundles of every layout.
@@ -225,54 +223,6 @@ TEST_F(Containers, ImagesOfThousandsOfPagesHaveRoomForTheirHashes) {
   EXPECT_LT(fs::file_size(file), 8'100'000u);
 }
 
-TEST(SignatureParts, StandUnderTheFormatsNumbersAndNames) {
-  namespace slot = tks::codesign::slot;
-  const std::pair<std::uint32_t, const char*> parts[] = {{0, "CodeDirectory"},
-                                                         {2, "CodeRequirements"},
-                                                         {3, "CodeResources"},
-                                                         {4, "CodeTopDirectory"},
-                                                         {5, "CodeEntitlements"},
-                                                         {6, "CodeRepSpecific"},
-                                                         {7, "CodeEntitlementDER"},
-                                                         {8, "LaunchConstraintSelf"},
-                                                         {9, "LaunchConstraintParent"},
-                                                         {11, "LibraryConstraint"},
-                                                         {10, "LaunchConstraintResponsible"},
-                                                         {0x1000, "CodeRequirements-1"},
-                                                         {0x1001, "CodeRequirements-2"},
-                                                         {0x1002, "CodeRequirements-3"},
-                                                         {0x1003, "CodeRequirements-4"},
-                                                         {0x1004, "CodeRequirements-5"},
-                                                         {0x10000, "CodeSignature"},
-                                                         {1, ""},
-                                                         {12, ""},
-                                                         {0x1005, ""}};
-  for (const auto& [number, name] : parts) EXPECT_EQ(tks::codesign::componentName(number), name) << number;
-  EXPECT_EQ(slot::kInfoPlist, 1u);
-  EXPECT_EQ(slot::kEntitlements, 5u);
-  EXPECT_EQ(slot::kEntitlementsDer, 7u);
-}
-
-TEST(SignatureParts, AreBlobsOfTheKindThatFillsTheirSlot) {
-  const auto isBlob = [](std::uint32_t slot, std::uint32_t kind) {
-    TKSData blob;
-    tks::signing::append32(blob, kind);
-    tks::signing::append32(blob, 8);
-    return tks::codesign::isBlobFor(slot, tks::codesign::ByteSource(blob));
-  };
-  EXPECT_TRUE(isBlob(2, 0xfade0c01));
-  EXPECT_TRUE(isBlob(5, 0xfade7171));
-  EXPECT_TRUE(isBlob(7, 0xfade7172));
-  for (const std::uint32_t slot : {8u, 9u, 10u, 11u}) EXPECT_TRUE(isBlob(slot, 0xfade8181)) << slot;
-  for (const std::uint32_t slot : {1u, 3u, 6u, 7u, 12u}) EXPECT_FALSE(isBlob(slot, 0xfade8181)) << slot;
-}
-
-TEST(ByteSources, AreReadUpToTheLimitAndNoFurther) {
-  const TKSData bytes = {1, 2, 3};
-  EXPECT_EQ(tks::codesign::ByteSource(bytes).all(3), bytes);
-  EXPECT_EQ(tks::codesign::ByteSource(bytes).all(2), std::nullopt);
-}
-
 TEST_F(Containers, BundlesWithoutAnExecutableAreSignedOverTheirInfoPlist) {
   const std::string bundle = folder / "R.bundle";
   writeFile(bundle + "/Contents/Info.plist", "<plist version=\"1.0\"><dict/></plist>");
@@ -289,8 +239,10 @@ TEST_F(Containers, SealsInBinaryFormAreRead) {
   signAs(app);
   const std::string seal = app + "/Contents/_CodeSignature/CodeResources";
   const std::string xml = contentOf(seal);
-  const TKSValue list =
-      tks::platform::propertyLists().parse({reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()}, nullptr);
+  TKSDictionary list = tks::platform::propertyLists()
+                           .parse({reinterpret_cast<const std::uint8_t*>(xml.data()), xml.size()}, nullptr)
+                           .dictionary();
+  list.set("other", TKSArray{"x", TKSArray{1, true}, TKSDictionary{{"a", TKSArray{}}}});
   const TKSData binary =
       tks::platform::propertyLists().serialize(list, tks::platform::PropertyLists::Format::binary, nullptr).value();
   writeBytes(seal, binary);
@@ -357,6 +309,29 @@ TEST_F(Containers, SealsThatAreNoPropertyListsAreRefused) {
   const std::string endless(1'500'000, 'x');
   EXPECT_NE(statusWith("<key>files2", "<key>other</key><dict a=\"" + endless + "\"></dict>"), 0);
   EXPECT_NE(statusWith("<key>files2", "<key>" + endless + "</key><dict></dict>"), 0);
+}
+
+TEST_F(Containers, RulesWithoutAWeightWeighOne) {
+  const std::string app = makeApp(folder / "A.app", elfProgram());
+  signAs(app);
+  const std::string seal = app + "/Contents/_CodeSignature/CodeResources";
+  const std::string whole = contentOf(seal);
+  writeFile(app + "/Contents/Extra/later.txt", "nobody sealed it");
+  for (const char* weight : {"0.5", "1.5"}) {
+    std::string xml = whole;
+    xml.insert(xml.find("<dict>", xml.find("<key>rules2</key>")) + 6,
+               std::string("<key>^Extra/later</key><true/><key>^Extra/later\\.txt$</key><dict><key>omit</key><true/>"
+                           "<key>weight</key><real>") +
+                   weight + "</real></dict>");
+    writeFile(seal, xml);
+    tks::signing::DirectoryPlan plan;
+    plan.identifier = "a";
+    plan.flags = 2;
+    plan.pageSizeLog = 0;
+    plan.components[3] = TKSData(xml.begin(), xml.end());
+    writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+    EXPECT_EQ(statusOf(app) == 0, weight == std::string("1.5")) << weight;
+  }
 }
 
 // Code directories by themselves.

@@ -40,6 +40,7 @@ inline const signing::Identity& identity(const std::string& kind = "maker") {
   if (kind == "other usage") plan.codeSigningUsage = false;
   if (kind == "no signing") plan.digitalSignature = false;
   if (kind == "unknown extension") plan.unknownCriticalExtension = true;
+  if (kind == "no authority") plan.intermediateIsAuthority = false;
   if (kind == "other leaf name") plan.leafName = "Developer ID Application: Tarvo (OTHERTEAM1)";
   if (kind == "expired") {
     plan.notBefore = 1500000000;

@@ -5,7 +5,9 @@
 
 #include "codesign/container/status.h"
 #include "codesign/signing/message.h"
+#include "codesign/trust/ber_structure.h"
 #include "codesign/trust/cms_signature.h"
+#include "foundation/values/Hexadecimal.h"
 #include "tests/codesign/Fixtures.h"
 
 // The message that signs the code directories.
@@ -97,6 +99,25 @@ TEST(Messages, MayBeEncodedWithIndefiniteLengths) {
   EXPECT_EQ(statusOfMessage(indefinite, {alternate()}), -25257);
 }
 
+TEST(Messages, ThatCarryContentOfTheirOwnAreRefused) {
+  const TKSData message = signedOver({alternate()});
+  const unsigned char* at = message.data();
+  CMS_ContentInfo* parsed = ::d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(message.size()));
+  ASSERT_NE(parsed, nullptr);
+  ASN1_OCTET_STRING** inside = ::CMS_get0_content(parsed);
+  ASSERT_TRUE(inside != nullptr && *inside == nullptr);
+  *inside = ::ASN1_OCTET_STRING_new();
+  const TKSData& own = alternate().blob;
+  ::ASN1_OCTET_STRING_set(*inside, own.data(), static_cast<int>(own.size()));
+  unsigned char* encoded = nullptr;
+  const int size = ::i2d_CMS_ContentInfo(parsed, &encoded);
+  ::CMS_ContentInfo_free(parsed);
+  ASSERT_GT(size, 0);
+  const TKSData carrying(encoded, encoded + size);
+  ::OPENSSL_free(encoded);
+  EXPECT_NE(statusOfMessage(carrying, {alternate()}), 0);
+}
+
 TEST(Messages, SayWhatTheyAreASignatureOver) {
   TKSData message = signedOver({alternate()});
   // The first mention of "data" (1.2.840.113549.1.7.1) says so, the second is among what is signed.
@@ -111,6 +132,17 @@ TEST(Messages, SayWhatTheyAreASignatureOver) {
   EXPECT_EQ(statusOfMessage(message, {alternate()}), 0);
 }
 
+TEST(Messages, AreSignedByTheAlgorithmThatTheyName) {
+  TKSData message = signedOver({alternate()});
+  ASSERT_EQ(statusOfMessage(message, {alternate()}), 0);
+  // ECDSA with SHA-256 (1.2.840.10045.4.3.2); the last mention is that of the signer.
+  constexpr std::uint8_t kAlgorithm[] = {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x04, 0x03, 0x02};
+  const auto found = std::find_end(message.begin(), message.end(), std::begin(kAlgorithm), std::end(kAlgorithm));
+  ASSERT_NE(found, message.end());
+  found[7] = 0x03;  // with SHA-384
+  EXPECT_NE(statusOfMessage(message, {alternate()}), 0);
+}
+
 TEST(Messages, ThatDoNotDecodeHaveAStatusOfTheirOwn) {
   EXPECT_EQ(statusOfMessage({}, {alternate()}), -25257);
   EXPECT_EQ(statusOfMessage({0x30, 0x03, 0x02, 0x01, 0x01}, {alternate()}), -25257);
@@ -120,6 +152,26 @@ TEST(Messages, ThatDoNotDecodeHaveAStatusOfTheirOwn) {
               -25257)
         << size;
   }
+}
+
+TEST(Encodings, NestAsTheirLengthsSay) {
+  const TKSData sound[] = {{0x30, 0x00},
+                           {0x30, 0x03, 0x02, 0x01, 0x01},
+                           {0x30, 0x80, 0x00, 0x00},
+                           {0x30, 0x80, 0x02, 0x01, 0x01, 0x00, 0x00},
+                           {0x02, 0x01, 0x01, 0x77}};
+  for (const TKSData& encoded : sound) EXPECT_TRUE(tks::codesign::isWellNested(encoded)) << tks::hexadecimal(encoded);
+  const TKSData unsound[] = {{},
+                             {0x30},
+                             {0x30, 0x01},
+                             {0x30, 0x80},
+                             {0x30, 0x80, 0x02, 0x01, 0x01},
+                             {0x30, 0x03, 0x02, 0x02, 0x01},
+                             {0x30, 0x03, 0x02, 0x02, 0x01, 0x01},
+                             {0x00, 0x00},
+                             {0x02, 0x80, 0x00, 0x00}};
+  for (const TKSData& encoded : unsound)
+    EXPECT_FALSE(tks::codesign::isWellNested(encoded)) << tks::hexadecimal(encoded);
 }
 
 TEST(Certificates, AreValidUpToTheirLastSecond) {

@@ -136,6 +136,12 @@ TEST_F(AnApp, IsJudgedByItsSigner) {
   }
 }
 
+TEST_F(AnApp, WhoseSignerWasCertifiedByNoAuthorityIsRefused) {
+  const std::string app = makeApp(folder / "A.app", tks::signing::makeImage({}));
+  signAs(app, "no authority");
+  EXPECT_NE(statusOf(app), 0);
+}
+
 TEST_F(AnApp, TimeStampsDecideAboutExpiry) {
   const std::string app = makeApp(folder / "A.app", elfProgram());
   const auto signedAt = [&](std::time_t stamp, std::uint32_t flags) {
@@ -352,7 +358,7 @@ TEST_F(AnApp, AboutToBeInstalledHasNothingBesideItsSeal) {
 }
 
 TEST_F(AnApp, WithALinkThatLeavesItIsNotInstalled) {
-  for (const char* target : {"/etc/passwd", "../../../../outside"}) {
+  for (const char* target : {"/etc/passwd", "../../../outside", "../../../../outside"}) {
     const std::string app = folder / "A.app";
     fs::remove_all(app);
     makeApp(app, tks::signing::makeImage({}));
@@ -361,6 +367,17 @@ TEST_F(AnApp, WithALinkThatLeavesItIsNotInstalled) {
     EXPECT_EQ(statusOf(app), 0);
     EXPECT_EQ(installStatusOf(app), -67003);
   }
+}
+
+TEST_F(AnApp, WithResourcesOfEverySizeIsWhole) {
+  const std::string app = makeApp(folder / "A.app", elfProgram());
+  for (const std::size_t size : {0u, 1u, 65535u, 65536u, 65537u, 1048576u, 3000001u}) {
+    writeFile(app + "/Contents/Resources/" + std::to_string(size), std::string(size, 'x'));
+  }
+  signAs(app);
+  EXPECT_EQ(statusOf(app), 0);
+  append(app + "/Contents/Resources/3000001", "x");
+  EXPECT_EQ(statusOf(app), -67054);
 }
 
 TEST_F(AnApp, FoundByItsExecutableIsTheApp) {

@@ -114,6 +114,19 @@ TEST_F(SessionTest, TellsInTheOrderOfTheRequests) {
   EXPECT_THAT(on(Event::goodbyeAnswered), IsEmpty()) << "once";
 }
 
+TEST_F(SessionTest, GreetingsThatAreMadeAgainAreAnsweredByTheLauncherThatIsThere) {
+  add(Stage::crossing, "one");
+  EXPECT_TRUE(session.on(Event::goodbyeAnswered, {}, kError).again);
+  session.nameLauncher();
+  EXPECT_FALSE(session.isWaiting({Stage::greeting}));
+  add(Stage::crossing, "two");
+  EXPECT_TRUE(session.on(Event::goodbyeAnswered, {}, kError).again);
+  session.greetAgain();
+  EXPECT_TRUE(session.isWaiting({Stage::greeting}));
+  EXPECT_THAT(on(Event::helloAnswered), ElementsAre("two finished")) << "the other waits for its launcher";
+  EXPECT_THAT(on(Event::launcherFailed), ElementsAre("one failed: why"));
+}
+
 TEST_F(SessionTest, FailureWithoutAnErrorCallbackIsNeverAFinish) {
   session.add(Stage::stopping, {{"finishBlock", [this] { told.emplace_back("finished"); }}, nullptr});
   EXPECT_THAT(on(Event::channelFailed), IsEmpty());
