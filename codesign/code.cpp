@@ -19,8 +19,8 @@ struct Code::Parts {
 std::optional<Code> Code::open(std::string_view path, Outcome* outcome, const AppleRoots* roots) {
   std::shared_ptr<const Parts> parts;
   Outcome opened = attempt([&] {
-    parts =
-        std::make_shared<const Parts>(findCode(std::string(path)), roots != nullptr ? *roots : AppleRoots::builtIn());
+    parts = std::make_shared<const Parts>(
+        Parts{findCode(std::string(path)), roots != nullptr ? *roots : AppleRoots::builtIn()});
   });
   if (outcome != nullptr) *outcome = std::move(opened);
   if (parts == nullptr) return std::nullopt;

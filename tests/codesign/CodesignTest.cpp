@@ -129,9 +129,12 @@ TEST_F(Face, NamesTheHighestCertificateOfTheSignersOrganization) {
               HasSubstr("identifier \"com.tarvo.A\" and certificate leaf = H\""));
   tks::codesign::IdentityPlan plan;
   plan.organization = "Apple Inc.";  // as that of the authorities
-  const SigningIdentity own = *SigningIdentity::make(plan);
-  ASSERT_TRUE(tks::codesign::sign(app, &own, stamped()).isGood());
-  EXPECT_THAT(open(app).describe().implicitRequirement, HasSubstr("and certificate root = H\""));
+  for (const bool isShort : {false, true}) {
+    plan.withoutIntermediate = isShort;
+    const SigningIdentity own = *SigningIdentity::make(plan);
+    ASSERT_TRUE(tks::codesign::sign(app, &own, stamped()).isGood());
+    EXPECT_THAT(open(app).describe().implicitRequirement, HasSubstr("and certificate root = H\""));
+  }
 }
 
 TEST_F(Face, DescribesTheHashesOfEveryDirectory) {

@@ -145,8 +145,11 @@ class Search {
     const auto isSame = [](char left, char right) {
       return left == right || (std::isalpha(static_cast<unsigned char>(left)) != 0 && (left ^ right) == 0x20);
     };
+    const auto isIn = [&](std::string_view text) {
+      return std::search(text.begin(), text.end(), query.begin(), query.end(), isSame) != text.end();
+    };
     for (const Explanation& entry : catalogue()) {
-      if (found.size() < kMost && !std::ranges::search(entry.text, query, isSame).empty()) add(entry);
+      if (found.size() < kMost && isIn(entry.text)) add(entry);
     }
   }
 
