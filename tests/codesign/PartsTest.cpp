@@ -85,6 +85,17 @@ TEST(SignatureParts, AreIndexedInAnAreaThatHoldsTheWholeIndex) {
   EXPECT_EQ(statusOfIndex(12, 0, 11), -67045);
 }
 
+TEST(CodeDirectories, NameTheirTeamFromTheVersionOnThatHasOne) {
+  tks::signing::DirectoryPlan plan;
+  plan.identifier = "a";
+  plan.team = "T4RV0K0VRA";
+  for (const std::uint32_t version : {0x20200u, 0x20300u, 0x20400u, 0x20500u}) {
+    plan.version = version;
+    const TKSData blob = tks::signing::makeDirectory(plan, TKSData(100));
+    EXPECT_EQ(tks::codesign::CodeDirectory(ByteSource(blob)).team(), "T4RV0K0VRA") << version;
+  }
+}
+
 TEST(CodeDirectories, HavePagesOfASizeThatANumberCanHold) {
   tks::signing::DirectoryPlan plan;
   plan.identifier = "a";

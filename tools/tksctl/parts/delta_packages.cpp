@@ -7,7 +7,7 @@ namespace tks::ctl {
 void showPackages(Output& out, const TKSDictionary& packages) {
   TKSArray listed;
   for (const auto& [key, package] : packages) {
-    const auto shown = [&](std::string_view name) {
+    const auto shown = [&package = package](std::string_view name) {
       return package[name].isNothing() ? std::string("-") : oneLine(package[name].description());
     };
     out.line(oneLine(key) + "  " + shown("size") + " bytes  " + shown("hash") + "  " + shown("path"));
