@@ -15,6 +15,9 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessState.h"
 
+// What every implementation of the contract promises. On macOS the work is done on the global dispatch queue, whose
+// threads are the system's, as many as it likes, and block signals.
+
 namespace {
 
 using tks::platform::backgroundWork;

@@ -10,6 +10,10 @@
 #include "tests/support/ChannelEnds.h"
 #include "tests/support/HostLoop.h"
 
+// What every implementation of the contract promises. On macOS dispatch sources tell when there is something to read or
+// room to write, and a vnode source of changes to a file; a pipe holds 16 KiB, grows to 64 and takes what fits of a
+// write that is not to block.
+
 namespace {
 
 using namespace std::string_view_literals;

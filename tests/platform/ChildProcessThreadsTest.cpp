@@ -11,6 +11,9 @@
 #include "tests/support/HostLoop.h"
 #include "tests/support/ProcessState.h"
 
+// What every implementation of the contract promises to hosts with threads. On macOS posix_spawn closes in the child
+// whatever it is not told to leave open, so that a descriptor opened meanwhile by another thread never gets there.
+
 namespace {
 
 using tks::platform::ChildEnd;

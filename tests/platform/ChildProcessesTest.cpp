@@ -25,6 +25,10 @@
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
+// What every implementation of the contract promises. On macOS children are started by posix_spawn, with handles, mask
+// and handling of signals set in the child; a process source tells of the end, whose status is unknown when somebody
+// else has collected the child.
+
 namespace {
 
 using tks::platform::ChildEnd;

@@ -8,6 +8,9 @@
 
 #include "platform/posix/posix_error.h"
 
+// One table for the errors of both systems: the domains are those of macOS, and so are the numbers that Linux does not
+// have.
+
 namespace {
 
 using Reason = TKSErrorReason;

@@ -23,6 +23,9 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Unprivileged.h"
 
+// What every implementation of the contract promises. On macOS the file manager copies trees, with attributes and
+// shared blocks on APFS, follows no link, and names the item that it fails at.
+
 namespace {
 
 namespace fs = std::filesystem;

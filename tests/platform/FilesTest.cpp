@@ -19,6 +19,10 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Unprivileged.h"
 
+// What every implementation of the contract promises. On macOS these are POSIX calls; renamex_np moves and exchanges in
+// one step on APFS, and the file manager reads attributes. On most of its volumes names that differ in case alone are
+// one, and they come back as they were written.
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -12,7 +12,7 @@
 #include "tests/support/SmallVolume.h"
 #include "tests/support/TemporaryFolder.h"
 
-// Folders that nobody may lose: the home, volumes, and the folders above them.
+// Folders that nobody may lose: the home, volumes, and the folders above them. macOS names its volumes by getfsstat.
 
 namespace {
 

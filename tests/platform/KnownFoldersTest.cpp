@@ -10,7 +10,8 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/TemporaryFolder.h"
 
-// What every implementation of the contract promises.
+// What every implementation of the contract promises. On macOS the temporary folder is the user's own in /var/folders,
+// and the home is the account's, also in a sandbox.
 
 namespace {
 

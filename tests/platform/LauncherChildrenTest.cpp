@@ -20,7 +20,8 @@
 #include "tests/support/ProcessState.h"
 #include "tests/support/TemporaryFolder.h"
 
-// What options ask of children: to be ended, to be looked at, private pipes, and a smaller environment.
+// What options ask of children: to be ended, to be looked at, private pipes, and a smaller environment. On macOS the
+// open files of a process are asked of libproc, which tells only of the user's own.
 
 namespace {
 

@@ -16,7 +16,9 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessState.h"
 
-// What every implementation of the main loop promises, and TKSMainLoop to hosts.
+// What every implementation of the main loop promises, and TKSMainLoop to hosts. On macOS it is the main dispatch
+// queue, which the main run loop empties; it has no descriptor, and whoever asks for the main thread is told by the
+// queue.
 
 namespace {
 

@@ -14,7 +14,8 @@
 #include "tests/support/ScopedWorkingFolder.h"
 #include "tests/support/TemporaryFolder.h"
 
-// Paths that mean something else at a second look: with a NUL byte, through links, relative ones.
+// Paths that mean something else at a second look: with a NUL byte, through links, relative ones. The same on both
+// systems: a call of either takes a path up to its first NUL byte.
 
 namespace {
 

@@ -11,7 +11,8 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Unprivileged.h"
 
-// Where somebody else than this user and the superuser can write.
+// Where somebody else than this user and the superuser can write. By permission bits on both systems, and on macOS by
+// access control lists as well.
 
 namespace {
 

@@ -7,6 +7,8 @@
 #include "platform/posix/paths.h"
 #include "tests/support/TemporaryFolder.h"
 
+// One code for both systems. On macOS "/tmp", "/var" and "/etc" are links into "/private".
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -10,7 +10,8 @@
 #include "tests/support/FakeHome.h"
 #include "tests/support/ProcessState.h"
 
-// What every implementation of the contract promises, with real processes that share a home.
+// What every implementation of the contract promises, with real processes that share a home. On macOS a daemon keeps
+// the preferences: what one process has stored, the others find.
 
 namespace {
 

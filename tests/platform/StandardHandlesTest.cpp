@@ -22,6 +22,8 @@
 #include "tests/support/HostLoop.h"
 #include "tests/support/ProcessState.h"
 
+// One code for both systems, over the back end that starts children.
+
 namespace {
 
 using tks::platform::ChildEnd;

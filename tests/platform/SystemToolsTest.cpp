@@ -23,6 +23,9 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Tools.h"
 
+// What every implementation of the contract promises. On macOS the tools are its own, in a session of their own, with a
+// clean environment; what a tool has written is what the kernel counts of it.
+
 namespace {
 
 namespace fs = std::filesystem;

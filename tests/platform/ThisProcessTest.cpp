@@ -8,6 +8,9 @@
 
 #include "platform/platform.h"
 
+// What every implementation of the contract promises. On macOS a thread is described by Foundation, and identifiers are
+// made by Core Foundation.
+
 namespace {
 
 using tks::platform::thisProcess;
