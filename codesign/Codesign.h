@@ -42,8 +42,8 @@ struct Outcome {
   std::string path;
   /// Resources of the bundle that do not fit its seal, below the folder that the seal covers: the first of each kind.
   std::vector<std::string> added;
-  std::vector<std::string> altered;
-  std::vector<std::string> missing;
+  std::vector<std::string> altered;  ///< there, but not as sealed
+  std::vector<std::string> missing;  ///< sealed, but not there
 
   bool isGood() const { return status == status::kGood; }
   /// The reason in one line, as the platform's error describes itself.
@@ -65,9 +65,9 @@ enum class Depth {
 
 /// A certificate. Texts are UTF-8, and empty when the certificate has no such field.
 struct CertificateDescription {
-  std::string commonName;
-  std::string organization;
-  std::string organizationalUnit;
+  std::string commonName;          ///< the name of whom it is for
+  std::string organization;        ///< the company
+  std::string organizationalUnit;  ///< the team, in certificates of developers
   /// The common name of who issued it.
   std::string issuer;
   /// The serial number in lower-case hexadecimal digits.
@@ -77,15 +77,15 @@ struct CertificateDescription {
   std::time_t notAfter = 0;
   /// The SHA-256 of its DER form in lower-case hexadecimal digits: what pins a root.
   std::string sha256;
-  bool isSelfSigned = false;
-  TKSData der;
+  bool isSelfSigned = false;  ///< its issuer is itself, as a root's is
+  TKSData der;                ///< the certificate itself in DER form
 
   bool isValidAt(std::time_t moment) const { return notBefore <= moment && moment <= notAfter; }
 };
 
 /// A code directory: the list of hashes that a signature stands for.
 struct DirectoryDescription {
-  HashType hashType = HashType::sha256;
+  HashType hashType = HashType::sha256;  ///< by which everything in it is hashed
   /// The hash of the directory by its own function: cut to the 20 bytes by which code is known, and in full. Show them
   /// with tks::hexadecimal.
   TKSData cdHash;
@@ -115,8 +115,8 @@ struct Description {
 
   /// Whether there is a signature that can be read. Without one the rest is empty, but for `signer`.
   bool isSigned = false;
-  std::string identifier;
-  std::uint32_t flags = 0;
+  std::string identifier;   ///< the name by which the code calls itself
+  std::uint32_t flags = 0;  ///< of the directory; `flagNames` says what they mean
   /// The flags by the names of the platform's tools: "adhoc", "runtime", ...
   std::vector<std::string> flagNames;
   /// Signed by nobody on purpose: there is no chain then.
@@ -206,11 +206,12 @@ std::optional<CertificateDescription> describeCertificate(const TKSData& der);
 /// What an identity for tests and development is made of. Names and marks are those that the launcher's checks look
 /// for.
 struct IdentityPlan {
-  std::string team = "T4RV0K0VRA";
-  std::string leafName;  ///< "Developer ID Application: Tarvo (TEAM)" when empty
+  std::string team = "T4RV0K0VRA";  ///< the organizational unit of the leaf
+  std::string leafName;             ///< "Developer ID Application: Tarvo (TEAM)" when empty
+  /// The common name of the authority below the root.
   std::string intermediateName = "Developer ID Certification Authority";
-  std::string rootName = "Apple Root CA";
-  std::string organization = "Tarvo";
+  std::string rootName = "Apple Root CA";  ///< the common name of the root
+  std::string organization = "Tarvo";      ///< of the leaf
   /// Further authorities between the root and the intermediate one.
   int extraLevels = 0;
   /// Without an intermediate authority: root and leaf only.
@@ -242,7 +243,7 @@ struct SigningOptions {
   std::optional<std::time_t> signingTime{};
   /// A time stamp of this moment by the identity's own authority; refused when it has none.
   std::optional<std::time_t> timeStamp{};
-  Storage storage = Storage::automatic;
+  Storage storage = Storage::automatic;  ///< where the signature goes
 };
 
 struct SigningParts;

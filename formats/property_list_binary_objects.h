@@ -17,18 +17,18 @@ inline constexpr double kSecondsTo2001 = 978307200;
 
 /// The high half of the first byte of an object.
 enum Marker : std::uint8_t {
-  kSimple = 0x0,  ///< null, false, true
-  kInteger = 0x1,
-  kReal = 0x2,
-  kDate = 0x3,
-  kData = 0x4,
+  kSimple = 0x0,      ///< null, false, true
+  kInteger = 0x1,     ///< a whole number
+  kReal = 0x2,        ///< any other number
+  kDate = 0x3,        ///< seconds since 2001
+  kData = 0x4,        ///< bytes
   kAscii = 0x5,       ///< text; some writers put UTF-8 here
   kUtf16 = 0x6,       ///< text beyond ASCII
   kIdentifier = 0x8,  ///< of an archiver of objects
-  kArray = 0xA,
+  kArray = 0xA,       ///< references to values
   kOrderedSet = 0xB,  ///< this and the next are read as arrays
-  kSet = 0xC,
-  kDictionary = 0xD,
+  kSet = 0xC,         ///< without an order of its own
+  kDictionary = 0xD,  ///< references to keys, then to values
 };
 
 }  // namespace tks::formats::property_list

@@ -12,8 +12,8 @@ namespace tks::platform {
 /// One entry of an archive, as the archive declares it.
 struct ArchiveEntry {
   enum class Kind {
-    file,
-    folder,
+    file,      ///< a regular file
+    folder,    ///< a folder, empty or not
     link,      ///< a symbolic link
     hardLink,  ///< another name of an entry before it
     other,     ///< a device, a FIFO and the like
@@ -30,7 +30,7 @@ struct ArchiveEntry {
 
 /// How an archive is read: the way in which it will be unpacked, because one file can be an archive in two ways.
 enum class ArchiveFormat {
-  zip,
+  zip,  ///< by the directory at its end
   tar,  ///< plain, or compressed in one of the usual ways
 };
 

@@ -39,10 +39,10 @@ struct VolumeSpace {
 /// One item of a tree, as it stands on the volume.
 struct TreeItem {
   enum class Kind {
-    file,
-    folder,
-    link,   ///< a symbolic link, not followed
-    other,  ///< a device, a FIFO and the like
+    file,    ///< a regular file
+    folder,  ///< a folder; its items follow
+    link,    ///< a symbolic link, not followed
+    other,   ///< a device, a FIFO and the like
   };
 
   /// Path below the folder that is gone through.

@@ -15,8 +15,8 @@ namespace tks::platform {
 class Text {
  public:
   enum class Match {
-    matched,
-    notMatched,
+    matched,     ///< the pattern stands in the text
+    notMatched,  ///< it does not
     badPattern,  ///< the pattern does not compile
     timeLimit,   ///< the time was over before there was a result
   };

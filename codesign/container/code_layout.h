@@ -29,7 +29,7 @@ struct CodeLayout {
   std::string infoPlist;
   /// What is signed: the main executable, what stands in its place, or the single file.
   std::string executable;
-  std::shared_ptr<const File> file;
+  std::shared_ptr<const File> file;  ///< the executable, open
   /// The executable as Mach-O file, when it is one that counts as code.
   std::optional<MachO> image;
   /// "app bundle with Mach-O thin (arm64)" and so on.

@@ -15,8 +15,8 @@ namespace tks::codesign {
 
 /// A finished hash.
 struct Digest {
-  std::array<std::uint8_t, 64> storage{};
-  std::size_t size = 0;
+  std::array<std::uint8_t, 64> storage{};  ///< room for the longest
+  std::size_t size = 0;                    ///< bytes of it that count
 
   Bytes bytes() const { return Bytes(storage).first(size); }
   bool matches(Bytes expected) const;

@@ -17,8 +17,8 @@ namespace tks::codesign {
 /// What one thread needs for hashing: made by it, used by it alone.
 struct HashingTools {
   explicit HashingTools(const std::vector<HashType>& types);
-  std::vector<std::uint8_t> buffer;
-  std::vector<Hasher> hashers;
+  std::vector<std::uint8_t> buffer;  ///< what is read next
+  std::vector<Hasher> hashers;       ///< one for each type, in their order
 };
 
 /// Threads that hash for one check: as many as there are processors for this process, the calling thread among them.

@@ -21,7 +21,7 @@ namespace tks::codesign {
 
 /// What kind of processor an image is for.
 struct Architecture {
-  std::uint32_t type = 0;
+  std::uint32_t type = 0;     ///< the processor
   std::uint32_t subtype = 0;  ///< without the feature bits of its top byte
 
   /// "x86_64", "arm64", ...; the numbers for processors without a name.
@@ -31,18 +31,18 @@ struct Architecture {
 
 /// One image inside of a file.
 struct Slice {
-  Architecture architecture;
-  std::uint64_t offset = 0;
-  std::uint64_t size = 0;
+  Architecture architecture;  ///< what it is for
+  std::uint64_t offset = 0;   ///< from the beginning of the file
+  std::uint64_t size = 0;     ///< in bytes
 };
 
 /// Where the parts of an image are that signatures are about; offsets count from the image.
 struct ImageLayout {
   struct Range {
-    std::uint64_t offset = 0;
-    std::uint64_t size = 0;
+    std::uint64_t offset = 0;  ///< from the beginning of the image
+    std::uint64_t size = 0;    ///< in bytes
   };
-  std::optional<Range> signature;
+  std::optional<Range> signature;  ///< where the load command says; nothing without one
   std::optional<Range> infoPlist;  ///< section __info_plist of segment __TEXT
 };
 

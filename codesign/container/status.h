@@ -62,7 +62,7 @@ std::string statusText(Status status);
 
 /// A check that did not pass.
 struct Failure {
-  Status status = status::kInternalError;
+  Status status = status::kInternalError;  ///< what is wrong
 };
 
 [[noreturn]] inline void fail(Status status) { throw Failure{status}; }

@@ -29,12 +29,12 @@ namespace tks::codesign {
 
 /// What a requirement is compared with.
 struct RequirementContext {
-  std::string identifier;
-  TKSData cdHash;
-  Chain chain;
-  TKSDictionary info;
-  TKSDictionary entitlements;
-  const AppleRoots* roots = nullptr;
+  std::string identifier;             ///< of the code directory
+  TKSData cdHash;                     ///< the hash of the best code directory
+  Chain chain;                        ///< of the signer; empty for unsigned and ad-hoc signed code
+  TKSDictionary info;                 ///< the sealed Info.plist
+  TKSDictionary entitlements;         ///< the sealed entitlements
+  const AppleRoots* roots = nullptr;  ///< those of the platform's maker; somebody else's
 };
 
 /// A requirement, which is written in requirement_text.cpp and requirement_blob.cpp and met in requirement_match.cpp.

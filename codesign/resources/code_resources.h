@@ -28,22 +28,22 @@ struct Seal {
     nested,   ///< `text` is the requirement that the nested code has to meet
     invalid,  ///< the entry has a wrong shape
   };
-  Kind kind = Kind::invalid;
-  bool optional = false;
+  Kind kind = Kind::invalid;  ///< what has to be there
+  bool optional = false;      ///< it may be missing
   /// A file for which the seal has no hash at all.
   bool withoutHash = false;
   /// A file whose hash has another length than its type gives.
   bool neverMatches = false;
-  std::string_view path;
-  std::string_view text;
-  Bytes hashes;
+  std::string_view path;  ///< below the support folder
+  std::string_view text;  ///< by kind, see there
+  Bytes hashes;           ///< by kind, one after the other in the order of the types
 };
 
 /// What the rules say of a path.
 struct RuleVerdict {
-  bool sealed = false;  ///< a rule matches, and it does not leave the path out
-  bool excluded = false;
-  bool nested = false;
+  bool sealed = false;    ///< a rule matches, and it does not leave the path out
+  bool excluded = false;  ///< left out by `exclude`, whatever the rules say
+  bool nested = false;    ///< it is code with a signature of its own
 };
 
 class CodeResources {
@@ -79,22 +79,22 @@ class CodeResources {
  private:
   class Builder;
   struct Entry {
-    std::uint32_t path = 0;
-    std::uint32_t pathSize = 0;
-    std::uint32_t content = 0;
-    std::uint32_t contentSize = 0;
-    Seal::Kind kind = Seal::Kind::invalid;
+    std::uint32_t path = 0;                 ///< place in the arena
+    std::uint32_t pathSize = 0;             ///< in bytes
+    std::uint32_t content = 0;              ///< place of text or hashes in the arena
+    std::uint32_t contentSize = 0;          ///< in bytes
+    Seal::Kind kind = Seal::Kind::invalid;  ///< this and the next three: as in Seal
     bool optional = false;
     bool withoutHash = false;
     bool neverMatches = false;
   };
   struct Rule {
-    std::string pattern;
-    double weight = 1;
-    bool plain = false;  ///< just true
-    bool omitted = false;
-    bool nested = false;
-    bool invalid = false;
+    std::string pattern;   ///< a POSIX extended regular expression
+    double weight = 1;     ///< of the rules that match, the heaviest decides
+    bool plain = false;    ///< just true
+    bool omitted = false;  ///< it leaves files out
+    bool nested = false;   ///< what it matches is code
+    bool invalid = false;  ///< it has a wrong shape
   };
 
   std::string_view textAt(std::uint32_t at, std::uint32_t size) const {

@@ -14,19 +14,19 @@ namespace tks::codesign {
 
 /// Code inside of code, met while its resources were checked.
 struct NestedCode {
-  std::string path;
-  std::string requirement;
+  std::string path;         ///< below the support folder
+  std::string requirement;  ///< what it has to meet beside its own signature
   /// A version of a framework that is not the current one.
   bool isOtherVersion = false;
 };
 
 /// What is wrong with the resources of a bundle.
 struct ResourceProblems {
-  Status status = status::kGood;
+  Status status = status::kGood;  ///< of the gravest problem
   /// Paths below the support folder, the first ones of each kind.
   std::vector<std::string> added;
-  std::vector<std::string> altered;
-  std::vector<std::string> missing;
+  std::vector<std::string> altered;  ///< there, but not as sealed
+  std::vector<std::string> missing;  ///< sealed, but not there
 
   bool none() const { return status == status::kGood; }
 };
@@ -44,7 +44,7 @@ enum class Strictness {
 
 /// What a check of resources goes by, beside the seal.
 struct ResourceScope {
-  Strictness strictness = Strictness::plain;
+  Strictness strictness = Strictness::plain;  ///< how much is looked at
   /// The requirement that code of the same signer meets; empty for unsigned and ad-hoc signed code.
   std::string sameMaker;
   /// Names of the files that the signature is made of, in its folder.

@@ -39,8 +39,8 @@ class RulePatterns {
     accept,  ///< an expression was found
   };
   struct Node {
-    Kind kind = Kind::pass;
-    std::uint32_t next = 0;
+    Kind kind = Kind::pass;   ///< how the automaton goes on from here
+    std::uint32_t next = 0;   ///< to which node
     std::uint32_t other = 0;  ///< fork: the second way; bytes: the set; accept: the expression
   };
   /// Nodes of a part of an expression: [low, high), entered at `start`, left at `finish`.

@@ -14,13 +14,13 @@ namespace tks::signing {
 
 /// What a code directory is made from.
 struct DirectoryPlan {
-  std::string identifier;
-  std::string team;  ///< empty: none
-  std::uint32_t flags = 0;
-  std::uint32_t version = 0x20400;
-  std::uint32_t runtimeVersion = 0;
-  std::uint8_t pageSizeLog = 12;  ///< 0: one hash over everything
-  codesign::HashType hashType = codesign::HashType::sha256;
+  std::string identifier;            ///< the name by which the code calls itself
+  std::string team;                  ///< empty: none
+  std::uint32_t flags = 0;           ///< as the platform numbers them: 0x2 ad hoc, 0x10000 runtime
+  std::uint32_t version = 0x20400;   ///< of the form: which fields the header has
+  std::uint32_t runtimeVersion = 0;  ///< of the hardened run-time; 0: none
+  std::uint8_t pageSizeLog = 12;     ///< 0: one hash over everything
+  codesign::HashType hashType = codesign::HashType::sha256;  ///< by which everything is hashed
   /// What is hashed for each special slot.
   std::map<std::uint32_t, TKSData> components;
 };

@@ -20,11 +20,11 @@ using codesign::Certificate;
 
 /// Who signs: a key, and the chain of its certificate, leaf first.
 struct Identity {
-  Key key;
-  std::vector<Certificate> chain;
+  Key key;                         ///< of the leaf
+  std::vector<Certificate> chain;  ///< leaf first, root last
   /// A time-stamping authority under the same root; empty when there is none.
   Key stampKey;
-  Certificate stampCertificate;
+  Certificate stampCertificate;  ///< of the same authority
   /// The key of the authority that signed the leaf; empty for identities that were loaded.
   Key authorityKey;
 
@@ -33,10 +33,10 @@ struct Identity {
 
 /// What identities can be made of, with what only the tests of the checks need.
 struct IdentityPlan : codesign::IdentityPlan {
-  bool codeSigningUsage = true;
-  bool digitalSignature = true;
-  bool unknownCriticalExtension = false;
-  bool intermediateIsAuthority = true;
+  bool codeSigningUsage = true;              ///< the leaf may sign code
+  bool digitalSignature = true;              ///< the leaf's key may sign at all
+  bool unknownCriticalExtension = false;     ///< the leaf has a critical extension that nobody knows
+  bool intermediateIsAuthority = true;       ///< the intermediate certificate may sign others
   bool rsa = true;                           ///< else an elliptic curve, which is made faster
   std::string certificateDigest = "SHA256";  ///< what certificates are signed over
   std::time_t notBefore = 0;                 ///< 0: yesterday

@@ -11,13 +11,13 @@ namespace tks::signing {
 
 /// A Mach-O image that does nothing, for tests and demonstrations.
 struct ImagePlan {
-  std::uint32_t type = 0x01000007;
-  std::uint32_t subtype = 3;
-  std::size_t size = 20000;  ///< bytes of code; rounded up
-  std::string infoPlist{};   ///< for section __info_plist; empty: none
-  std::uint32_t fileType = 2;
-  bool is64 = true;
-  bool bigEndian = false;
+  std::uint32_t type = 0x01000007;  ///< the processor: x86-64
+  std::uint32_t subtype = 3;        ///< its kind: all of them
+  std::size_t size = 20000;         ///< bytes of code; rounded up
+  std::string infoPlist{};          ///< for section __info_plist; empty: none
+  std::uint32_t fileType = 2;       ///< an executable
+  bool is64 = true;                 ///< with the header of 64 bits
+  bool bigEndian = false;           ///< with the bytes of each number in the other order
 };
 TKSData makeImage(const ImagePlan& plan);
 /// Images one after the other, after a universal header.

@@ -14,8 +14,8 @@ namespace tks::signing {
 struct MessageOptions {
   /// The two attributes that list all directories: their short hashes, and their full ones.
   bool hashList = true;
-  bool hashSet = true;
-  std::optional<std::time_t> signingTime{};
+  bool hashSet = true;                       ///< the one with the full hashes
+  std::optional<std::time_t> signingTime{};  ///< as the signer claims; nothing: not said
   /// A token of the identity's own time-stamping authority, of this moment.
   std::optional<std::time_t> timeStamp{};
   /// What the message digests the directory with, by OpenSSL's name.
@@ -24,8 +24,8 @@ struct MessageOptions {
 
 /// A directory with its hash type.
 struct SignedDirectory {
-  codesign::HashType type;
-  TKSData blob;
+  codesign::HashType type;  ///< by which its hash is taken
+  TKSData blob;             ///< the directory as it stands in the signature
 };
 
 /// Signs directories, the first of which is the primary one: a detached message in DER form.

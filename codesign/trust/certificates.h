@@ -29,7 +29,7 @@ using Chain = std::vector<X509*>;
 
 /// SHA-256 of certificates that are roots of the platform's maker.
 struct AppleRoots {
-  std::vector<std::array<std::uint8_t, 32>> digests;
+  std::vector<std::array<std::uint8_t, 32>> digests;  ///< any number, in any order
 
   bool contains(X509* certificate) const;
   /// The three that exist.

@@ -9,8 +9,8 @@ namespace tks::codesign {
 
 /// What a time-stamp token certifies.
 struct TimeStamp {
-  std::time_t moment = 0;
-  bool isFromApple = false;
+  std::time_t moment = 0;    ///< when the signature was there
+  bool isFromApple = false;  ///< its chain ends in a root of the platform's maker
 };
 
 /// Checks a token (RFC 3161) over a signature. Its chain must end in a trusted root: one of the platform maker's, the

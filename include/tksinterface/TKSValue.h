@@ -56,16 +56,16 @@ class TKS_EXPORT TKSValue {
  public:
   /// What a value can be.
   enum class Kind : std::uint8_t {
-    nothing,  ///< absent
-    null,     ///< JSON's null
-    boolean,
-    integer,  ///< whole numbers from -2^63 to 2^64-1
-    real,     ///< all other numbers
-    text,     ///< UTF-8
-    data,     ///< bytes
-    date,     ///< a moment
-    array,
-    dictionary,
+    nothing,     ///< absent
+    null,        ///< JSON's null
+    boolean,     ///< true or false
+    integer,     ///< whole numbers from -2^63 to 2^64-1
+    real,        ///< all other numbers
+    text,        ///< UTF-8
+    data,        ///< bytes
+    date,        ///< a moment
+    array,       ///< values in an order
+    dictionary,  ///< values by texts
   };
 
   /// Nothing: an absent value.

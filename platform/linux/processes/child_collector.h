@@ -24,7 +24,7 @@ posix::FileDescriptor openProcess(pid_t process);
 std::optional<platform::ChildEnd> collectChild(pid_t process, const posix::FileDescriptor& descriptor);
 
 enum class ChildState {
-  running,
+  running,      ///< it has not ended
   collectable,  ///< it has ended, and its status waits
   collected,    ///< it has ended, and somebody else took its status
 };
