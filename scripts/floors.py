@@ -10,6 +10,9 @@ r"""The order of floors: which folder may include which, and who calls what a hi
 >>> for found in calls_up(files, floors): print(*found)
 low/b.cpp 2 uses f of low/a.h, which high/ defines: not below low/
 low/b.cpp 4 uses C of low/a.h, which high/ defines: not below low/
+>>> circle({"a": {"b"}, "b": {"c", "d"}, "c": {"b"}, "d": set()})
+['b', 'c', 'b']
+>>> circle({"a": {"b"}, "b": set()})
 """
 import pathlib
 import re
@@ -62,6 +65,22 @@ def folder_of(name, floors):
         if "/".join(parts[:length]) in floors:
             return "/".join(parts[:length])
     return None
+
+
+def circle(graph):
+    """One way from somewhere back to it; None when there is none."""
+    done = set()
+
+    def way(place, path):
+        if place in path:
+            return path[path.index(place):] + [place]
+        if place in done:
+            return None
+        found = next((found for after in sorted(graph.get(place, ())) if (found := way(after, path + [place]))), None)
+        done.add(place)
+        return found
+
+    return next((found for place in sorted(graph) if (found := way(place, []))), None)
 
 
 def bare(text):
