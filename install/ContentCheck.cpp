@@ -7,11 +7,13 @@
 #include <optional>
 #include <utility>
 
+#include <tksinterface/KVRXCodeSignUtil.h>
+#include <tksinterface/TKSURL.h>
+
 #include "foundation/logging/Logging.h"
 #include "foundation/values/ErrorReasons.h"
 #include "foundation/values/FilePaths.h"
 #include "install/SignatureErrors.h"
-#include "install/Trust.h"
 #include "platform/platform.h"
 
 namespace tks::install {
@@ -54,9 +56,25 @@ PassedBundles& passedBundles() {
   return bundles;
 }
 
+using Check = std::int32_t (platform::StaticCode::*)(std::string& details);
+
+/// Whether the code at a path passes one of the platform's checks.
+bool passes(std::string_view path, Check check, TKSError* error) {
+  std::unique_ptr<platform::StaticCode> code;
+  std::string details;
+  std::int32_t status = platform::signatures().create(path, code);
+  if (status == 0) status = code == nullptr ? kInternalComponentError : (code.get()->*check)(details);
+  return status == 0 || reportSignatureMessage(signatureStatusMessage(status, details), error);
+}
+
+/// What an installation checks about the content alone, and not about who signed it. Both are made: neither is taken to
+/// see all that the other sees.
+bool isWhole(std::string_view path, TKSError* error) {
+  return KVRXCodeSignUtil::codeSignIsValid(TKSURL::fileURLWithPath(path), error) && checkInDepth(path, error);
+}
+
 bool runChecks(std::string_view path, ContentChecks checks, TKSError* error) {
-  return (!checks.whole || checkContentForInstalling(path, error)) &&
-         (!checks.oneSigner || checkOneSigner(path, error));
+  return (!checks.whole || isWhole(path, error)) && (!checks.oneSigner || checkOneSigner(path, error));
 }
 
 bool refuse(std::string text, TKSError* error) {
@@ -68,12 +86,12 @@ bool refuse(std::string text, TKSError* error) {
 
 }  // namespace
 
+bool checkInDepth(std::string_view path, TKSError* error) {
+  return passes(path, &platform::StaticCode::checkForInstalling, error);
+}
+
 bool checkOneSigner(std::string_view path, TKSError* error) {
-  std::unique_ptr<platform::StaticCode> code;
-  std::string details;
-  std::int32_t status = platform::signatures().create(path, code);
-  if (status == 0) status = code == nullptr ? kInternalComponentError : code->checkOneSigner(details);
-  return status == 0 || reportSignatureMessage(signatureStatusMessage(status, details), error);
+  return passes(path, &platform::StaticCode::checkOneSigner, error);
 }
 
 bool checkContent(std::string_view path, ContentChecks checks, TKSError* error) {

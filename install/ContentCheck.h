@@ -20,6 +20,10 @@ struct ContentChecks {
 /// well when it changes while it is checked. Any thread; blocks while it reads.
 bool checkContent(std::string_view path, ContentChecks checks, TKSError* error);
 
+/// The check in depth, before an installation: also nested code with its pages and resources, links that leave the
+/// bundle, and files outside of what is sealed.
+bool checkInDepth(std::string_view path, TKSError* error);
+
 /// That all code inside of a bundle is of one signer, without asking what was checked before.
 bool checkOneSigner(std::string_view path, TKSError* error);
 

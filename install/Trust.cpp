@@ -1,7 +1,6 @@
 #include "install/Trust.h"
 
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -60,14 +59,6 @@ bool meetsOptions(std::string_view path, bool starts, TKSError* error) {
   return true;
 }
 
-bool checkInDepth(std::string_view path, TKSError* error) {
-  std::unique_ptr<platform::StaticCode> code;
-  std::string details;
-  std::int32_t status = platform::signatures().create(path, code);
-  if (status == 0) status = code == nullptr ? kInternalComponentError : code->checkForInstalling(details);
-  return status == 0 || reportSignatureMessage(signatureStatusMessage(status, details), error);
-}
-
 bool checkTrustForLaunch(std::string_view path, bool starts, TKSError* error) {
   if (TKSUtilBase::isTestModeTKS()) {
     TKSILog::logWithLevel(TKSILogLevelWarning, "Is TEST Mode. Ignore trust check. More info: %@",
@@ -81,13 +72,8 @@ bool checkTrustForLaunch(std::string_view path, bool starts, TKSError* error) {
 
 }  // namespace
 
-bool checkContentForInstalling(std::string_view path, TKSError* error) {
-  // Both are made: neither is taken to see all that the other sees.
-  return KVRXCodeSignUtil::codeSignIsValid(TKSURL::fileURLWithPath(path), error) && checkInDepth(path, error);
-}
-
 bool checkTrustForInstalling(std::string_view path, TKSError* error) {
-  if (!TKSUtilBase::checkTrust(path, error) || !checkInDepth(path, error)) return false;
+  if (!TKSUtilBase::checkTrust(path, error) || !install::checkInDepth(path, error)) return false;
   // The options are about launchers; a library by itself is none.
   if (!platform::files().isDirectory(path)) return true;
   if (options().oneSignerInside && !install::checkOneSigner(path, error)) return false;

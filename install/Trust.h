@@ -13,9 +13,6 @@ namespace tks {
 /// that what the options ask of launchers.
 bool checkTrustForInstalling(std::string_view path, TKSError* error);
 
-/// Of that check what is about the content alone, and not about who signed it.
-bool checkContentForInstalling(std::string_view path, TKSError* error);
-
 /// checkTrustForLaunch directly before a launcher is started: one that passed counts as accepted from then on.
 bool checkTrustForStart(std::string_view path, TKSError* error);
 

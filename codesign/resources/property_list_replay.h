@@ -2,7 +2,7 @@
 
 #include <tksinterface/TKSValue.h>
 
-#include "codesign/resources/property_list_events.h"
+#include "codesign/resources/property_list_handler.h"
 
 namespace tks::codesign {
 

@@ -12,7 +12,7 @@
 
 #include "codesign/container/digest.h"
 #include "codesign/container/status.h"
-#include "codesign/trust/cms_signature.h"
+#include "codesign/trust/signed_message.h"
 
 namespace tks::codesign {
 namespace {

@@ -8,17 +8,6 @@
 
 namespace tks::ctl {
 
-/// A program of several commands, or of one that needs no name.
-struct Application {
-  std::string name;
-  /// One sentence without a full stop.
-  std::string summary;
-  std::string description;
-  std::vector<Command> commands;
-  /// The only command is the program itself: "tkssign" for "tksctl sign".
-  bool isSingle = false;
-};
-
 /// Reads the command line, runs the command, and returns the exit code of the process. Throws nothing.
 int run(const Application& application, int count, char** words);
 

@@ -42,4 +42,15 @@ struct Command {
   std::function<Action(const CommandLine& line)> setUp;
 };
 
+/// A program of several commands, or of one that needs no name.
+struct Application {
+  std::string name;
+  /// One sentence without a full stop.
+  std::string summary;
+  std::string description;
+  std::vector<Command> commands;
+  /// The only command is the program itself: "tkssign" for "tksctl sign".
+  bool isSingle = false;
+};
+
 }  // namespace tks::ctl

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "BuildValues.h"
+#include "tools/tksctl/frame/application.h"
 #include "tools/tksctl/frame/pages.h"
 
 namespace tks::ctl {

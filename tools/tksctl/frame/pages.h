@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/tksctl/frame/application.h"
+#include "tools/tksctl/frame/command.h"
 
 namespace tks::ctl {
 
