@@ -22,12 +22,12 @@
 #include "platform/posix/bundle_links.h"
 #include "platform/posix/extended_attributes.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/posix/never_sealed.h"
 
 namespace tks::codesign {
 namespace {
 
 constexpr std::size_t kMostListed = 100;
-constexpr std::string_view kStoreFile = ".DS_Store";
 constexpr std::string_view kStoreReceipt = "receipt";
 /// Where bundles keep code, apart from their top.
 constexpr std::string_view kCodeFolders[] = {
@@ -136,8 +136,8 @@ class ResourceCheck {
       if (isStrict()) note(Problem::added, path);
       return;
     }
-    if (kind == FileKind::link && name.size() == kStoreFile.size() &&
-        ::strncasecmp(name.data(), kStoreFile.data(), name.size()) == 0) {
+    if (kind == FileKind::link && name.size() == posix::kStoreFile.size() &&
+        ::strncasecmp(name.data(), posix::kStoreFile.data(), name.size()) == 0) {
       fail(status::kStoreFileIsLink);
     }
     const RuleVerdict verdict = seal_.verdict(path);
@@ -196,9 +196,8 @@ class ResourceCheck {
   }
 
   /// No bundle seals these; the Info.plist is hashed by itself.
-  bool isNeverSealed(const std::string& path, std::string_view name) const {
-    return name == kStoreFile || path == "PkgInfo" || layout_.supportFolder + "/" + path == layout_.infoPlist ||
-           path.ends_with(".lproj/locversion.plist");
+  bool isNeverSealed(const std::string& path) const {
+    return posix::isNeverSealed(path) || layout_.supportFolder + "/" + path == layout_.infoPlist;
   }
 
   /// Of what is never looked for in a seal: the parts of the signature, a ticket, a receipt, and the executable, whose
@@ -222,7 +221,7 @@ class ResourceCheck {
   }
 
   void judgeLeftOut(const std::string& path, std::string_view name, FileKind kind) {
-    if (isNeverSealed(path, name) || (name.starts_with(formats::kSideCarPrefix) && isSideCar(path))) return;
+    if (isNeverSealed(path) || (name.starts_with(formats::kSideCarPrefix) && isSideCar(path))) return;
     if (kind == FileKind::link && seal_.version() == 1) {
       if (leavesBundle(path)) note(Problem::badLink, path);
     } else if (kind == FileKind::file && mayHoldCode(path)) {

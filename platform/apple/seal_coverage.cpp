@@ -12,6 +12,7 @@
 #include "platform/apple/signature_folders.h"
 #include "platform/platform.h"
 #include "platform/posix/bundle_links.h"
+#include "platform/posix/never_sealed.h"
 #include "platform/posix/paths.h"
 
 namespace tks::platform::apple {
@@ -19,8 +20,7 @@ namespace {
 
 constexpr std::string_view kContents = "Contents";
 
-/// The notes of the system's file browser, which it leaves wherever it goes.
-bool isStoreFile(std::string_view path) { return lastPathComponent(path) == ".DS_Store"; }
+bool isStoreFile(std::string_view path) { return lastPathComponent(path) == posix::kStoreFile; }
 
 /// What the seal of a bundle names, by paths below its folder "Contents".
 class Names {
@@ -43,9 +43,8 @@ class Names {
 
   /// What no seal of any form names.
   bool needNotHave(std::string_view path) const {
-    return path == executable_ || path == "Info.plist" || path == "PkgInfo" || path == "CodeResources" ||
-           path.starts_with("_CodeSignature/") || path == "_MASReceipt/receipt" ||
-           path.ends_with(".lproj/locversion.plist") || isStoreFile(path);
+    return posix::isNeverSealed(path) || path == executable_ || path == "Info.plist" || path == "CodeResources" ||
+           path.starts_with("_CodeSignature/") || path == "_MASReceipt/receipt";
   }
 
  private:
