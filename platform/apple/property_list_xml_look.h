@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/apple/property_list_bounds.h"
+#include "platform/apple/property_list_look.h"
 
 namespace tks::platform::apple {
 
