@@ -27,18 +27,16 @@ std::string words(std::size_t number, std::size_t length) {
   return text;
 }
 
-/// An object whose members are texts, short and long in turn.
+/// An object whose members are texts, short and long in turn. Read from a text: members that come one by one, in no
+/// order, are moved again and again.
 TKSValue documentOfTexts(std::size_t bytes) {
   constexpr std::size_t kLengths[] = {4, 60, 12, 24, 9, 36};
-  TKSDictionary document;
-  std::size_t written = 2;
-  for (std::size_t i = 0; written < bytes; ++i) {
-    const std::string key = "parameter" + std::to_string(1000 + i);
-    const std::string text = words(i, kLengths[i % std::size(kLengths)]);
-    document.set(key, text);
-    written += key.size() + text.size() + 6;
+  std::string text = "{";
+  for (std::size_t i = 0; text.size() + 2 < bytes; ++i) {
+    text.append(i == 0 ? "\"" : ",\"").append("parameter" + std::to_string(1000 + i)).append("\":\"");
+    text.append(words(i, kLengths[i % std::size(kLengths)])).append("\"");
   }
-  return document;
+  return json().parse(text + "}", nullptr);
 }
 
 /// Texts as long as a page of a log, in lines, with a quotation here and a letter beyond ASCII there.

@@ -41,6 +41,28 @@ def slower_rows(recorded, measured):
     return sorted(slower, key=lambda entry: entry[1] / entry[2])
 
 
+def table(rows, known, before):
+    """The rows as a table in Markdown, in the order of `known` (row: target, title): what was wanted, what is reached, and
+    what another recorded run reached, if there is one."""
+    def cell(row):
+        if row is None:
+            return ""
+        return f"{cost(row):.3g}" if row.get("limit") else f"{cost(row) / 1e3:.3g} µs"
+
+    lines = ["| what / its limit | wanted | reached |" + (" before |" if before else "") + " others |",
+             "| --- | --- | --- |" + (" --- |" if before else "") + " --- |"]
+    for name in [name for name in known if name in rows]:
+        target, title = known[name]
+        row = rows[name]
+        missed = target is not None and bool(row.get("limit")) and cost(row) > target
+        others = ", ".join(f"{peer} {time / row['limit']:.3g}" for peer, time in sorted(row.get("peers", {}).items())
+                           if row.get("limit"))
+        wanted = f"{target:g}" if target is not None else ""
+        reached = f"**{cell(row)}**" if missed else cell(row)
+        lines.append(f"| {title} | {wanted} | {reached} |" + (f" {cell(before.get(name))} |" if before else "") + f" {others} |")
+    return "\n".join(lines) + "\n"
+
+
 def drawing(rows, titles):
     """An SVG with a group of bars for each row that has a limit: ours, and each peer, as multiples of the limit, which is a
     line. The scale is logarithmic: twice as much is as long everywhere."""

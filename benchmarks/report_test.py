@@ -32,6 +32,13 @@ class Report(unittest.TestCase):
         self.assertIn("3 ours", texts)
         self.assertIn("0.5 <other>", texts)
 
+    def test_the_table_shows_what_was_wanted_reached_and_missed(self):
+        rows = {"b": {"ours": 5000.0}, "a": {"limit": 2.0, "ours": 6.0, "peers": {"Other": 1.0}}}
+        known = {"a": (2.5, "reading / looking"), "b": (None, "loading"), "c": (1.0, "not measured")}
+        self.assertEqual(report.table(rows, known, {"a": {"limit": 1.0, "ours": 4.0}}).splitlines()[2:],
+                         ["| reading / looking | 2.5 | **3** | 4 | Other 0.5 |", "| loading |  | 5 µs |  |  |"])
+        self.assertEqual(report.table(rows, known, None).splitlines()[2], "| reading / looking | 2.5 | **3** | Other 0.5 |")
+
     def test_a_drawing_of_nothing_is_a_drawing(self):
         xml.etree.ElementTree.fromstring(report.drawing({}, {}))
 
