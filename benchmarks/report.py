@@ -63,6 +63,16 @@ def table(rows, known, before):
     return "\n".join(lines) + "\n"
 
 
+def page_with(page, shown):
+    """A page with what is shown between its two marks replaced."""
+    begin, end = "<!-- recorded: begin -->\n", "<!-- recorded: end -->\n"
+    before, found, rest = page.partition(begin)
+    _, closed, after = rest.partition(end)
+    if not found or not closed:
+        raise ValueError("the page has no place for what was recorded")
+    return before + begin + shown + end + after
+
+
 def drawing(rows, titles):
     """An SVG with a group of bars for each row that has a limit: ours, and each peer, as multiples of the limit, which is a
     line. The scale is logarithmic: twice as much is as long everywhere."""

@@ -39,6 +39,12 @@ class Report(unittest.TestCase):
                          ["| reading / looking | 2.5 | **3** | 4 | Other 0.5 |", "| loading |  | 5 µs |  |  |"])
         self.assertEqual(report.table(rows, known, None).splitlines()[2], "| reading / looking | 2.5 | **3** | Other 0.5 |")
 
+    def test_a_page_shows_what_was_recorded_last(self):
+        page = "# Speed\n<!-- recorded: begin -->\n{}<!-- recorded: end -->\nafter\n"
+        self.assertEqual(report.page_with(page.format("old\n"), "new\n"), page.format("new\n"))
+        for incomplete in ("# Speed\n", "# Speed\n<!-- recorded: begin -->\n"):
+            self.assertRaises(ValueError, report.page_with, incomplete, "new\n")
+
     def test_a_drawing_of_nothing_is_a_drawing(self):
         xml.etree.ElementTree.fromstring(report.drawing({}, {}))
 

@@ -176,8 +176,10 @@ PairFinder& pairFinder() noexcept;
 /// place may tell of what stood there before, so that the mark has to be looked for there.
 class PairScan {
  public:
-  PairScan(const std::string& text, const PairTables& tables) noexcept : text_(text), tables_(tables) {
-    for (std::size_t begin = 0; begin < text_.size() && found_ != tables_.groups; begin += PairPlaces::kStretch) {
+  /// Of a text of which only the beginning counts, no pair is found that begins after its first `most` bytes.
+  PairScan(const std::string& text, const PairTables& tables, std::size_t most = std::string::npos) noexcept
+      : text_(text), tables_(tables), most_(most) {
+    for (std::size_t begin = 0; begin < end() && found_ != tables_.groups; begin += PairPlaces::kStretch) {
       look(begin, static_cast<std::uint8_t>(tables_.groups & ~found_));
       if (places_.blocks != 0) noteFirsts(begin);
     }
@@ -190,7 +192,7 @@ class PairScan {
   std::size_t next(std::size_t group, std::size_t from) noexcept {
     if ((found_ >> group & 1) == 0) return std::string::npos;
     from = std::max(from, first_[group]);
-    while (from < text_.size()) {
+    while (from < end()) {
       const bool isHere = from - begin_ < PairPlaces::kStretch && (groups_ >> group & 1) != 0;
       if (!isHere) look(from - from % PairPlaces::kStretch, static_cast<std::uint8_t>(1u << group));
       const std::size_t found = nextInStretch(group, from);
@@ -227,12 +229,13 @@ class PairScan {
   }
 
  private:
+  std::size_t end() const noexcept { return std::min(text_.size(), most_); }
+
   void look(std::size_t begin, std::uint8_t groups) noexcept {
     begin_ = begin;
     groups_ = groups;
-    const std::size_t left = text_.size() - begin;
-    const std::size_t size = std::min(left, PairPlaces::kStretch);
-    pairFinder().find({text_.data() + begin, size, left - size + 1}, tables_, groups, places_);
+    const std::size_t size = std::min(end() - begin, PairPlaces::kStretch);
+    pairFinder().find({text_.data() + begin, size, text_.size() - begin - size + 1}, tables_, groups, places_);
   }
 
   /// The next place after one that was found just now.
@@ -274,6 +277,7 @@ class PairScan {
 
   const std::string& text_;
   const PairTables& tables_;
+  const std::size_t most_;
   /// The stretch that was looked at last, and for which groups.
   std::size_t begin_ = 0;
   std::uint8_t groups_ = 0;

@@ -44,6 +44,12 @@ constexpr PairTables kTables = [] {
   return tables;
 }();
 
+constexpr PairTables kProtocolTables = [] {
+  PairTables tables;
+  tables.add(kProtocols, kProtocol);
+  return tables;
+}();
+
 constexpr PairTables kURLTables = [] {
   PairTables tables;
   for (std::size_t i = 0; i < std::size(kSecrets); ++i) tables.add(groupOfSecret(i), kSecrets[i]);
@@ -123,14 +129,33 @@ bool namesSecret(PairScan& scan) {
   return false;
 }
 
+/// Cuts a long text off at the query of a URL where its beginning shows that this is to be done, so that the rest needs
+/// no look. Whether it was.
+bool cutByItsBeginning(std::string& text) {
+  constexpr std::size_t kBeginning = 512;
+  if (text.size() <= 2 * kBeginning) return false;
+  PairScan scan(text, kProtocolTables, kBeginning);
+  const std::size_t protocol = scan.find(kProtocols, kProtocol);
+  // Of another protocol, a later one of the secure kind would count.
+  const std::size_t secureProtocol = protocol == kNowhere ? kNowhere : scan.find(kProtocols, kSecureProtocol, protocol);
+  if (secureProtocol == kNowhere) return false;
+  PairScan scanOfURL(text, kURLTables, kBeginning);
+  if (!namesSecret(scanOfURL)) return false;
+  const std::size_t query = findQuery(text, secureProtocol);
+  if (query != kNowhere) text.resize(query);
+  return query != kNowhere;
+}
+
 /// A URL loses its query when a secret is named anywhere in the text, and its meeting room's name is masked.
-void maskURL(std::string& text, Unit unit, PairScan& scan) {
+void maskURL(std::string& text, Unit unit, PairScan& scan, bool wasCut) {
   const std::size_t protocol = scan.find(kProtocols, kProtocol);
   if (protocol == kNowhere) return;
-  const std::size_t secureProtocol = scan.find(kProtocols, kSecureProtocol, protocol);
-  const std::size_t query = findQuery(text, secureProtocol != kNowhere ? secureProtocol : protocol);
   PairScan scanOfURL(text, kURLTables);
-  if (query != kNowhere && namesSecret(scanOfURL)) text.resize(query);
+  if (!wasCut) {
+    const std::size_t secureProtocol = scan.find(kProtocols, kSecureProtocol, protocol);
+    const std::size_t query = findQuery(text, secureProtocol != kNowhere ? secureProtocol : protocol);
+    if (query != kNowhere && namesSecret(scanOfURL)) text.resize(query);
+  }
   for (std::size_t i = 0; i < std::size(kMeetingPathKeys); ++i) {
     const Mark& key = kMeetingPathKeys[i];
     const std::size_t at = scanOfURL.find(groupOfMeetingPathKey(i), key);
@@ -253,9 +278,10 @@ void maskUserFolders(std::string& text, PairScan& scan, std::size_t group, const
 }
 
 void applyRules(std::string& text, Unit unit, const PairTables& tables, std::span<const std::string> furtherFolders) {
+  const bool wasCut = cutByItsBeginning(text);
   PairScan scan(text, tables);
   if (scan.foundNothing()) return;
-  maskURL(text, unit, scan);
+  maskURL(text, unit, scan, wasCut);
   maskUserName(text, unit, scan);
   maskMailAddresses(text, unit, scan);
   maskUserFolders(text, scan, kUserFolders, kUserFolder);
