@@ -60,14 +60,11 @@ class Installing(InterruptTest):
 class Writing(InterruptTest):
     """Commands that write files. What takes them a moment is a large file."""
 
-    def launcher_with(self, name, size=24):
+    def test_pack(self):
         def change(bundle):
             (bundle / "Contents/Resources").mkdir(exist_ok=True)
-            (bundle / "Contents/Resources/large").write_bytes(os.urandom(1 << 20) * size)
-        return Maker.launcher(self.here / name, change=change)
-
-    def test_pack(self):
-        bundle, archive = self.launcher_with("made"), self.here / "archives/launcher.zip"
+            (bundle / "Contents/Resources/large").write_bytes(os.urandom(1 << 20) * 40)
+        bundle, archive = Maker.launcher(self.here / "made", change=change), self.here / "archives/launcher.zip"
         archive.parent.mkdir()
         archive.write_text("what was there")
         folder = shlex.quote(str(archive.parent))
@@ -96,10 +93,12 @@ class Writing(InterruptTest):
         self.assertEqual(self.hidden(updates), [])
 
     def test_sign_stops_after_the_bundle_in_hand(self):
-        first, second = (self.launcher_with(name, size=200) for name in ("first", "second"))
-        for bundle in (first, second):
-            shutil.rmtree(bundle / "Contents/_CodeSignature")
-        reading = f'ls -l /proc/$child/fd 2>/dev/null | grep -qF {shlex.quote(str(first / "Contents/Resources/large"))}'
+        first, second = (Maker.launcher(self.here / name, identity=None) for name in ("first", "second"))
+        large = first / "Contents/Resources/large"
+        large.parent.mkdir(exist_ok=True)
+        with open(large, "wb") as file:
+            file.truncate(500 << 20)
+        reading = f"ls -l /proc/$child/fd 2>/dev/null | grep -qF {shlex.quote(str(large))}"
         shown = self.interrupted("sign", "-i", Maker.identity(), first, second, when=reading)
         self.assertEqual((shown.out, shown.err), ("", "tksctl: interrupted: 1 of 2 signed\n"))
         self.expect(tool("verify", "--deep", "-q", first), OK)
