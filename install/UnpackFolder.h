@@ -30,7 +30,7 @@ class UnpackFolder {
   /// Where the launcher is expected.
   const std::string& launcherPath() const { return launcher_; }
   /// Nobody else could open anything of the unpacked launcher for writing: it came into being in a folder that nobody
-  /// else could enter, and has left it with ordinary rights.
+  /// else could enter, and has left it for another such folder, or with rights that let nobody else write.
   bool isClosedToOthers() const { return isClosed_; }
 
  private:

@@ -42,10 +42,9 @@ class InstallThreats : public tks::test::InstallTest {
     EXPECT_EQ(launcherAt(target()), "4.9") << what;
     expectNothingLeft();
   }
-  static std::string contentPath(const std::string& bundle) {
-    return bundle + "/Contents/Resources/Grüße.lproj/Texts.strings";
-  }
 };
+
+std::string contentPath(const std::string& bundle) { return bundle + "/Contents/Resources/Grüße.lproj/Texts.strings"; }
 
 // Somebody who changes the package after it was checked.
 
@@ -109,25 +108,55 @@ class OpenVolume final : public tks::test::ForwardingFiles {
   }
 };
 
-TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
-  // Written through memory that was written to before, which sets no time of change.
-  char* mapped = nullptr;
-  world.tools.after[Tool::unzip] = [&](const auto&) {
-    const int file = ::open(contentPath(world.unpackedByTool()).c_str(), O_RDWR | O_CLOEXEC);
+/// Somebody who has mapped a file of the package into memory and written to it before, and writes during the check:
+/// that sets no time of change.
+class MappedWriter {
+ public:
+  explicit MappedWriter(tks::test::InstallWorld& world) : world_(world) {
+    world_.tools.after[Tool::unzip] = [this](const auto&) { map(); };
+  }
+  ~MappedWriter() {
+    if (memory_ != nullptr) ::munmap(memory_, 1);
+  }
+  void write() {
+    if (memory_ != nullptr) *memory_ ^= 1;
+  }
+  bool isThere() const { return memory_ != nullptr; }
+
+ private:
+  void map() {
+    const int file = ::open(contentPath(world_.unpackedByTool()).c_str(), O_RDWR | O_CLOEXEC);
     void* const memory = ::mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
     ::close(file);
     ASSERT_NE(memory, MAP_FAILED);
-    mapped = static_cast<char*>(memory);
-    *mapped = *static_cast<volatile char*>(mapped);
-  };
-  {
-    const std::string zip = archive("5.0.1");
-    const OpenVolume files;
-    WatchedSignatures signatures([&] { *mapped ^= 1; });
-    EXPECT_FALSE(install("5.0.1", zip));
+    memory_ = static_cast<char*>(memory);
+    *memory_ = *static_cast<volatile char*>(memory_);
   }
-  ASSERT_NE(mapped, nullptr);
-  ::munmap(mapped, 1);
+
+  tks::test::InstallWorld& world_;
+  char* memory_ = nullptr;
+};
+
+TEST_F(InstallThreats, APackageThatOthersCouldOpenIsProvenTwice) {
+  const std::string zip = archive("5.0.1");
+  MappedWriter writer(world);
+  const OpenVolume files;
+  WatchedSignatures signatures([&] { writer.write(); });
+  EXPECT_FALSE(install("5.0.1", zip));
+  EXPECT_TRUE(writer.isThere());
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
+TEST_F(InstallThreats, APackageThatOthersMayWriteToIsProvenTwice) {
+  // In a folder of all, with files that the umask leaves open.
+  const std::string zip = archive("5.0.1");
+  world.host.bundleIdentifier.reset();
+  MappedWriter writer(world);
+  WatchedSignatures signatures([&] { writer.write(); });
+  const mode_t before = ::umask(0);
+  EXPECT_FALSE(install("5.0.1", zip));
+  ::umask(before);
+  EXPECT_TRUE(writer.isThere());
   EXPECT_EQ(launcherAt(target()), "4.9");
 }
 
