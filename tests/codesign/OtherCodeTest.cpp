@@ -11,15 +11,20 @@ using namespace tks::test;
 using tks::signing::SigningOptions;
 using tks::signing::Storage;
 
+/// A framework of a version A, with a link to its resources at the top, unsigned.
+std::string makeFramework(const std::string& framework) {
+  writeFile(framework + "/Versions/A/Resources/Info.plist", infoPlist("F", "FMWK"));
+  writeBytes(framework + "/Versions/A/F", imageOf(6));
+  fs::create_symlink("A", framework + "/Versions/Current");
+  fs::create_symlink("Versions/Current/Resources", framework + "/Resources");
+  return framework;
+}
+
 TEST(OtherCode, FrameworksAreCheckedInTheirCurrentVersion) {
   TemporaryFolder folder;
-  const std::string framework = folder / "F.framework";
+  const std::string framework = makeFramework(folder / "F.framework");
   const std::string version = framework + "/Versions/A";
-  writeFile(version + "/Resources/Info.plist", infoPlist("F", "FMWK"));
-  writeBytes(version + "/F", imageOf(6));
-  fs::create_symlink("A", framework + "/Versions/Current");
   fs::create_symlink("Versions/Current/F", framework + "/F");
-  fs::create_symlink("Versions/Current/Resources", framework + "/Resources");
   signAs(framework);
   EXPECT_EQ(statusOf(framework), 0);
   EXPECT_EQ(statusOf(version), 0);
@@ -33,12 +38,8 @@ TEST(OtherCode, FrameworksAreCheckedInTheirCurrentVersion) {
 
 TEST(OtherCode, FrameworksWithAnotherExecutableAtTheTopAreAmbiguous) {
   TemporaryFolder folder;
-  const std::string framework = folder / "F.framework";
+  const std::string framework = makeFramework(folder / "F.framework");
   const std::string version = framework + "/Versions/A";
-  writeFile(version + "/Resources/Info.plist", infoPlist("F", "FMWK"));
-  writeBytes(version + "/F", imageOf(6));
-  fs::create_symlink("A", framework + "/Versions/Current");
-  fs::create_symlink("Versions/Current/Resources", framework + "/Resources");
   signAs(framework);
   EXPECT_EQ(statusOf(framework), 0);
   fs::create_hard_link(version + "/F", framework + "/F");
