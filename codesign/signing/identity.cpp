@@ -49,11 +49,13 @@ void addExtension(X509* certificate, X509* issuer, int kind, const char* value) 
   ::X509_EXTENSION_free(extension);
 }
 
-/// One of the marks by which authorities are told: an extension that holds an ASN.1 NULL.
-void addMark(X509* certificate, const char* identifier, bool critical) {
-  unsigned char null[] = {5, 0};
+/// One of the marks by which authorities are told: an extension that holds an ASN.1 NULL, or a text.
+void addMark(X509* certificate, const char* identifier, bool critical, const std::string& text = {}) {
+  constexpr char kNull = 5, kText = 12;
+  const std::string value = std::string{text.empty() ? kNull : kText, static_cast<char>(text.size())} + text;
   ASN1_OCTET_STRING* content = ::ASN1_OCTET_STRING_new();
-  ::ASN1_OCTET_STRING_set(content, null, sizeof null);
+  ::ASN1_OCTET_STRING_set(content, reinterpret_cast<const unsigned char*>(value.data()),
+                          static_cast<int>(value.size()));
   ASN1_OBJECT* object = ::OBJ_txt2obj(identifier, 1);
   X509_EXTENSION* extension = ::X509_EXTENSION_create_by_OBJ(nullptr, object, critical ? 1 : 0, content);
   ::X509_add_ext(certificate, extension, -1);
@@ -113,6 +115,7 @@ Certificate makeLeaf(EVP_PKEY* key, X509* issuer, EVP_PKEY* issuerKey, const Ide
   addExtension(leaf.get(), issuer, NID_ext_key_usage,
                plan.codeSigningUsage ? "critical,codeSigning" : "critical,serverAuth");
   addMark(leaf.get(), "1.2.840.113635.100.6.1.13", true);
+  if (!plan.issueDate.empty()) addMark(leaf.get(), "1.2.840.113635.100.6.1.33", false, plan.issueDate);
   if (plan.unknownCriticalExtension) addMark(leaf.get(), "1.3.6.1.4.1.99999.1", true);
   finish(leaf.get(), issuerKey, plan.certificateDigest);
   return leaf;

@@ -41,6 +41,7 @@ struct IdentityPlan : codesign::IdentityPlan {
   std::string certificateDigest = "SHA256";  ///< what certificates are signed over
   std::time_t notBefore = 0;                 ///< 0: yesterday
   std::time_t notAfter = 0;                  ///< 0: in ten years
+  std::string issueDate{};                   ///< what the leaf's mark of its issue date says; empty: no such mark
 };
 
 /// Makes keys and certificates. Throws std::runtime_error when that fails.

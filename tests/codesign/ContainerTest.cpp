@@ -197,6 +197,33 @@ std::size_t numberAt(const std::string& image, std::size_t at, std::size_t width
   return value;
 }
 
+TEST_F(Containers, ImagesMayHaveManyLoadCommands) {
+  // Commands of 40 bytes from the end of the others on, over code that nobody runs: the last ones stand far behind.
+  constexpr std::size_t kCommand = 40, kCount = 1000;
+  TKSData image = tks::signing::makeImage({.size = 100'000});
+  const auto store = [&](std::size_t at, std::size_t value) {
+    for (std::size_t i = 0; i < 4; ++i) image.at(at + i) = static_cast<std::uint8_t>(value >> 8 * i);
+  };
+  const std::string whole(image.begin(), image.end());
+  const std::size_t end = 32 + numberAt(whole, 20, 4);
+  std::fill_n(image.begin() + static_cast<std::ptrdiff_t>(end), kCount * kCommand + 16, 0);
+  for (std::size_t i = 0; i < kCount; ++i) {
+    store(end + i * kCommand, 0x26);  // where functions start
+    store(end + i * kCommand + 4, kCommand);
+  }
+  store(16, numberAt(whole, 16, 4) + kCount);
+  store(20, numberAt(whole, 20, 4) + kCount * kCommand);
+  writeBytes(file, image);
+  EXPECT_EQ(statusOf(file), -67062);
+  signAs(file);  // with a command of its own after all others
+  EXPECT_EQ(statusOf(file), 0);
+  EXPECT_EQ(informationOf(file)["format"], TKSValue("Mach-O thin (x86_64)"));
+  flip(file, end + 8 + 500 * kCommand);
+  EXPECT_EQ(statusOf(file), -67061);
+  flip(file, end + 7 + 500 * kCommand, 0x80);
+  EXPECT_EQ(statusOf(file), -67049) << "a command that is longer than all of them";
+}
+
 TEST_F(Containers, SigningKeepsTheLastSegmentAtTheEndOfTheImage) {
   for (const bool is64 : {true, false}) {
     const TKSData image = tks::signing::makeImage({.is64 = is64});
@@ -247,12 +274,7 @@ TEST_F(Containers, SealsInBinaryFormAreRead) {
       tks::platform::propertyLists().serialize(list, tks::platform::PropertyLists::Format::binary, nullptr).value();
   writeBytes(seal, binary);
   EXPECT_EQ(statusOf(app), -67023);
-  tks::signing::DirectoryPlan plan;
-  plan.identifier = "a";
-  plan.flags = 2;
-  plan.pageSizeLog = 0;
-  plan.components[3] = binary;
-  writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+  sealAs(app, binary);
   EXPECT_EQ(statusOf(app), 0);
   append(app + "/Contents/Resources/notes.txt", "x");
   EXPECT_EQ(statusOf(app), -67054);
@@ -269,13 +291,7 @@ TEST_F(Containers, SealsWithHundredsOfRulesAreRead) {
              "\\.txt$</key><dict><key>omit</key><true/><key>weight</key><real>30</real></dict>";
   }
   xml.insert(xml.find("<dict>", xml.find("<key>rules2</key>")) + 6, rules);
-  writeFile(seal, xml);
-  tks::signing::DirectoryPlan plan;
-  plan.identifier = "a";
-  plan.flags = 2;
-  plan.pageSizeLog = 0;
-  plan.components[3] = TKSData(xml.begin(), xml.end());
-  writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+  sealAs(app, xml);
   writeFile(app + "/Contents/Resources/a folder with a long name/file number 299.txt", "left out");
   EXPECT_EQ(statusOf(app), 0);
   writeFile(app + "/Contents/Resources/a folder with a long name/file number 300.txt", "not left out");
@@ -290,13 +306,7 @@ TEST_F(Containers, SealsThatAreNoPropertyListsAreRefused) {
   const auto statusWith = [&](std::string_view before, const std::string& added) {
     std::string xml = whole;
     xml.insert(xml.find(before), added);
-    writeFile(seal, xml);
-    tks::signing::DirectoryPlan plan;
-    plan.identifier = "a";
-    plan.flags = 2;
-    plan.pageSizeLog = 0;
-    plan.components[3] = TKSData(xml.begin(), xml.end());
-    writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+    sealAs(app, xml);
     return statusOf(app);
   };
   EXPECT_EQ(statusWith("<plist", ""), 0);
@@ -323,13 +333,7 @@ TEST_F(Containers, RulesWithoutAWeightWeighOne) {
                std::string("<key>^Extra/later</key><true/><key>^Extra/later\\.txt$</key><dict><key>omit</key><true/>"
                            "<key>weight</key><real>") +
                    weight + "</real></dict>");
-    writeFile(seal, xml);
-    tks::signing::DirectoryPlan plan;
-    plan.identifier = "a";
-    plan.flags = 2;
-    plan.pageSizeLog = 0;
-    plan.components[3] = TKSData(xml.begin(), xml.end());
-    writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+    sealAs(app, xml);
     EXPECT_EQ(statusOf(app) == 0, weight == std::string("1.5")) << weight;
   }
 }

@@ -266,14 +266,8 @@ TEST_F(Coverage, WhatMayLieBesideTheContentsAreFilesAndNoFolders) {
 TEST_F(Coverage, AnInfoPlistThatNobodySealedIsRefused) {
   const std::string program = makeApp(folder / "E.app", elfProgram());
   signAs(program, "nobody");
-  const std::string seal = contentOf(program + "/Contents/_CodeSignature/CodeResources");
-  tks::signing::DirectoryPlan plan;
-  plan.identifier = "a";
-  plan.flags = 2;
-  plan.pageSizeLog = 0;
-  plan.components[3] = TKSData(seal.begin(), seal.end());
   fs::remove(program + "/Contents/_CodeSignature/CodeRequirements");
-  writeBytes(program + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+  sealAs(program, bytesIn(program + "/Contents/_CodeSignature/CodeResources"));
   EXPECT_EQ(statusOf(program), 0);
   EXPECT_EQ(installStatusOf(program), -67030);
 }

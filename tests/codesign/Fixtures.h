@@ -61,6 +61,11 @@ inline void writeBytes(const std::string& path, const TKSData& bytes) {
   writeFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
+inline TKSData bytesIn(const std::string& path) {
+  const std::string content = contentOf(path);
+  return {content.begin(), content.end()};
+}
+
 /// An application of a folder's own, unsigned.
 inline std::string makeApp(const std::string& path, const TKSData& executable) {
   const std::string name = std::filesystem::path(path).stem().string();
@@ -95,6 +100,21 @@ inline void signAs(const std::string& path, const std::string& kind = "maker",
   if (adjust) adjust(options);
   signing::sign(path, options);
 }
+
+/// Gives an application of `elfProgram()` a seal, and a directory by nobody over it; the Info.plist counts on demand.
+inline void sealAs(const std::string& app, const TKSData& seal, bool withInfoPlist = false) {
+  const std::string parts = app + "/Contents/_CodeSignature/";
+  writeBytes(parts + "CodeResources", seal);
+  signing::DirectoryPlan plan;
+  plan.identifier = "a";
+  plan.flags = 2;
+  plan.pageSizeLog = 0;
+  if (withInfoPlist) plan.components[1] = bytesIn(app + "/Contents/Info.plist");
+  plan.components[3] = seal;
+  writeBytes(parts + "CodeDirectory", signing::makeDirectory(plan, elfProgram()));
+}
+
+inline void sealAs(const std::string& app, std::string_view seal) { sealAs(app, TKSData(seal.begin(), seal.end())); }
 
 /// Roots of the test identities in place of the platform maker's.
 inline codesign::AppleRoots rootsOf(const signing::Identity& whose) {

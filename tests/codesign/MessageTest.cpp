@@ -187,4 +187,15 @@ TEST(Certificates, AreValidUpToTheirLastSecond) {
   EXPECT_FALSE(valid(1600000001));
 }
 
+TEST(Certificates, AreNeverValidWithoutDates) {
+  for (auto* const date : {&::X509_getm_notBefore, &::X509_getm_notAfter}) {
+    tks::signing::IdentityPlan plan;
+    plan.rsa = false;
+    const tks::signing::Identity identity = tks::signing::makeIdentity(plan);
+    ASSERT_TRUE(tks::codesign::isValidAt(identity.leaf(), std::time(nullptr)));
+    ASSERT_EQ(::ASN1_STRING_set(date(identity.leaf()), "next summer", -1), 1);
+    EXPECT_FALSE(tks::codesign::isValidAt(identity.leaf(), std::time(nullptr)));
+  }
+}
+
 }  // namespace

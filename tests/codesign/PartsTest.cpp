@@ -96,6 +96,25 @@ TEST(CodeDirectories, NameTheirTeamFromTheVersionOnThatHasOne) {
   }
 }
 
+TEST(CodeDirectories, AreNoShorterThanTheFieldsOfTheirVersion) {
+  const std::pair<std::uint32_t, std::size_t> rows[] = {{0x20001, 44}, {0x20100, 48}, {0x20200, 52},
+                                                        {0x20300, 64}, {0x20400, 88}, {0x20500, 96}};
+  for (const auto& [version, size] : rows) {
+    const auto statusOfSize = [&, version = version](std::size_t count) {
+      TKSData blob(count);
+      tks::signing::store32(blob, 0, 0xfade0c02);
+      tks::signing::store32(blob, 4, static_cast<std::uint32_t>(count));
+      tks::signing::store32(blob, 8, version);
+      tks::signing::store32(blob, 20, 40);  // an empty identifier; no team, no code, no hashes
+      blob[36] = 32;
+      blob[37] = static_cast<std::uint8_t>(tks::codesign::HashType::sha256);
+      return statusFrom([&] { tks::codesign::CodeDirectory directory{ByteSource(blob)}; });
+    };
+    EXPECT_EQ(statusOfSize(size), 0) << version;
+    EXPECT_EQ(statusOfSize(size - 1), -67061) << version;
+  }
+}
+
 TEST(CodeDirectories, HavePagesOfASizeThatANumberCanHold) {
   tks::signing::DirectoryPlan plan;
   plan.identifier = "a";

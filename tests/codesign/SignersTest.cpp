@@ -25,11 +25,6 @@ using tks::signing::SigningOptions;
 constexpr std::int32_t kSignatureFailed = -67061;
 constexpr std::int32_t kSignatureInvalid = -67045;
 
-TKSData bytesOf(const std::string& path) {
-  const std::string content = contentOf(path);
-  return {content.begin(), content.end()};
-}
-
 /// As applications were signed long ago: one directory, and a message that lists none.
 void asLongAgo(SigningOptions& options) {
   options.hashTypes = {HashType::sha1};
@@ -50,9 +45,9 @@ TKSData forgedDirectory(const std::string& app, const TKSData& code, std::uint8_
   plan.identifier = "com.tarvo.A";
   plan.team = "T4RV0K0VRA";
   plan.pageSizeLog = pageSizeLog;
-  plan.components[1] = bytesOf(app + "/Contents/Info.plist");
+  plan.components[1] = bytesIn(app + "/Contents/Info.plist");
   plan.components[2] = requirements;
-  plan.components[3] = bytesOf(app + "/Contents/_CodeSignature/CodeResources");
+  plan.components[3] = bytesIn(app + "/Contents/_CodeSignature/CodeResources");
   return tks::signing::makeDirectory(plan, code);
 }
 
@@ -62,7 +57,7 @@ TEST(SeveralDirectories, OfAMessageThatNamesNoneAreRefused) {
   signAs(app, "maker", asLongAgo);
   EXPECT_EQ(statusOf(app), 0);
   const std::string parts = app + "/Contents/_CodeSignature/";
-  const TKSData forged = forgedDirectory(app, elfProgram(), 0, bytesOf(parts + "CodeRequirements"));
+  const TKSData forged = forgedDirectory(app, elfProgram(), 0, bytesIn(parts + "CodeRequirements"));
   EXPECT_EQ(statusOf(app), -67023) << "the resources are others";
   writeBytes(parts + "CodeRequirements-1", forged);
   EXPECT_EQ(statusOf(app), kSignatureFailed);
@@ -79,7 +74,7 @@ TEST(SeveralDirectories, InThePaddingOfAnOldSignatureAreRefused) {
   const auto image = tks::codesign::MachO::open(file);
   const auto area = *image->layout(image->slices().front()).signature;
   const tks::codesign::SuperBlob super(tks::codesign::ByteSource(file).part(area.offset, area.size));
-  const TKSData whole = bytesOf(executable);
+  const TKSData whole = bytesIn(executable);
   const TKSData code(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(area.offset));
   const auto part = [&](std::uint32_t slot) { return *super.component(slot)->all(1 << 20); };
   const TKSData message = part(0x10000);
@@ -131,7 +126,7 @@ class Architectures : public ::testing::Test {
       fs::remove_all(app);
       makeApp(app, arm ? images.arm : images.intel);
       (arm ? signArm : signIntel)(app);
-      both.push_back(bytesOf(app + "/Contents/MacOS/A"));
+      both.push_back(bytesIn(app + "/Contents/MacOS/A"));
     }
     writeBytes(app + "/Contents/MacOS/A", tks::signing::makeUniversal(both));
     return app;
@@ -196,6 +191,35 @@ TEST_F(Architectures, AllSealTheBundleThatIsInstalled) {
   EXPECT_EQ(installStatusOf(app), -67023);
 }
 
+TEST_F(Architectures, OfThisMachineSealTheBundleWhereverTheyStand) {
+#if defined(__aarch64__)
+  const TKSData own = Images().arm;
+#else
+  const TKSData own = Images().intel;
+#endif
+  // Of a processor that stands before this machine's.
+  const TKSData other = tks::signing::makeImage({.type = 7, .subtype = 3, .is64 = false});
+  const auto signedSlice = [&](const TKSData& image, const std::string& notes) {
+    fs::remove_all(app);
+    makeApp(app, image);
+    writeFile(app + "/Contents/Resources/notes.txt", notes);
+    signAs(app);
+    return bytesIn(app + "/Contents/MacOS/A");
+  };
+  const auto statusWith = [&](const TKSData& ownSlice, const TKSData& otherSlice) {
+    const std::string executable = app + "/Contents/MacOS/A";
+    writeBytes(executable, tks::signing::makeUniversal({otherSlice, ownSlice}));
+    return statusOf(app);
+  };
+  const TKSData ownOfOld = signedSlice(own, "old notes");
+  const TKSData otherOfOld = signedSlice(other, "old notes");
+  const TKSData otherOfNew = signedSlice(other, "notes");
+  const TKSData ownOfNew = signedSlice(own, "notes");  // what is there now
+  EXPECT_EQ(statusWith(ownOfNew, otherOfNew), 0);
+  EXPECT_EQ(statusWith(ownOfNew, otherOfOld), 0) << "this machine's seal counts";
+  EXPECT_EQ(statusWith(ownOfOld, otherOfNew), -67023);
+}
+
 TEST(NestedArchitectures, OfOtherSignersAreRefused) {
   TemporaryFolder folder;
   const Images images;
@@ -206,7 +230,7 @@ TEST(NestedArchitectures, OfOtherSignersAreRefused) {
     writeBytes(helper, arm ? images.arm : images.intel);
     signAs(helper, arm ? "forger" : "maker",
            [](SigningOptions& options) { options.requirement = "identifier \"helper\""; });
-    both.push_back(bytesOf(helper));
+    both.push_back(bytesIn(helper));
   }
   signAs(app);
   writeBytes(helper, tks::signing::makeUniversal(both));
@@ -243,13 +267,13 @@ TEST(MessageDigests, ThatCanBeForgedAreRefused) {
   signAs(app, "maker", [&](SigningOptions& options) { options.identity = &maker; });
   for (const char* digest : {"SHA1", "SHA256", "SHA384", "SHA512"}) {
     writeBytes(parts + "CodeSignature",
-               tks::signing::signDirectories(maker, {{HashType::sha256, bytesOf(parts + "CodeDirectory")}},
+               tks::signing::signDirectories(maker, {{HashType::sha256, bytesIn(parts + "CodeDirectory")}},
                                              withDigest(digest)));
     EXPECT_EQ(statusOf(app), 0) << digest;
   }
   for (const char* digest : {"MD5", "RIPEMD160"}) {
     writeBytes(parts + "CodeSignature",
-               tks::signing::signDirectories(maker, {{HashType::sha256, bytesOf(parts + "CodeDirectory")}},
+               tks::signing::signDirectories(maker, {{HashType::sha256, bytesIn(parts + "CodeDirectory")}},
                                              withDigest(digest)));
     EXPECT_EQ(statusOf(app), kSignatureFailed) << digest;
     EXPECT_FALSE(TKSUtilBase::checkTrust(app)) << digest;

@@ -106,6 +106,28 @@ TEST_F(Assessment, AcceptsCertificatesFromBeforeNotarization) {
   expectVerdict(app, 0, app + ": accepted\nsource=Developer ID\n" + kOrigin);
 }
 
+TEST_F(Assessment, BelievesTheMarkOfACertificatesIssueDateMoreThanItsBeginning) {
+  const auto expectVerdictOn = [&](const char* issueDate, std::time_t notBefore, int code, const std::string& verdict) {
+    tks::signing::IdentityPlan plan;
+    plan.rsa = false;
+    plan.issueDate = issueDate;
+    plan.notBefore = notBefore;
+    const tks::signing::Identity marked = tks::signing::makeIdentity(plan);
+    fs::remove_all(app);
+    makeApp(app, elfProgram());
+    signAs(app, "maker", [&](SigningOptions& options) { options.identity = &marked; });
+    expectVerdict(app, code, app + ": " + verdict + kOrigin);
+  };
+  constexpr std::time_t kOld = 1500000000;  // July 2017
+  const std::string accepted = "accepted\nsource=Developer ID\n";
+  const std::string rejected = "rejected\nsource=Unnotarized Developer ID\n";
+  expectVerdictOn("20190407000000Z", 0, 0, accepted);
+  expectVerdictOn("20190408000000Z", kOld, 3, rejected);
+  expectVerdictOn("20991231235959Z", kOld, 3, rejected);
+  expectVerdictOn("2019-04-07", kOld, 0, accepted);  // no eight digits: the beginning counts
+  expectVerdictOn("2019-04-07", 0, 3, rejected);
+}
+
 TEST_F(Assessment, RejectsWhatNobodyKnownSigned) {
   makeApp(app, elfProgram());
   expectVerdict(app, 3, app + ": rejected\nsource=no usable signature\n");

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "formats/apple_double.h"
 #include "tests/codesign/Fixtures.h"
 
 namespace {
@@ -254,21 +255,43 @@ TEST_F(AnApp, WithASealOfTheFirstVersionIsInstalledWhenNothingElseIsInIt) {
   EXPECT_EQ(installStatusOf(app), -67003);
 }
 
+TEST_F(AnApp, WithASealOfTheFirstVersionMayHaveLinksWithinItselfWhereNoRuleLooks) {
+  const std::string app = makeApp(folder / "A.app", tks::signing::makeImage({}));
+  signAs(app, "maker", [](SigningOptions& options) {
+    options.firstVersionSeal = true;
+    options.hashTypes = {HashType::sha1};
+  });
+  fs::create_directories(app + "/Contents/Extras");
+  fs::create_symlink("../Resources/notes.txt", app + "/Contents/Extras/notes");
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), 0);
+  fs::remove(app + "/Contents/Extras/notes");
+  fs::create_symlink("../../../notes.txt", app + "/Contents/Extras/notes");
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), -67003);
+}
+
+TEST_F(AnApp, WithAttributesInSideCarsIsWhole) {
+  const std::string app = makeApp(folder / "A.app", tks::signing::makeImage({}));
+  signAs(app);
+  const TKSData attributes =
+      tks::formats::serializeAppleDouble({TKSDictionary{{"com.tarvo.note", TKSData{1, 2, 3}}}}).value();
+  const std::string sideCar = app + "/Contents/Resources/._notes.txt";
+  writeBytes(sideCar, attributes);
+  EXPECT_EQ(statusOf(app), 0);
+  EXPECT_EQ(installStatusOf(app), 0);
+  fs::rename(sideCar, app + "/Contents/Resources/._nothing");
+  EXPECT_EQ(statusOf(app), -67054) << "of nothing";
+  EXPECT_EQ(installStatusOf(app), -67054);
+}
+
 TEST_F(AnApp, WithRulesThatLeaveOutFilesIsInstalledWithoutThem) {
   const std::string app = makeApp(folder / "A.app", elfProgram());
   signAs(app);
   replaceIn(seal(app), "<key>^.*</key>",
             "<key>^Resources/cache/</key><dict><key>omit</key><true/><key>weight</key><real>50</real></dict>"
             "<key>^.*</key>");
-  const std::string content = contentOf(seal(app));
-  tks::signing::DirectoryPlan plan;
-  plan.identifier = "a";
-  plan.flags = 2;
-  plan.pageSizeLog = 0;
-  const std::string info = contentOf(app + "/Contents/Info.plist");
-  plan.components[1] = TKSData(info.begin(), info.end());
-  plan.components[3] = TKSData(content.begin(), content.end());
-  writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+  sealAs(app, bytesIn(seal(app)), true);
   EXPECT_EQ(statusOf(app), 0);
   EXPECT_EQ(installStatusOf(app), 0);
   writeFile(app + "/Contents/Resources/cache/index", "x");
@@ -292,17 +315,7 @@ TEST_F(AnApp, SealedWithOddRulesIsRefused) {
     makeApp(app, elfProgram());
     signAs(app);
     replaceIn(seal(app), from, to);
-    // Signed again over the odd seal, by its parts.
-    const TKSData odd = [&] {
-      const std::string content = contentOf(seal(app));
-      return TKSData(content.begin(), content.end());
-    }();
-    tks::signing::DirectoryPlan plan;
-    plan.identifier = "a";
-    plan.flags = 2;
-    plan.pageSizeLog = 0;
-    plan.components[3] = odd;
-    writeBytes(app + "/Contents/_CodeSignature/CodeDirectory", tks::signing::makeDirectory(plan, elfProgram()));
+    sealAs(app, bytesIn(seal(app)));
     return statusOf(app);
   };
   EXPECT_EQ(resealed("no such text", ""), 0);
@@ -312,6 +325,26 @@ TEST_F(AnApp, SealedWithOddRulesIsRefused) {
   EXPECT_EQ(resealed("<key>hash2</key>", "<key>hash9</key>"), -67054);  // only the SHA-1 is left, which cannot match
   EXPECT_EQ(resealed("</plist>", ""), 0);
   EXPECT_EQ(resealed("<dict>", "<dict"), -67058);
+}
+
+TEST_F(AnApp, SealedWithAContainerInPlaceOfAFieldIsRefused) {
+  const std::string app = makeApp(folder / "A.app", elfProgram());
+  signAs(app);
+  const std::string whole = contentOf(seal(app));
+  const auto statusWith = [&](const std::string& field, const std::string& value) {
+    std::string changed = whole;
+    const std::size_t entry = changed.find("<key>Resources/notes.txt</key>", changed.find("<key>files2</key>"));
+    changed.insert(changed.find("</dict>", entry), "<key>" + field + "</key>" + value);
+    sealAs(app, changed);
+    return statusOf(app);
+  };
+  EXPECT_EQ(statusWith("note", "<string>x</string>"), 0);
+  for (const char* container : {"<array><string>x</string></array>", "<dict><key>a</key><true/></dict>"}) {
+    EXPECT_EQ(statusWith("note", container), 0) << "fields that are not known may hold anything";
+    for (const char* field : {"symlink", "requirement", "optional", "hash2"}) {
+      EXPECT_EQ(statusWith(field, container), -67055) << field << container;
+    }
+  }
 }
 
 TEST_F(AnApp, ChecksTheSignatureOfNestedCodeAndNotItsPages) {

@@ -5,6 +5,7 @@
 #include "install/AcceptedVersion.h"
 #include "install/ReplaceBundle.h"
 #include "tests/install/InstallTest.h"
+#include "tests/support/ForwardingFiles.h"
 #include "tests/support/ScopedOptions.h"
 
 // What a host may ask of installations beyond what is described, each by itself.
@@ -112,6 +113,33 @@ TEST_F(InstallOptions, APreviousLauncherThatIsNoLongerWholeIsNotPutBack) {
   EXPECT_FALSE(InstallTest::install("5.0.2", file("none.zip", "no archive")));
   EXPECT_EQ(launcherAt(target()), "none");
   EXPECT_TRUE(logged(8, "The previous launcher is not put back: "));
+}
+
+/// Files of a volume on which something does not change places with anything.
+class StuckItem : public tks::test::ForwardingFiles {
+ public:
+  explicit StuckItem(std::string path) : path_(std::move(path)) {}
+
+  bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
+    if (first != path_) return real().exchange(first, second, error);
+    if (error != nullptr) *error = TKSError("test", 5, "stuck");
+    return false;
+  }
+
+ private:
+  std::string path_;
+};
+
+TEST_F(InstallOptions, APreviousLauncherThatCannotBePutBackStaysWhereItIs) {
+  const TKSOptions options{.keepPreviousLauncher = true};
+  ASSERT_TRUE(install("5.0.1", options));
+  reject("5.0.2");
+  const StuckItem stuck(kept());
+  EXPECT_FALSE(install("5.0.2", options));
+  EXPECT_TRUE(logged(8, "The previous launcher is not put back: "));
+  EXPECT_FALSE(logged(4, "Launcher broken, the previous one was put back: "));
+  EXPECT_EQ(launcherAt(target()), "none") << "a broken launcher does not stay";
+  EXPECT_EQ(launcherAt(kept()), "5.0.1");
 }
 
 TEST_F(InstallOptions, APreviousLauncherThatIsBrokenTooIsRemovedAsWell) {
