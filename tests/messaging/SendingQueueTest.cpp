@@ -308,38 +308,41 @@ TEST_F(SendingQueueTest, AbandonDropsWhatWaits) {
   EXPECT_THAT(wire_->written, IsEmpty());
 }
 
-/// A sink that has no memory left to note who waits for room, at first.
-class ForgetfulSink final : public tks::platform::ByteSink {
+/// A sink that passes everything on to a wire.
+class ForwardingSink : public tks::platform::ByteSink {
  public:
-  explicit ForgetfulSink(std::shared_ptr<Wire> wire) : sink_(std::move(wire)) {}
+  explicit ForwardingSink(std::shared_ptr<Wire> wire) : sink_(std::move(wire)) {}
   tks::platform::ChannelIdentity identity() const override { return sink_.identity(); }
   tks::platform::Transfer write(std::span<const char> bytes) override { return sink_.write(bytes); }
   void expect(std::size_t size) override { sink_.expect(size); }
-  void whenWritable(std::function<void()> ready) override {
-    if (std::exchange(forgetful_, false)) throw std::bad_alloc();
-    sink_.whenWritable(std::move(ready));
-  }
+  void whenWritable(std::function<void()> ready) override { sink_.whenWritable(std::move(ready)); }
 
  private:
   WireSink sink_;
+};
+
+/// A sink that has no memory left to note who waits for room, at first.
+class ForgetfulSink final : public ForwardingSink {
+ public:
+  using ForwardingSink::ForwardingSink;
+  void whenWritable(std::function<void()> ready) override {
+    if (std::exchange(forgetful_, false)) throw std::bad_alloc();
+    ForwardingSink::whenWritable(std::move(ready));
+  }
+
+ private:
   bool forgetful_ = true;
 };
 
 /// A sink that counts how often somebody waits for room.
-class CountingSink final : public tks::platform::ByteSink {
+class CountingSink final : public ForwardingSink {
  public:
-  explicit CountingSink(std::shared_ptr<Wire> wire) : sink_(std::move(wire)) {}
-  tks::platform::ChannelIdentity identity() const override { return sink_.identity(); }
-  tks::platform::Transfer write(std::span<const char> bytes) override { return sink_.write(bytes); }
-  void expect(std::size_t size) override { sink_.expect(size); }
+  using ForwardingSink::ForwardingSink;
   void whenWritable(std::function<void()> ready) override {
     ++waits;
-    sink_.whenWritable(std::move(ready));
+    ForwardingSink::whenWritable(std::move(ready));
   }
   int waits = 0;
-
- private:
-  WireSink sink_;
 };
 
 TEST_F(SendingQueueTest, RoomIsWaitedForOnceHoweverManyFramesWait) {
