@@ -42,7 +42,6 @@ inline int chosen() noexcept {
   ::close(file);
   return number;
 }
-inline const int kChosen = chosen();
 inline std::atomic<bool> reached[4096];
 inline void tell(const char* text, int size) noexcept {
   const int file = ::open("NOTES", O_WRONLY | O_APPEND | O_CLOEXEC);
