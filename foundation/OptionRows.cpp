@@ -51,7 +51,8 @@ constexpr OptionRow kRows[] = {
 
     // Privacy.
     {"maskReceived", &TKSOptions::maskReceived, kNone, "Received messages are masked wherever they appear."},
-    {"noMessagesInErrors", &TKSOptions::noMessagesInErrors, kNone, "Errors hold no text of received messages."},
+    {"noMessagesInErrors", &TKSOptions::noMessagesInErrors, kNone,
+     "Errors hold no text of messages that could not be understood."},
     {"unlinkMessageFiles", &TKSOptions::unlinkMessageFiles, kNone,
      "Files of a conversation are removed once both sides have them open."},
 

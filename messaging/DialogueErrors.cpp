@@ -13,6 +13,7 @@
 #include "foundation/values/IntegerValue.h"
 #include "messaging/Dialogue.h"
 #include "messaging/FatalErrors.h"
+#include "messaging/MessageText.h"
 #include "platform/platform.h"
 
 // Errors, failures of the transport, and clean-ups.
@@ -99,7 +100,7 @@ void Dialogue::handleError(const TKSError& error) {
 }
 
 void Dialogue::handleErrorText(const std::string& text) {
-  handleError(defaultErrorWithLine(TKSErrorReason::refusedByLauncher, text));
+  handleError(defaultErrorWithLine(TKSErrorReason::refusedByLauncher, asReported(text)));
 }
 
 void Dialogue::handleLaunchError(const TKSDictionary& info) {
@@ -113,7 +114,7 @@ void Dialogue::handleLaunchError(const TKSDictionary& info) {
   const std::int32_t number =
       code != nullptr ? integerValue(*code) : integerValue(tks_message_error_code_launch_meeting_failed);
   const TKSError error = makeError(reasonOfLaunchersCode(number), TKSITKSDomain, number,
-                                   text != nullptr ? text->description() : "Unknown error");
+                                   text != nullptr ? asReported(text->description()) : "Unknown error");
   callHost("launchErrorBlock", take(handler_.launchErrorBlock), error);
 }
 

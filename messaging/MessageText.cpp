@@ -20,10 +20,11 @@ bool appendText(const TKSMessage& message, std::string& out, TKSError* error) {
   }
 }
 
-std::string ReceivedText::description() const {
-  if (!utf8::isValid(bytes_)) return "(null)";
-  return options().maskReceived ? TKSILog::removeSensitiveInformation(bytes_) : std::string(bytes_);
+std::string asReported(std::string_view text) {
+  return options().maskReceived ? TKSILog::removeSensitiveInformation(text) : std::string(text);
 }
+
+std::string ReceivedText::description() const { return utf8::isValid(bytes_) ? asReported(bytes_) : "(null)"; }
 
 std::string ReceivedText::inErrors() const {
   return options().noMessagesInErrors ? formatted("(%lu bytes)", bytes_.size()) : description();

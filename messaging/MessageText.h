@@ -12,6 +12,9 @@ namespace tks::messaging {
 /// appended until then is taken back.
 bool appendText(const TKSMessage& message, std::string& out, TKSError* error);
 
+/// A text of the launcher as lines and errors report it: masked where the options want it.
+std::string asReported(std::string_view text);
+
 /// A received text as lines and messages show it: "(null)" unless it is UTF-8, masked where the options want it. Looks
 /// at the bytes only when a line is made. Holds a view, so use it as an argument of a format only.
 class ReceivedText {

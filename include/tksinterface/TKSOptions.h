@@ -88,9 +88,11 @@ struct TKS_EXPORT TKSOptions {
 
   // Privacy.
 
-  /// The text of a received message is masked before it gets into any line or error.
+  /// The text of a received message is masked before it gets into any line or error, what the launcher says in an
+  /// error of its own as well.
   bool maskReceived = false;
-  /// The text of a received message, which may repeat the parameters of a launch, gets into no error: its length does.
+  /// The text of a received message that cannot be understood, which may repeat the parameters of a launch, gets into
+  /// no error: its length does. What the launcher says in an error of its own is reported all the same.
   bool noMessagesInErrors = false;
   /// Conversations over files go on without names: files and folder are removed as soon as the launcher has answered
   /// the greeting, and has both open by that. For launchers with this library, 0.1.0 or later, or others that go by

@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/messaging/Conversation.h"
 #include "tests/messaging/HandlerTest.h"
+#include "tests/support/ScopedOptions.h"
 
 // What the conversation makes of the launcher's answers.
 
@@ -116,6 +118,25 @@ TEST_F(HandlerTest, LinesOfALaunchersError) {
                                            "\"error_message\" = \"jane.***@a.example timed out\";\n}"}));
   EXPECT_THAT(talk_.events(),
               ElementsAre("sends disconnect", "calls launchError TKSITKSDomain 2007 jane.roe@a.example timed out"));
+}
+
+TEST_F(HandlerTest, TextsOfALaunchersErrorAreMaskedWhereTheHostWantsThat) {
+  const std::pair<const char*, std::string> rows[] = {
+      {R"({"error_code":"2007","error_message":"jane.roe@a.example timed out"})", "TKSITKSDomain 2007 jane."},
+      {R"("jane.roe@a.example timed out")", "TKSIDefaultDomain 0 jane."}};
+  for (const bool masked : {false, true}) {
+    const tks::test::ScopedOptions scope({.maskReceived = masked});
+    for (const auto& [body, beginning] : rows) {
+      talk_.connect();
+      talk_.launch();
+      talk_.events();
+      talk_.saysError(body);
+      const std::string user = masked ? "***" : "roe";
+      EXPECT_THAT(talk_.events(), Contains("calls launchError " + beginning + user + "@a.example timed out"));
+      talk_.saysType("disconnect_ack");
+      talk_.events();
+    }
+  }
 }
 
 TEST_F(HandlerTest, ErrorsCodeAndTextHaveStandIns) {
