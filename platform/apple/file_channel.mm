@@ -67,19 +67,19 @@ class FileSource final : public ByteSource {
   }
 
  private:
-  /// The path still names this file, and the file is not shorter than what was read. Sets errno when not.
+  /// The path still names this file, or its name was dropped, and the file is not shorter than what was read. Sets errno when
+  /// not. The path comes first, and then whether its name was dropped: it may go between the two.
   bool isIntact() const {
     struct stat open {};
     struct stat named {};
     if (fstat(descriptor_->get(), &open) != 0) return false;
-    if (posix::isNameDropped(descriptor_->get())) {
-      errno = ESTALE;
-      return open.st_size >= position_;
-    }
-    if (lstat(path_.c_str(), &named) != 0) return false;
-    const bool same = open.st_dev == named.st_dev && open.st_ino == named.st_ino && open.st_size >= position_;
-    if (!same) errno = ESTALE;
-    return same;
+    const bool isThere = lstat(path_.c_str(), &named) == 0;
+    const int reason = isThere ? ESTALE : errno;
+    const bool isInPlace = isThere && open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+    const bool isDropped = !isInPlace && posix::isNameDropped(descriptor_->get());
+    if ((isInPlace || isDropped) && open.st_size >= position_) return true;
+    errno = isDropped ? ESTALE : reason;
+    return false;
   }
 
   SharedDescriptor descriptor_;

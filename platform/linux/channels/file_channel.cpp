@@ -132,12 +132,13 @@ class GrowingFile : public std::enable_shared_from_this<GrowingFile> {
     return std::nullopt;
   }
 
+  /// The place comes first, and then whether its name was dropped: it may go between the two.
   std::optional<TKSError> lookAtPlace() const {
-    if (posix::isNameDropped(file_.descriptor.get())) return std::nullopt;
     struct stat facts {};
-    if (::lstat(path_.c_str(), &facts) != 0) return brokenFile(path_, "the file was removed");
-    if (identityOf(facts) != file_.identity) return brokenFile(path_, "another file took its place");
-    return std::nullopt;
+    const bool isThere = ::lstat(path_.c_str(), &facts) == 0;
+    if (isThere && identityOf(facts) == file_.identity) return std::nullopt;
+    if (posix::isNameDropped(file_.descriptor.get())) return std::nullopt;
+    return brokenFile(path_, isThere ? "another file took its place" : "the file was removed");
   }
 
   OpenFile file_;
