@@ -18,8 +18,8 @@ namespace {
 
 constexpr int kHosts = 200;
 constexpr int kStarts = 10'000;
-/// What is held at most in the first so many is compared with what is held at least in the last so many: what is under way for a
-/// moment comes and goes, and what is never given back stays.
+/// What is held at most in the first so many is compared with what is held at least in the last so many: what is under
+/// way for a moment comes and goes, and what is never given back stays.
 constexpr int kWarmUp = 500;
 /// What the allocator may take more, over all of them.
 constexpr long kMostKilobytes = 2048;
@@ -152,7 +152,8 @@ Verdict startAndStop(double scale) {
   }
   const bool flat = after.kilobytes - before.kilobytes <= kMostKilobytes && after.descriptors <= before.descriptors &&
                     after.threads <= before.threads + kMostThreads;
-  return {flat, std::to_string(starts) + " of them, at first at most " + shown(before) + ", at last at least " + shown(after)};
+  return {flat, std::to_string(starts) + " of them, at first at most " + shown(before) + ", at last at least " +
+                    shown(after)};
 }
 
 }  // namespace tks::bars

@@ -67,8 +67,8 @@ class FileSource final : public ByteSource {
   }
 
  private:
-  /// The path still names this file, or its name was dropped, and the file is not shorter than what was read. Sets errno when
-  /// not. The path comes first, and then whether its name was dropped: it may go between the two.
+  /// The path still names this file, or its name was dropped, and the file is not shorter than what was read. Sets
+  /// errno when not. The path comes first, and then whether its name was dropped: it may go between the two.
   bool isIntact() const {
     struct stat open {};
     struct stat named {};

@@ -196,8 +196,8 @@ TEST_F(PreferencesTest, AProcessKilledWhileItStoresHarmsNothing) {
   ASSERT_TRUE(preferences().set("mine", 1, nullptr));
   for (int round = 0; round < 12; ++round) {
     // What it makes for itself stays when it is killed, and goes with this home.
-    ChildProcess child = ChildProcess::inRole("store-preferences", {home_.realHome(), "k", "100000"},
-                                              {"TMPDIR=" + home_.temporary()});
+    ChildProcess child =
+        ChildProcess::inRole("store-preferences", {home_.realHome(), "k", "100000"}, {"TMPDIR=" + home_.temporary()});
     const std::string goal = "k" + std::to_string(round);
     ASSERT_TRUE(waitUntil([&] { return !preferences().value(goal).isNothing(); }));
     ::kill(child.pid(), SIGKILL);

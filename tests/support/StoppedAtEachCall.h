@@ -15,14 +15,14 @@ namespace tks::test {
 
 /// What happens around a process that is halted, see stoppedAtEachCall.
 struct WhileStopped {
-  std::function<void()> before;           ///< before each start
-  std::function<void()> meanwhile;        ///< while the process stands still
+  std::function<void()> before;              ///< before each start
+  std::function<void()> meanwhile;           ///< while the process stands still
   std::function<void(int code)> afterwards;  ///< with its exit code, after it has gone on to its end
 };
 
-/// Plays a role in another process, which stops itself (SIGSTOP) where it becomes of interest, and halts it before or after its
-/// n-th system call from there, for every n until it comes to its end first. Returns how often it was halted, or -1 where
-/// processes may not be traced.
+/// Plays a role in another process, which stops itself (SIGSTOP) where it becomes of interest, and halts it before or
+/// after its n-th system call from there, for every n until it comes to its end first. Returns how often it was halted,
+/// or -1 where processes may not be traced.
 inline int stoppedAtEachCall(std::string_view role, const Arguments& arguments, const WhileStopped& what) {
   const auto waitFor = [](pid_t child, int options) {
     int status = 0;
