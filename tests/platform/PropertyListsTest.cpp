@@ -2,7 +2,11 @@
 
 #include <chrono>
 #include <cmath>
+#include <concepts>
+#include <functional>
 #include <limits>
+#include <string>
+#include <utility>
 
 #include "platform/platform.h"
 #include "tests/support/PropertyListSamples.h"
@@ -24,9 +28,23 @@ PropertyLists& lists() { return tks::platform::propertyLists(); }
 TKSValue parsed(std::string_view text) { return lists().parse(bytesOf(text), nullptr); }
 TKSValue parsed(const TKSData& content) { return lists().parse(content, nullptr); }
 
+/// A value, or how to make one that is large: a program makes the parameters of all its tests whenever it starts.
+template <class Value>
+class Made {
+ public:
+  template <std::convertible_to<Value> Given>
+  Made(Given given) : make_([value = Value(std::move(given))] { return value; }) {}
+  Made(Value (*make)()) : make_(make) {}
+
+  Value operator()() const { return make_(); }
+
+ private:
+  std::function<Value()> make_;
+};
+
 struct NamedText {
   const char* name;
-  std::string text;
+  Made<std::string> text;
   friend std::ostream& operator<<(std::ostream& out, const NamedText& named) { return out << named.name; }
 };
 
@@ -39,22 +57,22 @@ std::string nameOf(const testing::TestParamInfo<Parameter>& info) {
 
 struct NamedValue {
   const char* name;
-  TKSValue value;
+  Made<TKSValue> value;
   friend std::ostream& operator<<(std::ostream& out, const NamedValue& named) { return out << named.name; }
 };
 
 class PropertyListValues : public testing::TestWithParam<NamedValue> {};
 
 TEST_P(PropertyListValues, ComeBackFromBothForms) {
-  const TKSDictionary dictionary{{"value", GetParam().value}, {"array", TKSArray{GetParam().value}}};
+  const TKSDictionary dictionary{{"value", GetParam().value()}, {"array", TKSArray{GetParam().value()}}};
   for (const Format format : {Format::xml, Format::binary}) {
     TKSError error;
     const std::optional<TKSData> content = lists().serialize(dictionary, format, &error);
     ASSERT_TRUE(content) << error.description();
     const TKSValue read = lists().parse(*content, &error);
     EXPECT_EQ(read, TKSValue(dictionary)) << read.description() << error.description();
-    EXPECT_EQ(read["value"].kind(), GetParam().value.kind());
-    EXPECT_EQ(read["array"][0].kind(), GetParam().value.kind());
+    EXPECT_EQ(read["value"].kind(), GetParam().value().kind());
+    EXPECT_EQ(read["array"][0].kind(), GetParam().value().kind());
   }
 }
 
@@ -120,7 +138,7 @@ class ValuesThatPropertyListsDoNotHave : public testing::TestWithParam<NamedValu
 TEST_P(ValuesThatPropertyListsDoNotHave, AreRefused) {
   for (const Format format : {Format::xml, Format::binary}) {
     TKSError error;
-    EXPECT_EQ(lists().serialize(GetParam().value, format, &error), std::nullopt);
+    EXPECT_EQ(lists().serialize(GetParam().value(), format, &error), std::nullopt);
     EXPECT_FALSE(error.localizedDescription.empty());
     EXPECT_NE(error.code, 0);
   }
@@ -137,7 +155,7 @@ INSTANTIATE_TEST_SUITE_P(All, ValuesThatPropertyListsDoNotHave,
                                          NamedValue{"NullInside", TKSDictionary{{"a", TKSArray{TKSNull()}}}},
                                          NamedValue{"NothingInside", TKSArray{TKSValue()}},
                                          NamedValue{"TooDeep", nestedArrays(513)},
-                                         NamedValue{"MuchTooDeep", nestedArrays(100000)}),
+                                         NamedValue{"MuchTooDeep", +[] { return nestedArrays(100000); }}),
                          nameOf<NamedValue>);
 
 TEST(PropertyLists, NestingOf512IsWrittenAndRead) {
@@ -233,11 +251,11 @@ class BadXml : public testing::TestWithParam<NamedText> {};
 
 TEST_P(BadXml, GivesNothingAndAnError) {
   TKSError error;
-  EXPECT_EQ(lists().parse(bytesOf(GetParam().text), &error), TKSValue());
+  EXPECT_EQ(lists().parse(bytesOf(GetParam().text()), &error), TKSValue());
   EXPECT_FALSE(error.domain.empty());
   EXPECT_NE(error.code, 0);
   EXPECT_FALSE(error.localizedDescription.empty());
-  EXPECT_EQ(lists().parse(bytesOf(GetParam().text), nullptr), TKSValue());
+  EXPECT_EQ(lists().parse(bytesOf(GetParam().text()), nullptr), TKSValue());
 }
 
 const std::string kEntities =
@@ -277,11 +295,12 @@ INSTANTIATE_TEST_SUITE_P(
         NamedText{"ReferenceBeyondUnicode", xml("<string>&#x110000;</string>")},
         NamedText{"ReferenceTooLong", xml("<string>&#99999999999999999999;</string>")},
         NamedText{"EntitiesOfItsOwn", kEntities}, NamedText{"EntityFromAFile", kExternalEntity},
-        NamedText{"TooDeep", nestedArraysXml(513)}, NamedText{"ArraysMuchTooDeep", nestedArraysXml(100000)},
-        NamedText{"DictionariesMuchTooDeep", nestedDictionariesXml(100000)},
-        NamedText{"UnclosedArraysMuchTooDeep", "<plist>" + repeated("<array>", 100000)},
-        NamedText{"UnclosedComments", "<plist>" + repeated("<!--", 100000)},
-        NamedText{"TooLarge", xml("<string>" + std::string(16u << 20, 'x') + "</string>")}),
+        NamedText{"TooDeep", nestedArraysXml(513)},
+        NamedText{"ArraysMuchTooDeep", +[] { return nestedArraysXml(100000); }},
+        NamedText{"DictionariesMuchTooDeep", +[] { return nestedDictionariesXml(100000); }},
+        NamedText{"UnclosedArraysMuchTooDeep", +[] { return "<plist>" + repeated("<array>", 100000); }},
+        NamedText{"UnclosedComments", +[] { return "<plist>" + repeated("<!--", 100000); }},
+        NamedText{"TooLarge", +[] { return xml("<string>" + std::string(16u << 20, 'x') + "</string>"); }}),
     nameOf<NamedText>);
 
 TEST(PropertyLists, UnsignedIntegersOf64BitsAreKeptInEitherForm) {
@@ -315,7 +334,7 @@ TEST(PropertyLists, RealsBeyondTheRangeAreInfiniteOrZero) {
 
 struct NamedData {
   const char* name;
-  TKSData data;
+  Made<TKSData> data;
   friend std::ostream& operator<<(std::ostream& out, const NamedData& named) { return out << named.name; }
 };
 
@@ -323,7 +342,7 @@ class BadBinary : public testing::TestWithParam<NamedData> {};
 
 TEST_P(BadBinary, GivesNothingAndAnError) {
   TKSError error;
-  EXPECT_EQ(lists().parse(GetParam().data, &error), TKSValue());
+  EXPECT_EQ(lists().parse(GetParam().data(), &error), TKSValue());
   EXPECT_FALSE(error.domain.empty());
   EXPECT_NE(error.code, 0);
   EXPECT_FALSE(error.localizedDescription.empty());
@@ -384,9 +403,10 @@ INSTANTIATE_TEST_SUITE_P(
         NamedData{"UnknownSimpleObject", BinaryList{.objects = {"\x07"}}.build()},
         NamedData{"UnknownKind", BinaryList{.objects = {"\x70"}}.build()},
         NamedData{"TextIsBroken", BinaryList{.objects = {"\x52\xFF\xFE"}}.build()},
-        NamedData{"TooDeep", nestedArraysBinary(513)}, NamedData{"MuchTooDeep", nestedArraysBinary(100000)},
+        NamedData{"TooDeep", nestedArraysBinary(513)},
+        NamedData{"MuchTooDeep", +[] { return nestedArraysBinary(100000); }},
         NamedData{"TwoTo100Values", doublingBinary(100)}, NamedData{"TwoTo30Values", doublingBinary(30)},
-        NamedData{"TooLarge", TKSData((16u << 20) + 1, 'x')}),
+        NamedData{"TooLarge", +[] { return TKSData((16u << 20) + 1, 'x'); }}),
     nameOf<NamedData>);
 
 TEST(PropertyLists, CuttingABinaryListAnywhereGivesNothing) {
