@@ -8,6 +8,7 @@
 
 #include "foundation/Errors.h"
 #include "interface/Facade.h"
+#include "messaging/MessageText.h"
 
 namespace tks::interface {
 namespace {
@@ -28,9 +29,10 @@ void FacadeHandler::handleMessage(const TKSMessage& message, TKSMessageHandlerDe
   const std::optional<Event> event = eventOf(message);
   if (!facade || !event) return TKSIMessageHandler::handleMessage(message, sender);
   // The other events of messages fail nobody.
-  const TKSError error = *event == Event::launcherRefused
-                             ? defaultError(TKSErrorReason::refusedByLauncher, message.message.description())
-                             : TKSError();
+  const TKSError error =
+      *event == Event::launcherRefused
+          ? defaultError(TKSErrorReason::refusedByLauncher, messaging::asReported(message.message.description()))
+          : TKSError();
   facade->step(*event, error, [&] { TKSIMessageHandler::handleMessage(message, sender); });
 }
 

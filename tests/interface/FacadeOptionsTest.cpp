@@ -77,6 +77,23 @@ TEST_F(FacadeOptions, EveryCallerOfAGreetingHearsOfTheLimitOnce) {
                                                       silent("two failed", "hello", 30000)));
 }
 
+TEST_F(FacadeOptions, EveryCallerHearsWhatALauncherRefusesWithTheNamesMasked) {
+  options_.set({.maskReceived = true});
+  connect();
+  tks_.start(finish("one"), error("one failed"));
+  tks_.start(finish("two"), error("two failed"));
+  tks_.stop(finish("three"), error("three failed"));
+  tks_.stop(finish("four"), error("four failed"));
+  waitUntilHeard();
+  world_.says("error", "\"jane.roe@a.example is not invited\"");
+  settle();
+  std::vector<std::string> expected;
+  for (const char* name : {"one", "two", "three", "four"}) {
+    expected.push_back(std::string(name) + " failed: jane.***@a.example is not invited");
+  }
+  EXPECT_THAT(called(), testing::UnorderedElementsAreArray(expected));
+}
+
 TEST_F(FacadeOptions, LaunchThatStartsASilentLauncherFailsOnce) {
   options_.set({.helloLimit = 30000});
   tks_.launchMeetingWithParam(TKSDictionary{{"gpcurlroot", "https://meet.example"}}, finish("launched"),
