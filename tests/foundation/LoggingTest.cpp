@@ -1,4 +1,5 @@
 #include "foundation/Trace.h"
+#include "foundation/logging/HeldLines.h"
 #include "foundation/logging/Logging.h"
 
 #include <gmock/gmock.h>
@@ -113,6 +114,21 @@ TEST_F(Logging, ACallbackThatLogsAgainIsServedEightLinesDeep) {
   EXPECT_THAT(lines, ElementsAre("line 0", "line 1", "line 2", "line 3", "line 4", "line 5", "line 6", "line 7"));
   TKSILog::logWithLevel(TKSILogLevelInfo, "again");
   EXPECT_THAT(lines, SizeIs(16));
+}
+
+TEST_F(Logging, LinesThatAreHeldBackComeInOrderWhenTheOutermostScopeEnds) {
+  const LogRecorder log;
+  {
+    const tks::HeldLines outer;
+    TKSILog::logWithLevel(TKSILogLevelInfo, "one");
+    {
+      const tks::HeldLines inner;
+      TKSILog::logWithLevel(TKSILogLevelError, "two");
+    }
+    TKSILog::logWithLevel(TKSILogLevelInfo, "three");
+    EXPECT_THAT(log.lines(), IsEmpty());
+  }
+  EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "one"}, LogLine{8, "two"}, LogLine{2, "three"}));
 }
 
 TEST_F(Logging, ACallbackMayReplaceItselfWhileItRuns) {

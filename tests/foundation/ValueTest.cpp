@@ -275,6 +275,22 @@ TEST(Array, AChangedCopyLeavesTheOriginalAsItWas) {
   EXPECT_EQ(inner, (TKSArray{"changed"}));
 }
 
+TEST(Array, IsAssignedLikeAnyValue) {
+  TKSArray one{1};
+  TKSArray other{2, TKSArray{3}};
+  one = other;
+  one.append(4);
+  EXPECT_EQ(one, (TKSArray{2, TKSArray{3}, 4}));
+  EXPECT_EQ(other, (TKSArray{2, TKSArray{3}}));
+  const TKSArray& itself = one;
+  one = itself;
+  EXPECT_EQ(one, (TKSArray{2, TKSArray{3}, 4}));
+  other = std::move(one);
+  EXPECT_EQ(other, (TKSArray{2, TKSArray{3}, 4}));
+  one = TKSArray{5};
+  EXPECT_EQ(one, (TKSArray{5})) << "what was moved from can be assigned to";
+}
+
 TEST(Array, CanHoldItselfAsItWas) {
   TKSArray array{1};
   array.append(array);

@@ -115,18 +115,26 @@ TEST_F(InstallOptions, APreviousLauncherThatIsNoLongerWholeIsNotPutBack) {
   EXPECT_TRUE(logged(8, "The previous launcher is not put back: "));
 }
 
-/// Files of a volume on which something does not change places with anything.
+/// Files of a volume on which a certain item does not change places with another, or with which nothing does.
 class StuckItem : public tks::test::ForwardingFiles {
  public:
-  explicit StuckItem(std::string path) : path_(std::move(path)) {}
+  enum class Way { out, in };
+  StuckItem(Way way, std::string path) : way_(way), path_(std::move(path)) {}
 
   bool exchange(std::string_view first, std::string_view second, TKSError* error) override {
-    if (first != path_) return real().exchange(first, second, error);
-    if (error != nullptr) *error = TKSError("test", 5, "stuck");
-    return false;
+    return (way_ == Way::out ? first : second) == path_ ? fail(error) : real().exchange(first, second, error);
+  }
+  bool move(std::string_view from, std::string_view to, TKSError* error) override {
+    return (way_ == Way::out ? from : to) == path_ ? fail(error) : real().move(from, to, error);
   }
 
  private:
+  static bool fail(TKSError* error) {
+    if (error != nullptr) *error = {"D", 7, "stuck"};
+    return false;
+  }
+
+  Way way_;
   std::string path_;
 };
 
@@ -134,12 +142,35 @@ TEST_F(InstallOptions, APreviousLauncherThatCannotBePutBackStaysWhereItIs) {
   const TKSOptions options{.keepPreviousLauncher = true};
   ASSERT_TRUE(install("5.0.1", options));
   reject("5.0.2");
-  const StuckItem stuck(kept());
+  const StuckItem stuck(StuckItem::Way::out, kept());
   EXPECT_FALSE(install("5.0.2", options));
-  EXPECT_TRUE(logged(8, "The previous launcher is not put back: "));
+  EXPECT_TRUE(log.has(
+      8, "The previous launcher is not put back: " + shown(kept()) + ", error: Error Domain=D Code=7 \"stuck\""));
   EXPECT_FALSE(logged(4, "Launcher broken, the previous one was put back: "));
   EXPECT_EQ(launcherAt(target()), "none") << "a broken launcher does not stay";
   EXPECT_EQ(launcherAt(kept()), "5.0.1");
+}
+
+TEST_F(InstallOptions, APreviousLauncherThatCannotBeKeptStopsNoInstallation) {
+  const TKSOptions options{.keepPreviousLauncher = true};
+  const std::string line =
+      "The previous launcher is not kept: " + shown(kept()) + ", error: Error Domain=D Code=7 \"stuck\"";
+  ASSERT_TRUE(install("5.0.1", options));
+  {
+    const StuckItem stuck(StuckItem::Way::in, kept());
+    EXPECT_TRUE(install("5.0.2", options));
+    EXPECT_TRUE(log.has(4, line)) << "none was kept before";
+  }
+  EXPECT_EQ(launcherAt(target()), "5.0.2");
+  EXPECT_THAT(namesIn(parent()), ElementsAre(TKSAppName));
+  ASSERT_TRUE(install("5.0.3", options));
+  {
+    const StuckItem stuck(StuckItem::Way::in, kept());
+    EXPECT_TRUE(install("5.0.4", options));
+    EXPECT_TRUE(log.has(4, line)) << "one was";
+  }
+  EXPECT_EQ(launcherAt(target()), "5.0.4");
+  EXPECT_EQ(launcherAt(kept()), "5.0.2");
 }
 
 TEST_F(InstallOptions, APreviousLauncherThatIsBrokenTooIsRemovedAsWell) {

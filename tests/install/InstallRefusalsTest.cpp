@@ -159,4 +159,88 @@ TEST_F(OddPlaces, ARefusedArchiveIsUnsafeToInstallForTheSameReason) {
   EXPECT_EQ(launcherAt(target()), "4.9");
 }
 
+// Volumes that fail in ways of their own.
+
+constexpr const char* kStuck = "Error Domain=D Code=7 \"stuck\"";
+
+/// Fails with paths of which this is a part.
+class StuckFiles : public tks::test::ForwardingFiles {
+ public:
+  explicit StuckFiles(std::string part) : part_(std::move(part)) {}
+
+ protected:
+  bool isStuck(std::string_view path, TKSError* error) const {
+    if (path.find(part_) == std::string_view::npos) return false;
+    if (error != nullptr) *error = {"D", 7, "stuck"};
+    return true;
+  }
+
+ private:
+  std::string part_;
+};
+
+TEST_F(OddPlaces, APlaceThatCannotBeLockedIsLeftAlone) {
+  class Unlocked final : public StuckFiles {
+    using StuckFiles::StuckFiles;
+    std::unique_ptr<tks::platform::FileLock> lock(std::string_view path, std::chrono::milliseconds patience,
+                                                  TKSError* error) override {
+      return isStuck(path, error) ? nullptr : ForwardingFiles::lock(path, patience, error);
+    }
+  };
+  putLauncher("4.9");
+  const std::string zip = archive("5.0.1");
+  const Unlocked files{parent()};
+  EXPECT_FALSE(install("5.0.1", zip));
+  EXPECT_TRUE(log.has(8, std::string("Cannot wait for other installations: ") + kStuck));
+  EXPECT_EQ(launcherAt(target()), "4.9");
+  expectNothingLeft();
+}
+
+TEST_F(OddPlaces, AFolderThatStaysAfterUnpackingIsToldAndStopsNothing) {
+  class Sticky final : public StuckFiles {
+    using StuckFiles::StuckFiles;
+    bool remove(std::string_view path, TKSError* error) override {
+      return !isStuck(path, error) && ForwardingFiles::remove(path, error);
+    }
+  };
+  const std::string zip = archive("5.0.1");
+  const Sticky files{"/.unpacking-"};
+  EXPECT_TRUE(install("5.0.1", zip));
+  EXPECT_TRUE(log.has(4, std::string("Cannot remove what an installation left: ") + kStuck));
+  EXPECT_EQ(launcherAt(target()), "5.0.1");
+}
+
+TEST_F(OddPlaces, AnUnpackedLauncherThatCannotBeLookedThroughIsRefused) {
+  class Unreadable final : public StuckFiles {
+    using StuckFiles::StuckFiles;
+    bool visitTree(std::string_view folder, const std::function<bool(const tks::platform::TreeItem&)>& visit,
+                   TKSError* error) override {
+      return !isStuck(folder, error) && ForwardingFiles::visitTree(folder, visit, error);
+    }
+  };
+  class Fixed final : public StuckFiles {
+    using StuckFiles::StuckFiles;
+    bool setPermissions(std::string_view path, std::uint32_t permissions, TKSError* error) override {
+      return !isStuck(path, error) && ForwardingFiles::setPermissions(path, permissions, error);
+    }
+  };
+  putLauncher("4.9");
+  const std::string zip = archive("5.0.1");
+  world.tools.after[Tool::unzip] = [this](const auto&) {
+    fs::permissions(world.unpackedByTool() + "/Contents/Info.plist", fs::perms(0600));
+  };
+  {
+    const Unreadable files{"/.unpacking-"};
+    EXPECT_FALSE(install("5.0.1", zip));
+    EXPECT_THAT(log.texts(8), testing::Contains("Refuse to unpack: " + shown(zip) + ", stuck"));
+  }
+  {
+    const Fixed files{"/.unpacking-"};
+    EXPECT_FALSE(install("5.0.1", zip));
+    EXPECT_THAT(log.texts(8), testing::Contains(HasSubstr("stuck")));
+  }
+  EXPECT_EQ(launcherAt(target()), "4.9");
+  EXPECT_TRUE(install("5.0.1", zip));
+}
+
 }  // namespace

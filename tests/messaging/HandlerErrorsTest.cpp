@@ -54,6 +54,25 @@ TEST_F(HandlerTest, ErrorStringBecomesTheDefaultError) {
   EXPECT_THAT(talk_.events(), ElementsAre("calls helloError TKSIDefaultDomain 0 text"));
 }
 
+TEST_F(HandlerTest, CleaningUpDropsTheFinishCallbacksUncalledAndKeepsTheOthers) {
+  talk_.hello();
+  talk_.launch();
+  talk_.events();
+  handler().cleanupFinishBlocksAfterError();
+  EXPECT_FALSE(handler().helloFinishBlock || handler().launchFinishBlock);
+  EXPECT_TRUE(handler().helloErrorBlock && handler().launchErrorBlock);
+  EXPECT_THAT(talk_.events(), IsEmpty());
+}
+
+TEST_F(HandlerTest, InformationAboutALaunchIsTheLaunchersError) {
+  talk_.hello();
+  talk_.launch();
+  talk_.events();
+  handler().handleLaunchErrorMessageInfo({{"error_code", "2007"}, {"error_message", "timed out"}});
+  EXPECT_THAT(talk_.events(), ElementsAre("calls launchError TKSITKSDomain 2007 timed out"));
+  EXPECT_TRUE(handler().helloErrorBlock);
+}
+
 TEST_F(HandlerTest, ErrorWithNobodyToTellOnlyCleansUp) {
   talk_.log.clear();
   handler().handleError({"D", 3, "text"});
