@@ -104,16 +104,22 @@ class Output {
   /// -1 once everything was read, which poll ignores.
   int descriptor() const { return reader_.get(); }
 
-  /// Reads all that is there now.
-  void read() {
+  /// Reads all that is there now: how much it was.
+  std::size_t read() {
     // Not on the stack: hosts call from threads that have little of it.
     if (piece_.empty()) piece_.resize(kPieceSize);
+    std::size_t sum = 0;
     while (reader_) {
       const ssize_t count = posix::retried([&] { return ::read(reader_.get(), piece_.data(), piece_.size()); });
-      if (count < 0 && errno == EAGAIN) return;
-      if (count <= 0) return reader_.reset();
+      if (count < 0 && errno == EAGAIN) return sum;
+      if (count <= 0) {
+        reader_.reset();
+        return sum;
+      }
+      sum += static_cast<std::size_t>(count);
       text_.append(piece_.data(), std::min(static_cast<std::size_t>(count), limit_ - text_.size()));
     }
+    return sum;
   }
 
   std::string take() { return std::move(text_); }
@@ -127,22 +133,47 @@ class Output {
   std::string text_;
 };
 
+/// When to look again at a tool that may write so much and no more, or whose progress is told. What it prints is not
+/// waited for: a tool that unpacks prints a line for each file, and each would wake this thread and cost the tool time.
+/// Looks come more often when it prints so much that the pipe could be full before the next one.
+class Looks {
+ public:
+  int intervalAfter(std::size_t printed) {
+    interval_ = printed > kMuch ? std::max(interval_ / 2, 1) : std::min(interval_ * 2, kLookIntervalMilliseconds);
+    return interval_;
+  }
+
+ private:
+  /// A quarter of what a pipe holds.
+  static constexpr std::size_t kMuch = 16384;
+  int interval_ = 1;
+};
+
+/// Waits until there is something to read, the tool has ended or so much time is over.
+void waitFor(const RunningTool& tool, const Output& output, bool isLookedAt, std::chrono::milliseconds::rep longest) {
+  // A tool that cannot be watched tells of its end by that of its output.
+  const int printing = isLookedAt && tool.descriptor() >= 0 ? -1 : output.descriptor();
+  std::array<pollfd, 2> watched{{{printing, POLLIN, 0}, {tool.descriptor(), POLLIN, 0}}};
+  ::poll(watched.data(), watched.size(), static_cast<int>(longest));
+}
+
 /// Reads the output until the tool has ended: 0, or the number of the limit that it reached before.
 int readToTheEnd(RunningTool& tool, Output& output, const ToolRequest& request) {
   const Clock::time_point deadline = Clock::now() + request.timeLimit;
+  const bool isLookedAt = request.writeLimit || request.onWritten;
+  Looks looks;
   while (true) {
     const bool ended = tool.hasEnded();  // ask before the last read: output from before the end is there
-    output.read();
+    const std::size_t printed = output.read();
     if (ended) return 0;
-    const std::uint64_t written = request.writeLimit || request.onWritten ? tool.written() : 0;
+    const std::uint64_t written = isLookedAt ? tool.written() : 0;
     if (request.writeLimit && written > *request.writeLimit) return EFBIG;
     if (request.onWritten) request.onWritten(written);
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) return ETIMEDOUT;
-    std::array<pollfd, 2> watched{{{output.descriptor(), POLLIN, 0}, {tool.descriptor(), POLLIN, 0}}};
-    const bool isWatched = tool.descriptor() >= 0 && !request.writeLimit && !request.onWritten;
-    const auto longest = isWatched ? std::chrono::milliseconds::rep{60000} : kLookIntervalMilliseconds;
-    ::poll(watched.data(), watched.size(), static_cast<int>(std::min(left, longest)));
+    std::chrono::milliseconds::rep longest = tool.descriptor() >= 0 ? 60000 : kLookIntervalMilliseconds;
+    if (isLookedAt) longest = looks.intervalAfter(printed);
+    waitFor(tool, output, isLookedAt, std::min(left, longest));
   }
 }
 

@@ -5,8 +5,11 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string>
+#include <string_view>
 
 #include "platform/platform.h"
 #include "tests/platform/SystemToolsTest.h"
@@ -66,6 +69,30 @@ TEST(StandardTools, TheProcessorTextComesFromTheKernel) {
 
 TEST(StandardTools, OtherVariablesHaveNoTool) {
   EXPECT_FALSE(tks::platform::systemTools().run({Tool::sysctl, {"-n", "kern.version"}}).started);
+}
+
+TEST_F(SystemTools, AToolThatPrintsLineAfterLineIsNotLookedAtForEachOfThem) {
+  constexpr int kLines = 300;
+  // Another program between two lines gives this process the time to read each of them by itself.
+  script(Tool::unzip, "i=0; while [ $i -lt " + std::to_string(kLines) +
+                          " ]; do echo line; /bin/sh -c 'exit 0'; i=$((i+1)); done; echo end");
+  int looks = 0;
+  ToolRequest request{Tool::unzip, {}};
+  request.onWritten = [&looks](std::uint64_t) { ++looks; };
+  const auto start = std::chrono::steady_clock::now();
+  const ToolResult result = run(request);
+  const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+  EXPECT_EQ(result.output.size(), kLines * std::string_view("line\n").size() + std::string_view("end\n").size());
+  EXPECT_LE(looks, passed.count() / 10 + 10) << "looks come by the time that passes, not by what is printed";
+  EXPECT_GT(looks, 0);
+}
+
+TEST_F(SystemTools, AToolThatPrintsMuchWhileItIsLookedAtIsReadToTheEnd) {
+  constexpr std::size_t kBytes = 5'000'000;
+  script(Tool::unzip, "exec head -c " + std::to_string(kBytes) + " /dev/zero");
+  ToolRequest request{Tool::unzip, {}};
+  request.writeLimit = 2 * kBytes;
+  EXPECT_EQ(run(request).output.size(), kBytes);
 }
 
 TEST_F(SystemTools, AFileThatATooLongOneWouldBecomeStopsAtTheLimit) {
