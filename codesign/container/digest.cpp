@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "codesign/container/library_context.h"
 #include "codesign/container/sha256_lockstep.h"
 #include "codesign/container/status.h"
 
@@ -31,7 +32,7 @@ Cryptography& Cryptography::shared() {
 
 Cryptography::Cryptography() {
   const ErrorQueueGuard guard;
-  context_ = ::OSSL_LIB_CTX_new();
+  context_ = makeLibraryContext();
   constexpr const char* kNames[] = {nullptr, "SHA1", "SHA2-256", "SHA2-256", "SHA2-384"};
   for (std::size_t i = 1; i < functions_.size(); ++i) functions_[i] = ::EVP_MD_fetch(context_, kNames[i], nullptr);
 }
