@@ -210,6 +210,8 @@ bool BinaryReader::readObject(std::uint64_t number, bool asKey) {
   const std::uint8_t low = content_[position] & 0xF;
   if (asKey && marker != kAscii && marker != kUtf16) return fail("a key is no text");
   if (!spend(sizeof(TKSValue))) return false;
+  // Most are texts: all keys, and many values. The processor foresees this question better than the jump to any kind.
+  if (marker == kAscii) return ascii(position + 1, low);
   double number64 = 0;
   switch (marker) {
     case kSimple:
@@ -224,8 +226,6 @@ bool BinaryReader::readObject(std::uint64_t number, bool asKey) {
       if (low != 3 || !real(position + 1, low, number64)) return fail("a date is none");
       builder_.date(TKSDate{number64 + kSecondsTo2001});
       return true;
-    case kAscii:
-      return ascii(position + 1, low);
     case kIdentifier:
       return identifier(position + 1, low);
     default:
