@@ -1,6 +1,7 @@
 #include "codesign/trust/certificates.h"
 
 #include <openssl/asn1.h>
+#include <openssl/crypto.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
@@ -38,12 +39,15 @@ constexpr std::array<std::uint8_t, 32> digestFrom(std::string_view hexadecimal) 
   return digest;
 }
 
+/// Memory that OpenSSL gave. OPENSSL_free would put the path of this file into the library.
+void release(void* memory) { ::CRYPTO_free(memory, "", 0); }
+
 std::string utf8(const ASN1_STRING* text) {
   unsigned char* converted = nullptr;
   const int length = ::ASN1_STRING_to_UTF8(&converted, text);
   if (length < 0) return {};
   std::string result(reinterpret_cast<const char*>(converted), static_cast<std::size_t>(length));
-  ::OPENSSL_free(converted);
+  release(converted);
   return result;
 }
 
@@ -171,7 +175,7 @@ TKSData derOf(X509* certificate) {
   const int length = ::i2d_X509(certificate, &encoded);
   if (length < 0) fail(status::kInternalError);
   TKSData der(encoded, encoded + length);
-  ::OPENSSL_free(encoded);
+  release(encoded);
   return der;
 }
 
