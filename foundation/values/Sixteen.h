@@ -33,6 +33,16 @@ Sixteen marksOf(Comparison comparison) noexcept {
   return reinterpret_cast<Sixteen>(comparison);
 }
 
+/// Whether a byte is marked, by all its bits.
+inline bool haveMark(Sixteen marks) noexcept {
+#ifdef __SSE2__
+  using Signed [[gnu::vector_size(16)]] = char;
+  return __builtin_ia32_pmovmskb128(reinterpret_cast<Signed>(marks)) != 0;
+#else
+  return !isZero(marks);
+#endif
+}
+
 /// Where the first byte that is marked, by all its bits, stands; sixteen when none is.
 inline std::size_t firstMarked(Sixteen marks) noexcept {
   const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2>>(marks);

@@ -21,34 +21,52 @@ class DocumentBlock {
  public:
   /// `expectedBytes`: about how much memory the values will take, so that it comes in one piece.
   explicit DocumentBlock(std::size_t expectedBytes) noexcept : expectedBytes_(expectedBytes) {}
-  DocumentBlock(const DocumentBlock&) = delete;
-  DocumentBlock& operator=(const DocumentBlock&) = delete;
+  /// The other one has no block any more.
+  DocumentBlock(DocumentBlock&& other) noexcept
+      : expectedBytes_(other.expectedBytes_), room_(std::exchange(other.room_, {})) {}
+  DocumentBlock& operator=(DocumentBlock&& other) noexcept {
+    std::swap(expectedBytes_, other.expectedBytes_);
+    std::swap(room_, other.room_);
+    return *this;
+  }
   ~DocumentBlock() {
-    if (block_ != nullptr) block_->release();
+    if (room_.block != nullptr) room_.block->release();
   }
 
-  Block* get() const noexcept { return block_; }
+  Block* get() const noexcept { return room_.block; }
+  /// Memory for a node, aligned to eight. Throws std::bad_alloc and changes nothing then.
   void* allocate(std::size_t bytes) {
-    if (block_ == nullptr) block_ = Block::make(expectedBytes_);
-    return block_->allocate(bytes);
+    bytes = (bytes + 7) & ~std::size_t{7};
+    // What grows gets a copy: nobody else then knows the address of the room, which can stay in registers.
+    if (bytes > static_cast<std::size_t>(room_.end - room_.next)) room_ = grown(room_, bytes, expectedBytes_);
+    char* const memory = room_.next;
+    room_.next += bytes;
+    return memory;
   }
   /// A text or data whose bytes are still to be filled in.
   Node* makeNode(TKSValue::Kind kind, std::size_t size) {
     void* const memory = allocate(sizeof(Node) + size + kBytesBehind);
-    return new (memory) Node(kind, size, block_);
+    return new (memory) Node(kind, size, room_.block);
   }
+  /// Takes the node that was made last back.
+  void takeBack(Node* node) noexcept { room_.next = reinterpret_cast<char*>(node); }
   /// Begins with memory of the caller's, see Block::makeIn. Before anything else.
-  void useMemory(std::span<char> memory, Block::Freer freer) noexcept { block_ = Block::makeIn(memory, freer); }
+  void useMemory(std::span<char> memory, Block::Freer freer) noexcept { room_ = Block::makeIn(memory, freer); }
   /// Leaves the block to the finished value.
   void handOver(const TKSValue& value) noexcept {
     // The block's first reference becomes that of the value.
-    if (block_ != nullptr && !Access::isShared(value)) block_->release();
-    block_ = nullptr;
+    if (room_.block != nullptr && !Access::isShared(value)) room_.block->release();
+    room_ = {};
   }
 
  private:
+  [[gnu::noinline, gnu::cold]] static Block::Room grown(Block::Room room, std::size_t bytes,
+                                                        std::size_t expectedBytes) {
+    return room.block == nullptr ? Block::make(std::max(expectedBytes, bytes)) : room.block->addChunk(bytes);
+  }
+
   std::size_t expectedBytes_;
-  Block* block_ = nullptr;
+  Block::Room room_;
 };
 
 /// Texts up to this size are copied sixteen bytes at a time, longer ones by a call for each piece. A call for all of a
@@ -70,18 +88,28 @@ inline void copyInStrides(char* to, std::string_view from) noexcept {
   }
 }
 
-/// As copyInStrides; false when there is a certain byte among those to be copied, and the copy is worth nothing then.
-inline bool copyWithout(char excluded, char* to, std::string_view from) noexcept {
-  if (from.size() <= kWorthACall) {
-    Sixteen found{};
-    for (std::size_t done = 0; done < from.size(); done += sizeof(Sixteen)) {
-      const Sixteen bytes = sixteenAt(from.data() + done);
-      found |= marksOf(bytes == static_cast<unsigned char>(excluded));
-      std::memcpy(to + done, &bytes, sizeof bytes);
-    }
-    // It may stand after the end.
-    return isZero(found) || from.find(excluded) == from.npos;
+/// Copies text and tells of a byte that is not to be in it.
+class WatchedCopy {
+ public:
+  WatchedCopy(char* to, const char* from, char excluded) noexcept
+      : to_(to), from_(from), excluded_(static_cast<unsigned char>(excluded)) {}
+  /// Sixteen bytes, `at` from the beginning.
+  void copy(std::size_t at) noexcept {
+    const Sixteen bytes = sixteenAt(from_ + at);
+    found_ |= marksOf(bytes == excluded_);
+    std::memcpy(to_ + at, &bytes, sizeof bytes);
   }
+  bool hasFound() const noexcept { return haveMark(found_); }
+
+ private:
+  char* to_;
+  const char* from_;
+  unsigned char excluded_;
+  Sixteen found_{};
+};
+
+/// Copies a text. False when there is a certain byte in it, and the copy is worth nothing then.
+[[gnu::noinline]] inline bool copyLongWithout(char excluded, char* to, std::string_view from) noexcept {
   while (!from.empty()) {
     const std::string_view piece = from.substr(0, kPieceOfText);
     if (std::memchr(piece.data(), excluded, piece.size()) != nullptr) return false;
@@ -90,6 +118,23 @@ inline bool copyWithout(char excluded, char* to, std::string_view from) noexcept
     from.remove_prefix(piece.size());
   }
   return true;
+}
+
+/// The same for a text of more bytes than fit into a value; of fifteen bytes one more is read and written.
+inline bool copyWithout(char excluded, char* to, std::string_view from) noexcept {
+  constexpr std::size_t kStride = sizeof(Sixteen);
+  if (from.size() > kWorthACall) return copyLongWithout(excluded, to, from);
+  WatchedCopy watched(to, from.data(), excluded);
+  watched.copy(0);
+  if (from.size() > kStride) {  // from both ends, so that most lengths take the same way
+    watched.copy(from.size() - kStride);
+    if (from.size() > 2 * kStride) {
+      watched.copy(kStride);
+      watched.copy(from.size() - 2 * kStride);
+    }
+    for (std::size_t done = 2 * kStride; done + 2 * kStride < from.size(); done += kStride) watched.copy(done);
+  }
+  return !watched.hasFound();
 }
 static_assert(sizeof(Sixteen) == kBytesBehind);
 
@@ -137,7 +182,7 @@ class Builder {
   void readableText(std::string_view text) {
     TKSValue* const value = new (next()) TKSValue();
     if (Access::fits(text.size())) {
-      Access::setShortReadable(*value, TKSValue::Kind::text, text.data(), text.size());
+      Access::placeShortReadable(value, text.data(), text.size());
       return;
     }
     Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
@@ -236,20 +281,36 @@ class StackBuilder {
   /// Goes on with a larger stack; marks from before count no more.
   void moveTo(Slot* larger) noexcept {
     const std::size_t count = size();
-    std::memcpy(static_cast<void*>(larger), static_cast<const void*>(stack_), count * sizeof(TKSValue));
+    if (count != 0) std::memcpy(static_cast<void*>(larger), static_cast<const void*>(stack_), count * sizeof(TKSValue));
     stack_ = reinterpret_cast<TKSValue*>(larger);
     top_ = stack_ + count;
   }
-  void endArray(Mark first) { endList(TKSValue::Kind::array, first, static_cast<std::size_t>(top_ - first)); }
+  void endArray(Mark first) { endList(TKSValue::Kind::array, first); }
   /// The placed values are keys and values in turn.
-  void endDictionary(Mark first) { endList(TKSValue::Kind::dictionary, first, sortByKey({first, top_}, false)); }
+  void endDictionary(Mark first) { endList(TKSValue::Kind::dictionary, first); }
+  /// Either of them.
+  void endList(TKSValue::Kind kind, Mark first) {
+    auto size = static_cast<std::size_t>(top_ - first);
+    if (kind == TKSValue::Kind::dictionary && !Access::areShortAndAscend({first, size})) {
+      size = sortByKey({first, size}, false);
+    }
+    top_ = first;
+    if (size == 0) return emptyList(kind);
+    void* const memory = block_.allocate(sizeof(List) + size * sizeof(TKSValue));
+    List* const list = new (memory) List(kind, size, block_.get());
+    list->size = size;
+    copyValues(list->values(), first, size);
+    place(kind, list);
+  }
+  /// An array or a dictionary of nothing.
+  void emptyList(TKSValue::Kind kind) noexcept { Access::setNode(*new (top_++) TKSValue(), kind, nullptr); }
 
-  void null() { new (top_++) TKSValue(TKSNull()); }
-  void boolean(bool value) { new (top_++) TKSValue(value); }
-  void integer(std::int64_t value) { new (top_++) TKSValue(value); }
-  void unsignedInteger(std::uint64_t value) { new (top_++) TKSValue(value); }
-  void real(double value) { new (top_++) TKSValue(value); }
-  void date(TKSDate value) { new (top_++) TKSValue(value); }
+  void null() noexcept { Access::place(top_++, TKSValue::Kind::null, std::uint64_t{0}); }
+  void boolean(bool value) noexcept { Access::placeBoolean(top_++, value); }
+  void integer(std::int64_t value) noexcept { Access::place(top_++, TKSValue::Kind::integer, value); }
+  void unsignedInteger(std::uint64_t value) noexcept { new (top_++) TKSValue(value); }
+  void real(double value) noexcept { Access::place(top_++, TKSValue::Kind::real, value); }
+  void date(TKSDate value) noexcept { new (top_++) TKSValue(value); }
   void data(std::span<const std::uint8_t> data) {
     if (Access::fits(data.size())) {
       Access::setShort(*new (top_++) TKSValue(), TKSValue::Kind::data, data.data(), data.size());
@@ -260,8 +321,12 @@ class StackBuilder {
     place(TKSValue::Kind::data, node);
   }
   /// A text that fits into a value; `kBytesBehind` bytes from its beginning can be read.
-  void shortText(const char* bytes, std::size_t size) noexcept {
-    Access::setShortReadable(*new (top_++) TKSValue(), TKSValue::Kind::text, bytes, size);
+  void shortText(const char* bytes, std::size_t size) noexcept { Access::placeShortReadable(top_++, bytes, size); }
+  /// As shortText; false, and nothing is placed, for a text with a byte that is excluded.
+  bool shortTextWithout(char excluded, const char* bytes, std::size_t size) noexcept {
+    const bool placed = Access::placeShortWithout(static_cast<unsigned char>(excluded), top_, bytes, size);
+    top_ += placed ? 1 : 0;
+    return placed;
   }
   /// `isReadable`: `kBytesBehind` bytes after its end can be read.
   void text(std::string_view text, bool isReadable) {
@@ -284,12 +349,14 @@ class StackBuilder {
   bool writtenText(std::size_t mostBytes, Write write) {
     return placeWritten(block_.makeNode(TKSValue::Kind::text, mostBytes), write);
   }
-  /// As text, for one that does not fit into a value and after whose end `kBytesBehind` bytes can be read; as
-  /// writtenText when it has a byte that is excluded.
-  template <class Write>
-  bool textWithout(char excluded, std::string_view text, Write write) {
+  /// As text, for one that does not fit into a value and is followed by one more byte. False, and nothing is placed,
+  /// when it has a byte that is excluded.
+  bool longTextWithout(char excluded, std::string_view text) {
     Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
-    if (!copyWithout(excluded, node->bytes(), text)) return placeWritten(node, write);
+    if (!copyWithout(excluded, node->bytes(), text)) {
+      block_.takeBack(node);
+      return false;
+    }
     std::memset(node->bytes() + text.size(), 0, kBytesBehind);
     place(TKSValue::Kind::text, node);
     return true;
@@ -319,15 +386,6 @@ class StackBuilder {
     }
     return true;
   }
-  void endList(TKSValue::Kind kind, Mark first, std::size_t size) {
-    top_ = first;
-    if (size == 0) return place(kind, nullptr);
-    void* const memory = block_.allocate(sizeof(List) + size * sizeof(TKSValue));
-    List* const list = new (memory) List(kind, size, block_.get());
-    list->size = size;
-    copyValues(list->values(), first, size);
-    place(kind, list);
-  }
   /// As a rule they are few.
   static void copyValues(TKSValue* to, const TKSValue* from, std::size_t count) noexcept {
     constexpr std::size_t kFew = 16;
@@ -339,7 +397,7 @@ class StackBuilder {
       std::memcpy(static_cast<void*>(to + i), static_cast<const void*>(from + i), sizeof(TKSValue));
     }
   }
-  void place(TKSValue::Kind kind, Node* node) noexcept { Access::setNode(*new (top_++) TKSValue(), kind, node); }
+  void place(TKSValue::Kind kind, Node* node) noexcept { Access::placeNode(top_++, kind, node); }
 
   TKSValue* stack_;
   TKSValue* top_;

@@ -11,6 +11,8 @@ constexpr std::size_t kSmallestBlock = 256;
 constexpr std::size_t kSmallestChunk = 1024;
 constexpr std::size_t kLargestGrownChunk = 1024 * 1024;
 
+constexpr std::size_t roundedUp(std::size_t bytes) { return (bytes + 7) & ~std::size_t{7}; }
+
 void* allocate(std::size_t header, std::size_t content) {
   if (content > SIZE_MAX / 2) throw std::bad_alloc();
   return ::operator new(header + content);
@@ -18,23 +20,22 @@ void* allocate(std::size_t header, std::size_t content) {
 
 }  // namespace
 
-Block* Block::make(std::size_t expectedBytes) {
+Block::Room Block::make(std::size_t expectedBytes) {
   const std::size_t room = std::max(roundedUp(expectedBytes), kSmallestBlock);
   const Freer freer = [](void* memory, std::size_t) noexcept { ::operator delete(memory); };
-  return new (value::allocate(sizeof(Block), room)) Block(sizeof(Block) + room, freer);
+  return (new (value::allocate(sizeof(Block), room)) Block(sizeof(Block) + room, freer))->roomAfterHeader();
 }
 
-Block* Block::makeIn(std::span<char> memory, Freer freer) noexcept {
-  return new (memory.data()) Block(memory.size(), freer);
+Block::Room Block::makeIn(std::span<char> memory, Freer freer) noexcept {
+  return (new (memory.data()) Block(memory.size(), freer))->roomAfterHeader();
 }
 
-void Block::addChunk(std::size_t bytes) {
-  const std::size_t room = std::max(bytes, std::clamp(total_, kSmallestChunk, kLargestGrownChunk));
+Block::Room Block::addChunk(std::size_t bytes) {
+  const std::size_t room = std::max(roundedUp(bytes), std::clamp(total_, kSmallestChunk, kLargestGrownChunk));
   char* const memory = static_cast<char*>(value::allocate(sizeof(Chunk), room));
   chunks_ = new (memory) Chunk{chunks_};
-  next_ = memory + sizeof(Chunk);
-  end_ = next_ + room;
   total_ += room;
+  return {this, memory + sizeof(Chunk), memory + sizeof(Chunk) + room};
 }
 
 void Block::freeAll() noexcept {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <bit>
 #include <cstddef>
@@ -11,6 +12,8 @@
 
 #include <tksinterface/TKSValue.h>
 
+#include "foundation/values/Sixteen.h"
+
 /// How values hold what does not fit into their sixteen bytes.
 ///
 /// A *node* holds a long text, data, or the values of an array or dictionary right after its header. A node made by a
@@ -20,27 +23,27 @@
 /// nodes of the same block, and is never changed once the block is built.
 namespace tks::value {
 
-/// A chain of chunks that is handed out piece by piece and given back as a whole.
+/// A chain of chunks that whoever builds a document fills with its nodes, and that is given back as a whole.
 class Block {
  public:
   /// Gives memory back.
   using Freer = void (*)(void* memory, std::size_t size) noexcept;
 
+  /// A block, and what is free in its newest chunk: aligned for a node. No block and nothing free at first.
+  struct Room {
+    Block* block = nullptr;
+    char* next = nullptr;
+    char* end = nullptr;
+  };
+
   /// With room for about this many bytes in the first chunk. Throws std::bad_alloc.
-  static Block* make(std::size_t expectedBytes);
+  static Room make(std::size_t expectedBytes);
   /// With memory that is aligned for anything and larger than a block by itself as its first chunk; it is given back at
   /// the end.
-  static Block* makeIn(std::span<char> memory, Freer freer) noexcept;
-
-  /// Memory for a node, aligned to eight. Throws std::bad_alloc and changes nothing then. Only while the block is
-  /// built.
-  void* allocate(std::size_t bytes) {
-    bytes = roundedUp(bytes);
-    if (bytes > static_cast<std::size_t>(end_ - next_)) addChunk(bytes);
-    char* const memory = next_;
-    next_ += bytes;
-    return memory;
-  }
+  static Room makeIn(std::span<char> memory, Freer freer) noexcept;
+  /// Adds a chunk of at least so many bytes; what was free before stays empty. Throws std::bad_alloc and changes
+  /// nothing then. Only while the block is built.
+  Room addChunk(std::size_t bytes);
 
   void retain() noexcept { references_.fetch_add(1, std::memory_order_relaxed); }
   void release() noexcept {
@@ -54,15 +57,11 @@ class Block {
     Chunk* next;
   };
 
-  static constexpr std::size_t roundedUp(std::size_t bytes) { return (bytes + 7) & ~std::size_t{7}; }
-
-  Block(std::size_t size, Freer freer) noexcept
-      : size_(size),
-        freer_(freer),
-        total_(size),
-        next_(reinterpret_cast<char*>(this) + sizeof(Block)),
-        end_(reinterpret_cast<char*>(this) + size) {}
-  void addChunk(std::size_t bytes);
+  Block(std::size_t size, Freer freer) noexcept : size_(size), freer_(freer), total_(size) {}
+  Room roomAfterHeader() noexcept {
+    char* const begin = reinterpret_cast<char*>(this);
+    return {this, begin + sizeof(Block), begin + size_};
+  }
   void freeAll() noexcept;
 
   std::atomic<std::size_t> references_{1};
@@ -71,8 +70,6 @@ class Block {
   const Freer freer_;
   Chunk* chunks_ = nullptr;
   std::size_t total_;
-  char* next_;
-  char* end_;
 };
 
 /// Texts and data are followed by this many zero bytes, so that they can be read in strides.
@@ -167,6 +164,24 @@ struct Access {
     value.inlineLength_ = node == nullptr ? 0 : TKSValue::kShared;
     value.kind_ = kind;
   }
+  /// Puts a value to where there is none yet: its first eight bytes, and what says what they are. In one store of
+  /// sixteen bytes, so that who moves it on as a whole need not wait for several.
+  template <class Scalar>
+  static void place(void* at, TKSValue::Kind kind, Scalar scalar, std::uint8_t inlineLength = 0,
+                    bool isUnsigned = false) noexcept {
+    static_assert(sizeof(Scalar) == sizeof(std::uint64_t));
+    using Words [[gnu::vector_size(sizeof(TKSValue))]] = std::uint64_t;
+    const auto words = Words{std::bit_cast<std::uint64_t>(scalar), tail(kind, inlineLength, isUnsigned)};
+    std::memcpy(at, &words, sizeof words);
+  }
+  /// Likewise a boolean.
+  static void placeBoolean(void* at, bool value) noexcept {
+    place(at, TKSValue::Kind::boolean, byteAt(0, value ? 1 : 0));
+  }
+  /// As setNode with a node, likewise.
+  static void placeNode(void* at, TKSValue::Kind kind, Node* node) noexcept {
+    place(at, kind, reinterpret_cast<std::uintptr_t>(node), TKSValue::kShared);
+  }
   static bool fits(std::size_t bytes) noexcept { return bytes <= TKSValue::kInlineCapacity; }
   /// Puts a short text or short data into a value that held nothing.
   static void setShort(TKSValue& value, TKSValue::Kind kind, const void* bytes, std::size_t size) noexcept {
@@ -175,20 +190,21 @@ struct Access {
     value.inlineLength_ = static_cast<std::uint8_t>(size);
     value.kind_ = kind;
   }
-  /// As setShort, faster, where `kBytesBehind` bytes can be read whatever the size.
-  static void setShortReadable(TKSValue& value, TKSValue::Kind kind, const void* bytes, std::size_t size) noexcept {
-    if constexpr (std::endian::native != std::endian::little) {
-      setShort(value, kind, bytes, size);
-      return;
-    }
-    std::uint64_t words[2];
-    std::memcpy(words, bytes, sizeof words);
-    const auto firstBytes = [](std::size_t count) { return (std::uint64_t{1} << 8 * count) - 1; };
-    words[0] &= size < 8 ? firstBytes(size) : ~std::uint64_t{0};
-    words[1] &= size < 8 ? 0 : firstBytes(size - 8);
-    std::memcpy(static_cast<void*>(&value), words, sizeof words);
-    value.inlineLength_ = static_cast<std::uint8_t>(size);
-    value.kind_ = kind;
+  /// As setShort with a text that does not have a certain byte, to where there is no value yet; `kBytesBehind` bytes
+  /// can be read whatever the size. False, and no value, when the byte is in it.
+  static bool placeShortWithout(unsigned char excluded, void* at, const char* bytes, std::size_t size) noexcept {
+    const ShortText& shape = kShortTexts[size];
+    const Sixteen text = sixteenAt(bytes) & std::bit_cast<Sixteen>(shape.mask);
+    if (haveMark(marksOf(text == excluded))) return false;
+    const Sixteen value = text | std::bit_cast<Sixteen>(shape.tail);
+    std::memcpy(at, &value, sizeof value);
+    return true;
+  }
+  /// As setShort with a text, to where there is no value yet; `kBytesBehind` bytes can be read whatever the size.
+  static void placeShortReadable(void* at, const char* bytes, std::size_t size) noexcept {
+    const ShortText& shape = kShortTexts[size];
+    const Sixteen value = (sixteenAt(bytes) & std::bit_cast<Sixteen>(shape.mask)) | std::bit_cast<Sixteen>(shape.tail);
+    std::memcpy(at, &value, sizeof value);
   }
   /// Forgets what a value holds without giving its reference back.
   static void forget(TKSValue& value) noexcept { value.forget(); }
@@ -208,6 +224,19 @@ struct Access {
     return {static_cast<const List*>(node)->values(), node->size};
   }
 
+  /// Whether the keys of keys and values in turn ascend and are all short.
+  static bool areShortAndAscend(std::span<const TKSValue> keysAndValues) noexcept {
+    std::uint64_t head = 0, tail = 0;  // less than those of any key: they end with its kind
+    bool ascend = true;
+    for (std::size_t i = 0; i < keysAndValues.size(); i += 2) {
+      const TKSValue& key = keysAndValues[i];
+      const std::uint64_t nextHead = bigEndian(key, 0), nextTail = bigEndian(key, 8);
+      ascend &= !key.isShared() && (nextHead > head || (nextHead == head && nextTail > tail));
+      head = nextHead;
+      tail = nextTail;
+    }
+    return ascend;
+  }
   /// Byte order of two texts: negative, zero or positive.
   static int compareTexts(const TKSValue& left, const TKSValue& right) noexcept {
     if (left.isShared() || right.isShared()) return bytes(left).compare(bytes(right));
@@ -219,6 +248,31 @@ struct Access {
   }
 
  private:
+  /// What makes sixteen bytes of a text a value with the first few of them: all bits of those that stay, and the end.
+  struct ShortText {
+    std::array<unsigned char, sizeof(TKSValue)> mask;
+    std::array<unsigned char, sizeof(TKSValue)> tail;
+  };
+  static constexpr auto kShortTexts = [] {
+    std::array<ShortText, TKSValue::kInlineCapacity + 1> shapes{};
+    for (std::size_t size = 0; size < shapes.size(); ++size) {
+      for (std::size_t i = 0; i < size; ++i) shapes[size].mask[i] = 0xFF;
+      shapes[size].tail[TKSValue::kInlineCapacity] = static_cast<unsigned char>(size);
+      shapes[size].tail[TKSValue::kInlineCapacity + 1] = static_cast<unsigned char>(TKSValue::Kind::text);
+    }
+    return shapes;
+  }();
+  /// Eight bytes in memory: zeros, but for one.
+  static constexpr std::uint64_t byteAt(std::size_t index, std::uint64_t byte) noexcept {
+    return byte << 8 * (std::endian::native == std::endian::little ? index : sizeof byte - 1 - index);
+  }
+  /// The second eight bytes of a value.
+  static constexpr std::uint64_t tail(TKSValue::Kind kind, std::uint8_t inlineLength, bool isUnsigned) noexcept {
+    constexpr std::size_t kHead = sizeof(std::uint64_t);
+    return byteAt(TKSValue::kUnsignedMark - kHead, isUnsigned ? 1 : 0) |
+           byteAt(TKSValue::kInlineCapacity - kHead, inlineLength) |
+           byteAt(TKSValue::kInlineCapacity + 1 - kHead, static_cast<std::uint8_t>(kind));
+  }
   static std::uint64_t bigEndian(const TKSValue& value, std::size_t offset) noexcept {
     std::uint64_t word;
     std::memcpy(&word, reinterpret_cast<const unsigned char*>(&value) + offset, sizeof word);

@@ -1,83 +1,47 @@
 #include "platform/json.h"
 
-#include <algorithm>
 #include <atomic>
-#include <bit>
 #include <cstdint>
 #include <memory>
 #include <new>
-#include <span>
 #include <string>
 
 #include <simdjson.h>
 
 #include "foundation/values/OutOfMemory.h"
-#include "foundation/values/ValueBuilder.h"
 #include "platform/backend.h"
 #include "platform/linux/processes/kept_memory.h"
 #include "platform/linux/text/json_document.h"
+#include "platform/linux/text/json_windows.h"
 #include "platform/posix/error_reasons.h"
 
 namespace tks::platform {
 namespace {
 
-using gnulinux::JsonTokens;
-
-constexpr std::size_t kSmallestCapacity = 4096;
-/// A thread keeps no reader that was made for a longer text than this: it takes up to twelve times the length.
-constexpr std::size_t kLargestOwnCapacity = std::size_t{1} << 20;
-/// No reader is kept that was made for a longer text than this.
+/// A thread keeps no reader of longer texts than this.
+constexpr std::size_t kLargestOwnText = std::size_t{1} << 20;
+/// No reader is kept that looked for the tokens of more text than this at once.
 constexpr std::size_t kLargestCapacity = std::size_t{16} << 20;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-/// simdjson's search for tokens, and the memory that reading works in. It grows with the longest text so far.
+/// The memory that reading works in. It grows with what was read so far.
 class Reader {
  public:
   simdjson::error_code read(std::string_view text, TKSValue& value) {
-    if (text.empty()) return simdjson::EMPTY;
-    if (const simdjson::error_code error = reserve(text.size())) return error;
-    // Looks at nothing after the text. simdjson's second stage does, and wants a copy with room after it.
-    simdjson::internal::dom_parser_implementation& finder = *parser_.implementation;
-    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-    if (const auto error = finder.stage1(bytes, text.size(), simdjson::stage1_mode::regular)) return error;
-    const JsonTokens tokens{text, {finder.structural_indexes.get(), finder.n_structural_indexes}};
-    return gnulinux::readJsonDocument(tokens, stackFor(tokens), value);
+    gnulinux::JsonWindows windows(finder_, text);
+    simdjson::error_code error = windows.goTo(text.data());
+    if (error == simdjson::SUCCESS && windows.isWhole()) return gnulinux::readJsonDocument(windows, stack_, value);
+    if (error == simdjson::SUCCESS && gnulinux::readJsonDocument(windows, stack_, value) == simdjson::SUCCESS)
+      return error;
+    // What is wrong is what is found first in the whole text.
+    error = windows.goToWhole();
+    return error != simdjson::SUCCESS ? error : gnulinux::readJsonDocument(windows, stack_, value);
   }
-  std::size_t capacity() const noexcept { return capacity_; }
-  /// Until the next reading nobody needs what stands in the memory.
-  void rest() noexcept {
-    const simdjson::internal::dom_parser_implementation& finder = *parser_.implementation;
-    gnulinux::offerPages(finder.structural_indexes.get(), finder.n_structural_indexes * sizeof(std::uint32_t));
-  }
+  std::size_t capacity() const noexcept { return finder_.capacity(); }
 
  private:
-  using Slot = value::StackBuilder::Slot;
-
-  simdjson::error_code reserve(std::size_t length) {
-    if (length <= capacity_) return simdjson::SUCCESS;
-    if (length > simdjson::SIMDJSON_MAXSIZE_BYTES) return simdjson::CAPACITY;
-    const std::size_t rounded = length > kLargestOwnCapacity ? length : std::bit_ceil(length);
-    const std::size_t capacity = std::max(rounded, kSmallestCapacity);
-    capacity_ = 0;
-    if (const simdjson::error_code error = parser_.allocate(capacity, 1)) return error;
-    capacity_ = capacity;
-    return simdjson::SUCCESS;
-  }
-
-  std::span<Slot> stackFor(const JsonTokens& tokens) {
-    const std::size_t wanted = tokens.mostOpenValues();
-    if (wanted > stackSize_) {
-      stackSize_ = 0;
-      stack_ = std::make_unique_for_overwrite<Slot[]>(wanted);
-      stackSize_ = wanted;
-    }
-    return {stack_.get(), stackSize_};
-  }
-
-  std::size_t capacity_ = 0;
-  simdjson::dom::parser parser_;
-  std::size_t stackSize_ = 0;
-  std::unique_ptr<Slot[]> stack_;
+  gnulinux::JsonTokenFinder finder_;
+  gnulinux::JsonValueStack stack_;
 };
 
 /// Each thread's own reader, between two uses. What is read while the thread ends does without.
@@ -96,19 +60,19 @@ void dropReaderForLongTexts() noexcept { delete readerForLongTexts.exchange(null
 /// Takes a reader for a scope.
 class BorrowedReader {
  public:
-  explicit BorrowedReader(std::string_view text) {
-    if (text.size() > kLargestOwnCapacity) {
+  explicit BorrowedReader(std::string_view text) : isForLongText_(text.size() > kLargestOwnText) {
+    if (isForLongText_) {
       reader_.reset(readerForLongTexts.exchange(nullptr, std::memory_order_acq_rel));
     } else if (!threadIsEnding) {
-      reader_ = std::move(own.reader);
+      own_ = &own;
+      reader_ = std::move(own_->reader);
     }
     if (reader_ == nullptr) reader_ = std::make_unique<Reader>();
   }
   ~BorrowedReader() {
-    if (reader_->capacity() <= kLargestOwnCapacity) {
-      if (!threadIsEnding) own.reader = std::move(reader_);
+    if (!isForLongText_) {
+      if (own_ != nullptr) own_->reader = std::move(reader_);
     } else if (reader_->capacity() <= kLargestCapacity) {
-      reader_->rest();
       gnulinux::KeptMemory::whenDropped(dropReaderForLongTexts);
       reader_.reset(readerForLongTexts.exchange(reader_.release(), std::memory_order_acq_rel));
     }
@@ -119,6 +83,8 @@ class BorrowedReader {
   Reader* operator->() const noexcept { return reader_.get(); }
 
  private:
+  const bool isForLongText_;
+  OwnReader* own_ = nullptr;
   std::unique_ptr<Reader> reader_;
 };
 

@@ -1,12 +1,15 @@
 #include "platform/linux/text/json_document.h"
 
+#include <algorithm>
+#include <cfloat>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <system_error>
+#include <utility>
 
-#include "foundation/values/Sixteen.h"
 #include "platform/linux/processes/kept_memory.h"
 
 namespace tks::gnulinux {
@@ -89,7 +92,7 @@ char* writeUtf8(char* to, std::int32_t codePoint) noexcept {
 
 /// Writes what stands between two quotes without its escapes, which makes it no longer. Returns the end, or a null
 /// pointer for a bad escape.
-char* unescape(std::string_view text, char* to) noexcept {
+[[gnu::noinline]] char* unescape(std::string_view text, char* to) noexcept {
   const char* next = text.data();
   const char* const end = next + text.size();
   while (next != end) {
@@ -114,9 +117,6 @@ char* unescape(std::string_view text, char* to) noexcept {
   return to;
 }
 
-/// Whether one of sixteen bytes is a backslash.
-bool haveBackslash(const char* bytes) noexcept { return !isZero(marksOf(sixteenAt(bytes) == '\\')); }
-
 // Numbers.
 
 /// A number that is no integer of 64 bits.
@@ -128,6 +128,12 @@ error_code readReal(const char* begin, const char* end, double& real) noexcept {
   real = simdjson::internal::from_chars(begin, end);
   return std::isfinite(real) ? simdjson::SUCCESS : simdjson::NUMBER_ERROR;
 }
+
+/// Those that a real holds exactly, as far as they are needed.
+constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
+                                   1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19};
+/// Whether a quotient is rounded once.
+constexpr bool kDividesExactly = FLT_EVAL_METHOD == 0;
 
 /// Moves past one digit or more. False when there is none.
 bool skipDigits(const char*& next, const char* bound) noexcept {
@@ -144,77 +150,153 @@ bool skipFractionAndExponent(const char*& next, const char* bound) noexcept {
   return skipDigits(next, bound);
 }
 
+/// One with escapes, or a short one near the end of all.
+[[gnu::noinline]] error_code readOddText(value::StackBuilder& builder, const char* begin, const char* end) {
+  const std::string_view text(begin, static_cast<std::size_t>(end - begin));
+  if (text.find('\\') == text.npos) return builder.text(text, false), simdjson::SUCCESS;
+  const auto write = [text](char* to) { return unescape(text, to); };
+  return builder.writtenText(text.size(), write) ? simdjson::SUCCESS : simdjson::STRING_ERROR;
+}
+
+/// One of many digits, or with an exponent.
+[[gnu::noinline]] error_code readLongNumber(value::StackBuilder& builder, const char* begin, const char* end) {
+  std::int64_t integer = 0;
+  if (const auto [stopped, error] = std::from_chars(begin, end, integer); error == std::errc() && stopped == end) {
+    builder.integer(integer);
+    return simdjson::SUCCESS;
+  }
+  std::uint64_t large = 0;
+  if (const auto [stopped, error] = std::from_chars(begin, end, large); error == std::errc() && stopped == end) {
+    builder.unsignedInteger(large);
+    return simdjson::SUCCESS;
+  }
+  double real = 0;
+  if (const error_code error = readReal(begin, end, real)) return error;
+  builder.real(real);
+  return simdjson::SUCCESS;
+}
+
+/// An open list: how many values stood on the stack before its own, and how it ends.
+struct Level {
+  std::size_t first;
+  char closing;
+};
+struct Levels {
+  Level levels[kDeepestNesting + 1];
+};
+
+bool endsWithClosing(const JsonTokens& tokens) noexcept {
+  if (tokens.begins.empty()) return false;
+  const char last = tokens.text[tokens.begins.back()];
+  return last == '}' || last == ']';
+}
+
+/// Nobody else learns the address of a document: what changes with each token can stay in registers.
 class Document {
  public:
-  Document(const JsonTokens& tokens, std::span<value::StackBuilder::Slot> stack) noexcept
-      : text_(tokens.text.data()),
-        end_(text_ + tokens.text.size()),
-        token_(tokens.begins.data()),
-        lastToken_(token_ + tokens.begins.size()),
-        builder_(stack.data(), expectedBytes(tokens)) {
-    if (expectedBytes(tokens) < KeptMemory::kLeast) return;
-    const std::span<char> memory = KeptMemory::take(expectedBytes(tokens));
+  /// `outermost`: the first of `Levels`. The last window ends with a closing bracket or brace, or a zero byte stands
+  /// after it.
+  Document(JsonWindows& windows, const JsonTokens& tokens, JsonValueStack& stack, Level* outermost)
+      : windows_(windows),
+        stack_(stack),
+        end_(tokens.text.data() + (windows.isWhole() ? tokens.text : windows.text()).size()),
+        outermost_(outermost),
+        level_(outermost),
+        builder_(stack.slots(), expectedBytes(windows.text().size(), tokens)) {
+    use(tokens);
+    const std::size_t expected = expectedBytes(windows.text().size(), tokens);
+    if (expected < KeptMemory::kLeast) return;
+    const std::span<char> memory = KeptMemory::take(expected);
     if (!memory.empty()) builder_.useMemory(memory, KeptMemory::giveBack);
   }
 
-  [[gnu::flatten]] error_code read(TKSValue& value) {
-    error_code error = readValue(next());
-    while (error == simdjson::SUCCESS && depth_ > 0) error = readOn();
-    if (error != simdjson::SUCCESS) return error;
-    if (token_ != lastToken_) return simdjson::TAPE_ERROR;
+  error_code read(TKSValue& value) {
+    char c = next();
+    for (;;) {
+      if (c == '{' || c == '[') {
+        if (const error_code error = open(c)) return error;
+        if (const error_code error = lookAhead()) return error;
+        c = next();
+        if (c != level_->closing) {
+          if (level_->closing == '}') {
+            if (const error_code error = readKey(c)) return error;
+          }
+          continue;
+        }
+        builder_.emptyList(c == '}' ? TKSValue::Kind::dictionary : TKSValue::Kind::array);
+        --level_;
+      } else if (const error_code error = readScalar(c)) {
+        return error;
+      }
+
+      while (level_ != outermost_) {
+        if (const error_code error = lookAhead()) return error;
+        c = next();
+        if (c == ',') break;
+        if (c != level_->closing) return simdjson::TAPE_ERROR;
+        close();
+      }
+      if (level_ == outermost_) break;
+      c = next();
+      if (level_->closing == '}') {
+        if (const error_code error = readKey(c)) return error;
+      }
+    }
+    if (token_ != lastToken_ || !windows_.isLast()) return simdjson::TAPE_ERROR;
     value = builder_.take();
     return simdjson::SUCCESS;
   }
 
  private:
-  struct Level {
-    value::StackBuilder::Mark first;
-    char closing;
-  };
-
-  /// Every second token is a value, and long texts take their length.
-  static std::size_t expectedBytes(const JsonTokens& tokens) noexcept {
-    return tokens.mostOpenValues() * sizeof(TKSValue) + tokens.text.size();
+  /// Every second token is a value, and long texts take their length. What follows the first window is as dense.
+  static std::size_t expectedBytes(std::size_t textSize, const JsonTokens& first) noexcept {
+    const std::size_t values = first.mostOpenValues() * sizeof(TKSValue);
+    return textSize + (first.text.size() == textSize ? values : textSize / first.text.size() * values);
   }
 
-  /// The first character of the next token, where `at_` stands then; 0 after the last one.
+  void use(const JsonTokens& tokens) {
+    text_ = tokens.text.data();
+    token_ = tokens.begins.data();
+    lastToken_ = token_ + tokens.begins.size();
+    limit_ = windows_.isLast() ? lastToken_ : lastToken_ - JsonWindows::kTokensAhead;
+    std::size_t wanted = builder_.size() + tokens.mostOpenValues();
+    if (wanted <= stack_.size()) return;
+    std::unique_ptr<JsonValueStack::Slot[]> larger = stack_.larger(wanted);
+    builder_.moveTo(larger.get());
+    stack_.replaceBy(std::move(larger), wanted);
+  }
+
+  /// Makes sure that the next value, with what stands before it, can be read.
+  error_code lookAhead() {
+    if (token_ < limit_) return simdjson::SUCCESS;
+    if (windows_.isLast()) return simdjson::TAPE_ERROR;
+    if (const error_code error = windows_.goTo(bound())) return error;
+    if (windows_.isLast() && !endsWithClosing(windows_.tokens())) return simdjson::TAPE_ERROR;
+    use(windows_.tokens());
+    return simdjson::SUCCESS;
+  }
+
+  /// The first character of the next token, where `at_` stands then.
   char next() noexcept {
-    if (token_ == lastToken_) return 0;
     at_ = text_ + *token_++;
     return *at_;
   }
   /// Where the next token begins.
-  const char* bound() const noexcept { return token_ == lastToken_ ? end_ : text_ + *token_; }
+  const char* bound() const noexcept { return text_ + *token_; }
 
-  /// One element or member of the innermost list, with what stands before it, or the end of the list.
-  error_code readOn() {
-    const Level& level = levels_[depth_ - 1];
-    char c = next();
-    if (c == level.closing) {
-      close(level);
-      return simdjson::SUCCESS;
-    }
-    if (builder_.mark() != level.first) {
-      if (c != ',') return simdjson::TAPE_ERROR;
-      c = next();
-    }
-    if (level.closing == '}') {
-      if (c != '"') return simdjson::TAPE_ERROR;
-      if (const error_code error = readText()) return error;
-      if (next() != ':') return simdjson::TAPE_ERROR;
-      c = next();
-    }
-    return readValue(c);
+  /// The name of a member, up to where its value begins, whose first character `c` is then.
+  error_code readKey(char& c) {
+    if (c != '"') return simdjson::TAPE_ERROR;
+    if (const error_code error = readText()) return error;
+    if (next() != ':') return simdjson::TAPE_ERROR;
+    c = next();
+    return simdjson::SUCCESS;
   }
 
-  error_code readValue(char c) {
+  error_code readScalar(char c) {
+    if (c == '"') return readText();
+    if (isDigit(c) || c == '-') return readNumber();
     switch (c) {
-      case '"':
-        return readText();
-      case '{':
-        return open('}');
-      case '[':
-        return open(']');
       case 't':
         if (!isWord("true")) return simdjson::T_ATOM_ERROR;
         builder_.boolean(true);
@@ -228,23 +310,20 @@ class Document {
         builder_.null();
         return simdjson::SUCCESS;
       default:
-        return isDigit(c) || c == '-' ? readNumber() : simdjson::TAPE_ERROR;
+        return simdjson::TAPE_ERROR;
     }
   }
 
-  error_code open(char closing) noexcept {
-    if (depth_ == kDeepestNesting) return simdjson::DEPTH_ERROR;
-    levels_[depth_++] = {builder_.mark(), closing};
+  error_code open(char opening) noexcept {
+    if (level_ == outermost_ + kDeepestNesting) return simdjson::DEPTH_ERROR;
+    *++level_ = {builder_.size(), opening == '{' ? '}' : ']'};
     return simdjson::SUCCESS;
   }
 
-  void close(const Level& level) {
-    if (level.closing == '}') {
-      builder_.endDictionary(level.first);
-    } else {
-      builder_.endArray(level.first);
-    }
-    --depth_;
+  void close() {
+    const auto kind = level_->closing == '}' ? TKSValue::Kind::dictionary : TKSValue::Kind::array;
+    builder_.endList(kind, builder_.markOf(level_->first));
+    --level_;
   }
 
   bool isWord(std::string_view word) const noexcept {
@@ -261,21 +340,20 @@ class Document {
     } while (*--quote != '"');  // blanks follow the closing quote
     const auto size = static_cast<std::size_t>(quote - begin);
 
-    const auto withoutEscapes = [&](char* to) { return unescape({begin, size}, to); };
-    const bool isReadable = static_cast<std::size_t>(end_ - begin) >= size + value::kBytesBehind;
-    if (isReadable && !value::Access::fits(size)) {
-      return isText(builder_.textWithout('\\', {begin, size}, withoutEscapes));
-    }
-    if (isReadable && !haveBackslash(begin)) {
-      builder_.shortText(begin, size);
-    } else if (std::memchr(begin, '\\', size) == nullptr) {
-      builder_.text({begin, size}, isReadable);
-    } else {
-      return isText(builder_.writtenText(size, withoutEscapes));
-    }
-    return simdjson::SUCCESS;
+    const bool placed = value::Access::fits(size) ? static_cast<std::size_t>(end_ - begin) >= value::kBytesBehind &&
+                                                        builder_.shortTextWithout('\\', begin, size)
+                                                  : builder_.longTextWithout('\\', {begin, size});
+    return placed ? simdjson::SUCCESS : aside(readOddText, begin, quote);
   }
-  static error_code isText(bool written) noexcept { return written ? simdjson::SUCCESS : simdjson::STRING_ERROR; }
+
+  /// Has something rare done by a function of its own, to a builder at another address.
+  template <class... Arguments>
+  error_code aside(error_code (*function)(value::StackBuilder&, Arguments...), Arguments... arguments) {
+    value::StackBuilder builder = std::move(builder_);
+    const error_code error = function(builder, arguments...);
+    builder_ = std::move(builder);
+    return error;
+  }
 
   error_code readNumber() {
     const char* const end = bound();
@@ -283,50 +361,71 @@ class Document {
     const char* next = at_ + (isNegative ? 1 : 0);
     const char* const digits = next;
     std::uint64_t magnitude = 0;
-    while (next != end && isDigit(*next)) magnitude = 10 * magnitude + static_cast<std::uint64_t>(*next++ - '0');
+    while (isDigit(*next)) magnitude = 10 * magnitude + static_cast<std::uint64_t>(*next++ - '0');
     if (next == digits || (*digits == '0' && next != digits + 1)) return simdjson::NUMBER_ERROR;
     if (endsAt(next, end) && next - digits <= std::numeric_limits<std::int64_t>::digits10) {
       const auto integer = static_cast<std::int64_t>(magnitude);
       builder_.integer(isNegative ? -integer : integer);
       return simdjson::SUCCESS;
     }
+    if (kDividesExactly && *next == '.' && addPlainReal(magnitude, digits, next, isNegative)) return simdjson::SUCCESS;
     if (!skipFractionAndExponent(next, end) || !endsAt(next, end)) return simdjson::NUMBER_ERROR;
-    return addLongNumber(next);
+    return aside(readLongNumber, static_cast<const char*>(at_), next);
+  }
+  /// One of few digits: a whole number and a power of ten that a real holds exactly, whose quotient is the nearest
+  /// real.
+  bool addPlainReal(std::uint64_t magnitude, const char* digits, const char* point, bool isNegative) noexcept {
+    constexpr std::uint64_t kLargest = std::uint64_t{1} << std::numeric_limits<double>::digits;
+    constexpr std::ptrdiff_t kMostDigits = std::numeric_limits<std::uint64_t>::digits10;
+    const char* next = point + 1;
+    while (isDigit(*next)) magnitude = 10 * magnitude + static_cast<std::uint64_t>(*next++ - '0');
+    const std::ptrdiff_t decimals = next - point - 1;
+    if (decimals == 0 || next - digits - 1 > kMostDigits || magnitude > kLargest || !endsAt(next, bound()))
+      return false;
+    const double real = static_cast<double>(magnitude) / kPowersOfTen[decimals];
+    builder_.real(isNegative ? -real : real);
+    return true;
   }
 
-  error_code addLongNumber(const char* end) {
-    std::int64_t integer = 0;
-    if (const auto [stopped, error] = std::from_chars(at_, end, integer); error == std::errc() && stopped == end) {
-      builder_.integer(integer);
-      return simdjson::SUCCESS;
-    }
-    std::uint64_t large = 0;
-    if (const auto [stopped, error] = std::from_chars(at_, end, large); error == std::errc() && stopped == end) {
-      builder_.unsignedInteger(large);
-      return simdjson::SUCCESS;
-    }
-    double real = 0;
-    if (const error_code error = readReal(at_, end, real)) return error;
-    builder_.real(real);
-    return simdjson::SUCCESS;
-  }
-
-  const char* const text_;
+  JsonWindows& windows_;
+  JsonValueStack& stack_;
+  const char* text_ = nullptr;
   const char* const end_;
-  const std::uint32_t* token_;
-  const std::uint32_t* const lastToken_;
+  const std::uint32_t* token_ = nullptr;
+  const std::uint32_t* limit_ = nullptr;
+  const std::uint32_t* lastToken_ = nullptr;
   const char* at_ = nullptr;
+  Level* const outermost_;
+  Level* level_;
   value::StackBuilder builder_;
-  std::size_t depth_ = 0;
-  Level levels_[kDeepestNesting];
 };
+
+[[gnu::flatten]] error_code read(JsonWindows& windows, const JsonTokens& tokens, JsonValueStack& stack,
+                                 TKSValue& value) {
+  Levels levels;
+  return Document(windows, tokens, stack, levels.levels).read(value);
+}
 
 }  // namespace
 
-error_code readJsonDocument(const JsonTokens& tokens, std::span<value::StackBuilder::Slot> stack, TKSValue& value) {
+std::unique_ptr<JsonValueStack::Slot[]> JsonValueStack::larger(std::size_t& wanted) const {
+  wanted = std::max(wanted, 2 * size_);
+  return std::make_unique_for_overwrite<Slot[]>(wanted);
+}
+
+void JsonValueStack::replaceBy(std::unique_ptr<Slot[]> larger, std::size_t size) noexcept {
+  slots_ = std::move(larger);
+  size_ = size;
+}
+
+error_code readJsonDocument(JsonWindows& windows, JsonValueStack& stack, TKSValue& value) {
+  const JsonTokens& tokens = windows.tokens();
   const char first = tokens.begins.empty() ? '\0' : tokens.text[tokens.begins[0]];
   if (first != '{' && first != '[') return simdjson::INCORRECT_TYPE;
-  return Document(tokens, stack).read(value);
+  if (!windows.isLast() || endsWithClosing(tokens)) return read(windows, tokens, stack, value);
+  // An error in any case: which one, a copy tells, after which a zero byte can be read.
+  const std::string copy(tokens.text);
+  return read(windows, {copy, tokens.begins}, stack, value);
 }
 
 }  // namespace tks::gnulinux

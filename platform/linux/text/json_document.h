@@ -1,33 +1,36 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <span>
-#include <string_view>
+#include <memory>
 
 #include <simdjson.h>
 
 #include <tksinterface/TKSValue.h>
 
 #include "foundation/values/ValueBuilder.h"
+#include "platform/linux/text/json_windows.h"
 
 namespace tks::gnulinux {
 
-/// A text of JSON and where its tokens begin, as simdjson's first stage finds them: every bracket, brace, colon and
-/// comma, the opening quote of every text, and the first character of everything else but blanks. The stage has seen
-/// that the text is UTF-8, that every quote is closed and that no text holds a control character.
-struct JsonTokens {
-  std::string_view text;
-  std::span<const std::uint32_t> begins;
+/// Memory for the values of open lists.
+class JsonValueStack {
+ public:
+  using Slot = value::StackBuilder::Slot;
 
-  /// How many values can stand on the stack of a builder at the same time: a list opens with one token, and has one
-  /// for each of its values and between any two of them.
-  std::size_t mostOpenValues() const noexcept { return begins.size() / 2 + 1; }
+  Slot* slots() const noexcept { return slots_.get(); }
+  std::size_t size() const noexcept { return size_; }
+  /// Larger memory, for at least so many values, whose content the caller copies. What was there before stays until
+  /// `replaceBy`. Throws std::bad_alloc.
+  std::unique_ptr<Slot[]> larger(std::size_t& wanted) const;
+  void replaceBy(std::unique_ptr<Slot[]> larger, std::size_t size) noexcept;
+
+ private:
+  std::unique_ptr<Slot[]> slots_;
+  std::size_t size_ = 0;
 };
 
-/// Makes the value of a text whose top level is an object or an array; `stack` has room for `mostOpenValues`. Throws
-/// std::bad_alloc.
-simdjson::error_code readJsonDocument(const JsonTokens& tokens, std::span<value::StackBuilder::Slot> stack,
-                                      TKSValue& value);
+/// Makes the value of a text whose top level is an object or an array, from the present window on, which is the first
+/// one. When the first window is not the whole text, errors only tell that there is one. Throws std::bad_alloc.
+simdjson::error_code readJsonDocument(JsonWindows& windows, JsonValueStack& stack, TKSValue& value);
 
 }  // namespace tks::gnulinux
