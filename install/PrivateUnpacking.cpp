@@ -25,6 +25,7 @@ constexpr std::string_view kPrefix = ".unpacking-";
 constexpr std::uint32_t kOrdinaryFolder = 0777;
 constexpr std::uint32_t kOwnersRights = 0700;
 constexpr std::uint32_t kOthersRights = 0077;
+constexpr std::uint32_t kWritingByOthers = 0022;
 /// What the unpacker may print beside what it unpacks.
 constexpr std::uint64_t kRoomForOutput = 64u * 1024 * 1024;
 
@@ -51,6 +52,8 @@ PrivateUnpacking::~PrivateUnpacking() {
     return true;
   });
 }
+
+bool PrivateUnpacking::isWritableByOwnerOnly() const { return (allowed_ & kWritingByOthers) == 0; }
 
 void PrivateUnpacking::removeLeftOvers(const std::string& place) {
   const std::optional<std::vector<std::string>> names = files().list(place, nullptr);

@@ -39,7 +39,7 @@ class PrivateUnpacking {
   /// others can.
   bool wasClosedToOthers() const { return wasClosed_; }
   /// Whether what is taken out of it has rights with which nobody else can write to it.
-  bool isWritableByOwnerOnly() const { return (allowed_ & kWritingByOthers) == 0; }
+  bool isWritableByOwnerOnly() const;
 
   /// Removes the private folders that processes left in `place` which ended while they unpacked. Nobody may be
   /// unpacking there now.
@@ -54,7 +54,6 @@ class PrivateUnpacking {
   std::string place_;
   std::string private_;
   std::string unpacked_;
-  static constexpr std::uint32_t kWritingByOthers = 0022;
   bool wasClosed_ = false;
   /// Permissions that a new folder has here.
   std::uint32_t allowed_ = 0;

@@ -146,7 +146,8 @@ bool cutByItsBeginning(std::string& text) {
   return query != kNowhere;
 }
 
-/// A URL loses its query when a secret is named anywhere in the text, and its meeting room's name is masked.
+/// A URL loses its query when a secret is named anywhere in the text, and its meeting room's name is masked. A text
+/// that was cut at a "?" has no query more, even where a "," is left in it.
 void maskURL(std::string& text, Unit unit, PairScan& scan, bool wasCut) {
   const std::size_t protocol = scan.find(kProtocols, kProtocol);
   if (protocol == kNowhere) return;

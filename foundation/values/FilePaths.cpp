@@ -26,9 +26,9 @@ std::string_view lastPathComponent(std::string_view path) {
 
 std::string_view folderOf(std::string_view path) {
   path = cut(path);
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string_view::npos) return path.empty() ? path : std::string_view(".");
-  return cut(path.substr(0, slash + 1));
+  const std::string_view folder = folderPart(path);
+  if (folder.empty()) return path.empty() ? path : std::string_view(".");
+  return cut(folder);
 }
 
 std::string_view folderPart(std::string_view path) {

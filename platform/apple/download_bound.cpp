@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "foundation/values/Characters.h"
+
 namespace tks::platform::apple {
 namespace {
 
@@ -20,12 +22,7 @@ constexpr Packing kPackings[] = {
     {"deflate", kMostOfADeflatedByte},
 };
 
-std::string_view trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") + 1 - first);
-}
-
+/// As a protocol compares its words. Text::equalIgnoringCase would go by Unicode's rules, and by the system's.
 bool isEqualInAscii(std::string_view one, std::string_view other) {
   const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
   return std::ranges::equal(one, other, {}, lower, lower);

@@ -49,6 +49,9 @@ constexpr Case kCases[] = {
     {1'000, -1, "deflate", false},
     {1'001, -1, " deflate\t", true},
     {1'000, -1, " gzip ", false},
+    {1'001, -1, "\u00a0gzip", true},
+    // Only letters of ASCII have two cases in a protocol.
+    {1, -1, "de\ufb02ate", true},
     // Unpacks to any length, or nobody knows to which.
     {1, -1, "br", true},
     {1, -1, "zstd", true},
