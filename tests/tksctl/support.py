@@ -104,15 +104,15 @@ class World:
     def tool(self, *words, **more):
         return self.run(TOOL, *words, **more)
 
-    def interrupted(self, *words, when, then="", times=1, before="", stdin="", env=None):
-        """Runs the tool in this world; Ctrl-C, for its whole group of processes as in a terminal, once the line of shell `when` is true
-        (`$child` is the tool's number), and as often as `times` says; then the line `then` is run. What the tool said, how it ended, and
-        as `left` the names of the processes that were left two seconds later."""
-        script = """set -m; when=$1 then=$2 times=$3 left=$4; shift 4
+    def interrupted(self, *words, when, then="", times=1, pause=0.05, alone=False, before="", stdin="", env=None):
+        """Runs the tool in this world; Ctrl-C, for its whole group of processes as in a terminal or for the tool `alone`, once the line of
+        shell `when` is true (`$child` is the tool's number), and as often as `times` says; then the line `then` is run. What the tool
+        said, how it ended, and as `left` the names of the processes that were left two seconds later."""
+        script = """set -m; when=$1 then=$2 times=$3 left=$4 pause=$5 group=$6; shift 6
             "$@" <&0 & child=$!
             exec 2>/dev/null  # what the shell itself says of the end
             until eval "$when"; do kill -0 $child 2>/dev/null || exit 98; sleep 0.01; done
-            for ((; times > 0; --times)); do kill -INT -- -$child; sleep 0.05; done
+            for ((; times > 0; --times)); do kill -INT -- $group$child; sleep $pause; done
             eval "$then"
             wait $child; code=$?
             for ((wait = 0; wait < 40; ++wait)); do
@@ -126,7 +126,8 @@ class World:
             echo $names >"$left"
             exit $code"""
         left = self.folder / "left"
-        shown = self.run("bash", "-c", script, "-", when, then, str(times), left, TOOL, *words, before=before, stdin=stdin, env=env)
+        shown = self.run("bash", "-c", script, "-", when, then, str(times), left, str(pause), "" if alone else "-", TOOL, *words,
+                         before=before, stdin=stdin, env=env)
         shown.left = left.read_text().split() if left.exists() else None
         return shown
 

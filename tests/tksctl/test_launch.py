@@ -86,28 +86,22 @@ class Launch(LaunchTest):
             with self.subTest(words):
                 self.expect_bad_input(self.here.tool("launch", *words), code, named)
 
-    def interrupted(self, *pauses):
-        """Ctrl-C once the launcher, which says nothing, has been greeted, and again after each pause."""
+    def interrupted(self, times):
+        """Ctrl-C, so many times, for the tool alone, once the launcher, which says nothing, has been greeted. How long it took."""
         heard = self.here / "heard"
-        again = "".join(f"sleep {pause}; kill -INT $child; " for pause in pauses)
-        command = self.here.command(["bash", "-c", f'"$@" & child=$!; until [ -e {heard} ]; do sleep 0.05; done; '
-                                     f'kill -INT $child; {again}wait $child; code=$?; sleep 0.3; '
-                                     'cat /proc/[0-9]*/comm 2>/dev/null | grep -c Tarvo; exit $code',
-                                     "-", TOOL, "launch", "--json"])
         heard.unlink(missing_ok=True)
         began = time.monotonic()
-        done = run(command, env=self.here.environment(TKS_FAKE_LAUNCHER=f"--received {heard} --mute-after hello"))
-        self.assertEqual(done.code, INTERRUPTED, done)
-        lines = done.out.splitlines()
-        self.assertEqual((len(lines), lines[-1]), (2, "0"), done)
-        self.assertEqual(json.loads(lines[0])["error"]["message"], "interrupted")
+        done = self.here.interrupted("launch", "--json", when=f"[ -e {heard} ]", times=times, pause=0.2, alone=True,
+                                     env={"TKS_FAKE_LAUNCHER": f"--received {heard} --mute-after hello"})
+        self.assertEqual((done.code, done.left), (INTERRUPTED, []), done)
+        self.assertEqual(json.loads(done.out)["error"]["message"], "interrupted")
         return time.monotonic() - began
 
     def test_ctrl_c_ends_the_conversation_and_the_launcher(self):
-        self.interrupted(0.2)
+        self.interrupted(times=2)
 
     def test_a_second_ctrl_c_does_not_wait_for_the_goodbye(self):
-        self.assertLess(self.interrupted(0.2), self.interrupted())
+        self.assertLess(self.interrupted(times=2), self.interrupted(times=1))
 
 
 class Talk(LaunchTest):

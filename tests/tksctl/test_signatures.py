@@ -49,6 +49,7 @@ class Sign(ToolTest):
                 (("-i", identity, folder / "missing"), FAILED, "missing"),
                 (("--pkcs12", folder / "file", folder / "file"), FAILED, "file"),
                 (("-i", identity, "--entitlements", folder / "none", folder / "file"), FAILED, "cannot read"),
+                (("-i", identity, "--entitlements", folder, folder / "file"), FAILED, "cannot read"),
                 (("--ad-hoc", "--timestamp", folder / "file"), FAILED, "a time stamp needs an identity"),
                 (("--ad-hoc", "--digest", "md5", folder / "file"), USAGE, "md5")):
             with self.subTest(words):

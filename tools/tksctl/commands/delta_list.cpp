@@ -1,13 +1,10 @@
 #include <tksinterface/TKSConstants.h>
 #include <tksinterface/TKSUtilBase.h>
 
-#include <chrono>
 #include <cstdlib>
 #include <memory>
 #include <optional>
-#include <thread>
 
-#include "platform/platform.h"
 #include "tools/tksctl/commands/table.h"
 #include "tools/tksctl/parts/delta_packages.h"
 #include "tools/tksctl/parts/first_failure.h"
@@ -18,10 +15,8 @@ namespace {
 
 constexpr std::string_view kURLErrors = "NSURLErrorDomain";
 constexpr std::int64_t kRequestTimedOut = -1001;
-constexpr std::chrono::hours kNoLimit{24 * 365};
 
 struct Answer {
-  bool isThere = false;
   std::optional<TKSDictionary> packages;
   TKSError error;
 };
@@ -54,16 +49,11 @@ Exit list(Context& context, const std::string& url) {
   ::setenv("TMPDIR", scratch.path().c_str(), 1);
   const auto answer = std::make_shared<Answer>();
   const FirstFailure failure;
-  std::thread worker([answer, url] {
-    answer->packages = TKSUtilBase::avaliableDeltaUpdates(url, &answer->error);
-    platform::mainLoop().post([answer] { answer->isThere = true; });
-  });
-  const auto end = context.interrupts.runUntil([&] { return answer->isThere; }, kNoLimit);
-  if (end != Interrupts::End::done) {
+  const auto work = [answer, url] { answer->packages = TKSUtilBase::avaliableDeltaUpdates(url, &answer->error); };
+  if (context.interrupts.runAside(work) != Interrupts::End::done) {
     scratch.remove();
     context.interrupts.endProgram();
   }
-  worker.join();
   return judge(context.out, *answer, failure);
 }
 

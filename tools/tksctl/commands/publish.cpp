@@ -20,6 +20,7 @@
 #include "tools/tksctl/frame/json_values.h"
 #include "tools/tksctl/parts/archive_writer.h"
 #include "tools/tksctl/parts/delta_packages.h"
+#include "tools/tksctl/parts/file_content.h"
 #include "tools/tksctl/parts/file_digest.h"
 #include "tools/tksctl/parts/first_failure.h"
 #include "tools/tksctl/parts/scratch.h"
@@ -106,13 +107,6 @@ std::string listText(TKSArray list, const Wishes& wishes) {
   return json::write(list).value_or("");
 }
 
-TKSData contentOf(const std::string& path) {
-  TKSError error;
-  auto content = platform::files().read(path, kLargestList, &error);
-  if (!content) throw std::runtime_error(error.localizedDescription);
-  return *std::move(content);
-}
-
 /// Writes the signed list to an archive. The signature stands beside the list, and before it: some unpackers join the
 /// two on the way.
 void makeArchive(const Scratch& scratch, const std::string& text, const Wishes& wishes, const std::string& archive) {
@@ -133,8 +127,8 @@ void makeArchive(const Scratch& scratch, const std::string& text, const Wishes& 
   const posix::FileDescriptor file(::open(archive.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file) throw std::runtime_error("cannot create " + archive);
   ArchiveWriter writer(file.get(), ArchiveWriter::Format::tar);
-  writer.addContent(std::string(kSideCar), contentOf(scratch.place(kSideCar)));
-  writer.addContent(std::string(kList), contentOf(list));
+  writer.addContent(std::string(kSideCar), contentOf(scratch.place(kSideCar), kLargestList));
+  writer.addContent(std::string(kList), contentOf(list, kLargestList));
   writer.finish();
 }
 
@@ -177,7 +171,7 @@ Exit publish(Context& context, const Wishes& wishes) {
   if (const Exit proven = prove(out, served, *list); proven != Exit::ok) return proven;
   if (context.interrupts.came()) return out.fail(Exit::interrupted, kInterrupted);
   const std::string place = fs::absolute(joinedPath(wishes.folder, kPublished)).lexically_normal().string();
-  if (!platform::files().writeAtomically(place, contentOf(joinedPath(served, kPublished)), &error))
+  if (!platform::files().writeAtomically(place, contentOf(joinedPath(served, kPublished), kLargestList), &error))
     return out.fail(error);
   const std::string base = TKSURL::fileURLWithPath(folderOf(place)).absoluteString();
   if (const auto shown = TKSUtilBase::avaliableDeltaUpdates(base, nullptr)) showPackages(out, *shown);

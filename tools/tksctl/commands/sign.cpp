@@ -1,12 +1,12 @@
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 
 #include "codesign/Codesign.h"
 #include "tools/tksctl/commands/sign.h"
+#include "tools/tksctl/parts/file_content.h"
 #include "tools/tksctl/parts/signing_identity.h"
 
 namespace tks::ctl {
@@ -47,10 +47,10 @@ std::optional<SigningIdentity> identityOf(const Wishes& wishes) {
   return loadIdentity(identity);
 }
 
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::runtime_error("cannot read " + path);
-  return {std::istreambuf_iterator<char>(file), {}};
+std::string entitlementsIn(const std::string& path) {
+  constexpr std::size_t kLargest = std::size_t{1} << 20;
+  const TKSData content = contentOf(path, kLargest);
+  return {content.begin(), content.end()};
 }
 
 /// Signs all, up to a signal. How many were signed.
@@ -63,7 +63,7 @@ std::size_t signAll(Output& out, const Wishes& wishes, const Interrupts& interru
     }
     options.timeStamp = std::time(nullptr);
   }
-  if (!wishes.entitlementsFile.empty()) options.entitlements = contentOf(wishes.entitlementsFile);
+  if (!wishes.entitlementsFile.empty()) options.entitlements = entitlementsIn(wishes.entitlementsFile);
   if (!wishes.digests.empty()) options.hashTypes.clear();
   for (const std::string& digest : wishes.digests) options.hashTypes.push_back(kDigests.at(digest));
   options.storage = kStorages.at(wishes.storage);

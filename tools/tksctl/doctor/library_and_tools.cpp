@@ -1,7 +1,6 @@
 #include <algorithm>
+#include <chrono>
 #include <memory>
-#include <optional>
-#include <thread>
 
 #include "BuildValues.h"
 #include "foundation/Options.h"
@@ -39,17 +38,10 @@ constexpr ToolRow kTools[] = {
 
 /// Asks a tool. Who presses Ctrl-C does not wait for one that says nothing: it ends with this program.
 platform::ToolResult ask(Interrupts& interrupts, const platform::ToolRequest& request) {
-  constexpr std::chrono::hours kToolsOwnLimit{24};
-  const auto answer = std::make_shared<std::optional<platform::ToolResult>>();
-  std::thread worker([answer, request] {
-    platform::ToolResult result = platform::systemTools().run(request);
-    platform::mainLoop().post([answer, result = std::move(result)] { *answer = result; });
-  });
-  if (interrupts.runUntil([&] { return answer->has_value(); }, kToolsOwnLimit) != Interrupts::End::done) {
-    interrupts.endProgram();
-  }
-  worker.join();
-  return **answer;
+  const auto result = std::make_shared<platform::ToolResult>();
+  const auto work = [result, request] { *result = platform::systemTools().run(request); };
+  if (interrupts.runAside(work) != Interrupts::End::done) interrupts.endProgram();
+  return *result;
 }
 
 void checkTool(Report& report, const ToolRow& row, std::chrono::seconds patience) {

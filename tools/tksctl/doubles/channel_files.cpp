@@ -26,7 +26,8 @@ std::optional<std::uint64_t> numberOf(const std::string& path) {
   return facts.st_ino;
 }
 
-std::string contentOf(const std::string& path) {
+/// Nothing yet is empty.
+std::string contentSoFar(const std::string& path) {
   const auto content = platform::files().read(path, kLargest, nullptr);
   return content ? std::string(content->begin(), content->end()) : std::string();
 }
@@ -36,7 +37,7 @@ std::string contentOf(const std::string& path) {
 ChannelFiles::ChannelFiles(std::string folder) : folder_(std::move(folder)) {
   for (std::size_t at = 0; at < known_.size(); ++at) {
     const std::string path = joinedPath(folder_, names()[at]);
-    known_[at] = {numberOf(path).value_or(0), contentOf(path)};
+    known_[at] = {numberOf(path).value_or(0), contentSoFar(path)};
   }
 }
 
@@ -46,7 +47,7 @@ std::optional<std::string> ChannelFiles::fault(std::size_t leastSaid) {
   for (std::size_t at = 0; at < known_.size(); ++at) {
     const std::string path = joinedPath(folder_, names()[at]);
     const std::optional<std::uint64_t> number = numberOf(path);
-    std::string content = contentOf(path);
+    std::string content = contentSoFar(path);
     const char* what = !number                                                           ? " was removed"
                        : *number != known_[at].number                                    ? " was replaced"
                        : content.size() < std::max(known_[at].content.size(), least[at]) ? " was cut"

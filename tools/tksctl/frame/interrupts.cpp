@@ -9,8 +9,10 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <memory>
 #include <utility>
 
+#include "platform/platform.h"
 #include "tools/tksctl/frame/exit_codes.h"
 
 namespace tks::ctl {
@@ -94,6 +96,18 @@ Interrupts::End Interrupts::runUntil(const std::function<bool()>& isDone, std::c
                                      int descriptor, const std::function<void()>& onReadable) {
   hold();
   return drainUntil(isDone, limit, {.descriptor = descriptor, .onReadable = onReadable});
+}
+
+Interrupts::End Interrupts::runAside(std::function<void()> work) {
+  hold();
+  constexpr std::chrono::hours kNoLimit{24 * 365};
+  const auto isDone = std::make_shared<bool>(false);
+  const auto run = [isDone, work = std::move(work)] {
+    work();
+    platform::mainLoop().post([isDone] { *isDone = true; });
+  };
+  if (!platform::backgroundWork().submit(run)) run();
+  return runUntil([&] { return *isDone; }, kNoLimit);
 }
 
 bool Interrupts::finishWithin(std::chrono::milliseconds limit, const std::function<bool()>& isDone) {

@@ -29,8 +29,12 @@ class Interrupts {
   /// `descriptor` is watched as well, where there is one: `onReadable` is called as long as it is readable.
   End runUntil(const std::function<bool()>& isDone, std::chrono::milliseconds limit, int descriptor = -1,
                const std::function<void()>& onReadable = {});
-  /// The same for what is done after a signal too, such as a goodbye: only one more signal ends it, because whoever
-  /// presses Ctrl-C twice does not want to wait. Whether it came to `isDone`.
+  /// Runs what cannot be called off on a background thread, and the main loop meanwhile, until it is done or a signal
+  /// comes: then it runs on, and whoever waited removes its traces and ends the program. Without a thread to be had it
+  /// runs here, and a third signal ends it. What it writes has to outlive this call. Holds signals.
+  End runAside(std::function<void()> work);
+  /// The same as runUntil for what is done after a signal too, such as a goodbye: only one more signal ends it, because
+  /// whoever presses Ctrl-C twice does not want to wait. Whether it came to `isDone`.
   bool finishWithin(std::chrono::milliseconds limit, const std::function<bool()>& isDone);
 };
 
