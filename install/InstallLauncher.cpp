@@ -98,12 +98,9 @@ class Installation {
     return error == TKSError() ? false : refusePackage(error);
   }
 
-  /// The mark is taken before the check: whatever is done to the package later shows. But for what somebody else does
-  /// who had a file of it open before, so it does not count where somebody could.
-  bool checkPackage() {
+  bool checkPackage() const {
     tks::install::tellProgress(TKSInstallStep::checking);
     TKSError error;
-    if (unpackFolder_.isClosedToOthers()) provenMark_ = files().changeMark(unpackFolder_.launcherPath(), nullptr);
     return TKSUtilBase::isSafeToInstall(unpackFolder_.launcherPath(), version_, &error) || refusePackage(error);
   }
 
@@ -156,7 +153,8 @@ class Installation {
     TKSError error;
     tks::install::BundleReplacement replacement(targetPath_);
     const bool staged = replacement.stage(unpackFolder_.launcherPath(), &error);
-    const bool proven = staged && isProven(replacement.stagedPath(), &error);
+    // What was checked before may have been away at that time, or have changed since: this is what goes in.
+    const bool proven = staged && TKSUtilBase::isSafeToInstall(replacement.stagedPath(), version_, &error);
     // A launcher in a read-only folder stays: report that, not the new one's failure.
     const bool stays = files().exists(targetPath_) && (proven || !files().isWritable(tks::folderOf(targetPath_)));
     const bool installed = proven && replacement.putInPlace(&error);
@@ -173,18 +171,11 @@ class Installation {
     return true;
   }
 
-  /// Only a checked bundle goes in; if it may have changed or was copied, it is checked again.
-  bool isProven(const std::string& bundle, TKSError* error) const {
-    return (provenMark_ && files().changeMark(bundle, nullptr) == provenMark_) ||
-           TKSUtilBase::isSafeToInstall(bundle, version_, error);
-  }
-
   std::string givenVersion_;
   std::string version_;
   std::string zipPath_;
   std::string targetPath_;
   tks::install::UnpackFolder unpackFolder_;
-  std::optional<TKSData> provenMark_;
   tks::install::Patience& patience_;
   std::unique_ptr<FileLock>& placeLock_;
 };

@@ -24,8 +24,6 @@ using platform::files;
 constexpr std::string_view kPrefix = ".unpacking-";
 constexpr std::uint32_t kOrdinaryFolder = 0777;
 constexpr std::uint32_t kOwnersRights = 0700;
-constexpr std::uint32_t kOthersRights = 0077;
-constexpr std::uint32_t kWritingByOthers = 0022;
 /// What the unpacker may print beside what it unpacks.
 constexpr std::uint64_t kRoomForOutput = 64u * 1024 * 1024;
 
@@ -52,8 +50,6 @@ PrivateUnpacking::~PrivateUnpacking() {
     return true;
   });
 }
-
-bool PrivateUnpacking::isWritableByOwnerOnly() const { return (allowed_ & kWritingByOthers) == 0; }
 
 void PrivateUnpacking::removeLeftOvers(const std::string& place) {
   const std::optional<std::vector<std::string>> names = files().list(place, nullptr);
@@ -82,9 +78,6 @@ bool PrivateUnpacking::makeFolders(TKSError& error) {
   const std::optional<std::string> made = files().makePrivateDirectory(joinedPath(place_, kPrefix), &error);
   if (!made) return false;
   private_ = *made;
-  const std::optional<platform::FileAttributes> own = files().attributes(private_, &error);
-  if (!own) return false;
-  wasClosed_ = (own->permissions & kOthersRights) == 0;
   unpacked_ = joinedPath(private_, "unpacked");
   if (!files().createDirectory(unpacked_, kOrdinaryFolder, &error)) return false;
   // What the umask leaves of a folder's rights it leaves of everything's. The process's own umask is not to be touched.

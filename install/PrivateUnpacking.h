@@ -35,11 +35,6 @@ class PrivateUnpacking {
   /// Moves an item from the top of the unpacked tree to a free place on the same volume. False when it is not there,
   /// is a link, or cannot be moved.
   bool take(std::string_view name, const std::string& destination, TKSError* error) const;
-  /// Whether nobody else could enter the folder while there was something in it: on a volume without rights of its own
-  /// others can.
-  bool wasClosedToOthers() const { return wasClosed_; }
-  /// Whether what is taken out of it has rights with which nobody else can write to it.
-  bool isWritableByOwnerOnly() const;
 
   /// Removes the private folders that processes left in `place` which ended while they unpacked. Nobody may be
   /// unpacking there now.
@@ -54,7 +49,6 @@ class PrivateUnpacking {
   std::string place_;
   std::string private_;
   std::string unpacked_;
-  bool wasClosed_ = false;
   /// Permissions that a new folder has here.
   std::uint32_t allowed_ = 0;
 };

@@ -60,7 +60,6 @@ bool UnpackFolder::unpack(const std::string& zipPath, TKSError* error) {
   unpacking.onStep = tellProgress;
   const bool moved =
       unpacking.run(zipPath, platform::ArchiveFormat::zip, {}, error) && unpacking.take(TKSAppName, launcher_, error);
-  isClosed_ = unpacking.wasClosedToOthers() && (isOwn_ || unpacking.isWritableByOwnerOnly());
   const bool unpacked = moved && files().exists(launcher_);
   TKSILog::logWithLevel(TKSILogLevelInfo, "Unzip backup to temp TKS app: %@, result: %i", masked(launcher_), unpacked);
   return unpacked;

@@ -29,16 +29,12 @@ class UnpackFolder {
 
   /// Where the launcher is expected.
   const std::string& launcherPath() const { return launcher_; }
-  /// Nobody else could open anything of the unpacked launcher for writing: it came into being in a folder that nobody
-  /// else could enter, and has left it for another such folder, or with rights that let nobody else write.
-  bool isClosedToOthers() const { return isClosed_; }
 
  private:
   std::string path_;
   std::string launcher_;
   /// The temporary folder itself serves a host without an identifier.
   bool isOwn_;
-  bool isClosed_ = false;
   std::unique_ptr<platform::FileLock> lock_;
 };
 

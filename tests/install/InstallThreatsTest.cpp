@@ -79,6 +79,37 @@ TEST_F(InstallThreats, APackageThatIsChangedAfterTheCheckIsNotInstalled) {
   }
 }
 
+/// Shows something foreign in the place of the package whenever the package's mark is asked for.
+class ForeignMark final : public tks::test::ForwardingFiles {
+ public:
+  ForeignMark(std::string foreign, std::string package) : foreign_(std::move(foreign)), package_(std::move(package)) {}
+  void exchangeThem() {
+    ::syscall(SYS_renameat2, AT_FDCWD, foreign_.c_str(), AT_FDCWD, package_.c_str(), RENAME_EXCHANGE);
+  }
+
+ private:
+  std::optional<TKSData> changeMark(std::string_view path, TKSError* error) override {
+    if (path != package_) return ForwardingFiles::changeMark(path, error);
+    exchangeThem();
+    std::optional<TKSData> mark = ForwardingFiles::changeMark(path, error);
+    exchangeThem();
+    return mark;
+  }
+
+  std::string foreign_;
+  std::string package_;
+};
+
+TEST_F(InstallThreats, APackageThatIsAwayWhileItIsCheckedIsProvenAgain) {
+  const std::string foreign = base_ / "foreign";
+  tks::test::makeLauncher(foreign, LauncherPlan{.version = "5.0.1", .signer = "other team"});
+  const std::string zip = archive("5.0.1");
+  ForeignMark files(foreign, world.unpacked());
+  WatchedSignatures signatures([&] { files.exchangeThem(); });
+  EXPECT_FALSE(install("5.0.1", zip));
+  EXPECT_EQ(launcherAt(target()), "4.9");
+}
+
 TEST_F(InstallThreats, APackageThatIsExchangedForAnotherOfTheMakersIsProvenAgain) {
   const std::string zip = archive("5.0.1");
   tks::test::makeLauncher(base_ / "same", LauncherPlan{.version = "5.0.1"});
