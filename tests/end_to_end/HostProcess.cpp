@@ -184,6 +184,10 @@ bool HostProcess::waitForStatus(int wanted) {
 
 std::size_t HostProcess::descriptors() const { return descriptorCount(pid_); }
 
+bool HostProcess::waitForDescriptors(std::size_t atMost) const {
+  return tks::test::waitUntil([&] { return descriptors() <= atMost; });
+}
+
 std::size_t HostProcess::threads() const { return threadCount(pid_); }
 
 std::set<int> HostProcess::children() const { return tks::test::children(pid_); }

@@ -61,6 +61,8 @@ class HostProcess {
 
   /// Open descriptors, threads, and children that live or wait to be collected.
   std::size_t descriptors() const;
+  /// True as soon as no more descriptors are open than that: one more may be under way for a moment, a leak stays.
+  bool waitForDescriptors(std::size_t atMost) const;
   std::size_t threads() const;
   std::set<int> children() const;
   bool isAlive() const;

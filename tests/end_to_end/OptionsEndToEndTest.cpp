@@ -129,7 +129,7 @@ TEST_P(OptionsEndToEnd, PrivatePipesLeaveTheStandardHandlesAsTheyAre) {
     // Over files a stop calls nobody.
     ASSERT_TRUE(!usesPipes || pair.waitUntilTold(2));
     pair.expectNothingLeft();
-    EXPECT_LE(pair.host.descriptors(), descriptors);
+    EXPECT_TRUE(pair.host.waitForDescriptors(descriptors)) << pair.host.descriptors() << " for " << descriptors;
   }
 }
 
