@@ -1,5 +1,9 @@
 #!/usr/bin/env python3
 """Tests of what benchmarks/run makes of its times."""
+import pathlib
+import subprocess
+import sys
+import tempfile
 import unittest
 import xml.etree.ElementTree
 
@@ -47,6 +51,36 @@ class Report(unittest.TestCase):
 
     def test_a_drawing_of_nothing_is_a_drawing(self):
         xml.etree.ElementTree.fromstring(report.drawing({}, {}))
+
+
+PROGRAM = """#!/bin/sh
+case "$*" in
+  *--benchmark_list_tests*) echo ours/a ;;
+  *) {} ;;
+esac
+"""
+
+
+class Run(unittest.TestCase):
+    def run_over(self, programs, *arguments):
+        with tempfile.TemporaryDirectory() as folder:
+            built = pathlib.Path(folder) / "benchmarks"
+            built.mkdir()
+            for name, does in programs.items():
+                (built / name).write_text(PROGRAM.format(does))
+                (built / name).chmod(0o755)
+            command = [sys.executable, pathlib.Path(__file__).parent / "run", "--build", folder, *arguments]
+            return subprocess.run(command, capture_output=True, text=True)
+
+    def test_a_folder_without_benchmarks_is_no_measured_run(self):
+        done = self.run_over({})
+        self.assertEqual((done.returncode, "no benchmarks are built in" in done.stderr), (1, True), done.stderr)
+
+    def test_a_program_that_fails_is_told_and_nothing_measured_is_an_error(self):
+        done = self.run_over({"a_benchmark": "exit 3"}, "a")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("a_benchmark failed with 3", done.stderr)
+        self.assertIn("no row's name holds a", done.stderr)
 
 
 if __name__ == "__main__":
