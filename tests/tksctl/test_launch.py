@@ -87,11 +87,12 @@ class Launch(LaunchTest):
                 self.expect_bad_input(self.here.tool("launch", *words), code, named)
 
     def interrupted(self, times):
-        """Ctrl-C, so many times, for the tool alone, once the launcher, which says nothing, has been greeted. How long it took."""
+        """Ctrl-C, so many times, for the tool alone, once the launcher, which says nothing more, was asked for the meeting. How
+        long it took."""
         heard = self.here / "heard"
         heard.unlink(missing_ok=True)
         began = time.monotonic()
-        done = self.here.interrupted("launch", "--json", when=f"[ -e {heard} ]", times=times, pause=0.2, alone=True,
+        done = self.here.interrupted("launch", "--json", when=f"grep -q launch_meeting {heard}", times=times, pause=0.2, alone=True,
                                      env={"TKS_FAKE_LAUNCHER": f"--received {heard} --mute-after hello"})
         self.assertEqual((done.code, done.left), (INTERRUPTED, []), done)
         self.assertEqual(json.loads(done.out)["error"]["message"], "interrupted")
