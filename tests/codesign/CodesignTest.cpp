@@ -124,18 +124,25 @@ TEST_F(Face, DescribesWhatASignatureSays) {
   EXPECT_FALSE(description.ticket);
 }
 
-TEST_F(Face, NamesTheHighestCertificateOfTheSignersOrganization) {
+TEST_F(Face, NamesTheLeafWhereTheAuthoritiesAreOfAnotherOrganization) {
   EXPECT_THAT(open(signedApp()).describe().implicitRequirement,
               HasSubstr("identifier \"com.tarvo.A\" and certificate leaf = H\""));
+}
+
+class FaceOfOneOrganization : public Face, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(FaceOfOneOrganization, NamesItsHighestCertificate) {
   tks::codesign::IdentityPlan plan;
   plan.organization = "Apple Inc.";  // as that of the authorities
-  for (const bool isShort : {false, true}) {
-    plan.withoutIntermediate = isShort;
-    const SigningIdentity own = *SigningIdentity::make(plan);
-    ASSERT_TRUE(tks::codesign::sign(app, &own, stamped()).isGood());
-    EXPECT_THAT(open(app).describe().implicitRequirement, HasSubstr("and certificate root = H\""));
-  }
+  plan.withoutIntermediate = GetParam();
+  const SigningIdentity own = *SigningIdentity::make(plan);
+  makeApp(app, elfProgram());
+  ASSERT_TRUE(tks::codesign::sign(app, &own, stamped()).isGood());
+  EXPECT_THAT(open(app).describe().implicitRequirement, HasSubstr("and certificate root = H\""));
 }
+
+INSTANTIATE_TEST_SUITE_P(Intermediate, FaceOfOneOrganization, ::testing::Values(false, true),
+                         [](const auto& with) { return with.param ? "Without" : "With"; });
 
 TEST_F(Face, DescribesTheHashesOfEveryDirectory) {
   const Description description = open(signedApp()).describe();

@@ -97,7 +97,7 @@ class Writing(InterruptTest):
         large = first / "Contents/Resources/large"
         large.parent.mkdir(exist_ok=True)
         with open(large, "wb") as file:
-            file.truncate(500 << 20)
+            file.truncate(400 << 20)
         reading = f"ls -l /proc/$child/fd 2>/dev/null | grep -qF {shlex.quote(str(large))}"
         shown = self.interrupted("sign", "-i", Maker.identity(), first, second, when=reading)
         self.assertEqual((shown.out, shown.err), ("", "tksctl: interrupted: 1 of 2 signed\n"))
