@@ -20,7 +20,8 @@ class TksinterfaceConan(ConanFile):
     package_type = "library"
     settings = "os", "arch", "compiler", "build_type"
     options = {"shared": [True, False], "tools": [True, False]}
-    default_options = {"shared": True, "tools": False}
+    # Three are opened on first use, by the names of their files: shared, and on the loader's way when a host runs (conanrun).
+    default_options = {"shared": True, "tools": False, "icu/*:shared": True, "libarchive/*:shared": True, "libcurl/*:shared": True}
 
     @property
     def _tree(self):
