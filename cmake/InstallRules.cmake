@@ -73,7 +73,9 @@ install(FILES ${PROJECT_BINARY_DIR}/generated/tksinterface.pc DESTINATION ${CMAK
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT dev)
 
 # The pages, where they have been built: cmake --build ... --target site.
-add_custom_target(site COMMAND ${PROJECT_SOURCE_DIR}/scripts/site ${PROJECT_BINARY_DIR}/site USES_TERMINAL)
+if(PROJECT_IS_TOP_LEVEL)  # other projects have sites of their own
+  add_custom_target(site COMMAND ${PROJECT_SOURCE_DIR}/scripts/site ${PROJECT_BINARY_DIR}/site USES_TERMINAL)
+endif()
 install(DIRECTORY ${PROJECT_BINARY_DIR}/site DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc OPTIONAL)
 if(NOT APPLE AND PROJECT_IS_TOP_LEVEL)
   include(Packages)
