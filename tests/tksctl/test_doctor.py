@@ -195,6 +195,12 @@ class Limits(DoctorTest):
         before = f"flock {place} sleep 60 & while flock -n {place} true; do sleep 0.05; done"
         self.finds("locks.temporary", "FAIL", "(flock)", "Wait until", TIMED_OUT, before=before)
 
+    def test_held_lock_of_a_hosts_installations(self):
+        (self.here.tmp / "my.host").mkdir(mode=0o700)
+        place = self.says(self.here.tmp / "my.host")
+        before = f"flock {place} sleep 60 & while flock -n {place} true; do sleep 0.05; done"
+        self.finds("locks.host", "FAIL", "my.host is held by process", "Wait until", TIMED_OUT, before=before)
+
 
 class Preferences(DoctorTest):
     def setUp(self):
@@ -283,6 +289,21 @@ class Launcher(DoctorTest):
     def test_too_old(self):
         self.put(version="1.0.0")
         self.finds("launcher.version", "FAIL", "not supported any more", "Install a newer launcher", BROKEN_LAUNCHER)
+
+    def test_identifier_of_another_application(self):
+        def other(bundle):
+            information = bundle / "Contents/Info.plist"
+            information.write_text(information.read_text().replace("com.tarvo.kovra.Tarvo-Kovra-Start", "com.tarvo.kovra.Other"))
+        self.put(change=other)
+        self.finds("launcher.identifier", "WARN", "com.tarvo.kovra.Other", "com.tarvo.kovra.Tarvo-Kovra-Start", OK)
+
+    def test_launcher_that_this_user_may_not_replace(self):
+        if os.geteuid() != 0:
+            self.skipTest("needs root")
+        self.install()
+        self.here.give_to_nobody()
+        os.chown(self.launcher, 0, 0)
+        self.finds("launcher.rights", "WARN", "may not replace", "Give the launcher and its folder to this user", OK, as_nobody=True)
 
     def test_mark_of_downloads(self):
         self.install()
