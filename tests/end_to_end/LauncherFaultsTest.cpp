@@ -59,12 +59,12 @@ TEST_P(LauncherFault, EndBeforeTheAnswerToTheLaunchIsReportedOnce) {
               ElementsAre(usesPipes() ? std::string(kEndOfThePipe) : endOfTheProcess("exit code: 0")));
 }
 
-TEST_P(LauncherFault, EndBehindTheGoodbyeIsQuiet) {
+TEST_P(LauncherFault, EndAfterTheGoodbyeIsQuiet) {
   EXPECT_THAT(launch({"--exit-after", "disconnect_ack"}), ElementsAre("finish one"));
   EXPECT_THAT(lines_, testing::Not(Contains(HasSubstr("fatal error"))));
 }
 
-TEST_P(LauncherFault, EndInPlaceOfTheGoodbyeComesBehindTheLaunchedMeeting) {
+TEST_P(LauncherFault, EndInPlaceOfTheGoodbyeComesAfterTheLaunchedMeeting) {
   const std::vector<std::string> told = launch({"--exit-before", "disconnect_ack"});
   ASSERT_GE(told.size(), 1u);
   EXPECT_EQ(told.front(), "finish one");

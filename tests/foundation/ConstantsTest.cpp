@@ -79,7 +79,7 @@ TEST(Constants, EveryConstantOfTheCatalogueIsExportedWithItsValue) {
   }
 }
 
-TEST(Constants, TextsAreTerminatedBehindTheirView) {
+TEST(Constants, TextsAreTerminatedAfterTheirView) {
   const Library library;
   ASSERT_TRUE(library.isLoaded()) << dlerror();
   for (const Row& row : table()) {

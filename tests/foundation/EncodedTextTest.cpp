@@ -18,7 +18,7 @@ using tks::test::LogRecorder;
 
 using Text = std::optional<std::string>;
 
-TEST(DecodeBase64, GivesTheTextBehindIt) {
+TEST(DecodeBase64, GivesTheTextThatItStandsFor) {
   const LogRecorder log;
   EXPECT_EQ(TKSUtilBase::checkAndDecodeBase64("YWJjZA=="), Text("abcd"));
   EXPECT_EQ(TKSUtilBase::checkAndDecodeBase64("YWJjZGU="), Text("abcde"));

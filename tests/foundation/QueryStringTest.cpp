@@ -40,7 +40,7 @@ TEST(Query, TheValueOfParamIsMaskedInTheLine) {
   EXPECT_THAT(log.lines(), ElementsAre(LogLine{2, "getParamValue: jan*@a.example forKey: param"}));
 }
 
-TEST(Query, OtherValuesBeginBehindTheFirstEqualsSign) {
+TEST(Query, OtherValuesBeginAfterTheFirstEqualsSign) {
   const LogRecorder log;
   EXPECT_EQ(TKSUtilBase::getQueryDict("x=a=b&params=c=d"), (TKSDictionary{{"x", "a=b"}, {"params", "c=d"}}));
   EXPECT_THAT(log.lines(), IsEmpty());

@@ -257,7 +257,7 @@ TEST_F(DeltaUpdates, RefusesArchivesThatHoldMoreThanPlainFiles) {
   }
 }
 
-TEST_F(DeltaUpdates, APipeBehindGarbageIsNotWaitedFor) {
+TEST_F(DeltaUpdates, APipeAfterGarbageIsNotWaitedFor) {
   // The look gives up at the garbage; the tool skips it.
   const std::string garbage(512, 'x');
   EXPECT_EQ(ask(garbage + TarArchive().add(kName, TarArchive::pipe, "").bytes()), std::nullopt);

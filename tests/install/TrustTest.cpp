@@ -151,7 +151,7 @@ TEST_F(Trust, ATeamThatIsNoTextIsMissing) {
   EXPECT_EQ(verdict(), "Codesign verify failed, not from Tarvo.");
 }
 
-TEST_F(Trust, MissingCertificatesAreReportedBehindAnyTeam) {
+TEST_F(Trust, MissingCertificatesAreReportedAfterAnyTeam) {
   signatures.information.erase("certificates");
   EXPECT_EQ(verdict(), "No certificate info included in code signature info.");
   signatures.information.set("teamid", "OTHERTEAM1");

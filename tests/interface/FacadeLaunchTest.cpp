@@ -78,7 +78,7 @@ TEST_F(FacadeLaunch, IsRefusedWhileTheLauncherIsBeingStarted) {
   ASSERT_THAT(waitUntilHeard(), ElementsAre("hello"));
 }
 
-TEST_F(FacadeLaunch, FailedStartIsReportedOnceAndBehindAStop) {
+TEST_F(FacadeLaunch, FailedStartIsReportedOnceAndAfterAStop) {
   tks_.setTKSAppPath("/nowhere/A.app");
   tks_.launchMeetingWithParam(TKSDictionary(), finish(), error());
   ASSERT_TRUE(drainUntil([&] { return !calls_.empty(); }));

@@ -312,7 +312,7 @@ TEST_F(LaunchExecutable, TheEndOfAWarmedUpProcessIsNothingToReport) {
   EXPECT_EQ(log.lines(), before);
 }
 
-TEST_F(LaunchExecutable, TheEndIsToldOnceAndBehindTheResult) {
+TEST_F(LaunchExecutable, TheEndIsToldOnceAndAfterTheResult) {
   std::vector<std::string> told;
   const auto launchResult = [&](const auto& launched, const auto&) { told.push_back(launched ? "result" : "none"); };
   const auto ended = [&](ChildEnd end) { told.push_back(tks::described(end)); };
@@ -323,7 +323,7 @@ TEST_F(LaunchExecutable, TheEndIsToldOnceAndBehindTheResult) {
   EXPECT_THAT(told, ElementsAre("result", "signal: 9"));
 }
 
-TEST_F(LaunchExecutable, AnEndThatComesBeforeTheResultIsToldBehindIt) {
+TEST_F(LaunchExecutable, AnEndThatComesBeforeTheResultIsToldAfterIt) {
   std::vector<std::string> told;
   const auto launchResult = [&](const auto&, const auto&) {
     children.ended(ChildEnd{ChildEnd::How::exited, 3});

@@ -190,7 +190,7 @@ TEST(TKSMessage, EmptyBodyObjectIsADictionary) {
   EXPECT_EQ(parsed(R"({"message_type":"a","message":"{}"})").message, TKSValue(TKSDictionary()));
 }
 
-TEST(TKSMessage, TextBehindANULIsNotLost) {
+TEST(TKSMessage, TextAfterANULIsNotLost) {
   EXPECT_EQ(parsed(R"({"message_type":"a","message":"before\u0000after"})").message, TKSValue("before\0after"s));
 }
 

@@ -167,7 +167,7 @@ TEST_F(ArchiveReaders, FindInSoundArchivesWhatTheLibraryFinds) {
   }
 }
 
-TEST_F(ArchiveReaders, PlacesInAZipArchiveCountFromBehindWhatStandsInFrontOfIt) {
+TEST_F(ArchiveReaders, PlacesInAZipArchiveCountFromTheEndOfWhatStandsInFrontOfIt) {
   for (const std::string& file : zipFiles()) {
     writeFile(folder_ / "with-front", "#!/bin/sh\nexit 1\n" + contentOf(file));
     EXPECT_EQ(ours(folder_ / "with-front"), ours(file));
@@ -250,7 +250,7 @@ std::string padded(std::string content) {
 const std::string kUstar("ustar\00000", 8);
 const std::string kEnd(1024, '\0');
 
-TEST_F(ArchiveReaders, AFolderOrLinkThatClaimsContentHidesNothingBehindIt) {
+TEST_F(ArchiveReaders, AFolderOrLinkThatClaimsContentHidesNothingAfterIt) {
   for (const char type : {'2', '5'}) {
     const std::string path = folder_ / "hidden.tar";
     writeFile(path,

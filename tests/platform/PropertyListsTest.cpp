@@ -372,7 +372,7 @@ INSTANTIATE_TEST_SUITE_P(
         NamedData{"OffsetsOfNoBytes", withTrailer(6, 0)}, NamedData{"OffsetsOf255Bytes", withTrailer(6, 255)},
         NamedData{"ReferencesOfNoBytes", withTrailer(7, 0)}, NamedData{"ReferencesOf255Bytes", withTrailer(7, 255)},
         NamedData{"ObjectBeforeTheObjects", BinaryList{.objects = {"\x09"}, .lastOffset = 0}.build()},
-        NamedData{"ObjectBehindTheObjects", BinaryList{.objects = {"\x09"}, .lastOffset = 9}.build()},
+        NamedData{"ObjectAfterTheObjects", BinaryList{.objects = {"\x09"}, .lastOffset = 9}.build()},
         NamedData{"ObjectFarAway", BinaryList{.objects = {"\x09"}, .lastOffset = 0xFFFFFFFF}.build()},
         NamedData{"ReferenceBeyondTheObjects", BinaryList{.objects = {"\xA1\x05", "\x09"}}.build()},
         NamedData{"ArrayHoldsItself", BinaryList{.objects = {std::string("\xA1\x00", 2)}}.build()},

@@ -112,7 +112,7 @@ Match find(std::string_view pattern, std::string_view input) {
   return text().findPattern(pattern, input, std::chrono::steady_clock::now() + std::chrono::milliseconds(200));
 }
 
-TEST(FindPattern, BehindItsDeadlineIsGivenUpAtOnce) {
+TEST(FindPattern, AfterItsDeadlineIsGivenUpAtOnce) {
   EXPECT_EQ(text().findPattern("a", "a", std::chrono::steady_clock::now()), Match::timeLimit);
   EXPECT_EQ(text().findPattern("(", "a", std::chrono::steady_clock::now()), Match::badPattern);
 }
@@ -174,7 +174,7 @@ TEST(Decimal, GroupsByTheUsersLocale) {
   EXPECT_EQ(decimalsIn("hi_IN", {"1234567"}), "12,34,567\n");
 }
 
-TEST(Decimal, RealsHaveAtMostThreeDigitsBehindThePoint) {
+TEST(Decimal, RealsHaveAtMostThreeDigitsAfterThePoint) {
   EXPECT_EQ(decimalsIn("en_US", {"1234.5", "0.0625", "2.0"}), "1,234.5\n0.062\n2\n");
   EXPECT_EQ(decimalsIn("de_DE", {"1234.5678"}), "1.234,568\n");
 }
