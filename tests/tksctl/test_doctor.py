@@ -111,6 +111,10 @@ class Folders(DoctorTest):
         self.finds("folders.home", "FAIL", "MiB free", "Free space", FAILED, "--launcher", self.made,
                    before=f"mount -t tmpfs -o size=1m,mode=700 tmpfs {self.here.home}")
 
+    def test_disk_that_takes_no_more_files(self):
+        self.finds("folders.home", "FAIL", "no room for one more file", "Remove files", FAILED, "--launcher", self.made,
+                   before=f"mount -t tmpfs -o nr_inodes=1,mode=700 tmpfs {self.here.home}")
+
     def test_full_temporary_folder(self):
         self.install()
         self.finds("folders.temporary", "FAIL", "MiB free", "Free space", FAILED,
@@ -139,6 +143,13 @@ class Folders(DoctorTest):
         place = self.says(self.add_ons)
         self.finds("folders.addOns", "FAIL", "noexec", "without noexec", NO_PERMISSION,
                    before=f"mount --bind {place} {place}; mount -o remount,bind,noexec {place}")
+
+    def test_volume_without_extended_attributes(self):
+        """It does not tell how much room it has either, which is no fault."""
+        self.install()
+        place, kept = self.says(self.add_ons), self.here / "kept"
+        self.finds("folders.addOns", "WARN", "without extended attributes", "Nothing has to be done", OK,
+                   before=f"cp -a {place} {kept}; mount -t ramfs -o mode=700 ramfs {place}; cp -a {kept}/. {place}")
 
     def test_link_in_place_of_the_folder(self):
         self.install()

@@ -65,6 +65,22 @@ bool checkRights(Report& report, const Folder& folder, const std::string& there)
   return false;
 }
 
+/// Room for files and for their bytes. Volumes that count neither tell a total of 0.
+bool checkRoom(Report& report, const Folder& folder, const std::string& there, const struct statvfs& volume) {
+  if (volume.f_files != 0 && volume.f_favail == 0) {
+    report.fail(folder.id, folder.title, there + ": no room for one more file",
+                "Remove files from the volume of " + there + ".");
+    return false;
+  }
+  const std::uint64_t free = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
+  if (volume.f_blocks == 0 || free >= kLittle) return true;
+  const std::string seen = there + ": " + inMebibytes(free) + " free";
+  const std::string remedy = "Free space on the volume of " + there + ".";
+  if (free < kTooLittle) report.fail(folder.id, folder.title, seen, remedy);
+  if (free >= kTooLittle) report.warn(folder.id, folder.title, seen, remedy);
+  return false;
+}
+
 /// The volume: read-only, without programs, full.
 bool checkVolume(Report& report, const Folder& folder, const std::string& there) {
   struct statvfs volume {};
@@ -79,15 +95,7 @@ bool checkVolume(Report& report, const Folder& folder, const std::string& there)
                 "Mount the volume without noexec, or use a launcher elsewhere (--launcher).", Exit::noPermission);
     return false;
   }
-  const std::uint64_t free = static_cast<std::uint64_t>(volume.f_bavail) * volume.f_frsize;
-  if (free >= kLittle && volume.f_favail != 0) return true;
-  const std::string seen = there + ": " + inMebibytes(free) + " free";
-  if (free < kTooLittle) {
-    report.fail(folder.id, folder.title, seen, "Free space on the volume of " + there + ".");
-    return false;
-  }
-  report.warn(folder.id, folder.title, seen, "Free space on the volume of " + there + ".");
-  return false;
+  return checkRoom(report, folder, there, volume);
 }
 
 bool checkOddities(Report& report, const Folder& folder, const std::string& there) {
