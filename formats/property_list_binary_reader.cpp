@@ -63,21 +63,6 @@ void appendUtf16(std::string& text, Bytes bytes) {
   }
 }
 
-/// Whether all characters are ASCII; eight bytes after them can be read.
-bool isAscii(Bytes characters) {
-  std::uint64_t all = 0;
-  std::uint64_t eight = 0;
-  std::size_t done = 0;
-  for (; done + sizeof eight <= characters.size(); done += sizeof eight) {
-    std::memcpy(&eight, characters.data() + done, sizeof eight);
-    all |= eight;
-  }
-  std::memcpy(&eight, characters.data() + done, sizeof eight);
-  const std::uint64_t rest = ~(~std::uint64_t{0} << 8 * (characters.size() - done));
-  all |= (std::endian::native == std::endian::little ? eight : __builtin_bswap64(eight)) & rest;
-  return (all & 0x8080'8080'8080'8080) == 0;
-}
-
 /// Turns the objects of a list into a value, without recursion: what is open stands in `open_`. An object is read anew
 /// for each reference to it; that an object holds itself shows as nesting without end.
 class BinaryReader {
@@ -156,12 +141,16 @@ bool BinaryReader::readTrailer() {
   return builder_.take();
 }
 
-/// Reads the next item of the innermost open array or dictionary, or closes it.
+/// Reads items of the innermost open array or dictionary up to one that is opened itself, or closes it.
 bool BinaryReader::advance() {
-  Open& innermost = open_.back();
-  if (innermost.taken < innermost.items) {
+  const std::size_t depth = open_.size();
+  Open innermost = open_.back();
+  while (innermost.taken < innermost.items) {
     const bool asKey = innermost.isDictionary && innermost.taken % 2 == 0;
-    return readObject(referenceAt(innermost, innermost.taken++), asKey);
+    if (!readObject(referenceAt(innermost, innermost.taken++), asKey)) return false;
+    if (open_.size() == depth) continue;
+    open_[depth - 1].taken = innermost.taken;
+    return true;
   }
   innermost.isDictionary ? builder_.endDictionary() : builder_.endArray();
   open_.pop_back();
@@ -289,10 +278,11 @@ bool BinaryReader::ascii(std::size_t position, std::uint8_t low) {
   Bytes bytes;
   if (!takeBytes(position, *count, 1, bytes)) return false;
   const std::string_view characters(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  if (!isAscii(bytes) && !utf8::isValid(characters)) return fail("a text is broken");
   // The trailer follows every object.
   static_assert(kTrailerSize >= value::kBytesBehind);
-  builder_.readableText(characters);
+  if (builder_.asciiText(characters)) return true;
+  if (!utf8::isValid(characters)) return fail("a text is broken");
+  builder_.text(characters);
   return true;
 }
 

@@ -179,7 +179,7 @@ class PlainReader {
     }
     const bool isReadable = static_cast<std::size_t>(end_ - text->data()) >= text->size() + value::kBytesBehind;
     if (isReadable && value::Access::fits(text->size())) {
-      builder_.shortText(text->data(), text->size());
+      builder_.shortText(sixteenAt(text->data()), text->size());
     } else {
       builder_.text(*text, isReadable);
     }

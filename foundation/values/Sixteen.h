@@ -45,12 +45,18 @@ inline bool haveMark(Sixteen marks) noexcept {
 
 /// Where the first byte that is marked, by all its bits, stands; sixteen when none is.
 inline std::size_t firstMarked(Sixteen marks) noexcept {
-  const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2>>(marks);
+#ifdef __SSE2__
+  using Signed [[gnu::vector_size(16)]] = char;
+  const auto bits = static_cast<unsigned>(__builtin_ia32_pmovmskb128(reinterpret_cast<Signed>(marks)));
+  return static_cast<std::size_t>(std::countr_zero(bits | 1u << sizeof marks));
+#else
+  const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2> >(marks);
   const auto firstOf = [](std::uint64_t word) {
     const bool isLittle = std::endian::native == std::endian::little;
     return static_cast<std::size_t>(isLittle ? std::countr_zero(word) : std::countl_zero(word)) / 8;
   };
   return low != 0 ? firstOf(low) : 8 + firstOf(high);
+#endif
 }
 
 }  // namespace tks

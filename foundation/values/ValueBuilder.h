@@ -11,7 +11,7 @@
 
 #include <tksinterface/TKSValue.h>
 
-#include "foundation/values/Sixteen.h"
+#include "foundation/values/TextCopies.h"
 #include "foundation/values/ValueNodes.h"
 
 namespace tks::value {
@@ -69,75 +69,6 @@ class DocumentBlock {
   Block::Room room_;
 };
 
-/// Texts up to this size are copied sixteen bytes at a time, longer ones by a call for each piece. A call for all of a
-/// very long text would write past the processor's caches, and whoever reads the value next would wait for it.
-inline constexpr std::size_t kWorthACall = 128;
-inline constexpr std::size_t kPieceOfText = 4096;
-
-inline void copyInPieces(char* to, std::string_view from) noexcept {
-  for (; !from.empty(); from.remove_prefix(std::min(kPieceOfText, from.size())), to += kPieceOfText) {
-    std::memcpy(to, from.data(), std::min(kPieceOfText, from.size()));
-  }
-}
-
-/// Copies up to `kBytesBehind` bytes more.
-inline void copyInStrides(char* to, std::string_view from) noexcept {
-  if (from.size() > kWorthACall) return copyInPieces(to, from);
-  for (std::size_t done = 0; done < from.size(); done += kBytesBehind) {
-    std::memcpy(to + done, from.data() + done, kBytesBehind);
-  }
-}
-
-/// Copies text and tells of a byte that is not to be in it.
-class WatchedCopy {
- public:
-  WatchedCopy(char* to, const char* from, char excluded) noexcept
-      : to_(to), from_(from), excluded_(static_cast<unsigned char>(excluded)) {}
-  /// Sixteen bytes, `at` from the beginning.
-  void copy(std::size_t at) noexcept {
-    const Sixteen bytes = sixteenAt(from_ + at);
-    found_ |= marksOf(bytes == excluded_);
-    std::memcpy(to_ + at, &bytes, sizeof bytes);
-  }
-  bool hasFound() const noexcept { return haveMark(found_); }
-
- private:
-  char* to_;
-  const char* from_;
-  unsigned char excluded_;
-  Sixteen found_{};
-};
-
-/// Copies a text. False when there is a certain byte in it, and the copy is worth nothing then.
-[[gnu::noinline]] inline bool copyLongWithout(char excluded, char* to, std::string_view from) noexcept {
-  while (!from.empty()) {
-    const std::string_view piece = from.substr(0, kPieceOfText);
-    if (std::memchr(piece.data(), excluded, piece.size()) != nullptr) return false;
-    std::memcpy(to, piece.data(), piece.size());
-    to += piece.size();
-    from.remove_prefix(piece.size());
-  }
-  return true;
-}
-
-/// The same for a text of more bytes than fit into a value; of fifteen bytes one more is read and written.
-inline bool copyWithout(char excluded, char* to, std::string_view from) noexcept {
-  constexpr std::size_t kStride = sizeof(Sixteen);
-  if (from.size() > kWorthACall) return copyLongWithout(excluded, to, from);
-  WatchedCopy watched(to, from.data(), excluded);
-  watched.copy(0);
-  if (from.size() > kStride) {  // from both ends, so that most lengths take the same way
-    watched.copy(from.size() - kStride);
-    if (from.size() > 2 * kStride) {
-      watched.copy(kStride);
-      watched.copy(from.size() - 2 * kStride);
-    }
-    for (std::size_t done = 2 * kStride; done + 2 * kStride < from.size(); done += kStride) watched.copy(done);
-  }
-  return !watched.hasFound();
-}
-static_assert(sizeof(Sixteen) == kBytesBehind);
-
 /// Builds the value of a document while it is read from front to back: everything goes into one block of memory that is
 /// freed as a whole.
 ///
@@ -167,7 +98,8 @@ class Builder {
   void beginDictionary(std::size_t expected) { begin(TKSValue::Kind::dictionary, 2 * expected); }
   void key(std::string_view key) { text(key); }
   void endDictionary() noexcept {
-    position_ = open_->values() + sortByKey({open_->values(), position_}, false);
+    const std::span<TKSValue> all(open_->values(), position_);
+    if (!Access::areShortAndAscend(all)) position_ = open_->values() + sortByKey(all, false);
     end();
   }
 
@@ -178,17 +110,24 @@ class Builder {
   void real(double value) { place(value); }
   void date(TKSDate value) { place(value); }
   void text(std::string_view text) { bytes(TKSValue::Kind::text, text.data(), text.size()); }
-  /// As text, faster, where `kBytesBehind` bytes from the beginning and after the end can be read. For keys as well.
-  void readableText(std::string_view text) {
-    TKSValue* const value = new (next()) TKSValue();
+  /// As text, faster, when all of it is ASCII; `kBytesBehind` bytes from the beginning can be read, and one after the
+  /// end. For keys as well. Otherwise false, as a rule, and nothing is placed; false as well, now and then, for a text
+  /// with no more than a byte beyond ASCII after it.
+  bool asciiText(std::string_view text) {
+    if (position_ == limit_) enlarge();
     if (Access::fits(text.size())) {
-      Access::placeShortReadable(value, text.data(), text.size());
-      return;
+      if (!Access::placeShort(BeyondAscii(), position_, sixteenAt(text.data()), text.size())) return false;
+    } else {
+      Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
+      if (!copyWatched(BeyondAscii(), node->bytes(), text)) {
+        block_.takeBack(node);
+        return false;
+      }
+      std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+      Access::placeNode(position_, TKSValue::Kind::text, node);
     }
-    Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
-    copyInStrides(node->bytes(), text);
-    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
-    Access::setNode(*value, TKSValue::Kind::text, node);
+    ++position_;
+    return true;
   }
   void data(std::span<const std::uint8_t> data) { bytes(TKSValue::Kind::data, data.data(), data.size()); }
 
@@ -290,16 +229,17 @@ class StackBuilder {
   void endDictionary(Mark first) { endList(TKSValue::Kind::dictionary, first); }
   /// Either of them.
   void endList(TKSValue::Kind kind, Mark first) {
-    auto size = static_cast<std::size_t>(top_ - first);
-    if (kind == TKSValue::Kind::dictionary && !Access::areShortAndAscend({first, size})) {
-      size = sortByKey({first, size}, false);
-    }
-    top_ = first;
+    const auto size = static_cast<std::size_t>(top_ - first);
     if (size == 0) return emptyList(kind);
     void* const memory = block_.allocate(sizeof(List) + size * sizeof(TKSValue));
     List* const list = new (memory) List(kind, size, block_.get());
     list->size = size;
-    copyValues(list->values(), first, size);
+    if (kind != TKSValue::Kind::dictionary) {
+      copyValues(list->values(), first, size);
+    } else if (!Access::copyShortAndAscending(list->values(), {first, size})) {
+      list->size = sortByKey({list->values(), size}, false);
+    }
+    top_ = first;
     place(kind, list);
   }
   /// An array or a dictionary of nothing.
@@ -320,11 +260,11 @@ class StackBuilder {
     node->setBytes(data.data());
     place(TKSValue::Kind::data, node);
   }
-  /// A text that fits into a value; `kBytesBehind` bytes from its beginning can be read.
-  void shortText(const char* bytes, std::size_t size) noexcept { Access::placeShortReadable(top_++, bytes, size); }
+  /// A text that fits into a value: the first `size` of these bytes.
+  void shortText(Sixteen bytes, std::size_t size) noexcept { Access::placeShort(Unwatched(), top_++, bytes, size); }
   /// As shortText; false, and nothing is placed, for a text with a byte that is excluded.
-  bool shortTextWithout(char excluded, const char* bytes, std::size_t size) noexcept {
-    const bool placed = Access::placeShortWithout(static_cast<unsigned char>(excluded), top_, bytes, size);
+  bool shortTextWithout(unsigned char excluded, Sixteen bytes, std::size_t size) noexcept {
+    const bool placed = Access::placeShort(Excluded{excluded}, top_, bytes, size);
     top_ += placed ? 1 : 0;
     return placed;
   }
@@ -349,17 +289,11 @@ class StackBuilder {
   bool writtenText(std::size_t mostBytes, Write write) {
     return placeWritten(block_.makeNode(TKSValue::Kind::text, mostBytes), write);
   }
-  /// As text, for one that does not fit into a value and is followed by one more byte. False, and nothing is placed,
-  /// when it has a byte that is excluded.
-  bool longTextWithout(char excluded, std::string_view text) {
-    Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
-    if (!copyWithout(excluded, node->bytes(), text)) {
-      block_.takeBack(node);
-      return false;
-    }
-    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
-    place(TKSValue::Kind::text, node);
-    return true;
+  /// As text, for one that does not fit into a value and is followed by one more byte.
+  void longText(std::string_view text) { placeLongText(Unwatched(), text); }
+  /// As longText; false, and nothing is placed, for a text with a byte that is excluded.
+  bool longTextWithout(unsigned char excluded, std::string_view text) {
+    return placeLongText(Excluded{excluded}, text);
   }
 
   /// Begins with memory of the caller's, see Block::makeIn. Before anything is placed.
@@ -373,6 +307,17 @@ class StackBuilder {
   }
 
  private:
+  template <class Watch>
+  bool placeLongText(Watch watch, std::string_view text) {
+    Node* const node = block_.makeNode(TKSValue::Kind::text, text.size());
+    if (!copyWatched(watch, node->bytes(), text)) {
+      block_.takeBack(node);
+      return false;
+    }
+    std::memset(node->bytes() + text.size(), 0, kBytesBehind);
+    place(TKSValue::Kind::text, node);
+    return true;
+  }
   template <class Write>
   bool placeWritten(Node* node, Write write) {
     const char* const end = write(node->bytes());
@@ -380,7 +325,7 @@ class StackBuilder {
     node->size = static_cast<std::size_t>(end - node->bytes());
     std::memset(node->bytes() + node->size, 0, kBytesBehind);
     if (Access::fits(node->size)) {
-      shortText(node->bytes(), node->size);
+      shortText(sixteenAt(node->bytes()), node->size);
     } else {
       place(TKSValue::Kind::text, node);
     }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <memory>
 
+#include "foundation/values/KeptRoom.h"
+
 namespace tks::value {
 namespace {
 
@@ -22,6 +24,8 @@ void* allocate(std::size_t header, std::size_t content) {
 
 Block::Room Block::make(std::size_t expectedBytes) {
   const std::size_t room = std::max(roundedUp(expectedBytes), kSmallestBlock);
+  const std::size_t whole = sizeof(Block) + room;
+  if (whole >= KeptRoom::kLeast && whole <= KeptRoom::kMost) return makeIn(KeptRoom::take(whole), KeptRoom::giveBack);
   const Freer freer = [](void* memory, std::size_t) noexcept { ::operator delete(memory); };
   return (new (value::allocate(sizeof(Block), room)) Block(sizeof(Block) + room, freer))->roomAfterHeader();
 }

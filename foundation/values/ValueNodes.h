@@ -190,21 +190,16 @@ struct Access {
     value.inlineLength_ = static_cast<std::uint8_t>(size);
     value.kind_ = kind;
   }
-  /// As setShort with a text that does not have a certain byte, to where there is no value yet; `kBytesBehind` bytes
-  /// can be read whatever the size. False, and no value, when the byte is in it.
-  static bool placeShortWithout(unsigned char excluded, void* at, const char* bytes, std::size_t size) noexcept {
+  /// As setShort with a text, to where there is no value yet: the first `size` of these bytes. False, and no value,
+  /// when something is in it that it is watched for (TextCopies.h).
+  template <class Watch>
+  static bool placeShort(Watch watch, void* at, Sixteen bytes, std::size_t size) noexcept {
     const ShortText& shape = kShortTexts[size];
-    const Sixteen text = sixteenAt(bytes) & std::bit_cast<Sixteen>(shape.mask);
-    if (haveMark(marksOf(text == excluded))) return false;
+    const Sixteen text = bytes & std::bit_cast<Sixteen>(shape.mask);
+    if (Watch::isAmong(watch.marks(text))) return false;
     const Sixteen value = text | std::bit_cast<Sixteen>(shape.tail);
     std::memcpy(at, &value, sizeof value);
     return true;
-  }
-  /// As setShort with a text, to where there is no value yet; `kBytesBehind` bytes can be read whatever the size.
-  static void placeShortReadable(void* at, const char* bytes, std::size_t size) noexcept {
-    const ShortText& shape = kShortTexts[size];
-    const Sixteen value = (sixteenAt(bytes) & std::bit_cast<Sixteen>(shape.mask)) | std::bit_cast<Sixteen>(shape.tail);
-    std::memcpy(at, &value, sizeof value);
   }
   /// Forgets what a value holds without giving its reference back.
   static void forget(TKSValue& value) noexcept { value.forget(); }
@@ -226,16 +221,19 @@ struct Access {
 
   /// Whether the keys of keys and values in turn ascend and are all short.
   static bool areShortAndAscend(std::span<const TKSValue> keysAndValues) noexcept {
-    std::uint64_t head = 0, tail = 0;  // less than those of any key: they end with its kind
-    bool ascend = true;
+    ShortKeys keys;
+    for (std::size_t i = 0; i < keysAndValues.size(); i += 2) keys.goOn(keysAndValues[i]);
+    return keys.ascend();
+  }
+  /// Copies keys and values in turn, to where there are no values yet. Whether the keys ascend and are all short.
+  static bool copyShortAndAscending(TKSValue* to, std::span<const TKSValue> keysAndValues) noexcept {
+    constexpr std::size_t kBoth = 2 * sizeof(TKSValue);
+    ShortKeys keys;
     for (std::size_t i = 0; i < keysAndValues.size(); i += 2) {
-      const TKSValue& key = keysAndValues[i];
-      const std::uint64_t nextHead = bigEndian(key, 0), nextTail = bigEndian(key, 8);
-      ascend &= !key.isShared() && (nextHead > head || (nextHead == head && nextTail > tail));
-      head = nextHead;
-      tail = nextTail;
+      keys.goOn(keysAndValues[i]);
+      std::memcpy(static_cast<void*>(to + i), static_cast<const void*>(&keysAndValues[i]), kBoth);
     }
-    return ascend;
+    return keys.ascend();
   }
   /// Byte order of two texts: negative, zero or positive.
   static int compareTexts(const TKSValue& left, const TKSValue& right) noexcept {
@@ -262,6 +260,28 @@ struct Access {
     }
     return shapes;
   }();
+  /// Looks at one key after the other, all in the same way: the processor has nothing to foresee.
+  class ShortKeys {
+   public:
+    void goOn(const TKSValue& key) noexcept {
+      const std::uint64_t tail = bigEndian(key, 8);
+      const Wide next = static_cast<Wide>(bigEndian(key, 0)) << 64 | tail;
+      ascend_ &= last_ < next;
+      lengths_ |= tail;
+      last_ = next;
+    }
+    bool ascend() const noexcept { return ascend_ && (lengths_ & kLongMark) == 0; }
+
+   private:
+    __extension__ using Wide = unsigned __int128;
+    /// In the second eight bytes as a number: the highest bit of the length, which only `kShared` has.
+    static constexpr std::uint64_t kLongMark = 0x80u << 8;
+    static_assert((TKSValue::kShared & 0x80) != 0 && TKSValue::kInlineCapacity < 0x80);
+
+    Wide last_ = 0;  // less than any key, which ends with its kind
+    std::uint64_t lengths_ = 0;
+    bool ascend_ = true;
+  };
   /// Eight bytes in memory: zeros, but for one.
   static constexpr std::uint64_t byteAt(std::size_t index, std::uint64_t byte) noexcept {
     return byte << 8 * (std::endian::native == std::endian::little ? index : sizeof byte - 1 - index);

@@ -5,6 +5,8 @@
 
 #include <functional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <tksinterface/TKSUtilBase.h>
 
@@ -45,6 +47,85 @@ TEST(OutOfMemory, ReadingFailsCleanly) {
     return true;
   });
   EXPECT_GT(failures, 5);
+}
+
+/// An array of short texts, about so long.
+std::string textOfSize(std::size_t size) {
+  std::string made = "[\"short text\"";
+  while (made.size() < size) made += ",\"another text\"";
+  return made + "]";
+}
+
+/// Reads a text for a second time on one thread, with no memory to be had. Whether it was read.
+bool isReadAgainWithoutMemory(const std::string& text, const std::string& again) {
+  bool isRead = false;
+  std::thread([&] {
+    { const TKSValue first = tks::platform::json().parse(text, nullptr); }
+    tks::test::grantedRequests = 0;
+    isRead = !tks::platform::json().parse(again, nullptr).isNothing();
+    tks::test::grantedRequests = -1;
+  }).join();
+  return isRead;
+}
+
+TEST(OutOfMemory, AShortTextTakesOnePiece) {
+  const std::string text =
+      R"({"message_type":"hello","token":"6f9619ff-8b86-d011-b42d-00cf4fc964ff","message":{"pid":42,"ok":true}})";
+  EXPECT_EQ(failuresUntilSuccess([&] { return !tks::platform::json().parse(text, nullptr).isNothing(); }), 1);
+}
+
+TEST(OutOfMemory, ATextOfSomeKilobytesIsReadInTheMemoryOfTheLastOne) {
+  EXPECT_TRUE(isReadAgainWithoutMemory(textOfSize(3000), textOfSize(3000)));
+  EXPECT_TRUE(isReadAgainWithoutMemory(textOfSize(3000), textOfSize(2900)));
+  EXPECT_FALSE(isReadAgainWithoutMemory(textOfSize(3000), textOfSize(4000)));
+  EXPECT_FALSE(isReadAgainWithoutMemory(textOfSize(8000), textOfSize(1000))) << "which would hold too much";
+  EXPECT_FALSE(isReadAgainWithoutMemory(textOfSize(20'000), textOfSize(20'000))) << "more is not kept";
+}
+
+TEST(OutOfMemory, AThreadKeepsOnePieceAndGivesItBackAtItsEnd) {
+  const std::string text = textOfSize(3000);
+  const long before = tks::test::piecesOfMemory;
+  std::thread([&] {
+    std::vector<TKSValue> values(20);
+    values[0] = tks::platform::json().parse(text, nullptr);
+    const long withOne = tks::test::piecesOfMemory;
+    for (TKSValue& value : values) value = tks::platform::json().parse(text, nullptr);
+    for (TKSValue& value : values) value = TKSValue();
+    EXPECT_EQ(tks::test::piecesOfMemory, withOne);
+  }).join();
+  EXPECT_EQ(tks::test::piecesOfMemory, before);
+}
+
+TEST(OutOfMemory, AThreadThatReadsNothingKeepsNothing) {
+  const std::string text = textOfSize(3000);
+  std::thread([&] {
+    TKSValue value = tks::platform::json().parse(text, nullptr);
+    const long before = tks::test::piecesOfMemory;
+    std::thread([&] {
+      const long whileHeld = tks::test::piecesOfMemory;
+      value = TKSValue();
+      EXPECT_EQ(tks::test::piecesOfMemory, whileHeld - 1);
+    }).join();
+    EXPECT_LE(tks::test::piecesOfMemory, before - 1);
+  }).join();
+}
+
+/// Lets go of a document when its thread ends, before or after what the library keeps for the thread.
+struct HeldToTheEnd {
+  TKSValue value;
+};
+
+TEST(OutOfMemory, DocumentsMayBeLetGoOfWhileTheirThreadEnds) {
+  const std::string text = textOfSize(3000);
+  const long before = tks::test::piecesOfMemory;
+  for (const bool readsFirst : {false, true}) {
+    std::thread([&] {
+      if (readsFirst) tks::platform::json().parse(text, nullptr);
+      thread_local HeldToTheEnd held;
+      held.value = tks::platform::json().parse(text, nullptr);
+    }).join();
+  }
+  EXPECT_EQ(tks::test::piecesOfMemory, before);
 }
 
 TEST(OutOfMemory, LookingUpByTwoKeysTakesNone) {

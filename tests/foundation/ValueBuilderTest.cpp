@@ -165,7 +165,7 @@ TEST(StackBuilder, ListsTakeWhatWasPlacedSinceTheirMark) {
   StackBuilder::Slot stack[8];
   StackBuilder builder(stack, 0);
   const auto outer = builder.mark();
-  builder.shortText("key............", 3);
+  builder.shortText(tks::sixteenAt("key............"), 3);
   const auto inner = builder.mark();
   builder.null();
   builder.boolean(true);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <latch>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -70,6 +71,25 @@ TEST(ValuesOnThreads, TheLastOneToLetGoFreesTheWhole) {
       });
     }
   }
+}
+
+TEST(ValuesOnThreads, TheMemoryOfADocumentMayBeUsedNextWhereItWasLetGoOf) {
+  std::string text = "[0";
+  while (text.size() < 3000) text.append(",\"").append(kLong).append("\"");
+  text += "]";
+  const TKSValue expected = tks::platform::json().parse(text, nullptr);
+  std::mutex mutex;  // guards what follows
+  std::vector<TKSValue> passedOn;
+  onThreads([&](int) {
+    for (int round = 0; round < 200; ++round) {
+      TKSValue value = tks::platform::json().parse(text, nullptr);
+      EXPECT_TRUE(value == expected);
+      const std::scoped_lock lock(mutex);
+      passedOn.push_back(std::move(value));
+      if (passedOn.size() > 4) passedOn.erase(passedOn.begin());
+    }
+  });
+  for (const TKSValue& value : passedOn) EXPECT_TRUE(value == expected);
 }
 
 TEST(ValuesOnThreads, EveryThreadReadsAndWritesJsonOnItsOwn) {

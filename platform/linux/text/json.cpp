@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
 #include <simdjson.h>
 
@@ -12,6 +13,7 @@
 #include "platform/backend.h"
 #include "platform/linux/processes/kept_memory.h"
 #include "platform/linux/text/json_document.h"
+#include "platform/linux/text/json_plain.h"
 #include "platform/linux/text/json_windows.h"
 #include "platform/posix/error_reasons.h"
 
@@ -44,13 +46,26 @@ class Reader {
   gnulinux::JsonValueStack stack_;
 };
 
-/// Each thread's own reader, between two uses. What is read while the thread ends does without.
-thread_local bool threadIsEnding = false;
+/// Each thread's own reader, between two uses. What is read while the thread ends does without. Asking for it costs
+/// nothing, because it is destroyed by another object.
 struct OwnReader {
-  std::unique_ptr<Reader> reader;
-  ~OwnReader() { threadIsEnding = true; }
+  Reader* reader;
+  bool isKept;
+  bool isOver;
 };
-thread_local OwnReader own;
+constinit thread_local OwnReader own{};
+
+struct DestroysOwnReader {
+  ~DestroysOwnReader() {
+    own.isOver = true;
+    delete std::exchange(own.reader, nullptr);
+  }
+};
+
+[[gnu::noinline, gnu::cold]] void keepOwnReader() {
+  static thread_local const DestroysOwnReader atTheEnd;
+  own.isKept = true;
+}
 
 /// The reader for long texts, between two uses: one for all threads.
 std::atomic<Reader*> readerForLongTexts = nullptr;
@@ -63,15 +78,16 @@ class BorrowedReader {
   explicit BorrowedReader(std::string_view text) : isForLongText_(text.size() > kLargestOwnText) {
     if (isForLongText_) {
       reader_.reset(readerForLongTexts.exchange(nullptr, std::memory_order_acq_rel));
-    } else if (!threadIsEnding) {
-      own_ = &own;
-      reader_ = std::move(own_->reader);
+    } else {
+      reader_.reset(std::exchange(own.reader, nullptr));
     }
-    if (reader_ == nullptr) reader_ = std::make_unique<Reader>();
+    if (reader_ != nullptr) return;
+    reader_ = std::make_unique<Reader>();
+    if (!isForLongText_ && !own.isKept) keepOwnReader();
   }
   ~BorrowedReader() {
     if (!isForLongText_) {
-      if (own_ != nullptr) own_->reader = std::move(reader_);
+      if (!own.isOver) reader_.reset(std::exchange(own.reader, reader_.release()));
     } else if (reader_->capacity() <= kLargestCapacity) {
       gnulinux::KeptMemory::whenDropped(dropReaderForLongTexts);
       reader_.reset(readerForLongTexts.exchange(reader_.release(), std::memory_order_acq_rel));
@@ -84,7 +100,6 @@ class BorrowedReader {
 
  private:
   const bool isForLongText_;
-  OwnReader* own_ = nullptr;
   std::unique_ptr<Reader> reader_;
 };
 
@@ -99,8 +114,9 @@ TKSValue fail(TKSError* error, std::string_view reason) {
 
 TKSValue parseGuarded(std::string_view text, TKSError* error) {
   if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
-  const BorrowedReader reader(text);
   TKSValue value;
+  if (text.size() <= gnulinux::kLargestPlainJson && gnulinux::readPlainJson(text, value)) return value;
+  const BorrowedReader reader(text);
   const simdjson::error_code code = reader->read(text, value);
   if (code == simdjson::SUCCESS) return value;
   if (code == simdjson::MEMALLOC) throw std::bad_alloc();

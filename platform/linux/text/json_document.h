@@ -12,6 +12,15 @@
 
 namespace tks::gnulinux {
 
+/// Lists in one another; more are an error.
+inline constexpr std::size_t kDeepestJson = 512;
+
+/// An open list: how many values stood on the stack before its own, and how it ends.
+struct JsonLevel {
+  std::size_t first;
+  char closing;
+};
+
 /// Memory for the values of open lists.
 class JsonValueStack {
  public:
