@@ -264,23 +264,23 @@ struct Access {
   class ShortKeys {
    public:
     void goOn(const TKSValue& key) noexcept {
-      const std::uint64_t tail = bigEndian(key, 8);
-      const Wide next = static_cast<Wide>(bigEndian(key, 0)) << 64 | tail;
-      ascend_ &= last_ < next;
+      const std::uint64_t head = bigEndian(key, 0), tail = bigEndian(key, 8);
+      const unsigned isGreater = head > head_, isSame = head == head_, isGreaterAtTheEnd = tail > tail_;
+      ascend_ &= isGreater | (isSame & isGreaterAtTheEnd);
       lengths_ |= tail;
-      last_ = next;
+      head_ = head;
+      tail_ = tail;
     }
-    bool ascend() const noexcept { return ascend_ && (lengths_ & kLongMark) == 0; }
+    bool ascend() const noexcept { return ascend_ != 0 && (lengths_ & kLongMark) == 0; }
 
    private:
-    __extension__ using Wide = unsigned __int128;
     /// In the second eight bytes as a number: the highest bit of the length, which only `kShared` has.
     static constexpr std::uint64_t kLongMark = 0x80u << 8;
     static_assert((TKSValue::kShared & 0x80) != 0 && TKSValue::kInlineCapacity < 0x80);
 
-    Wide last_ = 0;  // less than any key, which ends with its kind
+    std::uint64_t head_ = 0, tail_ = 0;  // less than those of any key, which ends with its kind
     std::uint64_t lengths_ = 0;
-    bool ascend_ = true;
+    unsigned ascend_ = 1;
   };
   /// Eight bytes in memory: zeros, but for one.
   static constexpr std::uint64_t byteAt(std::size_t index, std::uint64_t byte) noexcept {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,9 +12,13 @@
 #include <tksinterface/TKSUtilBase.h>
 
 #include "foundation/values/JsonWriter.h"
+#include "foundation/values/KeptRoom.h"
 #include "platform/platform.h"
 #include "tests/support/FailingAllocator.h"
 #include "tests/support/PrintValue.h"
+
+// There where the address sanitizer watches.
+extern "C" [[gnu::weak]] int __asan_address_is_poisoned(const volatile void* address);
 
 namespace {
 
@@ -94,6 +99,22 @@ TEST(OutOfMemory, AThreadKeepsOnePieceAndGivesItBackAtItsEnd) {
     EXPECT_EQ(tks::test::piecesOfMemory, withOne);
   }).join();
   EXPECT_EQ(tks::test::piecesOfMemory, before);
+}
+
+TEST(KeptRoom, IsNotUsedBetweenTwoDocuments) {
+  constexpr std::size_t kSize = 2000;
+  const std::span<char> piece = tks::value::KeptRoom::take(kSize);
+  tks::value::KeptRoom::giveBack(piece.data(), piece.size());
+  if (__asan_address_is_poisoned != nullptr) {
+    EXPECT_NE(__asan_address_is_poisoned(piece.data()), 0);
+    EXPECT_NE(__asan_address_is_poisoned(&piece.back()), 0);
+  }
+  const std::span<char> again = tks::value::KeptRoom::take(kSize);
+  EXPECT_EQ(again.data(), piece.data());
+  if (__asan_address_is_poisoned != nullptr) {
+    EXPECT_EQ(__asan_address_is_poisoned(&again.back()), 0);
+  }
+  tks::value::KeptRoom::giveBack(again.data(), again.size());
 }
 
 TEST(OutOfMemory, AThreadThatReadsNothingKeepsNothing) {
