@@ -61,6 +61,9 @@ std::string textOfSize(std::size_t size) {
   return made + "]";
 }
 
+/// What is made when the first text is read, and stays, is not to be counted.
+void readTheFirstText() { tks::platform::json().parse(textOfSize(3000), nullptr); }
+
 /// Reads a text for a second time on one thread, with no memory to be had. Whether it was read.
 bool isReadAgainWithoutMemory(const std::string& text, const std::string& again) {
   bool isRead = false;
@@ -76,6 +79,7 @@ bool isReadAgainWithoutMemory(const std::string& text, const std::string& again)
 TEST(OutOfMemory, AShortTextTakesOnePiece) {
   const std::string text =
       R"({"message_type":"hello","token":"6f9619ff-8b86-d011-b42d-00cf4fc964ff","message":{"pid":42,"ok":true}})";
+  readTheFirstText();
   EXPECT_EQ(failuresUntilSuccess([&] { return !tks::platform::json().parse(text, nullptr).isNothing(); }), 1);
 }
 
@@ -88,6 +92,7 @@ TEST(OutOfMemory, ATextOfSomeKilobytesIsReadInTheMemoryOfTheLastOne) {
 }
 
 TEST(OutOfMemory, AThreadKeepsOnePieceAndGivesItBackAtItsEnd) {
+  readTheFirstText();
   const std::string text = textOfSize(3000);
   const long before = tks::test::piecesOfMemory;
   std::thread([&] {
@@ -118,6 +123,7 @@ TEST(KeptRoom, IsNotUsedBetweenTwoDocuments) {
 }
 
 TEST(OutOfMemory, AThreadThatReadsNothingKeepsNothing) {
+  readTheFirstText();
   const std::string text = textOfSize(3000);
   std::thread([&] {
     TKSValue value = tks::platform::json().parse(text, nullptr);
@@ -137,6 +143,7 @@ struct HeldToTheEnd {
 };
 
 TEST(OutOfMemory, DocumentsMayBeLetGoOfWhileTheirThreadEnds) {
+  readTheFirstText();
   const std::string text = textOfSize(3000);
   const long before = tks::test::piecesOfMemory;
   for (const bool readsFirst : {false, true}) {
