@@ -38,6 +38,15 @@ bool hasMarkupOfItsOwn() {
                              [](std::string_view markup) { return given.find(markup, 1) != std::string_view::npos; });
 }
 
+/// It reads integers that begin with a zero to the base of eight.
+bool hasLeadingZeros() {
+  const auto isDigit = [](char byte) { return byte >= '0' && byte <= '9'; };
+  for (std::size_t at = given.find('0'); at != std::string_view::npos; at = given.find('0', at + 1)) {
+    if (at + 1 < given.size() && isDigit(given[at + 1]) && (at == 0 || !isDigit(given[at - 1]))) return true;
+  }
+  return false;
+}
+
 void expectSameText(const TKSValue& ours, plist_t peers) {
   std::uint64_t length = 0;
   const char* const text = plist_get_string_ptr(peers, &length);
@@ -67,7 +76,7 @@ void expectSameScalar(const TKSValue& ours, plist_t peers) {
       std::uint64_t value = 0;
       plist_get_uint_val(peers, &value);
       // Of what 64 bits do not hold it keeps some of the bits.
-      if (ours.isReal()) return;
+      if (ours.isReal() || hasLeadingZeros()) return;
       const std::uint64_t number =
           ours.isUnsignedInteger() ? ours.unsignedInteger() : static_cast<std::uint64_t>(ours.integer());
       return require(ours.isInteger() && number == value);
