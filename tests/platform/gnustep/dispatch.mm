@@ -208,7 +208,9 @@ class Watcher {
     std::ranges::stable_sort(due, {}, [](const Source* source) { return *source->deadline; });
     for (Source* source : due) handOver(*source);
     if (!next) return -1;
-    return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(*next - Steady::now()).count());
+    // What is due by now would be waited for without end.
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - Steady::now()).count();
+    return static_cast<int>(std::max<decltype(left)>(left, 0));
   }
 
   /// Looked at now and then: a descriptor of the process could stand in the place of a standard handle. One that is
