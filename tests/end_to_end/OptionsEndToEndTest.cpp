@@ -60,8 +60,9 @@ TEST_P(OptionsEndToEnd, LauncherThatRefusesToEndIsKilled) {
 }
 
 TEST_P(OptionsEndToEnd, LauncherThatNeverAnsweredEndsWithItsHost) {
-  OptionPair pair({"--mute", "--wont-die"}, R"({"endSilentLauncher": true})");
+  OptionPair pair({"--mute", "--wont-die", "--received", "received"}, R"({"endSilentLauncher": true})");
   pair.host.command("start one");
+  pair.launcher.report("received");  // before that it could still be asked to end
   ASSERT_GT(pair.launcherPid(), 0);
   pair.host.command("exit");
   EXPECT_TRUE(pair.launcherIsGone());
