@@ -93,8 +93,9 @@ void expectSameScalar(const TKSValue& ours, plist_t peers) {
     case PLIST_DATA: {
       const char* bytes = plist_get_data_ptr(peers, &length);
       const TKSData data = ours.data();
-      // The digits in a reference to a character it takes for those of the data.
-      return require(ours.isData() && (hasMarkupOfItsOwn() || data == TKSData(bytes, bytes + length)));
+      // The letters of a reference it takes for those of the data.
+      const bool hasReferences = hasMarkupOfItsOwn() || given.find('&') != std::string_view::npos;
+      return require(ours.isData() && (hasReferences || data == TKSData(bytes, bytes + length)));
     }
     case PLIST_DATE:
       return expectSameDate(ours, peers);
