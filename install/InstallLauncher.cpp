@@ -1,6 +1,5 @@
 #include <chrono>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 

@@ -30,6 +30,14 @@ class DoctorTest(LauncherTest):
         self.assertEqual(result.code, code, result)
         return result
 
+    def give_all_to_nobody_but(self, path):
+        """Installs a launcher for the user nobody, in whose folders this path alone is root's."""
+        if os.geteuid() != 0:
+            self.skipTest("needs root")
+        self.install()
+        self.here.give_to_nobody()
+        os.chown(path, 0, 0)
+
     def says(self, *path):
         return shlex.quote(str(path[0]))
 
@@ -125,11 +133,7 @@ class Folders(DoctorTest):
                    before=f"rmdir {self.here.home}")
 
     def test_folder_of_somebody_else(self):
-        if os.geteuid() != 0:
-            self.skipTest("needs root")
-        self.install()
-        self.here.give_to_nobody()
-        os.chown(self.add_ons, 0, 0)
+        self.give_all_to_nobody_but(self.add_ons)
         self.finds("folders.addOns", "FAIL", "belongs to root", "chown nobody", NO_PERMISSION, as_nobody=True)
 
     def test_read_only_volume(self):
@@ -309,11 +313,7 @@ class Launcher(DoctorTest):
         self.finds("launcher.identifier", "WARN", "com.tarvo.kovra.Other", "com.tarvo.kovra.Tarvo-Kovra-Start", OK)
 
     def test_launcher_that_this_user_may_not_replace(self):
-        if os.geteuid() != 0:
-            self.skipTest("needs root")
-        self.install()
-        self.here.give_to_nobody()
-        os.chown(self.launcher, 0, 0)
+        self.give_all_to_nobody_but(self.launcher)
         self.finds("launcher.rights", "WARN", "may not replace", "Give the launcher and its folder to this user", OK, as_nobody=True)
 
     def test_mark_of_downloads(self):

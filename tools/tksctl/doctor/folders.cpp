@@ -76,8 +76,8 @@ bool checkRoom(Report& report, const Folder& folder, const std::string& there, c
   if (volume.f_blocks == 0 || free >= kLittle) return true;
   const std::string seen = there + ": " + inMebibytes(free) + " free";
   const std::string remedy = "Free space on the volume of " + there + ".";
-  if (free < kTooLittle) report.fail(folder.id, folder.title, seen, remedy);
-  if (free >= kTooLittle) report.warn(folder.id, folder.title, seen, remedy);
+  free < kTooLittle ? report.fail(folder.id, folder.title, seen, remedy)
+                    : report.warn(folder.id, folder.title, seen, remedy);
   return false;
 }
 
