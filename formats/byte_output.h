@@ -15,6 +15,9 @@ class ByteOutput {
   /// How much may be written to `room` before it is told.
   static constexpr std::size_t kMostAtOnce = 1024;
 
+  /// Makes room for about so many bytes more, so that they need not be moved once they are many. Throws std::bad_alloc.
+  void expect(std::size_t more) { bytes_.reserve(size() + more); }
+
   /// Where to write next.
   char* room() {
     if (used_ > kStage - kMostAtOnce) flush();

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <tksinterface/TKSValue.h>
@@ -13,29 +17,38 @@
 
 namespace tks::formats {
 
-/// Gives texts numbers, equal texts the same one. The texts have to outlive it.
+/// Gives texts numbers, equal texts the same one. Who asks keeps the texts, and shows each by its number.
 class TextNumbers {
  public:
-  /// The number of an equal text from before; else `number`, which this one has from now on. Throws std::bad_alloc.
-  std::uint32_t numberOf(const TKSValue& text, std::uint32_t number) {
-    if (2 * used_ >= slots_.size()) enlarge();
-    const std::size_t hash = hashOf(text);
+  /// Makes room for so many texts more. Throws std::bad_alloc.
+  void expect(std::size_t more) {
+    const std::size_t wanted = std::bit_ceil(2 * (used_ + more) + 1);
+    if (wanted > slots_.size()) enlarge(wanted);
+  }
+
+  /// The number of an equal text from before; else `number`, which this one has from now on. `texts` are those that got
+  /// a number, by their numbers, less than 2^32 - 1. Throws std::bad_alloc.
+  std::uint32_t numberOf(const TKSValue& text, std::uint32_t number, std::span<const TKSValue* const> texts) {
+    if (2 * used_ >= slots_.size()) enlarge(std::max(kFirst, 2 * slots_.size()));
+    const auto hash = static_cast<std::uint32_t>(hashOf(text));
     for (std::size_t at = hash;; ++at) {
       Slot& slot = slots_[at & (slots_.size() - 1)];
-      if (slot.text == nullptr) {
-        slot = {&text, hash, number};
+      if (slot.afterNumber == 0) {
+        slot = {hash, number + 1};
         ++used_;
         return number;
       }
-      if (slot.hash == hash && value::Access::compareTexts(*slot.text, text) == 0) return slot.number;
+      const std::uint32_t found = slot.afterNumber - 1;
+      if (slot.hash == hash && value::Access::compareTexts(*texts[found], text) == 0) return found;
     }
   }
 
  private:
+  static constexpr std::size_t kFirst = 64;
   struct Slot {
-    const TKSValue* text = nullptr;
-    std::size_t hash = 0;
-    std::uint32_t number = 0;
+    std::uint32_t hash = 0;
+    /// The number and one; 0: nothing is here.
+    std::uint32_t afterNumber = 0;
   };
 
   static std::size_t hashOf(const TKSValue& text) noexcept {
@@ -52,14 +65,13 @@ class TextNumbers {
     return static_cast<std::size_t>(mixed ^ mixed >> 32);
   }
 
-  void enlarge() {
-    constexpr std::size_t kFirst = 64;
-    std::vector<Slot> larger(slots_.empty() ? kFirst : 2 * slots_.size());
+  void enlarge(std::size_t size) {
+    std::vector<Slot> larger(size);
     for (const Slot& slot : slots_) {
-      if (slot.text == nullptr) continue;
+      if (slot.afterNumber == 0) continue;
       std::size_t at = slot.hash;
-      while (larger[at & (larger.size() - 1)].text != nullptr) ++at;
-      larger[at & (larger.size() - 1)] = slot;
+      while (larger[at & (size - 1)].afterNumber != 0) ++at;
+      larger[at & (size - 1)] = slot;
     }
     slots_ = std::move(larger);
   }

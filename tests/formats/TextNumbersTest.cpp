@@ -12,6 +12,13 @@ namespace {
 using tks::formats::ByteOutput;
 using tks::formats::TextNumbers;
 
+/// The texts by their numbers, which are their places.
+std::vector<const TKSValue*> places(const std::vector<TKSValue>& texts) {
+  std::vector<const TKSValue*> result;
+  for (const TKSValue& text : texts) result.push_back(&text);
+  return result;
+}
+
 TEST(TextNumbers, EqualTextsHaveTheNumberOfTheFirst) {
   std::vector<TKSValue> texts;
   for (int round = 0; round < 2; ++round) {
@@ -20,8 +27,20 @@ TEST(TextNumbers, EqualTextsHaveTheNumberOfTheFirst) {
       texts.emplace_back("a text that is too long to stand in its value, number " + std::to_string(i));
     }
   }
+  const std::vector<const TKSValue*> all = places(texts);
   TextNumbers numbers;
-  for (std::uint32_t i = 0; i < texts.size(); ++i) EXPECT_EQ(numbers.numberOf(texts[i], i), i % 2000);
+  for (std::uint32_t i = 0; i < texts.size(); ++i) EXPECT_EQ(numbers.numberOf(texts[i], i, all), i % 2000);
+}
+
+TEST(TextNumbers, AreTheSameWithRoomMadeAtAnyTime) {
+  std::vector<TKSValue> texts;
+  for (int i = 0; i < 2000; ++i) texts.emplace_back(std::to_string(i % 1000));
+  const std::vector<const TKSValue*> all = places(texts);
+  TextNumbers numbers;
+  for (std::uint32_t i = 0; i < texts.size(); ++i) {
+    if (i % 64 == 0) numbers.expect(i % 640);
+    EXPECT_EQ(numbers.numberOf(texts[i], i, all), i % 1000);
+  }
 }
 
 TEST(TextNumbers, TextsThatEndInZerosAreOthers) {
@@ -31,8 +50,9 @@ TEST(TextNumbers, TextsThatEndInZerosAreOthers) {
                                     std::string(14, '\0'),
                                     std::string(15, '\0'),
                                     std::string(16, '\0')};
+  const std::vector<const TKSValue*> all = places(texts);
   TextNumbers numbers;
-  for (std::uint32_t i = 0; i < texts.size(); ++i) EXPECT_EQ(numbers.numberOf(texts[i], i), i);
+  for (std::uint32_t i = 0; i < texts.size(); ++i) EXPECT_EQ(numbers.numberOf(texts[i], i, all), i);
 }
 
 TEST(ByteOutput, HoldsWhatWasWrittenInTheOrderInWhichItWas) {
