@@ -50,12 +50,14 @@ struct Pair {
     return event ? std::atoi(event->c_str() + 4) : -1;
   }
 
-  /// Everything of the conversation is gone: no child left uncollected, no launcher, no folder, and status 1.
+  /// Everything of the conversation is gone: no child left uncollected, no launcher, no folder, and status 1. What the
+  /// host said of it on its main thread has arrived afterwards.
   void expectNothingLeft() {
     EXPECT_TRUE(host.waitForStatus(kUnconnected));
     EXPECT_TRUE(tks::test::waitUntil([&] { return host.children().empty(); })) << "a child is not collected";
     EXPECT_TRUE(tks::test::waitUntil([&] { return launcher.processes().empty(); })) << "a launcher runs on";
     EXPECT_TRUE(tks::test::waitUntil([&] { return host.temporaryFiles().empty(); })) << "a folder is left";
+    host.status();
   }
 };
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "tests/interface/FakeWorld.h"
+#include "tests/support/FakeBackgroundWork.h"
 #include "tests/support/LogRecorder.h"
 
 namespace tks::test {
@@ -38,8 +39,13 @@ class FacadeTest : public testing::Test {
     drainUntil([&] { return !world_.channels.output->written.empty(); });
     return world_.heard();
   }
-  /// Until everything that is due has been done.
-  void settle() { drainFor(std::chrono::milliseconds(20)); }
+  /// Until everything that is due has been done, in the background too, and a moment longer for what must not happen.
+  void settle() {
+    do {
+      ASSERT_TRUE(drainUntil([this] { return background_.isIdle(); }));
+      drainFor(std::chrono::milliseconds(20));
+    } while (!background_.isIdle());
+  }
 
   /// From the beginning to a launcher that has been greeted and has not answered.
   void startUntilGreeted() {
@@ -63,6 +69,7 @@ class FacadeTest : public testing::Test {
     ASSERT_THAT(called(), testing::IsEmpty());
   }
 
+  CountedBackgroundWork background_;
   FakeWorld world_;
   LogRecorder log_;
   std::vector<std::string> calls_;

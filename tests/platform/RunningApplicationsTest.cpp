@@ -102,7 +102,6 @@ TEST_F(RunningApplications, ThoseOfOtherUsersDoNotCount) {
 TEST_F(RunningApplications, AllAreListed) {
   EXPECT_THAT(listed(launcher), IsEmpty());
   const FakeLauncher other;
-  tks::test::writeFile(other.file("wait"), "sleep 100s\n");
   const Started first(launcher);
   const Started second(other);
   const Started third(launcher);
@@ -117,7 +116,7 @@ TEST_F(RunningApplications, ForceTerminationEndsTheProcessAtOnce) {
   const auto application = runningApplications().find(started.pid());
   ASSERT_TRUE(application);
   EXPECT_TRUE(runningApplications().forceTerminate(*application));
-  EXPECT_EQ(started.process.wait(), 128 + SIGKILL);
+  EXPECT_EQ(started.wait(), 128 + SIGKILL);
   EXPECT_FALSE(runningApplications().forceTerminate(*application)) << "it is gone";
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -19,15 +20,26 @@
 
 namespace tks::test {
 
-/// A launcher that was started by somebody and waits.
-struct Started {
-  explicit Started(const FakeLauncher& launcher)
-      : process(ChildProcess::run(launcher.executable(), {}, {"TKS_FAKE_LAUNCHER=--script wait"})) {
+/// A launcher that was started by somebody, has read all that it reads of its bundle, and waits.
+class Started {
+ public:
+  explicit Started(const FakeLauncher& launcher) : process_(begin(launcher)) {
+    const std::string told = launcher.file("waits");
     // On macOS it still has to check in then.
-    waitUntil([&] { return !launcher.processes().empty() && platform::runningApplications().find(pid()).has_value(); });
+    waitUntil([&] { return std::filesystem::exists(told) && platform::runningApplications().find(pid()).has_value(); });
   }
-  std::int32_t pid() const { return process.pid(); }
-  ChildProcess process;
+  std::int32_t pid() const { return process_.pid(); }
+  /// The code that it ended with.
+  int wait() { return process_.wait(); }
+
+ private:
+  static ChildProcess begin(const FakeLauncher& launcher) {
+    std::filesystem::remove(launcher.file("waits"));  // of one before it
+    writeFile(launcher.file("script"), "tell waits\nsleep 100s\n");
+    return ChildProcess::run(launcher.executable(), {}, {"TKS_FAKE_LAUNCHER=--script script"});
+  }
+
+  ChildProcess process_;
 };
 
 class RunningApplications : public ::testing::Test {

@@ -176,6 +176,8 @@ class Launcher {
         raw.push_back(static_cast<char>(std::strtol(number.c_str(), nullptr, 16)));
       }
       channel_.write(raw);
+    } else if (verb == "tell") {
+      writeFile(rest, "");
     } else if (verb == "sleep") {
       sleepFor(seconds(rest));
     } else if (verb == "exit") {

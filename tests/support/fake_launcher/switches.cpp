@@ -62,7 +62,8 @@ constexpr SwitchInfo kSwitches[] = {
     {"--always-updated", false, "send host_notify right after each hello_ack"},
     {"--linger", true, "live on for so long after disconnect_ack"},
     {"--stay", false, "live on after disconnect_ack until the host is gone"},
-    {"--script", true, "follow a script instead of all rules: expect TYPE, send JSON, raw HEX, sleep TIME, exit CODE"},
+    {"--script", true,
+     "follow a script instead of all rules: expect TYPE, send JSON, raw HEX, tell FILE, sleep TIME, exit CODE"},
 };
 
 std::string ownFolder() {

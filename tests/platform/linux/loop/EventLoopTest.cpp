@@ -352,10 +352,13 @@ TEST_P(EventLoopWithoutDescriptors, StillRunsPostedWorkAndTimersAndSaysSoOnce) {
   ::setrlimit(RLIMIT_NOFILE, &few);
   EventLoop loop;
   std::string order;
-  loop.post([&] { order += "posted "; });
-  const auto timer = loop.after(milliseconds(20), [&] {
-    order += "timer ";
-    loop.stop();
+  std::unique_ptr<tks::platform::MainLoop::Timer> timer;
+  loop.post([&] {
+    order += "posted ";
+    timer = loop.after(milliseconds(1), [&] {
+      order += "timer ";
+      loop.stop();
+    });
   });
   EXPECT_EQ(loop.descriptor(), -1);
   loop.run();

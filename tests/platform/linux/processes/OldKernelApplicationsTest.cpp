@@ -33,14 +33,14 @@ TEST_F(RunningApplications, EndWithoutDescriptorsOfProcessesAsWell) {
   const InjectedSystemCall oldKernel(&SystemCalls::pidfdOpen, refusing<ENOSYS>);
   Started first(launcher);
   EXPECT_TRUE(runningApplications().forceTerminate(*runningApplications().find(first.pid())));
-  EXPECT_EQ(first.process.wait(), 128 + SIGKILL);
+  EXPECT_EQ(first.wait(), 128 + SIGKILL);
 }
 
 TEST_F(RunningApplications, EndWhereProcessesCannotBeSignalledByDescriptor) {
   const InjectedSystemCall oldKernel(&SystemCalls::pidfdSendSignal, refusing<ENOSYS>);
   Started started(launcher);
   EXPECT_TRUE(runningApplications().forceTerminate(*runningApplications().find(started.pid())));
-  EXPECT_EQ(started.process.wait(), 128 + SIGKILL);
+  EXPECT_EQ(started.wait(), 128 + SIGKILL);
 }
 
 }  // namespace

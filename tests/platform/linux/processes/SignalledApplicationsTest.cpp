@@ -47,7 +47,7 @@ TEST_F(RunningApplications, TerminationIsASignalThatMayBeIgnored) {
   launcher.setSwitches({});
   Started willing(launcher);
   EXPECT_TRUE(runningApplications().terminate(*runningApplications().find(willing.pid())));
-  EXPECT_EQ(willing.process.wait(), 128 + SIGTERM);
+  EXPECT_EQ(willing.wait(), 128 + SIGTERM);
 }
 
 TEST_F(RunningApplications, LaunchingStartsANewInstanceInASessionOfItsOwn) {
