@@ -27,7 +27,7 @@ class PageCheck {
   void run() {
     const std::uint32_t runs = pages_ / pagesOfRun_ + (pages_ % pagesOfRun_ != 0 ? 1 : 0);
     HashingThreads threads(directories_.types(), runs,
-                           [this](std::uint32_t item, HashingTools& tools) { checkRun(item, tools); });
+                           [this](HashingItem item, HashingTools& tools) { checkRun(item.number, tools); });
     for (std::uint32_t i = 0; i < runs; ++i) threads.add(i);
     threads.finish();
   }

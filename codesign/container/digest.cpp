@@ -77,8 +77,8 @@ Digest Hasher::hash(Bytes bytes) {
 
 void hashEach(Hasher& hasher, std::span<const Bytes> messages, std::span<Digest> digests) {
   const bool isSha256 = hasher.type() == HashType::sha256 || hasher.type() == HashType::sha256Truncated;
-  const Sha256Lockstep inLockstep = isSha256 && messages.size() > 1 ? sha256Lockstep() : nullptr;
-  if (inLockstep == nullptr) {
+  const Sha256Blocks blocks = isSha256 && messages.size() > 1 ? sha256Blocks() : nullptr;
+  if (blocks == nullptr) {
     for (std::size_t i = 0; i < messages.size(); ++i) digests[i] = hasher.hash(messages[i]);
     return;
   }
@@ -86,7 +86,7 @@ void hashEach(Hasher& hasher, std::span<const Bytes> messages, std::span<Digest>
   for (std::size_t first = 0; first < messages.size(); first += kTogether) {
     const std::size_t count = std::min(kTogether, messages.size() - first);
     std::array<Sha256Digest, kTogether> whole;
-    inLockstep(messages.subspan(first, count), std::span(whole).first(count));
+    hashSideBySide(blocks, messages.subspan(first, count), std::span(whole).first(count));
     for (std::size_t i = 0; i < count; ++i) {
       std::ranges::copy(whole[i], digests[first + i].storage.begin());
       digests[first + i].size = hashSize(hasher.type());

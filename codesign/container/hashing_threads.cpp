@@ -78,34 +78,46 @@ void* HashingThreads::threadMain(void* self) {
   return nullptr;
 }
 
-/// Position of the next item, once there is one; nothing when none will come any more.
-std::optional<std::size_t> HashingThreads::takeItem() {
+std::size_t HashingThreads::most() { return static_cast<std::size_t>(processors()); }
+
+/// The next item, once there is one; nothing when none will come any more.
+std::optional<HashingItem> HashingThreads::takeItem() {
   const std::uint32_t position = taken_.fetch_add(1, std::memory_order_relaxed);
   while (!dropped_.load(std::memory_order_relaxed)) {
     const std::uint32_t added = added_.load(std::memory_order_acquire);
-    if (position < (added & ~kClosed)) return position;
+    if (position < (added & ~kClosed)) return HashingItem{items_[position], position};
     if ((added & kClosed) != 0) break;
     added_.wait(added, std::memory_order_acquire);
   }
   return std::nullopt;
 }
 
+std::optional<HashingItem> HashingThreads::takeReady() {
+  std::uint32_t position = taken_.load(std::memory_order_relaxed);
+  while (!dropped_.load(std::memory_order_relaxed) && position < (added_.load(std::memory_order_acquire) & ~kClosed)) {
+    if (taken_.compare_exchange_weak(position, position + 1, std::memory_order_relaxed)) {
+      return HashingItem{items_[position], position};
+    }
+  }
+  return std::nullopt;
+}
+
 void HashingThreads::workUntilClosed() noexcept {
   std::optional<HashingTools> tools;
-  while (const std::optional<std::size_t> position = takeItem()) {
+  while (const std::optional<HashingItem> item = takeItem()) {
     try {
       if (!tools) tools.emplace(types_);
-      work_(items_[*position], *tools);
+      work_(*item, *tools);
     } catch (...) {
-      note(*position, std::current_exception());
+      note(*item, std::current_exception());
     }
   }
 }
 
-void HashingThreads::note(std::size_t position, std::exception_ptr failure) {
+void HashingThreads::note(HashingItem item, std::exception_ptr failure) {
   const std::scoped_lock lock(mutex_);
-  if (failure_ != nullptr && failedPosition_ < position) return;
-  failedPosition_ = position;
+  if (failure_ != nullptr && failedPosition_ < item.position) return;
+  failedPosition_ = item.position;
   failure_ = std::move(failure);
 }
 

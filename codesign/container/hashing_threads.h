@@ -21,12 +21,18 @@ struct HashingTools {
   std::vector<Hasher> hashers;       ///< one for each type, in their order
 };
 
+/// What is to be hashed, and which of all it is in the order in which they were added.
+struct HashingItem {
+  std::uint32_t number;
+  std::size_t position;
+};
+
 /// Threads that hash for one check: as many as there are processors for this process, the calling thread among them.
 /// They block all signals, and are gone when the check is. Items are numbers, worked on in the order in which they were
 /// added. Without further threads (a limit forbids them) the calling thread does everything.
 class HashingThreads {
  public:
-  using Work = std::function<void(std::uint32_t item, HashingTools& tools)>;
+  using Work = std::function<void(HashingItem item, HashingTools& tools)>;
 
   /// At most `capacity` items can be added.
   HashingThreads(std::vector<HashType> types, std::size_t capacity, Work work);
@@ -40,12 +46,19 @@ class HashingThreads {
   /// item added first.
   void finish();
 
+  /// For the work on an item that takes others along: the next one, nothing when none is there now.
+  std::optional<HashingItem> takeReady();
+  /// And for what went wrong with one of them.
+  void note(HashingItem item, std::exception_ptr failure);
+
+  /// As many threads as hash at most.
+  static std::size_t most();
+
  private:
   static void* threadMain(void* self);
   void startThreads();
   void workUntilClosed() noexcept;
-  std::optional<std::size_t> takeItem();
-  void note(std::size_t position, std::exception_ptr failure);
+  std::optional<HashingItem> takeItem();
   void close(bool drop);
 
   const std::vector<HashType> types_;

@@ -9,15 +9,14 @@
 
 #include <algorithm>
 #include <array>
-#include <limits>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
 
-#include "codesign/container/hashing_threads.h"
 #include "codesign/container/signature_components.h"
+#include "codesign/resources/sealed_files.h"
 #include "formats/apple_double.h"
 #include "platform/posix/bundle_links.h"
 #include "platform/posix/extended_attributes.h"
@@ -51,17 +50,16 @@ class ResourceCheck {
         scope_(scope),
         nested_(nested),
         met_(seal.size()),
-        pairs_(seal.size() / 2 + 1),
-        threads_(directories.types(), pairs_.size(),
-                 [this](std::uint32_t item, HashingTools& tools) { hash(pairs_[item], tools); }) {}
+        files_(seal, directories.types(), root_, [this](bool isMissing, std::string_view path) {
+          note(isMissing ? Problem::missing : Problem::altered, path);
+        }) {}
 
   ResourceProblems run() {
     root_.reset(
         posix::retried([&] { return ::open(layout_.supportFolder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     if (!root_) failByErrno();
     walk();
-    hashLast();
-    threads_.finish();
+    files_.finish();
     findMissing();
     for (std::vector<std::string>* list : {&problems_.added, &problems_.altered, &problems_.missing}) {
       std::ranges::sort(*list);
@@ -179,7 +177,7 @@ class ResourceCheck {
       case Seal::Kind::file:
         if (seal.withoutHash) fail(status::kResourcesInvalid);
         if (kind != FileKind::file || seal.neverMatches) return note(Problem::altered, path);
-        return hashLater(*number);
+        return files_.add(*number);
     }
   }
 
@@ -267,112 +265,6 @@ class ResourceCheck {
     return posix::leadsOut(layout_.root, support.empty() ? path : support + "/" + path);
   }
 
-  // Hashing, on all threads, two files at a time: both are hashed side by side.
-
-  static constexpr std::uint32_t kNone = std::numeric_limits<std::uint32_t>::max();
-  struct Pair {
-    std::uint32_t first = kNone;
-    std::uint32_t second = kNone;
-  };
-  struct OpenFile {
-    Seal seal;
-    posix::FileDescriptor descriptor;
-    /// The beginning of the file, or all of it.
-    Bytes content;
-    bool isWhole = false;
-  };
-
-  void hashLater(std::uint32_t number) {
-    if (pairs_[pairsAdded_].first == kNone) {
-      pairs_[pairsAdded_].first = number;
-      return;
-    }
-    pairs_[pairsAdded_].second = number;
-    threads_.add(pairsAdded_++);
-  }
-  void hashLast() {
-    if (pairsAdded_ < pairs_.size() && pairs_[pairsAdded_].first != kNone) threads_.add(pairsAdded_++);
-  }
-
-  void hash(const Pair& pair, HashingTools& tools) {
-    std::vector<OpenFile> files;
-    const std::size_t room = tools.buffer.size() / 2;
-    for (const std::uint32_t number : {pair.first, pair.second}) {
-      if (number == kNone) continue;
-      const auto half = std::span(tools.buffer).subspan(files.size() * room, room);
-      if (std::optional<OpenFile> file = openFile(number, half)) files.push_back(*std::move(file));
-    }
-    std::vector<std::vector<Digest>> digests(files.size());
-    hashWhole(files, digests, tools);
-    for (std::size_t i = 0; i < files.size(); ++i) {
-      if (!files[i].isWhole) digests[i] = hashOn(files[i], std::span(tools.buffer).subspan(i * room, room), tools);
-      compare(files[i].seal, digests[i]);
-    }
-  }
-
-  /// Opens what a seal names and reads as much as there is room for; nothing, and noted, when it is missing.
-  std::optional<OpenFile> openFile(std::uint32_t number, std::span<std::uint8_t> room) {
-    OpenFile file{.seal = seal_.seal(number), .descriptor = {}, .content = {}};
-    const std::string path(file.seal.path);
-    const int flags = O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
-    file.descriptor.reset(posix::retried([&] { return ::openat(root_.get(), path.c_str(), flags); }));
-    if (!file.descriptor) {
-      if (errno != ENOENT) failByErrno();
-      if (!file.seal.optional) note(Problem::missing, path);
-      return std::nullopt;
-    }
-    std::size_t filled = 0;
-    while (filled < room.size() && !file.isWhole) {
-      const std::size_t count = readSome(file, room.subspan(filled));
-      filled += count;
-      file.isWhole = count == 0;
-    }
-    file.content = room.first(filled);
-    return file;
-  }
-
-  static std::size_t readSome(const OpenFile& file, std::span<std::uint8_t> into) {
-    const ssize_t count = posix::retried([&] { return ::read(file.descriptor.get(), into.data(), into.size()); });
-    if (count < 0) failByErrno();
-    return static_cast<std::size_t>(count);
-  }
-
-  /// The hashes of the files that were read to their end: of each by all hashers.
-  static void hashWhole(const std::vector<OpenFile>& files, std::vector<std::vector<Digest>>& digests,
-                        HashingTools& tools) {
-    std::vector<Bytes> messages;
-    for (const OpenFile& file : files) {
-      if (file.isWhole) messages.push_back(file.content);
-    }
-    std::vector<Digest> found(messages.size());
-    for (Hasher& hasher : tools.hashers) {
-      hashEach(hasher, messages, found);
-      auto next = found.begin();
-      for (std::size_t i = 0; i < files.size(); ++i) {
-        if (files[i].isWhole) digests[i].push_back(*next++);
-      }
-    }
-  }
-
-  /// The hashes of a file of which the beginning has been read.
-  static std::vector<Digest> hashOn(const OpenFile& file, std::span<std::uint8_t> room, HashingTools& tools) {
-    for (Hasher& hasher : tools.hashers) hasher.start();
-    for (Bytes piece = file.content; !piece.empty(); piece = room.first(readSome(file, room))) {
-      for (Hasher& hasher : tools.hashers) hasher.update(piece);
-    }
-    std::vector<Digest> digests;
-    for (Hasher& hasher : tools.hashers) digests.push_back(hasher.finish());
-    return digests;
-  }
-
-  void compare(const Seal& seal, const std::vector<Digest>& digests) {
-    Bytes expected = seal.hashes;
-    for (const Digest& digest : digests) {
-      if (!digest.matches(expected.first(digest.size))) return note(Problem::altered, seal.path);
-      expected = expected.subspan(digest.size);
-    }
-  }
-
   // Findings.
 
   void note(Problem problem, std::string_view path) {
@@ -417,9 +309,7 @@ class ResourceCheck {
   std::vector<bool> met_;
   std::mutex mutex_;
   ResourceProblems problems_;  ///< guarded by mutex_
-  std::vector<Pair> pairs_;
-  std::uint32_t pairsAdded_ = 0;
-  HashingThreads threads_;  ///< last, as its threads use the rest
+  SealedFiles files_;          ///< last, as its threads use the rest
 };
 
 }  // namespace
