@@ -18,6 +18,16 @@ class LinuxStaticCode final : public platform::StaticCode {
 
   std::int32_t checkValidity(std::string& details) override { return judge(code_.verify(Depth::plain), details); }
   std::int32_t checkForInstalling(std::string& details) override { return judge(code_.verify(Depth::strict), details); }
+  /// The strict check does what the plain one does, and more: of code that passes it the plain one says nothing else.
+  InstallingVerdict checkBeforeInstalling() override {
+    InstallingVerdict verdict;
+    const Outcome strict = code_.verify(Depth::strict);
+    if (strict.isGood()) return verdict;
+    verdict.plain = checkValidity(verdict.details);
+    if (verdict.plain == 0) verdict.inDepth = judge(strict, verdict.details);
+    return verdict;
+  }
+
   std::int32_t checkOneSigner(std::string& details) override { return judge(code_.verifyOneSigner(), details); }
 
   std::int32_t copySigningInformation(TKSDictionary& information) override {

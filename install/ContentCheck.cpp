@@ -7,7 +7,6 @@
 #include <optional>
 #include <utility>
 
-#include <tksinterface/KVRXCodeSignUtil.h>
 #include <tksinterface/TKSURL.h>
 
 #include "foundation/logging/Logging.h"
@@ -64,13 +63,13 @@ bool passes(std::string_view path, Check check, TKSError* error) {
   std::string details;
   std::int32_t status = platform::signatures().create(path, code);
   if (status == 0) status = code == nullptr ? kInternalComponentError : (code.get()->*check)(details);
-  return status == 0 || reportSignatureMessage(signatureStatusMessage(status, details), error);
+  return reportSignatureStatus(status, details, error);
 }
 
-/// What an installation checks about the content alone, and not about who signed it. Both are made: neither is taken to
-/// see all that the other sees.
+/// What an installation checks about the content alone, and not about who signed it.
 bool isWhole(std::string_view path, TKSError* error) {
-  return KVRXCodeSignUtil::codeSignIsValid(TKSURL::fileURLWithPath(path), error) && checkInDepth(path, error);
+  const CheckBeforeInstalling content(path);
+  return content.passedPlain(error) && content.passedInDepth(error);
 }
 
 bool runChecks(std::string_view path, ContentChecks checks, TKSError* error) {
@@ -86,8 +85,20 @@ bool refuse(std::string text, TKSError* error) {
 
 }  // namespace
 
-bool checkInDepth(std::string_view path, TKSError* error) {
-  return passes(path, &platform::StaticCode::checkForInstalling, error);
+CheckBeforeInstalling::CheckBeforeInstalling(std::string_view path) {
+  const std::unique_ptr<platform::StaticCode> code = codeToCheck(TKSURL::fileURLWithPath(path), &failure_);
+  if (code == nullptr) return;
+  opened_ = true;
+  verdict_ = code->checkBeforeInstalling();
+}
+
+bool CheckBeforeInstalling::passedPlain(TKSError* error) const {
+  if (!opened_ && error != nullptr) *error = failure_;
+  return opened_ && reportSignatureStatus(verdict_.plain, verdict_.details, error);
+}
+
+bool CheckBeforeInstalling::passedInDepth(TKSError* error) const {
+  return reportSignatureStatus(verdict_.inDepth, verdict_.details, error);
 }
 
 bool checkOneSigner(std::string_view path, TKSError* error) {

@@ -142,8 +142,19 @@ bool reportSignatureMessage(std::string message, TKSError* error) {
   return false;
 }
 
-std::string signatureStatusMessage(std::int32_t status, std::string_view details) {
-  return formatted("%@ Internal error details: %@", statusText(status), details);
+std::unique_ptr<platform::StaticCode> codeToCheck(const TKSURL& url, TKSError* error) {
+  std::unique_ptr<platform::StaticCode> code;
+  const std::int32_t status = makeStaticCode(url, code);
+  if (status == 0) return code;
+  reportSignatureMessage(formatted("Failed to get static code when check CodeSign. Target path: %@, return code: %d",
+                                   url.absoluteString(), status),
+                         error);
+  return nullptr;
+}
+
+bool reportSignatureStatus(std::int32_t status, std::string_view details, TKSError* error) {
+  return status == 0 ||
+         reportSignatureMessage(formatted("%@ Internal error details: %@", statusText(status), details), error);
 }
 
 }  // namespace tks
@@ -163,17 +174,11 @@ std::optional<TKSDictionary> KVRXCodeSignUtil::codeSignInfo(const TKSURL& bundle
 }
 
 bool KVRXCodeSignUtil::codeSignIsValid(const TKSURL& bundleURL, TKSError* error) {
-  std::unique_ptr<tks::platform::StaticCode> code;
-  if (const std::int32_t status = tks::makeStaticCode(bundleURL, code); status != 0) {
-    return tks::reportSignatureMessage(
-        tks::formatted("Failed to get static code when check CodeSign. Target path: %@, return code: %d",
-                       bundleURL.absoluteString(), status),
-        error);
-  }
+  const std::unique_ptr<tks::platform::StaticCode> code = tks::codeToCheck(bundleURL, error);
+  if (code == nullptr) return false;
   std::string details;
   const std::int32_t status = code->checkValidity(details);
-  if (status == 0) return true;
-  return tks::reportSignatureMessage(tks::signatureStatusMessage(status, details), error);
+  return tks::reportSignatureStatus(status, details, error);
 }
 
 bool KVRXCodeSignUtil::codeSignBelongToTarvo(const TKSURL& bundleURL, TKSError* error) {

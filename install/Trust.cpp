@@ -73,7 +73,11 @@ bool checkTrustForLaunch(std::string_view path, bool starts, TKSError* error) {
 }  // namespace
 
 bool checkTrustForInstalling(std::string_view path, TKSError* error) {
-  if (!TKSUtilBase::checkTrust(path, error) || !install::checkInDepth(path, error)) return false;
+  const install::CheckBeforeInstalling content(path);
+  if (!content.passedPlain(error) || !KVRXCodeSignUtil::codeSignBelongToTarvo(TKSURL::fileURLWithPath(path), error) ||
+      !content.passedInDepth(error)) {
+    return false;
+  }
   // The options are about launchers; a library by itself is none.
   if (!platform::files().isDirectory(path)) return true;
   if (options().oneSignerInside && !install::checkOneSigner(path, error)) return false;

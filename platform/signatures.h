@@ -14,6 +14,13 @@ namespace tks::platform {
 /// OSStatus numbers: 0 good, else for example -67062 (not signed).
 class StaticCode {
  public:
+  /// How the checks before an installation ended.
+  struct InstallingVerdict {
+    std::int32_t plain = 0;    ///< status of checkValidity
+    std::int32_t inDepth = 0;  ///< status of checkForInstalling, which is not asked after a plain one that is not 0
+    std::string details;       ///< of the one that is not 0
+  };
+
   virtual ~StaticCode() = default;
 
   /// Validity for all architectures (kSecCSCheckAllArchitectures, flags 1), of one signer (else -67045), without a
@@ -25,6 +32,15 @@ class StaticCode {
   /// kSecCSCheckNestedCode, kSecCSStrictValidate, kSecCSRestrictSymlinks). Old forms of the seal are no reason to
   /// refuse (-67007, -67013), as long as everything in the bundle is covered.
   virtual std::int32_t checkForInstalling(std::string& details) = 0;
+
+  /// Both checks above, the plain one first. A back end of which the one in depth finds all that the plain one finds
+  /// may read the content once for the two; whatever they read is read and hashed in this call.
+  virtual InstallingVerdict checkBeforeInstalling() {
+    InstallingVerdict verdict;
+    verdict.plain = checkValidity(verdict.details);
+    if (verdict.plain == 0) verdict.inDepth = checkForInstalling(verdict.details);
+    return verdict;
+  }
 
   /// For code that passed the check above: all code inside, however deep, was signed by who signed this code, by the
   /// same certificate or by one of the same organizational unit below the same root. Not met by code that nobody

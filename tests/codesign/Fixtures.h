@@ -136,11 +136,19 @@ inline std::int32_t statusOf(const std::string& path, std::string* details = nul
   return code->checkValidity(details != nullptr ? *details : unused);
 }
 
+/// Also that both checks in one reading say what each of them says.
 inline std::int32_t installStatusOf(const std::string& path) {
   std::unique_ptr<platform::StaticCode> code;
   if (const std::int32_t created = platform::signatures().create(path, code); created != 0) return created;
+  std::string plainDetails;
+  const std::int32_t plain = code->checkValidity(plainDetails);
   std::string details;
-  return code->checkForInstalling(details);
+  const std::int32_t status = code->checkForInstalling(details);
+  const platform::StaticCode::InstallingVerdict both = code->checkBeforeInstalling();
+  EXPECT_EQ(both.plain, plain) << path;
+  EXPECT_EQ(both.inDepth, plain == 0 ? status : 0) << path;
+  EXPECT_EQ(both.details, plain == 0 ? details : plainDetails) << path;
+  return status;
 }
 
 inline TKSDictionary informationOf(const std::string& path, platform::Signatures& signatures = platform::signatures()) {

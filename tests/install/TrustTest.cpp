@@ -229,8 +229,27 @@ TEST_F(Trust, SigningInformationSaysWhichStepFailed) {
 
 TEST_F(Trust, TheCheckForInstallingIsThePlainOneAndThenTheOneInDepth) {
   EXPECT_TRUE(tks::checkTrustForInstalling(kBundle, nullptr));
-  EXPECT_THAT(signatures.asked, ElementsAre("create", "validity", "create", "information", "name", "name", "name",
-                                            "create", "installing"));
+  EXPECT_THAT(signatures.asked,
+              ElementsAre("create", "validity", "installing", "create", "information", "name", "name", "name"));
+}
+
+TEST_F(Trust, OfAPackageThatFailsInDepthAndIsAnotherMakersTheMakerIsTold) {
+  signatures.installValidity = -67061;
+  signatures.information.set("teamid", "OTHERTEAM1");
+  TKSError error;
+  EXPECT_FALSE(tks::checkTrustForInstalling(kBundle, &error));
+  EXPECT_EQ(error.localizedDescription, "Codesign verify failed, not from Tarvo.");
+}
+
+TEST_F(Trust, OfAPackageThatCannotBeOpenedTheCheckForInstallingSaysWhatThePlainOneSays) {
+  signatures.createStatus = -67068;
+  TKSError plain;
+  TKSError error;
+  EXPECT_FALSE(KVRXCodeSignUtil::codeSignIsValid(TKSURL::fileURLWithPath(kBundle), &plain));
+  EXPECT_FALSE(tks::checkTrustForInstalling(kBundle, &error));
+  EXPECT_EQ(error, plain);
+  EXPECT_THAT(error.localizedDescription, testing::HasSubstr("return code: -67068"));
+  EXPECT_FALSE(tks::checkTrustForInstalling(kBundle, nullptr));
 }
 
 TEST_F(Trust, TheCheckForInstallingLooksDeeperThanThePlainOneAndLeavesItItsTexts) {
