@@ -2,6 +2,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/auxv.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -13,6 +14,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <memory>
 #include <string_view>
@@ -45,13 +47,17 @@ const Delays& chosen() {
   return kNone;
 }
 
+// No local static here needs to be set up at run time: that has a lock, whose calls pause too.
+
 /// Another row of numbers in each process, and in each run. (The generator is splitmix64.)
 std::uint64_t nextNumber() {
-  static std::atomic<std::uint64_t> state = [] {
-    timespec now{};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<std::uint64_t>(now.tv_nsec) ^ static_cast<std::uint64_t>(::getpid()) << 32;
-  }();
+  static std::atomic<std::uint64_t> state = 0;
+  if (state == 0) {
+    // What the system gives each process for such things. Programs may have a clock of their own.
+    std::uint64_t drawn = 0;
+    std::memcpy(&drawn, reinterpret_cast<const void*>(::getauxval(AT_RANDOM)), sizeof drawn);
+    state = drawn | 1;
+  }
   std::uint64_t z = state += 0x9E3779B97F4A7C15;
   z = (z ^ z >> 30) * 0xBF58476D1CE4E5B9;
   z = (z ^ z >> 27) * 0x94D049BB133111EB;
@@ -69,7 +75,9 @@ void sleepFor(unsigned long microseconds) {
 }
 
 void maybePause() {
-  static const Delays& delays = chosen();
+  static std::atomic<const Delays*> known = nullptr;
+  if (known == nullptr) known = &chosen();
+  const Delays& delays = *known;
   if (const std::uint64_t drawn = nextNumber(); drawn % 1'000 < delays.perThousand) {
     sleepFor((drawn >> 20) % delays.longest);
   }
@@ -79,9 +87,11 @@ __attribute__((constructor)) void maybeBeginLate() {
   if (const std::uint64_t drawn = nextNumber(); drawn % 5 == 0) sleepFor((drawn >> 20) % chosen().longestStart);
 }
 
+/// The function of that name which the program would have called.
 template <typename Function>
-Function* nextOf(const char* name) {
-  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+Function* nextOf(std::atomic<Function*>& known, const char* name) {
+  if (known == nullptr) known = reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+  return known;
 }
 
 struct Begin {
@@ -101,9 +111,9 @@ void* beginLate(void* given) {
 #define TKS_DELAYED(result, name, parameters, ...)                                                   \
   extern "C" __attribute__((visibility("default"))) result delayed_##name parameters __asm__(#name); \
   extern "C" result delayed_##name parameters {                                                      \
-    static const auto next = nextOf<result parameters>(#name);                                       \
+    static std::atomic<result(*) parameters> known = nullptr;                                        \
     maybePause();                                                                                    \
-    const auto done = next(__VA_ARGS__);                                                             \
+    const auto done = nextOf(known, #name)(__VA_ARGS__);                                             \
     maybePause();                                                                                    \
     return done;                                                                                     \
   }
@@ -134,9 +144,9 @@ extern "C" __attribute__((visibility("default"))) int delayed_create(pthread_t*,
                                                                      void* (*)(void*), void*) __asm__("pthread_create");
 extern "C" int delayed_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*work)(void*),
                               void* argument) {
-  static const auto next = nextOf<decltype(delayed_create)>("pthread_create");
+  static std::atomic<decltype(&delayed_create)> known = nullptr;
   auto begin = std::make_unique<Begin>(Begin{work, argument});
-  const int result = next(thread, attributes, beginLate, begin.get());
+  const int result = nextOf(known, "pthread_create")(thread, attributes, beginLate, begin.get());
   if (result == 0) (void)begin.release();
   maybePause();
   return result;

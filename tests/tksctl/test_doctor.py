@@ -192,6 +192,13 @@ class Limits(DoctorTest):
     def test_too_few_descriptors(self):
         self.finds("limits.descriptors", "FAIL", "only 40 allowed", "ulimit -n", FAILED, before="ulimit -n 40")
 
+    def test_no_threads(self):
+        """Each needs 8 GiB of addresses for its stack, and there are 4 for all."""
+        few = "ulimit -v 4194304"
+        if self.here.tool("version", before=few).code != OK:
+            self.skipTest("sanitizers need more addresses")
+        self.finds("limits.threads", "FAIL", "none can be made", "ulimit -u", FAILED, before=f"ulimit -s 8388608; {few}")
+
     def test_no_process_table(self):
         self.finds("processes.table", "FAIL", "cannot be read", "Mount /proc", FAILED, before="mount -t tmpfs tmpfs /proc",
                    env={"ASAN_OPTIONS": "detect_leaks=0"})
