@@ -217,6 +217,11 @@ int HostProcess::quit() {
   return collect();
 }
 
+int HostProcess::exit() {
+  command("exit");
+  return collect();
+}
+
 int HostProcess::collect() {
   if (result_) return *result_;
   int status = 0;

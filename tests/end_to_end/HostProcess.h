@@ -72,6 +72,8 @@ class HostProcess {
   void kill();
   /// Asks it to end in good order; its exit code, or 128 and the signal.
   int quit();
+  /// The same, by exit in the midst of what it does.
+  int exit();
 
  private:
   void read();

@@ -65,7 +65,7 @@ TEST_P(OptionsEndToEnd, LauncherThatNeverAnsweredEndsWithItsHost) {
   pair.host.command("start one");
   pair.launcher.report("received");  // before that it could still be asked to end
   ASSERT_GT(pair.launcherPid(), 0);
-  pair.host.command("exit");
+  EXPECT_EQ(pair.host.exit(), 0);
   EXPECT_TRUE(pair.launcherIsGone());
 }
 
