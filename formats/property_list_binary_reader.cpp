@@ -44,6 +44,25 @@ std::uint64_t bigEndian(const std::uint8_t* bytes, std::size_t width) {
 }
 std::uint64_t bigEndian(Bytes bytes) { return bigEndian(bytes.data(), bytes.size()); }
 
+/// The real nearest to an integer of 128 bits that 64 do not hold.
+double nearestReal(std::int64_t high, std::uint64_t low) {
+  const bool negative = high < 0;
+  std::uint64_t top =
+      negative ? ~static_cast<std::uint64_t>(high) + (low == 0 ? 1 : 0) : static_cast<std::uint64_t>(high);
+  if (negative) low = -low;
+  const int shift = std::countl_zero(top);
+  // Its 64 highest bits are more than a real keeps: of the others it matters only whether one is set.
+  if (shift == 64) {
+    top = low;
+    low = 0;
+  } else if (shift > 0) {
+    top = top << shift | low >> (64 - shift);
+    low <<= shift;
+  }
+  const double magnitude = std::ldexp(static_cast<double>(top | (low != 0 ? 1 : 0)), 64 - shift);
+  return negative ? -magnitude : magnitude;
+}
+
 /// Appends the text of UTF-16 units. Half a surrogate pair becomes the replacement character.
 void appendUtf16(std::string& text, Bytes bytes) {
   constexpr char32_t kReplacement = 0xFFFD;
@@ -314,7 +333,7 @@ bool BinaryReader::integer(std::size_t position, std::uint8_t low) {
   } else if (high == 0) {
     builder_.unsignedInteger(lowHalf);
   } else {
-    builder_.real(std::ldexp(static_cast<double>(high), 64) + static_cast<double>(lowHalf));
+    builder_.real(nearestReal(high, lowHalf));
   }
   return true;
 }
