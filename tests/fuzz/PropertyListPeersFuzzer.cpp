@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <memory>
 #include <string>
 
 #include "platform/platform.h"
+#include "tests/fuzz/Compared.h"
+#include "tests/fuzz/LibplistDifferences.h"
+#include "tests/fuzz/Mutators.h"
 #include "tests/fuzz/Require.h"
 
 // Any bytes as a property list, for our reader and for libplist. Each refuses what the other one puts up with: XML that
@@ -13,6 +17,9 @@
 
 namespace {
 
+using tks::fuzz::Choice;
+using tks::fuzz::Compared;
+using tks::fuzz::LibplistDifferences;
 using tks::fuzz::require;
 
 /// It reads recursively.
@@ -24,34 +31,30 @@ struct PlistDeleter {
 };
 using Plist = std::unique_ptr<std::remove_pointer_t<plist_t>, PlistDeleter>;
 
-/// What both were given.
-std::string_view given;
+/// In what both were given.
+LibplistDifferences differences;
+Compared soFar;
+
+/// Whether something is not compared.
+bool isLeftOut(bool differs) {
+  ++(differs ? soFar.leftOut : soFar.values);
+  return differs;
+}
 
 void expectSame(const TKSValue& ours, plist_t peers);
 
-/// Of other characters, and of their numbers, it has rules of its own. Python's reader is compared in these.
 bool isPlain(std::string_view text) {
   return std::ranges::all_of(text, [](char byte) { return byte >= ' ' && byte <= '~'; });
 }
-bool hasMarkupOfItsOwn() {
-  return std::ranges::any_of(std::initializer_list<std::string_view>{"&#", "<!--", "CDATA", "<?", "<!E"},
-                             [](std::string_view markup) { return given.find(markup, 1) != std::string_view::npos; });
-}
 
-/// It reads integers that begin with a zero to the base of eight.
-bool hasLeadingZeros() {
-  const auto isDigit = [](char byte) { return byte >= '0' && byte <= '9'; };
-  for (std::size_t at = given.find('0'); at != std::string_view::npos; at = given.find('0', at + 1)) {
-    if (at + 1 < given.size() && isDigit(given[at + 1]) && (at == 0 || !isDigit(given[at - 1]))) return true;
-  }
-  return false;
-}
+/// In the binary form it has rules of its own for other characters.
+bool isComparable(std::string_view text) { return !isLeftOut(differences.otherThanAscii && !isPlain(text)); }
 
 void expectSameText(const TKSValue& ours, plist_t peers) {
   std::uint64_t length = 0;
   const char* const text = plist_get_string_ptr(peers, &length);
-  if (!isPlain(ours.text()) || hasMarkupOfItsOwn()) return;
-  require(ours.isText() && ours.text() == std::string_view(text, length));
+  require(ours.isText());
+  require(!isComparable(ours.text()) || ours.text() == std::string_view(text, length));
 }
 
 /// It keeps seconds in 32 bits; a date far away, or none at all, it has as some other.
@@ -61,7 +64,7 @@ void expectSameDate(const TKSValue& ours, plist_t peers) {
   plist_get_date_val(peers, &seconds, &micro);
   const double date = ours.date().secondsSince1970 - kEpoch;
   const bool fits = std::fabs(date) < 2e9;  // which what is no number does not
-  require(ours.isDate() && (!fits || std::fabs(date - seconds) <= 1.1));
+  require(ours.isDate() && (isLeftOut(!fits || differences.dates) || std::fabs(date - seconds) <= 1.1));
 }
 
 void expectSameScalar(const TKSValue& ours, plist_t peers) {
@@ -76,26 +79,25 @@ void expectSameScalar(const TKSValue& ours, plist_t peers) {
       std::uint64_t value = 0;
       plist_get_uint_val(peers, &value);
       // Of what 64 bits do not hold it keeps some of the bits.
-      if (ours.isReal() || hasLeadingZeros()) return;
+      if (isLeftOut(ours.isReal())) return;
       const std::uint64_t number =
           ours.isUnsignedInteger() ? ours.unsignedInteger() : static_cast<std::uint64_t>(ours.integer());
-      return require(ours.isInteger() && number == value);
+      return require(ours.isInteger() && (isLeftOut(differences.integers) || number == value));
     }
     case PLIST_REAL: {
       double value = 0;
       plist_get_real_val(peers, &value);
       const bool same = ours.real() == value || (std::isnan(ours.real()) && std::isnan(value));
       // It reads texts of reals with an own addition of digits.
-      return require(ours.isReal() && (same || std::fabs(ours.real() - value) <= std::fabs(value) * 1e-9));
+      const bool isClose = std::fabs(ours.real() - value) <= std::fabs(value) * 1e-9;
+      return require(ours.isReal() && (isLeftOut(differences.reals) || same || isClose));
     }
     case PLIST_STRING:
       return expectSameText(ours, peers);
     case PLIST_DATA: {
       const char* bytes = plist_get_data_ptr(peers, &length);
       const TKSData data = ours.data();
-      // The letters of a reference it takes for those of the data.
-      const bool hasReferences = hasMarkupOfItsOwn() || given.find('&') != std::string_view::npos;
-      return require(ours.isData() && (hasReferences || data == TKSData(bytes, bytes + length)));
+      return require(ours.isData() && (isLeftOut(differences.data) || data == TKSData(bytes, bytes + length)));
     }
     case PLIST_DATE:
       return expectSameDate(ours, peers);
@@ -113,27 +115,53 @@ void expectSame(const TKSValue& ours, plist_t peers) {
   }
   if (plist_get_node_type(peers) != PLIST_DICT) return expectSameScalar(ours, peers);
   require(ours.isDictionary());
-  // Of equal keys we take the first, and it keeps all.
-  if (ours.dictionary().size() != plist_dict_get_size(peers))
+  // Of equal keys in the binary form we take the first, and it keeps all.
+  if (isLeftOut(ours.dictionary().size() != plist_dict_get_size(peers)))
     return require(ours.dictionary().size() < plist_dict_get_size(peers));
   for (const auto& [key, value] : ours.dictionary()) {
-    if (!isPlain(key)) continue;
+    if (!isComparable(key)) continue;
     const plist_t item = plist_dict_get_item(peers, std::string(key).c_str());
     require(item != nullptr);
     expectSame(value, item);
   }
 }
 
+/// How both forms begin, and what lists in XML are made of: nothing that a change of single bytes would soon come to.
+constexpr std::string_view kBinary = "bplist";
+constexpr std::string_view kPieces[] = {
+    "<![CDATA[", "]]>",        "<!--",      "-->",      "<?x ",    "?>",      "<!DOCTYPE plist ",
+    "[",         "]>",         "\"",        "'",        "&amp;",   "&#65;",   "&#x41;",
+    "<string>",  "</string>",  "<string/>", "<key>",    "</key>",  "<data>",  "</data>",
+    "<integer>", "</integer>", "<real>",    "</real>",  "<date>",  "</date>", "<!ELEMENT plist (dict)>",
+    "<dict>",    "</dict>",    "<array>",   "</array>", "<true/>", "<false>", "</false>",
+    " a=\">\"",  " a='>'",     "0x",        "0",        "-",       "1e5",     "2026-02-28T12:34:56Z",
+    "<plist>",   "</plist>",   "\u00e4",    "\r\n",     " ",       "AQID",    "18446744073709551615",
+};
+
 }  // namespace
+
+Compared tks::fuzz::compared() { return soFar; }
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t room, unsigned seed) {
+  Choice choice(seed);
+  std::string list(tks::fuzz::textOf(data, size));
+  if (list.starts_with(kBinary) || choice.oneIn(2)) return LLVMFuzzerMutate(data, size, room);
+  const std::size_t at = choice.below(list.size() + 1);
+  list.replace(at, choice.oneIn(4) ? choice.below(16) : 0, kPieces[choice.below(std::size(kPieces))]);
+  return tks::fuzz::putBack(list, data, room);
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size > kLargest) return 0;
-  given = tks::fuzz::textOf(data, size);
   const TKSValue ours = tks::platform::propertyLists().parse({data, size}, nullptr);
   if (ours.isNothing()) return 0;
   plist_t read = nullptr;
   plist_from_memory(reinterpret_cast<const char*>(data), static_cast<std::uint32_t>(size), &read);
   const Plist peers(read);
-  if (peers) expectSame(ours, peers.get());
+  if (!peers) return 0;
+  const std::string_view given = tks::fuzz::textOf(data, size);
+  differences = given.starts_with(kBinary) ? LibplistDifferences{.otherThanAscii = true}
+                                           : tks::fuzz::LibplistDifferencesFinder(given).find();
+  if (!isLeftOut(differences.everything)) expectSame(ours, peers.get());
   return 0;
 }

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <vector>
 
+#include "tests/fuzz/Compared.h"
+
 extern "C" {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 [[gnu::weak]] std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t room,
@@ -44,6 +46,8 @@ using Bytes = std::vector<std::uint8_t>;
 
 constexpr unsigned kMutants = 10;
 constexpr std::size_t kLongest = 1 << 16;
+/// For each value that is left out.
+constexpr std::size_t kLeastCompared = 3;
 
 void mutate(Bytes& input, unsigned seed) {
   std::size_t size = input.size();
@@ -56,14 +60,29 @@ void mutate(Bytes& input, unsigned seed) {
   input.resize(size);
 }
 
+/// What targets that compare two readers have compared in the corpus itself.
+tks::fuzz::Compared comparedInCorpus;
+
 void replay(const Bytes& content) {
+  const tks::fuzz::Compared before = tks::fuzz::compared != nullptr ? tks::fuzz::compared() : tks::fuzz::Compared{};
   LLVMFuzzerTestOneInput(content.data(), content.size());
+  if (tks::fuzz::compared != nullptr) {
+    comparedInCorpus.values += tks::fuzz::compared().values - before.values;
+    comparedInCorpus.leftOut += tks::fuzz::compared().leftOut - before.leftOut;
+  }
   if (LLVMFuzzerCustomMutator == nullptr) return;
   Bytes mutant = content;
   for (unsigned seed = 1; seed <= kMutants; ++seed) {
     mutate(mutant, seed);
     LLVMFuzzerTestOneInput(mutant.data(), mutant.size());
   }
+}
+
+bool comparesEnough() {
+  if (tks::fuzz::compared == nullptr) return true;
+  const auto [values, leftOut] = comparedInCorpus;
+  std::printf("%zu compared with the other reader, %zu left out\n", values, leftOut);
+  return values >= kLeastCompared * leftOut && values > 0;
 }
 
 /// Changes one of the inputs up to eight times and tries each; how many were tried.
@@ -110,5 +129,5 @@ int main(int argc, char** argv) {
     }
   }
   if (seconds > 0) std::printf("%zu tried\n", tryForSeconds(inputs, seconds, keep));
-  return inputs.empty() ? 1 : 0;
+  return inputs.empty() || !comparesEnough() ? 1 : 0;
 }
