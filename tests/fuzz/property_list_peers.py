@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Property lists as our reader and as Python's plistlib read them: sound lists of every kind, in both forms, and the same
-lists with mistakes in them. A sound list both read alike; of a broken one they may think differently, but what both read is
-the same.
+"""Property lists as our reader and as Python's plistlib read them: sound lists of every kind, in XML as everybody writes it, in
+XML that uses all that XML has, and in the binary form, and the same lists with mistakes in them. A sound list both read alike; of a
+broken one they may think differently, but what both read is the same.
 
   property_list_peers.py READER [--seed N] [--lists N] [--seconds N]      READER: the program of property_list_reader.cpp
 """
@@ -10,6 +10,7 @@ import datetime
 import math
 import plistlib
 import random
+import re
 import struct
 import subprocess
 import sys
@@ -80,6 +81,29 @@ def dictionary(rng, depth=3):
     return {"".join(rng.choice(PIECES) for _ in range(rng.randrange(1, 5))): sound(rng, depth) for _ in range(rng.randrange(6))}
 
 
+def in_pieces(rng, content):
+    """The same list in XML, with references, sections, comments and instructions where XML has them and nobody writes them."""
+    def between(match):
+        return match[0] + rng.choice([b"", b"", b"<!-- \" ]> <key> -->", b"<?x \" ' > ?>", b"\r\n"])
+
+    def dressed(match):
+        tag, text = match[1].decode(), match[2].decode()
+        return f"<{tag}>{''.join(map(piece, re.findall('&[^;]+;|.', text, re.DOTALL)))}</{tag}>".encode()
+
+    def piece(letter):
+        kind = rng.randrange(12)
+        if kind == 0 and len(letter) == 1:
+            return rng.choice([f"&#{ord(letter)};", f"&#x{ord(letter):x};", f"&#x000{ord(letter):X};"])
+        if kind == 1 and len(letter) == 1:
+            return f"<![CDATA[{letter}]]>"
+        if kind == 2:
+            return letter + rng.choice(["<!-- <![CDATA[ -->", "<?x > ?>", "<![CDATA[]]>"])
+        return letter
+
+    content = re.sub(rb"(?<=>)\s*\n\s*(?=<[^/])", between, content)
+    return re.sub(rb"<(key|string|integer|real|date|data)>([^<]*)</\1>", dressed, content)
+
+
 def broken(rng, content):
     mutant = bytearray(content)
     for _ in range(rng.randrange(1, 4)):
@@ -115,12 +139,14 @@ def check(reader, rng):
     """Compares one list and one broken one in each form; how many both read."""
     value = dictionary(rng)
     both = 0
-    for kind in (plistlib.FMT_XML, plistlib.FMT_BINARY):
-        content = plistlib.dumps(value, fmt=kind)
+    xml = plistlib.dumps(value, fmt=plistlib.FMT_XML)
+    for content in (xml, in_pieces(rng, xml), plistlib.dumps(value, fmt=plistlib.FMT_BINARY)):
         ours = reader.read(content)
-        if ours != peers_form(content):
+        if ours != peers_form(content) or ours != form(value):
             sys.exit(f"a sound list is read otherwise: {content!r}\n{ours}\n{peers_form(content)}")
         content = broken(rng, content)
+        if not content.startswith(b"bplist"):
+            content = content.replace(b"\r", b"\n")  # ours keeps line ends, as the platform does
         ours, peers = reader.read(content), peers_form(content)
         if ours != "-" and peers is not None:
             both += 1
@@ -142,7 +168,7 @@ def main():
     while lists < options.lists or time.monotonic() < end:
         both += check(reader, rng)
         lists += 1
-    print(f"{lists} lists in both forms read alike, and {both} of {2 * lists} broken ones that both read")
+    print(f"{lists} lists in three forms read alike, and {both} of {3 * lists} broken ones that both read")
     if both < lists // 20:
         sys.exit("hardly any broken list was compared")
 

@@ -32,6 +32,11 @@ std::string formOfReal(double real) {
   return text;
 }
 
+/// In whole seconds, of what the other reader has: it rounds to microseconds.
+std::string formOfDate(double seconds) {
+  return "t" + std::to_string(std::llround(std::floor(std::round(seconds * 1e6) / 1e6)));
+}
+
 std::string formOfMany(const TKSValue& value) {
   std::string text;
   if (value.isArray()) {
@@ -48,7 +53,7 @@ std::string formOf(const TKSValue& value) {
   if (value.isInteger()) return "i" + std::to_string(value.integer());
   if (value.isReal()) return formOfReal(value.real());
   if (value.isText()) return "s" + hex(value.text());
-  if (value.isDate()) return "t" + std::to_string(std::llround(std::floor(value.date().secondsSince1970)));
+  if (value.isDate()) return formOfDate(value.date().secondsSince1970);
   if (value.isArray() || value.isDictionary()) return formOfMany(value);
   const TKSData data = value.data();
   return value.isData() ? "d" + hex({reinterpret_cast<const char*>(data.data()), data.size()}) : "?";
