@@ -45,7 +45,7 @@ char* writtenInteger(char* to, std::int64_t number) {
 
 /// What any object that has a size begins with.
 char* writtenHead(char* to, Marker marker, std::size_t size) {
-  *to = static_cast<char>(marker << 4 | std::min<std::size_t>(size, 0xF));
+  *to = static_cast<char>(marker << 4 | static_cast<int>(std::min<std::size_t>(size, 0xF)));
   return size < 0xF ? to + 1 : writtenInteger(to + 1, static_cast<std::int64_t>(size));
 }
 constexpr std::size_t kLargestHead = 10;
