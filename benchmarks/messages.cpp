@@ -26,6 +26,7 @@
 #include <tksinterface/TKSMainLoop.h>
 #include <tksinterface/TKSMessageHost.h>
 
+#include "benchmarks/bare_ends.h"
 #include "tests/support/PipeChannels.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -33,17 +34,16 @@ extern char** environ;
 
 namespace {
 
+using tks::benchmarks::BareLoop;
+using tks::benchmarks::giveUp;
+using tks::benchmarks::kHeaderBytes;
+using tks::benchmarks::readAll;
+using tks::benchmarks::writeAll;
 using tks::test::Pipe;
 using tks::test::PipeChannels;
 
-constexpr std::size_t kHeaderBytes = 4;
 constexpr int kBurst = 100'000;
 constexpr std::size_t kBurstMessageBytes = 300;
-
-[[noreturn]] void giveUp(const char* what) {
-  std::perror(what);
-  std::_Exit(1);
-}
 
 void runOnCore(int core) {
   cpu_set_t cores;
@@ -70,30 +70,14 @@ TKSMessage messageOf(std::size_t payloadBytes) {
   return message;
 }
 
-// Bare reads and writes.
-
-void writeAll(int descriptor, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-    if (count < 0 && errno != EINTR) giveUp("write");
-    if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-}
-
-/// False at the end of the pipe.
-bool readAll(int descriptor, char* to, std::size_t size) {
-  while (size > 0) {
-    const ssize_t count = ::read(descriptor, to, size);
-    if (count == 0 || (count < 0 && errno != EINTR)) return false;
-    if (count > 0) {
-      to += count;
-      size -= static_cast<std::size_t>(count);
-    }
-  }
-  return true;
-}
-
 // The children.
+
+/// Sends back each message.
+int echoByLoop(std::size_t frameBytes, bool parses) {
+  BareLoop loop(STDIN_FILENO, STDOUT_FILENO, frameBytes, parses);
+  while (loop.receive()) loop.send(loop.message());
+  return 0;
+}
 
 /// Sends back each frame of one size.
 int echoBare(std::size_t frameBytes) {
@@ -253,6 +237,27 @@ void bareRoundTrip(benchmark::State& state, std::size_t payloadBytes, int childs
   runAnywhere();
 }
 
+void bareLoopRoundTrip(benchmark::State& state, std::size_t payloadBytes, int childsCore, bool parses) {
+  runOnCore(0);
+  Pipe toChild;
+  Pipe fromChild;
+  const std::size_t frameBytes = kHeaderBytes + payloadBytes;
+  {
+    Child child({parses ? "--part=parsing loop" : "--part=loop", std::to_string(frameBytes)}, toChild.reader(),
+                fromChild.writer(), childsCore);
+    toChild.closeReader();
+    fromChild.closeWriter();
+    BareLoop loop(fromChild.reader(), toChild.writer(), frameBytes, parses);
+    const TKSMessage message = messageOf(payloadBytes);
+    for (auto _ : state) {
+      loop.send(message);
+      if (!loop.receive()) giveUp("read");
+    }
+    toChild.closeWriter();
+  }
+  runAnywhere();
+}
+
 void ourRoundTrip(benchmark::State& state, std::size_t payloadBytes, int childsCore) {
   runOnCore(0);
   {
@@ -380,6 +385,16 @@ void registerAll() {
     add(std::string("ours/") + row.name,
         [row](benchmark::State& state) { ourRoundTrip(state, row.payloadBytes, row.childsCore); });
   }
+  for (const Row& row : {kRows[1], kRows[2]}) {
+    const std::string peer = std::string("peer/") + row.name;
+    const auto run = [row](bool parses) {
+      return [row, parses](benchmark::State& state) {
+        bareLoopRoundTrip(state, row.payloadBytes, row.childsCore, parses);
+      };
+    };
+    add(peer + "/bare epoll", run(false));
+    add(peer + "/bare epoll and JSON", run(true));
+  }
   add("limit/burst_100k", bareBurst);
   add("ours/burst_100k", ourBurst);
   add("limit/roundtrip_file_1k", bareFileRoundTrip);
@@ -392,6 +407,8 @@ int playPart(const std::vector<std::string>& arguments) {
   const std::string& part = arguments[0];
   if (part == "--part=library") return echoThroughTheLibrary();
   if (part == "--part=bare") return echoBare(std::stoul(arguments[1]));
+  if (part == "--part=loop") return echoByLoop(std::stoul(arguments[1]), false);
+  if (part == "--part=parsing loop") return echoByLoop(std::stoul(arguments[1]), true);
   if (part == "--part=burst") return burstBare();
   if (part == "--part=files") return echoFilesBare(arguments[1], arguments[2], std::stoul(arguments[3]));
   return 1;
