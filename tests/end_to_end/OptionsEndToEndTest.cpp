@@ -50,7 +50,8 @@ TEST_P(OptionsEndToEnd, SilentLauncherFailsTheStartAndIsEnded) {
 }
 
 TEST_P(OptionsEndToEnd, LauncherThatRefusesToEndIsKilled) {
-  OptionPair pair({"--mute", "--wont-die"}, R"({"helloLimit": 100, "endSilentLauncher": true})");
+  // So long a launcher has to get where it ignores signals.
+  OptionPair pair({"--mute", "--wont-die"}, R"({"helloLimit": 500, "endSilentLauncher": true})");
   pair.host.command("start one");
   ASSERT_TRUE(pair.waitUntilTold());
   pair.expectNothingLeft();
