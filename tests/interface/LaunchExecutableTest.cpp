@@ -78,12 +78,11 @@ TEST_F(LaunchExecutable, ALauncherThatIsBeingReplacedIsStartedWhenThatIsDone) {
   std::thread host([&] {
     auto installation = tks::platform::files().lock(place, std::chrono::milliseconds(0), nullptr);
     begun.set_value(installation != nullptr);
-    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_TRUE(log.waitFor(4, "Waiting for another process at: " + place));
     done = true;
   });
   EXPECT_TRUE(begun.get_future().get());
   EXPECT_TRUE(launch({}));
-  EXPECT_TRUE(log.has(4, "Waiting for another process at: " + place));
   host.join();
 }
 
