@@ -109,14 +109,21 @@ bool isIgnorable(const pugi::xml_node& node) {
 
 std::optional<pugi::xml_node> XmlReader::onlyElementIn(const pugi::xml_node& parent) {
   pugi::xml_node found;
+  if (!withoutXmlBlanks(parent.value()).empty()) {
+    fail("there is text beside the value");
+    return std::nullopt;
+  }
   for (const pugi::xml_node& node : parent.children()) {
     if (node.type() == pugi::node_doctype && std::strstr(node.value(), "<!ENTITY") != nullptr) {
       fail("it declares entities");
       return std::nullopt;
     }
     if (isIgnorable(node)) continue;
-    if (node.type() != pugi::node_element || found) {
-      fail("it holds more than one value");
+    const bool isText = node.type() != pugi::node_element;
+    // What follows the outermost element belongs to nothing.
+    if (isText && found && parent.type() == pugi::node_document) continue;
+    if (isText || found) {
+      fail(isText ? "there is text beside the value" : "it holds more than one value");
       return std::nullopt;
     }
     found = node;
@@ -241,7 +248,9 @@ bool XmlReader::scalar(Element element, const pugi::xml_node& node) {
 bool XmlReader::integer(std::string_view text) { return putInteger(text, builder_) || fail("an integer is none"); }
 
 TKSValue readXml(std::span<const std::uint8_t> content, XmlReader::Mode mode, Problem& problem, bool& again) {
-  constexpr unsigned kCommon = pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi | pugi::parse_doctype;
+  // A fragment: text around the outermost element is kept, and found there.
+  constexpr unsigned kCommon =
+      pugi::parse_cdata | pugi::parse_comments | pugi::parse_pi | pugi::parse_doctype | pugi::parse_fragment;
   constexpr unsigned kFast = kCommon | pugi::parse_ws_pcdata_single | pugi::parse_embed_pcdata;
   constexpr unsigned kExact = kCommon | pugi::parse_ws_pcdata;
   pugi::xml_document document;
