@@ -264,23 +264,30 @@ struct Access {
   class ShortKeys {
    public:
     void goOn(const TKSValue& key) noexcept {
-      const std::uint64_t head = bigEndian(key, 0), tail = bigEndian(key, 8);
-      const unsigned isGreater = head > head_, isSame = head == head_, isGreaterAtTheEnd = tail > tail_;
-      ascend_ &= isGreater | (isSame & isGreaterAtTheEnd);
+      const std::uint64_t tail = bigEndian(key, 8);
+      const Wide next = wide(bigEndian(key, 0), tail);
+      ascend_ &= last_ < next;
       lengths_ |= tail;
-      head_ = head;
-      tail_ = tail;
+      last_ = next;
     }
-    bool ascend() const noexcept { return ascend_ != 0 && (lengths_ & kLongMark) == 0; }
+    bool ascend() const noexcept { return ascend_ && (lengths_ & kLongMark) == 0; }
 
    private:
+#ifdef __SIZEOF_INT128__
+    // One subtraction with a carry, where the processor has it: comparing the halves costs a tenth of reading 4 KiB.
+    __extension__ using Wide = unsigned __int128;
+    static Wide wide(std::uint64_t head, std::uint64_t tail) noexcept { return static_cast<Wide>(head) << 64 | tail; }
+#else
+    using Wide = std::pair<std::uint64_t, std::uint64_t>;
+    static Wide wide(std::uint64_t head, std::uint64_t tail) noexcept { return {head, tail}; }
+#endif
     /// In the second eight bytes as a number: the highest bit of the length, which only `kShared` has.
     static constexpr std::uint64_t kLongMark = 0x80u << 8;
     static_assert((TKSValue::kShared & 0x80) != 0 && TKSValue::kInlineCapacity < 0x80);
 
-    std::uint64_t head_ = 0, tail_ = 0;  // less than those of any key, which ends with its kind
+    Wide last_{};  // less than any key, which ends with its kind
     std::uint64_t lengths_ = 0;
-    unsigned ascend_ = 1;
+    bool ascend_ = true;
   };
   /// Eight bytes in memory: zeros, but for one.
   static constexpr std::uint64_t byteAt(std::size_t index, std::uint64_t byte) noexcept {
