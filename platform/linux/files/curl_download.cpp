@@ -1,6 +1,7 @@
 #include "platform/linux/files/curl_download.h"
 
 #include <fcntl.h>
+#include <openssl/crypto.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -251,7 +252,10 @@ void CurlDownload::start(const DownloadRequest& request, std::function<void(Down
   // Not a thread of the pool: its work may wait for this download.
   const int refused = startWorkerThread([request, authorities = authorities_, done] {
     // The file is closed before anybody learns of it.
-    callHost("download", done, download(request, authorities));
+    DownloadResult result = download(request, authorities);
+    // And what OpenSSL keeps for this thread is gone: who learns of it may end the process before the thread has ended.
+    ::OPENSSL_thread_stop();
+    callHost("download", done, std::move(result));
   });
   if (refused == 0) return;
   DownloadResult result;
