@@ -76,8 +76,7 @@ Digest Hasher::hash(Bytes bytes) {
 }
 
 void hashEach(Hasher& hasher, std::span<const Bytes> messages, std::span<Digest> digests) {
-  const bool isSha256 = hasher.type() == HashType::sha256 || hasher.type() == HashType::sha256Truncated;
-  const Sha256Blocks blocks = isSha256 && messages.size() > 1 ? sha256Blocks() : nullptr;
+  const Sha256Blocks blocks = isSha256(hasher.type()) && messages.size() > 1 ? sha256Blocks() : nullptr;
   if (blocks == nullptr) {
     for (std::size_t i = 0; i < messages.size(); ++i) digests[i] = hasher.hash(messages[i]);
     return;

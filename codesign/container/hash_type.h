@@ -20,6 +20,9 @@ constexpr std::optional<HashType> hashTypeOf(std::uint8_t number) {
   return number >= 1 && number <= 4 ? std::optional(static_cast<HashType>(number)) : std::nullopt;
 }
 
+/// Whether it is made by SHA-256, however much of that counts.
+constexpr bool isSha256(HashType type) { return type == HashType::sha256 || type == HashType::sha256Truncated; }
+
 /// Bytes of a hash of this type.
 constexpr std::size_t hashSize(HashType type) {
   constexpr std::size_t kSizes[] = {0, 20, 32, 20, 48};

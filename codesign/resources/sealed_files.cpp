@@ -21,8 +21,6 @@ namespace {
 /// A file from this size on goes alone: beside others it would be done long after them.
 constexpr off_t kLarge = off_t{1} << 20;
 
-bool isSha256(HashType type) { return type == HashType::sha256 || type == HashType::sha256Truncated; }
-
 /// How many files go side by side: few files are for all threads, not for the first one.
 std::size_t placesFor(std::size_t files) {
   return std::clamp<std::size_t>(files / (2 * HashingThreads::most()), 2, kSha256Lanes);
