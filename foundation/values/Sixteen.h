@@ -48,7 +48,8 @@ inline std::size_t firstMarked(Sixteen marks) noexcept {
 #ifdef __SSE2__
   using Signed [[gnu::vector_size(16)]] = char;
   const auto bits = static_cast<unsigned>(__builtin_ia32_pmovmskb128(reinterpret_cast<Signed>(marks)));
-  return static_cast<std::size_t>(std::countr_zero(bits | 1u << sizeof marks));
+  // Where there is none, which is nearly everywhere, what comes next need not wait for the number.
+  return bits != 0 ? static_cast<std::size_t>(std::countr_zero(bits)) : sizeof marks;
 #else
   const auto [low, high] = std::bit_cast<std::array<std::uint64_t, 2> >(marks);
   const auto firstOf = [](std::uint64_t word) {
